@@ -1,0 +1,42 @@
+# How libkalodll.so is built: what it carries, what it shows, how it is laid out.
+
+find_library(KALODLL_LIBLOG log PATH_SUFFIXES android)
+find_path(KALODLL_LIBLOG_INCLUDE android/log.h PATH_SUFFIXES android)
+mark_as_advanced(KALODLL_LIBLOG KALODLL_LIBLOG_INCLUDE)
+
+set(_exports "${PROJECT_SOURCE_DIR}/api/exports.map")
+target_include_directories(kalodll PUBLIC
+  $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
+  $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/kalodll>)
+target_compile_features(kalodll PUBLIC cxx_std_17)
+target_link_libraries(kalodll PRIVATE Threads::Threads)
+set_target_properties(kalodll PROPERTIES
+  LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
+  LINK_DEPENDS "${_exports}")
+
+target_link_options(kalodll PRIVATE
+  "LINKER:--version-script=${_exports}"
+  "LINKER:-z,relro,-z,now,-z,noexecstack,-z,text"
+  "LINKER:-z,max-page-size=16384"
+  "LINKER:--gc-sections")
+target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections)
+
+if(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
+  target_link_libraries(kalodll PRIVATE "${KALODLL_LIBLOG}")
+else()
+  message(STATUS "Android's log library was not found: its messages go to standard error")
+  target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
+endif()
+
+if(NOT KALODLL_SANITIZE)
+  # The C++ standard library travels inside, hidden. The unwinder stays the process's shared one:
+  # exceptions of the exported classes cross into callers, which a private unwinder cannot serve.
+  target_link_options(kalodll PRIVATE "LINKER:--no-undefined")
+  if(CMAKE_CXX_FLAGS MATCHES "-stdlib=libc\\+\\+")
+    target_link_options(kalodll PRIVATE -nostdlib++)
+    target_link_libraries(kalodll PRIVATE
+      "-Wl,-Bstatic" c++ c++abi "-Wl,-Bdynamic" Threads::Threads gcc_s)
+  else()
+    target_link_options(kalodll PRIVATE -static-libstdc++)
+  endif()
+endif()

@@ -1,0 +1,42 @@
+#pragma once
+
+#include "oscl/types.h"
+
+OSCL_BEGIN_C
+
+/* Primitives that this platform does not have. They exist so that shared code links and runs; they
+ * cannot fail, allocate nothing, and except for RegNotifyChangeKeyValue leave gLastError alone.
+ * Any thread. */
+
+typedef void (*OSCL_WAIT_CALLBACK)(void* context, uint8_t timedOut);
+
+/* Returns the constant 1: no event object exists, so the result must not be waited for or closed
+ * (CloseHandle would close file descriptor 1). */
+HANDLE CreateEventEx(void* security, const char* name, uint32_t flags, uint32_t access);
+
+/* Registers nothing and returns 1. */
+HANDLE RegisterWaitForSingleObjectEx(HANDLE object, OSCL_WAIT_CALLBACK callback, void* context,
+                                     uint32_t milliseconds, uint32_t flags);
+
+/* Registers nothing, stores a null wait handle in `*wait` (not null) and returns 1. */
+BOOL RegisterWaitForSingleObject(HANDLE* wait, HANDLE object, OSCL_WAIT_CALLBACK callback,
+                                 void* context, uint32_t milliseconds, uint32_t flags);
+
+/* Returns 1. */
+BOOL UnregisterWaitEx(HANDLE wait, HANDLE completion);
+
+/* Does nothing: nobody watches the registry. */
+void NotifyRegistryChange(void);
+
+/* Watches nothing, stores 0 in gLastError and returns 0. */
+uint32_t RegNotifyChangeKeyValue(HKEY key, BOOL watchSubtree, uint32_t filter, HANDLE event,
+                                 BOOL asynchronous);
+
+/* Do nothing; arguments beyond the named ones are ignored too. */
+void DoxDebugBreak(const char* reason, ...);
+void DoxPrintMessage(uint32_t level, const char* format, ...);
+
+/* Expands nothing: returns 0 and writes nothing. */
+uint32_t ExpandEnvironmentStrings(const char* source, char* destination, uint32_t size);
+
+OSCL_END_C

@@ -1,0 +1,31 @@
+#pragma once
+
+/* Windows-style types of the compatibility layer. Every header of oscl/ can be included from C. */
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define OSCL_BEGIN_C extern "C" {
+#define OSCL_END_C }
+#else
+#define OSCL_BEGIN_C
+#define OSCL_END_C
+#endif
+
+/* A 32-bit boolean: 1 is success or true, 0 is failure or false. */
+typedef int32_t BOOL;
+
+/* A file descriptor, a module or an inert object, widened to the size of a pointer. */
+typedef void* HANDLE;
+#define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
+
+/* A registry key: one of the root constants, or the id that the registry file gives to a key. */
+typedef uint32_t HKEY;
+
+/* A signed 64-bit integer. */
+typedef int64_t LARGE_INTEGER;
+
+/* The result of an OSCL_ helper: 0, E_FAIL, or for registry work an error code. */
+typedef uint32_t HRESULT;
+#define S_OK ((HRESULT)0)
+#define E_FAIL ((HRESULT)0x80004005u)

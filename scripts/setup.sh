@@ -1,0 +1,37 @@
+#!/usr/bin/env bash
+# Installs the Debian packages that a task needs, and nothing that is already there.
+#
+#   scripts/setup.sh [build|test|all]...      (default: build)
+#
+# Without root the packages are only checked for, and the missing ones are named.
+set -euo pipefail
+
+build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev)
+test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
+
+wanted=()
+for group in "${@:-build}"; do
+  case "$group" in
+    build) wanted+=("${build[@]}") ;;
+    test) wanted+=("${build[@]}" "${test[@]}") ;;
+    all) wanted+=("${build[@]}" "${test[@]}") ;;
+    *) echo "setup.sh: unknown group '$group': build, test or all is expected" >&2; exit 2 ;;
+  esac
+done
+
+missing=()
+for package in "${wanted[@]}"; do
+  status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
+  [ "$status" = "install ok installed" ] || missing+=("$package")
+done
+[ "${#missing[@]}" -eq 0 ] && exit 0
+
+if [ "$(id -u)" -eq 0 ]; then as_root=(); elif command -v sudo >/dev/null; then as_root=(sudo)
+else
+  echo "setup.sh: run as root, or install first: ${missing[*]}" >&2
+  exit 1
+fi
+echo "Installing: ${missing[*]}" >&2
+export DEBIAN_FRONTEND=noninteractive
+"${as_root[@]}" apt-get update -qq >&2
+"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
