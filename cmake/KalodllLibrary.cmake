@@ -17,12 +17,13 @@ set_target_properties(kalodll PROPERTIES
 target_link_options(kalodll PRIVATE
   "LINKER:--version-script=${_exports}"
   "LINKER:-z,relro,-z,now,-z,noexecstack,-z,text"
-  "LINKER:-z,max-page-size=16384"
+  "LINKER:-z,max-page-size=16384,-z,common-page-size=16384"
   "LINKER:--gc-sections")
 target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections)
 
 if(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
   target_link_libraries(kalodll PRIVATE "${KALODLL_LIBLOG}")
+  target_include_directories(kalodll SYSTEM PRIVATE "${KALODLL_LIBLOG_INCLUDE}")
 else()
   message(STATUS "Android's log library was not found: its messages go to standard error")
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)

@@ -1,0 +1,122 @@
+#include <cstring>
+#include <exception>
+#include <memory>
+
+#include "api/error_record.h"
+#include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
+#include "api/session_field.h"
+#include "log/log_line.h"
+#include "log/value_format.h"
+#include "transport/client_session.h"
+#include "transport/kalo_exception.h"
+
+using logging::kTraceLevel;
+
+namespace {
+
+constexpr uint32_t kVersion3 = 3;
+
+// On behalf of FenuInit3: opens the session, or counts one more user of it. Nothing changes unless
+// the connection stands; any other generation changes nothing.
+void AcquireSession() {
+  constexpr char kFunction[] = "FenuInit3";
+  if (gKaloDllState.fenuInterfaceVersion == 0) {
+    auto session = std::make_unique<ClientSession>();
+    session->ConnectClient(&ClientSession::FENU_CLIENT_GUID);
+    fenuField.Set(session.release());
+    ++gKaloDllState.fenuRefCount;
+    gKaloDllState.fenuInterfaceVersion = kVersion3;
+    KALO_LOG_FULL(kTraceLevel, kFunction, 676)
+        << "KALO FeNu DREM Handle " << logging::Address{fenuField.Get()};
+    KALO_LOG_FULL(kTraceLevel, kFunction, 677)
+        << "KALO FeNu DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  } else if (gKaloDllState.fenuInterfaceVersion == kVersion3) {
+    ++gKaloDllState.fenuRefCount;
+    KALO_LOG_FULL(kTraceLevel, kFunction, 682)
+        << "KALO FeNu DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  }
+}
+
+}  // namespace
+
+KALO_DLL_STATUS FenuInit3(void** handle) {
+  KALO_LOG_TAGGED(kTraceLevel, 660) << "Executing call to FenuInit3() API...";
+  try {
+    AcquireSession();
+    // Copied: the handle variable may be the field itself, a pointer of another type.
+    ClientSession* session = fenuField.Get();
+    std::memcpy(handle, &session, sizeof session);
+    KALO_LOG_TAGGED(kTraceLevel, 709) << "Call to FenuInit3() API completed successfully. ";
+    return KALO_DLL_STATUS_SUCCESS;
+  } catch (const KaloException& exception) {
+    const char* text = exception.what();
+    KALO_LOG_TAGGED(kTraceLevel, 688) << "Call to FenuInit3() API failed.";
+    KALO_LOG_TAGGED(kTraceLevel, 689) << text;
+    RecordError(KALO_ERROR_SOURCE_API3, text, exception.errorStatus, kNoErrorContext);
+    return exception.errorStatus;
+  } catch (const std::exception& exception) {
+    const char* text = exception.what();
+    KALO_LOG_TAGGED(kTraceLevel, 698) << "Call to FenuInit3() API failed.";
+    KALO_LOG_TAGGED(kTraceLevel, 699) << text;
+    RecordError(KALO_ERROR_SOURCE_API3, text, kNoStatusCode, kNoErrorContext);
+    return KALO_DLL_STATUS_FAILURE;
+  }
+}
+
+KALO_DLL_STATUS FenuCleanup3(void* handle) {
+  KALO_LOG_TAGGED(kTraceLevel, 721) << "Executing call to FenuCleanup3() API... ";
+  KALO_LOG_TAGGED(kTraceLevel, 723)
+      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
+  if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
+    // The handle as passed, and the field keeps its address; both are meant.
+    status = SessionCleanup(handle);
+    fenuField.NoteDestroyed(static_cast<ClientSession*>(handle));
+    gKaloDllState.fenuInterfaceVersion = 0;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 734)
+      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  if (status != KALO_DLL_STATUS_SUCCESS) {
+    KALO_LOG_TAGGED(kTraceLevel, 742) << "Call to FenuCleanup3() API failed.";
+    return status;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 738) << "Call to FenuCleanup3() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
+}
+
+KALO_DLL_STATUS FenuInit(void) {
+  KALO_LOG_TAGGED(kTraceLevel, 881) << "Executing call to FenuInit() API...";
+  // The field as it stands, the address of a destroyed session included, which is meant.
+  if (fenuField.Get() != nullptr) {
+    KALO_LOG_TAGGED(kTraceLevel, 899) << "Call to FenuInit() API completed successfully.";
+    return KALO_DLL_STATUS_SUCCESS;
+  }
+  const KALO_DLL_STATUS status = FenuInit3(reinterpret_cast<void**>(&gKaloDllState.fenuSession));
+  if (status != KALO_DLL_STATUS_SUCCESS) {
+    KALO_LOG_TAGGED(kTraceLevel, 892) << "Call to FenuInit() API failed.";
+    return status;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 888) << "Call to FenuInit() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
+}
+
+KALO_DLL_STATUS FenuCleanup(void) {
+  KALO_LOG_TAGGED(kTraceLevel, 909) << "Executing call to FenuCleanup() API...";
+  KALO_LOG_TAGGED(kTraceLevel, 911)
+      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
+  // A count of 0 closes the session too, and the generation stays: both are meant.
+  if (gKaloDllState.fenuRefCount == 0 || --gKaloDllState.fenuRefCount == 0) {
+    status = SessionCleanup(fenuField.Live());
+    fenuField.Set(nullptr);
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 927)
+      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  if (status != KALO_DLL_STATUS_SUCCESS) {
+    KALO_LOG_TAGGED(kTraceLevel, 935) << "Call to FenuCleanup() API failed.";
+    return status;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 931) << "Call to FenuCleanup() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
+}

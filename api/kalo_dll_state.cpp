@@ -1,0 +1,46 @@
+#include "api/kalo_dll_state.h"
+
+#include <cstring>
+
+#include "api/error_record.h"
+#include "api/kalo_dll.h"
+#include "transport/session_registry.h"
+
+// The first of the library's two static objects to be built, whatever the link order.
+__attribute__((init_priority(1001))) KaloDllState gKaloDllState;
+
+KaloDllState::KaloDllState()
+    : kaloInterfaceVersion(0),
+      // fenuInterfaceVersion keeps the zero of static storage.
+      provisioningSession(nullptr),
+      kaloSessionA(nullptr),
+      kaloSessionB(nullptr),
+      fenuSession(nullptr),
+      apiErrorCode(0),
+      kaloErrorCode(0),
+      fenuErrorCode(0),
+      lastErrorSource(0),
+      lastErrorContext(kNoErrorContext),
+      lastErrorProcessId(kNoErrorMarker),
+      firmwareApiVersion(0),
+      stateInitFlag(false) {
+  std::memset(apiErrorText, 0, sizeof apiErrorText);
+  std::memset(kaloErrorText, 0, sizeof kaloErrorText);
+  std::memset(fenuErrorText, 0, sizeof fenuErrorText);
+  InitializeCriticalSection(&stateLock);
+  kaloRefCountA = 0;
+  kaloRefCountB = 0;
+  fenuRefCount = 0;
+  sessionBShared = false;
+}
+
+KaloDllState::~KaloDllState() {
+  DeleteCriticalSection(&stateLock);
+  kaloRefCountA = 0;
+  kaloRefCountB = 0;
+  fenuRefCount = 0;
+  sessionBShared = false;
+  session_registry::Release();
+}
+
+int32_t DllMain(void*, unsigned int, void*) { return 1; }

@@ -1,0 +1,60 @@
+#include "log/logger.h"
+
+#include <inttypes.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+
+#include "oscl/errno_keeper.h"
+#include "oscl/timing.h"
+
+// The second of the library's two static objects to be built, whatever the link order.
+__attribute__((init_priority(1002))) Logger::LogBase Logger::logBase;
+
+namespace {
+
+std::string Prefix() {
+  char text[64];
+  std::snprintf(text, sizeof text, "[%08d] %" PRId64 " ", static_cast<int>(getpid()),
+                Logger::GetHighResolutionCounterTick());
+  return text;
+}
+
+void Deliver(const std::string& line) {
+  const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
+  for (LogSink* sink : Logger::logBase.sinks) {
+    if (sink != nullptr) sink->logMessage(line.c_str());
+  }
+}
+
+}  // namespace
+
+Logger::LogBase::LogBase() : level(0), plainOutput(true) { InitializeCriticalSection(&lock); }
+
+Logger::LogBase::~LogBase() {
+  for (LogSink* sink : sinks) delete sink;
+  // A message that comes after unload has begun must find no sink.
+  std::vector<LogSink*>().swap(sinks);
+}
+
+Logger::Logger() : level(0) {}
+
+Logger::~Logger() {
+  const oscl::ErrnoKeeper keeper;
+  if (level > __atomic_load_n(&logBase.level, __ATOMIC_RELAXED)) return;
+  try {
+    Deliver(logBase.plainOutput ? str() : Prefix() + str());
+  } catch (...) {
+    // Logging never reports a failure to the code that logs.
+  }
+}
+
+int64_t Logger::GetHighResolutionCounterTick() {
+  // A clock without a frequency is told to nobody, which is meant.
+  LARGE_INTEGER frequency = 0;
+  QueryPerformanceFrequency(&frequency);
+  LARGE_INTEGER tick = 0;
+  QueryPerformanceCounter(&tick);
+  return tick;
+}

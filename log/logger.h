@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <sstream>
+#include <vector>
+
+#include "log/log_sink.h"
+#include "oscl/critical_section.h"
+
+// One log message: text is inserted into it, and its destructor hands the text to every registered
+// sink as one line, exactly as inserted. Any thread may make one; each owns its stream. Emitting
+// never throws and never changes errno.
+class Logger : public std::basic_stringstream<char> {
+ public:
+  // What all messages share. There is one, logBase, from library load to unload.
+  class LogBase {
+   public:
+    LogBase();
+    // Deletes the sinks.
+    ~LogBase();
+    LogBase(const LogBase&) = delete;
+    LogBase& operator=(const LogBase&) = delete;
+
+    // Threshold: messages of a greater level are dropped. KaloInit3 sets it to 0.
+    int32_t level;
+    // In order of registration; owned; a null entry is passed over. Other code appends to it only
+    // while no other thread logs or initialises, or while it holds `lock`.
+    std::vector<LogSink*> sinks;
+    // While true (the default) a line has no prefix of process id and tick.
+    bool plainOutput;
+    // Serialises delivery to the sinks.
+    CRITICAL_SECTION lock;
+  };
+
+  // A message of level 0.
+  Logger();
+  Logger(const Logger&) = delete;
+  Logger& operator=(const Logger&) = delete;
+
+  // Emits the message unless its level is above the threshold.
+  ~Logger() override;
+
+  // Ticks of the monotonic clock's resolution, or 0 when the clock cannot be read. Any thread.
+  static int64_t GetHighResolutionCounterTick();
+
+  static LogBase logBase;
+
+  // 0 is ordinary, 100 detailed trace. Set it before inserting text.
+  int32_t level;
+};

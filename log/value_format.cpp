@@ -1,0 +1,35 @@
+#include "log/value_format.h"
+
+#include <iomanip>
+
+std::ostream& operator<<(std::ostream& stream, const _GUID& guid) {
+  stream << '{' << std::hex << std::setfill('0') << std::setw(8) << guid.Data1 << ',' << std::setw(4)
+         << guid.Data2 << ',' << std::setw(4) << guid.Data3;
+  for (const uint8_t byte : guid.Data4) {
+    stream << ',' << std::setw(2) << static_cast<unsigned int>(byte);
+  }
+  return stream << '}' << std::dec;
+}
+
+void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned int length) {
+  constexpr unsigned int kItemsPerLine = 8;
+  constexpr unsigned int kBytesPerWord = 4;
+  const unsigned int count = length / kBytesPerWord;
+  stream << std::hex << std::endl;
+  for (unsigned int i = 0; i < count; ++i) {
+    // The look of words, yet single bytes, as characters: this is what readers of the dump expect.
+    stream << std::setw(8) << std::setfill('0') << static_cast<char>(bytes[i]) << ' ';
+    if ((i + 1) % kItemsPerLine == 0) stream << std::endl;
+  }
+  if (length % kBytesPerWord != 0) stream << std::setw(8) << std::setfill('0') << 0;
+  stream << std::dec << std::endl;
+}
+
+namespace logging {
+
+std::ostream& operator<<(std::ostream& stream, Address address) {
+  if (address.value == nullptr) return stream << '0';
+  return stream << address.value;
+}
+
+}  // namespace logging

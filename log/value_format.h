@@ -1,0 +1,25 @@
+#pragma once
+
+#include <ostream>
+
+#include "oscl/guid.h"
+
+// Prints {0fb1c2d3,00ab,0cde,01,02,03,04,05,06,07,08}. Leaves the stream's base at decimal and its
+// fill at '0'. Neither printer throws unless the stream was told to; each may be used from any
+// thread on a stream of its own.
+std::ostream& operator<<(std::ostream& stream, const _GUID& guid);
+
+// Prints the first length/4 bytes of `bytes`, each as seven '0' and the raw byte, eight to a line.
+// `bytes` holds at least length/4 bytes. Leaves the stream as the GUID printer does.
+void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned int length);
+
+namespace logging {
+
+// A pointer that prints alike with every standard library: "0x" and digits, or "0" for null.
+struct Address {
+  const void* value;
+};
+
+std::ostream& operator<<(std::ostream& stream, Address address);
+
+}  // namespace logging

@@ -1,0 +1,28 @@
+#include "oscl/last_error.h"
+
+#include <algorithm>
+#include <iterator>
+
+#include "oscl/android_log.h"
+
+namespace {
+
+constexpr const char* kMessages[] = {
+#define OSCL_ERROR_MESSAGE(name, code, message) message,
+    OSCL_ERROR_TABLE(OSCL_ERROR_MESSAGE)
+#undef OSCL_ERROR_MESSAGE
+};
+static_assert(std::size(kMessages) == OSCL_ERROR_UNKNOWN + 1, "one message for each code");
+
+}  // namespace
+
+uint32_t gLastError = OSCL_ERROR_SUCCESS;
+
+uint32_t GetLastError(void) { return __atomic_load_n(&gLastError, __ATOMIC_RELAXED); }
+
+uint32_t OSCL_GetLastError(void) { return GetLastError(); }
+
+void ShowErrorInfo(uint32_t code) {
+  const char* message = kMessages[std::min<uint32_t>(code, OSCL_ERROR_UNKNOWN)];
+  oscl::AndroidLog()(oscl::kAndroidLogDebug, nullptr, "%s", message);
+}

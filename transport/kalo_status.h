@@ -1,0 +1,40 @@
+#pragma once
+
+/* Statuses and error sources. They sit below the entry points because the transport throws with
+ * them. C and C++. */
+
+#include <stdint.h>
+
+#ifdef __cplusplus
+#define KALO_ENUM(name) enum name : uint32_t
+#else
+#define KALO_ENUM(name) \
+  typedef uint32_t name; \
+  enum
+#endif
+
+/* What every entry point returns. */
+KALO_ENUM(KALO_DLL_STATUS){
+    KALO_DLL_STATUS_SUCCESS = 0,
+    /* A transport failure, or a session that could not be closed. */
+    KALO_DLL_STATUS_FAILURE = 1,
+    /* A null handle or buffer. */
+    KALO_DLL_STATUS_INVALID_PARAMETER = 2,
+    /* A request shorter than the 16-byte message header. */
+    KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL = 3,
+    /* A reply buffer smaller than the 16-byte message header. */
+    KALO_DLL_STATUS_OUTPUT_BUFFER_TOO_SMALL = 4,
+    /* gKaloDllState.kaloInterfaceVersion holds neither 0 nor 3. */
+    KALO_DLL_STATUS_PROVISIONING_FAILED = 5,
+    /* A handle-less call before initialisation or after cleanup. */
+    KALO_DLL_STATUS_NOT_INITIALIZED = 6,
+};
+
+/* The family of entry points that recorded an error. */
+KALO_ENUM(_KaloDllErrorSource){
+    KALO_ERROR_SOURCE_API3 = 1,
+    KALO_ERROR_SOURCE_KALO = 2,
+    KALO_ERROR_SOURCE_FENU = 3,
+};
+
+#undef KALO_ENUM

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+
+#include "oscl/guid.h"
+
+// The character device of the security engine's firmware interface.
+namespace transport {
+
+constexpr char kZuliDevicePath[] = "/dev/zuli";
+
+// Handed to open() as its mode, where it has no effect; meant, the descriptor is not synchronous.
+constexpr unsigned int kZuliOpenMode = 0x101000;
+
+}  // namespace transport
+
+// Binds an open descriptor to the firmware client whose GUID the record holds.
+constexpr unsigned int IOCTL_ZULI_CONNECT_CLIENT = 0xC0104801;
+
+// What the connect request takes and, over the same bytes, brings back.
+union ZuliConnectRecord {
+  _GUID inClientGuid;
+  struct Properties {
+    uint32_t maxMessageLength;
+    uint8_t protocolVersion;
+    uint8_t reserved[3];
+  } out;
+};
+static_assert(sizeof(ZuliConnectRecord) == 16, "the record is part of the device protocol");
