@@ -1,0 +1,55 @@
+#include "oscl/module.h"
+
+#include <dlfcn.h>
+
+#include "oscl/errno_code.h"
+#include "oscl/last_error.h"
+
+namespace {
+
+uint32_t NotAvailable() {
+  oscl::SetLastErrorCode(OSCL_ERROR_SUCCESS);
+  return 0;
+}
+
+}  // namespace
+
+HANDLE LoadLibrary(const char* name) {
+  // The loader does not promise to set errno: what an earlier call left must not be reported.
+  errno = 0;
+  HANDLE module = dlopen(name, RTLD_LAZY);
+  oscl::SetLastErrorCode(oscl::ErrnoCode(module == nullptr ? errno : 0));
+  return module;
+}
+
+HANDLE OSCL_LoadLibrary(const char* name) { return LoadLibrary(name); }
+
+BOOL FreeLibrary(HANDLE module) {
+  // The loader would follow a null handle.
+  const bool released = module != nullptr && dlclose(module) == 0;
+  oscl::SetLastErrorCode(released ? OSCL_ERROR_SUCCESS : OSCL_ERROR_UNKNOWN);
+  return released ? 1 : 0;
+}
+
+HRESULT OSCL_FreeLibrary(HANDLE module) { return FreeLibrary(module) != 0 ? S_OK : E_FAIL; }
+
+void* GetProcAddress(HANDLE module, const char* name) {
+  void* address = name != nullptr ? dlsym(module, name) : nullptr;
+  oscl::SetLastErrorCode(OSCL_ERROR_SUCCESS);
+  return address;
+}
+
+void* OSCL_GetProcAddress(HANDLE module, const char* name) { return GetProcAddress(module, name); }
+
+HANDLE GetModuleHandle(const char* /*name*/) {
+  NotAvailable();
+  return nullptr;
+}
+
+uint32_t GetModuleFileName(HANDLE /*module*/, char* /*path*/, uint32_t /*size*/) {
+  return NotAvailable();
+}
+
+uint32_t GetWindowsDirectory(char* /*path*/, uint32_t /*size*/) { return NotAvailable(); }
+
+uint32_t GetSystemWow64Directory(char* /*path*/, uint32_t /*size*/) { return NotAvailable(); }
