@@ -1,0 +1,362 @@
+#include "simulator/engine.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <stdexcept>
+
+namespace zulisim {
+namespace {
+
+std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
+
+std::string Hex(std::uint32_t value) {
+  char text[16];
+  std::snprintf(text, sizeof(text), "0x%x", value);
+  return text;
+}
+
+std::string Occurrence(const OperationRecord& record) {
+  return std::string(OperationName(record.operation)) + " " + std::to_string(record.occurrence);
+}
+
+}  // namespace
+
+Engine::Engine(EngineOptions options)
+    : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {}
+
+Result Engine::Open(int flags, unsigned mode, int descriptor) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Call call = Begin(Operation::kOpen, 0);
+  call.record.openFlags = flags;
+  call.record.openMode = mode;
+  std::optional<Result> failure = PreventedByFault(&call);
+  if (!failure && failingOpens_ > 0) {
+    --failingOpens_;
+    failure = Fail(&call, openError_,
+                   "the device is still lost, for " + std::to_string(failingOpens_) + " more opens");
+  }
+  if (failure) {
+    carried_.clear();
+    return *failure;
+  }
+  const std::uint64_t number = nextConnection_++;
+  connections_[number].descriptor = descriptor;
+  call.record.connection = number;
+  call.record.descriptor = descriptor;
+  Finish(&call, 0);
+  return {static_cast<std::int64_t>(number), 0};
+}
+
+Result Engine::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Call call = Begin(Operation::kIoctl, connection);
+  call.record.request = request;
+  if (const auto failure = Prevented(&call)) return *failure;
+  if (request == kConnectRequest) return Connect(&call, argument);
+  const auto handler = ioctls_.find(request);
+  if (handler == ioctls_.end()) {
+    return Fail(&call, ENOTTY, "the device does not know the request " + Hex(request));
+  }
+  const int error = handler->second(argument);
+  return error == 0 ? Finish(&call, 0) : Fail(&call, error, "the request's handler refuses");
+}
+
+Result Engine::Connect(Call* call, void* record) {
+  if (record == nullptr) return Fail(call, EFAULT, "the connect record is null");
+  Connection* connection = call->connection;
+  if (connection->client != nullptr) return Fail(call, EBUSY, "the descriptor is connected already");
+  Guid guid;
+  std::memcpy(guid.data(), record, guid.size());
+  const auto client = std::find_if(clients_.begin(), clients_.end(),
+                                   [&guid](const Client& c) { return c.guid == guid; });
+  if (client == clients_.end()) {
+    return Fail(call, ENOENT, "no client has the GUID " + GuidText(guid));
+  }
+  connection->client = &*client;
+  connection->pending = TakeCarried(*client);
+  Bytes out(guid.begin(), guid.end());
+  SetWordAt(&out, 0, client->maxMessageLength);
+  SetWordAt(&out, 4, client->protocolVersion);
+  std::memcpy(record, out.data(), out.size());
+  call->record.client = client->name;
+  call->record.payload = Payload::kConnectRecord;
+  call->record.bytes = std::move(out);
+  return Finish(call, 0);
+}
+
+Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Call call = Begin(Operation::kRead, connection);
+  call.record.length = call.limit = length;
+  if (const auto failure = PreventedTransfer(&call, buffer, length)) return *failure;
+  if (length == 0) return Finish(&call, 0);
+  MessageQueue* pending = &call.connection->pending;
+  if (pending->empty()) return Fail(&call, EAGAIN, "no message is pending");
+  const Message message = std::move(pending->front());
+  pending->pop_front();
+  const std::size_t count = std::min(message.bytes.size(), call.limit);
+  // A null source or an empty message leaves nothing to copy, and memcpy wants no null.
+  if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
+  OperationRecord* record = &call.record;
+  record->payload = message.payload;
+  record->commandId = message.commandId;
+  if (message.payload == Payload::kReply) record->status = WordAt(message.bytes, kStatusOffset);
+  record->bytes.assign(message.bytes.begin(), message.bytes.begin() + static_cast<long>(count));
+  if (count < message.bytes.size() && record->why.empty()) {
+    record->why = "cut: the message has " + std::to_string(message.bytes.size()) + " bytes";
+  }
+  return Finish(&call, static_cast<std::int64_t>(count));
+}
+
+Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  Call call = Begin(Operation::kWrite, connection);
+  call.record.length = call.limit = length;
+  if (const auto failure = PreventedTransfer(&call, buffer, length)) return *failure;
+  const Client& client = *call.connection->client;
+  if (length > client.maxMessageLength) {
+    return Fail(&call, EMSGSIZE,
+                "longer than " + client.name + "'s maximum of " +
+                    std::to_string(client.maxMessageLength) + " bytes");
+  }
+  if (call.limit == 0) return Finish(&call, 0);
+  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+  OperationRecord* record = &call.record;
+  record->payload = Payload::kRequest;
+  record->bytes.assign(bytes, bytes + call.limit);
+  record->commandId = WordAt(record->bytes, kCommandIdOffset);
+  const Responder responder = ResponderFor(client, record->commandId);
+
+  // The connection may be closed or lost meanwhile: it is looked up again afterwards.
+  lock.unlock();
+  Reply reply;
+  try {
+    reply = responder ? responder(record->bytes) : EchoReply(record->bytes);
+  } catch (const std::exception& e) {
+    record->why = std::string("the client stays silent: ") + e.what();
+  } catch (...) {
+    record->why = "the client stays silent: its responder failed";
+  }
+  lock.lock();
+  Queue(connection, reply, record->commandId);
+  return Finish(&call, static_cast<std::int64_t>(call.limit));
+}
+
+Result Engine::Close(std::uint64_t connection) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Call call = Begin(Operation::kClose, connection);
+  if (call.connection == nullptr) return Fail(&call, EBADF, "the connection is not open");
+  connections_.erase(connection);
+  call.connection = nullptr;
+  if (const auto failure = PreventedByFault(&call)) return *failure;
+  return Finish(&call, 0);
+}
+
+Engine::Call Engine::Begin(Operation operation, std::uint64_t connection) {
+  Call call;
+  call.record.operation = operation;
+  call.record.occurrence = ++counts_[static_cast<std::size_t>(operation)];
+  call.record.connection = connection;
+  call.record.start = Now();
+  const auto found = connections_.find(connection);
+  if (found != connections_.end()) {
+    call.connection = &found->second;
+    call.record.descriptor = found->second.descriptor;
+    if (found->second.client != nullptr) call.record.client = found->second.client->name;
+  }
+  return call;
+}
+
+Result Engine::Finish(Call* call, std::int64_t value) {
+  call->record.result = value;
+  call->record.sequence = nextSequence_++;
+  call->record.end = Now();
+  for (OperationObserver* observer : observers_) observer->OnOperation(call->record);
+  const int error = call->record.error;
+  if (keepRecords_) records_.push_back(std::move(call->record));
+  return {value, error};
+}
+
+Result Engine::Fail(Call* call, int error, std::string why) {
+  call->record.error = error;
+  call->record.why = std::move(why);
+  return Finish(call, -1);
+}
+
+std::optional<Result> Engine::Prevented(Call* call) {
+  if (call->connection == nullptr) return Fail(call, EBADF, "the connection is not open");
+  if (const auto failure = PreventedByFault(call)) return failure;
+  if (call->connection->lost) {
+    return Fail(call, ENODEV, "the device was lost after this descriptor was opened");
+  }
+  return std::nullopt;
+}
+
+std::optional<Result> Engine::PreventedByFault(Call* call) {
+  const Fault* fault = faults_.Match(call->record.operation, call->record.occurrence);
+  if (fault == nullptr) return std::nullopt;
+  if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
+    return Fail(call, errnoFault->error, "fault at " + Occurrence(call->record));
+  }
+  if (const auto* loss = std::get_if<DeviceLoss>(&fault->effect)) {
+    Lose(*loss);
+    const std::string why = "the device is lost at " + Occurrence(call->record);
+    if (call->record.operation != Operation::kClose) return Fail(call, ENODEV, why);
+    call->record.why = why;
+    return std::nullopt;
+  }
+  const std::size_t count = std::get<ShortCount>(fault->effect).count;
+  if (count < call->limit) {
+    call->limit = count;
+    call->record.why = "cut by a fault at " + Occurrence(call->record);
+  }
+  return std::nullopt;
+}
+
+std::optional<Result> Engine::PreventedTransfer(Call* call, const void* buffer,
+                                                std::size_t length) {
+  if (const auto failure = Prevented(call)) return failure;
+  if (call->connection->client == nullptr) {
+    return Fail(call, ENOTCONN, "the descriptor is not connected to a client");
+  }
+  if (buffer == nullptr && length > 0) return Fail(call, EFAULT, "the buffer is null");
+  return std::nullopt;
+}
+
+void Engine::Lose(const DeviceLoss& loss) {
+  carried_.clear();
+  for (auto& [number, connection] : connections_) {
+    if (connection.lost) continue;
+    connection.lost = true;
+    if (loss.keepReplies && !connection.pending.empty()) {
+      carried_.emplace_back(connection.client, std::move(connection.pending));
+    }
+    connection.pending.clear();
+  }
+  failingOpens_ = loss.failingOpens;
+  openError_ = loss.openError;
+}
+
+Engine::MessageQueue Engine::TakeCarried(const Client& client) {
+  const auto found = std::find_if(carried_.begin(), carried_.end(),
+                                  [&client](const auto& entry) { return entry.first == &client; });
+  if (found == carried_.end()) return {};
+  MessageQueue queue = std::move(found->second);
+  carried_.erase(found);
+  return queue;
+}
+
+Responder Engine::ResponderFor(const Client& client, std::optional<std::uint32_t> command) const {
+  auto found = command ? responders_.find({client.name, command}) : responders_.end();
+  if (found == responders_.end()) found = responders_.find({client.name, std::nullopt});
+  return found == responders_.end() ? Responder() : found->second;
+}
+
+void Engine::Queue(std::uint64_t connection, const Reply& reply,
+                   std::optional<std::uint32_t> command) {
+  const auto found = connections_.find(connection);
+  if (found == connections_.end() || found->second.lost) return;
+  MessageQueue* pending = &found->second.pending;
+  if (reply.message) pending->push_back({Payload::kReply, *reply.message, command});
+  if (reply.privateData) pending->push_back({Payload::kPrivateData, *reply.privateData, command});
+}
+
+const Client& Engine::ClientNamed(const std::string& name) const {
+  std::string known;
+  for (const Client& client : clients_) {
+    if (client.name == name) return client;
+    known += (known.empty() ? "" : ", ") + client.name;
+  }
+  throw std::invalid_argument("no client is named '" + name + "'; known are " + known);
+}
+
+void Engine::SetResponder(const std::string& client, std::uint32_t command, Responder responder) {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  responders_[{client, command}] = std::move(responder);
+}
+
+void Engine::SetResponder(const std::string& client, Responder responder) {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  responders_[{client, std::nullopt}] = std::move(responder);
+}
+
+void Engine::SetIoctl(std::uint32_t request, IoctlHandler handler) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  ioctls_[request] = std::move(handler);
+}
+
+void Engine::AddFault(const Fault& fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.Add(fault);
+}
+
+void Engine::ClearFaults() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.Clear();
+  failingOpens_ = 0;
+}
+
+void Engine::LoseDevice(const DeviceLoss& loss) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Lose(loss);
+}
+
+void Engine::FailNext(Operation operation, int error, std::uint64_t times) {
+  AddFault({operation, Count(operation) + 1, times, ErrnoFault{error}});
+}
+
+void Engine::ShortenNext(Operation operation, std::size_t count) {
+  AddFault({operation, Count(operation) + 1, 1, ShortCount{count}});
+}
+
+void Engine::LoseDeviceAtNext(Operation operation, std::uint64_t times, const DeviceLoss& loss) {
+  AddFault({operation, Count(operation) + 1, times, loss});
+}
+
+void Engine::AddObserver(OperationObserver* observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observers_.push_back(observer);
+}
+
+void Engine::RemoveObserver(OperationObserver* observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
+}
+
+std::uint64_t Engine::Count(Operation operation) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return counts_[static_cast<std::size_t>(operation)];
+}
+
+std::size_t Engine::OpenDescriptors() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return connections_.size();
+}
+
+std::vector<OperationRecord> Engine::Records() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return records_;
+}
+
+void Engine::ClearRecords() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  records_.clear();
+}
+
+std::vector<Bytes> Engine::Requests(const std::string& client) const {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<Bytes> requests;
+  for (const OperationRecord& record : records_) {
+    if (record.payload == Payload::kRequest && record.client == client) {
+      requests.push_back(record.bytes);
+    }
+  }
+  return requests;
+}
+
+}  // namespace zulisim

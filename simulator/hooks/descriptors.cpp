@@ -1,0 +1,65 @@
+#include "simulator/hooks/descriptors.h"
+
+#include <sys/stat.h>
+
+#include <atomic>
+#include <cerrno>
+
+#include "simulator/hooks/libc.h"
+
+namespace zulisim::hooks {
+namespace {
+
+struct Mark {
+  std::atomic<std::uint64_t> inode;  // of the kernel object behind the descriptor; 0: no mark
+  std::atomic<std::uint64_t> handle;
+};
+
+Mark marks[kDescriptorLimit];
+std::atomic<int> markedEnd{0};
+
+std::uint64_t Inode(int descriptor) {
+  const int savedErrno = errno;
+  struct stat status;
+  const int result = Real().fstat(descriptor, &status);
+  errno = savedErrno;
+  return result == 0 ? status.st_ino : 0;
+}
+
+}  // namespace
+
+bool MarkDescriptor(int descriptor, std::uint64_t handle) {
+  if (descriptor < 0 || descriptor >= kDescriptorLimit) return false;
+  const std::uint64_t inode = Inode(descriptor);
+  if (inode == 0) return false;
+  Mark& mark = marks[descriptor];
+  mark.handle.store(handle, std::memory_order_relaxed);
+  mark.inode.store(inode, std::memory_order_release);
+  int end = markedEnd.load();
+  while (end <= descriptor && !markedEnd.compare_exchange_weak(end, descriptor + 1)) {
+  }
+  return true;
+}
+
+std::optional<std::uint64_t> DeviceHandle(int descriptor) {
+  if (descriptor < 0 || descriptor >= kDescriptorLimit) return std::nullopt;
+  Mark& mark = marks[descriptor];
+  std::uint64_t inode = mark.inode.load(std::memory_order_acquire);
+  if (inode == 0) return std::nullopt;
+  const std::uint64_t handle = mark.handle.load(std::memory_order_relaxed);
+  if (inode == Inode(descriptor)) return handle;
+  mark.inode.compare_exchange_strong(inode, 0);
+  return std::nullopt;
+}
+
+bool UnmarkDescriptor(int descriptor, std::uint64_t handle) {
+  if (marks[descriptor].inode.exchange(0) == 0) return false;
+  for (int other = 0; other < MarkedEnd(); ++other) {
+    if (marks[other].inode.load() != 0 && marks[other].handle.load() == handle) return false;
+  }
+  return true;
+}
+
+int MarkedEnd() { return markedEnd.load(); }
+
+}  // namespace zulisim::hooks

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+
+namespace zulisim::hooks {
+
+// Which descriptors of this process are the device's. Lock-free; any thread.
+
+inline constexpr int kDescriptorLimit = 65536;
+
+// Serves `descriptor` as the device from here on. False when its number is at or above the limit.
+bool MarkDescriptor(int descriptor, std::uint64_t handle);
+
+// Says no after one load when the descriptor is not marked. A mark that was left behind because
+// the descriptor was closed behind the hooks' back is noticed and removed.
+std::optional<std::uint64_t> DeviceHandle(int descriptor);
+
+// Takes the mark away; true when this call did it and no other mark for the handle is left.
+bool UnmarkDescriptor(int descriptor, std::uint64_t handle);
+
+// One above the highest number that was ever marked.
+int MarkedEnd();
+
+}  // namespace zulisim::hooks

@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// What the hooks of libc's functions ask of whatever serves the device. One of two sources
+// implements it: in-process against an engine of the same process, or remote against an engine in
+// another. Nothing here, and nothing in the hooks, needs a C++ runtime library, and no function
+// throws. Errors are errno values; a result of -1 goes with one.
+namespace zulisim::hooks {
+
+struct Outcome {
+  std::int64_t value = 0;
+  int error = 0;
+};
+
+// A descriptor of the device: a real one of the kernel, which nothing else in the process can be
+// given, and the engine's handle of the open file.
+struct OpenedDevice {
+  int descriptor = -1;
+  std::uint64_t handle = 0;
+  int error = 0;
+};
+
+// True when a device is served at all. Never blocks, allocates or takes a lock.
+bool DeviceServed();
+
+// Where `path` is redirected to, or null. Never blocks, allocates or takes a lock.
+const char* RedirectedPath(const char* path);
+
+OpenedDevice DeviceOpen(int flags, unsigned mode);
+Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
+Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length);
+Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
+// The last descriptor of `handle` in this process is being closed.
+Outcome DeviceClose(std::uint64_t handle);
+
+}  // namespace zulisim::hooks

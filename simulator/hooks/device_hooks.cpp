@@ -1,0 +1,191 @@
+// Hooks of the functions that work on a descriptor.
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdint>
+
+#include "simulator/hooks/descriptors.h"
+#include "simulator/hooks/device.h"
+#include "simulator/hooks/libc.h"
+
+namespace zulisim::hooks {
+namespace {
+
+// A call that falls through keeps no object with a destructor alive and passes no handler: read and
+// write are cancellation points, and a cancelled thread unwinds through the hook.
+
+std::int64_t Deliver(int savedErrno, const Outcome& outcome) {
+  errno = outcome.value == -1 ? outcome.error : savedErrno;
+  return outcome.value;
+}
+
+ssize_t ReadDevice(std::uint64_t handle, void* buffer, std::size_t length) {
+  const int savedErrno = errno;
+  return Deliver(savedErrno, DeviceRead(handle, buffer, length));
+}
+
+ssize_t WriteDevice(std::uint64_t handle, const void* buffer, std::size_t length) {
+  const int savedErrno = errno;
+  return Deliver(savedErrno, DeviceWrite(handle, buffer, length));
+}
+
+// As the kernel does for a driver that knows no vectors: piece by piece, up to the first piece that
+// fails or falls short.
+template <typename Transfer>
+ssize_t EachPiece(const struct iovec* pieces, int count, Transfer transfer) {
+  ssize_t total = 0;
+  for (int i = 0; i < count; ++i) {
+    const ssize_t moved = transfer(pieces[i].iov_base, pieces[i].iov_len);
+    if (moved < 0) return total > 0 ? total : moved;
+    total += moved;
+    if (static_cast<std::size_t>(moved) < pieces[i].iov_len) break;
+  }
+  return total;
+}
+
+// Takes a descriptor away from the device; the error is what its driver answers.
+int Release(int descriptor, std::uint64_t handle) {
+  const int savedErrno = errno;
+  const bool last = UnmarkDescriptor(descriptor, handle);
+  const Outcome outcome = last ? DeviceClose(handle) : Outcome{};
+  errno = savedErrno;
+  return outcome.value == -1 ? outcome.error : 0;
+}
+
+void ReleaseRange(int first, int last) {
+  for (int descriptor = first; descriptor <= last && descriptor < MarkedEnd(); ++descriptor) {
+    if (const auto handle = DeviceHandle(descriptor)) Release(descriptor, *handle);
+  }
+}
+
+int Duplicated(const std::optional<std::uint64_t>& handle, int duplicate) {
+  if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle)) {
+    Real().close(duplicate);
+    errno = EMFILE;
+    return -1;
+  }
+  return duplicate;
+}
+
+// dup2 and dup3: `target` is closed on the way, without an error of its own.
+template <typename Duplicate>
+int DuplicateOnto(int source, int target, Duplicate duplicate) {
+  const auto handle = DeviceHandle(source);
+  const auto replaced = DeviceHandle(target);
+  if ((!handle && !replaced) || source == target) return duplicate();
+  const int result = duplicate();
+  if (result < 0) return result;
+  if (replaced) Release(target, *replaced);
+  return Duplicated(handle, result);
+}
+
+bool IsDuplication(int command) { return command == F_DUPFD || command == F_DUPFD_CLOEXEC; }
+
+}  // namespace
+
+ssize_t HookRead(int descriptor, void* buffer, size_t length) ZULISIM_HOOK(read);
+ssize_t HookRead(int descriptor, void* buffer, size_t length) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().read(descriptor, buffer, length);
+  return ReadDevice(*handle, buffer, length);
+}
+
+ssize_t HookReadChecked(int descriptor, void* buffer, size_t length, size_t room)
+    ZULISIM_HOOK(__read_chk);
+ssize_t HookReadChecked(int descriptor, void* buffer, size_t length, size_t room) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle || length > room) return Real().__read_chk(descriptor, buffer, length, room);
+  return ReadDevice(*handle, buffer, length);
+}
+
+ssize_t HookReadv(int descriptor, const struct iovec* pieces, int count) ZULISIM_HOOK(readv);
+ssize_t HookReadv(int descriptor, const struct iovec* pieces, int count) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().readv(descriptor, pieces, count);
+  return EachPiece(pieces, count, [&handle](void* buffer, std::size_t length) {
+    return ReadDevice(*handle, buffer, length);
+  });
+}
+
+ssize_t HookWrite(int descriptor, const void* buffer, size_t length) ZULISIM_HOOK(write);
+ssize_t HookWrite(int descriptor, const void* buffer, size_t length) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().write(descriptor, buffer, length);
+  return WriteDevice(*handle, buffer, length);
+}
+
+ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) ZULISIM_HOOK(writev);
+ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().writev(descriptor, pieces, count);
+  return EachPiece(pieces, count, [&handle](const void* buffer, std::size_t length) {
+    return WriteDevice(*handle, buffer, length);
+  });
+}
+
+int HookIoctl(int descriptor, unsigned long request, void* argument) ZULISIM_HOOK(ioctl);
+int HookIoctl(int descriptor, unsigned long request, void* argument) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().ioctl(descriptor, request, argument);
+  const int savedErrno = errno;
+  // A driver sees 32 bits, whether or not the caller's int was sign-extended.
+  return static_cast<int>(Deliver(
+      savedErrno, DeviceIoctl(*handle, static_cast<std::uint32_t>(request), argument)));
+}
+
+int HookClose(int descriptor) ZULISIM_HOOK(close);
+int HookClose(int descriptor) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().close(descriptor);
+  const int error = Release(descriptor, *handle);
+  const int result = Real().close(descriptor);
+  if (error == 0) return result;
+  errno = error;
+  return -1;
+}
+
+int HookCloseRange(unsigned first, unsigned last, int flags) ZULISIM_HOOK(close_range);
+int HookCloseRange(unsigned first, unsigned last, int flags) {
+  constexpr int kMarkCloseOnExec = 1 << 2;
+  constexpr unsigned kHighest = kDescriptorLimit - 1;
+  if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
+    ReleaseRange(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
+  }
+  return Real().close_range(first, last, flags);
+}
+
+void HookCloseFrom(int first) ZULISIM_HOOK(closefrom);
+void HookCloseFrom(int first) {
+  ReleaseRange(first < 0 ? 0 : first, kDescriptorLimit - 1);
+  Real().closefrom(first);
+}
+
+int HookDup(int descriptor) ZULISIM_HOOK(dup);
+int HookDup(int descriptor) {
+  return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor));
+}
+
+int HookDup2(int source, int target) ZULISIM_HOOK(dup2);
+int HookDup2(int source, int target) {
+  return DuplicateOnto(source, target, [=] { return Real().dup2(source, target); });
+}
+
+int HookDup3(int source, int target, int flags) ZULISIM_HOOK(dup3);
+int HookDup3(int source, int target, int flags) {
+  return DuplicateOnto(source, target, [=] { return Real().dup3(source, target, flags); });
+}
+
+int HookFcntl(int descriptor, int command, void* argument) ZULISIM_HOOK(fcntl);
+int HookFcntl(int descriptor, int command, void* argument) {
+  const int result = Real().fcntl(descriptor, command, argument);
+  return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
+}
+
+int HookFcntl64(int descriptor, int command, void* argument) ZULISIM_HOOK(fcntl64);
+int HookFcntl64(int descriptor, int command, void* argument) {
+  const int result = Real().fcntl64(descriptor, command, argument);
+  return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
+}
+
+}  // namespace zulisim::hooks

@@ -1,0 +1,39 @@
+#include "simulator/hooks/libc.h"
+
+#include <dlfcn.h>
+
+#include <atomic>
+
+namespace zulisim::hooks {
+namespace {
+
+Libc functions;
+std::atomic<bool> resolved{false};
+
+void* Next(const char* name) {
+  void* function = dlsym(RTLD_NEXT, name);
+  // Functions that only old programs still use have no default version any more.
+  return function != nullptr ? function : dlvsym(RTLD_NEXT, name, "GLIBC_2.2.5");
+}
+
+void Resolve() {
+  Libc found;
+#define ZULISIM_RESOLVE(name, result, parameters) \
+  found.name = reinterpret_cast<result(*) parameters>(Next(#name));
+  ZULISIM_HOOKED_FUNCTIONS(ZULISIM_RESOLVE)
+#undef ZULISIM_RESOLVE
+  // Threads can only meet here before main, and then write the same values.
+  functions = found;
+  resolved.store(true, std::memory_order_release);
+}
+
+__attribute__((constructor(101))) void ResolveAtStart() { Real(); }
+
+}  // namespace
+
+const Libc& Real() {
+  if (!resolved.load(std::memory_order_acquire)) Resolve();
+  return functions;
+}
+
+}  // namespace zulisim::hooks
