@@ -6,9 +6,9 @@
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
 #include "api/session_field.h"
-#include "log/log_file.h"
+#include "log/address.h"
+#include "log/file_sink.h"
 #include "log/log_line.h"
-#include "log/value_format.h"
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 

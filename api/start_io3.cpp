@@ -4,8 +4,8 @@
 #include "api/error_record.h"
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
+#include "log/address.h"
 #include "log/log_line.h"
-#include "log/value_format.h"
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 

@@ -12,6 +12,7 @@ target_compile_features(kalodll PUBLIC cxx_std_17)
 target_link_libraries(kalodll PRIVATE Threads::Threads)
 set_target_properties(kalodll PROPERTIES
   LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
+  INSTALL_RPATH_USE_LINK_PATH ON
   LINK_DEPENDS "${_exports}")
 
 target_link_options(kalodll PRIVATE

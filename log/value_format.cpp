@@ -24,12 +24,3 @@ void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned
   if (length % kBytesPerWord != 0) stream << std::setw(8) << std::setfill('0') << 0;
   stream << std::dec << std::endl;
 }
-
-namespace logging {
-
-std::ostream& operator<<(std::ostream& stream, Address address) {
-  if (address.value == nullptr) return stream << '0';
-  return stream << address.value;
-}
-
-}  // namespace logging

@@ -12,14 +12,3 @@ std::ostream& operator<<(std::ostream& stream, const _GUID& guid);
 // Prints the first length/4 bytes of `bytes`, each as seven '0' and the raw byte, eight to a line.
 // `bytes` holds at least length/4 bytes. Leaves the stream as the GUID printer does.
 void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned int length);
-
-namespace logging {
-
-// A pointer that prints alike with every standard library: "0x" and digits, or "0" for null.
-struct Address {
-  const void* value;
-};
-
-std::ostream& operator<<(std::ostream& stream, Address address);
-
-}  // namespace logging

@@ -1,0 +1,24 @@
+#!/usr/bin/env bash
+# Installs a build, then builds and runs a C and a C++ driver from the installed tree: through the
+# CMake package, and through pkg-config from another place.
+#   installed_package.sh BUILD_DIR CONSUMER_DIR CC CXX CXX_FLAGS
+set -euo pipefail
+build=$1 consumer=$2 cc=$3 cxx=$4 cxx_flags=${5-}
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+quietly() { "$@" >"$folder/output" 2>&1 || { cat "$folder/output"; exit 1; }; }
+
+quietly cmake --install "$build" --prefix "$folder/first"
+quietly cmake -S "$consumer" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$folder/first" \
+  -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$cxx_flags"
+quietly cmake --build "$folder/build"
+"$folder/build/c_driver"
+"$folder/build/cpp_driver"
+
+mv "$folder/first" "$folder/moved"
+config=$(find "$folder/moved" -name kalodll.pc)
+export PKG_CONFIG_PATH=${config%/*}
+# shellcheck disable=SC2046  # words are meant
+"$cc" -std=c11 $(pkg-config --cflags kalodll) "$consumer/driver.c" -o "$folder/pc_driver" \
+  $(pkg-config --libs kalodll)
+LD_LIBRARY_PATH=$(pkg-config --variable=libdir kalodll) "$folder/pc_driver"
