@@ -39,6 +39,7 @@ if(NOT KALODLL_SANITIZE)
     target_link_libraries(kalodll PRIVATE
       "-Wl,-Bstatic" c++ c++abi "-Wl,-Bdynamic" Threads::Threads gcc_s)
   else()
-    target_link_options(kalodll PRIVATE -static-libstdc++)
+    # The compiler refers to __cxa_pure_virtual weakly, which alone would not carry it along.
+    target_link_options(kalodll PRIVATE -static-libstdc++ "LINKER:--undefined=__cxa_pure_virtual")
   endif()
 endif()

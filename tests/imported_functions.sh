@@ -1,0 +1,35 @@
+#!/usr/bin/env bash
+# Holds what a built library takes from outside against the committed list: the calls of its own code
+# apart from those of the carried C++ runtime.
+#   imported_functions.sh LIBRARY OBJECT_FOLDER LIST libstdc++|libc++
+set -euo pipefail
+library=$1 objects=$2 list=$3 runtime=$4
+
+section() { awk -v wanted="[$1]" '/^\[/ {on = $0 == wanted; next} on && NF && !/^#/' "$list"; }
+# The host's C library gives some standard names a prefix.
+plain() { sed -E 's/@.*//; s/^__isoc[0-9]+_//' | LC_ALL=C sort -u; }
+status=0
+reject() { # reject WHAT ALLOWED: every line of standard input that ALLOWED lacks
+  local unknown
+  unknown=$(LC_ALL=C comm -23 - <(LC_ALL=C sort -u <<<"$2"))
+  [ -z "$unknown" ] && return
+  echo "$1, not listed in $list:" $unknown
+  status=1
+}
+
+mapfile -t files < <(find "$objects" -name '*.o')
+[ "${#files[@]}" -gt 20 ] || { echo "only ${#files[@]} objects under $objects"; exit 1; }
+own=$(section "own code"; section "host names")
+defined=$(nm --defined-only -f posix "${files[@]}" 2>/dev/null | awk 'NF >= 2 {print $1}' | plain)
+
+# C++ names, and what the compiler itself calls for, are the runtime's.
+called=$(nm --undefined-only -f posix "${files[@]}" | awk 'NF == 2 {print $1}' |
+  grep -vE '^(_Z|_Unwind_|__cxa_|__gxx_|__clang_call|_GLOBAL_OFFSET_TABLE_|__dso_handle|DW\.ref)' | plain)
+[ -n "$called" ] || { echo "the objects under $objects call nothing"; exit 1; }
+reject "called by the library's own code" "$own"$'\n'"$defined" <<<"$called"
+
+imported=$(nm -D --undefined-only "$library" | awk '{print $2}' | plain)
+reject "imported by the library" "$own"$'\n'"$(section "runtime $runtime")" <<<"$imported"
+
+[ "$status" -ne 0 ] || echo "$(wc -l <<<"$imported") imports, all as listed"
+exit "$status"
