@@ -53,3 +53,18 @@ class KaloDllState {
 };
 
 extern KaloDllState gKaloDllState;
+
+// Debuggers and other code of the process find the fields by these offsets.
+static_assert(sizeof(KaloDllState) == 3208);
+static_assert(offsetof(KaloDllState, stateLock) == 8);
+static_assert(offsetof(KaloDllState, provisioningSession) == 48);
+static_assert(offsetof(KaloDllState, fenuSession) == 72);
+static_assert(offsetof(KaloDllState, apiErrorText) == 80);
+static_assert(offsetof(KaloDllState, kaloErrorText) == 1108);
+static_assert(offsetof(KaloDllState, fenuErrorText) == 2136);
+static_assert(offsetof(KaloDllState, lastErrorSource) == 3164);
+static_assert(offsetof(KaloDllState, lastErrorContext) == 3168);
+static_assert(offsetof(KaloDllState, lastErrorProcessId) == 3176);
+static_assert(offsetof(KaloDllState, stateInitFlag) == 3184);
+static_assert(offsetof(KaloDllState, kaloRefCountA) == 3188);
+static_assert(offsetof(KaloDllState, sessionBShared) == 3200);

@@ -30,7 +30,10 @@ else()
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
 endif()
 
-if(NOT KALODLL_SANITIZE)
+if(ANDROID)
+  # The toolchain's c++_static carries library and unwinder, and the version script hides both.
+  target_link_options(kalodll PRIVATE "LINKER:--no-undefined")
+elseif(NOT KALODLL_SANITIZE)
   # The C++ standard library travels inside, hidden. The unwinder stays the process's shared one:
   # exceptions of the exported classes cross into callers, which a private unwinder cannot serve.
   target_link_options(kalodll PRIVATE "LINKER:--no-undefined")

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <sstream>
 #include <vector>
@@ -48,3 +49,7 @@ class Logger : public std::basic_stringstream<char> {
   // 0 is ordinary, 100 detailed trace. Set it before inserting text.
   int32_t level;
 };
+
+static_assert(sizeof(Logger::LogBase) == 80 && offsetof(Logger::LogBase, sinks) == 8 &&
+              offsetof(Logger::LogBase, plainOutput) == 32 &&
+              offsetof(Logger::LogBase, lock) == 40);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -77,3 +78,5 @@ class ClientSession {
   // Not terminated, and not initialised before the first storeErrInfo: read 1024 bytes at most.
   char lastErrorText[1024];
 };
+static_assert(sizeof(ClientSession) == 1056 && offsetof(ClientSession, lastErrorStatus) == 24 &&
+              offsetof(ClientSession, lastErrorText) == 28);

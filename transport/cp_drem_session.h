@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 #include "oscl/guid.h"
@@ -62,3 +63,5 @@ class CpDremSession {
   // Owned. Holds the client's properties once connected.
   ZuliConnectRecord* connectRecord;
 };
+static_assert(sizeof(CpDremSession) == 24 && offsetof(CpDremSession, deviceFd) == 8 &&
+              offsetof(CpDremSession, connectRecord) == 16);
