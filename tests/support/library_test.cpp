@@ -1,0 +1,168 @@
+#include "tests/support/library_test.h"
+
+#include <stdlib.h>
+
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <sstream>
+
+namespace test {
+
+namespace {
+
+struct Field {
+  const char* name;
+  size_t offset;
+  size_t size;
+};
+
+#define FIELD(name) \
+  { #name, offsetof(KaloDllState, name), sizeof(KaloDllState::name) }
+constexpr Field kFields[] = {
+    FIELD(kaloInterfaceVersion), FIELD(fenuInterfaceVersion), FIELD(provisioningSession),
+    FIELD(kaloSessionA),         FIELD(kaloSessionB),         FIELD(fenuSession),
+    FIELD(apiErrorText),         FIELD(apiErrorCode),         FIELD(kaloErrorText),
+    FIELD(kaloErrorCode),        FIELD(fenuErrorText),        FIELD(fenuErrorCode),
+    FIELD(lastErrorSource),      FIELD(lastErrorContext),     FIELD(lastErrorProcessId),
+    FIELD(firmwareApiVersion),   FIELD(stateInitFlag),        FIELD(kaloRefCountA),
+    FIELD(kaloRefCountB),        FIELD(fenuRefCount),         FIELD(sessionBShared)};
+#undef FIELD
+
+const char* StateBytes() { return reinterpret_cast<const char*>(&gKaloDllState); }
+
+std::string MakeFolder() {
+  std::string pattern = (std::filesystem::temp_directory_path() / "kalodll.XXXXXX").string();
+  return mkdtemp(pattern.data());
+}
+
+bool IsOperation(const std::string& line) { return line.rfind('<', 0) == 0; }
+
+// "name:12: text" becomes "name: text"; a line with another lead-in stays, and so shows.
+std::string WithoutTag(const std::string& line) {
+  const size_t begin = line.find(':');
+  if (begin == std::string::npos) return line;
+  const size_t end = line.find_first_not_of("0123456789", begin + 1);
+  if (end == begin + 1 || end == std::string::npos || line.compare(end, 2, ": ") != 0) return line;
+  return line.substr(0, begin) + line.substr(end);
+}
+
+}  // namespace
+
+Bytes Message(uint32_t command, size_t size, uint32_t status, uint32_t word0, uint32_t word3) {
+  Bytes bytes(size);
+  for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<unsigned char>(i);
+  const uint32_t words[] = {word0, command, status, word3};
+  std::memcpy(bytes.data(), words, std::min(size, sizeof words));
+  return bytes;
+}
+
+std::string Pointer(const void* pointer) {
+  if (pointer == nullptr) return "0";
+  std::ostringstream text;
+  text << "0x" << std::hex << reinterpret_cast<uintptr_t>(pointer);
+  return text.str();
+}
+
+Lines WithName(const std::string& name, Lines texts) {
+  for (std::string& text : texts) text.insert(0, name + ": ");
+  return texts;
+}
+
+Lines operator+(Lines left, const Lines& right) {
+  left.insert(left.end(), right.begin(), right.end());
+  return left;
+}
+
+StateSnapshot::StateSnapshot() : bytes_(StateBytes(), sizeof(KaloDllState)) {}
+
+Lines StateSnapshot::Changed() const {
+  Lines names;
+  for (const Field& field : kFields) {
+    if (bytes_.compare(field.offset, field.size, StateBytes() + field.offset, field.size) != 0) {
+      names.push_back(field.name);
+    }
+  }
+  return names;
+}
+
+void MemorySink::logMessage(const char* message) {
+  lines_->push_back(message);
+  if (onLine) onLine();
+}
+
+// The lines outlive the test: the log, which owns the sink, goes on until the library is unloaded.
+LibraryTest::LibraryTest(zulisim::EngineOptions options)
+    : engine(std::move(options)),
+      folder_(MakeFolder()),
+      attachment_(engine, {{"/data/Marvoleth.log", LogFile()}}),
+      lines_(new Lines) {
+  sink = new MemorySink(lines_);
+  Logger::logBase.sinks.push_back(sink);
+  engine.AddObserver(this);
+}
+
+LibraryTest::~LibraryTest() {
+  engine.RemoveObserver(this);
+  for (LogSink*& registered : Logger::logBase.sinks) {
+    if (registered == sink) registered = nullptr;
+  }
+  delete sink;
+  delete lines_;
+  std::filesystem::remove_all(folder_);
+}
+
+void LibraryTest::TearDown() {
+  Take();
+  if (!HasFailure()) return;
+  std::cout << "--- transcript ---\n";
+  for (const std::string& line : history_) std::cout << line << '\n';
+}
+
+void LibraryTest::OnOperation(const zulisim::OperationRecord& record) {
+  std::string line = std::string("<") + OperationName(record.operation);
+  if (record.result == -1) line += " " + zulisim::ErrnoName(record.error);
+  lines_->push_back(line + ">");
+}
+
+void LibraryTest::Trace() {
+  sink->onLine = [] { Logger::logBase.level = 100; };
+  sink->onLine();
+}
+
+Lines LibraryTest::Take() {
+  const Lines taken = std::move(*lines_);
+  lines_->clear();
+  history_ = std::move(history_) + taken;
+  return taken;
+}
+
+Lines LibraryTest::TakeTranscript() {
+  Lines lines = Take();
+  for (std::string& line : lines) line = WithoutTag(line);
+  return lines;
+}
+
+Lines LibraryTest::TakeTaggedLog() {
+  Lines lines;
+  for (std::string& line : Take()) {
+    if (!IsOperation(line)) lines.push_back(line);
+  }
+  return lines;
+}
+
+Lines LibraryTest::TakeLog() {
+  Lines lines = TakeTaggedLog();
+  for (std::string& line : lines) line = WithoutTag(line);
+  return lines;
+}
+
+std::string LibraryTest::LogFileText() const {
+  std::ifstream file(LogFile(), std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+}  // namespace test

@@ -1,0 +1,170 @@
+// The sessions behind a handle: which client serves a command, and what refuses.
+
+#include "transport/client_session.h"
+
+#include <cstring>
+#include <memory>
+#include <new>
+#include <stdexcept>
+
+#include "tests/support/library_test.h"
+#include "transport/cp_drem_session.h"
+#include "transport/kalo_exception.h"
+
+namespace test {
+namespace {
+
+using testing::ThrowsMessage;
+using zulisim::Operation;
+
+const _GUID* const kKalo = &ClientSession::KALO_CLIENT_GUID;
+const _GUID* const kFenu = &ClientSession::FENU_CLIENT_GUID;
+const _GUID* const kSab = &ClientSession::SAB_CLIENT_GUID;
+
+class Multiplexer : public LibraryTest {
+ protected:
+  // The client that a command reached.
+  std::string Send(uint32_t command) {
+    Bytes input = Message(command);
+    Bytes output(32);
+    session.IoMessage(input.data(), 32, output.data(), 32, nullptr, nullptr);
+    return engine.Records().back().client;
+  }
+  void Send(unsigned int inputLength, unsigned int outputLength) {
+    Bytes buffer(16);
+    session.IoMessage(buffer.data(), inputLength, buffer.data(), outputLength, nullptr, nullptr);
+  }
+
+  ClientSession session;
+};
+
+TEST_F(Multiplexer, routes_each_family_of_commands) {
+  const struct {
+    uint32_t command;
+    const _GUID* guid;
+    const char* client;
+  } kRoutes[] = {{0, kKalo, "KALO"},         {0xFFFF, kKalo, "KALO"},  {0x10000, kKalo, "KALO"},
+                 {0x2FFFF, kKalo, "KALO"},   {0x30000, kFenu, "FENU"}, {0x3FFFF, kFenu, "FENU"},
+                 {0x40000, kKalo, "KALO"},   {0x4FFFF, kKalo, "KALO"}, {0x50000, kKalo, "KALO"},
+                 {0x70000, kKalo, "KALO"},   {0x7FFFF, kKalo, "KALO"}, {0xFFFFFFFF, kKalo, "KALO"},
+                 {0x80030000, kKalo, "KALO"}};
+  session.ConnectClient(kFenu);
+  session.ConnectClient(kKalo);
+  for (const auto& [command, guid, client] : kRoutes) {
+    SCOPED_TRACE(command);
+    EXPECT_EQ(ClientSession::CommandIdToGuid(command), guid);
+    EXPECT_EQ(Send(command), client);
+    EXPECT_EQ(session.GetDremSession(command)->clientGuid, guid);
+  }
+}
+
+TEST_F(Multiplexer, sends_every_command_to_an_only_session) {
+  session.ConnectClient(kFenu);
+  EXPECT_EQ(Send(0x10), "FENU");
+  session.ConnectClient(kSab);
+  EXPECT_EQ(Send(0x30000), "FENU");
+  EXPECT_THAT([this] { Send(0x10); },
+              ThrowsMessage<std::logic_error>("Not connected to client of this command"));
+}
+
+TEST_F(Multiplexer, names_clients_by_address_alone) {
+  session.ConnectClient(kKalo);
+  const _GUID copy = *kKalo;
+  EXPECT_NE(session.GetDremSession(kKalo), nullptr);
+  EXPECT_EQ(session.GetDremSession(&copy), nullptr);
+  EXPECT_THAT([&] { session.DisconnectClient(&copy); },
+              ThrowsMessage<std::logic_error>("Not connected to this client"));
+}
+
+TEST_F(Multiplexer, checks_sessions_then_request_then_reply) {
+  EXPECT_THAT([this] { Send(15, 15); }, ThrowsMessage<std::logic_error>("No active DREM sessions"));
+  session.ConnectClient(kKalo);
+  EXPECT_THAT([this] { Send(15, 15); },
+              ThrowsMessage<KaloException>("KALO Exception 0x3 Input buffer < kalo header size"));
+  EXPECT_THAT([this] { Send(16, 15); },
+              ThrowsMessage<KaloException>("KALO Exception 0x4 Output buffer < kalo header size"));
+  EXPECT_EQ(Count(Operation::kWrite), 0u);
+  Send(16, 16);
+  EXPECT_EQ(Count(Operation::kWrite), 1u);
+}
+
+TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
+  EXPECT_THAT([this] { session.ConnectClient(kFenu, kKalo); },
+              ThrowsMessage<std::runtime_error>("ParentSession not connected"));
+  session.ConnectClient(kKalo);
+  session.ConnectClient(kKalo);  // no check without a parent
+  EXPECT_THAT([this] { session.ConnectClient(kKalo, kSab); },
+              ThrowsMessage<std::runtime_error>("Already connected to this client"));
+  session.ConnectClient(kFenu, kKalo);
+  session.DisconnectClient(kKalo);
+  session.DisconnectClient(kKalo);
+  EXPECT_EQ(Send(0x30000), "FENU");
+  engine.FailNext(Operation::kOpen, ENOENT);
+  EXPECT_THAT([this] { session.ConnectClient(kSab); },
+              ThrowsMessage<std::runtime_error>("Cannot open ZULI device."));
+  EXPECT_EQ(session.dremSessions.size(), 1u);
+}
+
+TEST_F(Multiplexer, disconnects_the_first_match_and_keeps_the_order) {
+  for (const _GUID* guid : {kKalo, kFenu, kSab, kFenu}) session.ConnectClient(guid);
+  const std::vector<CpDremSession*> before = session.dremSessions;
+  session.DisconnectClient(kFenu);
+  EXPECT_EQ(session.dremSessions, (std::vector<CpDremSession*>{before[0], before[2], before[3]}));
+  std::vector<int> descriptors;
+  for (const CpDremSession* client : session.dremSessions) descriptors.push_back(client->deviceFd);
+  engine.ClearRecords();
+  session.DisconnectAllClients();
+  session.DisconnectAllClients();
+  std::vector<int> closed;
+  for (const auto& record : engine.Records()) closed.push_back(record.descriptor);
+  EXPECT_EQ(closed, descriptors);
+  EXPECT_TRUE(session.dremSessions.empty());
+}
+
+TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
+  const auto alloc = [this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); };
+  const auto release = [this] { session.IoctlFreeWrapper(nullptr, 9); };
+  EXPECT_THAT(alloc, ThrowsMessage<std::logic_error>("No active DREM sessions"));
+  EXPECT_THAT(release, ThrowsMessage<std::logic_error>("No active DREM sessions"));
+  session.ConnectClient(kKalo);
+  Trace();
+  alloc();
+  release();
+  EXPECT_EQ(TakeTranscript(), List("<open>", "<ioctl>"));
+  session.ConnectClient(kFenu);
+  EXPECT_THAT(alloc, ThrowsMessage<std::logic_error>("IOCTL call without active DREM sessions"));
+  EXPECT_THAT(release, ThrowsMessage<std::logic_error>("IOCTL call without active DREM sessions"));
+  EXPECT_THAT([this] { session.IoControl(nullptr, 0, nullptr, 0); },
+              ThrowsMessage<std::runtime_error>("IoControl() not implemented"));
+}
+
+TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
+  // On memory of a known pattern: the constructor must leave the text as it is.
+  alignas(ClientSession) unsigned char memory[sizeof(ClientSession)];
+  std::memset(memory, '#', sizeof memory);
+  auto* session = new (memory) ClientSession;
+  EXPECT_EQ(session->lastErrorStatus, -1);
+  const auto text = [&] { return std::string(session->lastErrorText, 1024); };
+  session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, "abcdef");
+  EXPECT_EQ(session->lastErrorStatus, 2);
+  session->storeErrInfo("XY");
+  EXPECT_EQ(session->lastErrorStatus, -1);
+  EXPECT_EQ(text(), "XYcdef" + std::string(1018, '#'));
+  session->storeErrInfo(std::string(1024, 'l') + "beyond");
+  EXPECT_EQ(text(), std::string(1024, 'l'));
+  session->~ClientSession();
+}
+
+TEST(Exception, builds_its_text_once) {
+  const KaloException exception(KALO_DLL_STATUS_PROVISIONING_FAILED, "why");
+  const char* text = exception.what();
+  EXPECT_STREQ(text, "KALO Exception 0x5 why");
+  EXPECT_EQ(exception.what(), text);
+  EXPECT_STREQ(KaloException(static_cast<KALO_DLL_STATUS>(0xABCDEF), nullptr).what(),
+               "KALO Exception 0xabcdef ");
+  const auto fail = [] { throw KaloException(KALO_DLL_STATUS_FAILURE, ""); };
+  EXPECT_THROW(fail(), std::runtime_error);
+}
+
+}  // namespace
+}  // namespace test
