@@ -8,9 +8,12 @@
 #include <stdexcept>
 
 #include "log/log_line.h"
+#include "transport/errno_policy.h"
 #include "transport/zuli_device.h"
 
 using logging::kTraceLevel;
+using transport::DeviceCall;
+using transport::PolicyFor;
 
 CpDremSession::CpDremSession(const _GUID* guid, CpDremSession*)
     : clientGuid(guid), deviceFd(-1), connectRecord(new ZuliConnectRecord()) {
@@ -32,7 +35,7 @@ void CpDremSession::Connect() {
     const int error = errno;
     KALO_LOG(kTraceLevel) << "open() for ZUL device " << transport::kZuliDevicePath
                           << " failed with errno = " << error << '.';
-    throw std::runtime_error("Cannot open ZULI device.");
+    throw std::runtime_error(PolicyFor(DeviceCall::kOpen, error).thrown);
   }
   KALO_LOG(kTraceLevel) << "ZULI FD: " << deviceFd;
 
@@ -41,7 +44,7 @@ void CpDremSession::Connect() {
     const int error = errno;
     KALO_LOG(kTraceLevel) << "ioctl(IOCTL_ZULI_CONNECT_CLIENT) failed with errno = " << error << '.';
     // The descriptor stays open in deviceFd, which is meant.
-    throw std::runtime_error("Cannot connect to ZULI device.");
+    throw std::runtime_error(PolicyFor(DeviceCall::kConnect, error).thrown);
   }
 }
 

@@ -3,10 +3,13 @@
 
 #include "log/log_line.h"
 #include "transport/cp_drem_session.h"
+#include "transport/errno_policy.h"
 #include "transport/message_header.h"
 #include "transport/zuli_device.h"
 
 using logging::kTraceLevel;
+using transport::DeviceCall;
+using transport::PolicyFor;
 
 namespace {
 
@@ -22,8 +25,9 @@ void LogHeader(const char* title, const unsigned char* message) {
   KALO_LOG_AS(kTraceLevel, kFunction) << "| " << std::hex << header.word3 << '\n';
 }
 
-[[noreturn]] void FailTransfer(const char* text, const char* title, const unsigned char* message) {
+[[noreturn]] void FailTransfer(DeviceCall call, const char* title, const unsigned char* message) {
   const int error = errno;
+  const char* text = PolicyFor(call, error).thrown;
   KALO_LOG_AS(kTraceLevel, kFunction) << text << " errno = " << error << '.';
   LogHeader(title, message);
   throw std::runtime_error(text);
@@ -39,7 +43,7 @@ bool SendRequest(CpDremSession& session, unsigned char* input, unsigned int leng
     return false;
   }
   const int written = session.WriteToZuli(input, length);
-  if (written == -1) FailTransfer("Error writing message to ZULI.", kInputTitle, input);
+  if (written == -1) FailTransfer(DeviceCall::kWrite, kInputTitle, input);
   KALO_LOG_AS(kTraceLevel, kFunction) << "Write to ZULI bytes = " << written << '.';
   return true;
 }
@@ -52,7 +56,7 @@ bool ReceiveReply(CpDremSession& session, unsigned char* output, unsigned int le
     return false;
   }
   if (session.ReadFromZuli(output, length) == -1) {
-    FailTransfer("Error reading message from ZULI.", kOutputTitle, output);
+    FailTransfer(DeviceCall::kRead, kOutputTitle, output);
   }
   return transport::HeaderOf(output).status < 0;
 }
@@ -67,9 +71,10 @@ void ReceivePrivateData(CpDremSession& session, const unsigned char* output,
   }
   const int received = session.ReadFromZuli(privateData, kPrivateDataLength);
   if (received == -1) {
+    const int error = errno;
     KALO_LOG_AS(kTraceLevel, kFunction) << "Error reading TEV private data.";
     LogHeader(kOutputTitle, output);
-    throw std::runtime_error("Error reading TEV private data");
+    throw std::runtime_error(PolicyFor(DeviceCall::kReadPrivateData, error).thrown);
   }
   *privateDataLength = static_cast<unsigned int>(received);
   KALO_LOG_AS(kTraceLevel, kFunction)

@@ -5,11 +5,11 @@
 
 int CpDremSession::ReadFromZuli(unsigned char* buffer, unsigned int length) {
   return static_cast<int>(transport::CallWithRecovery(
-      *this, {__func__, "READ"}, [=](int descriptor) { return read(descriptor, buffer, length); }));
+      *this, {transport::DeviceCall::kRead, __func__, "READ"}, [=](int descriptor) { return read(descriptor, buffer, length); }));
 }
 
 int CpDremSession::WriteToZuli(unsigned char* buffer, unsigned int length) {
   return static_cast<int>(transport::CallWithRecovery(
-      *this, {__func__, "WRITE"},
+      *this, {transport::DeviceCall::kWrite, __func__, "WRITE"},
       [=](int descriptor) { return write(descriptor, buffer, length); }));
 }
