@@ -22,8 +22,8 @@ namespace zulisim {
 // Descriptors are real ones of the kernel: they collide with nothing, dup and fcntl duplicate them,
 // close_range closes them, fstat shows a character device. Those that are open when the attachment
 // ends stay reserved, answer ENODEV, and can be closed. The device cannot be a stdio stream (fopen
-// and fdopen give EOPNOTSUPP). After a fork the child has a copy of the engine. Calls that reach the
-// kernel in another way (syscall(2), or libc's own use of its functions) are not seen.
+// and fdopen give EOPNOTSUPP). After a fork the child has a copy of the engine. Calls that reach
+// the kernel in another way (syscall(2), or libc's own use of its functions) are not seen.
 //
 // One at a time: a second one throws std::logic_error. Construction and destruction may run while
 // other threads make calls.

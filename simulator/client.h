@@ -11,6 +11,9 @@
 
 namespace zulisim {
 
+// No client accepts more: every attachment can carry so much in one piece.
+inline constexpr std::uint32_t kLongestMessage = 1 << 20;
+
 // A client's identifier as it lies in memory and in the connect record.
 using Guid = std::array<std::uint8_t, 16>;
 
@@ -18,7 +21,7 @@ using Guid = std::array<std::uint8_t, 16>;
 struct Client {
   std::string name;
   Guid guid{};
-  std::uint32_t maxMessageLength = 4096;  // bytes; a longer request is refused
+  std::uint32_t maxMessageLength = 4096;  // bytes, up to kLongestMessage; longer requests fail
   std::uint8_t protocolVersion = 1;
 };
 

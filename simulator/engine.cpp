@@ -24,7 +24,14 @@ std::string Occurrence(const OperationRecord& record) {
 }  // namespace
 
 Engine::Engine(EngineOptions options)
-    : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {}
+    : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {
+  for (const Client& client : clients_) {
+    if (client.maxMessageLength <= kLongestMessage) continue;
+    throw std::invalid_argument(client.name + "'s maximum message length of " +
+                                std::to_string(client.maxMessageLength) + " is above " +
+                                std::to_string(kLongestMessage));
+  }
+}
 
 Result Engine::Open(int flags, unsigned mode, int descriptor) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -34,8 +41,9 @@ Result Engine::Open(int flags, unsigned mode, int descriptor) {
   std::optional<Result> failure = PreventedByFault(&call);
   if (!failure && failingOpens_ > 0) {
     --failingOpens_;
-    failure = Fail(&call, openError_,
-                   "the device is still lost, for " + std::to_string(failingOpens_) + " more opens");
+    const std::string more = failingOpens_ == 0 ? "the next open succeeds"
+                                                : std::to_string(failingOpens_) + " more fail";
+    failure = Fail(&call, openError_, "the device is still lost; " + more);
   }
   if (failure) {
     carried_.clear();
@@ -66,7 +74,8 @@ Result Engine::Ioctl(std::uint64_t connection, std::uint32_t request, void* argu
 Result Engine::Connect(Call* call, void* record) {
   if (record == nullptr) return Fail(call, EFAULT, "the connect record is null");
   Connection* connection = call->connection;
-  if (connection->client != nullptr) return Fail(call, EBUSY, "the descriptor is connected already");
+  if (connection->client != nullptr)
+    return Fail(call, EBUSY, "the descriptor is connected already");
   Guid guid;
   std::memcpy(guid.data(), record, guid.size());
   const auto client = std::find_if(clients_.begin(), clients_.end(),
@@ -146,11 +155,21 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
 
 Result Engine::Close(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
+  return Close(connection, "");
+}
+
+void Engine::Release(std::uint64_t connection) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  if (connections_.count(connection) > 0) Close(connection, "the program ended without a close");
+}
+
+Result Engine::Close(std::uint64_t connection, std::string why) {
   Call call = Begin(Operation::kClose, connection);
   if (call.connection == nullptr) return Fail(&call, EBADF, "the connection is not open");
   connections_.erase(connection);
   call.connection = nullptr;
   if (const auto failure = PreventedByFault(&call)) return *failure;
+  if (call.record.why.empty()) call.record.why = std::move(why);
   return Finish(&call, 0);
 }
 

@@ -49,7 +49,8 @@ struct EngineOptions {
 //   EBUSY      a connect on a descriptor that is connected already
 //   ENOTCONN   a transfer before the connect
 //   EMSGSIZE   a request longer than the client's maximum
-//   EAGAIN     a read with no message pending: the engine answers during the write, so nothing could
+//   EAGAIN     a read with no message pending: the engine answers during the write, so nothing
+//   could
 //              arrive any more, and a read never blocks
 //   EFAULT     a null buffer
 //   EBADF      the connection is unknown or closed
@@ -57,6 +58,7 @@ struct EngineOptions {
 // Reads and writes of 0 bytes return 0 and move nothing.
 class Engine {
  public:
+  // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
   explicit Engine(EngineOptions options = {});
   Engine(const Engine&) = delete;
   Engine& operator=(const Engine&) = delete;
@@ -73,6 +75,9 @@ class Engine {
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length);
   // The connection is gone afterwards, whatever the result.
   Result Close(std::uint64_t connection);
+  // Closes a connection whose program never closed it, because it ended, for instance. One that is
+  // not open is left alone.
+  void Release(std::uint64_t connection);
 
   // --- Instructions. ---
 
@@ -135,6 +140,7 @@ class Engine {
   std::optional<Result> PreventedByFault(Call* call);
   std::optional<Result> PreventedTransfer(Call* call, const void* buffer, std::size_t length);
   Result Connect(Call* call, void* record);
+  Result Close(std::uint64_t connection, std::string why);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeCarried(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;

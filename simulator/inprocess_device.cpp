@@ -60,8 +60,8 @@ Attachment::Attachment(Engine& engine, Redirects redirects) {
   if (current.load() != nullptr) {
     throw std::logic_error("an attachment serves the device already; end it first");
   }
-  Services().push_back(std::make_unique<Service>(
-      Service{&engine, Services().size() + 1, std::move(redirects)}));
+  Services().push_back(
+      std::make_unique<Service>(Service{&engine, Services().size() + 1, std::move(redirects)}));
   current.store(Services().back().get());
 }
 
@@ -119,10 +119,12 @@ Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length
   });
 }
 
-Outcome DeviceClose(std::uint64_t handle) {
-  return WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
+Outcome DeviceClose(std::uint64_t handle, int descriptor) {
+  const Outcome outcome = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
     return engine->Close(connection);
   });
+  Real().close(descriptor);
+  return outcome;
 }
 
 }  // namespace hooks

@@ -32,8 +32,7 @@ std::string Descriptor(const OperationRecord& record, const TranscriptStyle& sty
 }
 
 std::string Action(const OperationRecord& record) {
-  const bool connect =
-      record.operation == Operation::kIoctl && record.request == kConnectRequest;
+  const bool connect = record.operation == Operation::kIoctl && record.request == kConnectRequest;
   return connect ? "connect" : OperationName(record.operation);
 }
 
@@ -44,8 +43,7 @@ bool IsTransfer(const OperationRecord& record) {
 std::string Amount(const OperationRecord& record) {
   if (!IsTransfer(record)) return "";
   const std::string length = std::to_string(record.length) + " bytes";
-  const bool whole =
-      record.result < 0 || static_cast<std::size_t>(record.result) == record.length;
+  const bool whole = record.result < 0 || static_cast<std::size_t>(record.result) == record.length;
   return whole ? length : std::to_string(record.result) + " of " + length;
 }
 

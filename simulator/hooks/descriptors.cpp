@@ -1,6 +1,8 @@
 #include "simulator/hooks/descriptors.h"
 
+#include <pthread.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -17,6 +19,17 @@ struct Mark {
 
 Mark marks[kDescriptorLimit];
 std::atomic<int> markedEnd{0};
+
+// The process that the marks belong to. A fork's child gets marks of its own and becomes their
+// owner; a vfork's child does not, and runs no handler.
+std::atomic<pid_t> owner{0};
+
+void BecomeOwner() { owner.store(getpid()); }
+
+__attribute__((constructor(102))) void OwnFromTheStart() {
+  BecomeOwner();
+  pthread_atfork(nullptr, nullptr, BecomeOwner);
+}
 
 std::uint64_t Inode(int descriptor) {
   const int savedErrno = errno;
@@ -53,6 +66,7 @@ std::optional<std::uint64_t> DeviceHandle(int descriptor) {
 }
 
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle) {
+  if (owner.load() != getpid()) return false;
   if (marks[descriptor].inode.exchange(0) == 0) return false;
   for (int other = 0; other < MarkedEnd(); ++other) {
     if (marks[other].inode.load() != 0 && marks[other].handle.load() == handle) return false;

@@ -16,7 +16,8 @@ bool MarkDescriptor(int descriptor, std::uint64_t handle);
 // the descriptor was closed behind the hooks' back is noticed and removed.
 std::optional<std::uint64_t> DeviceHandle(int descriptor);
 
-// Takes the mark away; true when this call did it and no other mark for the handle is left.
+// Takes the mark away; true when this call did it and no other mark for the handle is left. The
+// child of a vfork shares the marks with its parent, whose descriptors stay: there it does nothing.
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle);
 
 // One above the highest number that was ever marked.

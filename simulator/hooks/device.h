@@ -32,7 +32,7 @@ OpenedDevice DeviceOpen(int flags, unsigned mode);
 Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
 Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length);
 Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
-// The last descriptor of `handle` in this process is being closed.
-Outcome DeviceClose(std::uint64_t handle);
+// Closes `descriptor`, the last one of `handle` in this process, whatever the result.
+Outcome DeviceClose(std::uint64_t handle, int descriptor);
 
 }  // namespace zulisim::hooks

@@ -44,18 +44,16 @@ ssize_t EachPiece(const struct iovec* pieces, int count, Transfer transfer) {
   return total;
 }
 
-// Takes a descriptor away from the device; the error is what its driver answers.
-int Release(int descriptor, std::uint64_t handle) {
+// Closes a descriptor of the device.
+int CloseDevice(int descriptor, std::uint64_t handle) {
+  if (!UnmarkDescriptor(descriptor, handle)) return Real().close(descriptor);
   const int savedErrno = errno;
-  const bool last = UnmarkDescriptor(descriptor, handle);
-  const Outcome outcome = last ? DeviceClose(handle) : Outcome{};
-  errno = savedErrno;
-  return outcome.value == -1 ? outcome.error : 0;
+  return static_cast<int>(Deliver(savedErrno, DeviceClose(handle, descriptor)));
 }
 
-void ReleaseRange(int first, int last) {
+void CloseDevices(int first, int last) {
   for (int descriptor = first; descriptor <= last && descriptor < MarkedEnd(); ++descriptor) {
-    if (const auto handle = DeviceHandle(descriptor)) Release(descriptor, *handle);
+    if (const auto handle = DeviceHandle(descriptor)) CloseDevice(descriptor, *handle);
   }
 }
 
@@ -68,16 +66,15 @@ int Duplicated(const std::optional<std::uint64_t>& handle, int duplicate) {
   return duplicate;
 }
 
-// dup2 and dup3: `target` is closed on the way, without an error of its own.
+// dup2 and dup3: a target of the device is closed first, so that its driver is told.
 template <typename Duplicate>
 int DuplicateOnto(int source, int target, Duplicate duplicate) {
   const auto handle = DeviceHandle(source);
   const auto replaced = DeviceHandle(target);
-  if ((!handle && !replaced) || source == target) return duplicate();
+  const bool possible = source != target && Real().fcntl(source, F_GETFD, nullptr) >= 0;
+  if (replaced && possible) CloseDevice(target, *replaced);
   const int result = duplicate();
-  if (result < 0) return result;
-  if (replaced) Release(target, *replaced);
-  return Duplicated(handle, result);
+  return source == target ? result : Duplicated(handle, result);
 }
 
 bool IsDuplication(int command) { return command == F_DUPFD || command == F_DUPFD_CLOEXEC; }
@@ -130,19 +127,15 @@ int HookIoctl(int descriptor, unsigned long request, void* argument) {
   if (!handle) return Real().ioctl(descriptor, request, argument);
   const int savedErrno = errno;
   // A driver sees 32 bits, whether or not the caller's int was sign-extended.
-  return static_cast<int>(Deliver(
-      savedErrno, DeviceIoctl(*handle, static_cast<std::uint32_t>(request), argument)));
+  return static_cast<int>(
+      Deliver(savedErrno, DeviceIoctl(*handle, static_cast<std::uint32_t>(request), argument)));
 }
 
 int HookClose(int descriptor) ZULISIM_HOOK(close);
 int HookClose(int descriptor) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().close(descriptor);
-  const int error = Release(descriptor, *handle);
-  const int result = Real().close(descriptor);
-  if (error == 0) return result;
-  errno = error;
-  return -1;
+  return CloseDevice(descriptor, *handle);
 }
 
 int HookCloseRange(unsigned first, unsigned last, int flags) ZULISIM_HOOK(close_range);
@@ -150,21 +143,19 @@ int HookCloseRange(unsigned first, unsigned last, int flags) {
   constexpr int kMarkCloseOnExec = 1 << 2;
   constexpr unsigned kHighest = kDescriptorLimit - 1;
   if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
-    ReleaseRange(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
+    CloseDevices(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
   }
   return Real().close_range(first, last, flags);
 }
 
 void HookCloseFrom(int first) ZULISIM_HOOK(closefrom);
 void HookCloseFrom(int first) {
-  ReleaseRange(first < 0 ? 0 : first, kDescriptorLimit - 1);
+  CloseDevices(first < 0 ? 0 : first, kDescriptorLimit - 1);
   Real().closefrom(first);
 }
 
 int HookDup(int descriptor) ZULISIM_HOOK(dup);
-int HookDup(int descriptor) {
-  return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor));
-}
+int HookDup(int descriptor) { return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor)); }
 
 int HookDup2(int source, int target) ZULISIM_HOOK(dup2);
 int HookDup2(int source, int target) {

@@ -30,8 +30,7 @@ int OpenDevice(int flags, unsigned mode) {
     return -1;
   }
   if (!MarkDescriptor(opened.descriptor, opened.handle)) {
-    DeviceClose(opened.handle);
-    Real().close(opened.descriptor);
+    DeviceClose(opened.handle, opened.descriptor);
     errno = EMFILE;
     return -1;
   }
@@ -128,31 +127,29 @@ FILE* HookFdopen(int descriptor, const char* mode) {
   return DeviceHandle(descriptor) ? NoStream() : Real().fdopen(descriptor, mode);
 }
 
-#define ZULISIM_STAT_HOOKS(name)                                                            \
-  int Hook_##name(const char* path, void* status) ZULISIM_HOOK(name);                       \
-  int Hook_##name(const char* path, void* status) {                                         \
-    return Real().name(AttributeTarget(path), status);                                      \
+#define ZULISIM_STAT_HOOKS(name)                                      \
+  int Hook_##name(const char* path, void* status) ZULISIM_HOOK(name); \
+  int Hook_##name(const char* path, void* status) {                   \
+    return Real().name(AttributeTarget(path), status);                \
   }
 ZULISIM_STAT_HOOKS(stat)
 ZULISIM_STAT_HOOKS(stat64)
 ZULISIM_STAT_HOOKS(lstat)
 ZULISIM_STAT_HOOKS(lstat64)
 
-#define ZULISIM_XSTAT_HOOKS(name)                                                           \
-  int Hook_##name(int version, const char* path, void* status) ZULISIM_HOOK(name);          \
-  int Hook_##name(int version, const char* path, void* status) {                            \
-    return Real().name(version, AttributeTarget(path), status);                             \
+#define ZULISIM_XSTAT_HOOKS(name)                                                  \
+  int Hook_##name(int version, const char* path, void* status) ZULISIM_HOOK(name); \
+  int Hook_##name(int version, const char* path, void* status) {                   \
+    return Real().name(version, AttributeTarget(path), status);                    \
   }
 ZULISIM_XSTAT_HOOKS(__xstat)
 ZULISIM_XSTAT_HOOKS(__xstat64)
 ZULISIM_XSTAT_HOOKS(__lxstat)
 ZULISIM_XSTAT_HOOKS(__lxstat64)
 
-#define ZULISIM_ACCESS_HOOKS(name)                                                          \
-  int Hook_##name(const char* path, int mode) ZULISIM_HOOK(name);                           \
-  int Hook_##name(const char* path, int mode) {                                             \
-    return Real().name(AttributeTarget(path), mode);                                        \
-  }
+#define ZULISIM_ACCESS_HOOKS(name)                                \
+  int Hook_##name(const char* path, int mode) ZULISIM_HOOK(name); \
+  int Hook_##name(const char* path, int mode) { return Real().name(AttributeTarget(path), mode); }
 ZULISIM_ACCESS_HOOKS(access)
 ZULISIM_ACCESS_HOOKS(eaccess)
 ZULISIM_ACCESS_HOOKS(euidaccess)

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <stdexcept>
+#include <string>
+
+namespace zulisim {
+
+// A program cannot be started, or not be served; the exit status is the shell's for the case.
+class ProgramError : public std::runtime_error {
+ public:
+  ProgramError(int status, const std::string& message)
+      : std::runtime_error(message), status_(status) {}
+  int status() const { return status_; }
+
+ private:
+  int status_;
+};
+
+inline constexpr int kCannotRun = 126;
+inline constexpr int kNotFound = 127;
+
+// The file that `name` stands for, searched along PATH when it holds no slash. Throws ProgramError.
+std::string FindProgram(const std::string& name);
+
+// Throws ProgramError unless the dynamic linker will load a preloaded library into the program, or
+// into the interpreter of a script: it must be dynamically linked for the dynamic linker that
+// zulisim itself runs under, and must not gain privileges at its start.
+void CheckPreloadable(const std::string& path);
+
+}  // namespace zulisim

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+// How the preload library talks to the engine of another process, over a local stream socket.
+//
+// Each operation is a connection of its own: a request with its payload, an answer with its
+// payload. So threads and forked processes never mix their answers, and nothing is held open that a
+// program could close. The connection of a kOpen stays: it is the program's descriptor of the
+// device, which the kernel counts through dup, fork and exec, and whose end tells the engine that
+// the last one is gone. The descriptor is known to both sides by the inode of the program's end.
+namespace zulisim::protocol {
+
+inline constexpr const char* kSocketVariable = "ZULISIM_SOCKET";
+inline constexpr const char* kRootVariable = "ZULISIM_ROOT";
+
+// No payload is longer, and no client accepts more. A longer write announces its length and sends
+// only so much of it, which is enough for the engine to refuse it.
+inline constexpr std::size_t kMaxPayload = 1 << 20;
+
+enum class Kind : std::uint32_t {
+  kHello,  // the library is loaded; no answer
+  kOpen,
+  kIoctl,
+  kRead,
+  kWrite,
+  // Answered twice: first when the engine knows that the end of the descriptor is a close; then,
+  // after the program has closed it and sent one byte, with the result.
+  kClose,
+};
+
+struct Request {
+  Kind kind = Kind::kHello;
+  std::uint32_t request = 0;  // ioctl
+  std::uint64_t inode = 0;
+  std::uint64_t length = 0;      // read and write, as passed by the program
+  std::int32_t flags = 0;        // open
+  std::uint32_t mode = 0;        // open
+  std::int32_t descriptor = -1;  // open
+  std::uint32_t hasBuffer = 0;   // 0: the program passed null or an address it cannot use
+  std::uint64_t payload = 0;     // bytes that follow
+};
+
+struct Answer {
+  std::int64_t value = 0;
+  std::int32_t error = 0;
+  std::uint32_t payload = 0;  // bytes that follow
+};
+
+static_assert(sizeof(Request) == 48 && sizeof(Answer) == 16, "both sides must agree");
+
+// The size field of an ioctl request: how many bytes its argument has.
+inline constexpr std::size_t IoctlSize(std::uint32_t request) { return request >> 16 & 0x3fff; }
+
+}  // namespace zulisim::protocol
