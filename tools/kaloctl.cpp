@@ -1,0 +1,48 @@
+// Drives the library as a driver would, on a device or on the software engine.
+
+#include <exception>
+#include <iostream>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/commands.h"
+#include "tools/exit_status.h"
+#include "tools/input_error.h"
+
+namespace {
+
+int Main(int argc, char** argv) {
+  int exitStatus = kaloctl::kDone;
+  CLI::App app("Talks to the security engine's firmware clients through libkalodll.so", "kaloctl");
+  app.require_subcommand(1);
+  app.get_formatter()->column_width(26);
+  app.footer(std::string("kaloctl COMMAND --help tells all about a command.\n") +
+             "Without a device: zulisim run -- kaloctl COMMAND ...\n\n" +
+             kaloctl::kExitStatusHelp +
+             "\nColour is used on a terminal only, and not while NO_COLOR is set.");
+  kaloctl::AddProbeCommand(app, exitStatus);
+  kaloctl::AddSendCommand(app, exitStatus);
+  kaloctl::AddRunCommand(app, exitStatus);
+  kaloctl::AddStateCommand(app, exitStatus);
+  try {
+    app.parse(argc, argv);
+  } catch (const CLI::ParseError& error) {
+    return app.exit(error) == 0 ? kaloctl::kDone : kaloctl::kWrongInput;
+  } catch (const kaloctl::InputError& error) {
+    std::cerr << "kaloctl: " << error.what() << '\n';
+    return kaloctl::kWrongInput;
+  } catch (const std::exception& error) {
+    std::cerr << "kaloctl: " << error.what() << '\n';
+    return kaloctl::kFailed;
+  }
+  std::cout.flush();
+  if (!std::cout) {
+    std::cerr << "kaloctl: standard output cannot be written\n";
+    return kaloctl::kFailed;
+  }
+  return exitStatus;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) { return Main(argc, argv); }
