@@ -20,11 +20,11 @@ void OSCL_UserFeature_Cleanup(void* iface, UserFeatureKey* key);
  * value in the list. E_FAIL as for SetValueName; the list then holds a value without a name. */
 HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, uint32_t kind);
 
-/* Points the value, which must own no data, at the strings in `buffer`: each ends with a NUL, and
- * an empty one may only be the last of the `length` bytes, behind another. On success the value
- * owns `buffer`, a block of AllocMem. E_FAIL, and the caller keeps it: an empty string before the
- * end, a last string that does not end inside `length`, `length` 0, a null pointer, or memory is
- * short. */
+/* Points the value, which must own no data, at the strings in `buffer`, each of which ends with a
+ * NUL. The last of the `length` bytes, when a string ends right before it, is taken for the end of
+ * the list, whatever it holds. On success the value owns `buffer`, a block of AllocMem. E_FAIL,
+ * and the caller keeps it: an empty string before the end, a last string that does not end inside
+ * `length`, `length` 0, a null pointer, or memory is short. */
 HRESULT OSCL_UserFeature_SetMultiStringValue(UserFeatureValue* value, char* buffer,
                                              uint32_t length);
 

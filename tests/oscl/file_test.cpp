@@ -159,8 +159,12 @@ TEST_F(FileTest, a_whole_file_helper_that_fails_keeps_the_code_of_the_failing_st
   Fill("");
   EXPECT_EQ(OSCL_ReadFile(path_.c_str(), nullptr, &size), nullptr);
   EXPECT_EQ(GetLastError(), OSCL_ERROR_SUCCESS);
-  // A directory opens and has a size, but reading it fails.
-  EXPECT_EQ(OSCL_ReadFile("/proc/self/..", nullptr, &size), nullptr);
+  // This file is shorter than it claims to be; a directory opens and has a size, but no content.
+  const char* const overstated = "/sys/devices/system/cpu/online";
+  if (access(overstated, R_OK) == 0) {
+    EXPECT_EQ(OSCL_ReadFile(overstated, nullptr, &size), nullptr);
+    EXPECT_EQ(GetLastError(), OSCL_ERROR_SUCCESS);
+  }
   EXPECT_EQ(OSCL_ReadFile(testing::TempDir().c_str(), nullptr, &size), nullptr);
   EXPECT_EQ(GetLastError(), OSCL_ERROR_UNKNOWN);
   EXPECT_EQ(size, 0u);
