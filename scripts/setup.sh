@@ -1,21 +1,23 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|all]...      (default: build)
 #
 # Without root the packages are only checked for, and the missing ones are named.
 set -euo pipefail
 
 build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev)
 test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
+bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
 
 wanted=()
 for group in "${@:-build}"; do
   case "$group" in
     build) wanted+=("${build[@]}") ;;
     test) wanted+=("${build[@]}" "${test[@]}") ;;
-    all) wanted+=("${build[@]}" "${test[@]}") ;;
-    *) echo "setup.sh: unknown group '$group': build, test or all is expected" >&2; exit 2 ;;
+    bench) wanted+=("${build[@]}" "${bench[@]}") ;;
+    all) wanted+=("${build[@]}" "${test[@]}" "${bench[@]}") ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench or all is expected" >&2; exit 2 ;;
   esac
 done
 

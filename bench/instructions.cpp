@@ -1,0 +1,74 @@
+// The operations of bench/instructions.txt, for scripts/instructions.sh to count.
+
+#include "api/kalo_dll.h"
+#include "bench/counted.h"
+#include "bench/free_device.h"
+#include "bench/library_driver.h"
+#include "bench/registry_file.h"
+#include "log/logger.h"
+
+namespace {
+
+using bench::Count;
+
+// Once a sink has been seen the library never looks again, so this comes first.
+void CountWithoutSink() {
+  bench::OwnSession session;
+  Count("trace_statement", [] { bench::TraceLine(bench::kMessageLength); });
+  Count("command_no_sink", [&] { bench::Command(session.handle()); });
+}
+
+void CountWithOneSink() {
+  bench::OwnSession session;
+  bench::SetFileSinks(1);
+  Count("command_one_sink", [&] { bench::Command(session.handle()); });
+  Count("command_lines", [&] { bench::WriteCommandLines(session.handle()); });
+  Count("line_written", [] { bench::WriteLine(bench::kMessageLength); });
+  bench::SetNullSink();
+  Count("line_unsunk", [] { bench::WriteLine(bench::kMessageLength); });
+}
+
+// KaloInit3 adds a sink each time; taking it away again keeps the runs alike.
+void DropLastSink() {
+  delete Logger::logBase.sinks.back();
+  Logger::logBase.sinks.pop_back();
+}
+
+void CountSecondHandle() {
+  bench::SetFileSinks(0);
+  KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_32, 0};
+  KaloStateInit(&params);
+  void* first = nullptr;
+  KaloInit3(&first);
+  Count("second_handle", [] {
+    void* second = nullptr;
+    KaloInit3(&second);
+    KaloCleanup3(second);
+    CALLGRIND_TOGGLE_COLLECT;
+    DropLastSink();
+    CALLGRIND_TOGGLE_COLLECT;
+  });
+  bench::SetFileSinks(2);
+  Count("second_handle_lines", [&] { bench::WriteSecondHandleLines(first); });
+  KaloCleanup3(first);
+}
+
+void CountRegistry() {
+  bench::WriteRegistry(100);
+  Count("registry_100_keys", [] { bench::GetRegistryValue(100); });
+  Count("registry_100_keys_stdio", [] { bench::ReadRegistryTwice(); });
+  bench::WriteRegistry(10000);
+  Count("registry_10000_keys", [] { bench::GetRegistryValue(10000); });
+}
+
+}  // namespace
+
+int main() {
+  // What the counting itself costs; taken off every other figure.
+  Count("nothing", [] {});
+  CountWithoutSink();
+  CountWithOneSink();
+  CountSecondHandle();
+  CountRegistry();
+  return 0;
+}

@@ -1,0 +1,210 @@
+// Times as google-benchmark takes them; scripts/bench.sh reads ratios off them.
+
+#include <benchmark/benchmark.h>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+#include "bench/free_device.h"
+#include "bench/library_driver.h"
+#include "bench/peers.h"
+
+namespace {
+
+using bench::kMessageLength;
+
+constexpr char kSampleLine[] = "StartIoEx3:36: InputBufferLength: 64\n";
+constexpr int kLinesOfACommand = 5;
+
+// The system calls of a command by hand: a line to each file, five times, then the exchange.
+class Loop {
+ public:
+  explicit Loop(size_t files) : device_(open("/dev/zuli", O_RDWR)) {
+    for (size_t i = 0; i < files; ++i) {
+      files_.push_back(open(bench::ScratchPath("loop").c_str(),
+                            O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644));
+    }
+  }
+  ~Loop() {
+    for (const int file : files_) close(file);
+    close(device_);
+  }
+  Loop(const Loop&) = delete;
+  Loop& operator=(const Loop&) = delete;
+
+  void WriteLine() {
+    for (const int file : files_) Check(write(file, kSampleLine, sizeof kSampleLine - 1));
+  }
+
+  void Exchange() {
+    unsigned char message[kMessageLength] = {0};
+    Check(write(device_, message, sizeof message));
+    Check(read(device_, message, sizeof message));
+  }
+
+  void Run() {
+    for (int i = 0; i < kLinesOfACommand; ++i) WriteLine();
+    Exchange();
+  }
+
+ private:
+  static void Check(ssize_t result) {
+    if (result >= 0) return;
+    std::perror("a system call of the loop failed");
+    std::exit(1);
+  }
+
+  int device_;
+  std::vector<int> files_;
+};
+
+void OneSink(const benchmark::State&) { bench::SetFileSinks(1); }
+void NullSink(const benchmark::State&) { bench::SetNullSink(); }
+void ManySinks(const benchmark::State& state) {
+  bench::SetFileSinks(static_cast<size_t>(state.range(0)));
+}
+
+void BareCommand(benchmark::State& state) {
+  bench::OwnSession session;
+  for (auto _ : state) bench::Command(session.handle());
+}
+
+void TpmExchange(benchmark::State& state) {
+  bench::TpmPeer peer;
+  for (auto _ : state) peer.Exchange();
+}
+
+void Line(benchmark::State& state) {
+  for (auto _ : state) bench::WriteLine(kMessageLength);
+}
+
+void LineBare(benchmark::State& state) {
+  Loop loop(1);
+  for (auto _ : state) loop.WriteLine();
+}
+
+void Filtered(benchmark::State& state) {
+  for (auto _ : state) bench::TraceLine(kMessageLength);
+}
+
+bench::SpdlogPeer& Spdlog() {
+  static bench::SpdlogPeer peer(bench::ScratchPath("spdlog"));
+  return peer;
+}
+
+bench::GlogPeer& Glog() {
+  static bench::GlogPeer peer(bench::ScratchPath("glog"));
+  return peer;
+}
+
+void LineSpdlog(benchmark::State& state) {
+  for (auto _ : state) Spdlog().WriteLine(kMessageLength);
+}
+
+void FilteredSpdlog(benchmark::State& state) {
+  for (auto _ : state) Spdlog().FilteredLine(kMessageLength);
+}
+
+void LineGlog(benchmark::State& state) {
+  for (auto _ : state) Glog().WriteLine(kMessageLength);
+}
+
+void FilteredGlog(benchmark::State& state) {
+  for (auto _ : state) Glog().FilteredLine(kMessageLength);
+}
+
+// Each thread on a handle of its own.
+void Command(benchmark::State& state) {
+  bench::OwnSession session;
+  for (auto _ : state) bench::Command(session.handle());
+}
+
+void CommandLoop(benchmark::State& state) {
+  Loop loop(static_cast<size_t>(state.range(0)));
+  for (auto _ : state) loop.Run();
+}
+
+void CommandLines(benchmark::State& state) {
+  for (auto _ : state) bench::WriteCommandLines(&state);
+}
+
+// With no sink registered; a process that has seen one never measures these again.
+void RegisterBare() {
+  benchmark::RegisterBenchmark("bare/command", BareCommand);
+  benchmark::RegisterBenchmark("bare/tpm", TpmExchange);
+}
+
+void RegisterLines() {
+  benchmark::RegisterBenchmark("line/kalodll", Line)->Setup(OneSink);
+  benchmark::RegisterBenchmark("line/spdlog", LineSpdlog);
+  benchmark::RegisterBenchmark("line/glog", LineGlog);
+  benchmark::RegisterBenchmark("line/write", LineBare);
+  benchmark::RegisterBenchmark("filtered/kalodll", Filtered)->Setup(OneSink);
+  benchmark::RegisterBenchmark("filtered/spdlog", FilteredSpdlog);
+  benchmark::RegisterBenchmark("filtered/glog", FilteredGlog);
+}
+
+void RegisterCommands() {
+  for (const int sinks : {1, 8, 64}) {
+    benchmark::RegisterBenchmark("command", Command)->Arg(sinks)->Setup(ManySinks);
+    benchmark::RegisterBenchmark("loop", CommandLoop)->Arg(sinks);
+  }
+  for (const int threads : {1, 2, 4}) {
+    benchmark::RegisterBenchmark("parallel/command", Command)
+        ->Arg(1)
+        ->Setup(ManySinks)
+        ->Threads(threads)
+        ->UseRealTime();
+    benchmark::RegisterBenchmark("parallel/loop", CommandLoop)
+        ->Arg(1)
+        ->Threads(threads)
+        ->UseRealTime();
+  }
+}
+
+// What a command's time is made of.
+void RegisterParts() {
+  benchmark::RegisterBenchmark("part/exchange", CommandLoop)->Arg(0);
+  benchmark::RegisterBenchmark("part/exchange_and_writes", CommandLoop)->Arg(1);
+  benchmark::RegisterBenchmark("part/lines_unsunk", CommandLines)->Setup(NullSink);
+  benchmark::RegisterBenchmark("part/lines", CommandLines)->Setup(OneSink);
+  benchmark::RegisterBenchmark("part/command", Command)->Arg(1)->Setup(ManySinks);
+}
+
+// On the kernel's "/dev/zuli", whoever serves it.
+void RegisterDevice() {
+  bench::ServeZuli(false);
+  benchmark::RegisterBenchmark("device/command", Command)->Arg(1)->Setup(ManySinks);
+  benchmark::RegisterBenchmark("device/loop", CommandLoop)->Arg(1);
+}
+
+// One group a process.
+bool Register(const char* group) {
+  if (std::strcmp(group, "bare") == 0) {
+    RegisterBare();
+  } else if (std::strcmp(group, "sinks") == 0) {
+    RegisterLines();
+    RegisterCommands();
+    RegisterParts();
+  } else if (std::strcmp(group, "device") == 0) {
+    RegisterDevice();
+  } else {
+    return false;
+  }
+  return true;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  benchmark::Initialize(&argc, argv);
+  if (argc != 2 || !Register(argv[1])) {
+    std::fprintf(stderr, "usage: %s bare|sinks|device [--benchmark_...]\n", argv[0]);
+    return 2;
+  }
+  benchmark::RunSpecifiedBenchmarks();
+  return 0;
+}
