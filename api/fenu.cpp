@@ -72,7 +72,6 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
     // The handle as passed, and the field keeps its address; both are meant.
     status = SessionCleanup(handle);
-    fenuField.NoteDestroyed(static_cast<ClientSession*>(handle));
     gKaloDllState.fenuInterfaceVersion = 0;
   }
   KALO_LOG_TAGGED(kTraceLevel, 734)

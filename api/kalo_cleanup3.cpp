@@ -14,9 +14,7 @@ constexpr char kFunction[] = "KaloCleanup3";
 bool DropReference(const void* handle, SessionField& field, uint32_t& count,
                    KALO_DLL_STATUS& result) {
   if (handle != field.Get() || count == 0 || --count != 0) return false;
-  ClientSession* session = field.Live();
-  result = SessionCleanup(session);
-  if (session != nullptr) field.NoteDestroyed(session);
+  result = SessionCleanup(field.Live());
   return true;
 }
 
