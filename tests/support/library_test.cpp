@@ -140,6 +140,11 @@ Lines LibraryTest::Take() {
   return taken;
 }
 
+void LibraryTest::Forget() {
+  Take();
+  history_.clear();
+}
+
 Lines LibraryTest::TakeTranscript() {
   Lines lines = Take();
   for (std::string& line : lines) line = WithoutTag(line);

@@ -84,6 +84,9 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
   Lines TakeLog();
   Lines TakeTaggedLog();
 
+  // Lets the failure report begin here.
+  void Forget();
+
   std::string LogFile() const { return folder_ + "/Marvoleth.log"; }
   std::string LogFileText() const;
 
