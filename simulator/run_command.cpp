@@ -3,14 +3,16 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
 #include <stdexcept>
+#include <string>
+#include <vector>
 
 #include "simulator/child_process.h"
 #include "simulator/device_server.h"
@@ -59,29 +61,41 @@ bool WantsColour() {
          (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
 }
 
-// The transcripts that the options ask for, told of the engine's operations while they live.
-class Transcripts {
+// A transcript in a file, which the program does not inherit.
+class FileTranscript : public OperationObserver {
  public:
-  Transcripts(const RunOptions& options, Engine* engine) {
-    if (!options.quiet) {
-      transcripts_.push_back(
-          std::make_unique<Transcript>(&std::cerr, TranscriptStyle{WantsColour(), false}));
+  explicit FileTranscript(const std::string& path) : file_(std::fopen(path.c_str(), "we")) {
+    if (file_ == nullptr) {
+      throw std::runtime_error("the transcript '" + path +
+                               "' cannot be written: " + std::strerror(errno));
     }
-    if (!options.transcriptFile.empty()) {
-      file_.open(options.transcriptFile, std::ios::out | std::ios::trunc);
-      if (!file_) {
-        throw std::runtime_error("the transcript '" + options.transcriptFile +
-                                 "' cannot be written: " + std::strerror(errno));
-      }
-      transcripts_.push_back(std::make_unique<Transcript>(&file_));
-    }
-    for (const auto& transcript : transcripts_) engine->AddObserver(transcript.get());
+  }
+  ~FileTranscript() override { std::fclose(file_); }
+  FileTranscript(const FileTranscript&) = delete;
+  FileTranscript& operator=(const FileTranscript&) = delete;
+
+  void OnOperation(const OperationRecord& record) override {
+    std::fprintf(file_, "%s\n", TranscriptLine(record).c_str());
+    std::fflush(file_);
   }
 
  private:
-  std::ofstream file_;
-  std::vector<std::unique_ptr<Transcript>> transcripts_;
+  std::FILE* file_;
 };
+
+using Observers = std::vector<std::unique_ptr<OperationObserver>>;
+
+Observers MakeTranscripts(const RunOptions& options) {
+  Observers transcripts;
+  if (!options.quiet) {
+    transcripts.push_back(
+        std::make_unique<Transcript>(&std::cerr, TranscriptStyle{WantsColour(), false}));
+  }
+  if (!options.transcriptFile.empty()) {
+    transcripts.push_back(std::make_unique<FileTranscript>(options.transcriptFile));
+  }
+  return transcripts;
+}
 
 }  // namespace
 
@@ -94,7 +108,8 @@ int Run(const RunOptions& options) {
       PrepareRoot(options.root.empty() ? folder.path() + "/root" : options.root);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const Transcripts transcripts(options, &engine);
+  const Observers transcripts = MakeTranscripts(options);
+  for (const auto& transcript : transcripts) engine.AddObserver(transcript.get());
   DeviceServer server(engine, folder.path() + "/engine");
   const int status =
       RunChild(program, options.program, Environment(folder.path() + "/engine", root));
