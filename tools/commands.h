@@ -11,6 +11,7 @@ namespace kaloctl {
 void AddProbeCommand(CLI::App& app, int& exitStatus);
 void AddSendCommand(CLI::App& app, int& exitStatus);
 void AddRunCommand(CLI::App& app, int& exitStatus);
+void AddLogCommand(CLI::App& app, int& exitStatus);
 void AddStateCommand(CLI::App& app, int& exitStatus);
 
 }  // namespace kaloctl

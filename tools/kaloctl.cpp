@@ -24,6 +24,7 @@ int Main(int argc, char** argv) {
   kaloctl::AddSendCommand(app, exitStatus);
   kaloctl::AddRunCommand(app, exitStatus);
   kaloctl::AddStateCommand(app, exitStatus);
+  kaloctl::AddLogCommand(app, exitStatus);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

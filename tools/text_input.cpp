@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 #include "tools/input_error.h"
 
@@ -19,20 +20,25 @@ struct CloseUnlessStandard {
 
 }  // namespace
 
-std::string ReadInput(const std::string& path) {
+void ReadBlocks(const std::string& path, const std::function<void(std::string_view)>& consumer) {
   std::unique_ptr<std::FILE, CloseUnlessStandard> file(
       path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
-  std::string content;
   if (file != nullptr) {
-    char block[1 << 16];
+    std::vector<char> block(1 << 16);
     std::size_t count = 0;
-    while ((count = std::fread(block, 1, sizeof(block), file.get())) != 0) {
-      content.append(block, count);
+    while ((count = std::fread(block.data(), 1, block.size(), file.get())) != 0) {
+      consumer(std::string_view(block.data(), count));
     }
-    if (std::ferror(file.get()) == 0) return content;
+    if (std::ferror(file.get()) == 0) return;
   }
   throw InputError(InputName(path) + ": " + std::strerror(errno) +
                    ": the name of a readable file is expected, or - for standard input");
+}
+
+std::string ReadInput(const std::string& path) {
+  std::string content;
+  ReadBlocks(path, [&](std::string_view block) { content += block; });
+  return content;
 }
 
 std::string InputName(const std::string& path) {
