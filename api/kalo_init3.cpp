@@ -20,11 +20,8 @@ namespace {
 constexpr char kFunction[] = "KaloInit3";
 constexpr uint32_t kVersion3 = 3;
 
-// A session that a failure of this call must destroy, and the field that it was stored in.
-struct PendingSession {
-  std::unique_ptr<ClientSession> session;
-  SessionField* field = nullptr;
-};
+// The session that a failure of this call must destroy.
+using PendingSession = std::unique_ptr<ClientSession>;
 
 // The handle variable may be a session field of another pointer type, so it is reached by copying.
 void WriteHandle(void** handle, ClientSession* session) {
@@ -38,10 +35,9 @@ const void* ReadHandle(void* const* handle) {
 }
 
 void OpenSession(PendingSession& pending, SessionField& field, uint32_t& count) {
-  pending.session = std::make_unique<ClientSession>();
-  pending.session->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
-  field.Set(pending.session.get());
-  pending.field = &field;
+  pending = std::make_unique<ClientSession>();
+  pending->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
+  field.Set(pending.get());
   ++count;
 }
 
@@ -111,15 +107,10 @@ void ClaimGeneration() {
   version = kVersion3;
 }
 
-// Nothing else is rolled back: the field keeps the address and the count stays, which is meant.
-void Destroy(PendingSession& pending) {
-  if (pending.field != nullptr) pending.field->NoteDestroyed(pending.session.get());
-  pending.session.reset();
-}
-
 KALO_DLL_STATUS Fail(PendingSession& pending, const char* text, uint32_t code,
                      KALO_DLL_STATUS status) {
-  Destroy(pending);
+  // Nothing else is rolled back: the field keeps the address and the count stays, which is meant.
+  pending.reset();
   KALO_LOG_AS(kOrdinaryLevel, kFunction) << "Call to KaloInit3() API failed.";
   KALO_LOG_AS(kOrdinaryLevel, kFunction) << text;
   RecordError(KALO_ERROR_SOURCE_API3, text, code, kNoErrorContext);
@@ -146,6 +137,6 @@ KALO_DLL_STATUS KaloInit3(void** handle) {
     return Fail(pending, exception.what(), kNoStatusCode, KALO_DLL_STATUS_FAILURE);
   }
   // From here on the state owns it.
-  pending.session.release();
+  pending.release();
   return KALO_DLL_STATUS_SUCCESS;
 }

@@ -1,21 +1,9 @@
 #include <exception>
 
 #include "api/kalo_dll.h"
-#include "api/session_field.h"
 #include "log/log_line.h"
 #include "transport/client_session.h"
 #include "transport/session_registry.h"
-
-namespace {
-
-// Whichever field holds the address remembers that this session is gone: a handle may be given back
-// to the cleanup of another client, and a new session may then take the address.
-void Destroy(ClientSession* session) {
-  for (SessionField* field : {&kaloFieldA, &kaloFieldB, &fenuField}) field->NoteDestroyed(session);
-  delete session;
-}
-
-}  // namespace
 
 KALO_DLL_STATUS SessionCleanup(void* handle) {
   auto* session = static_cast<ClientSession*>(handle);
@@ -23,10 +11,10 @@ KALO_DLL_STATUS SessionCleanup(void* handle) {
   try {
     session->DisconnectAllClients();
   } catch (const std::exception& exception) {
-    Destroy(session);
+    delete session;
     KALO_LOG(logging::kOrdinaryLevel) << exception.what();
     return KALO_DLL_STATUS_FAILURE;
   }
-  Destroy(session);
+  delete session;
   return KALO_DLL_STATUS_SUCCESS;
 }

@@ -8,17 +8,14 @@ SessionField fenuField(&KaloDllState::fenuSession);
 
 ClientSession* SessionField::Live() const {
   ClientSession* session = Get();
-  if (session == nullptr || session == destroyed_ || session_registry::IsDead(session)) {
-    return nullptr;
-  }
-  return session;
+  if (session == nullptr) return nullptr;
+  const bool destroyed = session == stored_ ? session_registry::IsGone(session, serial_)
+                                            : session_registry::IsDead(session);
+  return destroyed ? nullptr : session;
 }
 
 void SessionField::Set(ClientSession* session) {
-  destroyed_ = nullptr;
+  stored_ = session;
+  serial_ = session_registry::Adopt(session);
   gKaloDllState.*member_ = session;
-}
-
-void SessionField::NoteDestroyed(const ClientSession* session) {
-  if (Get() == session) destroyed_ = session;
 }

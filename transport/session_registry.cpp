@@ -8,10 +8,18 @@ namespace session_registry {
 
 namespace {
 
+struct Occupant {
+  // kNobody when the last one died.
+  uint64_t serial = kNobody;
+  bool adopted = false;
+};
+using Occupants = std::unordered_map<const ClientSession*, Occupant>;
+
 // Constant-initialised and never destroyed by the runtime, so that the library keeps its two static
 // objects and their order; Release frees the map.
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
-std::unordered_map<const ClientSession*, bool>* deadByAddress = nullptr;
+Occupants* occupants = nullptr;
+uint64_t lastSerial = kNobody;
 
 class Guard {
  public:
@@ -21,32 +29,51 @@ class Guard {
   Guard& operator=(const Guard&) = delete;
 };
 
+// Null for an address that never held a session. The mutex is held.
+Occupant* Find(const ClientSession* session) {
+  if (occupants == nullptr) return nullptr;
+  const auto found = occupants->find(session);
+  return found != occupants->end() ? &found->second : nullptr;
+}
+
 }  // namespace
 
 void Born(const ClientSession* session) {
   const Guard guard;
-  if (deadByAddress == nullptr) deadByAddress = new std::unordered_map<const ClientSession*, bool>;
-  (*deadByAddress)[session] = false;
+  if (occupants == nullptr) occupants = new Occupants;
+  (*occupants)[session] = Occupant{++lastSerial, false};
 }
 
 void Died(const ClientSession* session) {
   const Guard guard;
-  if (deadByAddress == nullptr) return;
-  const auto found = deadByAddress->find(session);
-  if (found != deadByAddress->end()) found->second = true;
+  if (Occupant* occupant = Find(session)) *occupant = Occupant{};
+}
+
+uint64_t Adopt(const ClientSession* session) {
+  const Guard guard;
+  Occupant* occupant = Find(session);
+  if (occupant == nullptr || occupant->serial == kNobody) return kNobody;
+  occupant->adopted = true;
+  return occupant->serial;
+}
+
+bool IsGone(const ClientSession* session, uint64_t serial) {
+  const Guard guard;
+  const Occupant* occupant = Find(session);
+  if (occupant == nullptr || occupant->serial == serial) return false;
+  return occupant->serial == kNobody || occupant->adopted;
 }
 
 bool IsDead(const ClientSession* session) {
   const Guard guard;
-  if (deadByAddress == nullptr) return false;
-  const auto found = deadByAddress->find(session);
-  return found != deadByAddress->end() && found->second;
+  const Occupant* occupant = Find(session);
+  return occupant != nullptr && occupant->serial == kNobody;
 }
 
 void Release() {
   const Guard guard;
-  delete deadByAddress;
-  deadByAddress = nullptr;
+  delete occupants;
+  occupants = nullptr;
 }
 
 }  // namespace session_registry
