@@ -4,16 +4,14 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh build
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
 {
   cmake --preset release -DKALODLL_BUILD_TOOLS=ON
   cmake --build --preset release --target kalodll zulisim zulisim_preload kaloctl driver_day
-} >build-demo.log 2>&1 || { cat build-demo.log >&2; exit 1; }
-rm -f build-demo.log
+} >"$folder/build.log" 2>&1 || { cat "$folder/build.log" >&2; exit 1; }
 
 bin=build/release/bin
-folder=$(mktemp -d)
-trap 'rm -rf "$folder"' EXIT
-
 cat <<'END'
 A driver program talks to firmware in software through libkalodll.so. Numbered lines are what reaches
 the device: its descriptor, the firmware client, the operation, the bytes.
@@ -24,5 +22,5 @@ END
   -- "$bin/driver_day" 2>&1
 
 echo
-echo "-- what the library's log says of the last command"
-"$bin/kaloctl" log "$folder/data/Marvoleth.log" | grep -E -B5 -A2 'General Exception' || true
+echo "-- what the log says of it, made readable (x2: each KaloInit3 adds a sink for the same file)"
+"$bin/kaloctl" log "$folder/data/Marvoleth.log" | grep -B4 -A1 'General Exception'
