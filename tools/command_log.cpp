@@ -38,8 +38,10 @@ void AddLogCommand(CLI::App& app, int& exitStatus) {
       ->required();
   command->footer(
       "The library's messages stand in its log mostly without line ends, and after n calls of\n"
-      "KaloInit3 each of them n times. Here each is shown once, with x and the number of copies in\n"
-      "front, then the process and the tick where the log has them, the function and the tag; counts\n"
+      "KaloInit3 each of them n times. Here each is shown once, with x and the number of copies "
+      "in\n"
+      "front, then the process and the tick where the log has them, the function and the tag; "
+      "counts\n"
       "and addresses stand in a column. Text that belongs to no message is marked with '?'; bytes\n"
       "that cannot be printed appear as \\xNN. A log may be of any size.\n"
       "\n"

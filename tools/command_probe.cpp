@@ -25,11 +25,11 @@ int Probe() {
     std::cout << palette.bold << ClientName(client) << palette.reset << "  ";
     if (session.status() == KALO_DLL_STATUS_SUCCESS) {
       const ZuliConnectRecord::Properties properties = session.Properties();
-      std::cout << "protocol version " << +properties.protocolVersion
-                << ", maximum message length " << properties.maxMessageLength << " bytes\n";
+      std::cout << "protocol version " << +properties.protocolVersion << ", maximum message length "
+                << properties.maxMessageLength << " bytes\n";
     } else {
-      std::cout << session.InitName() << " failed: " << palette.bad
-                << StatusText(session.status()) << palette.reset << '\n';
+      std::cout << session.InitName() << " failed: " << palette.bad << StatusText(session.status())
+                << palette.reset << '\n';
       PrintFailure(std::cout, palette, "      ", session.status(), true, lines);
       exitStatus = kFailed;
     }
@@ -43,7 +43,8 @@ void AddProbeCommand(CLI::App& app, int& exitStatus) {
   CLI::App* command = app.add_subcommand(
       "probe", "Open each firmware client and show its version and maximum length");
   command->footer(
-      "KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is\n"
+      "KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command "
+      "is\n"
       "sent. A client that cannot be opened is shown with what the library recorded, and the exit\n"
       "status is 1 then.");
   command->callback([&exitStatus] { exitStatus = Probe(); });

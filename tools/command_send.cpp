@@ -134,14 +134,16 @@ class SendCommand {
 constexpr char kFooter[] =
     "FILE holds a whole message: a header of four little-endian 32-bit words (the second is the\n"
     "command identifier) and the body. It is raw bytes, or text with pairs of hexadecimal digits\n"
-    "('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters only\n"
+    "('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters "
+    "only\n"
     "is taken for hex text, any other for raw bytes, unless --hex or --binary says otherwise.\n"
     "\n"
     "--command N replaces the identifier in the header. With --body the input is a body alone and\n"
     "gets a header of zeros with N in front; without any input --command N sends a header alone.\n"
     "\n"
     "The command identifier chooses the client (0x30000 to 0x3ffff FENU, all others KALO) unless\n"
-    "--client does. The library does not tell the length of a reply: what is shown ends at the last\n"
+    "--client does. The library does not tell the length of a reply: what is shown ends at the "
+    "last\n"
     "byte that differs from a pattern put into the buffer before.\n"
     "\n"
     "Examples:\n"
@@ -155,8 +157,8 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
   auto options = std::make_shared<SendOptions>();
   CLI::App* command =
       app.add_subcommand("send", "Send one request and show the reply and its private data");
-  auto* file = command->add_option("FILE", options->source.file,
-                                   "The request; - reads standard input");
+  auto* file =
+      command->add_option("FILE", options->source.file, "The request; - reads standard input");
   command->add_option("--data", options->source.hex, "The request as hex text")
       ->type_name("HEX")
       ->excludes(file);
@@ -167,14 +169,14 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
   AddNumberOption(*command, "--command", options->source.command,
                   "Command identifier, decimal or 0x hexadecimal");
   AddChoice<Client>(*command, "--client", options->client,
-            {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
-            "Firmware client (default: the one that serves the command)");
+                    {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
+                    "Firmware client (default: the one that serves the command)");
   AddChoice<Generation>(*command, "--generation", options->generation,
-            {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
-            "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
+                        {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
+                        "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
   AddChoice<uint32_t>(*command, "--api-version", options->apiVersion,
-            {{"3.0", KALO_FIRMWARE_API_30}, {"3.2", KALO_FIRMWARE_API_32}},
-            "Firmware API to announce with KaloStateInit first (default: none)");
+                      {{"3.0", KALO_FIRMWARE_API_30}, {"3.2", KALO_FIRMWARE_API_32}},
+                      "Firmware API to announce with KaloStateInit first (default: none)");
   AddNumberOption(*command, "--reply-size", options->replySize,
                   "Size of the reply buffer (default: the client's maximum length)");
   command->add_flag("--no-private-data", options->noPrivateData,

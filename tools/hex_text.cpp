@@ -51,8 +51,7 @@ class HexTextParser {
       const int low = DigitAt(position_ + 1);
       bytes_.push_back(static_cast<uint8_t>(high * 16 + low));
       position_ += 2;
-    } while (position_ < text_.size() && !IsSeparator(text_[position_]) &&
-             text_[position_] != '#');
+    } while (position_ < text_.size() && !IsSeparator(text_[position_]) && text_[position_] != '#');
   }
 
   int DigitAt(std::size_t index) const {

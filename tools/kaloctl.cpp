@@ -17,14 +17,15 @@ int Main(int argc, char** argv) {
   app.require_subcommand(1);
   app.get_formatter()->column_width(26);
   app.footer(std::string("kaloctl COMMAND --help tells all about a command.\n") +
-             "Without a device: zulisim run -- kaloctl COMMAND ...\n\n" +
-             kaloctl::kExitStatusHelp +
+             "Without a device: zulisim run -- kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
              "\nColour is used on a terminal only, and not while NO_COLOR is set.");
   kaloctl::AddProbeCommand(app, exitStatus);
   kaloctl::AddSendCommand(app, exitStatus);
   kaloctl::AddRunCommand(app, exitStatus);
   kaloctl::AddStateCommand(app, exitStatus);
   kaloctl::AddLogCommand(app, exitStatus);
+  kaloctl::AddRegistryCommand(app, exitStatus);
+  kaloctl::AddDoctorCommand(app, exitStatus);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {

@@ -8,9 +8,9 @@
 
 namespace kaloctl {
 
-// Folds the copies that stand in a row: every KaloInit3 of a process adds one more sink for the same
-// file, so that from its first line on each message is written once more. That line shows how many
-// sinks there are; a message that the library wrote twice stays two.
+// Folds the copies that stand in a row: every KaloInit3 of a process adds one more sink for the
+// same file, so that from its first line on each message is written once more. That line shows how
+// many sinks there are; a message that the library wrote twice stays two.
 class LogFolder {
  public:
   using Consumer = std::function<void(const LogRecord& record, std::size_t copies)>;

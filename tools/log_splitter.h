@@ -20,9 +20,9 @@ struct LogRecord {
   }
 };
 
-// Cuts a log into records. A record begins with "<function>:<digits>: ", where the function is one of
-// the library's or any name at the start of a line, and ends with the line or at the next one. Takes
-// a log in pieces of any size and holds no more of it than one record, or 1 MiB of one.
+// Cuts a log into records. A record begins with "<function>:<digits>: ", where the function is one
+// of the library's or any name at the start of a line, and ends with the line or at the next one.
+// Takes a log in pieces of any size and holds no more of it than one record, or 1 MiB of one.
 class LogSplitter {
  public:
   using Consumer = std::function<void(LogRecord&&)>;

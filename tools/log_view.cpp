@@ -45,8 +45,7 @@ std::size_t ValueBegin(std::string_view text) {
   const std::string_view value = text.substr(blank + 1);
   const bool address = value.substr(0, 2) == "0x" && IsHexadecimal(value.substr(2));
   const bool number = IsHexadecimal(value) && (Contains(label, "Ref Cnt ") ||
-                                               Contains(label, "Handle ") ||
-                                               Contains(label, ": "));
+                                               Contains(label, "Handle ") || Contains(label, ": "));
   return address || number ? blank + 1 : std::string_view::npos;
 }
 

@@ -24,8 +24,8 @@ void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message) {
   constexpr char kIndent[] = "  ";
   if (message.size() >= kHeaderSize) {
     const KaloMessageHeader header = transport::HeaderOf(message.data());
-    out << kIndent << "word0 " << Hex(header.word0, 8) << "  command "
-        << Hex(header.commandId, 8) << "  status " << header.status;
+    out << kIndent << "word0 " << Hex(header.word0, 8) << "  command " << Hex(header.commandId, 8)
+        << "  status " << header.status;
     if (header.status < 0) {
       out << " (" << Hex(static_cast<uint32_t>(header.status), 8) << ")";
     }
@@ -42,8 +42,7 @@ ReplyBuffer::ReplyBuffer(std::size_t size) : size_(size), bytes_(std::max(size, 
 std::vector<uint8_t> ReplyBuffer::Received() const {
   std::size_t end = size_;
   while (end > kHeaderSize && bytes_[end - 1] == FillAt(end - 1)) --end;
-  return std::vector<uint8_t>(bytes_.begin(),
-                              bytes_.begin() + static_cast<std::ptrdiff_t>(end));
+  return std::vector<uint8_t>(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
 // Never 0 nor ASCII, and no two neighbours alike, so that usual replies do not end like it.

@@ -11,8 +11,8 @@ namespace {
 
 std::vector<uint8_t> BytesOf(const std::string& content, RequestFormat format,
                              const std::string& name) {
-  const bool hex = format == RequestFormat::kHex ||
-                   (format == RequestFormat::kAuto && LooksLikeText(content));
+  const bool hex =
+      format == RequestFormat::kHex || (format == RequestFormat::kAuto && LooksLikeText(content));
   if (!hex) return std::vector<uint8_t>(content.begin(), content.end());
   try {
     return ParseHexText(content);
@@ -35,9 +35,8 @@ std::vector<uint8_t> ReadRequest(const RequestSource& source) {
     throw InputError("no request: give FILE, - for standard input, --data HEX, or --command N");
   }
   const std::string name = source.hex ? "--data" : InputName(source.file);
-  std::vector<uint8_t> bytes = source.hex
-                                   ? BytesOf(*source.hex, RequestFormat::kHex, name)
-                                   : BytesOf(ReadInput(source.file), source.format, name);
+  std::vector<uint8_t> bytes = source.hex ? BytesOf(*source.hex, RequestFormat::kHex, name)
+                                          : BytesOf(ReadInput(source.file), source.format, name);
   if (source.bodyOnly) return MakeMessage(*source.command, bytes);
   if (bytes.empty()) {
     throw InputError(name + ": holds no byte: a request begins with a header of 16 bytes");

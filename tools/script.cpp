@@ -39,14 +39,26 @@ class LineParser {
     if (form_ == nullptr) throw InputError(UnknownCall());
     step_.call = form_->call;
     switch (form_->arguments) {
-      case Arguments::kNone: break;
-      case Arguments::kNewHandle: ReadNewHandle(); break;
-      case Arguments::kHandle: ReadHandle(); break;
-      case Arguments::kStateInit: ReadStateInit(); break;
+      case Arguments::kNone:
+        break;
+      case Arguments::kNewHandle:
+        ReadNewHandle();
+        break;
+      case Arguments::kHandle:
+        ReadHandle();
+        break;
+      case Arguments::kStateInit:
+        ReadStateInit();
+        break;
       case Arguments::kHandleMessage:
-      case Arguments::kHandleMessagePrivate: ReadHandle(); ReadMessage(); break;
+      case Arguments::kHandleMessagePrivate:
+        ReadHandle();
+        ReadMessage();
+        break;
       case Arguments::kMessage:
-      case Arguments::kMessagePrivate: ReadMessage(); break;
+      case Arguments::kMessagePrivate:
+        ReadMessage();
+        break;
     }
     if (next_ < words_.size()) Reject(words_[next_], "nothing more");
     return step_;
@@ -86,7 +98,8 @@ class LineParser {
     if (step_.handle == kNullHandle) return;
     if (!IsName(step_.handle)) Reject(step_.handle, "the name of a handle, or null");
     if (opened_.count(step_.handle) == 0) {
-      Reject(step_.handle, "a handle that KaloInit3 or FenuInit3 takes in an earlier line, or null");
+      Reject(step_.handle,
+             "a handle that KaloInit3 or FenuInit3 takes in an earlier line, or null");
     }
   }
 
@@ -188,8 +201,10 @@ std::string ScriptHelp() {
   }
   return help +
          "\nNAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.\n"
-         "Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body that\n"
-         "counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer (default:\n"
+         "Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body "
+         "that\n"
+         "counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer "
+         "(default:\n"
          "LENGTH); private offers 16 bytes for private data; IOCTLHND and IOCTLFRE put that tag\n"
          "there. Nothing runs before the whole script has been read.\n";
 }

@@ -52,8 +52,8 @@ struct ScriptStep {
 
 constexpr std::string_view kNullHandle = "null";
 
-// Reads a whole script. Throws InputError that names every wrong line, the word in it and what would
-// be right; `name` stands for the script in it.
+// Reads a whole script. Throws InputError that names every wrong line, the word in it and what
+// would be right; `name` stands for the script in it.
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name);
 
 // The calls and their arguments, for --help.

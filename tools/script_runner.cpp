@@ -50,8 +50,8 @@ struct CommandBuffers {
 
 // The cleanups report by status alone.
 bool RecordsError(Call call) {
-  return call != Call::kKaloCleanup3 && call != Call::kKaloCleanup &&
-         call != Call::kFenuCleanup3 && call != Call::kFenuCleanup;
+  return call != Call::kKaloCleanup3 && call != Call::kKaloCleanup && call != Call::kFenuCleanup3 &&
+         call != Call::kFenuCleanup;
 }
 
 }  // namespace
@@ -77,7 +77,8 @@ bool ScriptRunner::Run(const std::vector<ScriptStep>& steps) {
 
 bool ScriptRunner::RunStep(const ScriptStep& step) {
   out_ << palette_.bold << std::setw(4) << step.line << "  " << step.text << palette_.reset;
-  // Before the call, so that what the device prints meanwhile stands below, and a crash has a cause.
+  // Before the call, so that what the device prints meanwhile stands below, and a crash has a
+  // cause.
   if (!options_.brief) out_ << std::endl;
   if (RefusesDestroyed(step)) {
     out_ << Arrow() << palette_.bad << "not made" << palette_.reset << '\n'
@@ -109,15 +110,24 @@ uint32_t ScriptRunner::MakeCall(const ScriptStep& step, Outcome& outcome) {
       KALO_STATE_INIT_PARAMS params = {step.apiVersion, step.option};
       return KaloStateInit(step.nullParams ? nullptr : &params);
     }
-    case Call::kKaloInit3: return KaloInit3(&handles_[step.handle]);
-    case Call::kFenuInit3: return FenuInit3(&handles_[step.handle]);
-    case Call::kKaloCleanup3: return KaloCleanup3(outcome.handle);
-    case Call::kFenuCleanup3: return FenuCleanup3(outcome.handle);
-    case Call::kKaloInit: return KaloInit();
-    case Call::kKaloCleanup: return KaloCleanup();
-    case Call::kFenuInit: return FenuInit();
-    case Call::kFenuCleanup: return FenuCleanup();
-    default: return SendCommand(step, outcome);
+    case Call::kKaloInit3:
+      return KaloInit3(&handles_[step.handle]);
+    case Call::kFenuInit3:
+      return FenuInit3(&handles_[step.handle]);
+    case Call::kKaloCleanup3:
+      return KaloCleanup3(outcome.handle);
+    case Call::kFenuCleanup3:
+      return FenuCleanup3(outcome.handle);
+    case Call::kKaloInit:
+      return KaloInit();
+    case Call::kKaloCleanup:
+      return KaloCleanup();
+    case Call::kFenuInit:
+      return FenuInit();
+    case Call::kFenuCleanup:
+      return FenuCleanup();
+    default:
+      return SendCommand(step, outcome);
   }
 }
 
@@ -137,11 +147,15 @@ uint32_t ScriptRunner::SendCommand(const ScriptStep& step, Outcome& outcome) {
       status = StartIo3(outcome.handle, input, length, output, replyLength);
       break;
     case Call::kStartIoEx:
-      status = StartIoEx(input, length, output, replyLength, buffers.privateData,
-                         buffers.privateLength);
+      status =
+          StartIoEx(input, length, output, replyLength, buffers.privateData, buffers.privateLength);
       break;
-    case Call::kStartIo: status = StartIo(input, length, output, replyLength); break;
-    default: status = ProvisioningStartIo(input, length, output, replyLength); break;
+    case Call::kStartIo:
+      status = StartIo(input, length, output, replyLength);
+      break;
+    default:
+      status = ProvisioningStartIo(input, length, output, replyLength);
+      break;
   }
   const bool wrapper = step.command.privateData == PrivateData::kAllocTag ||
                        step.command.privateData == PrivateData::kFreeTag;
@@ -155,8 +169,8 @@ uint32_t ScriptRunner::SendCommand(const ScriptStep& step, Outcome& outcome) {
 
 void ScriptRunner::PrintOutcome(const ScriptStep& step, uint32_t status, const Outcome& outcome) {
   const bool good = status == KALO_DLL_STATUS_SUCCESS;
-  out_ << Arrow() << (good ? palette_.good : palette_.bad) << StatusText(status)
-       << palette_.reset << '\n';
+  out_ << Arrow() << (good ? palette_.good : palette_.bad) << StatusText(status) << palette_.reset
+       << '\n';
   const std::vector<std::string> lines = log_.Take();
   if (options_.brief) return;
   if (!good) PrintFailure(out_, palette_, kIndent, status, RecordsError(step.call), lines);

@@ -30,14 +30,20 @@ std::size_t Distance(std::string_view left, std::string_view right) {
 
 const char* UsageOf(Arguments arguments) {
   switch (arguments) {
-    case Arguments::kNone: return "";
-    case Arguments::kNewHandle: return "NAME";
-    case Arguments::kHandle: return "NAME|null";
-    case Arguments::kStateInit: return "VERSION OPTION, or null";
-    case Arguments::kMessage: return "COMMAND LENGTH [reply=N|null] [input=null]";
+    case Arguments::kNone:
+      return "";
+    case Arguments::kNewHandle:
+      return "NAME";
+    case Arguments::kHandle:
+      return "NAME|null";
+    case Arguments::kStateInit:
+      return "VERSION OPTION, or null";
+    case Arguments::kMessage:
+      return "COMMAND LENGTH [reply=N|null] [input=null]";
     case Arguments::kMessagePrivate:
       return "COMMAND LENGTH [reply=N|null] [input=null] [private|IOCTLHND|IOCTLFRE]";
-    case Arguments::kHandleMessage: return "NAME|null COMMAND LENGTH [reply=N|null] [input=null]";
+    case Arguments::kHandleMessage:
+      return "NAME|null COMMAND LENGTH [reply=N|null] [input=null]";
     case Arguments::kHandleMessagePrivate:
       return "NAME|null COMMAND LENGTH [reply=N|null] [input=null] [private|IOCTLHND|IOCTLFRE]";
   }

@@ -21,8 +21,8 @@ void SessionBook::AfterCall(Call call, const void* handle) {
 
 void SessionBook::Note() {
   const KaloDllState& state = gKaloDllState;
-  last_ = {state.kaloRefCountA, state.kaloRefCountB, state.fenuRefCount,
-           state.fenuInterfaceVersion, state.kaloSessionA, state.kaloSessionB, state.fenuSession};
+  last_ = {state.kaloRefCountA, state.kaloRefCountB, state.fenuRefCount, state.fenuInterfaceVersion,
+           state.kaloSessionA,  state.kaloSessionB,  state.fenuSession};
 }
 
 void SessionBook::Compare(uint32_t countBefore, uint32_t countAfter, const void* before,

@@ -37,9 +37,12 @@ std::string CodeText(uint32_t code) {
 
 std::string ApiVersionText(uint32_t version) {
   switch (version) {
-    case KALO_FIRMWARE_API_30: return Hex(version) + " (API 3.0)";
-    case KALO_FIRMWARE_API_32: return Hex(version) + " (API 3.2)";
-    default: return Hex(version) + " (not set)";
+    case KALO_FIRMWARE_API_30:
+      return Hex(version) + " (API 3.0)";
+    case KALO_FIRMWARE_API_32:
+      return Hex(version) + " (API 3.2)";
+    default:
+      return Hex(version) + " (not set)";
   }
 }
 

@@ -54,7 +54,7 @@ constexpr Advice kAdvice[] = {
     {1, "Cannot connect to ZULI device.",
      "the engine refused the client: see which ones it offers with kaloctl probe"},
     {1, "Error writing message to ZULI.",
-     "compare the request's length with the client's maximum message length: kaloctl probe; a lost "
+     "the device failed, or the request is longer than the client takes (kaloctl probe); a lost "
      "device may be back: try again"},
     {1, "Error reading message from ZULI.",
      "the request was sent but no reply came; open a new session before the next command, a late "
