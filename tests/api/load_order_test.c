@@ -1,4 +1,4 @@
-/* As a C driver sees the library: the headers compile as C, the entry points link, and the static
+/* As a C driver sees the library: its header compiles as C, the entry points link, and the static
  * objects are built in their order. */
 
 #include "api/kalo_dll.h"
@@ -8,17 +8,6 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "oscl/bounded_string.h"
-#include "oscl/critical_section.h"
-#include "oscl/file.h"
-#include "oscl/inert.h"
-#include "oscl/last_error.h"
-#include "oscl/memory.h"
-#include "oscl/module.h"
-#include "oscl/registry.h"
-#include "oscl/timing.h"
-#include "oscl/user_feature.h"
-#include "oscl/version.h"
 
 extern char gKaloDllState[3208];
 extern char logBase[80] __asm__("_ZN6Logger7logBaseE");
