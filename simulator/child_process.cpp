@@ -22,7 +22,9 @@ sigset_t HeldSignals() {
   return set;
 }
 
+// What the child is to find as it was.
 sigset_t maskBefore;
+bool pipeEndsProgram = true;
 
 std::vector<char*> Pointers(const std::vector<std::string>& texts) {
   std::vector<char*> pointers;
@@ -47,7 +49,11 @@ pid_t Start(const std::string& path, const std::vector<std::string>& arguments,
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setsigmask(&attributes, &maskBefore);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
+  sigset_t defaults;
+  sigemptyset(&defaults);
+  if (pipeEndsProgram) sigaddset(&defaults, SIGPIPE);
+  posix_spawnattr_setsigdefault(&attributes, &defaults);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
   pid_t child = -1;
   const int error = posix_spawn(&child, path.c_str(), nullptr, &attributes,
                                 Pointers(arguments).data(), Pointers(variables).data());
@@ -64,6 +70,7 @@ pid_t Start(const std::string& path, const std::vector<std::string>& arguments,
 ChildSignals::ChildSignals() {
   const sigset_t held = HeldSignals();
   signal(SIGCHLD, SIG_DFL);  // a shell may have left it ignored, and a wait would fail
+  pipeEndsProgram = signal(SIGPIPE, SIG_IGN) == SIG_DFL;
   pthread_sigmask(SIG_BLOCK, &held, &maskBefore);
 }
 

@@ -9,8 +9,8 @@
 namespace zulisim {
 
 // Signals that end a program are not to end this one before it: as long as an object of this class
-// lives, they are held back in the whole process and passed on to the child. Make it before the
-// first thread.
+// lives, they are held back in the whole process and passed on to the child, and a reader of the
+// transcript that goes away ends nothing. Make it before the first thread.
 class ChildSignals {
  public:
   ChildSignals();

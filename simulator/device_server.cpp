@@ -143,12 +143,11 @@ void DeviceServer::Serve(int channel) {
   switch (request.kind) {
     case Kind::kHello:
       ++attached_;
+      SendAnswer(channel, {});
       break;
-    case Kind::kOpen: {
-      const Answer answer = Open(request, channel);
-      SendAnswer(channel, {answer.value, answer.error});
+    case Kind::kOpen:
+      Open(channel, request);
       break;
-    }
     case Kind::kIoctl:
       Ioctl(channel, request, std::move(payload));
       break;
@@ -164,14 +163,15 @@ void DeviceServer::Serve(int channel) {
   }
 }
 
-Answer DeviceServer::Open(const Request& request, int channel) {
+void DeviceServer::Open(int channel, const Request& request) {
   const Result result = engine_.Open(request.flags, request.mode, request.descriptor);
-  if (result.value != -1) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    channels_.erase(channel);
-    tokens_[request.inode] = {channel, static_cast<std::uint64_t>(result.value), false};
-  }
-  return {result.value, result.error, 0};
+  if (result.value == -1) return SendAnswer(channel, result);
+  // Under the lock, or the channel could be closed as ended while the answer is on its way. It is
+  // the first on a fresh socket and never has to wait.
+  std::lock_guard<std::mutex> lock(mutex_);
+  channels_.erase(channel);
+  tokens_[request.inode] = {channel, static_cast<std::uint64_t>(result.value), false};
+  SendAnswer(channel, result);
 }
 
 void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {

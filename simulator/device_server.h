@@ -41,7 +41,7 @@ class DeviceServer {
   void Work();
   void StartWorker();
   void Serve(int channel);
-  protocol::Answer Open(const protocol::Request& request, int channel);
+  void Open(int channel, const protocol::Request& request);
   void Ioctl(int channel, const protocol::Request& request, Bytes payload);
   void Read(int channel, const protocol::Request& request);
   void Write(int channel, const protocol::Request& request, const Bytes& payload);

@@ -20,7 +20,7 @@ inline constexpr const char* kRootVariable = "ZULISIM_ROOT";
 inline constexpr std::size_t kMaxPayload = 1 << 20;
 
 enum class Kind : std::uint32_t {
-  kHello,  // the library is loaded; no answer
+  kHello,  // the library is loaded
   kOpen,
   kIoctl,
   kRead,

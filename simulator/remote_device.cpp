@@ -185,9 +185,7 @@ __attribute__((constructor(103))) void AttachAtStart() {
   if (!Settings().served) return;
   const int savedErrno = errno;
   AdoptInherited();
-  Channel channel;
-  const Request hello;
-  if (channel.descriptor() >= 0) channel.Send(&hello, sizeof(hello), nullptr, 0);
+  Exchange(Request(), nullptr, nullptr, 0);
   errno = savedErrno;
 }
 

@@ -128,6 +128,19 @@ TEST_F(RunTest, the_log_and_the_transcript_land_where_they_are_sent) {
   EXPECT_TRUE(NothingIsLeft());
 }
 
+TEST_F(RunTest, signals_reach_the_program_and_nothing_is_left) {
+  // A reader of the transcript that ends first ends nobody else.
+  Shell("{ " ZULISIM " run -- " DEVICE_PROGRAM
+        " open connect write:20 read:20 exit:3 2>&1 >/dev/null; echo $? >" +
+        (folder / "status").string() + "; } | true");
+  EXPECT_EQ(Content(folder / "status"), "3\n");
+  const Outcome ended = Shell("sh -c '" ZULISIM
+                              " run -q -- sleep 20 & sleep 0.2; kill -TERM $!; "
+                              "wait $!; echo $?'");
+  EXPECT_EQ(ended.out, "143\n");
+  EXPECT_TRUE(NothingIsLeft());
+}
+
 TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
   std::ofstream(folder / "text") << "no program\n";
   std::ofstream(folder / "script") << "#!/nowhere/sh\n";
