@@ -9,6 +9,7 @@
 #include "log/address.h"
 #include "log/file_sink.h"
 #include "log/log_line.h"
+#include "oscl/critical_section_guard.h"
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 

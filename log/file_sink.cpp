@@ -5,6 +5,7 @@
 
 #include "log/log_file.h"
 #include "log/logger.h"
+#include "oscl/critical_section_guard.h"
 #include "oscl/errno_keeper.h"
 
 namespace logging {

@@ -2,6 +2,8 @@
 
 #include <atomic>
 
+#include "oscl/critical_section_guard.h"
+
 namespace logging {
 
 namespace {

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "oscl/critical_section_guard.h"
 #include "oscl/errno_keeper.h"
 #include "oscl/timing.h"
 

@@ -24,23 +24,3 @@ void EnterCriticalSection(CRITICAL_SECTION* section);
 void LeaveCriticalSection(CRITICAL_SECTION* section);
 
 OSCL_END_C
-
-#ifdef __cplusplus
-namespace oscl {
-
-// Holds a critical section for a scope.
-class CriticalSectionGuard {
- public:
-  explicit CriticalSectionGuard(CRITICAL_SECTION& section) : section_(section) {
-    EnterCriticalSection(&section_);
-  }
-  ~CriticalSectionGuard() { LeaveCriticalSection(&section_); }
-  CriticalSectionGuard(const CriticalSectionGuard&) = delete;
-  CriticalSectionGuard& operator=(const CriticalSectionGuard&) = delete;
-
- private:
-  CRITICAL_SECTION& section_;
-};
-
-}  // namespace oscl
-#endif

@@ -23,10 +23,15 @@ uint64_t lastSerial = kNobody;
 
 class Guard {
  public:
-  Guard() { pthread_mutex_lock(&mutex); }
-  ~Guard() { pthread_mutex_unlock(&mutex); }
+  Guard() : locked_(pthread_mutex_lock(&mutex) == 0) {}
+  ~Guard() {
+    if (locked_) pthread_mutex_unlock(&mutex);
+  }
   Guard(const Guard&) = delete;
   Guard& operator=(const Guard&) = delete;
+
+ private:
+  const bool locked_;
 };
 
 // Null for an address that never held a session. The mutex is held.
