@@ -64,7 +64,7 @@
   X(fcntl64, int, (int, int, void*))
 
 // A hook is a C++ function that carries libc's name as its symbol: so it needs neither the
-// parameter types nor the exception specification of libc's own declaration.
+// parameter types nor the noexcept of libc's own declaration.
 #define ZULISIM_HOOK(name) __asm__(#name) __attribute__((visibility("default"), used))
 
 namespace zulisim::hooks {
