@@ -1,5 +1,7 @@
 #pragma once
 
+#include <charconv>
+#include <cstdint>
 #include <ostream>
 
 namespace logging {
@@ -11,7 +13,9 @@ struct Address {
 
 inline std::ostream& operator<<(std::ostream& stream, Address address) {
   if (address.value == nullptr) return stream << '0';
-  return stream << address.value;
+  char text[sizeof "0x" + 2 * sizeof address.value] = "0x";
+  *std::to_chars(text + 2, std::end(text), reinterpret_cast<uintptr_t>(address.value), 16).ptr = 0;
+  return stream << text;
 }
 
 }  // namespace logging

@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <string>
 
+#include "log/stream_source.h"
 #include "oscl/critical_section_guard.h"
 #include "oscl/errno_keeper.h"
 #include "oscl/timing.h"
@@ -39,7 +40,7 @@ Logger::LogBase::~LogBase() {
   std::vector<LogSink*>().swap(sinks);
 }
 
-Logger::Logger() : level(0) {}
+Logger::Logger() : basic_stringstream(logging::StreamSource().Take()), level(0) {}
 
 Logger::~Logger() {
   const oscl::ErrnoKeeper keeper;
