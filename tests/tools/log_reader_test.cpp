@@ -1,0 +1,106 @@
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+#include <vector>
+
+#include "tools/log_folder.h"
+#include "tools/log_splitter.h"
+
+namespace kaloctl {
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+// "prefix|function|tag|text", "function" being "?" for text without one.
+std::vector<std::string> Split(std::string_view log, std::size_t pieceSize) {
+  std::vector<std::string> records;
+  LogSplitter splitter([&](LogRecord&& record) {
+    records.push_back(record.function.empty()
+                          ? "?|" + record.text
+                          : (record.prefix.empty() ? "" : record.prefix + "|") + record.function +
+                                "|" + record.tag + "|" + record.text);
+  });
+  for (; !log.empty(); log.remove_prefix(std::min(pieceSize, log.size()))) {
+    splitter.Feed(log.substr(0, pieceSize));
+  }
+  splitter.Finish();
+  return records;
+}
+
+TEST(LogSplitter, cuts_hard_logs_alike_in_pieces_of_any_size) {
+  using namespace std::string_literals;
+  const struct {
+    std::string log;
+    std::vector<std::string> records;
+  } cases[] = {
+      {"", {}},
+      {"KaloInit3:1: aKaloInit:2: bStartIoEx3:3: c\nStartIoEx:4: d",
+       {"KaloInit3|1|a", "KaloInit|2|b", "StartIoEx3|3|c", "StartIoEx|4|d"}},
+      {"CpDremSession:1: up~CpDremSession:2: downConnect:3: cDisconnect:4: ",
+       {"CpDremSession|1|up", "~CpDremSession|2|down", "Connect|3|c", "Disconnect|4|"}},
+      {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: ",
+       {"KaloInit3|1|what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: "}},
+      {"[00001234] 77 IoMessage:9: a[12345678] -5 IoMessage:9: b[1] 5 IoMessage:9: c",
+       {"[00001234] 77|IoMessage|9|a", "[12345678] -5|IoMessage|9|b[1] 5 ", "IoMessage|9|c"}},
+      {"Driver:5: mine Driver:6: not\nDriver:6: mine too\n",
+       {"Driver|5|mine Driver:6: not", "Driver|6|mine too"}},
+      {"\x01\0:\xff KaloInit:1: a\0b\nrest\n\n"s,
+       {"?|\x01\0:\xff "s, "KaloInit|1|a\0b"s, "?|rest"}},
+      {"KaloInit:1: ", {"KaloInit|1|"}},
+      {"KaloInit:1:", {"?|KaloInit:1:"}},
+  };
+  for (const auto& log : cases) {
+    for (const std::size_t pieceSize : {1, 2, 7, 1000}) {
+      EXPECT_EQ(Split(log.log, pieceSize), log.records) << log.log << " in pieces of " << pieceSize;
+    }
+  }
+}
+
+TEST(LogSplitter, loses_nothing_of_a_long_log_and_finds_records_behind_junk) {
+  const std::string junk(3 << 20, 'x');
+  std::string log = "KaloInit3:1: " + junk + "KaloInit3:2: end\n";
+  for (int i = 0; i < 20000; ++i) log += "IoMessage:7: " + std::to_string(i);
+  const std::vector<std::string> records = Split(log, 1 << 16);
+  std::size_t length = 0;
+  std::size_t number = 0;
+  for (const std::string& record : records) {
+    if (record.find('x') != std::string::npos) length += record.size() - record.find('x');
+    if (record == "IoMessage|7|" + std::to_string(number)) ++number;
+  }
+  EXPECT_EQ(length, junk.size());
+  EXPECT_EQ(number, 20000u);
+  EXPECT_THAT(records, testing::Contains("KaloInit3|2|end"));
+}
+
+std::vector<std::string> Fold(const std::string& log) {
+  std::vector<std::string> folded;
+  LogFolder folder([&](const LogRecord& record, std::size_t copies) {
+    folded.push_back(record.tag + "x" + std::to_string(copies));
+  });
+  LogSplitter splitter([&](LogRecord&& record) { folder.Add(std::move(record)); });
+  splitter.Feed(log);
+  splitter.Finish();
+  folder.Finish();
+  return folded;
+}
+
+TEST(LogFolder, folds_copies_as_sinks_grow_and_keeps_true_repeats_apart) {
+  const std::string init = "KaloInit3:1: Executing call to KaloInit3() API ...";
+  const std::string count = "KaloCleanup3:2: KALO DREM Ref Cnt A 0";
+  const std::string line = "StartIoEx3:3: CpSession: 0x1\n";
+  EXPECT_THAT(Fold(""), IsEmpty());
+  EXPECT_THAT(Fold(init + count + count + line), ElementsAre("1x1", "2x1", "2x1", "3x1"));
+  EXPECT_THAT(Fold(init + line + init + init + count + count + line + line + line + line),
+              ElementsAre("1x1", "3x1", "1x2", "2x2", "3x2", "3x2"));
+  // A new process begins with one sink again; a log cut off in front tells no number.
+  EXPECT_THAT(Fold(line + line + init + init + line + line + init + line),
+              ElementsAre("3x2", "1x2", "3x2", "1x1", "3x1"));
+  // Copies that do not come out even are not divided.
+  EXPECT_THAT(Fold(init + init + line + line + line), ElementsAre("1x2", "3x3"));
+}
+
+}  // namespace
+}  // namespace kaloctl
