@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|all]...      (default: build)
 #
 # Without root the packages are only checked for, and the missing ones are named.
 set -euo pipefail
@@ -9,6 +9,8 @@ set -euo pipefail
 build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev)
 test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
 bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
+fuzz=(clang-14 libclang-rt-14-dev)
+abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
 
 wanted=()
 for group in "${@:-build}"; do
@@ -16,8 +18,10 @@ for group in "${@:-build}"; do
     build) wanted+=("${build[@]}") ;;
     test) wanted+=("${build[@]}" "${test[@]}") ;;
     bench) wanted+=("${build[@]}" "${bench[@]}") ;;
-    all) wanted+=("${build[@]}" "${test[@]}" "${bench[@]}") ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench or all is expected" >&2; exit 2 ;;
+    fuzz) wanted+=("${build[@]}" "${fuzz[@]}") ;;
+    abi) wanted+=("${build[@]}" "${abi[@]}") ;;
+    all) wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}") ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi or all is expected" >&2; exit 2 ;;
   esac
 done
 

@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <stdlib.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -92,10 +93,11 @@ constexpr Injection kInjections[] = {
 // Told when the process dies in the middle.
 char underWay[128];
 void TellWhere(int) {
-  const char lead[] = "died while failing ";
-  ssize_t ignored = write(STDERR_FILENO, lead, sizeof lead - 1);
-  ignored += write(STDERR_FILENO, underWay, strlen(underWay));
-  ignored += write(STDERR_FILENO, "\n", 1);
+  const iovec pieces[] = {{const_cast<char*>("died while failing "), 19},
+                          {underWay, strlen(underWay)},
+                          {const_cast<char*>("\n"), 1}};
+  // Nothing can be done where not even this is written.
+  if (writev(STDERR_FILENO, pieces, 3) < 0) return;
 }
 
 constexpr char kRegistry[] =

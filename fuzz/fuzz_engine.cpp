@@ -1,0 +1,228 @@
+// Any reply of the engine, any errno, any order of calls and losses of the device: against the
+// entry points of both generations.
+
+#include <fuzzer/FuzzedDataProvider.h>
+#include <unistd.h>
+
+#include <memory>
+#include <set>
+
+#include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
+#include "fuzz/check.h"
+#include "log/logger.h"
+#include "simulator/attachment.h"
+#include "transport/client_session.h"
+#include "transport/cp_drem_session.h"
+
+namespace {
+
+using zulisim::Operation;
+
+// Descriptors that are left open because a connection was refused.
+class Descriptors : public zulisim::OperationObserver {
+ public:
+  void OnOperation(const zulisim::OperationRecord& record) override {
+    if (record.operation == Operation::kOpen && record.result != -1) open_.insert(record.descriptor);
+    if (record.operation == Operation::kClose) open_.erase(record.descriptor);
+  }
+  void CloseAll() {
+    const std::set<int> left = open_;
+    for (const int descriptor : left) close(descriptor);
+  }
+
+ private:
+  std::set<int> open_;
+};
+
+// The engine with a client whose answers the input holds.
+class Device {
+ public:
+  Device() : attachment_(engine, {{"/data/Marvoleth.log", "/dev/null"}}) {
+    engine.AddObserver(&descriptors);
+    for (const char* client : {"KALO", "FENU"}) {
+      engine.SetResponder(client, [this](const zulisim::Bytes&) { return reply; });
+    }
+  }
+
+  zulisim::Engine engine{{zulisim::DefaultClients(), false}};
+  zulisim::Reply reply;
+  Descriptors descriptors;
+
+ private:
+  zulisim::Attachment attachment_;
+};
+
+using Buffer = std::unique_ptr<unsigned char[]>;
+
+// Exactly as long as it is said to be, or null.
+Buffer Exact(FuzzedDataProvider& input, size_t length) {
+  if (input.ConsumeIntegralInRange(0, 15) == 0) return nullptr;
+  Buffer buffer(new unsigned char[length]());
+  const std::string bytes = input.ConsumeRandomLengthString(length);
+  std::copy(bytes.begin(), bytes.end(), buffer.get());
+  return buffer;
+}
+
+void CheckRecord(uint32_t status) {
+  const KaloDllState& state = gKaloDllState;
+  FUZZ_CHECK(status <= 6);
+  if (status == 0) return;
+  const uint32_t code = status == 1 ? 0xFFFFFFFFu : status;
+  FUZZ_CHECK(state.lastErrorSource >= 1 && state.lastErrorSource <= 3);
+  FUZZ_CHECK(code == (state.lastErrorSource == 1   ? state.apiErrorCode
+                      : state.lastErrorSource == 2 ? state.kaloErrorCode
+                                                   : state.fenuErrorCode));
+}
+
+void Submit(FuzzedDataProvider& input) {
+  const KaloDllState& state = gKaloDllState;
+  const auto inputLength = input.ConsumeIntegralInRange<uint32_t>(0, 40);
+  const auto outputLength = input.ConsumeIntegralInRange<uint32_t>(0, 40);
+  const Buffer request = Exact(input, inputLength);
+  const Buffer reply = Exact(input, outputLength);
+  const Buffer privateData = Exact(input, 16);
+  if (privateData != nullptr && input.ConsumeIntegralInRange(0, 7) == 0) {
+    std::memcpy(privateData.get(), input.ConsumeBool() ? "IOCTLHND" : "IOCTLFRE", 8);
+  }
+  unsigned int length = input.PickValueInArray({0u, 9u, 16u});
+  unsigned int* lengthPointer = input.ConsumeBool() ? &length : nullptr;
+  // Only sessions that are open may be named.
+  ClientSession* const sessions[] = {
+      state.kaloRefCountA != 0 && state.kaloInterfaceVersion == 3 ? state.kaloSessionA : nullptr,
+      state.kaloRefCountB != 0 ? state.kaloSessionB : nullptr,
+      state.fenuRefCount != 0 ? state.fenuSession : nullptr};
+  const auto choice = input.ConsumeIntegralInRange<uint32_t>(0, 4);
+  uint32_t status = 0;
+  if (choice < 3) {
+    status = StartIoEx3(sessions[choice], request.get(), inputLength, reply.get(), outputLength,
+                        privateData.get(), lengthPointer);
+  } else {
+    status = StartIoEx(request.get(), inputLength, reply.get(), outputLength, privateData.get(),
+                       lengthPointer);
+  }
+  CheckRecord(status);
+  FUZZ_CHECK(length <= 16);
+}
+
+void PassIoctl(FuzzedDataProvider& input) {
+  ClientSession* session = gKaloDllState.fenuRefCount != 0 ? gKaloDllState.fenuSession : nullptr;
+  if (session == nullptr || session->dremSessions.empty()) return;
+  unsigned char argument[64] = {};
+  try {
+    session->dremSessions[0]->SendIoctlToZuli(
+        input.ConsumeBool() ? static_cast<int>(0xC0104801u) : 0x4802, argument);
+  } catch (const std::runtime_error&) {
+  }
+}
+
+void Instruct(FuzzedDataProvider& input, Device& device) {
+  zulisim::Fault fault;
+  fault.operation = static_cast<Operation>(input.ConsumeIntegralInRange(0, 4));
+  fault.first = device.engine.Count(fault.operation) + input.ConsumeIntegralInRange(1, 3);
+  fault.times = input.ConsumeIntegralInRange(1, 7);
+  const bool transfer = fault.operation == Operation::kRead || fault.operation == Operation::kWrite;
+  switch (input.ConsumeIntegralInRange(0, 2)) {
+    case 0:
+      fault.effect = zulisim::ErrnoFault{input.ConsumeIntegralInRange(1, 133)};
+      break;
+    case 1:
+      fault.effect = zulisim::DeviceLoss{input.ConsumeIntegralInRange<uint64_t>(0, 2), ENODEV,
+                                         input.ConsumeBool()};
+      break;
+    default:
+      if (transfer) fault.effect = zulisim::ShortCount{input.ConsumeIntegralInRange<size_t>(0, 40)};
+  }
+  if (!zulisim::FaultError(fault)) device.engine.AddFault(fault);
+}
+
+void Answer(FuzzedDataProvider& input, zulisim::Reply& reply) {
+  const auto bytes = [&]() -> std::optional<zulisim::Bytes> {
+    if (input.ConsumeIntegralInRange(0, 7) == 0) return std::nullopt;
+    return input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<size_t>(0, 64));
+  };
+  reply.message = bytes();
+  reply.privateData = bytes();
+}
+
+void CallOnce(FuzzedDataProvider& input, Device& device) {
+  KALO_STATE_INIT_PARAMS parameters = {input.PickValueInArray({0u, 0x30000u, 0x30002u}), 0};
+  const KaloDllState& state = gKaloDllState;
+  void* handle = nullptr;
+  switch (input.ConsumeIntegralInRange(0, 12)) {
+    case 0:
+      parameters.stateInitOption = input.ConsumeBool();
+      CheckRecord(KaloStateInit(&parameters));
+      break;
+    case 1:
+      CheckRecord(KaloInit3(&handle));
+      break;
+    case 2:
+      CheckRecord(KaloInit());
+      break;
+    case 3:
+      CheckRecord(FenuInit3(&handle));
+      break;
+    case 4:
+      CheckRecord(FenuInit());
+      break;
+    case 5:
+      KaloCleanup3(input.ConsumeBool() ? state.kaloSessionA : state.kaloSessionB);
+      break;
+    case 6:
+      KaloCleanup();
+      break;
+    case 7:
+      FenuCleanup3(state.fenuSession);
+      break;
+    case 8:
+      FenuCleanup();
+      break;
+    case 9:
+      Instruct(input, device);
+      break;
+    case 10:
+      Answer(input, device.reply);
+      break;
+    case 11:
+      PassIoctl(input);
+      break;
+    default:
+      Submit(input);
+  }
+}
+
+// The state of a fresh load.
+void Reset(Device& device) {
+  KaloDllState& state = gKaloDllState;
+  while (state.kaloRefCountA + state.kaloRefCountB != 0 &&
+         (state.kaloSessionA != nullptr || state.kaloSessionB != nullptr)) {
+    KaloCleanup();
+    if (state.kaloSessionA == nullptr) state.kaloRefCountA = 0;
+    if (state.kaloSessionB == nullptr) state.kaloRefCountB = 0;
+  }
+  state.fenuRefCount = 0;
+  FenuCleanup();
+  state.kaloRefCountA = state.kaloRefCountB = 0;
+  state.kaloSessionA = state.kaloSessionB = nullptr;
+  state.kaloInterfaceVersion = state.fenuInterfaceVersion = state.firmwareApiVersion = 0;
+  for (LogSink*& sink : Logger::logBase.sinks) delete sink;
+  Logger::logBase.sinks.clear();
+  device.descriptors.CloseAll();
+  device.engine.ClearFaults();
+  device.engine.LoseDevice({0, ENODEV, false});
+  FUZZ_CHECK(device.engine.OpenDescriptors() == 0);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static Device* device = new Device;
+  FuzzedDataProvider input(data, size);
+  device->reply = {zulisim::Bytes(24), std::nullopt};
+  for (int calls = 0; calls < 24 && input.remaining_bytes() != 0; ++calls) {
+    CallOnce(input, *device);
+  }
+  Reset(*device);
+  return 0;
+}

@@ -1,0 +1,91 @@
+// The helpers of the settings that take memory from their caller: multi-strings, paths and names,
+// each exactly as long as it is said to be.
+
+#include <fuzzer/FuzzedDataProvider.h>
+
+#include <cstring>
+#include <memory>
+
+#include "fuzz/check.h"
+#include "fuzz/registry_file.h"
+#include "oscl/memory.h"
+#include "oscl/registry.h"
+#include "oscl/user_feature.h"
+
+namespace {
+
+void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
+  const auto length = static_cast<uint32_t>(bytes.size());
+  auto* buffer = static_cast<char*>(AllocMem(length));
+  std::memcpy(buffer, bytes.data(), length);
+  UserFeatureValue value = {};
+  value.type = USER_FEATURE_MULTI_STRING;
+  if (OSCL_UserFeature_SetMultiStringValue(&value, buffer, length) != S_OK) {
+    FUZZ_CHECK(value.data.strings == nullptr);
+    FreeMem(buffer);
+    return;
+  }
+  FUZZ_CHECK(value.size != 0 && value.totalLength <= length);
+  FUZZ_CHECK(value.totalLength + 1 >= length);
+  uint32_t offset = 0;
+  for (uint32_t i = 0; i < value.size; ++i) {
+    FUZZ_CHECK(value.data.strings[i].text == buffer + offset);
+    FUZZ_CHECK(value.data.strings[i].length != 0);
+    offset += value.data.strings[i].length + 1;
+  }
+  FUZZ_CHECK(offset == value.totalLength);
+  file.Store("[KEY]\n1\nkey\n");
+  OSCL_UserFeature_SetValueName(&value, "list");
+  FUZZ_CHECK(OSCL_UserFeature_WriteValueMultiString(1, &value) == S_OK);
+  OSCL_UserFeature_ClearValue(&value);
+}
+
+void ParsePath(const std::string& text) {
+  const std::unique_ptr<char[]> path(new char[text.size() + 1]);
+  std::memcpy(path.get(), text.c_str(), text.size() + 1);
+  uint32_t root = 7;
+  char* rest = nullptr;
+  const HRESULT result = OSCL_UserFeature_ParsePath(nullptr, path.get(), &root, &rest);
+  const std::string whole = path.get();
+  const size_t backslash = whole.find('\\');
+  const std::string prefix = whole.substr(0, backslash);
+  const bool good = backslash != std::string::npos && backslash + 1 < whole.size() &&
+                    (prefix == "HKEY_LOCAL_MACHINE" || prefix == "HKEY_CURRENT_USER");
+  FUZZ_CHECK((result == S_OK) == good);
+  FUZZ_CHECK(good ? rest == path.get() + backslash + 1 : root == 7 && rest == nullptr);
+}
+
+void NameValues(FuzzedDataProvider& input) {
+  UserFeatureKey key = {};
+  while (input.remaining_bytes() != 0) {
+    const std::string text = input.ConsumeRandomLengthString(300);
+    const std::unique_ptr<char[]> name(new char[text.size() + 1]);
+    std::memcpy(name.get(), text.c_str(), text.size() + 1);
+    const HRESULT result =
+        OSCL_UserFeature_ReadValueInit(&key, name.get(), input.ConsumeIntegralInRange(0, 9));
+    FUZZ_CHECK((result == S_OK) == (std::strlen(name.get()) <= 255));
+    FUZZ_CHECK(key.valueCount == 1);
+    if (result == S_OK) FUZZ_CHECK(std::strcmp(key.values->name, name.get()) == 0);
+  }
+  OSCL_UserFeature_Cleanup(nullptr, &key);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static const RegistryFile* file = new RegistryFile;
+  FuzzedDataProvider input(data, size);
+  const int32_t blocks = gAllocationCount;
+  switch (input.ConsumeIntegralInRange(0, 2)) {
+    case 0:
+      SplitAndJoin(input.ConsumeRemainingBytesAsString(), *file);
+      break;
+    case 1:
+      ParsePath(input.ConsumeRemainingBytesAsString());
+      break;
+    default:
+      NameValues(input);
+  }
+  FUZZ_CHECK(gAllocationCount == blocks);
+  return 0;
+}

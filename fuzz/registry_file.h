@@ -1,0 +1,24 @@
+#pragma once
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "simulator/attachment.h"
+
+// A registry file in memory, in the place of the real one.
+class RegistryFile {
+ public:
+  void Store(const std::string& text) const {
+    if (ftruncate(descriptor_, 0) != 0) return;
+    if (pwrite(descriptor_, text.data(), text.size(), 0) < 0) return;
+  }
+  const std::string& path() const { return path_; }
+
+ private:
+  const int descriptor_ = memfd_create("registry", 0);
+  const std::string path_ = "/proc/self/fd/" + std::to_string(descriptor_);
+  zulisim::Engine engine_;
+  zulisim::Attachment attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
+};

@@ -1,0 +1,58 @@
+#!/usr/bin/env bash
+# Sets up, builds the fuzz targets and runs each for a while, from the seeds in fuzz/corpus/ and
+# what earlier runs found. Fails on a finding, and says how to run it again.
+#
+#   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
+set -euo pipefail
+cd "$(dirname "$0")/.."
+
+all=(engine registry settings strings scenario)
+seconds=${1:-30}
+[ $# -gt 0 ] && shift
+if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
+  echo "fuzz.sh: '$seconds' is no number of seconds: 1 or more is expected" >&2
+  exit 2
+fi
+targets=("${@:-${all[@]}}")
+for target in "${targets[@]}"; do
+  if ! [[ " ${all[*]} " == *" $target "* ]]; then
+    echo "fuzz.sh: unknown target '$target': one of ${all[*]} is expected" >&2
+    exit 2
+  fi
+done
+
+scripts/setup.sh build fuzz
+cmake --preset fuzz >/dev/null
+cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}" >build/fuzz/build.log ||
+  { cat build/fuzz/build.log >&2; exit 1; }
+
+# A failed connection leaves its record behind, which is meant, so the leaks of the engine target
+# are looked for once, at the end, where this list is gone by.
+export LSAN_OPTIONS=suppressions=$PWD/tests/support/lsan.supp:print_suppressions=0
+export UBSAN_OPTIONS=print_stacktrace=1
+failed=0
+printf '%-10s %12s %9s %7s %8s\n' target executions per-sec edges corpus
+for target in "${targets[@]}"; do
+  work=build/fuzz/corpus/$target
+  log=build/fuzz/$target.log
+  mkdir -p "$work" build/fuzz/findings
+  options=(-max_total_time="$seconds" -max_len=2048 -timeout=10 -print_final_stats=1
+    -artifact_prefix="build/fuzz/findings/$target-")
+  [ "$target" = engine ] && options+=(-detect_leaks=0)
+  words=fuzz/$target.dict
+  [ -e "$words" ] && options+=(-dict="$words")
+  if "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$work" "fuzz/corpus/$target" >"$log" 2>&1; then
+    awk -v target="$target" '
+      /DONE/ { for (i = 1; i < NF; ++i) { if ($i == "cov:") edges = $(i + 1)
+                                          if ($i == "corp:") corpus = $(i + 1) } }
+      /number_of_executed_units/ { runs = $2 }
+      /average_exec_per_sec/ { rate = $2 }
+      END { printf "%-10s %12d %9d %7d %8s\n", target, runs, rate, edges, corpus }' "$log"
+  else
+    failed=1
+    tail -n 40 "$log" >&2
+    echo "fuzz.sh: target $target found something; the whole report is in $log. Run it again:" >&2
+    echo "  build/fuzz/fuzz/fuzz_$target build/fuzz/findings/$target-*" >&2
+  fi
+done
+exit "$failed"
