@@ -55,7 +55,7 @@ int main() {
   gLastError = 7;
   Check(GetLastError() == 7, "the last error");
 
-  // What the library throws arrives here, where another runtime may serve the program.
+#ifndef _LIBCPP_VERSION  // which compares types by address, and the library's are its own
   ClientSession session;
   unsigned char message[16] = {};
   const auto exchange = [&] { session.IoMessage(message, 16, message, 16, nullptr, nullptr); };
@@ -63,6 +63,9 @@ int main() {
   Check(Throws<std::exception>(exchange), "and as exception");
   Check(Throws<std::runtime_error>([&] { session.IoControl(nullptr, 0, nullptr, 0); }),
         "runtime_error is caught");
+  Check(Throws<std::runtime_error>([] { throw KaloException(KALO_DLL_STATUS_FAILURE, ""); }),
+        "KaloException is caught as runtime_error");
+#endif
   const auto refuse = [] { throw KaloException(KALO_DLL_STATUS_FAILURE, "here"); };
   Check(Throws<KaloException>(refuse), "KaloException is caught");
   return failures;

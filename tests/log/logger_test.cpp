@@ -152,10 +152,10 @@ TEST_F(Counter, counts_ticks_of_the_clock_or_fails_and_writes_nothing) {
   };
   for (const auto& [clock, frequency, counter] : kCases) {
     fakes::clock = clock;
-    for (const auto& [query, expected] : {std::pair(QueryPerformanceFrequency, frequency),
-                                          std::pair(OSCL_QueryPerformanceFrequency, frequency),
-                                          std::pair(QueryPerformanceCounter, counter),
-                                          std::pair(OSCL_QueryPerformanceCounter, counter)}) {
+    for (const auto& [query, expected] : {std::make_pair(QueryPerformanceFrequency, frequency),
+                                          std::make_pair(OSCL_QueryPerformanceFrequency, frequency),
+                                          std::make_pair(QueryPerformanceCounter, counter),
+                                          std::make_pair(OSCL_QueryPerformanceCounter, counter)}) {
       LARGE_INTEGER value = -7;
       gLastError = 5;
       EXPECT_EQ(query(&value), expected == -7 ? 0 : 1);

@@ -1,14 +1,17 @@
 #include "tests/support/library_test.h"
 
+#include <cxxabi.h>
 #include <stdlib.h>
 
 #include <cstddef>
 #include <cstring>
+#include <exception>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 #include <sstream>
+#include <utility>
 
 namespace test {
 
@@ -89,18 +92,39 @@ Lines StateSnapshot::Changed() const {
   return names;
 }
 
+std::string Thrown(const std::function<void()>& call) {
+  try {
+    call();
+    return "nothing";
+  } catch (...) {
+    // A std::exception, at the start of the object that the pointer holds.
+    const std::exception_ptr pointer = std::current_exception();
+    const std::exception* exception;
+    std::memcpy(&exception, &pointer, sizeof exception);
+    return std::string(abi::__cxa_current_exception_type()->name()) + ": " + exception->what();
+  }
+}
+
+void Transcript::Add(std::string line) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  lines_.push_back(std::move(line));
+}
+
+Lines Transcript::Take() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return std::exchange(lines_, {});
+}
+
 void MemorySink::logMessage(const char* message) {
-  lines_->push_back(message);
+  transcript_->Add(message);
   if (onLine) onLine();
 }
 
-// The lines outlive the test: the log, which owns the sink, goes on until the library is unloaded.
 LibraryTest::LibraryTest(zulisim::EngineOptions options)
     : engine(std::move(options)),
       folder_(MakeFolder()),
-      attachment_(engine, {{"/data/Marvoleth.log", LogFile()}}),
-      lines_(new Lines) {
-  sink = new MemorySink(lines_);
+      attachment_(engine, {{"/data/Marvoleth.log", LogFile()}}) {
+  sink = new MemorySink(&transcript_);
   Logger::logBase.sinks.push_back(sink);
   engine.AddObserver(this);
 }
@@ -111,7 +135,6 @@ LibraryTest::~LibraryTest() {
     if (registered == sink) registered = nullptr;
   }
   delete sink;
-  delete lines_;
   std::filesystem::remove_all(folder_);
 }
 
@@ -125,7 +148,7 @@ void LibraryTest::TearDown() {
 void LibraryTest::OnOperation(const zulisim::OperationRecord& record) {
   std::string line = std::string("<") + OperationName(record.operation);
   if (record.result == -1) line += " " + zulisim::ErrnoName(record.error);
-  lines_->push_back(line + ">");
+  transcript_.Add(line + ">");
 }
 
 void LibraryTest::Trace() {
@@ -134,8 +157,7 @@ void LibraryTest::Trace() {
 }
 
 Lines LibraryTest::Take() {
-  const Lines taken = std::move(*lines_);
-  lines_->clear();
+  const Lines taken = transcript_.Take();
   history_ = std::move(history_) + taken;
   return taken;
 }

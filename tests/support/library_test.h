@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <functional>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -42,6 +43,12 @@ Lines Of(const std::string& name, const Text&... texts) {
 }
 Lines operator+(Lines left, const Lines& right);
 
+// "type: text" of what a call throws. The type is told by name: where the library carries a runtime
+// that compares types by address, the program cannot catch the library's by theirs.
+std::string Thrown(const std::function<void()>& call);
+inline std::string RuntimeError(const std::string& text) { return "St13runtime_error: " + text; }
+inline std::string LogicError(const std::string& text) { return "St11logic_error: " + text; }
+
 // The global state at one moment.
 class StateSnapshot {
  public:
@@ -53,16 +60,27 @@ class StateSnapshot {
   std::string bytes_;
 };
 
+// Lines that several threads may add to.
+class Transcript {
+ public:
+  void Add(std::string line);
+  Lines Take();
+
+ private:
+  std::mutex mutex_;
+  Lines lines_;
+};
+
 // Keeps what the log delivers.
 class MemorySink : public LogSink {
  public:
-  explicit MemorySink(Lines* lines) : lines_(lines) {}
+  explicit MemorySink(Transcript* transcript) : transcript_(transcript) {}
   void logMessage(const char* message) override;
 
   std::function<void()> onLine;  // runs under the log's lock
 
  private:
-  Lines* lines_;
+  Transcript* transcript_;
 };
 
 // The library, its log, and the engine in this process. Log lines and device operations stand in
@@ -101,7 +119,7 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
 
   const std::string folder_;
   zulisim::Attachment attachment_;
-  Lines* lines_;
+  Transcript transcript_;
   Lines history_;
 };
 

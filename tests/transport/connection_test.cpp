@@ -5,15 +5,12 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <stdexcept>
-
 #include "tests/support/library_test.h"
 #include "transport/zuli_device.h"
 
 namespace test {
 namespace {
 
-using testing::ThrowsMessage;
 using zulisim::Operation;
 
 class Connection : public LibraryTest {
@@ -59,21 +56,20 @@ TEST_F(Connection, that_cannot_be_opened_throws_and_has_no_descriptor) {
   CpDremSession session(&ClientSession::KALO_CLIENT_GUID, nullptr);
   TakeLog();
   engine.FailNext(Operation::kOpen, EACCES, 2);
-  EXPECT_THAT([&] { session.Reconnect(); },
-              ThrowsMessage<std::runtime_error>("Cannot open ZULI device."));
+  EXPECT_EQ(Thrown([&] { session.Reconnect(); }), RuntimeError("Cannot open ZULI device."));
   const Lines failure{"<open EACCES>",
                       "Connect: open() for ZUL device /dev/zuli failed with errno = 13."};
   EXPECT_EQ(TakeTranscript(), List("<close>") + failure);
   EXPECT_EQ(session.deviceFd, -1);
-  EXPECT_THAT([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); },
-              ThrowsMessage<std::runtime_error>("Cannot open ZULI device."));
+  EXPECT_EQ(Thrown([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); }),
+            RuntimeError("Cannot open ZULI device."));
   EXPECT_EQ(TakeTranscript(), failure);
 }
 
 TEST_F(Connection, that_is_not_bound_leaves_its_descriptor_open) {
   engine.FailNext(Operation::kIoctl, ENOTTY);
-  EXPECT_THAT([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); },
-              ThrowsMessage<std::runtime_error>("Cannot connect to ZULI device."));
+  EXPECT_EQ(Thrown([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); }),
+            RuntimeError("Cannot connect to ZULI device."));
   const int descriptor = engine.Records()[0].descriptor;
   EXPECT_EQ(TakeTranscript(),
             (List("<open>", "Connect: ZULI FD: " + std::to_string(descriptor), "<ioctl ENOTTY>",

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <memory>
 #include <sstream>
-#include <stdexcept>
 
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
@@ -15,7 +14,6 @@
 namespace test {
 namespace {
 
-using testing::ThrowsMessage;
 using zulisim::Operation;
 
 constexpr uint32_t kNegative = 0x80000001;
@@ -158,8 +156,7 @@ TEST_F(Exchange, without_buffers_or_descriptor_ends_early_and_well) {
 
 TEST_F(Exchange, that_cannot_write_dumps_the_request) {
   engine.FailNext(Operation::kWrite, EIO);
-  EXPECT_THAT([this] { Run(); },
-              ThrowsMessage<std::runtime_error>("Error writing message to ZULI."));
+  EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error writing message to ZULI."));
   EXPECT_EQ(TakeTranscript(),
             Properties() +
                 List("<write EIO>",
@@ -171,8 +168,7 @@ TEST_F(Exchange, that_cannot_write_dumps_the_request) {
 
 TEST_F(Exchange, leaves_sizes_to_the_device) {
   input_ = Message(0x10, 0x1ac);
-  EXPECT_THAT([this] { Run(); },
-              ThrowsMessage<std::runtime_error>("Error writing message to ZULI."));
+  EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error writing message to ZULI."));
   EXPECT_THAT(TakeLog(),
               testing::Contains("IoMessage: Error writing message to ZULI. errno = 90."));
 }
@@ -180,8 +176,7 @@ TEST_F(Exchange, leaves_sizes_to_the_device) {
 TEST_F(Exchange, that_cannot_read_dumps_what_the_reply_buffer_holds) {
   output_ = Message(0xffffffff, 16, kNegative, 0x1234abcd, 0);
   engine.FailNext(Operation::kRead, EINTR);
-  EXPECT_THAT([this] { Run(); },
-              ThrowsMessage<std::runtime_error>("Error reading message from ZULI."));
+  EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error reading message from ZULI."));
   EXPECT_EQ(TakeTranscript(),
             Properties() + Written() +
                 List("<read EINTR>",
@@ -195,8 +190,7 @@ TEST_F(Exchange, that_cannot_read_private_data_dumps_the_reply) {
   AnswerWithPrivateData(kPrivateData);
   engine.AddFault({Operation::kRead, 2, 1, zulisim::ErrnoFault{EIO}});
   // The text that is thrown has no full stop; the line has one.
-  EXPECT_THAT([this] { Run(); },
-              ThrowsMessage<std::runtime_error>("Error reading TEV private data"));
+  EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error reading TEV private data"));
   EXPECT_EQ(TakeTranscript(),
             Properties() + Written() + Read() +
                 Of("IoMessage", "Received a status with the TEV private Data but set.") +
@@ -211,8 +205,7 @@ TEST_F(Exchange, that_cannot_read_private_data_dumps_the_reply) {
 TEST_F(Exchange, reports_errno_as_the_last_reconnect_left_it) {
   engine.LoseDeviceAtNext(Operation::kWrite, 5);
   engine.AddFault({Operation::kClose, 5, 1, zulisim::ErrnoFault{EBADF}});
-  EXPECT_THAT([this] { Run(); },
-              ThrowsMessage<std::runtime_error>("Error writing message to ZULI."));
+  EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error writing message to ZULI."));
   EXPECT_THAT(TakeLog(), testing::Contains("IoMessage: Error writing message to ZULI. errno = 9."));
 }
 

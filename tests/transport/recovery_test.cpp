@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <optional>
-#include <stdexcept>
 
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
@@ -10,7 +9,6 @@
 namespace test {
 namespace {
 
-using testing::ThrowsMessage;
 using zulisim::Operation;
 
 constexpr unsigned int kRequest = 0xC0104802;
@@ -64,8 +62,7 @@ class Recovery : public LibraryTest, public testing::WithParamInterface<const Ki
   // Runs into the failure that ends all tries.
   void RunToFailure() {
     if (kind().operation == Operation::kIoctl) {
-      EXPECT_THAT([this] { Run(); },
-                  ThrowsMessage<std::runtime_error>("Error sending IOCTL to ZULI."));
+      EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Error sending IOCTL to ZULI."));
     } else {
       EXPECT_EQ(Run(), -1);
     }
@@ -145,7 +142,7 @@ TEST_P(Recovery, ends_with_the_reconnect_that_fails) {
     LoseDeviceAtEachTry(attempt);
     engine.AddFault(
         {Operation::kOpen, Count(Operation::kOpen) + attempt, 1, zulisim::ErrnoFault{ENOENT}});
-    EXPECT_THAT([this] { Run(); }, ThrowsMessage<std::runtime_error>("Cannot open ZULI device."));
+    EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Cannot open ZULI device."));
     const Lines log = TakeTranscript();
     session_.Connect();
     EXPECT_EQ(log, Recovered(attempt - 1) + Lost(attempt) +
@@ -156,8 +153,7 @@ TEST_P(Recovery, ends_with_the_reconnect_that_fails) {
     LoseDeviceAtEachTry(attempt);
     engine.AddFault({Operation::kIoctl, Count(Operation::kIoctl) + attempt * kind().stride, 1,
                      zulisim::ErrnoFault{EINVAL}});
-    EXPECT_THAT([this] { Run(); },
-                ThrowsMessage<std::runtime_error>("Cannot connect to ZULI device."));
+    EXPECT_EQ(Thrown([this] { Run(); }), RuntimeError("Cannot connect to ZULI device."));
     EXPECT_EQ(TakeTranscript(),
               Recovered(attempt - 1) + Lost(attempt) +
                   List("<close>", "<open>",
