@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "api/kalo_dll_state.h"
 #include "tools/input_error.h"
+#include "tools/session_book.h"
 
 namespace kaloctl {
 namespace {
@@ -79,6 +81,38 @@ TEST(Script, reports_every_wrong_line_at_once) {
   EXPECT_THAT(
       ErrorOf("foo\nKaloInit\nStartIo x 1"),
       AllOf(HasSubstr("day, line 1:"), HasSubstr("\nday, line 3:"), Not(HasSubstr("line 2"))));
+}
+
+TEST(SessionBook, follows_sessions_through_reuse_of_their_addresses) {
+  KaloDllState& state = gKaloDllState;
+  const auto kalo = reinterpret_cast<ClientSession*>(0x1000);
+  const auto fenu = reinterpret_cast<ClientSession*>(0x2000);
+  SessionBook book;
+  const auto after = [&](Call call, const void* handle, uint32_t countA, uint32_t countFenu) {
+    state.kaloRefCountA = countA;
+    state.fenuRefCount = countFenu;
+    book.AfterCall(call, handle);
+  };
+  state.kaloSessionA = kalo;
+  after(Call::kKaloInit3, nullptr, 1, 0);
+  after(Call::kKaloCleanup3, kalo, 0, 0);
+  EXPECT_TRUE(book.Destroyed(kalo));
+  after(Call::kKaloInit3, nullptr, 1, 0);
+  EXPECT_FALSE(book.Destroyed(kalo)) << "a new session has taken the address";
+
+  state.fenuSession = fenu;
+  state.fenuInterfaceVersion = 3;
+  after(Call::kFenuInit3, nullptr, 1, 1);
+  after(Call::kFenuInit3, nullptr, 1, 2);
+  after(Call::kFenuCleanup3, fenu, 1, 1);
+  EXPECT_FALSE(book.Destroyed(fenu)) << "one handle is still out";
+  state.fenuInterfaceVersion = 0;
+  after(Call::kFenuCleanup3, kalo, 1, 0);
+  EXPECT_TRUE(book.Destroyed(kalo)) << "the session given is destroyed";
+  EXPECT_FALSE(book.Destroyed(fenu));
+  state.fenuSession = nullptr;
+  after(Call::kFenuCleanup, nullptr, 1, 0);
+  EXPECT_TRUE(book.Destroyed(fenu));
 }
 
 }  // namespace
