@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <cstdio>
+#include <locale>
 #include <string>
 
 #include "log/stream_source.h"
@@ -32,7 +33,12 @@ void Deliver(const std::string& line) {
 
 }  // namespace
 
-Logger::LogBase::LogBase() : level(0), plainOutput(true) { InitializeCriticalSection(&lock); }
+Logger::LogBase::LogBase() : level(0), plainOutput(true) {
+  // A carried standard library numbers the parts of a locale when it makes its first one. A caller's
+  // stream, whose parts are numbered in that order, may come before any stream of the library's.
+  std::locale::classic();
+  InitializeCriticalSection(&lock);
+}
 
 Logger::LogBase::~LogBase() {
   for (LogSink* sink : sinks) delete sink;
