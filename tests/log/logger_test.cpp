@@ -2,10 +2,14 @@
 
 #include "log/logger.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <fstream>
+#include <iomanip>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "log/log_file.h"
 #include "oscl/critical_section.h"
@@ -95,6 +99,33 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
     EXPECT_EQ(errno, error);
   }
   EXPECT_EQ(TakeLog().size(), 6u);
+}
+
+TEST_F(Messages, begin_with_the_standard_formats_whatever_earlier_ones_did) {
+  const auto disturb = [] {
+    Logger logger;
+    logger << std::hex << std::setfill('*') << std::setw(6) << std::boolalpha << 255;
+    logger.tie(&logger);
+    logger.iword(40) = 1;
+    logger.exceptions(std::ios::badbit);
+    logger.setstate(std::ios::failbit);
+    Logger meanwhile;
+    meanwhile << std::setw(6) << 255 << true;
+    EXPECT_EQ(meanwhile.str(), "   2551");
+    EXPECT_EQ(meanwhile.tie(), nullptr);
+    EXPECT_EQ(meanwhile.iword(40), 0);
+    EXPECT_EQ(meanwhile.exceptions(), std::ios::goodbit);
+  };
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 4; ++i) {
+    threads.emplace_back([&] {
+      for (int round = 0; round < 100; ++round) disturb();
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  const Lines lines = TakeLog();
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "   2551"), 400);
+  EXPECT_EQ(std::count(lines.begin(), lines.end(), "****ff"), 400);
 }
 
 TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
