@@ -46,7 +46,8 @@ void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word) {
 }
 
 Reply EchoReply(const Bytes& request, std::uint32_t status) {
-  Reply reply{request, std::nullopt};
+  Reply reply;
+  reply.message = request;
   SetWordAt(&*reply.message, kStatusOffset, status);
   return reply;
 }

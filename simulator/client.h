@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -46,6 +47,7 @@ void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
 struct Reply {
   std::optional<Bytes> message;
   std::optional<Bytes> privateData;
+  std::chrono::microseconds latency{0};  // a read waits so long, counted from the write
 };
 
 // Answers one request. Runs on the thread of the write, without the engine's lock, so it may call

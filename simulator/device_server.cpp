@@ -11,6 +11,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "simulator/client.h"
+
 namespace zulisim {
 
 static_assert(kLongestMessage <= protocol::kMaxPayload, "a request must fit in one exchange");
@@ -81,8 +83,8 @@ int Listen(const std::string& path) {
 
 }  // namespace
 
-DeviceServer::DeviceServer(Engine& engine, const std::string& path)
-    : engine_(engine), path_(path), listener_(Listen(path)) {
+DeviceServer::DeviceServer(Device& device, const std::string& path)
+    : device_(device), path_(path), listener_(Listen(path)) {
   std::lock_guard<std::mutex> lock(mutex_);
   StartWorker();
 }
@@ -164,7 +166,7 @@ void DeviceServer::Serve(int channel) {
 }
 
 void DeviceServer::Open(int channel, const Request& request) {
-  const Result result = engine_.Open(request.flags, request.mode, request.descriptor);
+  const Result result = device_.Open(request.flags, request.mode, request.descriptor);
   if (result.value == -1) return SendAnswer(channel, result);
   // Under the lock, or the channel could be closed as ended while the answer is on its way. It is
   // the first on a fresh socket and never has to wait.
@@ -177,14 +179,14 @@ void DeviceServer::Open(int channel, const Request& request) {
 void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {
   payload.resize(protocol::IoctlSize(request.request));
   void* argument = request.hasBuffer != 0 ? payload.data() : nullptr;
-  const Result result = engine_.Ioctl(ConnectionOf(request.inode), request.request, argument);
+  const Result result = device_.Ioctl(ConnectionOf(request.inode), request.request, argument);
   SendAnswer(channel, result, argument != nullptr ? payload : Bytes());
 }
 
 void DeviceServer::Read(int channel, const Request& request) {
   Bytes buffer(std::min<std::uint64_t>(request.length, protocol::kMaxPayload));
   void* target = request.hasBuffer != 0 ? buffer.data() : nullptr;
-  const Result result = engine_.Read(ConnectionOf(request.inode), target, buffer.size());
+  const Result result = device_.Read(ConnectionOf(request.inode), target, buffer.size());
   buffer.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
   SendAnswer(channel, result, buffer);
 }
@@ -193,7 +195,7 @@ void DeviceServer::Write(int channel, const Request& request, const Bytes& paylo
   const bool whole =
       payload.size() == std::min<std::uint64_t>(request.length, protocol::kMaxPayload);
   const void* source = request.hasBuffer != 0 && whole ? payload.data() : nullptr;
-  SendAnswer(channel, engine_.Write(ConnectionOf(request.inode), source, request.length));
+  SendAnswer(channel, device_.Write(ConnectionOf(request.inode), source, request.length));
 }
 
 void DeviceServer::Close(int channel, const Request& request) {
@@ -223,7 +225,7 @@ Result DeviceServer::FinishClose(std::uint64_t inode) {
     close(found->second.socket);
     tokens_.erase(found);
   }
-  return engine_.Close(connection);
+  return device_.Close(connection);
 }
 
 void DeviceServer::ReleaseEnded() {
@@ -241,7 +243,7 @@ void DeviceServer::ReleaseEnded() {
       entry = tokens_.erase(entry);
     }
   }
-  for (const std::uint64_t connection : ended) engine_.Release(connection);
+  for (const std::uint64_t connection : ended) device_.Release(connection);
 }
 
 std::uint64_t DeviceServer::ConnectionOf(std::uint64_t inode) const {

@@ -9,17 +9,17 @@
 #include <thread>
 #include <vector>
 
-#include "simulator/engine.h"
+#include "simulator/device.h"
 #include "simulator/protocol.h"
 
 namespace zulisim {
 
-// Serves an engine to programs that carry the preload library, on a local socket. Any thread.
+// Serves a device to programs that carry the preload library, on a local socket. Any thread.
 class DeviceServer {
  public:
-  // Creates the socket at `path` and serves from then on. Throws std::system_error. The engine is
+  // Creates the socket at `path` and serves from then on. Throws std::system_error. The device is
   // not owned and must outlive the server.
-  DeviceServer(Engine& engine, const std::string& path);
+  DeviceServer(Device& device, const std::string& path);
   // Stops, and removes the socket.
   ~DeviceServer();
   DeviceServer(const DeviceServer&) = delete;
@@ -49,12 +49,12 @@ class DeviceServer {
   std::uint64_t ConnectionOf(std::uint64_t inode) const;
   Result FinishClose(std::uint64_t inode);
 
-  Engine& engine_;
+  Device& device_;
   const std::string path_;
   int listener_ = -1;
   std::atomic<std::uint64_t> attached_{0};
 
-  mutable std::mutex mutex_;  // guards all that follows; never held while the engine answers
+  mutable std::mutex mutex_;  // guards all that follows; never held while the device answers
   std::map<std::uint64_t, Token> tokens_;  // by inode
   std::set<int> channels_;                 // exchanges under way
   std::vector<std::thread> workers_;

@@ -96,15 +96,16 @@ Result Engine::Connect(Call* call, void* record) {
 }
 
 Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) {
-  std::lock_guard<std::mutex> lock(mutex_);
+  std::unique_lock<std::mutex> lock(mutex_);
   Call call = Begin(Operation::kRead, connection);
   call.record.length = call.limit = length;
   if (const auto failure = PreventedTransfer(&call, buffer, length)) return *failure;
   if (length == 0) return Finish(&call, 0);
+  if (const auto failure = AwaitMessage(&call, &lock)) return *failure;
   MessageQueue* pending = &call.connection->pending;
-  if (pending->empty()) return Fail(&call, EAGAIN, "no message is pending");
   const Message message = std::move(pending->front());
   pending->pop_front();
+  changed_.notify_all();
   const std::size_t count = std::min(message.bytes.size(), call.limit);
   // A null source or an empty message leaves nothing to copy, and memcpy wants no null.
   if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
@@ -117,6 +118,20 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) 
     record->why = "cut: the message has " + std::to_string(message.bytes.size()) + " bytes";
   }
   return Finish(&call, static_cast<std::int64_t>(count));
+}
+
+std::optional<Result> Engine::AwaitMessage(Call* call, std::unique_lock<std::mutex>* lock) {
+  while (true) {
+    const MessageQueue& pending = call->connection->pending;
+    if (pending.empty()) return Fail(call, EAGAIN, "no message is pending");
+    const auto ready = pending.front().ready;
+    if (ready <= std::chrono::steady_clock::now()) return std::nullopt;
+    changed_.wait_until(*lock, ready);
+    const auto found = connections_.find(call->record.connection);
+    call->connection = found == connections_.end() ? nullptr : &found->second;
+    if (call->connection == nullptr) return Fail(call, EBADF, "closed while a read waited");
+    if (call->connection->lost) return Fail(call, ENODEV, "the device was lost while a read waited");
+  }
 }
 
 Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
@@ -168,6 +183,7 @@ Result Engine::Close(std::uint64_t connection, std::string why) {
   if (call.connection == nullptr) return Fail(&call, EBADF, "the connection is not open");
   connections_.erase(connection);
   call.connection = nullptr;
+  changed_.notify_all();
   if (const auto failure = PreventedByFault(&call)) return *failure;
   if (call.record.why.empty()) call.record.why = std::move(why);
   return Finish(&call, 0);
@@ -257,6 +273,7 @@ void Engine::Lose(const DeviceLoss& loss) {
   }
   failingOpens_ = loss.failingOpens;
   openError_ = loss.openError;
+  changed_.notify_all();
 }
 
 Engine::MessageQueue Engine::TakeCarried(const Client& client) {
@@ -279,8 +296,11 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
   const auto found = connections_.find(connection);
   if (found == connections_.end() || found->second.lost) return;
   MessageQueue* pending = &found->second.pending;
-  if (reply.message) pending->push_back({Payload::kReply, *reply.message, command});
-  if (reply.privateData) pending->push_back({Payload::kPrivateData, *reply.privateData, command});
+  const auto ready = std::chrono::steady_clock::now() + reply.latency;
+  if (reply.message) pending->push_back({Payload::kReply, *reply.message, command, ready});
+  if (reply.privateData) {
+    pending->push_back({Payload::kPrivateData, *reply.privateData, command, ready});
+  }
 }
 
 }  // namespace zulisim

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <array>
+#include <chrono>
+#include <condition_variable>
 #include <cstdint>
 #include <deque>
 #include <functional>
@@ -12,6 +14,7 @@
 #include <vector>
 
 #include "simulator/client.h"
+#include "simulator/device.h"
 #include "simulator/fault.h"
 #include "simulator/operation.h"
 
@@ -22,12 +25,6 @@ namespace zulisim {
 // they were passed.
 inline constexpr std::uint32_t kConnectRequest = 0xC0104801;
 inline constexpr std::size_t kConnectRecordSize = 16;
-
-// What a call on the device returns: `value` and, where that is -1, an errno.
-struct Result {
-  std::int64_t value = 0;
-  int error = 0;
-};
 
 // Serves an ioctl of its own: reads and writes `argument`, returns 0 or an errno. Runs under the
 // engine's lock and must not call the engine.
@@ -50,34 +47,24 @@ struct EngineOptions {
 //   ENOTCONN   a transfer before the connect
 //   EMSGSIZE   a request longer than the client's maximum
 //   EAGAIN     a read with no message pending: the engine answers during the write, so nothing
-//   could
-//              arrive any more, and a read never blocks
+//              could arrive any more. Only a reply that has a latency is waited for.
 //   EFAULT     a null buffer
 //   EBADF      the connection is unknown or closed
 // A read takes one whole message; what does not fit its buffer is gone, as on any message device.
 // Reads and writes of 0 bytes return 0 and move nothing.
-class Engine {
+class Engine : public Device {
  public:
   // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
   explicit Engine(EngineOptions options = {});
-  Engine(const Engine&) = delete;
-  Engine& operator=(const Engine&) = delete;
 
-  // --- The device's side, for attachments. ---
-
-  // `value` of the result is the number of the connection, from 1 on; `descriptor` is the number
-  // that the program will know it by, or -1.
-  Result Open(int flags, unsigned mode, int descriptor);
-  // `argument` holds as many bytes as the size field of `request` says, or is null.
-  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument);
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length);
-  // `length` may be more than what `buffer` holds when it is above every client's maximum.
-  Result Write(std::uint64_t connection, const void* buffer, std::size_t length);
-  // The connection is gone afterwards, whatever the result.
-  Result Close(std::uint64_t connection);
-  // Closes a connection whose program never closed it, because it ended, for instance. One that is
-  // not open is left alone.
-  void Release(std::uint64_t connection);
+  Result Open(int flags, unsigned mode, int descriptor) override;
+  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
+  Result Close(std::uint64_t connection) override;
+  void Release(std::uint64_t connection) override;
+  void AddObserver(OperationObserver* observer) override;
+  void RemoveObserver(OperationObserver* observer) override;
 
   // --- Instructions. ---
 
@@ -97,10 +84,6 @@ class Engine {
   void ShortenNext(Operation operation, std::size_t count);
   void LoseDeviceAtNext(Operation operation, std::uint64_t times = 1, const DeviceLoss& loss = {});
 
-  // The observer is not owned and must stay alive until it is removed or the engine is gone.
-  void AddObserver(OperationObserver* observer);
-  void RemoveObserver(OperationObserver* observer);
-
   // --- What has happened. ---
 
   std::uint64_t Count(Operation operation) const;  // failed ones included
@@ -115,6 +98,7 @@ class Engine {
     Payload payload = Payload::kReply;
     Bytes bytes;
     std::optional<std::uint32_t> commandId;
+    std::chrono::steady_clock::time_point ready;  // no read gets it before
   };
   using MessageQueue = std::deque<Message>;
   struct Connection {
@@ -139,6 +123,8 @@ class Engine {
   std::optional<Result> Prevented(Call* call);
   std::optional<Result> PreventedByFault(Call* call);
   std::optional<Result> PreventedTransfer(Call* call, const void* buffer, std::size_t length);
+  // Waits until a message is ready, without the lock; the failure, if there will be none.
+  std::optional<Result> AwaitMessage(Call* call, std::unique_lock<std::mutex>* lock);
   Result Connect(Call* call, void* record);
   Result Close(std::uint64_t connection, std::string why);
   void Lose(const DeviceLoss& loss);
@@ -150,6 +136,7 @@ class Engine {
   const bool keepRecords_;
 
   mutable std::mutex mutex_;  // guards all that follows
+  std::condition_variable changed_;  // a connection was lost or closed, or gave a message away
   std::map<std::uint64_t, Connection> connections_;
   std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
   std::map<std::uint32_t, IoctlHandler> ioctls_;

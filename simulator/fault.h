@@ -46,6 +46,12 @@ struct Fault {
   std::uint64_t first = 1;
   std::uint64_t times = 1;
   FaultEffect effect = ErrnoFault{};
+  // Below 1, it strikes only some of them. Which ones follows from the seed and from the number of
+  // the operation alone: the same in every run, whatever the threads do.
+  double probability = 1;
+  std::uint64_t seed = 0;
+
+  bool Strikes(Operation kind, std::uint64_t occurrence) const;
 };
 
 // Nothing when the fault can strike, else what is wrong with it and what would be right.
