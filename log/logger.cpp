@@ -34,8 +34,9 @@ void Deliver(const std::string& line) {
 }  // namespace
 
 Logger::LogBase::LogBase() : level(0), plainOutput(true) {
-  // A carried standard library numbers the parts of a locale when it makes its first one. A caller's
-  // stream, whose parts are numbered in that order, may come before any stream of the library's.
+  // A carried standard library numbers the parts of a locale when it makes its first one. A
+  // caller's stream, whose parts are numbered in that order, may come before any stream of the
+  // library's.
   std::locale::classic();
   InitializeCriticalSection(&lock);
 }
