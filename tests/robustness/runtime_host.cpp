@@ -1,0 +1,93 @@
+// A driver with a C++ runtime of its own that loads the library, which carries another: both log,
+// throw and catch, in turn and at once, and neither meets the other.
+//
+//   runtime_host LIBRARY
+
+#include <dlfcn.h>
+
+#include <cstring>
+#include <iostream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+#include <thread>
+
+#include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
+
+namespace {
+
+#ifdef _LIBCPP_VERSION
+constexpr char kRuntime[] = "libc++";
+#else
+constexpr char kRuntime[] = "libstdc++";
+#endif
+
+void Require(bool condition, const std::string& what) {
+  if (!condition) throw std::runtime_error(what);
+}
+
+template <typename Function>
+Function* Find(void* library, const char* name) {
+  void* address = dlsym(library, name);
+  Require(address != nullptr, std::string("not found: ") + name);
+  return reinterpret_cast<Function*>(address);
+}
+
+// The host's own runtime at work.
+void ThrowAndCatch(int number) {
+  std::ostringstream text;
+  text << "number " << number;
+  try {
+    throw std::logic_error(text.str());
+  } catch (const std::exception& error) {
+    Require(error.what() == "number " + std::to_string(number), "an exception lost its text");
+  }
+}
+
+void Drive(void* library, const char** failure) try {
+  const auto init = Find<decltype(KaloInit3)>(library, "KaloInit3");
+  const auto send = Find<decltype(StartIo3)>(library, "StartIo3");
+  const auto clean = Find<decltype(KaloCleanup3)>(library, "KaloCleanup3");
+  const auto* state = Find<KaloDllState>(library, "gKaloDllState");
+  unsigned char request[5000] = {};
+  unsigned char reply[64] = {};
+  for (int i = 0; i < 50; ++i) {
+    void* handle = nullptr;
+    Require(init(&handle) == KALO_DLL_STATUS_SUCCESS, "KaloInit3 failed");
+    ThrowAndCatch(i);
+    Require(send(handle, request, 64, reply, 64) == KALO_DLL_STATUS_SUCCESS, "StartIo3 failed");
+    // Inside the library an exception of its own is thrown and caught, then one of its runtime's.
+    Require(send(handle, request, 8, reply, 64) == KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL,
+            "a short request was taken");
+    ThrowAndCatch(i);
+    Require(send(handle, request, sizeof request, reply, 64) == KALO_DLL_STATUS_FAILURE,
+            "a long request was taken");
+    Require(std::strcmp(state->apiErrorText, "Error writing message to ZULI.") == 0,
+            "the error has another text");
+    Require(clean(handle) == KALO_DLL_STATUS_SUCCESS, "KaloCleanup3 failed");
+  }
+} catch (const std::exception& error) {
+  static std::string text;
+  text = error.what();
+  *failure = text.c_str();
+}
+
+}  // namespace
+
+int main(int, char** arguments) {
+  void* library = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
+  if (library == nullptr) {
+    std::cerr << dlerror() << '\n';
+    return 2;
+  }
+  const char* failure = nullptr;
+  std::thread driver(Drive, library, &failure);
+  for (int i = 0; i < 5000; ++i) ThrowAndCatch(i);
+  driver.join();
+  dlclose(library);
+  ThrowAndCatch(0);
+  if (failure != nullptr) std::cerr << failure << '\n';
+  std::cout << "a host with " << kRuntime << (failure == nullptr ? ": good" : ": failed") << '\n';
+  return failure == nullptr ? 0 : 1;
+}
