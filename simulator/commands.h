@@ -1,0 +1,38 @@
+#pragma once
+
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "simulator/observation.h"
+#include "simulator/scenario.h"
+
+namespace zulisim {
+
+// zulisim's own failure; the same for every command that starts a program.
+inline constexpr int kOwnFailure = 125;
+
+// What the command line asks for.
+struct Invocation {
+  std::vector<std::string> program;  // all that stands behind "--"
+  std::function<int()> run;          // set by the command that is chosen; returns the exit status
+};
+
+// Each adds a command to `app`; `invocation` must outlive it.
+void DefineRun(CLI::App* app, Invocation* invocation);
+
+// --- What commands have in common. ---
+
+// Throws CLI::ValidationError when no program stands behind "--".
+void RequireProgram(const Invocation& invocation, const std::string& command);
+
+// --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
+void AddInstructionOptions(CLI::App* command, Scenario* scenario);
+// --root
+void AddRootOption(CLI::App* command, std::string* root);
+// --quiet, --transcript, --trace and --report
+void AddObservationOptions(CLI::App* command, ObservationOptions* options);
+
+}  // namespace zulisim

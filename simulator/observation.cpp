@@ -1,0 +1,57 @@
+#include "simulator/observation.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <utility>
+
+#include "simulator/output_file.h"
+#include "simulator/transcript.h"
+
+namespace zulisim {
+namespace {
+
+bool WantsColour() {
+  const char* refused = getenv("NO_COLOR");
+  const char* terminal = getenv("TERM");
+  return isatty(STDERR_FILENO) == 1 && (refused == nullptr || *refused == '\0') &&
+         (terminal == nullptr || std::strcmp(terminal, "dumb") != 0);
+}
+
+class FileTranscript : public OperationObserver {
+ public:
+  explicit FileTranscript(const std::string& path) : file_("transcript", path) {}
+  void OnOperation(const OperationRecord& record) override {
+    file_.Write(TranscriptLine(record) + "\n");
+  }
+
+ private:
+  OutputFile file_;
+};
+
+}  // namespace
+
+Observation::Observation(const ObservationOptions& options,
+                         const std::vector<std::string>& program, Device* device)
+    : device_(device) {
+  (void)program;
+  if (!options.quiet) {
+    Add(std::make_unique<Transcript>(&std::cerr, TranscriptStyle{WantsColour(), false}));
+  }
+  if (!options.transcriptFile.empty()) {
+    Add(std::make_unique<FileTranscript>(options.transcriptFile));
+  }
+  for (const auto& observer : observers_) device_->AddObserver(observer.get());
+}
+
+Observation::~Observation() {
+  for (const auto& observer : observers_) device_->RemoveObserver(observer.get());
+}
+
+void Observation::Add(std::unique_ptr<OperationObserver> observer) {
+  observers_.push_back(std::move(observer));
+}
+
+}  // namespace zulisim

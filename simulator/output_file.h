@@ -1,0 +1,28 @@
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace zulisim {
+
+// A file that a run writes as it goes: each piece reaches the file at once, so that a crash loses
+// nothing, and the program does not inherit the descriptor. Not thread-safe.
+class OutputFile {
+ public:
+  // `what` names the file's kind in the text of the std::runtime_error for one that cannot be
+  // written.
+  OutputFile(const std::string& what, const std::string& path);
+  // Complains on standard error when anything written before was lost.
+  ~OutputFile();
+  OutputFile(const OutputFile&) = delete;
+  OutputFile& operator=(const OutputFile&) = delete;
+
+  void Write(const std::string& text);
+
+ private:
+  const std::string name_;
+  std::FILE* file_;
+  bool failed_ = false;
+};
+
+}  // namespace zulisim
