@@ -79,15 +79,6 @@ TEST_F(Earlier, kalo_session_is_opened_once_and_closed_by_the_last_count) {
   EXPECT_EQ(Send(0x10), 6u);
 }
 
-TEST_F(Earlier, cleanup_keeps_a_session_whose_count_is_zero_already) {
-  KaloInit();
-  state.kaloRefCountA = 0;
-  const StateSnapshot before;
-  EXPECT_EQ(KaloCleanup(), 0u);
-  EXPECT_THAT(before.Changed(), ElementsAre());
-  EXPECT_EQ(Count(Operation::kClose), 0u);
-}
-
 TEST_F(Earlier, failed_commands_are_filed_by_comparison_with_session_a) {
   const struct {
     uint32_t command;
@@ -122,16 +113,6 @@ TEST_F(Earlier, failed_commands_are_filed_by_comparison_with_session_a) {
     EXPECT_EQ(StartIoEx(&byte, 4, nullptr, 0, nullptr, nullptr), 2u);
     EXPECT_STREQ(text, "KALO Exception 0x2 Invalid In or Out Buffer pointer");
   }
-}
-
-TEST_F(Earlier, failure_below_routing_stays_with_version_3) {
-  KaloInit();
-  engine.FailNext(Operation::kRead, EIO);
-  TakeTaggedLog();
-  EXPECT_EQ(Send(0x10), 1u);
-  EXPECT_THAT(Told("StartIoEx"), ElementsAre());
-  EXPECT_EQ(state.lastErrorSource, 1u);
-  EXPECT_EQ(state.lastErrorContext, state.kaloSessionA);
 }
 
 TEST_F(Earlier, private_data_is_handed_through) {
@@ -314,28 +295,6 @@ TEST_F(Earlier, destroyed_session_is_never_closed_again) {
   EXPECT_EQ(FenuCleanup3(fenu), 0u);
   EXPECT_EQ(FenuCleanup(), 0u);
   EXPECT_EQ(Count(Operation::kClose), 2u);
-}
-
-TEST_F(Earlier, session_at_a_destroyed_ones_address_is_a_session) {
-  void* kalo = nullptr;
-  void* fenu = nullptr;
-  for (int tries = 0; tries < 100; ++tries) {
-    KaloInit3(&kalo);
-    KaloCleanup3(kalo);
-    FenuInit3(&fenu);
-    if (fenu == kalo) break;
-    FenuCleanup3(fenu);
-  }
-  if (fenu != kalo) GTEST_SKIP() << "the allocator does not give addresses out again";
-  Bytes message = Message(0x30000);
-  EXPECT_EQ(StartIo3(fenu, message.data(), 32, message.data(), 32), 0u);
-  EXPECT_EQ(Send(0x30000), 0u);
-  EXPECT_EQ(Send(0x10), 6u);  // session A is gone nevertheless
-  state.kaloRefCountA = 1;
-  EXPECT_EQ(KaloCleanup(), 0u);
-  EXPECT_EQ(engine.OpenDescriptors(), 1u);
-  EXPECT_EQ(FenuCleanup3(fenu), 0u);
-  EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }
 
 TEST_F(Earlier, pointer_of_other_code_is_used_as_it_stands) {

@@ -1,4 +1,4 @@
-// What may run at once: initialisation, commands on handles of one's own, and logging.
+// What may run at once: initialisation and logging.
 
 #include <atomic>
 #include <thread>
@@ -35,33 +35,6 @@ TEST_F(Threads, share_the_sessions_that_initialisation_counts) {
   EXPECT_EQ(state.kaloRefCountB, kThreads * kRounds - 1u);
   EXPECT_EQ(Count(zulisim::Operation::kOpen), 2u);
   EXPECT_EQ(Logger::logBase.sinks.size(), 1u + kThreads * kRounds);
-}
-
-TEST_F(Threads, exchange_on_sessions_of_their_own_while_others_initialise) {
-  std::vector<std::unique_ptr<ClientSession>> sessions(kThreads);
-  for (auto& session : sessions) {
-    session = std::make_unique<ClientSession>();
-    session->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
-  }
-  KALO_STATE_INIT_PARAMS params{0x30002, 0};
-  KaloStateInit(&params);
-  std::atomic<int> failures{0};
-  InThreads([&](int thread) {
-    for (int i = 0; i < kRounds; ++i) {
-      if (thread == 0 && i % 5 == 0) {
-        void* handle = nullptr;
-        KaloInit3(&handle);
-        continue;
-      }
-      Bytes request = Message(static_cast<uint32_t>(thread), 64, 0, static_cast<uint32_t>(i));
-      Bytes reply(64);
-      if (StartIo3(sessions[thread].get(), request.data(), 64, reply.data(), 64) != 0 ||
-          reply != request) {
-        ++failures;
-      }
-    }
-  });
-  EXPECT_EQ(failures, 0);
 }
 
 TEST_F(Threads, log_whole_lines) {

@@ -135,19 +135,6 @@ INSTANTIATE_TEST_SUITE_P(is_as_listed, Shared,
                                          Sharing{"api31", 0x30001, 1, "A--"}),
                          [](const auto& row) { return row.param.name; });
 
-TEST_F(Version3, option_counts_as_it_was_when_session_a_was_opened) {
-  Announce(0x30000, 1);
-  void* const a = Init();
-  Announce(0x30000, 0);
-  void* const b = Init();
-  EXPECT_EQ(Init(), b);
-  EXPECT_EQ(KaloCleanup3(a), 0u);
-  EXPECT_FALSE(state.sessionBShared);
-  void* const newA = Init();
-  EXPECT_EQ(newA, state.kaloSessionA);
-  EXPECT_EQ(Init(), newA);
-}
-
 TEST_F(Version3, failed_connection_changes_nothing_but_the_error_record) {
   const struct {
     Operation operation;
