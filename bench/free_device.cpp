@@ -27,8 +27,8 @@ bool zuliServed = true;
 constexpr unsigned char kZuliReply[bench::kMessageLength] = {0};
 
 // What a TPM 2 device answers: tag, length (big-endian) and a response code of 0.
-constexpr unsigned char kTpmReply[bench::kMessageLength] = {
-    0x80, 0x01, 0, 0, 0, bench::kMessageLength};
+constexpr unsigned char kTpmReply[bench::kMessageLength] = {0x80, 0x01, 0,
+                                                            0,    0,    bench::kMessageLength};
 size_t tpmPosition = 0;
 
 ssize_t ReadZuli(void* buffer, size_t length) {

@@ -2,10 +2,10 @@
 
 #include <string>
 
-// A device that costs nothing. A program that links free_device.cpp defines the system's open, read,
-// write, ioctl, close, poll and fopen itself, so that the calls of its shared libraries arrive
-// there: "/dev/zuli" and "/dev/tpm0" are then answered from memory within a few instructions, and
-// everything else goes to the kernel.
+// A device that costs nothing. A program that links free_device.cpp defines the system's open,
+// read, write, ioctl, close, poll and fopen itself, so that the calls of its shared libraries
+// arrive there: "/dev/zuli" and "/dev/tpm0" are then answered from memory within a few
+// instructions, and everything else goes to the kernel.
 namespace bench {
 
 constexpr unsigned int kMessageLength = 64;

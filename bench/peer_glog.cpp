@@ -14,11 +14,13 @@ GlogPeer::GlogPeer(const std::string& path) {
 }
 
 void GlogPeer::WriteLine(unsigned int length) {
-  LOG(INFO) << "StartIoEx3" << ':' << 36 << ": " << "InputBufferLength: " << length;
+  LOG(INFO) << "StartIoEx3" << ':' << 36 << ": "
+            << "InputBufferLength: " << length;
 }
 
 void GlogPeer::FilteredLine(unsigned int length) {
-  VLOG(1) << "StartIoEx3" << ':' << 36 << ": " << "InputBufferLength: " << length;
+  VLOG(1) << "StartIoEx3" << ':' << 36 << ": "
+          << "InputBufferLength: " << length;
 }
 
 }  // namespace bench

@@ -22,7 +22,8 @@ auto FiveTimes(Operation operation) {
 
 void BuildStream() {
   std::stringstream stream;
-  stream << "StartIoEx3" << ':' << 36 << ": " << "InputBufferLength: " << kMessageLength << '\n';
+  stream << "StartIoEx3" << ':' << 36 << ": "
+         << "InputBufferLength: " << kMessageLength << '\n';
 }
 
 }  // namespace
