@@ -22,6 +22,7 @@ struct Invocation {
 
 // Each adds a command to `app`; `invocation` must outlive it.
 void DefineRun(CLI::App* app, Invocation* invocation);
+void DefineCheck(CLI::App* app, Invocation* invocation);
 
 // --- What commands have in common. ---
 

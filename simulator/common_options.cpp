@@ -2,6 +2,7 @@
 #include <stdexcept>
 
 #include "simulator/commands.h"
+#include "simulator/scenario_file.h"
 #include "simulator/scenario_options.h"
 
 namespace zulisim {
@@ -41,10 +42,14 @@ void RequireProgram(const Invocation& invocation, const std::string& command) {
 }
 
 void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
+  AddInstruction(command, scenario, "--scenario", "FILE",
+                 "What a scenario file says; it can be checked with 'zulisim check'",
+                 AddScenarioFile);
   AddInstruction(command, scenario, "--client", "CLIENT:max=BYTES,version=N",
                  "What a client reports of itself", AddClientOption);
   AddInstruction(command, scenario, "--reply", "CLIENT:COMMAND=FIELD,...",
-                 "How a client answers a command (or '*'): status:N, body:HEX, private:HEX, silent",
+                 "How a client answers a command (or '*'): status:N, body:HEX, private:HEX, "
+                 "latency:TIME, silent",
                  AddReplyOption);
   AddInstruction(command, scenario, "--fault", "OPERATION:WHEN=ERRNO", "An operation that fails",
                  AddFaultOption);

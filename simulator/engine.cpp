@@ -130,7 +130,8 @@ std::optional<Result> Engine::AwaitMessage(Call* call, std::unique_lock<std::mut
     const auto found = connections_.find(call->record.connection);
     call->connection = found == connections_.end() ? nullptr : &found->second;
     if (call->connection == nullptr) return Fail(call, EBADF, "closed while a read waited");
-    if (call->connection->lost) return Fail(call, ENODEV, "the device was lost while a read waited");
+    if (call->connection->lost)
+      return Fail(call, ENODEV, "the device was lost while a read waited");
   }
 }
 

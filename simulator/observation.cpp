@@ -33,8 +33,8 @@ class FileTranscript : public OperationObserver {
 
 }  // namespace
 
-Observation::Observation(const ObservationOptions& options,
-                         const std::vector<std::string>& program, Device* device)
+Observation::Observation(const ObservationOptions& options, const std::vector<std::string>& program,
+                         Device* device)
     : device_(device) {
   (void)program;
   if (!options.quiet) {

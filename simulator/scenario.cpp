@@ -3,6 +3,9 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <stdexcept>
+
+#include "simulator/values.h"
 
 namespace zulisim {
 namespace {
@@ -15,6 +18,7 @@ Reply Answer(const ReplyRule& rule, const Bytes& request) {
     reply.message->insert(reply.message->end(), rule.body->begin(), rule.body->end());
   }
   reply.privateData = rule.privateData;
+  reply.latency = rule.latency;
   return reply;
 }
 
@@ -25,6 +29,15 @@ Client* FindClient(Scenario* scenario, const std::string& name) {
       scenario->clients.begin(), scenario->clients.end(),
       [&name](const Client& client) { return strcasecmp(client.name.c_str(), name.c_str()) == 0; });
   return found == scenario->clients.end() ? nullptr : &*found;
+}
+
+Client& ClientOf(Scenario* scenario, const std::string& name) {
+  Client* client = FindClient(scenario, name);
+  if (client != nullptr) return *client;
+  std::vector<std::string> known;
+  for (const Client& candidate : scenario->clients) known.push_back(candidate.name);
+  const std::string hint = NearestHint(name, known);
+  throw std::invalid_argument(Quoted(name) + " is no client; known are " + Listed(known) + hint);
 }
 
 void Apply(const Scenario& scenario, Engine* engine) {

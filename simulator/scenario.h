@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,6 +19,7 @@ struct ReplyRule {
   std::uint32_t status = 0;
   std::optional<Bytes> body;  // replaces the request's body behind the header
   std::optional<Bytes> privateData;
+  std::chrono::microseconds latency{0};
   bool silent = false;  // no reply at all
 };
 
@@ -30,6 +32,8 @@ struct Scenario {
 
 // The client of that name, in either case of letters, or null.
 Client* FindClient(Scenario* scenario, const std::string& name);
+// The same, or std::invalid_argument with the names that there are.
+Client& ClientOf(Scenario* scenario, const std::string& name);
 
 // Tells `engine`, which was made with the scenario's clients, about replies and faults. Throws
 // std::invalid_argument for an unknown client or a fault that can never strike.

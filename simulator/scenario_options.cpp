@@ -1,21 +1,18 @@
 #include "simulator/scenario_options.h"
 
-#include <algorithm>
-#include <cctype>
 #include <limits>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "simulator/values.h"
+
 namespace zulisim {
 namespace {
 
 constexpr std::uint64_t kMaxWord = std::numeric_limits<std::uint32_t>::max();
-constexpr const char* kOperations = "open, ioctl, read, write or close";
 
 [[noreturn]] void Fail(const std::string& message) { throw std::invalid_argument(message); }
-
-std::string Quoted(const std::string& text) { return "'" + text + "'"; }
 
 // Splits at the first separator; the second part is missing when there is none.
 std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text, char at) {
@@ -35,74 +32,15 @@ std::vector<std::string> Split(const std::string& text, char at) {
   return parts;
 }
 
-std::uint64_t Number(const std::string& text, std::uint64_t highest, const std::string& what) {
-  const bool hex = text.size() > 2 && text[0] == '0' && (text[1] == 'x' || text[1] == 'X');
-  const std::string digits = hex ? text.substr(2) : text;
-  const auto isDigit = [hex](unsigned char c) { return hex ? isxdigit(c) : isdigit(c); };
-  const std::string expected =
-      what + " is a number from 0 to " + std::to_string(highest) + ", not " + Quoted(text);
-  if (digits.empty() || !std::all_of(digits.begin(), digits.end(), isDigit)) Fail(expected);
-  try {
-    const unsigned long long value = std::stoull(digits, nullptr, hex ? 16 : 10);
-    if (value <= highest) return value;
-  } catch (const std::out_of_range&) {
-    // Said below.
-  }
-  Fail(expected);
-}
-
-std::uint32_t Word(const std::string& text, const std::string& what) {
-  return static_cast<std::uint32_t>(Number(text, kMaxWord, what));
-}
-
-int Errno(const std::string& text) {
-  const auto error = ErrnoFromName(text);
-  if (!error) Fail(Quoted(text) + " is no errno; a name such as EIO or ENODEV is expected");
-  return *error;
-}
-
-Bytes HexBytes(const std::string& text, const std::string& what) {
-  const auto isHex = [](unsigned char c) { return isxdigit(c) != 0; };
-  if (text.empty() || text.size() % 2 != 0 || !std::all_of(text.begin(), text.end(), isHex)) {
-    Fail(what + " is an even number of hexadecimal digits, not " + Quoted(text));
-  }
-  if (text.size() / 2 > kLongestMessage) Fail(what + " is longer than any message can be");
-  Bytes bytes;
-  for (std::size_t i = 0; i < text.size(); i += 2) {
-    bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
-  }
-  return bytes;
-}
-
-Client& ClientOf(Scenario* scenario, const std::string& name) {
-  Client* client = FindClient(scenario, name);
-  if (client != nullptr) return *client;
-  std::string known;
-  for (const Client& candidate : scenario->clients) {
-    known += (known.empty() ? "" : ", ") + candidate.name;
-  }
-  Fail(Quoted(name) + " is no client; known are " + known);
-}
-
 // OPERATION:WHEN into a fault without its effect.
 Fault Strike(const std::string& text) {
   const auto [name, when] = SplitOnce(text, ':');
-  const auto operation = OperationFromName(name);
-  if (!operation) Fail(Quoted(name) + " is no operation; " + kOperations + " is expected");
-  if (!when) Fail("which " + name + " is missing, as in " + Quoted(name + ":3"));
-  const auto [first, last] = SplitOnce(*when, '-');
   Fault fault;
-  fault.operation = *operation;
-  const std::uint64_t highest = std::numeric_limits<std::uint32_t>::max();
-  fault.first = Number(first, highest, "the occurrence");
-  if (!last) return fault;
-  if (last->empty()) {
-    fault.times = kForever;
-    return fault;
-  }
-  const std::uint64_t end = Number(*last, highest, "the last occurrence");
-  if (end < fault.first) Fail("the range " + Quoted(*when) + " ends before it begins");
-  fault.times = end - fault.first + 1;
+  fault.operation = ParseOperation(name);
+  if (!when) Fail("which " + name + " is missing, as in " + Quoted(name + ":3"));
+  const Occurrences occurrences = ParseOccurrences(*when);
+  fault.first = occurrences.first;
+  fault.times = occurrences.times;
   return fault;
 }
 
@@ -122,23 +60,26 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
   if (name == "silent" && !value) {
     rule->silent = true;
   } else if (name == "status" && value) {
-    rule->status = Word(*value, "a status");
+    rule->status = static_cast<std::uint32_t>(ParseNumber(*value, kMaxWord, "a status"));
   } else if (name == "body" && value) {
-    rule->body = HexBytes(*value, "a body");
+    rule->body = ParseHex(*value, "a body");
   } else if (name == "private" && value) {
-    rule->privateData = HexBytes(*value, "private data");
+    rule->privateData = ParseHex(*value, "private data");
+  } else if (name == "latency" && value) {
+    rule->latency = ParseDuration(*value);
   } else {
     Fail(Quoted(field) +
-         " is no part of a reply; status:N, body:HEX, private:HEX or silent is expected");
+         " is no part of a reply; status:N, body:HEX, private:HEX, latency:TIME or "
+         "silent is expected");
   }
 }
 
 void SetLossField(const std::string& field, DeviceLoss* loss) {
   const auto [name, value] = SplitOnce(field, '=');
   if (name == "opens" && value) {
-    loss->failingOpens = Number(*value, kMaxWord, "the number of failing opens");
+    loss->failingOpens = ParseNumber(*value, kMaxWord, "the number of failing opens");
   } else if (name == "errno" && value) {
-    loss->openError = Errno(*value);
+    loss->openError = ParseErrno(*value);
   } else if (name == "drop-replies" && !value) {
     loss->keepReplies = false;
   } else {
@@ -155,11 +96,11 @@ void AddClientOption(const std::string& text, Scenario* scenario) {
   for (const std::string& field : Split(*fields, ',')) {
     const auto [key, value] = SplitOnce(field, '=');
     if (key == "max" && value) {
-      client.maxMessageLength =
-          static_cast<std::uint32_t>(Number(*value, kLongestMessage, "the maximum message length"));
+      client.maxMessageLength = static_cast<std::uint32_t>(
+          ParseNumber(*value, kLongestMessage, "the maximum message length"));
     } else if (key == "version" && value) {
       client.protocolVersion =
-          static_cast<std::uint8_t>(Number(*value, 255, "the protocol version"));
+          static_cast<std::uint8_t>(ParseNumber(*value, 255, "the protocol version"));
     } else {
       Fail(Quoted(field) + " is no property of a client; max=BYTES or version=N is expected");
     }
@@ -172,9 +113,10 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
   ReplyRule rule;
   rule.client = ClientOf(scenario, name).name;
   if (!command) Fail("the command is missing, as in " + Quoted(name + ":0x10=status:0"));
-  if (*command != "*") rule.command = Word(*command, "a command");
+  if (*command != "*")
+    rule.command = static_cast<std::uint32_t>(ParseNumber(*command, kMaxWord, "a command"));
   for (const std::string& field : Split(fields, ',')) SetReplyField(field, &rule);
-  if (rule.silent && (rule.status != 0 || rule.body || rule.privateData)) {
+  if (rule.silent && (rule.status != 0 || rule.body || rule.privateData || rule.latency.count())) {
     Fail("a silent client sends nothing; leave out either 'silent' or the rest");
   }
   scenario->replies.push_back(std::move(rule));
@@ -183,14 +125,14 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
 void AddFaultOption(const std::string& text, Scenario* scenario) {
   const auto [strike, error] = Assignment(text, "OPERATION:WHEN=ERRNO");
   Fault fault = Strike(strike);
-  fault.effect = ErrnoFault{Errno(error)};
+  fault.effect = ErrnoFault{ParseErrno(error)};
   Add(fault, scenario);
 }
 
 void AddShortOption(const std::string& text, Scenario* scenario) {
   const auto [strike, count] = Assignment(text, "OPERATION:WHEN=BYTES");
   Fault fault = Strike(strike);
-  fault.effect = ShortCount{Number(count, kMaxWord, "a byte count")};
+  fault.effect = ShortCount{ParseNumber(count, kMaxWord, "a byte count")};
   Add(fault, scenario);
 }
 
