@@ -21,6 +21,7 @@ namespace {
 
 using zulisim::Operation;
 
+// The last one is other code that writes the state.
 enum class Call {
   kKaloStateInit,
   kKaloInit3,
@@ -35,7 +36,7 @@ enum class Call {
   kFenuCleanup3,
   kFenuInit,
   kFenuCleanup,
-  kWriteGeneration,  // by other code
+  kWriteGeneration
 };
 constexpr const char* kCallNames[] = {"KaloStateInit", "KaloInit3",
                                       "StartIoEx3",    "StartIo3",
@@ -140,16 +141,7 @@ class ModelTest : public LibraryTest {
     }
     const std::set<int> leaked = open_;
     for (const int descriptor : leaked) close(descriptor);
-    state.kaloInterfaceVersion = state.fenuInterfaceVersion = 0;
-    state.kaloSessionA = state.kaloSessionB = state.fenuSession = nullptr;
-    std::memset(state.apiErrorText, 0, sizeof state.apiErrorText);
-    std::memset(state.kaloErrorText, 0, sizeof state.kaloErrorText);
-    std::memset(state.fenuErrorText, 0, sizeof state.fenuErrorText);
-    state.apiErrorCode = state.kaloErrorCode = state.fenuErrorCode = state.lastErrorSource = 0;
-    state.lastErrorContext = const_cast<void*>(Model::kNoContext);
-    state.firmwareApiVersion = 0;
-    state.stateInitFlag = state.sessionBShared = false;
-    state.kaloRefCountA = state.kaloRefCountB = state.fenuRefCount = 0;
+    fresh_.Restore();
   }
 
   std::optional<std::string> RunStep(Model& model, const Step& step) {
@@ -288,6 +280,7 @@ class ModelTest : public LibraryTest {
   }
 
   static inline void* const kUnwritten = reinterpret_cast<void*>(0x5A5A);
+  const StateSnapshot fresh_;
   std::set<int> open_;
 };
 

@@ -35,7 +35,7 @@ constexpr Field kFields[] = {
     FIELD(kaloRefCountB),        FIELD(fenuRefCount),         FIELD(sessionBShared)};
 #undef FIELD
 
-const char* StateBytes() { return reinterpret_cast<const char*>(&gKaloDllState); }
+char* StateBytes() { return reinterpret_cast<char*>(&gKaloDllState); }
 
 std::string MakeFolder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "kalodll.XXXXXX").string();
@@ -102,6 +102,12 @@ std::string Thrown(const std::function<void()>& call) {
     const std::exception* exception;
     std::memcpy(&exception, &pointer, sizeof exception);
     return std::string(abi::__cxa_current_exception_type()->name()) + ": " + exception->what();
+  }
+}
+
+void StateSnapshot::Restore() const {
+  for (const Field& field : kFields) {
+    std::memcpy(StateBytes() + field.offset, bytes_.data() + field.offset, field.size);
   }
 }
 

@@ -55,6 +55,7 @@ class StateSnapshot {
   StateSnapshot();
   // Names of the fields that differ now, in order of declaration; the lock does not count.
   Lines Changed() const;
+  void Restore() const;
 
  private:
   std::string bytes_;
