@@ -23,7 +23,8 @@ using zulisim::Operation;
 class Descriptors : public zulisim::OperationObserver {
  public:
   void OnOperation(const zulisim::OperationRecord& record) override {
-    if (record.operation == Operation::kOpen && record.result != -1) open_.insert(record.descriptor);
+    if (record.operation == Operation::kOpen && record.result != -1)
+      open_.insert(record.descriptor);
     if (record.operation == Operation::kClose) open_.erase(record.descriptor);
   }
   void CloseAll() {

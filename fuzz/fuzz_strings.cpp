@@ -61,16 +61,25 @@ void CheckPrint(FuzzedDataProvider& input) {
   char whole[512];
   int length = 0;
   int32_t result = 0;
-#define PRINT_BOTH(...)                                          \
-  length = std::snprintf(whole, sizeof whole, __VA_ARGS__);      \
+#define PRINT_BOTH(...)                                                              \
+  length = std::snprintf(whole, sizeof whole, __VA_ARGS__);                          \
   result = input.ConsumeBool() ? _snprintf_s(target.get(), room, count, __VA_ARGS__) \
                                : _sntprintf_s(target.get(), room, count, __VA_ARGS__)
   switch (input.ConsumeIntegralInRange(0, 4)) {
-    case 0: PRINT_BOTH("%s", text.get()); break;
-    case 1: PRINT_BOTH("%d", number); break;
-    case 2: PRINT_BOTH("%*d|%s", width, number, text.get()); break;
-    case 3: PRINT_BOTH("%-*.*s%%", width, number % 64, text.get()); break;
-    default: PRINT_BOTH("0x%08x %c%s", static_cast<unsigned>(number), 'c', text.get());
+    case 0:
+      PRINT_BOTH("%s", text.get());
+      break;
+    case 1:
+      PRINT_BOTH("%d", number);
+      break;
+    case 2:
+      PRINT_BOTH("%*d|%s", width, number, text.get());
+      break;
+    case 3:
+      PRINT_BOTH("%-*.*s%%", width, number % 64, text.get());
+      break;
+    default:
+      PRINT_BOTH("0x%08x %c%s", static_cast<unsigned>(number), 'c', text.get());
   }
 #undef PRINT_BOTH
   if (count == 0 || count > room) {

@@ -50,12 +50,12 @@ bool IsDevice(int descriptor) {
   return std::find(devices.begin(), devices.end(), descriptor) != devices.end();
 }
 
-#define REPLACED_FUNCTIONS(X)                                                                   \
-  X(open) X(open64) X(ioctl) X(read) X(write) X(writev) X(close) X(lseek) X(lseek64) X(fstat)    \
-  X(fstat64) X(fopen) X(fopen64) X(fwrite) X(fclose) X(malloc) X(calloc) X(realloc) X(_Znwm)     \
-  X(_Znam) X(pthread_mutex_lock) X(pthread_mutex_unlock) X(pthread_mutex_init)                   \
-  X(pthread_mutex_destroy) X(clock_getres) X(clock_gettime) X(dlopen) X(dlsym) X(dlclose)        \
-  X(usleep) X(localtime)
+#define REPLACED_FUNCTIONS(X)                                                                  \
+  X(open)                                                                                      \
+  X(ioctl) X(read) X(write) X(writev) X(close) X(lseek) X(fstat) X(fopen) X(fopen64) X(fclose) \
+      X(malloc) X(_Znwm) X(_Znam) X(pthread_mutex_lock) X(pthread_mutex_unlock)                \
+          X(pthread_mutex_init) X(pthread_mutex_destroy) X(clock_getres) X(clock_gettime)      \
+              X(dlopen) X(dlsym) X(dlclose) X(usleep) X(localtime)
 
 // What the library would reach without this file.
 #define DECLARE_SLOT(name) void* slot_##name = nullptr;
@@ -74,24 +74,13 @@ Result CallOutside(void* slot, Arguments... arguments) {
   return CallReal<Result>(slot, arguments...);
 }
 
-int OpenWith(void* slot, const char* path, int flags, unsigned mode) {
+int New_open(const char* path, int flags, unsigned mode) {
   const bool device = strcmp(path, "/dev/zuli") == 0;
   if (Fails(device ? Call::kDeviceOpen : Call::kOpen)) return -1;
-  const int descriptor = CallOutside<int>(slot, path, flags, mode);
+  const int descriptor = CallOutside<int>(slot_open, path, flags, mode);
   const Outside outside;
   if (device && descriptor >= 0) devices.push_back(descriptor);
   return descriptor;
-}
-int New_open(const char* path, int flags, unsigned mode) {
-  return OpenWith(slot_open, path, flags, mode);
-}
-int New_open64(const char* path, int flags, unsigned mode) {
-  return OpenWith(slot_open64, path, flags, mode);
-}
-
-int New_ioctl(int descriptor, unsigned long request, void* argument) {
-  if (Fails(Call::kDeviceIoctl)) return -1;
-  return CallOutside<int>(slot_ioctl, descriptor, request, argument);
 }
 
 ssize_t New_read(int descriptor, void* buffer, size_t length) {
@@ -104,31 +93,12 @@ ssize_t New_write(int descriptor, const void* buffer, size_t length) {
   return CallOutside<ssize_t>(slot_write, descriptor, buffer, length);
 }
 
-ssize_t New_writev(int descriptor, const void* pieces, int count) {
-  if (Fails(Call::kWrite)) return -1;
-  return CallOutside<ssize_t>(slot_writev, descriptor, pieces, count);
-}
-
 int New_close(int descriptor) {
   const bool device = IsDevice(descriptor);
   // The library may be built to close the standard output, which the test needs.
-  const int result =
-      descriptor == STDOUT_FILENO ? 0 : CallOutside<int>(slot_close, descriptor);
+  const int result = descriptor == STDOUT_FILENO ? 0 : CallOutside<int>(slot_close, descriptor);
   if (device) devices.erase(std::find(devices.begin(), devices.end(), descriptor));
   return Fails(device ? Call::kDeviceClose : Call::kClose) ? -1 : result;
-}
-
-off_t New_lseek(int descriptor, off_t offset, int origin) {
-  return Fails(Call::kSeek) ? -1 : CallReal<off_t>(slot_lseek, descriptor, offset, origin);
-}
-off_t New_lseek64(int descriptor, off_t offset, int origin) {
-  return Fails(Call::kSeek) ? -1 : CallReal<off_t>(slot_lseek64, descriptor, offset, origin);
-}
-int New_fstat(int descriptor, void* status) {
-  return Fails(Call::kStat) ? -1 : CallReal<int>(slot_fstat, descriptor, status);
-}
-int New_fstat64(int descriptor, void* status) {
-  return Fails(Call::kStat) ? -1 : CallReal<int>(slot_fstat64, descriptor, status);
 }
 
 // Streams that the library reads or rewrites itself: what libc does under them can fail too. The
@@ -163,24 +133,6 @@ FILE* New_fopen(const char* path, const char* mode) { return FopenWith(slot_fope
 FILE* New_fopen64(const char* path, const char* mode) {
   return FopenWith(slot_fopen64, path, mode);
 }
-size_t New_fwrite(const void* data, size_t size, size_t count, FILE* file) {
-  // Only libc++ writes the log this way; a watched stream fails beneath its buffer.
-  return CallReal<size_t>(slot_fwrite, data, size, count, file);
-}
-int New_fclose(FILE* file) {
-  const int result = CallReal<int>(slot_fclose, file);
-  return Fails(Call::kFclose) ? EOF : result;
-}
-
-void* New_malloc(size_t size) {
-  return Fails(Call::kAlloc) ? nullptr : CallReal<void*>(slot_malloc, size);
-}
-void* New_calloc(size_t count, size_t size) {
-  return Fails(Call::kAlloc) ? nullptr : CallReal<void*>(slot_calloc, count, size);
-}
-void* New_realloc(void* block, size_t size) {
-  return Fails(Call::kAlloc) ? nullptr : CallReal<void*>(slot_realloc, block, size);
-}
 void* New__Znwm(size_t size) {
   if (Fails(Call::kAlloc)) throw std::bad_alloc();
   return CallReal<void*>(slot__Znwm, size);
@@ -210,39 +162,37 @@ int New_pthread_mutex_unlock(void* mutex) {
   const int result = CallReal<int>(slot_pthread_mutex_unlock, mutex);
   return Fails(Call::kUnlock) ? EPERM : result;
 }
-int New_pthread_mutex_init(void* mutex, const void* attributes) {
-  return Fails(Call::kMutexInit) ? ENOMEM
-                                 : CallReal<int>(slot_pthread_mutex_init, mutex, attributes);
-}
-int New_pthread_mutex_destroy(void* mutex) {
-  const int result = CallReal<int>(slot_pthread_mutex_destroy, mutex);
-  return Fails(Call::kMutexDestroy) ? EBUSY : result;
-}
+// Calls that fail with a value, without effect, and run as they are otherwise.
+#define PLAIN(name, call, result, failure, parameters, ...)                             \
+  result New_##name parameters {                                                        \
+    return Fails(Call::call) ? failure : CallOutside<result>(slot_##name, __VA_ARGS__); \
+  }
+PLAIN(ioctl, kDeviceIoctl, int, -1, (int file, unsigned long request, void* argument), file,
+      request, argument)
+PLAIN(writev, kWrite, ssize_t, -1, (int file, const void* pieces, int count), file, pieces, count)
+PLAIN(lseek, kSeek, off_t, -1, (int file, off_t offset, int origin), file, offset, origin)
+PLAIN(fstat, kStat, int, -1, (int file, void* status), file, status)
+PLAIN(malloc, kAlloc, void*, nullptr, (size_t size), size)
+PLAIN(pthread_mutex_init, kMutexInit, int, ENOMEM, (void* mutex, const void* kind), mutex, kind)
+PLAIN(clock_getres, kClockResolution, int, -1, (clockid_t clock, timespec* out), clock, out)
+PLAIN(clock_gettime, kClockTime, int, -1, (clockid_t clock, timespec* out), clock, out)
+PLAIN(dlopen, kDlopen, void*, nullptr, (const char* path, int mode), path, mode)
+PLAIN(dlsym, kDlsym, void*, nullptr, (void* module, const char* name), module, name)
+PLAIN(usleep, kSleep, int, -1, (useconds_t duration), duration)
+PLAIN(localtime, kLocaltime, tm*, nullptr, (const time_t* time), time)
+#undef PLAIN
 
-int New_clock_getres(clockid_t clock, timespec* out) {
-  return Fails(Call::kClockResolution) ? -1 : CallReal<int>(slot_clock_getres, clock, out);
-}
-int New_clock_gettime(clockid_t clock, timespec* out) {
-  return Fails(Call::kClockTime) ? -1 : CallReal<int>(slot_clock_gettime, clock, out);
-}
-
-void* New_dlopen(const char* path, int mode) {
-  return Fails(Call::kDlopen) ? nullptr : CallOutside<void*>(slot_dlopen, path, mode);
-}
-void* New_dlsym(void* module, const char* name) {
-  return Fails(Call::kDlsym) ? nullptr : CallOutside<void*>(slot_dlsym, module, name);
-}
-int New_dlclose(void* module) {
-  const int result = CallOutside<int>(slot_dlclose, module);
-  return Fails(Call::kDlclose) ? -1 : result;
-}
-
-int New_usleep(useconds_t duration) {
-  return Fails(Call::kSleep) ? -1 : CallReal<int>(slot_usleep, duration);
-}
-tm* New_localtime(const time_t* time) {
-  return Fails(Call::kLocaltime) ? nullptr : CallReal<tm*>(slot_localtime, time);
-}
+// Calls that release something, and then say that they failed; what a stream still has to write can
+// fail beneath them.
+#define RELEASE(name, call, failure, argument)               \
+  int New_##name(argument* released) {                       \
+    const int result = CallReal<int>(slot_##name, released); \
+    return Fails(Call::call) ? failure : result;             \
+  }
+RELEASE(fclose, kFclose, EOF, FILE)
+RELEASE(pthread_mutex_destroy, kMutexDestroy, EBUSY, void)
+RELEASE(dlclose, kDlclose, -1, void)
+#undef RELEASE
 
 struct Replacement {
   const char* name;
@@ -276,7 +226,7 @@ int ReplaceInModule(dl_phdr_info* info, size_t, void* found) {
   }
   const ElfW(Sym)* symbols = nullptr;
   const char* names = nullptr;
-  const ElfW(Rela)* tables[2] = {};
+  const ElfW(Rela) * tables[2] = {};
   size_t sizes[2] = {};
   for (; dynamic->d_tag != DT_NULL; ++dynamic) {
     const auto address = dynamic->d_un.d_ptr;

@@ -9,20 +9,23 @@
 // library runs on behalf of a test and is not inside the simulated device or a test's sink.
 namespace faults {
 
-#define ROBUSTNESS_CALLS(X)                                                                      \
-  X(kDeviceOpen, "open dev") X(kDeviceIoctl, "ioctl dev") X(kDeviceRead, "read dev")             \
-  X(kDeviceWrite, "write dev") X(kDeviceClose, "close dev") X(kOpen, "open") X(kRead, "read")    \
-  X(kWrite, "write") X(kClose, "close") X(kSeek, "lseek") X(kStat, "fstat") X(kFopen, "fopen")   \
-  X(kStreamRead, "fread") X(kStreamWrite, "fwrite") X(kFclose, "fclose") X(kAlloc, "malloc")     \
-  X(kLock, "lock") X(kUnlock, "unlock") X(kMutexInit, "mtx init") X(kMutexDestroy, "mtx destr")  \
-  X(kClockResolution, "clk res") X(kClockTime, "clk time") X(kDlopen, "dlopen")                  \
-  X(kDlsym, "dlsym") X(kDlclose, "dlclose") X(kSleep, "usleep") X(kLocaltime, "localtime")
+#define ROBUSTNESS_CALLS(X)                                                                  \
+  X(kDeviceOpen, "open dev")                                                                 \
+  X(kDeviceIoctl, "ioctl dev") X(kDeviceRead, "read dev") X(kDeviceWrite, "write dev")       \
+      X(kDeviceClose, "close dev") X(kOpen, "open") X(kRead, "read") X(kWrite, "write")      \
+          X(kClose, "close") X(kSeek, "lseek") X(kStat, "fstat") X(kFopen, "fopen")          \
+              X(kStreamRead, "fread") X(kStreamWrite, "fwrite") X(kFclose, "fclose")         \
+                  X(kAlloc, "malloc") X(kLock, "lock") X(kUnlock, "unlock")                  \
+                      X(kMutexInit, "mtx init") X(kMutexDestroy, "mtx destr")                \
+                          X(kClockResolution, "clk res") X(kClockTime, "clk time")           \
+                              X(kDlopen, "dlopen") X(kDlsym, "dlsym") X(kDlclose, "dlclose") \
+                                  X(kSleep, "usleep") X(kLocaltime, "localtime")
 
 enum class Call {
 #define ROBUSTNESS_CALL(name, title) name,
   ROBUSTNESS_CALLS(ROBUSTNESS_CALL)
 #undef ROBUSTNESS_CALL
-  kCount
+      kCount
 };
 
 // Lays the linkage tables through here, once. False when the library's cannot be found.

@@ -90,6 +90,14 @@ constexpr Injection kInjections[] = {
     {Call::kLocaltime, EOVERFLOW, nullptr},
 };
 
+constexpr const char* kTitles[] = {
+#define ROBUSTNESS_CALL(name, title) title,
+    ROBUSTNESS_CALLS(ROBUSTNESS_CALL)
+#undef ROBUSTNESS_CALL
+};
+
+const char* Title(Call call) { return kTitles[static_cast<size_t>(call)]; }
+
 // Told when the process dies in the middle.
 char underWay[128];
 void TellWhere(int) {
@@ -240,12 +248,26 @@ std::vector<Entry> NthFailureTest::EntryPoints() {
       {"KaloInit3, share", [=] { open30(), open(); }, init3, 0, Kind::kInit},
       {"KaloInit3, marker", [this] { state_.kaloInterfaceVersion = 1; }, init3, 5, Kind::kInit},
       {"StartIoEx3", open, exchange, 0, Kind::kExchange},
-      {"StartIoEx3, lost at write", lose(zulisim::Operation::kWrite), exchange, 0, Kind::kExchange,
-       {}, nothing, true},
-      {"StartIoEx3, lost at read", lose(zulisim::Operation::kRead), exchange, 0, Kind::kExchange,
-       {}, nothing, true},
+      {"StartIoEx3, lost at write",
+       lose(zulisim::Operation::kWrite),
+       exchange,
+       0,
+       Kind::kExchange,
+       {},
+       nothing,
+       true},
+      {"StartIoEx3, lost at read",
+       lose(zulisim::Operation::kRead),
+       exchange,
+       0,
+       Kind::kExchange,
+       {},
+       nothing,
+       true},
       {"StartIoEx3, no output", open,
-       [this] { return StartIoEx3(state_.kaloSessionA, request_, 32, nullptr, 32, nullptr, nullptr); },
+       [this] {
+         return StartIoEx3(state_.kaloSessionA, request_, 32, nullptr, 32, nullptr, nullptr);
+       },
        2, Kind::kExchange},
       {"StartIo3", open, [this] { return StartIo3(state_.kaloSessionA, request_, 32, reply_, 32); },
        0, Kind::kExchange},
@@ -295,9 +317,15 @@ std::vector<Entry> NthFailureTest::CompatibilityLayer() {
   };
   const auto bytes = [this](uint32_t failed) { return block_ == nullptr ? failed : 0; };
   return {
-      {"AllocMem", [] {}, [=] { return block_ = AllocMem(8), bytes(1); }, 0, Kind::kOther,
-       {{Call::kAlloc, {1}}}, freeBlock},
-      {"CreateFile to CloseHandle", file,
+      {"AllocMem",
+       [] {},
+       [=] { return block_ = AllocMem(8), bytes(1); },
+       0,
+       Kind::kOther,
+       {{Call::kAlloc, {1}}},
+       freeBlock},
+      {"CreateFile to CloseHandle",
+       file,
        [this]() -> uint32_t {
          HANDLE handle = CreateFile(file_.c_str(), GENERIC_READ | GENERIC_WRITE, 0, nullptr,
                                     OPEN_EXISTING, 0, nullptr);
@@ -309,33 +337,52 @@ std::vector<Entry> NthFailureTest::CompatibilityLayer() {
          good &= SetFilePointer(handle, 0, nullptr, FILE_BEGIN) == 0;
          return CloseHandle(handle) == 1 && good ? 0 : 1;
        },
-       0, Kind::kOther,
-       {{Call::kOpen, {1}}, {Call::kStat, {1}}, {Call::kRead, {1}}, {Call::kWrite, {1}},
+       0,
+       Kind::kOther,
+       {{Call::kOpen, {1}},
+        {Call::kStat, {1}},
+        {Call::kRead, {1}},
+        {Call::kWrite, {1}},
         {Call::kSeek, {1}}}},
-      {"OSCL_ReadFile", file,
-       [=] { return block_ = OSCL_ReadFile(file_.c_str(), nullptr, &length_), bytes(1); }, 0,
+      {"OSCL_ReadFile",
+       file,
+       [=] { return block_ = OSCL_ReadFile(file_.c_str(), nullptr, &length_), bytes(1); },
+       0,
        Kind::kOther,
        {{Call::kOpen, {1}}, {Call::kStat, {1}}, {Call::kRead, {1}}, {Call::kAlloc, {1}}},
        freeBlock},
-      {"OSCL_WriteFile", [] {}, [this] { return OSCL_WriteFile(file_.c_str(), "x", 1); }, 0,
-       Kind::kOther, {{Call::kOpen, {E_FAIL}}, {Call::kWrite, {E_FAIL}}}},
-      {"OSCL_AppendFile", file, [this] { return OSCL_AppendFile(file_.c_str(), "x", 1); }, 0,
-       Kind::kOther, {{Call::kWrite, {E_FAIL}}}},
-      {"LoadLibrary to FreeLibrary", [] {},
+      {"OSCL_WriteFile",
+       [] {},
+       [this] { return OSCL_WriteFile(file_.c_str(), "x", 1); },
+       0,
+       Kind::kOther,
+       {{Call::kOpen, {E_FAIL}}, {Call::kWrite, {E_FAIL}}}},
+      {"OSCL_AppendFile",
+       file,
+       [this] { return OSCL_AppendFile(file_.c_str(), "x", 1); },
+       0,
+       Kind::kOther,
+       {{Call::kWrite, {E_FAIL}}}},
+      {"LoadLibrary to FreeLibrary",
+       [] {},
        []() -> uint32_t {
          HANDLE module = LoadLibrary("libdl.so.2");
          if (module == nullptr) return 1;
          const bool found = GetProcAddress(module, "dlopen") != nullptr;
          return FreeLibrary(module) == 1 && found ? 0 : 1;
        },
-       0, Kind::kOther,
+       0,
+       Kind::kOther,
        {{Call::kDlopen, {1}}, {Call::kDlsym, {1}}, {Call::kDlclose, {1}}}},
-      {"GetVersionEx", [] {},
+      {"GetVersionEx",
+       [] {},
        [] {
          OSVERSIONINFO info;
          return GetVersionEx(&info) == 1 ? 0u : 1u;
        },
-       0, Kind::kOther, {{Call::kFopen, {1}}, {Call::kStreamRead, {1}}, {Call::kAlloc, {1}}}},
+       0,
+       Kind::kOther,
+       {{Call::kFopen, {1}}, {Call::kStreamRead, {1}}, {Call::kAlloc, {1}}}},
       {"CRITICAL_SECTION", [] {},
        [] {
          CRITICAL_SECTION section = PTHREAD_MUTEX_INITIALIZER;
@@ -343,21 +390,27 @@ std::vector<Entry> NthFailureTest::CompatibilityLayer() {
          DeleteCriticalSection(&section);
          return 0u;
        }},
-      {"QueryPerformanceCounter", [] {},
+      {"QueryPerformanceCounter",
+       [] {},
        [] {
          LARGE_INTEGER count;
          return QueryPerformanceFrequency(&count) == 1 && QueryPerformanceCounter(&count) == 1 ? 0u
                                                                                                : 1u;
        },
-       0, Kind::kOther, {{Call::kClockResolution, {1}}, {Call::kClockTime, {1}}}},
+       0,
+       Kind::kOther,
+       {{Call::kClockResolution, {1}}, {Call::kClockTime, {1}}}},
       {"Sleep", [] {}, [] { return Sleep(1), 0u; }},
-      {"localtime_s", [] {},
+      {"localtime_s",
+       [] {},
        [] {
          tm local;
          const time_t now = 0;
          return static_cast<uint32_t>(localtime_s(&local, &now));
        },
-       0, Kind::kOther, {{Call::kLocaltime, {1}}}},
+       0,
+       Kind::kOther,
+       {{Call::kLocaltime, {1}}}},
       {"RegOpenKeyEx", registry,
        [] {
          HKEY key;
@@ -369,17 +422,26 @@ std::vector<Entry> NthFailureTest::CompatibilityLayer() {
        Kind::kOther, loading},
       {"RegSetValueEx", registry, [] { return RegSetValueEx(1, "set", 0, REG_SZ, "text", 5); }, 0,
        Kind::kOther, writing},
-      {"ReadValue, string", registry, read(USER_FEATURE_STRING), 0, Kind::kOther, reading, clearKey},
-      {"ReadValue, strings", registry, read(USER_FEATURE_MULTI_STRING), 0, Kind::kOther,
-       {{Call::kFopen, {9, E_FAIL}}, {Call::kStreamRead, {15, E_FAIL}},
+      {"ReadValue, string", registry, read(USER_FEATURE_STRING), 0, Kind::kOther, reading,
+       clearKey},
+      {"ReadValue, strings",
+       registry,
+       read(USER_FEATURE_MULTI_STRING),
+       0,
+       Kind::kOther,
+       {{Call::kFopen, {9, E_FAIL}},
+        {Call::kStreamRead, {15, E_FAIL}},
         {Call::kAlloc, {1, 9, E_FAIL}}},
        clearKey},
       {"ReadValue, number", registry, read(USER_FEATURE_NUMBER32_A), 0, Kind::kOther, reading,
        clearKey},
       {"WriteValues", describe, [this] { return OSCL_UserFeature_WriteValues(nullptr, &key_); }, 0,
        Kind::kOther, writing, clearKey},
-      {"EnableNotification", registry,
-       [this] { return OSCL_UserFeature_EnableNotification(nullptr, &watch_); }, 0, Kind::kOther,
+      {"EnableNotification",
+       registry,
+       [this] { return OSCL_UserFeature_EnableNotification(nullptr, &watch_); },
+       0,
+       Kind::kOther,
        {{Call::kFopen, {9}}, {Call::kStreamRead, {15}}, {Call::kAlloc, {1, 9, E_FAIL}}},
        [this] { FreeMem(watch_.notifyData), watch_.notifyData = nullptr; }},
   };
@@ -421,7 +483,7 @@ void NthFailureTest::Check(const Entry& entry, const Injection& injection, bool 
 // Fails the first, second, ... call until it is called no more; returns how many there were.
 uint32_t NthFailureTest::FailEach(const Entry& entry, const Injection& injection) {
   const std::string name = std::string(entry.name) + ": errno " + std::to_string(injection.error) +
-                           " of call " + std::to_string(static_cast<int>(injection.call)) + ", no. ";
+                           " from " + Title(injection.call) + " no. ";
   const auto loss = [&] {
     if (injection.error == ENODEV) engine_.LoseDevice();
   };
@@ -459,11 +521,6 @@ uint32_t NthFailureTest::FailEach(const Entry& entry, const Injection& injection
 
 TEST_F(NthFailureTest, every_call_of_libc_may_fail_once) {
   ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
-  static constexpr const char* kTitles[] = {
-#define ROBUSTNESS_CALL(name, title) title,
-      ROBUSTNESS_CALLS(ROBUSTNESS_CALL)
-#undef ROBUSTNESS_CALL
-  };
   std::vector<Entry> entries = EntryPoints();
   for (Entry& entry : CompatibilityLayer()) entries.push_back(std::move(entry));
   uint32_t total = 0;
@@ -477,7 +534,7 @@ TEST_F(NthFailureTest, every_call_of_libc_may_fail_once) {
     std::cout << entry.name << ':';
     for (const auto& [call, count] : counts) {
       if (count == 0) continue;
-      std::cout << "  " << kTitles[static_cast<size_t>(call)] << ' ' << count;
+      std::cout << "  " << Title(call) << ' ' << count;
       perCall[call] += count;
       total += count;
     }
@@ -486,11 +543,13 @@ TEST_F(NthFailureTest, every_call_of_libc_may_fail_once) {
       ASSERT_EQ(__lsan_do_recoverable_leak_check(), 0) << entry.name;
     }
   }
+  EXPECT_EQ(perCall.size(), std::size(kTitles)) << "a call was never reached";
   std::cout << "all:";
   for (const auto& [call, count] : perCall) {
-    std::cout << "  " << kTitles[static_cast<size_t>(call)] << ' ' << count;
+    std::cout << "  " << Title(call) << ' ' << count;
   }
-  std::cout << "\n" << total << " failures; leaks of memory are "
+  std::cout << "\n"
+            << total << " failures; leaks of memory are "
             << (__lsan_do_recoverable_leak_check != nullptr ? "" : "not ") << "looked for\n";
 }
 

@@ -120,8 +120,10 @@ int main(int argc, char** argv) {
   uint32_t lossesPerMillion = 1000;
   if (argc > 3 || (argc > 1 && (!NumberOf(argv[1], &exchanges) || exchanges < 1000)) ||
       (argc > 2 && !NumberOf(argv[2], &lossesPerMillion))) {
-    std::fprintf(stderr, "%s: a number of exchanges (1000 or more) and of losses in a million are "
-                 "expected\n", argv[0]);
+    std::fprintf(stderr,
+                 "%s: a number of exchanges (1000 or more) and of losses in a million are "
+                 "expected\n",
+                 argv[0]);
     return 2;
   }
   Soak soak;
