@@ -23,6 +23,7 @@ struct Invocation {
 // Each adds a command to `app`; `invocation` must outlive it.
 void DefineRun(CLI::App* app, Invocation* invocation);
 void DefineCheck(CLI::App* app, Invocation* invocation);
+void DefineServe(CLI::App* app, Invocation* invocation);
 
 // --- What commands have in common. ---
 
@@ -33,7 +34,7 @@ void RequireProgram(const Invocation& invocation, const std::string& command);
 void AddInstructionOptions(CLI::App* command, Scenario* scenario);
 // --root
 void AddRootOption(CLI::App* command, std::string* root);
-// --quiet, --transcript, --trace and --report
+// --quiet, --transcript, --connection-numbers, --trace and --report
 void AddObservationOptions(CLI::App* command, ObservationOptions* options);
 
 }  // namespace zulisim

@@ -73,6 +73,9 @@ void AddObservationOptions(CLI::App* command, ObservationOptions* options) {
       ->add_option("--transcript", options->transcriptFile, "Write the transcript to FILE as well")
       ->type_name("FILE");
   command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
+  command->add_flag("--connection-numbers", options->connectionNumbers,
+                    "In the transcript, name an open file by the engine's number (#1) instead of "
+                    "the program's descriptor, which only the preload library knows");
 }
 
 }  // namespace zulisim

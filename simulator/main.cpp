@@ -19,6 +19,7 @@ int Main(int argc, char** argv) {
   app.require_subcommand(1);
   zulisim::Invocation invocation;
   zulisim::DefineRun(&app, &invocation);
+  zulisim::DefineServe(&app, &invocation);
   zulisim::DefineCheck(&app, &invocation);
   // All behind the first "--" is the program's, whatever it looks like.
   std::vector<std::string> arguments(argv + 1, argv + argc);

@@ -22,13 +22,15 @@ bool WantsColour() {
 
 class FileTranscript : public OperationObserver {
  public:
-  explicit FileTranscript(const std::string& path) : file_("transcript", path) {}
+  FileTranscript(const std::string& path, TranscriptStyle style)
+      : file_("transcript", path), style_(style) {}
   void OnOperation(const OperationRecord& record) override {
-    file_.Write(TranscriptLine(record) + "\n");
+    file_.Write(TranscriptLine(record, style_) + "\n");
   }
 
  private:
   OutputFile file_;
+  const TranscriptStyle style_;
 };
 
 }  // namespace
@@ -38,10 +40,12 @@ Observation::Observation(const ObservationOptions& options, const std::vector<st
     : device_(device) {
   (void)program;
   if (!options.quiet) {
-    Add(std::make_unique<Transcript>(&std::cerr, TranscriptStyle{WantsColour(), false}));
+    const TranscriptStyle style{WantsColour(), options.connectionNumbers};
+    Add(std::make_unique<Transcript>(&std::cerr, style));
   }
   if (!options.transcriptFile.empty()) {
-    Add(std::make_unique<FileTranscript>(options.transcriptFile));
+    Add(std::make_unique<FileTranscript>(options.transcriptFile,
+                                         TranscriptStyle{false, options.connectionNumbers}));
   }
   for (const auto& observer : observers_) device_->AddObserver(observer.get());
 }

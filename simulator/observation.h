@@ -11,9 +11,10 @@ namespace zulisim {
 // What a run writes down. A file that is not named is not written.
 struct ObservationOptions {
   std::string transcriptFile;
-  std::string traceFile;   // Chrome trace events
-  std::string reportFile;  // one HTML page
-  bool quiet = false;      // no transcript on standard error
+  std::string traceFile;           // Chrome trace events
+  std::string reportFile;          // one HTML page
+  bool quiet = false;              // no transcript on standard error
+  bool connectionNumbers = false;  // TranscriptStyle::connectionNumbers
 };
 
 // Observes a device until the end of its life, which completes the files. The device must outlive

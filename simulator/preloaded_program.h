@@ -4,21 +4,19 @@
 #include <vector>
 
 #include "simulator/child_process.h"
-#include "simulator/device.h"
 #include "simulator/run_folder.h"
+#include "simulator/served_program.h"
 
 namespace zulisim {
 
-// A program that is to be served a device through the preload library. Make it before the first
-// thread.
-class PreloadedProgram {
+// A dynamically linked program that is served through the preload library.
+class PreloadedProgram : public ServedProgram {
  public:
   // `arguments` begin with the program's name; an empty `root` stands for a temporary folder.
   // Throws ProgramError, or std::exception for what stands in the way of a start.
   PreloadedProgram(std::vector<std::string> arguments, const std::string& root);
 
-  // Runs the program to its end and returns what RunChild returns.
-  int Run(Device& device);
+  int Run(Device& device) override;
 
  private:
   const std::vector<std::string> arguments_;

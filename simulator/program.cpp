@@ -92,7 +92,7 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
   if (linker.empty()) {
     throw ProgramError(kCannotRun, "'" + path +
                                        "' is statically linked: a preloaded library cannot serve "
-                                       "it. Link it dynamically");
+                                       "it. Link it dynamically, or use --device fuse");
   }
   const std::string own = OwnDynamicLinker();
   if (!own.empty() && FileName(linker) != FileName(own)) {

@@ -1,17 +1,26 @@
 #include <memory>
 
 #include "simulator/commands.h"
+#include "simulator/kernel_modes.h"
+#include "simulator/kernel_program.h"
 #include "simulator/preloaded_program.h"
 
 namespace zulisim {
 namespace {
 
 constexpr const char* kRunDescription =
-    "Starts any unmodified, dynamically linked program with a \"/dev/zuli\" that the software "
-    "engine serves, and prints a line for each of its device operations.";
+    "Starts any unmodified program with a \"/dev/zuli\" that the software engine serves, and "
+    "prints "
+    "a line for each of its device operations.";
 
 constexpr const char* kRunFooter = R"(
 Usage in full: zulisim run [OPTIONS] -- PROGRAM [ARGUMENTS...]
+
+--device preload serves a dynamically linked program. --device fuse serves any program, in a
+mount namespace of its own (and without root in a user namespace): there, "/dev/zuli" is a
+file that the kernel's FUSE serves, and "/data" and "/etc/vrel_registry.txt" are those of
+--root. Nobody else sees them, and they end with it. 'zulisim serve --help' tells what the
+kernel does differently.
 
 WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
 third and all after it. OPERATION is open, ioctl, read, write or close; CLIENT is KALO,
@@ -20,24 +29,44 @@ FENU or SAB. Without --reply a client echoes the request with status 0.
 Examples:
   zulisim run -- ./driver
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT -- ./driver
+  zulisim run --device fuse -- ./static_driver
   zulisim run --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff' \
               --fault 'write:3-=EIO' -- ./driver --verbose
 
 Exit status: the program's; 128 and the signal's number when a signal ended it; 125 when
 zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
 
+constexpr const char* kPreload = "preload";
+constexpr const char* kFuse = "fuse";
+
 struct RunOptions {
+  std::string device = kPreload;
   std::string root;
   ObservationOptions observation;
   Scenario scenario;
 };
 
+std::unique_ptr<ServedProgram> Served(const RunOptions& options,
+                                      const std::vector<std::string>& arguments) {
+  if (options.device == kPreload) {
+    return std::make_unique<PreloadedProgram>(arguments, options.root);
+  }
+  CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
+  return std::make_unique<KernelProgram>(arguments, options.root);
+}
+
+void AddDeviceOption(CLI::App* command, std::string* device) {
+  command->add_option("--device", *device, "How the program reaches the device (default: preload)")
+      ->type_name("preload|fuse")
+      ->check(CLI::IsMember({kPreload, kFuse}).description(""));
+}
+
 int Run(const RunOptions& options, const std::vector<std::string>& arguments) {
-  PreloadedProgram program(arguments, options.root);
+  const auto program = Served(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   const Observation observation(options.observation, arguments, &engine);
-  return program.Run(engine);
+  return program->Run(engine);
 }
 
 }  // namespace
@@ -46,6 +75,7 @@ void DefineRun(CLI::App* app, Invocation* invocation) {
   CLI::App* command = app->add_subcommand("run", kRunDescription);
   command->footer(kRunFooter);
   const auto options = std::make_shared<RunOptions>();
+  AddDeviceOption(command, &options->device);
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
   AddInstructionOptions(command, &options->scenario);

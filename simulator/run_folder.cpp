@@ -26,11 +26,7 @@ TemporaryFolder::TemporaryFolder() : path_(Parent() + "/zulisim.XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(), "the temporary folder " + path_);
   }
-}
-
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  std::filesystem::remove_all(path_, ignored);
+  cleaner_.RemoveFolder(path_);
 }
 
 std::string PrepareRoot(const std::string& root) {

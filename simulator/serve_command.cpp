@@ -1,0 +1,140 @@
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+
+#include "simulator/child_process.h"
+#include "simulator/cleaner.h"
+#include "simulator/commands.h"
+#include "simulator/engine.h"
+#include "simulator/kernel_modes.h"
+#include "simulator/kernel_server.h"
+
+namespace zulisim {
+namespace {
+
+using Kind = KernelServer::Kind;
+
+constexpr const char* kNode = "/dev/zuli";
+
+constexpr const char* kServeFooter = R"(
+--cuse makes a true character device "/dev/zuli"; it needs root and the kernel's module cuse.
+--fuse mounts a file, by default "/dev/zuli"; it needs the module fuse, and without root the
+package fuse3 and a file in a folder of your own. A file that is not there is made, and
+removed at the end. With root, all users may open the device.
+
+Programs see the same results as under 'zulisim run', but for what the kernel decides itself:
+  - It refuses bad addresses and moves 0 bytes without asking the engine, which does not count
+    them, and it does not tell a program how a close of the device went.
+  - It joins the pieces of readv and writev to one message.
+  - Messages have at most 1044480 bytes with --fuse, 126976 with --cuse; a longer transfer
+    shows in the transcript with what the kernel carries at once. Of a write that was split
+    all the same, the rest is refused with EIO and a warning, and the program gets a short
+    count.
+  - With --fuse one write is under way at a time, O_APPEND is refused (EINVAL), and fstat shows
+    a regular file.
+When the engine ends, a program's calls fail with ENOTCONN or ECONNABORTED (FUSE), or with
+ENODEV and ENOENT (CUSE) for an open.
+
+Examples:
+  zulisim serve --cuse
+  zulisim serve --fuse /tmp/zuli --lose read:2
+
+Exit status: 0 after SIGINT, SIGTERM or SIGHUP; 125 when the device cannot be served, or
+cannot be served any longer.)";
+
+struct ServeOptions {
+  bool characterDevice = false;
+  std::string file = kNode;
+  ObservationOptions observation;
+  Scenario scenario;
+};
+
+void PrepareFile(const std::string& path, Cleaner* cleaner) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0) {
+    if (S_ISREG(status.st_mode)) return;
+    const std::string hint = S_ISDIR(status.st_mode)
+                                 ? "name a file in it, such as '" + path + "/zuli'"
+                                 : "name a file of your own";
+    throw std::runtime_error("'" + path + "' is no regular file to mount on; " + hint);
+  }
+  if (errno == ENOTCONN) {
+    throw std::runtime_error("'" + path + "' is the mount of a server that has ended: 'umount " +
+                             path + "' removes it");
+  }
+  cleaner->RemoveFile(path);
+  if (!std::ofstream(path, std::ios::app)) {
+    throw std::runtime_error("the file '" + path + "' to mount on cannot be made: " +
+                             std::strerror(errno) + "; name another: --fuse FILE");
+  }
+}
+
+void PrepareNode() {
+  if (access(kNode, F_OK) != 0) return;
+  throw std::runtime_error(std::string("there is a '") + kNode +
+                           "' already: end what serves it, or serve a file: --fuse FILE");
+}
+
+// Returns at a signal that asks for the end, or when the service has ended without one.
+void WaitForEnd(KernelServer& server) {
+  sigset_t ends;
+  sigemptyset(&ends);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&ends, number);
+  const struct timespec interval { 0, 200'000'000 };
+  while (server.Serving()) {
+    if (sigtimedwait(&ends, nullptr, &interval) > 0) return server.Settle();
+  }
+  throw std::runtime_error("the kernel has ended the service: was it unmounted?");
+}
+
+int Serve(const ServeOptions& options) {
+  const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
+  const std::string path =
+      options.characterDevice ? kNode : std::filesystem::absolute(options.file).string();
+  CheckKernelCarries(options.scenario, kind);
+  CheckKernelServes(kind);
+  const ChildSignals signals;
+  Cleaner cleaner;
+  if (options.characterDevice) {
+    PrepareNode();
+  } else {
+    PrepareFile(path, &cleaner);
+    cleaner.Unmount(path);
+  }
+  Engine engine({options.scenario.clients, false});
+  Apply(options.scenario, &engine);
+  const Observation observation(options.observation, {"zulisim", "serve", path}, &engine);
+  KernelServer server(engine, kind, path, geteuid() == 0);
+  std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
+  WaitForEnd(server);
+  return 0;
+}
+
+}  // namespace
+
+void DefineServe(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand(
+      "serve",
+      "Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or SIGTERM.");
+  command->footer(kServeFooter);
+  const auto options = std::make_shared<ServeOptions>();
+  CLI::Option_group* mode = command->add_option_group("Mode");
+  mode->add_flag("--cuse", options->characterDevice, "A character device, \"/dev/zuli\"");
+  mode->add_option("--fuse", options->file, "A file; without a name, \"/dev/zuli\"")
+      ->type_name("[FILE]")
+      ->expected(0, 1);
+  mode->require_option(1);
+  AddObservationOptions(command, &options->observation);
+  AddInstructionOptions(command, &options->scenario);
+  command->callback([=] { invocation->run = [=] { return Serve(*options); }; });
+}
+
+}  // namespace zulisim
