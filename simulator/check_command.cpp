@@ -2,7 +2,9 @@
 #include <memory>
 
 #include "simulator/commands.h"
+#include "simulator/recording.h"
 #include "simulator/scenario_file.h"
+#include "simulator/text_file.h"
 
 namespace zulisim {
 namespace {
@@ -20,20 +22,37 @@ std::string Counted(std::size_t count, const std::string& noun, const std::strin
   return std::to_string(count) + " " + (count == 1 ? noun : plural);
 }
 
-bool IsGood(const std::string& path) {
-  Scenario scenario;
-  try {
-    const auto diagnostics = ReadScenarioFile(path, &scenario);
-    for (const Diagnostic& each : diagnostics) std::cerr << DiagnosticText(path, each) << "\n";
-    if (!diagnostics.empty()) return false;
-  } catch (const std::runtime_error& error) {
-    std::cerr << "zulisim: " << error.what() << "\n";
-    return false;
-  }
+void DescribeRecording(const std::string& path, const Recording& recording) {
+  std::cout << path << ": a recording of "
+            << Counted(recording.operations.size(), "operation", "operations");
+  if (recording.cut) std::cout << ", cut behind the last of them";
+  std::cout << "\n";
+}
+
+void DescribeScenario(const std::string& path, const Scenario& scenario) {
   std::cout << path << ": a scenario of " << Counted(scenario.clients.size(), "client", "clients")
             << ", " << Counted(scenario.replies.size(), "reply", "replies") << " and "
             << Counted(scenario.faults.size(), "fault", "faults") << "\n";
-  return true;
+}
+
+bool IsGood(const std::string& path) {
+  try {
+    const std::string text = ReadFile(path, kMaxTextFile);
+    if (IsRecording(text)) {
+      DescribeRecording(path, ParseRecording(text));
+      return true;
+    }
+    Scenario scenario;
+    const auto diagnostics = ReadScenarioFile(path, &scenario);
+    for (const Diagnostic& each : diagnostics) std::cerr << DiagnosticText(path, each) << "\n";
+    if (diagnostics.empty()) DescribeScenario(path, scenario);
+    return diagnostics.empty();
+  } catch (const RecordingError& error) {
+    std::cerr << DiagnosticText(path, error.diagnostic()) << "\n";
+  } catch (const std::runtime_error& error) {
+    std::cerr << "zulisim: " << error.what() << "\n";
+  }
+  return false;
 }
 
 int Check(const std::vector<std::string>& paths) {
@@ -45,10 +64,10 @@ int Check(const std::vector<std::string>& paths) {
 }  // namespace
 
 void DefineCheck(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("check", "Validates scenario files.");
+  CLI::App* command = app->add_subcommand("check", "Validates scenarios and recordings.");
   command->footer(kCheckFooter);
   const auto paths = std::make_shared<std::vector<std::string>>();
-  command->add_option("FILE", *paths, "Scenario files")->required();
+  command->add_option("FILE", *paths, "Scenarios and recordings")->required();
   command->callback([=] { invocation->run = [=] { return Check(*paths); }; });
 }
 

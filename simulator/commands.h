@@ -23,6 +23,8 @@ struct Invocation {
 // Each adds a command to `app`; `invocation` must outlive it.
 void DefineRun(CLI::App* app, Invocation* invocation);
 void DefineCheck(CLI::App* app, Invocation* invocation);
+void DefineRecord(CLI::App* app, Invocation* invocation);
+void DefineReplay(CLI::App* app, Invocation* invocation);
 void DefineServe(CLI::App* app, Invocation* invocation);
 
 // --- What commands have in common. ---
@@ -32,6 +34,8 @@ void RequireProgram(const Invocation& invocation, const std::string& command);
 
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
 void AddInstructionOptions(CLI::App* command, Scenario* scenario);
+// True when the command line had one of them.
+bool HasInstructions(const CLI::App& command);
 // --root
 void AddRootOption(CLI::App* command, std::string* root);
 // --quiet, --transcript, --connection-numbers, --trace and --report

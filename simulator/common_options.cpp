@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "simulator/commands.h"
@@ -58,6 +59,12 @@ void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
   AddInstruction(
       command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
       "A device that is lost at an operation, for so many opens after it", AddLossOption);
+}
+
+bool HasInstructions(const CLI::App& command) {
+  const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
+  return std::any_of(std::begin(names), std::end(names),
+                     [&command](const char* name) { return command.count(name) > 0; });
 }
 
 void AddRootOption(CLI::App* command, std::string* root) {

@@ -21,6 +21,8 @@ int Main(int argc, char** argv) {
   zulisim::DefineRun(&app, &invocation);
   zulisim::DefineServe(&app, &invocation);
   zulisim::DefineCheck(&app, &invocation);
+  zulisim::DefineRecord(&app, &invocation);
+  zulisim::DefineReplay(&app, &invocation);
   // All behind the first "--" is the program's, whatever it looks like.
   std::vector<std::string> arguments(argv + 1, argv + argc);
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");

@@ -25,27 +25,6 @@ constexpr std::int64_t kMinStatus = std::numeric_limits<std::int32_t>::min();
 // Far apart, so that faults of one file do not strike together.
 constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 
-Guid ParseGuid(const std::string& text) {
-  std::string digits = text;
-  for (const char mark : {'{', '}', '-'}) {
-    digits.erase(std::remove(digits.begin(), digits.end(), mark), digits.end());
-  }
-  const std::string expected =
-      Quoted(text) + " is no GUID; '{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}' is the form";
-  Bytes bytes;
-  try {
-    bytes = ParseHex(digits, "a GUID");
-  } catch (const std::invalid_argument&) {
-    throw std::invalid_argument(expected);
-  }
-  Guid guid;
-  if (bytes.size() != guid.size()) throw std::invalid_argument(expected);
-  // As it lies in memory: the first three fields begin with their lowest byte.
-  constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
-  for (std::size_t i = 0; i < guid.size(); ++i) guid[i] = bytes[kOrder[i]];
-  return guid;
-}
-
 class Reader {
  public:
   Reader(std::string folder, Scenario* scenario, std::vector<Diagnostic>* diagnostics)

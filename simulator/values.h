@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "simulator/client.h"
 #include "simulator/operation.h"
 
 namespace zulisim {
@@ -22,6 +23,8 @@ int ParseErrno(const std::string& text);
 Operation ParseOperation(const std::string& text);
 // Digits in pairs, at least one; blanks and line ends between the pairs do not count.
 Bytes ParseHex(const std::string& text, const std::string& what);
+// "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}", with or without its marks.
+Guid ParseGuid(const std::string& text);
 // A number with "us", "ms" or "s" behind it, as in "1.5ms"; at most a minute.
 std::chrono::microseconds ParseDuration(const std::string& text);
 

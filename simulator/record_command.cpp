@@ -1,0 +1,92 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "simulator/commands.h"
+#include "simulator/output_file.h"
+#include "simulator/passthrough_device.h"
+#include "simulator/preloaded_program.h"
+#include "simulator/recorder.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kRecordDescription =
+    "Starts a program like 'run', passes its device operations on to a real device or to the "
+    "software engine, and writes each of them with its bytes and timing into a text file, which "
+    "'zulisim replay' plays back.";
+
+constexpr const char* kRecordFooter = R"(
+Usage in full: zulisim record [OPTIONS] -o FILE -- PROGRAM [ARGUMENTS...]
+
+Examples:
+  zulisim record -o field.zul -- ./driver                      from the kernel's /dev/zuli
+  zulisim record -o loss.zul --scenario loss.toml -- ./driver  from the software engine
+
+Exit status: as with 'zulisim run'.)";
+
+struct RecordOptions {
+  std::string file;
+  std::string device = "/dev/zuli";
+  bool engine = false;
+  std::string root;
+  ObservationOptions observation;
+  Scenario scenario;
+};
+
+std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
+  const Scenario& scenario = options.scenario;
+  if (options.engine) {
+    auto engine = std::make_unique<Engine>(EngineOptions{scenario.clients, false});
+    Apply(scenario, engine.get());
+    return engine;
+  }
+  if (access(options.device.c_str(), F_OK) != 0) {
+    throw std::runtime_error("the device '" + options.device +
+                             "' cannot be recorded: " + std::strerror(errno) +
+                             "; --engine or a scenario records the software engine");
+  }
+  return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
+}
+
+int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
+  PreloadedProgram program(arguments, options.root);
+  const std::unique_ptr<Device> device = MakeDevice(options);
+  OutputFile file("recording", options.file);
+  Recorder recorder(
+      device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
+      options.scenario.clients);
+  const Observation observation(options.observation, arguments, &recorder);
+  return program.Run(recorder);
+}
+
+}  // namespace
+
+void DefineRecord(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand("record", kRecordDescription);
+  command->footer(kRecordFooter);
+  const auto options = std::make_shared<RecordOptions>();
+  command->add_option("-o,--output", options->file, "The recording")->type_name("FILE")->required();
+  command
+      ->add_option("--from", options->device,
+                   "The device to record; without it and without --engine, \"/dev/zuli\"")
+      ->type_name("PATH");
+  command->add_flag("--engine", options->engine,
+                    "Record the software engine; implied by each of the options below");
+  AddRootOption(command, &options->root);
+  AddObservationOptions(command, &options->observation);
+  AddInstructionOptions(command, &options->scenario);
+  command->callback([=] {
+    RequireProgram(*invocation, "record");
+    options->engine = options->engine || HasInstructions(*command);
+    if (options->engine && command->count("--from") > 0) {
+      throw CLI::ValidationError("--from", "a device takes no instructions and is not the engine");
+    }
+    invocation->run = [=] { return Record(*options, invocation->program); };
+  });
+}
+
+}  // namespace zulisim
