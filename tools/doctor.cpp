@@ -17,7 +17,10 @@
 #include "tools/number.h"
 #include "tools/registry_file.h"
 #include "tools/status_text.h"
+#include "transport/client_session.h"
+#include "transport/cp_drem_session.h"
 #include "transport/kalo_status.h"
+#include "transport/zuli_device.h"
 
 namespace kaloctl {
 
@@ -64,11 +67,22 @@ class Examination {
     log_.Take();
     const DriverSession session(client, Generation::kVersion3);
     if (session.status() != KALO_DLL_STATUS_SUCCESS) return Failure(session.status());
-    const ZuliConnectRecord::Properties properties = session.Properties();
-    return {Finding::kOk,
-            "version " + std::to_string(properties.protocolVersion) + ", maximum " +
-                std::to_string(properties.maxMessageLength) + " bytes",
-            ""};
+    return Connected(session.Properties());
+  }
+
+  // No entry point reaches this client, so that its connection is made directly. A carried libc++
+  // lets its exceptions be caught by this only.
+  Finding ConnectsSab() {
+    if (openError_ != 0) return {Finding::kNotMade, "the device does not open", ""};
+    log_.Take();
+    ClientSession session;
+    try {
+      session.ConnectClient(&ClientSession::SAB_CLIENT_GUID);
+    } catch (...) {
+      return {Finding::kFailed, CauseIn(log_.Take()),
+              "drivers do without it: look whether the firmware holds the client, or --skip sab"};
+    }
+    return Connected(session.dremSessions.front()->connectRecord->out);
   }
 
   Finding RoundTrip() {
@@ -114,6 +128,13 @@ class Examination {
   }
 
  private:
+  static Finding Connected(const ZuliConnectRecord::Properties& properties) {
+    return {Finding::kOk,
+            "version " + std::to_string(properties.protocolVersion) + ", maximum " +
+                std::to_string(properties.maxMessageLength) + " bytes",
+            ""};
+  }
+
   Finding Failure(uint32_t status) {
     const std::string_view text = LastErrorRecord().text;
     const std::string cause = CauseIn(log_.Take());
@@ -136,6 +157,7 @@ constexpr Check kChecks[] = {
     {"permissions", [](Examination& examination) { return examination.Permissions(); }},
     {"kalo", [](Examination& examination) { return examination.Connects(Client::kKalo); }},
     {"fenu", [](Examination& examination) { return examination.Connects(Client::kFenu); }},
+    {"sab", [](Examination& examination) { return examination.ConnectsSab(); }},
     {"round-trip", [](Examination& examination) { return examination.RoundTrip(); }},
     {"log", [](Examination& examination) { return examination.LogFile(); }},
     {"registry", [](Examination& examination) { return examination.Registry(); }},
