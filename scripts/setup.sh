@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|all]...      (default: build)
 #
 # Without root the packages are only checked for, and the missing ones are named.
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev)
+build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev
+       libfuse3-dev)
 test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
 bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
 fuzz=(clang-14 libclang-rt-14-dev)
 abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
+fuse=(fuse3)
+vm=(qemu-system-x86 busybox-static cpio)
 
 wanted=()
 for group in "${@:-build}"; do
@@ -20,8 +23,12 @@ for group in "${@:-build}"; do
     bench) wanted+=("${build[@]}" "${bench[@]}") ;;
     fuzz) wanted+=("${build[@]}" "${fuzz[@]}") ;;
     abi) wanted+=("${build[@]}" "${abi[@]}") ;;
-    all) wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}") ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi or all is expected" >&2; exit 2 ;;
+    fuse) wanted+=("${build[@]}" "${fuse[@]}") ;;
+    vm) wanted+=("${build[@]}" "${vm[@]}") ;;
+    all)
+      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}")
+      ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm or all is expected" >&2; exit 2 ;;
   esac
 done
 

@@ -2,11 +2,8 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdint>
-#include <future>
 #include <memory>
 #include <mutex>
-#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -17,6 +14,8 @@ struct fuse_buf;
 struct fuse_session;
 
 namespace zulisim {
+
+class KernelOperations;
 
 // Serves a device to all processes through the kernel itself, statically linked ones included. The
 // bytes that the kernel has not accepted from a program (a bad address, a transfer of 0 bytes)
@@ -46,8 +45,6 @@ class KernelServer {
   void Settle();
 
  private:
-  friend struct KernelOperations;
-
   void Mount(bool everyUser);
   void MakeNode();
   void StartWorker();
@@ -55,21 +52,16 @@ class KernelServer {
   bool Receive(struct fuse_buf* buffer);
   void Stop();
 
-  Device& device_;
   const Kind kind_;
   const std::string path_;
+  const std::unique_ptr<KernelOperations> operations_;
   struct fuse_session* session_ = nullptr;
   int stop_ = -1;
-  std::promise<bool> ready_;  // true when the kernel has agreed to serve
-  std::once_flag decided_;
 
-  std::mutex turn_;  // held by who receives; one request follows another, but for writes
+  std::mutex turn_;  // held by who receives
   std::vector<std::thread> workers_;
   std::atomic<int> idle_{0};
   std::atomic<bool> serving_{true};
-
-  std::mutex mutex_;  // guards what follows
-  std::set<std::uint64_t> open_;
 };
 
 }  // namespace zulisim

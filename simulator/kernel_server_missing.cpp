@@ -6,8 +6,10 @@
 
 namespace zulisim {
 
-KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, bool)
-    : device_(device), kind_(kind), path_(path) {
+class KernelOperations {};
+
+KernelServer::KernelServer(Device&, Kind kind, const std::string& path, bool)
+    : kind_(kind), path_(path) {
   throw std::runtime_error("this zulisim was built without libfuse3 and cannot serve '" + path +
                            "' through the kernel: install libfuse3-dev and build again. "
                            "'zulisim run --device preload' serves dynamically linked programs");
@@ -15,6 +17,6 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
 
 KernelServer::~KernelServer() = default;
 
-void KernelServer::Settle() {}
+void KernelServer::Settle() { static_cast<void>(kind_); }
 
 }  // namespace zulisim

@@ -38,7 +38,8 @@ Programs see the same results as under 'zulisim run', but for what the kernel de
     shows in the transcript with what the kernel carries at once. Of a write that was split
     all the same, the rest is refused with EIO and a warning, and the program gets a short
     count.
-  - With --fuse one write is under way at a time, O_APPEND is refused (EINVAL), and fstat shows
+  - A program that is killed while a read waits for a late reply ends when the reply comes.
+  - With --fuse, O_APPEND is refused (EINVAL), and fstat shows
     a regular file.
 When the engine ends, a program's calls fail with ENOTCONN or ECONNABORTED (FUSE), or with
 ENODEV and ENOENT (CUSE) for an open.

@@ -1,0 +1,33 @@
+#!/bin/sh
+# Exchanges on "/dev/zuli", bare and through the library. The same on every attachment, fault by
+# fault, when the engine runs with the options of exchange_suite.options.
+#
+#   exchange_suite.sh DEVICE_PROGRAM KALOCTL
+steps=$1
+kaloctl=$2
+
+"$steps" open connect write:64 read:4096 read:16 read:16 write:5000 write:24 close
+"$steps" open write:20 read:20 close
+"$steps" open connect connect connect write:24 read:24 close
+
+masked() { "$kaloctl" "$@" 2>&1 | sed 's/^\( *handle *\)0x.*/\1.../'; }
+masked probe
+masked send --command 0x10
+masked send --command 0x30 --body --data '01 02 03'
+masked run --no-log - <<'END'
+KaloInit3 a
+StartIoEx3 a 4 64 private     # the device is lost in the read
+FenuInit3 f
+StartIo3 f 0x30001 100        # and in the write, and does not come back at once
+FenuCleanup3 f
+FenuInit3 f
+StartIo3 f 0x30001 600        # longer than the client takes
+StartIo3 f 0x30001 100
+StartIoEx3 a 0x10 64 private
+StartIoEx3 a 0x40 32          # no answer
+StartIoEx3 a 6 32
+StartIoEx3 a 4 48             # lost five times
+StartIoEx3 a 5 48
+FenuCleanup3 f
+KaloCleanup3 a
+END
