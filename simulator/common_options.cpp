@@ -79,6 +79,14 @@ void AddObservationOptions(CLI::App* command, ObservationOptions* options) {
   command
       ->add_option("--transcript", options->transcriptFile, "Write the transcript to FILE as well")
       ->type_name("FILE");
+  command
+      ->add_option("--trace", options->traceFile,
+                   "Write Chrome trace events to FILE, for the Perfetto viewer")
+      ->type_name("FILE");
+  command
+      ->add_option("--report", options->reportFile,
+                   "Write a sequence diagram to FILE, an HTML page that needs nothing else")
+      ->type_name("FILE");
   command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
   command->add_flag("--connection-numbers", options->connectionNumbers,
                     "In the transcript, name an open file by the engine's number (#1) instead of "

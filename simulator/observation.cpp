@@ -4,10 +4,13 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <functional>
 #include <iostream>
 #include <utility>
 
 #include "simulator/output_file.h"
+#include "simulator/report_writer.h"
+#include "simulator/trace_writer.h"
 #include "simulator/transcript.h"
 
 namespace zulisim {
@@ -33,12 +36,22 @@ class FileTranscript : public OperationObserver {
   const TranscriptStyle style_;
 };
 
+std::function<void(const std::string&)> FileSink(const char* what, const std::string& path) {
+  const auto file = std::make_shared<OutputFile>(what, path);
+  return [file](const std::string& text) { file->Write(text); };
+}
+
+std::string Joined(const std::vector<std::string>& words) {
+  std::string text;
+  for (const std::string& word : words) text += (text.empty() ? "" : " ") + word;
+  return text;
+}
+
 }  // namespace
 
 Observation::Observation(const ObservationOptions& options, const std::vector<std::string>& program,
                          Device* device)
     : device_(device) {
-  (void)program;
   if (!options.quiet) {
     const TranscriptStyle style{WantsColour(), options.connectionNumbers};
     Add(std::make_unique<Transcript>(&std::cerr, style));
@@ -46,6 +59,12 @@ Observation::Observation(const ObservationOptions& options, const std::vector<st
   if (!options.transcriptFile.empty()) {
     Add(std::make_unique<FileTranscript>(options.transcriptFile,
                                          TranscriptStyle{false, options.connectionNumbers}));
+  }
+  if (!options.traceFile.empty()) {
+    Add(std::make_unique<TraceWriter>(FileSink("trace", options.traceFile), Joined(program)));
+  }
+  if (!options.reportFile.empty()) {
+    Add(std::make_unique<ReportWriter>(FileSink("report", options.reportFile), Joined(program)));
   }
   for (const auto& observer : observers_) device_->AddObserver(observer.get());
 }

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "simulator/operation.h"
+#include "simulator/story.h"
+
+namespace zulisim {
+
+struct Report {
+  std::string name;
+  std::uint64_t total = 0;  // operations of the run; those beyond `operations` are only counted
+  std::vector<OperationRecord> operations;
+  std::vector<StoryStep> steps;
+};
+
+// The page in HTML. It refers to nothing outside of itself.
+std::string ReportPage(const Report& report);
+
+// --- Its parts. ---
+
+std::string ReportSummary(const Report& report);  // figures, timeline, connections, events
+std::string ReportDiagram(const Report& report);  // the steps; long ordinary runs are folded
+std::string ReportMilliseconds(const Report& report, std::chrono::nanoseconds at);
+
+}  // namespace zulisim
