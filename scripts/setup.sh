@@ -46,5 +46,13 @@ else
 fi
 echo "Installing: ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
-"${as_root[@]}" apt-get update -qq >&2
-"${as_root[@]}" apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
+log=$(mktemp)
+trap 'rm -f "$log"' EXIT
+for step in "update" "install -y --no-install-recommends ${missing[*]}"; do
+  # shellcheck disable=SC2086  # words are meant
+  "${as_root[@]}" apt-get -q $step >"$log" 2>&1 || {
+    cat "$log" >&2
+    echo "setup.sh: apt-get $step has failed" >&2
+    exit 1
+  }
+done
