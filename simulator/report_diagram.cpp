@@ -16,13 +16,12 @@ constexpr std::size_t kLongRun = 32;
 constexpr std::size_t kShownOfRun = 12;
 constexpr std::size_t kPiece = 400;
 
-constexpr std::size_t kMostBytes = 1024;
-
-std::string Dump(const Bytes& bytes) {
+// `size` is that of the whole message.
+std::string Dump(const Bytes& bytes, std::size_t size) {
   std::string text;
   std::string before;
   bool repeats = false;
-  const std::size_t end = std::min(bytes.size(), kMostBytes);
+  const std::size_t end = bytes.size();
   for (std::size_t at = 0; at < end; at += kHexLineSize) {
     const HexLine line = HexLineAt(bytes, at);
     if (line.digits == before && at + kHexLineSize < end) {
@@ -36,7 +35,7 @@ std::string Dump(const Bytes& bytes) {
     digits.resize(35, ' ');
     text += HexOffset(at) + "  " + digits + "  " + line.characters + "\n";
   }
-  if (bytes.size() > end) text += "... and " + std::to_string(bytes.size() - end) + " more bytes\n";
+  if (size > end) text += "... and " + std::to_string(size - end) + " more bytes\n";
   return text;
 }
 
@@ -46,12 +45,12 @@ std::string Arrow(const StoryStep& step) {
   if (step.inferred) kind += " g";
   if (step.kind == Kind::kToDriver) kind += " l";
   if (step.kind == Kind::kFromEngine) kind += " l in";
-  const bool failed = step.remarkable && step.label.find(": ") != std::string::npos;
-  if (failed) kind += " bad";
+  if (step.failed) kind += " bad";
+  if (step.negative) kind += " neg";
   const std::string label = HtmlText(step.label);
   std::string html = "<div class=\"" + kind + "\"><span>" + label + "</span></div>";
   if (!step.remark.empty()) {
-    html += "<span class=\"why" + std::string(failed ? "" : " w") + "\" title=\"" +
+    html += "<span class=\"why" + std::string(step.failed ? "" : " w") + "\" title=\"" +
             HtmlText(step.remark) + "\">" + HtmlText(step.remark) + "</span>";
   }
   return html;
@@ -59,21 +58,23 @@ std::string Arrow(const StoryStep& step) {
 
 std::string Row(const Report& report, std::size_t index) {
   const StoryStep& step = report.steps[index];
-  if (!step.operation) {
+  if (!step.isOperation) {
     return "<div class=\"r\" id=\"s" + std::to_string(index) +
            "\"><div class=\"t\"></div><div class=\"d\">" + Arrow(step) + "</div></div>\n";
   }
-  const OperationRecord& record = report.operations[*step.operation];
+  const OperationRecord& record = report.operations[step.at];
   std::string key = record.connection == 0 ? "" : "#" + std::to_string(record.connection);
   if (record.descriptor >= 0) key += " fd " + std::to_string(record.descriptor);
-  std::string html = "<details id=\"o" + std::to_string(*step.operation) +
+  std::string html = "<details id=\"o" + std::to_string(step.at) +
                      "\"><summary class=\"r\"><div class=\"t\"><b>" +
                      std::to_string(record.sequence) + "</b>" +
                      ReportMilliseconds(report, record.start) + "</div><div class=\"d\">" +
                      Arrow(step) + "<span class=\"k\">" + key + "</span></div></summary>";
   html += "<div class=\"bytes\">" + HtmlText(TranscriptLine(record)) + "<br/>took " +
           std::to_string((record.end - record.start).count() / 1000) + " \xc2\xb5s";
-  if (!record.bytes.empty()) html += "<pre>" + HtmlText(Dump(record.bytes)) + "</pre>";
+  if (!record.bytes.empty())
+    html +=
+        "<pre>" + HtmlText(Dump(record.bytes, static_cast<std::size_t>(record.result))) + "</pre>";
   return html + "</div></details>\n";
 }
 
@@ -91,8 +92,8 @@ std::string Title(const Report& report, std::size_t from, std::size_t to) {
   for (std::size_t i = from; i < to; ++i) {
     const StoryStep& step = report.steps[i];
     if (step.beginsCommand) ++commands[step.label.substr(0, step.label.find(','))];
-    if (!step.operation) continue;
-    last = &report.operations[*step.operation];
+    if (!step.isOperation) continue;
+    last = &report.operations[step.at];
     if (first == nullptr) first = last;
     negative += last->status && (*last->status & 0x80000000) != 0 ? 1 : 0;
   }

@@ -32,8 +32,11 @@ table{border-collapse:collapse;background:var(--card);border:1px solid var(--lin
 th,td{text-align:left;padding:3px 12px;border-bottom:1px solid var(--line)}
 th{color:var(--dim);font-weight:500}td.n{text-align:right}
 ol.events{margin:0;padding:0;list-style:none;columns:2 420px;column-gap:28px}
-ol.events li{break-inside:avoid;padding:2px 0;overflow-wrap:anywhere}
-ol.events .t{color:var(--dim);margin-right:8px;font-size:12px}
+ol.events li{break-inside:avoid;padding:2px 0;overflow-wrap:anywhere;display:grid;
+grid-template-columns:80px 1fr}
+ol.events .t{padding:0;font-size:12px;line-height:20px;text-align:right;margin-right:12px}
+ol.events i{font-style:normal;color:var(--dim)}
+ol.events .no{color:var(--bad)}
 a{color:var(--out);text-decoration:none}a:hover{text-decoration:underline}
 .legend{color:var(--dim);font-size:13px;max-width:80ch}
 .r,.lanes{display:grid;grid-template-columns:128px 1fr}
@@ -64,6 +67,7 @@ border-width:4.5px 0 4.5px 8px;border-left-color:currentcolor}
 .x.l::after{right:auto;left:0;border-width:4.5px 8px 4.5px 0;border-right-color:currentcolor}
 .x.g{left:10%;border-bottom-style:dashed;border-color:var(--guess);color:var(--guess)}
 .x.in{border-color:var(--in);color:var(--in)}
+.x.neg{border-color:var(--note);color:var(--note)}
 .x.bad{border-color:var(--bad);color:var(--bad)}.x.bad::after{border-left-color:var(--bad)}
 .x.l.bad::after{border-right-color:var(--bad);border-left-color:transparent}
 .why{position:absolute;left:10.6%;width:38.8%;bottom:4px;text-align:right;font-size:12px;

@@ -10,6 +10,9 @@
 
 namespace zulisim {
 
+// A report shows no more of a message, and `operations` hold no more.
+inline constexpr std::size_t kReportedBytes = 1024;
+
 struct Report {
   std::string name;
   std::uint64_t total = 0;  // operations of the run; those beyond `operations` are only counted

@@ -30,8 +30,10 @@ Figures Count(const Report& report) {
     figures.failures += record.error != 0 ? 1 : 0;
     figures.losses += record.error == ENODEV ? 1 : 0;
     if (record.error != 0) continue;
-    if (record.operation == Operation::kWrite) figures.sent += record.bytes.size();
-    if (record.operation == Operation::kRead) figures.received += record.bytes.size();
+    if (record.operation == Operation::kWrite)
+      figures.sent += static_cast<std::size_t>(record.result);
+    if (record.operation == Operation::kRead)
+      figures.received += static_cast<std::size_t>(record.result);
   }
   return figures;
 }
@@ -144,13 +146,12 @@ std::string Events(const Report& report) {
   for (std::size_t i = 0; i < report.steps.size(); ++i) {
     const StoryStep& step = report.steps[i];
     if (!step.remarkable || ++count > kMostEvents) continue;
-    const OperationRecord* record = step.operation ? &report.operations[*step.operation] : nullptr;
-    items += "<li><span class=\"t\">" +
-             (record != nullptr ? ReportMilliseconds(report, record->start) : "") +
-             "</span><a href=\"#" +
-             (record != nullptr ? "o" + std::to_string(*step.operation) : "s" + std::to_string(i)) +
-             "\">" + HtmlText(step.label) + "</a>" +
-             (step.remark.empty() ? "" : " " + HtmlText(step.remark)) + "</li>\n";
+    const std::string target =
+        step.isOperation ? "o" + std::to_string(step.at) : "s" + std::to_string(i);
+    items += "<li><span class=\"t\">" + ReportMilliseconds(report, report.operations[step.at].end) +
+             "</span><a" + (step.failed ? " class=\"no\"" : "") + " href=\"#" + target + "\">" +
+             HtmlText(step.label) +
+             (step.remark.empty() ? "" : " <i>" + HtmlText(step.remark) + "</i>") + "</a></li>\n";
   }
   if (count == 0) return "";
   if (count > kMostEvents) {

@@ -30,6 +30,9 @@ void ReportWriter::OnOperation(const OperationRecord& record) {
   std::vector<StoryStep> steps = story_.Tell(record, operations_.size());
   std::move(steps.begin(), steps.end(), std::back_inserter(steps_));
   operations_.push_back(record);
+  Bytes* bytes = &operations_.back().bytes;
+  if (bytes->size() > kReportedBytes)
+    *bytes = Bytes(bytes->begin(), bytes->begin() + kReportedBytes);
 }
 
 }  // namespace zulisim

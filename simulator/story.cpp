@@ -34,7 +34,8 @@ std::string Label(const OperationRecord& record) {
   if (record.payload == Payload::kReply) label = "reply";
   if (record.payload == Payload::kRequest) label = "request";
   if (record.commandId) label += " " + StoryHex(*record.commandId);
-  if (isTransfer) label += record.error == 0 ? ", " : " of up to ";
+  const bool asks = record.operation == Operation::kRead && record.error != 0;
+  if (isTransfer) label += asks ? " of up to " : ", ";
   if (isTransfer) {
     label += Size(record.error == 0 ? static_cast<std::size_t>(record.result) : record.length);
   }
@@ -62,8 +63,9 @@ std::vector<StoryStep> Story::Tell(const OperationRecord& record, std::size_t in
   if (found != commands_.end() && found->second.status && !readsPrivate) {
     TellDriver(record.client, "reply, status " + StoryHex(*found->second.status), false);
   }
-  TellOperation(record, index);
+  TellOperation(record);
   TellConsequence(record);
+  for (StoryStep& step : steps_) step.at = index;
   return std::move(steps_);
 }
 
@@ -71,7 +73,7 @@ void Story::TellDriver(const std::string& client, const std::string& label, bool
   StoryStep step;
   step.kind = Kind::kToDriver;
   step.inferred = true;
-  step.remarkable = failed;
+  step.remarkable = step.failed = failed;
   step.label = label;
   steps_.push_back(std::move(step));
   commands_.erase(client);
@@ -99,14 +101,16 @@ void Story::BeginCommand(const OperationRecord& record) {
   steps_.push_back(std::move(step));
 }
 
-void Story::TellOperation(const OperationRecord& record, std::size_t index) {
+void Story::TellOperation(const OperationRecord& record) {
   StoryStep step;
   const bool delivers = record.operation == Operation::kRead && record.error == 0;
   step.kind = delivers ? Kind::kFromEngine : Kind::kToEngine;
   step.label = Label(record);
   step.remark = record.why;
   step.remarkable = record.error != 0 || !record.why.empty();
-  step.operation = index;
+  step.isOperation = true;
+  step.failed = record.error != 0;
+  step.negative = record.status && IsNegative(*record.status);
   steps_.push_back(std::move(step));
 }
 

@@ -16,10 +16,13 @@ struct StoryStep {
   Kind kind = Kind::kNote;
   bool inferred = false;    // of the driver, which no device sees
   bool remarkable = false;  // a failure, a fault, a loss, a reconnect
+  bool failed = false;
+  bool negative = false;  // a reply whose status is below zero
   bool beginsCommand = false;
   std::string label;
-  std::string remark;                    // why it is as it is
-  std::optional<std::size_t> operation;  // index of the operation behind it
+  std::string remark;        // why it is as it is
+  std::size_t at = 0;        // index of the operation that tells it
+  bool isOperation = false;  // it is that operation
 };
 
 // Tells what an engine's operations mean as a sequence of steps. What passes between driver and
@@ -28,7 +31,7 @@ struct StoryStep {
 // transfer that fails for good, or a reopening that does, fails the command.
 class Story {
  public:
-  // `index` is handed back in the step of the operation.
+  // `index` is handed back in the steps.
   std::vector<StoryStep> Tell(const OperationRecord& record, std::size_t index);
 
  private:
@@ -42,7 +45,7 @@ class Story {
   void TellDriver(const std::string& client, const std::string& label, bool failed);
   void BeginCommand(const OperationRecord& record);
   void Fail(const std::string& client, const std::string& why);
-  void TellOperation(const OperationRecord& record, std::size_t index);
+  void TellOperation(const OperationRecord& record);
   void TellConsequence(const OperationRecord& record);
 
   std::map<std::string, Command> commands_;  // by client
