@@ -41,8 +41,8 @@ Programs see the same results as under 'zulisim run', but for what the kernel de
   - A program that is killed while a read waits for a late reply ends when the reply comes.
   - With --fuse, O_APPEND is refused (EINVAL), and fstat shows
     a regular file.
-When the engine ends, a program's calls fail with ENOTCONN or ECONNABORTED (FUSE), or with
-ENODEV and ENOENT (CUSE) for an open.
+When the engine ends, a program's calls fail with ENODEV, ECONNABORTED or ENOTCONN at once,
+and an open with ENOENT where the node or file has gone.
 
 Examples:
   zulisim serve --cuse

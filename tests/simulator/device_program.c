@@ -9,6 +9,7 @@
 #include <string.h>
 #include <sys/ioctl.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 static int device = -1;
@@ -53,6 +54,20 @@ static long Log(const char* text) {
   return fclose(file);
 }
 
+/* Prints on standard error, as the time differs from run to run. */
+static long Exchanges(size_t count) {
+  struct timespec start, end;
+  clock_gettime(CLOCK_MONOTONIC, &start);
+  for (size_t i = 0; i < count; ++i) {
+    if (write(device, buffer, 64) != 64 || read(device, buffer, 4096) != 64) return -1;
+  }
+  clock_gettime(CLOCK_MONOTONIC, &end);
+  const double seconds =
+      (double)(end.tv_sec - start.tv_sec) + (double)(end.tv_nsec - start.tv_nsec) * 1e-9;
+  fprintf(stderr, "%.1f us an exchange\n", seconds * 1e6 / (double)count);
+  return (long)count;
+}
+
 static int Step(const char* self, const char* step) {
   const char* colon = strchr(step, ':');
   const size_t count = colon != NULL ? strtoul(colon + 1, NULL, 0) : 0;
@@ -68,6 +83,8 @@ static int Step(const char* self, const char* step) {
     Report(step, write(device, buffer, count));
   } else if (strncmp(step, "read:", 5) == 0) {
     Report(step, read(device, buffer, count));
+  } else if (strncmp(step, "exchange:", 9) == 0) {
+    Report(step, Exchanges(count));
   } else if (strcmp(step, "badread") == 0) {
     Report(step, read(device, nowhere, 16));
   } else if (strcmp(step, "badwrite") == 0) {

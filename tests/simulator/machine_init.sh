@@ -1,0 +1,72 @@
+#!/bin/busybox sh
+# The first process of the machine of scripts/vm-test.sh. What it says begins with "machine: ".
+/bin/busybox --install -s /bin
+export PATH=/bin
+mount -t proc proc /proc
+mount -t sysfs sysfs /sys
+mount -t devtmpfs devtmpfs /dev
+{ read -r zulisim; read -r kaloctl; read -r program; } </suite/programs
+failures=0
+
+say() { echo "machine: $1"; }
+complain() { say "FAILED: $1"; failures=$((failures + 1)); }
+same() { cmp -s "$1" "$2" || { diff "$1" "$2" | head -n 20; complain "$1 and $2 differ"; }; }
+serve() {  # OPTIONS...: serves the device, and returns when it does
+  "$zulisim" serve --cuse "$@" 2>/tmp/served &
+  engine=$!
+  for i in $(seq 100); do
+    grep -q serves /tmp/served && return
+    sleep 0.1
+  done
+  cat /tmp/served
+  complain "serve --cuse never served"
+}
+
+say "$(uname -sr)"
+insmod /suite/fuse.ko && insmod /suite/cuse.ko || complain "a module cannot be loaded"
+
+# The same suite on each attachment, with the same faults.
+options=$(cat /suite/exchange_suite.options)
+serve -q --connection-numbers --transcript /tmp/transcript.cuse $options
+say "$(ls -l /dev/zuli)"
+[ -c /dev/zuli ] || complain "/dev/zuli is no character device"
+sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.cuse 2>&1
+kill -INT $engine
+wait $engine || complain "serve --cuse: exit status $? after SIGINT"
+[ -e /dev/zuli ] && complain "the node is left"
+"$zulisim" run -q --device fuse --connection-numbers --transcript /tmp/transcript.fuse $options \
+  -- /bin/sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.fuse 2>&1
+# The preload library serves no static shell: it has run outside.
+cp /suite/transcript.preload /suite/out.preload /tmp
+for device in preload fuse; do
+  same /tmp/transcript.$device /tmp/transcript.cuse
+  same /tmp/out.$device /tmp/out.cuse
+done
+operations=$(wc -l </tmp/transcript.cuse)
+[ "$operations" -gt 80 ] || complain "the suite made $operations operations only"
+[ "$failures" -eq 0 ] &&
+  say "suite: $operations operations, the same transcript through cuse, fuse and preload"
+
+# The engine dies while a program waits for a reply.
+serve '--reply=kalo:*=latency:60s'
+"$program" open connect write:20 read:20 write:20 close open >/tmp/killed 2>&1 &
+waiting=$!
+sleep 1
+kill -KILL $engine
+wait $waiting
+say "engine killed: $(tr '\n' ' ' </tmp/killed)"
+grep -qE 'read:20: errno (19|103|107)' /tmp/killed || complain "a read did not fail cleanly"
+[ -e /dev/zuli ] && complain "the node is left after SIGKILL"
+
+serve -q
+"$program" open connect exchange:200 close >/dev/null 2>/tmp/time.cuse
+kill -TERM $engine
+wait $engine
+for device in preload fuse; do
+  "$zulisim" run -q --device $device -- "$program" open connect exchange:200 close \
+    >/dev/null 2>/tmp/time.$device
+done
+for device in cuse fuse preload; do say "$device: $(cat /tmp/time.$device)"; done
+
+[ "$failures" -eq 0 ] && say passed
+poweroff -f
