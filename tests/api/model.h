@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/operation.h"
+#include "tests/support/library_test.h"
 
 namespace test {
 
@@ -20,20 +20,20 @@ struct CallFault {
   bool loss;
 };
 
-// What a request looks like.
-enum class Shape { kGood, kNullOutput, kShortInput, kShortOutput, kTag };
-constexpr int kShapes = 5;
+// What is wrong with a request, as a sum.
+enum Shape : unsigned { kNullInput = 1, kNullOutput = 2, kShortInput = 4, kShortOutput = 8 };
+inline unsigned InputLength(unsigned shape) { return shape & kShortInput ? 15 : 32; }
+inline unsigned OutputLength(unsigned shape) { return shape & kShortOutput ? 15 : 32; }
 
-// The library as its rules describe it: the state that it exports, its sessions and their
-// connections. Each entry point predicts its status. Where a call opens a session, the caller then
-// tells the address (`opened`).
+// The library as its rules describe it: the state that it exports, its sessions and connections,
+// and what it tells. Each entry point predicts its status and its transcript; it is called after
+// the library's own, since the library chooses the address of a session that it opens.
 class Model {
  public:
   struct Session {
     const void* address = nullptr;
     bool live = true;
-    enum { kNone, kUnbound, kBound } link = kNone;
-    bool lost = false;
+    bool open = false, bound = false, lost = false;
     int32_t errorStatus = -1;
     std::string errorText;
   };
@@ -42,127 +42,209 @@ class Model {
     uint32_t code = 0;
   };
 
-  uint32_t KaloStateInit(uint32_t version, uint32_t option) {
-    firmwareApiVersion = version;
-    stateInitFlag = option == 1;
+  explicit Model(bool traces) : traced(traces) {}
+
+  uint32_t KaloStateInit(const KALO_STATE_INIT_PARAMS* params) {
+    Say("KaloStateInit", {"Executing call to KaloStateInit() API..."});
+    if (params != nullptr) {
+      firmwareApiVersion = params->firmwareApiVersion;
+      stateInitFlag = params->stateInitOption == 1;
+    }
+    Say("KaloStateInit", {"Call to KaloInit() API completed successfully."});
     return 0;
   }
 
-  uint32_t KaloInit3() {
+  // `variable` is what the handle variable held.
+  uint32_t KaloInit3(const void* variable) {
+    ++sinks;
+    handle = variable;
+    Say("KaloInit3", {"Executing call to KaloInit3() API ..."});
     Session* pending = nullptr;
     try {
       if (countA == 0) {
-        a = pending = Open();
-        ++countA;
+        a = pending = Open(gKaloDllState.kaloSessionA);
+        handle = a->address;
         sessionBShared = stateInitFlag;
-        handle = a;
+        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle), CountA(++countA)});
       } else if (firmwareApiVersion == 0x30002) {
-        ++countA;
-        handle = a;
+        handle = AddressOf(a);
+        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle),
+                          "KALO DREM Ref Cnt A with FW API_32 " + Hex(++countA)});
       } else if (firmwareApiVersion == 0x30000 && countB == 0) {
-        b = pending = Open();
-        ++countB;
-        handle = b;
+        b = pending = Open(gKaloDllState.kaloSessionB);
+        handle = b->address;
+        Say("KaloInit3", {"KALO DREM Handle B with FW API_30 " + Pointer(handle),
+                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(++countB)});
       } else if (firmwareApiVersion == 0x30000) {
         ++(sessionBShared ? countB : countA);
-        handle = sessionBShared ? b : a;
+        handle = AddressOf(sessionBShared ? b : a);
+        Say("KaloInit3", {"KALO DREM Ref Cnt A with FW API_30 " + Hex(countA),
+                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(countB)});
+      } else {
+        Say("KaloInit3", {"Error - FW version is not set "});
       }
     } catch (const std::runtime_error& error) {
+      Say("KaloInit3", {"Call to KaloInit3() API failed.", error.what()});
       return Record(1, error.what(), 0xFFFFFFFF, kNoContext, 1);
     }
     if (kaloGeneration != 0 && kaloGeneration != 3) {
-      if (pending != nullptr) Destroy(pending);
-      return Record(1, "KALO Exception 0x5 Previous provisioning attempt failed.", 5, kNoContext,
-                    5);
+      Destroy(pending);
+      const std::string text = KaloText(5, "Previous provisioning attempt failed.");
+      Say("KaloInit3", {"Call to KaloInit3() API failed.", text});
+      return Record(1, text, 5, kNoContext, 5);
     }
     kaloGeneration = 3;
+    Say("KaloInit3", {"Call to KaloInit3() API completed successfully. ",
+                      "Returned DREM Handle " + Pointer(handle)});
     return 0;
   }
 
-  uint32_t StartIoEx3(Session* session, Shape shape) {
-    try {
-      if (session == nullptr) return Refuse(nullptr, 2, "Invalid CP session handle");
-      if (shape == Shape::kNullOutput)
-        return Refuse(session, 2, "Invalid In or Out Buffer pointer");
-      if (shape == Shape::kTag) return 0;
-      if (shape == Shape::kShortInput) return Refuse(session, 3, "Input buffer < kalo header size");
-      if (shape == Shape::kShortOutput)
-        return Refuse(session, 4, "Output buffer < kalo header size");
-      Exchange(session);
-      return 0;
-    } catch (const std::runtime_error& error) {
-      session->errorStatus = -1;
-      session->errorText = error.what();
-      return Record(1, error.what(), 0xFFFFFFFF, session->address, 1);
+  // `wrapper` is what the tag in the private data asks for, empty without one.
+  uint32_t StartIoEx3(Session* session, unsigned shape, const std::string& wrapper) {
+    Say("StartIoEx3", {"Executing call to StartIoEx3() API...",
+                       "CpSession: " + Pointer(AddressOf(session)) + "\n",
+                       "InputBufferLength: " + std::to_string(InputLength(shape)) + "\n",
+                       "OutputBufferLength: " + std::to_string(OutputLength(shape)) + "\n"});
+    if (session == nullptr) return Refuse(nullptr, 2, "Invalid CP session handle");
+    if (shape & (kNullInput | kNullOutput))
+      return Refuse(session, 2, "Invalid In or Out Buffer pointer");
+    if (!wrapper.empty()) {
+      Say("StartIoEx3", {"IoctlWrapper handle " + wrapper + " call\n"});
+    } else {
+      if (shape & kShortInput) return Refuse(session, 3, "Input buffer < kalo header size");
+      if (shape & kShortOutput) return Refuse(session, 4, "Output buffer < kalo header size");
+      try {
+        Exchange(*session);
+      } catch (const std::runtime_error& error) {
+        session->errorStatus = -1;
+        session->errorText = error.what();
+        Say("StartIoEx3",
+            {"General Exception : Call to StartIoEx3() API failed.", session->errorText});
+        return Record(1, error.what(), 0xFFFFFFFF, session->address, 1);
+      }
     }
+    Say("StartIoEx3", {"Call to StartIoEx3() API completed successfully."});
+    return 0;
+  }
+
+  uint32_t StartIo3(Session* session, unsigned shape) {
+    Say("StartIo3", {"Executing call to StartIo3() API..."});
+    const uint32_t status = StartIoEx3(session, shape, "");
+    Say("StartIo3", {status == 0 ? "Call to StartIo3() API completed successfully."
+                                 : "Call to StartIo3() API failed."});
+    return status;
   }
 
   uint32_t KaloCleanup3(const void* released) {
+    Say("KaloCleanup3", {"Executing call to KaloCleanup3() API...", CountA(countA)});
     if (released == AddressOf(a) && countA != 0 && --countA == 0) {
       Destroy(a);
       sessionBShared = false;
     }
+    Say("KaloCleanup3", {CountA(countA), CountB(countB)});
     if (released == AddressOf(b) && countB != 0 && --countB == 0) Destroy(b);
+    Say("KaloCleanup3", {CountB(countB), "Call to KaloCleanup3() API completed successfully."});
     return 0;
   }
 
-  uint32_t KaloInit() { return a != nullptr ? 0 : KaloInit3(); }
+  uint32_t KaloInit() {
+    Say("KaloInit:802", {"Executing call to KaloInit() API..."});
+    const bool present = a != nullptr;
+    const uint32_t status = present ? 0 : KaloInit3(nullptr);
+    if (status != 0) {
+      Say("KaloInit:814", {"Call to KaloInit() API failed."});
+    } else {
+      Say(present ? "KaloInit:820" : "KaloInit:810",
+          {"Call to KaloInit() API completed successfully."});
+    }
+    return status;
+  }
 
   uint32_t KaloCleanup() {
+    Say("KaloCleanup:830", {"Executing call to KaloCleanup() API..."});
+    Say("KaloCleanup:832", {CountA(countA)});
     if (a != nullptr && countA != 0 && --countA == 0) {
       Destroy(a);
       sessionBShared = false;
       a = nullptr;
     }
+    Say("KaloCleanup:848", {CountA(countA)});
+    Say("KaloCleanup:850", {CountB(countB)});
     if (b != nullptr && countB != 0 && --countB == 0) {
       Destroy(b);
       b = nullptr;
     }
+    Say("KaloCleanup:862", {CountB(countB)});
+    Say("KaloCleanup:866", {"Call to KaloCleanup() API completed successfully."});
     return 0;
   }
 
-  uint32_t StartIoEx(uint32_t command, Shape shape) {
-    if (shape == Shape::kNullOutput) return Misfiled(2, "Invalid In or Out Buffer pointer");
-    if (shape == Shape::kShortInput) return Misfiled(3, "Input buffer < kalo header size");
-    if (shape == Shape::kShortOutput) return Misfiled(4, "Output buffer < kalo header size");
+  uint32_t StartIoEx(uint32_t command, unsigned shape, const std::string& wrapper) {
+    if (shape & (kNullInput | kNullOutput)) return Misfiled(2, "Invalid In or Out Buffer pointer");
+    if (shape & kShortInput) return Misfiled(3, "Input buffer < kalo header size");
+    if (shape & kShortOutput) return Misfiled(4, "Output buffer < kalo header size");
     Session* session = command >= 0x30000 && command <= 0x3FFFF ? fenu : a;
     if (session == nullptr || !session->live) {
       return Misfiled(6, "StartIoEx() called before Init() or after Cleanup() API");
     }
-    return StartIoEx3(session, shape);
+    return StartIoEx3(session, shape, wrapper);
   }
 
   uint32_t FenuInit3() {
+    Say("FenuInit3:660", {"Executing call to FenuInit3() API..."});
     if (fenuGeneration == 0) {
       try {
-        fenu = Open();
+        fenu = Open(gKaloDllState.fenuSession);
       } catch (const std::runtime_error& error) {
+        Say("FenuInit3:698", {"Call to FenuInit3() API failed."});
+        Say("FenuInit3:699", {error.what()});
         return Record(1, error.what(), 0xFFFFFFFF, kNoContext, 1);
       }
-      ++fenuCount;
       fenuGeneration = 3;
-    } else {
-      ++fenuCount;
+      Say("FenuInit3:676", {"KALO FeNu DREM Handle " + Pointer(fenu->address)});
+      Say("FenuInit3:677", {"KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
+    } else if (fenuGeneration == 3) {
+      Say("FenuInit3:682", {"KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
     }
-    handle = fenu;
+    handle = AddressOf(fenu);
+    Say("FenuInit3:709", {"Call to FenuInit3() API completed successfully. "});
     return 0;
   }
 
   uint32_t FenuCleanup3(Session* released) {
+    Say("FenuCleanup3:721", {"Executing call to FenuCleanup3() API... "});
+    Say("FenuCleanup3:723", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
     if (fenuCount != 0 && --fenuCount == 0) {
       Destroy(released);
       fenuGeneration = 0;
     }
+    Say("FenuCleanup3:734", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
+    Say("FenuCleanup3:738", {"Call to FenuCleanup3() API completed successfully."});
     return 0;
   }
 
-  uint32_t FenuInit() { return fenu != nullptr ? 0 : FenuInit3(); }
+  uint32_t FenuInit() {
+    Say("FenuInit:881", {"Executing call to FenuInit() API..."});
+    const bool present = fenu != nullptr;
+    const uint32_t status = present ? 0 : FenuInit3();
+    if (status != 0) {
+      Say("FenuInit:892", {"Call to FenuInit() API failed."});
+    } else {
+      Say(present ? "FenuInit:899" : "FenuInit:888",
+          {"Call to FenuInit() API completed successfully."});
+    }
+    return status;
+  }
 
   uint32_t FenuCleanup() {
+    Say("FenuCleanup:909", {"Executing call to FenuCleanup() API..."});
+    Say("FenuCleanup:911", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
     if (fenuCount == 0 || --fenuCount == 0) {
       Destroy(fenu);
       fenu = nullptr;
     }
+    Say("FenuCleanup:927", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
+    Say("FenuCleanup:931", {"Call to FenuCleanup() API completed successfully."});
     return 0;
   }
 
@@ -181,8 +263,8 @@ class Model {
   void Begin(std::optional<CallFault> planned) {
     fault = planned;
     for (unsigned& count : occurrences) count = 0;
-    handle.reset();
-    opened = nullptr;
+    told.clear();
+    sinks = 0;
   }
 
   static inline const void* const kNoContext = reinterpret_cast<const void*>(0xDEADBEEFull);
@@ -197,11 +279,22 @@ class Model {
   const void* lastContext = kNoContext;
   size_t descriptors = 0;
   std::vector<std::unique_ptr<Session>> sessions;
-  std::optional<Session*> handle;  // what the call wrote to the handle variable, if it did
-  Session* opened = nullptr;       // the session that the call opened
+
+  // Of the last call: log lines and device operations, what the handle variable holds, and how
+  // many sinks came. A line with a tag of its own is a trace message.
+  Lines told;
+  const void* handle = nullptr;
+  size_t sinks = 0;
 
  private:
-  // --- Errors ---
+  // --- Texts and errors ---
+
+  void Say(const std::string& name, const Lines& texts) {
+    if (traced || name.find(':') == std::string::npos)
+      told = std::move(told) + WithName(name, texts);
+  }
+  static std::string CountA(uint32_t count) { return "KALO DREM Ref Cnt A " + Hex(count); }
+  static std::string CountB(uint32_t count) { return "KALO DREM Ref Cnt B " + Hex(count); }
 
   uint32_t Record(uint32_t source, const std::string& text, uint32_t code, const void* context,
                   uint32_t status) {
@@ -214,86 +307,90 @@ class Model {
     return "KALO Exception 0x" + std::to_string(status) + " " + text;
   }
   uint32_t Refuse(Session* session, uint32_t status, const char* text) {
+    const std::string what = KaloText(status, text);
     if (session != nullptr) {
       session->errorStatus = static_cast<int32_t>(status);
-      session->errorText = KaloText(status, text);
+      session->errorText = what;
     }
-    return Record(1, KaloText(status, text), status, AddressOf(session), status);
+    Say("StartIoEx3", {"Kalo Exception : Call to StartIoEx3() API failed.", what});
+    return Record(1, what, status, AddressOf(session), status);
   }
   // Before a session is selected none is, and that equals a KALO session that is not there.
   uint32_t Misfiled(uint32_t status, const char* text) {
+    Say("StartIoEx:1025", {"Call to StartIoEx() API failed."});
+    Say("StartIoEx:1026", {KaloText(status, text)});
     const bool open = a != nullptr && a->live;
     return Record(open ? 3 : 2, KaloText(status, text), status, nullptr, status);
   }
 
   // --- Sessions and the device ---
 
-  Session* Open() {
+  Session* Open(const ClientSession* const& field) {
     auto session = std::make_unique<Session>();
-    Connect(session.get());
+    Connect(*session);
+    session->address = field;
+    if (LiveAt(field) != nullptr) told.push_back("a live session's address, given out again");
     sessions.push_back(std::move(session));
-    return opened = sessions.back().get();
+    return sessions.back().get();
   }
 
   void Destroy(Session* session) {
     if (session == nullptr || !session->live) return;
-    Disconnect(session);
+    Disconnect(*session);
     session->live = false;
   }
 
-  // True when the operation meets the planned fault.
-  bool Strikes(zulisim::Operation operation, Session* current) {
+  // Name of the errno that an operation meets, empty when it succeeds.
+  std::string Operate(zulisim::Operation operation, Session& session) {
+    std::string error;
     const unsigned occurrence = occurrences[static_cast<int>(operation)]++;
-    if (!fault || fault->operation != operation || occurrence < fault->first ||
-        occurrence >= fault->first + fault->times) {
-      return false;
+    if (fault && fault->operation == operation && occurrence >= fault->first &&
+        occurrence < fault->first + fault->times) {
+      error = fault->loss ? "ENODEV" : "EIO";
+      for (const auto& each : sessions) each->lost |= fault->loss;
+      session.lost |= fault->loss;
+      if (operation == zulisim::Operation::kClose && fault->loss) error.clear();
+    } else if (session.lost && operation != zulisim::Operation::kClose) {
+      error = "ENODEV";
+    } else if (operation == zulisim::Operation::kWrite && !session.bound) {
+      error = "ENOTCONN";
     }
-    if (fault->loss) {
-      for (const auto& session : sessions) session->lost = true;
-      current->lost = true;
-    }
-    return true;
+    told.push_back("<" + std::string(OperationName(operation)) +
+                   (error.empty() ? ">" : " " + error + ">"));
+    return error;
   }
 
-  enum class Try { kDone, kLost, kFailed };
-  Try Attempt(zulisim::Operation operation, Session* session, bool possible) {
-    if (Strikes(operation, session)) return fault->loss ? Try::kLost : Try::kFailed;
-    if (session->lost) return Try::kLost;
-    return possible ? Try::kDone : Try::kFailed;
-  }
-
-  void Connect(Session* session) {
-    session->link = Session::kNone;
-    if (Strikes(zulisim::Operation::kOpen, session)) {
+  void Connect(Session& session) {
+    session.open = session.bound = session.lost = false;
+    if (!Operate(zulisim::Operation::kOpen, session).empty()) {
       throw std::runtime_error("Cannot open ZULI device.");
     }
     ++descriptors;
-    session->link = Session::kUnbound;
-    session->lost = false;
-    if (Attempt(zulisim::Operation::kIoctl, session, true) != Try::kDone) {
+    session.open = true;
+    if (!Operate(zulisim::Operation::kIoctl, session).empty()) {
       throw std::runtime_error("Cannot connect to ZULI device.");
     }
-    session->link = Session::kBound;
+    session.bound = true;
   }
 
-  void Disconnect(Session* session) {
-    if (session->link == Session::kNone) return;
-    Strikes(zulisim::Operation::kClose, session);
+  void Disconnect(Session& session) {
+    if (!session.open) return;
+    Operate(zulisim::Operation::kClose, session);
     --descriptors;
   }
 
-  bool Transfer(zulisim::Operation operation, Session* session) {
+  bool Transfer(zulisim::Operation operation, Session& session) {
     for (int attempt = 1;; ++attempt) {
-      const Try result = Attempt(operation, session, session->link == Session::kBound);
-      if (result != Try::kLost) return result == Try::kDone;
+      const std::string error = Operate(operation, session);
+      if (error != "ENODEV") return error.empty();
       Disconnect(session);
       Connect(session);
       if (attempt == 5) return false;
     }
   }
 
-  void Exchange(Session* session) {
-    if (session->link == Session::kNone) return;
+  void Exchange(Session& session) {
+    if (!session.open) return;
     if (!Transfer(zulisim::Operation::kWrite, session)) {
       throw std::runtime_error("Error writing message to ZULI.");
     }
@@ -302,6 +399,7 @@ class Model {
     }
   }
 
+  const bool traced;
   std::optional<CallFault> fault;
   unsigned occurrences[zulisim::kOperationCount] = {};
 };

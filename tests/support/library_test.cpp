@@ -44,15 +44,6 @@ std::string MakeFolder() {
 
 bool IsOperation(const std::string& line) { return line.rfind('<', 0) == 0; }
 
-// "name:12: text" becomes "name: text"; a line with another lead-in stays, and so shows.
-std::string WithoutTag(const std::string& line) {
-  const size_t begin = line.find(':');
-  if (begin == std::string::npos) return line;
-  const size_t end = line.find_first_not_of("0123456789", begin + 1);
-  if (end == begin + 1 || end == std::string::npos || line.compare(end, 2, ": ") != 0) return line;
-  return line.substr(0, begin) + line.substr(end);
-}
-
 }  // namespace
 
 Bytes Message(uint32_t command, size_t size, uint32_t status, uint32_t word0, uint32_t word3) {
@@ -63,11 +54,24 @@ Bytes Message(uint32_t command, size_t size, uint32_t status, uint32_t word0, ui
   return bytes;
 }
 
-std::string Pointer(const void* pointer) {
-  if (pointer == nullptr) return "0";
+std::string Hex(uint64_t value) {
   std::ostringstream text;
-  text << "0x" << std::hex << reinterpret_cast<uintptr_t>(pointer);
+  text << std::hex << value;
   return text.str();
+}
+
+std::string Pointer(const void* pointer) {
+  return pointer == nullptr ? "0" : "0x" + Hex(reinterpret_cast<uintptr_t>(pointer));
+}
+
+std::string WithoutTag(const std::string& line) {
+  const size_t begin = line.find(':');
+  if (line[0] == '<' || begin == std::string::npos) return line;
+  const size_t end = line.find_first_not_of("0123456789", begin + 1);
+  if (end == begin + 1 || end == std::string::npos || line.compare(end, 2, ": ") != 0) {
+    return "untagged " + line;
+  }
+  return line.substr(0, begin) + line.substr(end);
 }
 
 Lines WithName(const std::string& name, Lines texts) {
@@ -145,7 +149,7 @@ LibraryTest::~LibraryTest() {
 }
 
 void LibraryTest::TearDown() {
-  Take();
+  TakeRaw();
   if (!HasFailure()) return;
   std::cout << "--- transcript ---\n";
   for (const std::string& line : history_) std::cout << line << '\n';
@@ -162,26 +166,26 @@ void LibraryTest::Trace() {
   sink->onLine();
 }
 
-Lines LibraryTest::Take() {
+Lines LibraryTest::TakeRaw() {
   const Lines taken = transcript_.Take();
   history_ = std::move(history_) + taken;
   return taken;
 }
 
 void LibraryTest::Forget() {
-  Take();
+  TakeRaw();
   history_.clear();
 }
 
 Lines LibraryTest::TakeTranscript() {
-  Lines lines = Take();
+  Lines lines = TakeRaw();
   for (std::string& line : lines) line = WithoutTag(line);
   return lines;
 }
 
 Lines LibraryTest::TakeTaggedLog() {
   Lines lines;
-  for (std::string& line : Take()) {
+  for (std::string& line : TakeRaw()) {
     if (!IsOperation(line)) lines.push_back(line);
   }
   return lines;

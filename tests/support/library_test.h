@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <functional>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -26,8 +27,12 @@ using Bytes = std::vector<unsigned char>;
 Bytes Message(uint32_t command, size_t size = 32, uint32_t status = 0, uint32_t word0 = 0,
               uint32_t word3 = 0);
 
-// As the log prints a pointer.
+// As the log prints a count and a pointer.
+std::string Hex(uint64_t value);
 std::string Pointer(const void* pointer);
+
+// "name:12: text" becomes "name: text"; a line with another lead-in shows.
+std::string WithoutTag(const std::string& line);
 
 // As functions, since a macro takes no braced list.
 template <typename... Text>
@@ -115,9 +120,10 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
   zulisim::Engine engine;
   MemorySink* sink;  // owned by the log
 
- private:
-  Lines Take();
+  // The transcript as it is, tags included.
+  Lines TakeRaw();
 
+ private:
   const std::string folder_;
   zulisim::Attachment attachment_;
   Transcript transcript_;

@@ -37,40 +37,22 @@ class Multiplexer : public LibraryTest {
 };
 
 TEST_F(Multiplexer, routes_each_family_of_commands) {
-  const struct {
-    uint32_t command;
-    const _GUID* guid;
-    const char* client;
-  } kRoutes[] = {{0, kKalo, "KALO"},         {0xFFFF, kKalo, "KALO"},  {0x10000, kKalo, "KALO"},
-                 {0x2FFFF, kKalo, "KALO"},   {0x30000, kFenu, "FENU"}, {0x3FFFF, kFenu, "FENU"},
-                 {0x40000, kKalo, "KALO"},   {0x4FFFF, kKalo, "KALO"}, {0x50000, kKalo, "KALO"},
-                 {0x70000, kKalo, "KALO"},   {0x7FFFF, kKalo, "KALO"}, {0xFFFFFFFF, kKalo, "KALO"},
-                 {0x80030000, kKalo, "KALO"}};
+  constexpr uint32_t kKaloCommands[] = {0,       0xFFFF,  0x10000, 0x2FFFF,    0x40000,   0x4FFFF,
+                                        0x50000, 0x70000, 0x7FFFF, 0xFFFFFFFF, 0x80030000};
   session.ConnectClient(kFenu);
-  session.ConnectClient(kKalo);
-  for (const auto& [command, guid, client] : kRoutes) {
-    SCOPED_TRACE(command);
-    EXPECT_EQ(ClientSession::CommandIdToGuid(command), guid);
-    EXPECT_EQ(Send(command), client);
-    EXPECT_EQ(session.GetDremSession(command)->clientGuid, guid);
-  }
-}
-
-TEST_F(Multiplexer, sends_every_command_to_an_only_session) {
-  session.ConnectClient(kFenu);
-  EXPECT_EQ(Send(0x10), "FENU");
+  EXPECT_EQ(Send(0x10), "FENU");  // the only one serves every command
   session.ConnectClient(kSab);
-  EXPECT_EQ(Send(0x30000), "FENU");
   EXPECT_EQ(Thrown([this] { Send(0x10); }), LogicError("Not connected to client of this command"));
-}
-
-TEST_F(Multiplexer, names_clients_by_address_alone) {
   session.ConnectClient(kKalo);
-  const _GUID copy = *kKalo;
-  EXPECT_NE(session.GetDremSession(kKalo), nullptr);
-  EXPECT_EQ(session.GetDremSession(&copy), nullptr);
-  EXPECT_EQ(Thrown([&] { session.DisconnectClient(&copy); }),
-            LogicError("Not connected to this client"));
+  for (const uint32_t command : kKaloCommands) {
+    EXPECT_EQ(ClientSession::CommandIdToGuid(command), kKalo) << command;
+    EXPECT_EQ(Send(command), "KALO") << command;
+    EXPECT_EQ(session.GetDremSession(command)->clientGuid, kKalo);
+  }
+  for (const uint32_t command : {0x30000, 0x3FFFF}) {
+    EXPECT_EQ(ClientSession::CommandIdToGuid(command), kFenu);
+    EXPECT_EQ(Send(command), "FENU");
+  }
 }
 
 TEST_F(Multiplexer, checks_sessions_then_request_then_reply) {
@@ -102,35 +84,37 @@ TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
   EXPECT_EQ(session.dremSessions.size(), 1u);
 }
 
-TEST_F(Multiplexer, disconnects_the_first_match_and_keeps_the_order) {
+TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
   for (const _GUID* guid : {kKalo, kFenu, kSab, kFenu}) session.ConnectClient(guid);
   const std::vector<CpDremSession*> before = session.dremSessions;
   session.DisconnectClient(kFenu);
   EXPECT_EQ(session.dremSessions, (std::vector<CpDremSession*>{before[0], before[2], before[3]}));
-  std::vector<int> descriptors;
+  const _GUID copy = *kKalo;
+  EXPECT_EQ(session.GetDremSession(&copy), nullptr);
+  EXPECT_EQ(Thrown([&] { session.DisconnectClient(&copy); }),
+            LogicError("Not connected to this client"));
+  std::vector<int> descriptors, closed;
   for (const CpDremSession* client : session.dremSessions) descriptors.push_back(client->deviceFd);
   engine.ClearRecords();
   session.DisconnectAllClients();
   session.DisconnectAllClients();
-  std::vector<int> closed;
   for (const auto& record : engine.Records()) closed.push_back(record.descriptor);
   EXPECT_EQ(closed, descriptors);
   EXPECT_TRUE(session.dremSessions.empty());
 }
 
 TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
-  const auto alloc = [this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); };
-  const auto release = [this] { session.IoctlFreeWrapper(nullptr, 9); };
-  EXPECT_EQ(Thrown(alloc), LogicError("No active DREM sessions"));
-  EXPECT_EQ(Thrown(release), LogicError("No active DREM sessions"));
+  const auto expect = [this](const std::string& thrown) {
+    EXPECT_EQ(Thrown([this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); }), thrown);
+    EXPECT_EQ(Thrown([this] { session.IoctlFreeWrapper(nullptr, 9); }), thrown);
+  };
+  expect(LogicError("No active DREM sessions"));
   session.ConnectClient(kKalo);
   Trace();
-  alloc();
-  release();
+  expect("nothing");
   EXPECT_EQ(TakeTranscript(), List("<open>", "<ioctl>"));
   session.ConnectClient(kFenu);
-  EXPECT_EQ(Thrown(alloc), LogicError("IOCTL call without active DREM sessions"));
-  EXPECT_EQ(Thrown(release), LogicError("IOCTL call without active DREM sessions"));
+  expect(LogicError("IOCTL call without active DREM sessions"));
   EXPECT_EQ(Thrown([this] { session.IoControl(nullptr, 0, nullptr, 0); }),
             RuntimeError("IoControl() not implemented"));
 }

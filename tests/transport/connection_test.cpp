@@ -52,46 +52,39 @@ TEST_F(Connection, is_opened_bound_and_closed_in_order) {
   }
 }
 
-TEST_F(Connection, that_cannot_be_opened_throws_and_has_no_descriptor) {
-  CpDremSession session(&ClientSession::KALO_CLIENT_GUID, nullptr);
-  TakeLog();
-  engine.FailNext(Operation::kOpen, EACCES, 2);
-  EXPECT_EQ(Thrown([&] { session.Reconnect(); }), RuntimeError("Cannot open ZULI device."));
-  const Lines failure{"<open EACCES>",
-                      "Connect: open() for ZUL device /dev/zuli failed with errno = 13."};
-  EXPECT_EQ(TakeTranscript(), List("<close>") + failure);
-  EXPECT_EQ(session.deviceFd, -1);
-  EXPECT_EQ(Thrown([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); }),
-            RuntimeError("Cannot open ZULI device."));
-  EXPECT_EQ(TakeTranscript(), failure);
-}
-
-TEST_F(Connection, that_is_not_bound_leaves_its_descriptor_open) {
+TEST_F(Connection, tells_what_fails_and_what_it_leaves_behind) {
+  const auto connect = [] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); };
   engine.FailNext(Operation::kIoctl, ENOTTY);
-  EXPECT_EQ(Thrown([] { CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr); }),
-            RuntimeError("Cannot connect to ZULI device."));
-  const int descriptor = engine.Records()[0].descriptor;
-  EXPECT_EQ(TakeTranscript(),
-            (List("<open>", "Connect: ZULI FD: " + std::to_string(descriptor), "<ioctl ENOTTY>",
-                  "Connect: ioctl(IOCTL_ZULI_CONNECT_CLIENT) failed with errno = 25.")));
+  EXPECT_EQ(Thrown(connect), RuntimeError("Cannot connect to ZULI device."));
+  const std::string opened = "Connect: ZULI FD: ";
+  EXPECT_EQ(
+      TakeTranscript(),
+      List("<open>", opened + std::to_string(engine.Records()[0].descriptor), "<ioctl ENOTTY>",
+           "Connect: ioctl(IOCTL_ZULI_CONNECT_CLIENT) failed with errno = 25."));
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
-}
 
-TEST_F(Connection, whose_close_fails_goes_on) {
+  const Lines notClosed{"<close EIO>",
+                        "Disconnect: close() for ZUL device /dev/zuli failed with errno = 5."};
+  const Lines notOpened{"<open EACCES>",
+                        "Connect: open() for ZUL device /dev/zuli failed with errno = 13."};
   {
     CpDremSession session(&ClientSession::KALO_CLIENT_GUID, nullptr);
     TakeLog();
     engine.FailNext(Operation::kClose, EIO, 2);
     session.Reconnect();
-    EXPECT_EQ(
-        TakeTranscript(),
-        (List("<close EIO>", "Disconnect: close() for ZUL device /dev/zuli failed with errno = 5.",
-              "<open>", "Connect: ZULI FD: " + std::to_string(session.deviceFd), "<ioctl>")));
+    EXPECT_EQ(TakeTranscript(),
+              notClosed + List("<open>", opened + std::to_string(session.deviceFd), "<ioctl>"));
   }
-  EXPECT_EQ(
-      TakeTranscript(),
-      (List("<close EIO>", "Disconnect: close() for ZUL device /dev/zuli failed with errno = 5.",
-            "~CpDremSession: Closed ZULI.")));
+  EXPECT_EQ(TakeTranscript(), notClosed + Of("~CpDremSession", "Closed ZULI."));
+
+  CpDremSession session(&ClientSession::KALO_CLIENT_GUID, nullptr);
+  TakeLog();
+  engine.FailNext(Operation::kOpen, EACCES, 2);
+  EXPECT_EQ(Thrown([&] { session.Reconnect(); }), RuntimeError("Cannot open ZULI device."));
+  EXPECT_EQ(TakeTranscript(), List("<close>") + notOpened);
+  EXPECT_EQ(session.deviceFd, -1);
+  EXPECT_EQ(Thrown(connect), RuntimeError("Cannot open ZULI device."));
+  EXPECT_EQ(TakeTranscript(), notOpened);
 }
 
 }  // namespace
