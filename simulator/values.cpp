@@ -80,19 +80,24 @@ Operation ParseOperation(const std::string& text) {
 
 Bytes ParseHex(const std::string& text, const std::string& what) {
   Bytes bytes;
-  const auto digitAt = [&text](std::size_t at) {
-    return at < text.size() && isxdigit(static_cast<unsigned char>(text[at])) != 0;
+  const auto digitAt = [&text](std::size_t at) -> int {
+    const char c = at < text.size() ? text[at] : '\0';
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return c >= 'A' && c <= 'F' ? c - 'A' + 10 : -1;
   };
   for (std::size_t i = 0; i < text.size();) {
     if (isspace(static_cast<unsigned char>(text[i])) != 0) {
       ++i;
       continue;
     }
-    if (!digitAt(i) || !digitAt(i + 1)) {
+    const int high = digitAt(i);
+    const int low = digitAt(i + 1);
+    if (high < 0 || low < 0) {
       Fail(what + " is an even number of hexadecimal digits, not " +
            Quoted(text.size() > 80 ? text.substr(0, 80) + "..." : text));
     }
-    bytes.push_back(static_cast<std::uint8_t>(std::stoul(text.substr(i, 2), nullptr, 16)));
+    bytes.push_back(static_cast<std::uint8_t>(high << 4 | low));
     i += 2;
   }
   if (bytes.empty()) Fail(what + " is an even number of hexadecimal digits, not " + Quoted(text));
