@@ -15,10 +15,6 @@ using zulisim::Operation;
 
 class EntryPoints : public LibraryTest {
  protected:
-  static void Announce(uint32_t version, uint32_t option) {
-    KALO_STATE_INIT_PARAMS params{version, option};
-    KaloStateInit(&params);
-  }
   static void* Init(uint32_t status = 0) {
     void* handle = nullptr;
     EXPECT_EQ(KaloInit3(&handle), status);
@@ -26,29 +22,6 @@ class EntryPoints : public LibraryTest {
   }
   Bytes message_ = Message(0x10);
 };
-
-// Which session each caller gets: A, B, or none ('-').
-TEST_F(EntryPoints, share_sessions_by_version_and_option) {
-  const struct {
-    uint32_t version, option;
-    const char* sessions;
-  } kSharing[] = {{0x30002, 0, "AAAA"},  {0x30002, 1, "AAAA"}, {0x30000, 0, "ABAAA"},
-                  {0x30000, 1, "ABBBB"}, {0x30000, 2, "ABAA"}, {0, 1, "A--"},
-                  {0x30001, 1, "A--"}};
-  const StateSnapshot fresh;
-  for (const auto& [version, option, sessions] : kSharing) {
-    Announce(version, option);
-    std::string shared;
-    while (shared.size() < std::string(sessions).size()) {
-      const void* handle = Init();
-      shared += handle == nullptr ? '-' : handle == state.kaloSessionA ? 'A' : 'B';
-    }
-    EXPECT_EQ(shared, sessions) << std::hex << version << " " << option;
-    SessionCleanup(state.kaloSessionA);
-    SessionCleanup(state.kaloSessionB);
-    fresh.Restore();
-  }
-}
 
 TEST_F(EntryPoints, add_a_sink_and_lower_the_threshold_at_each_initialisation) {
   Init();
@@ -66,7 +39,8 @@ TEST_F(EntryPoints, add_a_sink_and_lower_the_threshold_at_each_initialisation) {
 }
 
 TEST_F(EntryPoints, wait_for_the_lock_in_initialisation_alone) {
-  Announce(0x30002, 0);
+  KALO_STATE_INIT_PARAMS params{0x30002, 0};
+  KaloStateInit(&params);
   void* const handle = Init();
   std::atomic<int> lines{0};
   sink->onLine = [&lines] { ++lines; };

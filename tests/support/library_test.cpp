@@ -3,12 +3,12 @@
 #include <cxxabi.h>
 #include <stdlib.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <exception>
 #include <filesystem>
 #include <fstream>
-#include <iostream>
 #include <iterator>
 #include <sstream>
 #include <utility>
@@ -17,15 +17,12 @@ namespace test {
 
 namespace {
 
-struct Field {
-  const char* name;
-  size_t offset;
-  size_t size;
-};
-
 #define FIELD(name) \
   { #name, offsetof(KaloDllState, name), sizeof(KaloDllState::name) }
-constexpr Field kFields[] = {
+constexpr struct {
+  const char* name;
+  size_t offset, size;
+} kFields[] = {
     FIELD(kaloInterfaceVersion), FIELD(fenuInterfaceVersion), FIELD(provisioningSession),
     FIELD(kaloSessionA),         FIELD(kaloSessionB),         FIELD(fenuSession),
     FIELD(apiErrorText),         FIELD(apiErrorCode),         FIELD(kaloErrorText),
@@ -41,8 +38,6 @@ std::string MakeFolder() {
   std::string pattern = (std::filesystem::temp_directory_path() / "kalodll.XXXXXX").string();
   return mkdtemp(pattern.data());
 }
-
-bool IsOperation(const std::string& line) { return line.rfind('<', 0) == 0; }
 
 }  // namespace
 
@@ -88,7 +83,7 @@ StateSnapshot::StateSnapshot() : bytes_(StateBytes(), sizeof(KaloDllState)) {}
 
 Lines StateSnapshot::Changed() const {
   Lines names;
-  for (const Field& field : kFields) {
+  for (const auto& field : kFields) {
     if (bytes_.compare(field.offset, field.size, StateBytes() + field.offset, field.size) != 0) {
       names.push_back(field.name);
     }
@@ -110,23 +105,13 @@ std::string Thrown(const std::function<void()>& call) {
 }
 
 void StateSnapshot::Restore() const {
-  for (const Field& field : kFields) {
+  for (const auto& field : kFields) {
     std::memcpy(StateBytes() + field.offset, bytes_.data() + field.offset, field.size);
   }
 }
 
-void Transcript::Add(std::string line) {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  lines_.push_back(std::move(line));
-}
-
-Lines Transcript::Take() {
-  const std::lock_guard<std::mutex> lock(mutex_);
-  return std::exchange(lines_, {});
-}
-
-void MemorySink::logMessage(const char* message) {
-  transcript_->Add(message);
+void LibraryTest::Sink::logMessage(const char* message) {
+  owner->Add(message);
   if (onLine) onLine();
 }
 
@@ -134,7 +119,7 @@ LibraryTest::LibraryTest(zulisim::EngineOptions options)
     : engine(std::move(options)),
       folder_(MakeFolder()),
       attachment_(engine, {{"/data/Marvoleth.log", LogFile()}}) {
-  sink = new MemorySink(&transcript_);
+  sink = new Sink(this);
   Logger::logBase.sinks.push_back(sink);
   engine.AddObserver(this);
 }
@@ -148,17 +133,10 @@ LibraryTest::~LibraryTest() {
   std::filesystem::remove_all(folder_);
 }
 
-void LibraryTest::TearDown() {
-  TakeRaw();
-  if (!HasFailure()) return;
-  std::cout << "--- transcript ---\n";
-  for (const std::string& line : history_) std::cout << line << '\n';
-}
-
 void LibraryTest::OnOperation(const zulisim::OperationRecord& record) {
   std::string line = std::string("<") + OperationName(record.operation);
   if (record.result == -1) line += " " + zulisim::ErrnoName(record.error);
-  transcript_.Add(line + ">");
+  Add(line + ">");
 }
 
 void LibraryTest::Trace() {
@@ -166,15 +144,14 @@ void LibraryTest::Trace() {
   sink->onLine();
 }
 
-Lines LibraryTest::TakeRaw() {
-  const Lines taken = transcript_.Take();
-  history_ = std::move(history_) + taken;
-  return taken;
+void LibraryTest::Add(std::string line) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  lines_.push_back(std::move(line));
 }
 
-void LibraryTest::Forget() {
-  TakeRaw();
-  history_.clear();
+Lines LibraryTest::TakeRaw() {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  return std::exchange(lines_, {});
 }
 
 Lines LibraryTest::TakeTranscript() {
@@ -183,17 +160,10 @@ Lines LibraryTest::TakeTranscript() {
   return lines;
 }
 
-Lines LibraryTest::TakeTaggedLog() {
-  Lines lines;
-  for (std::string& line : TakeRaw()) {
-    if (!IsOperation(line)) lines.push_back(line);
-  }
-  return lines;
-}
-
 Lines LibraryTest::TakeLog() {
-  Lines lines = TakeTaggedLog();
-  for (std::string& line : lines) line = WithoutTag(line);
+  Lines lines = TakeTranscript();
+  const auto isOperation = [](const std::string& line) { return line[0] == '<'; };
+  lines.erase(std::remove_if(lines.begin(), lines.end(), isOperation), lines.end());
   return lines;
 }
 

@@ -66,50 +66,32 @@ class StateSnapshot {
   std::string bytes_;
 };
 
-// Lines that several threads may add to.
-class Transcript {
- public:
-  void Add(std::string line);
-  Lines Take();
-
- private:
-  std::mutex mutex_;
-  Lines lines_;
-};
-
-// Keeps what the log delivers.
-class MemorySink : public LogSink {
- public:
-  explicit MemorySink(Transcript* transcript) : transcript_(transcript) {}
-  void logMessage(const char* message) override;
-
-  std::function<void()> onLine;  // runs under the log's lock
-
- private:
-  Transcript* transcript_;
-};
-
 // The library, its log, and the engine in this process. Log lines and device operations stand in
-// one transcript, in the order in which they happened; a failing test prints it.
+// one transcript, in the order in which they happened.
 class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver {
  protected:
+  // Keeps what the log delivers.
+  struct Sink : LogSink {
+    explicit Sink(LibraryTest* test) : owner(test) {}
+    void logMessage(const char* message) override;
+
+    LibraryTest* const owner;
+    std::function<void()> onLine;  // runs under the log's lock
+  };
+
   explicit LibraryTest(zulisim::EngineOptions options = {});
   ~LibraryTest() override;
-  void TearDown() override;
   void OnOperation(const zulisim::OperationRecord& record) override;
 
   // Let trace messages through, also while KaloInit3, which lowers the threshold, is running.
   void Trace();
 
-  // What has happened since the last Take: log lines as "function: text" and device operations as
-  // "<write>" or "<write EIO>".
+  // What has happened since the last call: log lines as "function:12: text" and device operations
+  // as "<write>" or "<write EIO>".
+  Lines TakeRaw();
+  // The same without tags, and without the operations.
   Lines TakeTranscript();
-  // Log lines alone, without and with the number that tags them.
   Lines TakeLog();
-  Lines TakeTaggedLog();
-
-  // Lets the failure report begin here.
-  void Forget();
 
   std::string LogFile() const { return folder_ + "/Marvoleth.log"; }
   std::string LogFileText() const;
@@ -118,16 +100,15 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
 
   KaloDllState& state = gKaloDllState;
   zulisim::Engine engine;
-  MemorySink* sink;  // owned by the log
-
-  // The transcript as it is, tags included.
-  Lines TakeRaw();
+  Sink* sink;  // owned by the log
 
  private:
+  void Add(std::string line);
+
   const std::string folder_;
   zulisim::Attachment attachment_;
-  Transcript transcript_;
-  Lines history_;
+  std::mutex mutex_;
+  Lines lines_;
 };
 
 }  // namespace test
