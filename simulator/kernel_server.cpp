@@ -52,7 +52,10 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
     const int descriptor = fuse_session_fd(session_);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
-    StartWorker();
+    {
+      std::lock_guard<std::mutex> turn(turn_);
+      StartWorker();
+    }
     if (!operations_->Ready()) {
       throw std::runtime_error("the kernel refused to serve '" + path_ + "'" +
                                (libraryText.empty() ? "" : ": " + libraryText));
@@ -109,6 +112,7 @@ void KernelServer::MakeNode() {
   }
 }
 
+// With the turn.
 void KernelServer::StartWorker() {
   ++idle_;
   workers_.emplace_back([this] { Work(); });

@@ -83,8 +83,8 @@ for device in preload fuse; do
   wait $engine 2>/dev/null
   wait_for "$folder/killed.$device" "open: errno"
   nothing_left "SIGKILL under $device"
-  timeout 20 "$zulisim" run -q --device $device -- "$program" open connect raise:11
-  [ $? -eq 139 ] || complain "a crash of the program under $device"
+  timeout 20 "$zulisim" run -q --device $device -- "$program" open connect raise:9
+  [ $? -eq 137 ] || complain "a crash of the program under $device"
   (trap - INT; exec timeout -s INT 1 "$zulisim" run -q --device $device -- sleep 20)
   nothing_left "a crash and SIGINT under $device"
 done
