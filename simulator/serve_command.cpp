@@ -33,6 +33,7 @@ removed at the end. With root, all users may open the device.
 Programs see the same results as under 'zulisim run', but for what the kernel decides itself:
   - It refuses bad addresses and moves 0 bytes without asking the engine, which does not count
     them, and it does not tell a program how a close of the device went.
+  - What a program leaves open when it ends is closed like all else, and shows so.
   - It joins the pieces of readv and writev to one message.
   - Messages have at most 1044480 bytes with --fuse, 126976 with --cuse; a longer transfer
     shows in the transcript with what the kernel carries at once. Of a write that was split

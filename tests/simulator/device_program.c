@@ -8,6 +8,7 @@
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <time.h>
 #include <unistd.h>
@@ -54,6 +55,15 @@ static long Log(const char* text) {
   return fclose(file);
 }
 
+static long Pieces(size_t count) {
+  static struct iovec pieces[1024];
+  for (size_t i = 0; i < count && i < 1024; ++i) {
+    pieces[i].iov_base = buffer + i;
+    pieces[i].iov_len = 1;
+  }
+  return writev(device, pieces, (int)count);
+}
+
 /* Prints on standard error, as the time differs from run to run. */
 static long Exchanges(size_t count) {
   struct timespec start, end;
@@ -85,6 +95,8 @@ static int Step(const char* self, const char* step) {
     Report(step, read(device, buffer, count));
   } else if (strncmp(step, "exchange:", 9) == 0) {
     Report(step, Exchanges(count));
+  } else if (strncmp(step, "pieces:", 7) == 0) {
+    Report(step, Pieces(count));
   } else if (strcmp(step, "badread") == 0) {
     Report(step, read(device, nowhere, 16));
   } else if (strcmp(step, "badwrite") == 0) {

@@ -70,6 +70,13 @@ else
   echo "not run as another user: a user namespace is not to be had, or the build is not to be read"
 fi
 
+# The kernel splits what has more pieces than it carries: never into two messages.
+"$zulisim" run --device fuse -- "$program" open connect pieces:300 read:300 read:300 close \
+  >"$folder/out" 2>&1
+holds "$folder/out" 'the kernel has split a write'
+holds "$folder/out" 'read:300: 256'
+holds "$folder/out" 'read:300: errno 11'
+
 # Whatever ends the engine or the program during an exchange, the other goes on at once, with an
 # error, and nothing is left. A client that takes a minute holds the program in its read.
 slow=(--reply 'kalo:*=latency:60s')
