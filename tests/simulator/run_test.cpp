@@ -163,12 +163,49 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
       {run + "--root /proc/none -- " DEVICE_PROGRAM, 125, "'/proc/none' cannot be used"},
       {run + "--transcript /none/t -- " DEVICE_PROGRAM, 125, "'/none/t' cannot be written"},
       {ZULISIM, 125, "subcommand"},
+      {ZULISIM " run --scenario /none -- true", 125, "'/none' cannot be read"},
+      {ZULISIM " record -- true", 125, "--output is required"},
+      {ZULISIM " record -o /none/r --engine -- true", 125, "'/none/r' cannot be written"},
+      {ZULISIM " record -o r --from /dev/none -- true", 125, "--engine or a scenario records"},
+      {ZULISIM " record -o r --from x --fault open:1=EIO -- true", 125, "takes no instructions"},
+      {ZULISIM " replay /etc/passwd -- true", 125, "/etc/passwd:1:1: no recording"},
+      {ZULISIM " check /none", 1, "'/none' cannot be read"},
   };
   for (const auto& each : cases) {
     const Outcome outcome = Shell(each.command);
     EXPECT_EQ(outcome.status, each.status) << each.command;
     EXPECT_THAT(outcome.err, HasSubstr(each.message)) << each.command;
   }
+  EXPECT_TRUE(NothingIsLeft());
+}
+
+TEST_F(RunTest, a_run_that_was_recorded_is_replayed_and_a_divergence_shows) {
+  const std::string file = (folder / "recording").string();
+  const std::string program = " -- " DEVICE_PROGRAM " open connect write:20 read:20 child read:64";
+  // The recorder finds its device where any program would: here it is another engine's.
+  const Outcome run =
+      Shell(ZULISIM " run --lose read:2 -- " ZULISIM " record -q -o " + file + program);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_THAT(run.err, HasSubstr("the device is lost at read 2"));
+  EXPECT_THAT(Content(file), HasSubstr("#1  read 64  -> ENODEV  in 0."));
+  EXPECT_EQ(Shell(ZULISIM " check " + file).out, file + ": a recording of 7 operations\n");
+
+  const Outcome replay = Shell(ZULISIM " replay -q " + file + program);
+  EXPECT_EQ(replay.status, 0);
+  EXPECT_EQ(replay.out, run.out);
+  EXPECT_EQ(replay.err, "zulisim: all 7 operations of '" + file + "' were replayed\n");
+
+  const Outcome other =
+      Shell(ZULISIM " replay -q " + file + " -- " DEVICE_PROGRAM " open connect write:21 exit:0");
+  EXPECT_EQ(other.status, 124);
+  EXPECT_THAT(other.err,
+              HasSubstr("at operation 3 (line 11) on connection #1\n  expected  write 20 "
+                        "bytes, command 0x10\n  got       write 21 bytes, command 0x10\n"));
+
+  std::filesystem::resize_file(file, std::filesystem::file_size(file) - 60);
+  const Outcome cut = Shell(ZULISIM " replay -q " + file + program);
+  EXPECT_EQ(cut.status, 123);
+  EXPECT_THAT(cut.err, HasSubstr("is cut behind operation 6"));
   EXPECT_TRUE(NothingIsLeft());
 }
 
