@@ -1,7 +1,9 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|browser|all]...      (default: build)
+#
+# A browser is not among all: it is large, and only a picture of a report needs it.
 #
 # Without root the packages are only checked for, and the missing ones are named.
 set -euo pipefail
@@ -14,6 +16,7 @@ fuzz=(clang-14 libclang-rt-14-dev)
 abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
 fuse=(fuse3)
 vm=(qemu-system-x86 busybox-static cpio)
+browser=(chromium fonts-dejavu-core)
 
 wanted=()
 for group in "${@:-build}"; do
@@ -25,10 +28,11 @@ for group in "${@:-build}"; do
     abi) wanted+=("${build[@]}" "${abi[@]}") ;;
     fuse) wanted+=("${build[@]}" "${fuse[@]}") ;;
     vm) wanted+=("${build[@]}" "${vm[@]}") ;;
+    browser) wanted+=("${build[@]}" "${browser[@]}") ;;
     all)
       wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}")
       ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm or all is expected" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, browser or all is expected" >&2; exit 2 ;;
   esac
 done
 
