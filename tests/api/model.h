@@ -161,21 +161,19 @@ class Model {
   }
 
   uint32_t KaloCleanup() {
-    Say("KaloCleanup:830", {"Executing call to KaloCleanup() API..."});
-    Say("KaloCleanup:832", {CountA(countA)});
+    Say("KaloCleanup:", {"830: Executing call to KaloCleanup() API...", "832: " + CountA(countA)});
     if (a != nullptr && countA != 0 && --countA == 0) {
       Destroy(a);
       sessionBShared = false;
       a = nullptr;
     }
-    Say("KaloCleanup:848", {CountA(countA)});
-    Say("KaloCleanup:850", {CountB(countB)});
+    Say("KaloCleanup:", {"848: " + CountA(countA), "850: " + CountB(countB)});
     if (b != nullptr && countB != 0 && --countB == 0) {
       Destroy(b);
       b = nullptr;
     }
-    Say("KaloCleanup:862", {CountB(countB)});
-    Say("KaloCleanup:866", {"Call to KaloCleanup() API completed successfully."});
+    Say("KaloCleanup:",
+        {"862: " + CountB(countB), "866: Call to KaloCleanup() API completed successfully."});
     return 0;
   }
 
@@ -196,13 +194,13 @@ class Model {
       try {
         fenu = Open(gKaloDllState.fenuSession);
       } catch (const std::runtime_error& error) {
-        Say("FenuInit3:698", {"Call to FenuInit3() API failed."});
-        Say("FenuInit3:699", {error.what()});
+        Say("FenuInit3:",
+            {"698: Call to FenuInit3() API failed.", "699: " + std::string(error.what())});
         return Record(1, error.what(), 0xFFFFFFFF, kNoContext, 1);
       }
       fenuGeneration = 3;
-      Say("FenuInit3:676", {"KALO FeNu DREM Handle " + Pointer(fenu->address)});
-      Say("FenuInit3:677", {"KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
+      Say("FenuInit3:", {"676: KALO FeNu DREM Handle " + Pointer(fenu->address),
+                         "677: KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
     } else if (fenuGeneration == 3) {
       Say("FenuInit3:682", {"KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
     }
@@ -212,14 +210,14 @@ class Model {
   }
 
   uint32_t FenuCleanup3(Session* released) {
-    Say("FenuCleanup3:721", {"Executing call to FenuCleanup3() API... "});
-    Say("FenuCleanup3:723", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
+    Say("FenuCleanup3:", {"721: Executing call to FenuCleanup3() API... ",
+                          "723: FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
     if (fenuCount != 0 && --fenuCount == 0) {
       Destroy(released);
       fenuGeneration = 0;
     }
-    Say("FenuCleanup3:734", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
-    Say("FenuCleanup3:738", {"Call to FenuCleanup3() API completed successfully."});
+    Say("FenuCleanup3:", {"734: FeNu KALO DREM Ref Cnt " + Hex(fenuCount),
+                          "738: Call to FenuCleanup3() API completed successfully."});
     return 0;
   }
 
@@ -237,14 +235,14 @@ class Model {
   }
 
   uint32_t FenuCleanup() {
-    Say("FenuCleanup:909", {"Executing call to FenuCleanup() API..."});
-    Say("FenuCleanup:911", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
+    Say("FenuCleanup:", {"909: Executing call to FenuCleanup() API...",
+                         "911: FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
     if (fenuCount == 0 || --fenuCount == 0) {
       Destroy(fenu);
       fenu = nullptr;
     }
-    Say("FenuCleanup:927", {"FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
-    Say("FenuCleanup:931", {"Call to FenuCleanup() API completed successfully."});
+    Say("FenuCleanup:", {"927: FeNu KALO DREM Ref Cnt " + Hex(fenuCount),
+                         "931: Call to FenuCleanup() API completed successfully."});
     return 0;
   }
 
@@ -289,6 +287,7 @@ class Model {
  private:
   // --- Texts and errors ---
 
+  // A name that ends in a colon has its tags in the texts.
   void Say(const std::string& name, const Lines& texts) {
     if (traced || name.find(':') == std::string::npos)
       told = std::move(told) + WithName(name, texts);
@@ -317,8 +316,7 @@ class Model {
   }
   // Before a session is selected none is, and that equals a KALO session that is not there.
   uint32_t Misfiled(uint32_t status, const char* text) {
-    Say("StartIoEx:1025", {"Call to StartIoEx() API failed."});
-    Say("StartIoEx:1026", {KaloText(status, text)});
+    Say("StartIoEx:", {"1025: Call to StartIoEx() API failed.", "1026: " + KaloText(status, text)});
     const bool open = a != nullptr && a->live;
     return Record(open ? 3 : 2, KaloText(status, text), status, nullptr, status);
   }

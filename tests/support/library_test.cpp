@@ -22,14 +22,13 @@ namespace {
 constexpr struct {
   const char* name;
   size_t offset, size;
-} kFields[] = {
-    FIELD(kaloInterfaceVersion), FIELD(fenuInterfaceVersion), FIELD(provisioningSession),
-    FIELD(kaloSessionA),         FIELD(kaloSessionB),         FIELD(fenuSession),
-    FIELD(apiErrorText),         FIELD(apiErrorCode),         FIELD(kaloErrorText),
-    FIELD(kaloErrorCode),        FIELD(fenuErrorText),        FIELD(fenuErrorCode),
-    FIELD(lastErrorSource),      FIELD(lastErrorContext),     FIELD(lastErrorProcessId),
-    FIELD(firmwareApiVersion),   FIELD(stateInitFlag),        FIELD(kaloRefCountA),
-    FIELD(kaloRefCountB),        FIELD(fenuRefCount),         FIELD(sessionBShared)};
+} kFields[] = {FIELD(kaloInterfaceVersion), FIELD(fenuInterfaceVersion), FIELD(provisioningSession),
+               FIELD(kaloSessionA),         FIELD(kaloSessionB),         FIELD(fenuSession),
+               FIELD(apiErrorText),         FIELD(apiErrorCode),         FIELD(kaloErrorText),
+               FIELD(kaloErrorCode),        FIELD(fenuErrorText),        FIELD(fenuErrorCode),
+               FIELD(lastErrorSource),      FIELD(lastErrorContext),     FIELD(lastErrorProcessId),
+               FIELD(firmwareApiVersion),   FIELD(stateInitFlag),        FIELD(kaloRefCountA),
+               FIELD(kaloRefCountB),        FIELD(fenuRefCount),         FIELD(sessionBShared)};
 #undef FIELD
 
 char* StateBytes() { return reinterpret_cast<char*>(&gKaloDllState); }
