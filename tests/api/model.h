@@ -289,8 +289,11 @@ class Model {
 
   // A name that ends in a colon has its tags in the texts.
   void Say(const std::string& name, const Lines& texts) {
-    if (traced || name.find(':') == std::string::npos)
-      told = std::move(told) + WithName(name, texts);
+    const bool tagged = name.find(':') != std::string::npos;
+    if (tagged && !traced) return;
+    for (const std::string& text : texts) {
+      told.push_back(name + (name.back() == ':' ? "" : ": ") + text);
+    }
   }
   static std::string CountA(uint32_t count) { return "KALO DREM Ref Cnt A " + Hex(count); }
   static std::string CountB(uint32_t count) { return "KALO DREM Ref Cnt B " + Hex(count); }
