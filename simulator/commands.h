@@ -36,6 +36,8 @@ void RequireProgram(const Invocation& invocation, const std::string& command);
 void AddInstructionOptions(CLI::App* command, Scenario* scenario);
 // True when the command line had one of them.
 bool HasInstructions(const CLI::App& command);
+// --device, for MakeServedProgram
+void AddDeviceOption(CLI::App* command, std::string* attachment);
 // --root
 void AddRootOption(CLI::App* command, std::string* root);
 // --quiet, --transcript, --connection-numbers, --trace and --report

@@ -3,6 +3,7 @@
 #include <stdexcept>
 
 #include "simulator/commands.h"
+#include "simulator/program_choice.h"
 #include "simulator/scenario_file.h"
 #include "simulator/scenario_options.h"
 
@@ -65,6 +66,13 @@ bool HasInstructions(const CLI::App& command) {
   const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
   return std::any_of(std::begin(names), std::end(names),
                      [&command](const char* name) { return command.count(name) > 0; });
+}
+
+void AddDeviceOption(CLI::App* command, std::string* attachment) {
+  command
+      ->add_option("--device", *attachment, "How the program reaches the device (default: preload)")
+      ->type_name("preload|fuse")
+      ->check(CLI::IsMember({kPreloadAttachment, kFuseAttachment}).description(""));
 }
 
 void AddRootOption(CLI::App* command, std::string* root) {

@@ -4,6 +4,9 @@
 
 namespace zulisim {
 
+// As the kernel shows it; to a 64-bit program the constant is 0.
+inline constexpr int kKernelLargeFile = 0100000;
+
 // The flags of an open that have a name in recordings: `value` under `mask`.
 struct OpenFlag {
   const char* name;
@@ -22,6 +25,7 @@ inline constexpr OpenFlag kOpenFlags[] = {
     {"O_APPEND", O_APPEND, O_APPEND},
     {"O_NONBLOCK", O_NONBLOCK, O_NONBLOCK},
     {"O_CLOEXEC", O_CLOEXEC, O_CLOEXEC},
+    {"O_LARGEFILE", kKernelLargeFile, kKernelLargeFile},
 };
 
 }  // namespace zulisim

@@ -34,7 +34,8 @@ unsigned OpenMode(int flags, unsigned mode);
 std::size_t InputSize(const RawOperation& operation);
 std::size_t OutputSize(const RawOperation& operation);
 
-// True when a program that passes what `b` passes does what it did in `a`.
+// True when a program that passes what `b` passes does what it did in `a`. Of an open's arguments
+// only those flags count that reach a device.
 bool SameCall(const RawOperation& a, const RawOperation& b);
 
 // "write 64 bytes, command 0x11"

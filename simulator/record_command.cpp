@@ -8,7 +8,7 @@
 #include "simulator/commands.h"
 #include "simulator/output_file.h"
 #include "simulator/passthrough_device.h"
-#include "simulator/preloaded_program.h"
+#include "simulator/program_choice.h"
 #include "simulator/recorder.h"
 
 namespace zulisim {
@@ -32,6 +32,7 @@ struct RecordOptions {
   std::string file;
   std::string device = "/dev/zuli";
   bool engine = false;
+  std::string attachment = kPreloadAttachment;
   std::string root;
   ObservationOptions observation;
   Scenario scenario;
@@ -53,14 +54,15 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
 }
 
 int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
-  PreloadedProgram program(arguments, options.root);
+  const auto program =
+      MakeServedProgram(options.attachment, arguments, options.root, options.scenario);
   const std::unique_ptr<Device> device = MakeDevice(options);
   OutputFile file("recording", options.file);
   Recorder recorder(
       device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
       options.scenario.clients);
   const Observation observation(options.observation, arguments, &recorder);
-  return program.Run(recorder);
+  return program->Run(recorder);
 }
 
 }  // namespace
@@ -76,6 +78,7 @@ void DefineRecord(CLI::App* app, Invocation* invocation) {
       ->type_name("PATH");
   command->add_flag("--engine", options->engine,
                     "Record the software engine; implied by each of the options below");
+  AddDeviceOption(command, &options->attachment);
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
   AddInstructionOptions(command, &options->scenario);

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "simulator/commands.h"
-#include "simulator/preloaded_program.h"
+#include "simulator/program_choice.h"
 #include "simulator/replay_device.h"
 #include "simulator/text_file.h"
 
@@ -30,6 +30,7 @@ recording is cut; otherwise as with 'zulisim run'.)";
 struct ReplayOptions {
   std::string file;
   bool inTime = false;
+  std::string attachment = kPreloadAttachment;
   std::string root;
   ObservationOptions observation;
 };
@@ -65,10 +66,10 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
     std::cerr << "zulisim: '" << options.file << "' is cut behind operation " << operations
               << "; it is replayed up to there\n";
   }
-  PreloadedProgram program(arguments, options.root);
+  const auto program = MakeServedProgram(options.attachment, arguments, options.root, {});
   ReplayDevice device(std::move(recording), options.inTime);
   const Observation observation(options.observation, arguments, &device);
-  const int status = program.Run(device);
+  const int status = program->Run(device);
   device.End();
   return Report(device, options.file, operations, status);
 }
@@ -81,6 +82,7 @@ void DefineReplay(CLI::App* app, Invocation* invocation) {
   const auto options = std::make_shared<ReplayOptions>();
   command->add_option("FILE", options->file, "The recording")->required();
   command->add_flag("--in-time", options->inTime, "Let each operation take as long as it did");
+  AddDeviceOption(command, &options->attachment);
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
   command->callback([=] {

@@ -1,9 +1,7 @@
 #include <memory>
 
 #include "simulator/commands.h"
-#include "simulator/kernel_modes.h"
-#include "simulator/kernel_program.h"
-#include "simulator/preloaded_program.h"
+#include "simulator/program_choice.h"
 
 namespace zulisim {
 namespace {
@@ -36,33 +34,15 @@ Examples:
 Exit status: the program's; 128 and the signal's number when a signal ended it; 125 when
 zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
 
-constexpr const char* kPreload = "preload";
-constexpr const char* kFuse = "fuse";
-
 struct RunOptions {
-  std::string device = kPreload;
+  std::string device = kPreloadAttachment;
   std::string root;
   ObservationOptions observation;
   Scenario scenario;
 };
 
-std::unique_ptr<ServedProgram> Served(const RunOptions& options,
-                                      const std::vector<std::string>& arguments) {
-  if (options.device == kPreload) {
-    return std::make_unique<PreloadedProgram>(arguments, options.root);
-  }
-  CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
-  return std::make_unique<KernelProgram>(arguments, options.root);
-}
-
-void AddDeviceOption(CLI::App* command, std::string* device) {
-  command->add_option("--device", *device, "How the program reaches the device (default: preload)")
-      ->type_name("preload|fuse")
-      ->check(CLI::IsMember({kPreload, kFuse}).description(""));
-}
-
 int Run(const RunOptions& options, const std::vector<std::string>& arguments) {
-  const auto program = Served(options, arguments);
+  const auto program = MakeServedProgram(options.device, arguments, options.root, options.scenario);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   const Observation observation(options.observation, arguments, &engine);

@@ -183,8 +183,8 @@ TEST(RecordingTest, reports_the_first_divergence_alone) {
             "at operation 4 (line 8) on connection #2\n"
             "  expected  write 4 bytes\n  got       the end of the program\n");
   EXPECT_EQ(
-      divergence([](ReplayDevice* device) { device->Open(O_RDWR, 0, 5); }),
-      "behind its last operation\n  expected  the end of the program\n  got       open O_RDWR\n");
+      divergence([](ReplayDevice* device) { device->Open(O_WRONLY, 0, 5); }),
+      "behind its last operation\n  expected  the end of the program\n  got       open O_WRONLY\n");
 }
 
 TEST(RecordingTest, is_good_up_to_wherever_it_is_cut) {
