@@ -106,6 +106,11 @@ TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
   delete own;
 }
 
+TEST(Module, takes_every_reason) {
+  for (const unsigned reason : {0u, 1u, 2u, 3u, 99u})
+    EXPECT_EQ(DllMain(nullptr, reason, nullptr), 1);
+}
+
 TEST(ErrorRecord, keeps_each_source_apart) {
   const auto save = [](uint32_t source, const char* text, uint32_t code, void* context = nullptr) {
     const StateSnapshot before;

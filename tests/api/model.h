@@ -1,6 +1,9 @@
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdint>
+#include <cstring>
 #include <memory>
 #include <optional>
 #include <stdexcept>
@@ -37,18 +40,13 @@ class Model {
     int32_t errorStatus = -1;
     std::string errorText;
   };
-  struct ErrorRecord {
-    std::string text;
-    uint32_t code = 0;
-  };
-
   explicit Model(bool traces) : traced(traces) {}
 
   uint32_t KaloStateInit(const KALO_STATE_INIT_PARAMS* params) {
     Say("KaloStateInit", {"Executing call to KaloStateInit() API..."});
     if (params != nullptr) {
-      firmwareApiVersion = params->firmwareApiVersion;
-      stateInitFlag = params->stateInitOption == 1;
+      want->firmwareApiVersion = params->firmwareApiVersion;
+      want->stateInitFlag = params->stateInitOption == 1;
     }
     Say("KaloStateInit", {"Call to KaloInit() API completed successfully."});
     return 0;
@@ -61,25 +59,25 @@ class Model {
     Say("KaloInit3", {"Executing call to KaloInit3() API ..."});
     Session* pending = nullptr;
     try {
-      if (countA == 0) {
+      if (want->kaloRefCountA == 0) {
         a = pending = Open(gKaloDllState.kaloSessionA);
         handle = a->address;
-        sessionBShared = stateInitFlag;
-        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle), CountA(++countA)});
-      } else if (firmwareApiVersion == 0x30002) {
+        want->sessionBShared = want->stateInitFlag;
+        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle), CountA(++want->kaloRefCountA)});
+      } else if (want->firmwareApiVersion == 0x30002) {
         handle = AddressOf(a);
         Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle),
-                          "KALO DREM Ref Cnt A with FW API_32 " + Hex(++countA)});
-      } else if (firmwareApiVersion == 0x30000 && countB == 0) {
+                          "KALO DREM Ref Cnt A with FW API_32 " + Hex(++want->kaloRefCountA)});
+      } else if (want->firmwareApiVersion == 0x30000 && want->kaloRefCountB == 0) {
         b = pending = Open(gKaloDllState.kaloSessionB);
         handle = b->address;
         Say("KaloInit3", {"KALO DREM Handle B with FW API_30 " + Pointer(handle),
-                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(++countB)});
-      } else if (firmwareApiVersion == 0x30000) {
-        ++(sessionBShared ? countB : countA);
-        handle = AddressOf(sessionBShared ? b : a);
-        Say("KaloInit3", {"KALO DREM Ref Cnt A with FW API_30 " + Hex(countA),
-                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(countB)});
+                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(++want->kaloRefCountB)});
+      } else if (want->firmwareApiVersion == 0x30000) {
+        ++(want->sessionBShared ? want->kaloRefCountB : want->kaloRefCountA);
+        handle = AddressOf(want->sessionBShared ? b : a);
+        Say("KaloInit3", {"KALO DREM Ref Cnt A with FW API_30 " + Hex(want->kaloRefCountA),
+                          "KALO DREM Ref Cnt B with FW API_30 " + Hex(want->kaloRefCountB)});
       } else {
         Say("KaloInit3", {"Error - FW version is not set "});
       }
@@ -87,13 +85,13 @@ class Model {
       Say("KaloInit3", {"Call to KaloInit3() API failed.", error.what()});
       return Record(1, error.what(), 0xFFFFFFFF, kNoContext, 1);
     }
-    if (kaloGeneration != 0 && kaloGeneration != 3) {
+    if (want->kaloInterfaceVersion != 0 && want->kaloInterfaceVersion != 3) {
       Destroy(pending);
       const std::string text = KaloText(5, "Previous provisioning attempt failed.");
       Say("KaloInit3", {"Call to KaloInit3() API failed.", text});
       return Record(1, text, 5, kNoContext, 5);
     }
-    kaloGeneration = 3;
+    want->kaloInterfaceVersion = 3;
     Say("KaloInit3", {"Call to KaloInit3() API completed successfully. ",
                       "Returned DREM Handle " + Pointer(handle)});
     return 0;
@@ -136,14 +134,16 @@ class Model {
   }
 
   uint32_t KaloCleanup3(const void* released) {
-    Say("KaloCleanup3", {"Executing call to KaloCleanup3() API...", CountA(countA)});
-    if (released == AddressOf(a) && countA != 0 && --countA == 0) {
+    Say("KaloCleanup3", {"Executing call to KaloCleanup3() API...", CountA(want->kaloRefCountA)});
+    if (released == AddressOf(a) && want->kaloRefCountA != 0 && --want->kaloRefCountA == 0) {
       Destroy(a);
-      sessionBShared = false;
+      want->sessionBShared = false;
     }
-    Say("KaloCleanup3", {CountA(countA), CountB(countB)});
-    if (released == AddressOf(b) && countB != 0 && --countB == 0) Destroy(b);
-    Say("KaloCleanup3", {CountB(countB), "Call to KaloCleanup3() API completed successfully."});
+    Say("KaloCleanup3", {CountA(want->kaloRefCountA), CountB(want->kaloRefCountB)});
+    if (released == AddressOf(b) && want->kaloRefCountB != 0 && --want->kaloRefCountB == 0)
+      Destroy(b);
+    Say("KaloCleanup3",
+        {CountB(want->kaloRefCountB), "Call to KaloCleanup3() API completed successfully."});
     return 0;
   }
 
@@ -161,19 +161,21 @@ class Model {
   }
 
   uint32_t KaloCleanup() {
-    Say("KaloCleanup:", {"830: Executing call to KaloCleanup() API...", "832: " + CountA(countA)});
-    if (a != nullptr && countA != 0 && --countA == 0) {
+    Say("KaloCleanup:",
+        {"830: Executing call to KaloCleanup() API...", "832: " + CountA(want->kaloRefCountA)});
+    if (a != nullptr && want->kaloRefCountA != 0 && --want->kaloRefCountA == 0) {
       Destroy(a);
-      sessionBShared = false;
+      want->sessionBShared = false;
       a = nullptr;
     }
-    Say("KaloCleanup:", {"848: " + CountA(countA), "850: " + CountB(countB)});
-    if (b != nullptr && countB != 0 && --countB == 0) {
+    Say("KaloCleanup:",
+        {"848: " + CountA(want->kaloRefCountA), "850: " + CountB(want->kaloRefCountB)});
+    if (b != nullptr && want->kaloRefCountB != 0 && --want->kaloRefCountB == 0) {
       Destroy(b);
       b = nullptr;
     }
-    Say("KaloCleanup:",
-        {"862: " + CountB(countB), "866: Call to KaloCleanup() API completed successfully."});
+    Say("KaloCleanup:", {"862: " + CountB(want->kaloRefCountB),
+                         "866: Call to KaloCleanup() API completed successfully."});
     return 0;
   }
 
@@ -190,7 +192,7 @@ class Model {
 
   uint32_t FenuInit3() {
     Say("FenuInit3:660", {"Executing call to FenuInit3() API..."});
-    if (fenuGeneration == 0) {
+    if (want->fenuInterfaceVersion == 0) {
       try {
         fenu = Open(gKaloDllState.fenuSession);
       } catch (const std::runtime_error& error) {
@@ -198,11 +200,11 @@ class Model {
             {"698: Call to FenuInit3() API failed.", "699: " + std::string(error.what())});
         return Record(1, error.what(), 0xFFFFFFFF, kNoContext, 1);
       }
-      fenuGeneration = 3;
+      want->fenuInterfaceVersion = 3;
       Say("FenuInit3:", {"676: KALO FeNu DREM Handle " + Pointer(fenu->address),
-                         "677: KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
-    } else if (fenuGeneration == 3) {
-      Say("FenuInit3:682", {"KALO FeNu DREM Ref Cnt " + Hex(++fenuCount)});
+                         "677: KALO FeNu DREM Ref Cnt " + Hex(++want->fenuRefCount)});
+    } else if (want->fenuInterfaceVersion == 3) {
+      Say("FenuInit3:682", {"KALO FeNu DREM Ref Cnt " + Hex(++want->fenuRefCount)});
     }
     handle = AddressOf(fenu);
     Say("FenuInit3:709", {"Call to FenuInit3() API completed successfully. "});
@@ -211,12 +213,12 @@ class Model {
 
   uint32_t FenuCleanup3(Session* released) {
     Say("FenuCleanup3:", {"721: Executing call to FenuCleanup3() API... ",
-                          "723: FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
-    if (fenuCount != 0 && --fenuCount == 0) {
+                          "723: FeNu KALO DREM Ref Cnt " + Hex(want->fenuRefCount)});
+    if (want->fenuRefCount != 0 && --want->fenuRefCount == 0) {
       Destroy(released);
-      fenuGeneration = 0;
+      want->fenuInterfaceVersion = 0;
     }
-    Say("FenuCleanup3:", {"734: FeNu KALO DREM Ref Cnt " + Hex(fenuCount),
+    Say("FenuCleanup3:", {"734: FeNu KALO DREM Ref Cnt " + Hex(want->fenuRefCount),
                           "738: Call to FenuCleanup3() API completed successfully."});
     return 0;
   }
@@ -236,12 +238,12 @@ class Model {
 
   uint32_t FenuCleanup() {
     Say("FenuCleanup:", {"909: Executing call to FenuCleanup() API...",
-                         "911: FeNu KALO DREM Ref Cnt " + Hex(fenuCount)});
-    if (fenuCount == 0 || --fenuCount == 0) {
+                         "911: FeNu KALO DREM Ref Cnt " + Hex(want->fenuRefCount)});
+    if (want->fenuRefCount == 0 || --want->fenuRefCount == 0) {
       Destroy(fenu);
       fenu = nullptr;
     }
-    Say("FenuCleanup:", {"927: FeNu KALO DREM Ref Cnt " + Hex(fenuCount),
+    Say("FenuCleanup:", {"927: FeNu KALO DREM Ref Cnt " + Hex(want->fenuRefCount),
                          "931: Call to FenuCleanup() API completed successfully."});
     return 0;
   }
@@ -267,14 +269,8 @@ class Model {
 
   static inline const void* const kNoContext = reinterpret_cast<const void*>(0xDEADBEEFull);
 
-  uint32_t kaloGeneration = 0, fenuGeneration = 0;
-  uint32_t firmwareApiVersion = 0;
-  bool stateInitFlag = false, sessionBShared = false;
-  uint32_t countA = 0, countB = 0, fenuCount = 0;
+  StateSnapshot want;  // sessions apart
   Session *a = nullptr, *b = nullptr, *fenu = nullptr;
-  ErrorRecord errors[3];
-  uint32_t lastSource = 0;
-  const void* lastContext = kNoContext;
   size_t descriptors = 0;
   std::vector<std::unique_ptr<Session>> sessions;
 
@@ -300,9 +296,16 @@ class Model {
 
   uint32_t Record(uint32_t source, const std::string& text, uint32_t code, const void* context,
                   uint32_t status) {
-    errors[source - 1] = {text, code};
-    lastSource = source;
-    if (source == 1) lastContext = context;
+    std::strcpy(source == 1   ? want->apiErrorText
+                : source == 2 ? want->kaloErrorText
+                              : want->fenuErrorText,
+                text.c_str());
+    (source == 1   ? want->apiErrorCode
+     : source == 2 ? want->kaloErrorCode
+                   : want->fenuErrorCode) = code;
+    want->lastErrorSource = source;
+    want->lastErrorProcessId = static_cast<uint32_t>(getpid());
+    if (source == 1) want->lastErrorContext = const_cast<void*>(context);
     return status;
   }
   static std::string KaloText(uint32_t status, const std::string& text) {

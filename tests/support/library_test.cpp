@@ -78,16 +78,20 @@ Lines operator+(Lines left, const Lines& right) {
   return left;
 }
 
-StateSnapshot::StateSnapshot() : bytes_(StateBytes(), sizeof(KaloDllState)) {}
+StateSnapshot::StateSnapshot() { std::memcpy(bytes_, &gKaloDllState, sizeof bytes_); }
 
 Lines StateSnapshot::Changed() const {
   Lines names;
-  for (const auto& field : kFields) {
-    if (bytes_.compare(field.offset, field.size, StateBytes() + field.offset, field.size) != 0) {
-      names.push_back(field.name);
-    }
+  for (const auto& [name, offset, size] : kFields) {
+    if (std::memcmp(bytes_ + offset, StateBytes() + offset, size) != 0) names.push_back(name);
   }
   return names;
+}
+
+void StateSnapshot::Restore() const {
+  for (const auto& [name, offset, size] : kFields) {
+    std::memcpy(StateBytes() + offset, bytes_ + offset, size);
+  }
 }
 
 std::string Thrown(const std::function<void()>& call) {
@@ -100,12 +104,6 @@ std::string Thrown(const std::function<void()>& call) {
     const std::exception* exception;
     std::memcpy(&exception, &pointer, sizeof exception);
     return std::string(abi::__cxa_current_exception_type()->name()) + ": " + exception->what();
-  }
-}
-
-void StateSnapshot::Restore() const {
-  for (const auto& field : kFields) {
-    std::memcpy(StateBytes() + field.offset, bytes_.data() + field.offset, field.size);
   }
 }
 

@@ -61,9 +61,10 @@ class StateSnapshot {
   // Names of the fields that differ now, in order of declaration; the lock does not count.
   Lines Changed() const;
   void Restore() const;
+  KaloDllState* operator->() { return reinterpret_cast<KaloDllState*>(bytes_); }
 
  private:
-  std::string bytes_;
+  alignas(KaloDllState) char bytes_[sizeof(KaloDllState)];
 };
 
 // The library, its log, and the engine in this process. Log lines and device operations stand in
