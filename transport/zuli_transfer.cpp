@@ -5,7 +5,8 @@
 
 int CpDremSession::ReadFromZuli(unsigned char* buffer, unsigned int length) {
   return static_cast<int>(transport::CallWithRecovery(
-      *this, {transport::DeviceCall::kRead, __func__, "READ"}, [=](int descriptor) { return read(descriptor, buffer, length); }));
+      *this, {transport::DeviceCall::kRead, __func__, "READ"},
+      [=](int descriptor) { return read(descriptor, buffer, length); }));
 }
 
 int CpDremSession::WriteToZuli(unsigned char* buffer, unsigned int length) {
