@@ -319,7 +319,7 @@ std::vector<Entry> NthFailureTest::CompatibilityLayer() {
   return {
       {"AllocMem",
        [] {},
-       [=] { return block_ = AllocMem(8), bytes(1); },
+       [=] { return block_ = AllocMem(8), bytes(GetLastError() == 1 ? 1 : 2); },
        0,
        Kind::kOther,
        {{Call::kAlloc, {1}}},

@@ -1,0 +1,50 @@
+#pragma once
+
+#include <dirent.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "oscl/last_error.h"
+#include "oscl/memory.h"
+
+// A file of the case's own, not yet there, in memory where there is a folder for that. No case may
+// leave a descriptor or a block of memory behind.
+class FileFixture : public testing::Test {
+ protected:
+  ~FileFixture() override {
+    EXPECT_EQ(OpenDescriptors(), descriptors_);
+    EXPECT_EQ(gAllocationCount, blocks_);
+    std::remove(path_.c_str());
+  }
+
+  void Store(const std::string& text) const {
+    std::ofstream(path_, std::ios::binary | std::ios::trunc) << text;
+  }
+
+  std::string Stored() const {
+    std::ostringstream text;
+    text << std::ifstream(path_, std::ios::binary).rdbuf();
+    return text.str();
+  }
+
+  static long OpenDescriptors() {
+    DIR* directory = opendir("/proc/self/fd");
+    long count = 0;
+    while (readdir(directory) != nullptr) ++count;
+    closedir(directory);
+    return count;
+  }
+
+  const std::string path_ = (access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +
+                            "kalodll_oscl." + std::to_string(getpid());
+
+ private:
+  const long descriptors_ = OpenDescriptors();
+  const int32_t blocks_ = gAllocationCount;
+};
