@@ -9,6 +9,7 @@
 #include <cstdarg>
 #include <fstream>
 #include <iomanip>
+#include <thread>
 
 #include "log/log_file.h"
 #include "oscl/last_error.h"
@@ -152,6 +153,16 @@ TEST_F(Messages, begin_with_the_standard_formats_whatever_earlier_ones_did) {
     EXPECT_EQ(meanwhile.exceptions(), std::ios::goodbit);
   }
   EXPECT_EQ(TakeRaw(), List("   2551", "****ff", "   2551", "****ff"));
+}
+
+TEST_F(Messages, are_delivered_under_the_lock) {
+  EnterCriticalSection(&Logger::logBase.lock);
+  std::thread other([] { Say("text"); });
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(TakeRaw(), Lines{});
+  LeaveCriticalSection(&Logger::logBase.lock);
+  other.join();
+  EXPECT_EQ(TakeRaw(), Lines{"text"});
 }
 
 TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
