@@ -115,6 +115,7 @@ TEST_F(ScenarioFileTest, names_each_mistake_with_its_place_and_what_would_be_rig
     const char* message;
   } cases[] = {
       {"a = ", "1:", "no TOML"},
+      {"about = \"\"\"\xc3\xa9\"\"\"\"\nseed = \xc3\xa9", "2:8", "needs quotes around it"},
       {"sede = 1", "1:1", "unknown key 'sede' in a scenario; did you mean 'seed'?"},
       {"about = 1", "1:9", "'about' of a scenario is a text, not an integer"},
       {"reply = 1", "1:9", "write [[reply]]"},
