@@ -17,6 +17,8 @@
 // leave a descriptor or a block of memory behind.
 class FileFixture : public testing::Test {
  protected:
+  // A process of that number may have died before it could clear up.
+  FileFixture() { std::remove(path_.c_str()); }
   ~FileFixture() override {
     EXPECT_EQ(OpenDescriptors(), descriptors_);
     EXPECT_EQ(gAllocationCount, blocks_);
