@@ -96,9 +96,10 @@ std::vector<uint8_t> StoredData(uint32_t type, const void* data, uint32_t size) 
 uint32_t RegOpenKeyEx(HKEY key, const char* subKey, uint32_t /*options*/, uint32_t /*access*/,
                       HKEY* result) {
   return Report([&] {
-    std::string path;
-    Append(path, RootPrefix(key));
-    Append(path, subKey);
+    // A sub-key for which there is no room is refused and leaves the prefix as the path: meant.
+    char path[oscl::kRegistryLineLimit + 1] = "";
+    strcat_s(path, sizeof path, RootPrefix(key));
+    strcat_s(path, sizeof path, subKey);
     RegistryImage image = LoadRegistry();
     CheckNotNull(result);
     const RegistryKeyRecord* found = image.FindByName(path);

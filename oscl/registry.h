@@ -40,8 +40,9 @@ enum {
 };
 
 /* Stores in `*result` the id of the first key that is named by the prefix of the root `key` and
- * `subKey`; with any other `key`, and with a null `subKey`, the other part alone is the name. A
- * name of more than 255 characters is found nowhere. There is nothing to close. */
+ * `subKey`; with any other `key` the sub-key alone is the name. A null sub-key, and one that
+ * would make more than 255 characters, leaves the prefix alone as the name. There is nothing to
+ * close. */
 uint32_t RegOpenKeyEx(HKEY key, const char* subKey, uint32_t options, uint32_t access,
                       HKEY* result);
 uint32_t RegOpenKeyExA(HKEY key, const char* subKey, uint32_t options, uint32_t access,

@@ -24,6 +24,10 @@ TEST_F(RegistryTest, keys_are_found_by_exact_full_name) {
   EXPECT_EQ(opened, 0x15u) << "what follows the id is the name";
   EXPECT_EQ(RegOpenKeyEx(HKEY_USERS, "x", 0, 0, nullptr), OSCL_ERROR_INVALID_PARAMETER);
   EXPECT_EQ(RegCloseKey_Linux(0x11) + GetLastError(), 0u);
+  // Refused as a whole, so that the key named by the bare prefix is meant.
+  Store("[KEY]\n0x16\nHKEY_USERS\\\n");
+  EXPECT_EQ(RegOpenKeyEx(HKEY_USERS, (longest + "n").c_str(), 0, 0, &opened), 0u);
+  EXPECT_EQ(opened, 0x16u);
 }
 
 TEST_F(RegistryTest, data_are_written_by_type_no_further_than_their_size) {
