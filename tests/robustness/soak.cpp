@@ -3,123 +3,88 @@
 //
 //   robustness_soak [EXCHANGES [LOSSES-PER-MILLION]]      (default: 1000000 1000)
 
-#include <dirent.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <fstream>
 #include <random>
-#include <string>
 
-#include "api/kalo_dll.h"
-#include "log/logger.h"
-#include "simulator/attachment.h"
+#include "tests/robustness/driver.h"
 
 namespace {
 
 using zulisim::Operation;
 
-struct Footprint {
-  size_t descriptors = 0;
-  size_t kilobytes = 0;
-};
-
-Footprint Measure() {
-  Footprint now;
-  DIR* folder = opendir("/proc/self/fd");
-  while (readdir(folder) != nullptr) ++now.descriptors;
-  closedir(folder);
-  std::FILE* file = std::fopen("/proc/self/statm", "r");
-  unsigned long size = 0;
-  unsigned long resident = 0;
-  if (std::fscanf(file, "%lu %lu", &size, &resident) != 2) std::abort();
-  std::fclose(file);
-  now.kilobytes = resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
-  return now;
+size_t ResidentKilobytes() {
+  size_t size = 0;
+  size_t resident = 0;
+  if (!(std::ifstream("/proc/self/statm") >> size >> resident)) std::abort();
+  return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
 }
 
 // What a loss of the device does to the exchange that meets it.
-enum Outcome { kUndisturbed, kRecovered, kReplyLost, kReopenFailed, kExhausted, kOutcomeCount };
-constexpr const char* kNames[kOutcomeCount] = {"undisturbed", "recovered", "reply lost",
-                                               "reopen failed", "recovery exhausted"};
+enum Plan { kUndisturbed, kRecovered, kReplyLost, kReopenFailed, kExhausted, kPlanCount };
+constexpr const char* kNames[kPlanCount] = {"undisturbed", "recovered", "reply lost",
+                                            "reopen failed", "recovery exhausted"};
 
 class Soak {
  public:
-  Soak() : attachment_(engine_, {{"/data/Marvoleth.log", "/dev/null"}}) { Open(); }
+  Soak() : attachment_(engine_, {{"/data/Marvoleth.log", "/dev/null"}}) {
+    engine_.SetResponder("KALO", driver::Answer);
+    Open();
+  }
 
   // One exchange; false when the library said or did something else than it must.
-  bool Run(uint32_t number, Outcome planned) {
-    Disturb(planned);
-    std::memcpy(request_, &number, sizeof number);
-    std::memset(reply_, 0, sizeof reply_);
-    const uint32_t status =
-        StartIoEx3(handle_, request_, sizeof request_, reply_, sizeof reply_, nullptr, nullptr);
-    const bool succeeds = planned <= kRecovered;
-    const bool answered = std::memcmp(request_, reply_, sizeof reply_) == 0;
-    const bool good = status == (succeeds ? 0u : 1u) && (!succeeds || answered);
-    if (!good) {
-      std::fprintf(stderr, "exchange %u, %s: status %u, %s\n", number, kNames[planned], status,
-                   answered ? "answered" : "not answered");
-    }
+  bool Run(uint32_t number, Plan plan) {
+    Disturb(number, plan);
+    const driver::Bytes request = driver::Request(0, number, 0x10);
+    const driver::Outcome outcome(handle_, request);
     engine_.ClearFaults();
-    if (succeeds) return good;
-    return KaloCleanup3(handle_) == 0 && Open() && good;
+    const bool good =
+        plan <= kRecovered ? outcome.status == 0 && outcome.Answers(request) : outcome.status == 1;
+    if (!good) {
+      std::fprintf(stderr, "exchange %u, %s: status %u, %s\n", number, kNames[plan], outcome.status,
+                   outcome.Answers(request) ? "answered" : "not answered");
+    }
+    return (plan <= kRecovered || (KaloCleanup3(handle_) == 0 && Open())) && good;
   }
 
   bool Close() { return KaloCleanup3(handle_) == 0 && engine_.OpenDescriptors() == 0; }
 
  private:
-  // KaloInit3 registers one more sink each time; nobody else logs, so one is enough.
   bool Open() {
-    if (KaloInit3(&handle_) != 0) return false;
-    std::vector<LogSink*>& sinks = Logger::logBase.sinks;
-    for (; sinks.size() > 1; sinks.pop_back()) delete sinks.back();
-    return true;
+    const bool opened = KaloInit3(&handle_) == 0;
+    driver::TrimSinks(1);
+    return opened;
   }
 
-  void Disturb(Outcome planned) {
-    switch (planned) {
-      case kUndisturbed:
-      case kOutcomeCount:
-        return;
-      case kRecovered:
-        ++turn_;
-        return engine_.LoseDeviceAtNext(turn_ % 2 == 0 ? Operation::kWrite : Operation::kRead,
-                                        1 + turn_ % 4);
-      case kReplyLost:
-        return engine_.LoseDeviceAtNext(Operation::kRead, 1, {0, ENODEV, false});
-      case kReopenFailed:
-        return engine_.LoseDeviceAtNext(Operation::kWrite, 1, {1, ENODEV, false});
-      case kExhausted:
-        return engine_.LoseDeviceAtNext(Operation::kRead, 5);
-    }
+  void Disturb(uint32_t number, Plan plan) {
+    const Operation either = number % 2 == 0 ? Operation::kWrite : Operation::kRead;
+    if (plan == kRecovered) engine_.LoseDeviceAtNext(either, 1 + number / 2 % 4);
+    if (plan == kReplyLost) engine_.LoseDeviceAtNext(Operation::kRead, 1, {0, ENODEV, false});
+    if (plan == kReopenFailed) engine_.LoseDeviceAtNext(Operation::kWrite, 1, {1, ENODEV, false});
+    if (plan == kExhausted) engine_.LoseDeviceAtNext(Operation::kRead, 5);
   }
 
   zulisim::Engine engine_{{zulisim::DefaultClients(), false}};
   zulisim::Attachment attachment_;
   void* handle_ = nullptr;
-  unsigned char request_[64] = {};
-  unsigned char reply_[64] = {};
-  uint32_t turn_ = 0;
 };
-
-bool NumberOf(const char* text, uint32_t* number) {
-  char* end = nullptr;
-  const unsigned long value = std::strtoul(text, &end, 10);
-  *number = static_cast<uint32_t>(value);
-  return *text >= '0' && *text <= '9' && *end == '\0' && value <= UINT32_MAX;
-}
 
 }  // namespace
 
 int main(int argc, char** argv) {
-  uint32_t exchanges = 1'000'000;
-  uint32_t lossesPerMillion = 1000;
-  if (argc > 3 || (argc > 1 && (!NumberOf(argv[1], &exchanges) || exchanges < 1000)) ||
-      (argc > 2 && !NumberOf(argv[2], &lossesPerMillion))) {
+  uint32_t numbers[2] = {1'000'000, 1000};
+  char* end = nullptr;
+  bool understood = argc <= 3;
+  for (int i = 1; i < argc && understood; ++i) {
+    numbers[i - 1] = static_cast<uint32_t>(std::strtoul(argv[i], &end, 10));
+    understood = *argv[i] >= '0' && *argv[i] <= '9' && *end == '\0';
+  }
+  const uint32_t exchanges = numbers[0];
+  if (!understood || exchanges < 1000) {
     std::fprintf(stderr,
                  "%s: a number of exchanges (1000 or more) and of losses in a million are "
                  "expected\n",
@@ -128,37 +93,34 @@ int main(int argc, char** argv) {
   }
   Soak soak;
   std::mt19937 random(1);
-  uint32_t counts[kOutcomeCount] = {};
+  uint32_t counts[kPlanCount] = {};
   uint32_t wrong = 0;
-  Footprint settled;
-  Footprint most;
-  for (uint32_t number = 1; number <= exchanges; ++number) {
-    const bool lost = random() % 1'000'000 < lossesPerMillion;
-    const auto planned = static_cast<Outcome>(lost ? 1 + random() % (kOutcomeCount - 1) : 0);
-    ++counts[planned];
-    if (!soak.Run(number, planned) && ++wrong == 10) break;
+  size_t settled[2] = {};
+  size_t most[2] = {};
+  for (uint32_t number = 1; number <= exchanges && wrong < 10; ++number) {
+    const bool lost = random() % 1'000'000 < numbers[1];
+    const auto plan = static_cast<Plan>(lost ? 1 + random() % (kPlanCount - 1) : 0);
+    ++counts[plan];
+    if (!soak.Run(number, plan)) ++wrong;
     // The first tenth fills what is kept for good, such as buffers and the heap's own books.
-    if (number == exchanges / 10) settled = most = Measure();
-    if (number > exchanges / 10 && number % std::max(exchanges / 100, 1u) == 0) {
-      const Footprint now = Measure();
-      most.descriptors = std::max(most.descriptors, now.descriptors);
-      most.kilobytes = std::max(most.kilobytes, now.kilobytes);
+    if (number < exchanges / 10 || number % (exchanges / 100) != 0) continue;
+    const size_t now[2] = {driver::OpenDescriptors(), ResidentKilobytes()};
+    for (int i = 0; i < 2; ++i) {
+      if (settled[i] == 0) settled[i] = now[i];
+      most[i] = std::max(most[i], now[i]);
     }
   }
   const bool closed = soak.Close();
 
-  for (int outcome = 0; outcome < kOutcomeCount; ++outcome) {
-    std::printf("%-20s %9u exchanges, status %d\n", kNames[outcome], counts[outcome],
-                outcome <= kRecovered ? 0 : 1);
+  for (int plan = 0; plan < kPlanCount; ++plan) {
+    std::printf("%-20s %9u exchanges, status %d\n", kNames[plan], counts[plan], plan > kRecovered);
   }
   std::printf("%-20s %9u exchanges\n", "not as planned", wrong);
-  std::printf("descriptors          %9zu after a tenth, at most %zu\n", settled.descriptors,
-              most.descriptors);
-  std::printf("resident memory      %9zu KiB after a tenth, at most %zu KiB\n", settled.kilobytes,
-              most.kilobytes);
+  std::printf("descriptors          %9zu after a tenth, at most %zu\n", settled[0], most[0]);
+  std::printf("resident memory      %9zu KiB after a tenth, at most %zu KiB\n", settled[1],
+              most[1]);
   constexpr size_t kSlack = 256;  // KiB
-  const bool flat =
-      most.descriptors == settled.descriptors && most.kilobytes <= settled.kilobytes + kSlack;
+  const bool flat = most[0] == settled[0] && most[1] <= settled[1] + kSlack;
   if (!flat) std::fprintf(stderr, "something grows\n");
   if (!closed) std::fprintf(stderr, "the last session did not close\n");
   return wrong == 0 && flat && closed ? 0 : 1;
