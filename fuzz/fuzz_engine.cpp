@@ -4,6 +4,7 @@
 #include <fuzzer/FuzzedDataProvider.h>
 #include <unistd.h>
 
+#include <functional>
 #include <memory>
 #include <set>
 
@@ -19,21 +20,17 @@ namespace {
 
 using zulisim::Operation;
 
-// Descriptors that are left open because a connection was refused.
-class Descriptors : public zulisim::OperationObserver {
- public:
+// Closes the descriptors that are left open because a connection was refused.
+struct Descriptors : zulisim::OperationObserver {
   void OnOperation(const zulisim::OperationRecord& record) override {
-    if (record.operation == Operation::kOpen && record.result != -1)
-      open_.insert(record.descriptor);
-    if (record.operation == Operation::kClose) open_.erase(record.descriptor);
+    if (record.operation == Operation::kOpen && record.result != -1) open.insert(record.descriptor);
+    if (record.operation == Operation::kClose) open.erase(record.descriptor);
   }
   void CloseAll() {
-    const std::set<int> left = open_;
-    for (const int descriptor : left) close(descriptor);
+    for (const int descriptor : std::set<int>(open)) close(descriptor);
   }
 
- private:
-  std::set<int> open_;
+  std::set<int> open;
 };
 
 // The engine with a client whose answers the input holds.
@@ -94,15 +91,10 @@ void Submit(FuzzedDataProvider& input) {
       state.kaloRefCountB != 0 ? state.kaloSessionB : nullptr,
       state.fenuRefCount != 0 ? state.fenuSession : nullptr};
   const auto choice = input.ConsumeIntegralInRange<uint32_t>(0, 4);
-  uint32_t status = 0;
-  if (choice < 3) {
-    status = StartIoEx3(sessions[choice], request.get(), inputLength, reply.get(), outputLength,
-                        privateData.get(), lengthPointer);
-  } else {
-    status = StartIoEx(request.get(), inputLength, reply.get(), outputLength, privateData.get(),
-                       lengthPointer);
-  }
-  CheckRecord(status);
+  CheckRecord(choice < 3 ? StartIoEx3(sessions[choice], request.get(), inputLength, reply.get(),
+                                      outputLength, privateData.get(), lengthPointer)
+                         : StartIoEx(request.get(), inputLength, reply.get(), outputLength,
+                                     privateData.get(), lengthPointer));
   FUZZ_CHECK(length <= 16);
 }
 
@@ -123,16 +115,14 @@ void Instruct(FuzzedDataProvider& input, Device& device) {
   fault.first = device.engine.Count(fault.operation) + input.ConsumeIntegralInRange(1, 3);
   fault.times = input.ConsumeIntegralInRange(1, 7);
   const bool transfer = fault.operation == Operation::kRead || fault.operation == Operation::kWrite;
-  switch (input.ConsumeIntegralInRange(0, 2)) {
-    case 0:
-      fault.effect = zulisim::ErrnoFault{input.ConsumeIntegralInRange(1, 133)};
-      break;
-    case 1:
-      fault.effect = zulisim::DeviceLoss{input.ConsumeIntegralInRange<uint64_t>(0, 2), ENODEV,
-                                         input.ConsumeBool()};
-      break;
-    default:
-      if (transfer) fault.effect = zulisim::ShortCount{input.ConsumeIntegralInRange<size_t>(0, 40)};
+  const auto effect = input.ConsumeIntegralInRange(0, 2);
+  if (effect == 0) fault.effect = zulisim::ErrnoFault{input.ConsumeIntegralInRange(1, 133)};
+  if (effect == 1) {
+    fault.effect = zulisim::DeviceLoss{input.ConsumeIntegralInRange<uint64_t>(0, 2), ENODEV,
+                                       input.ConsumeBool()};
+  }
+  if (effect == 2 && transfer) {
+    fault.effect = zulisim::ShortCount{input.ConsumeIntegralInRange<size_t>(0, 40)};
   }
   if (!zulisim::FaultError(fault)) device.engine.AddFault(fault);
 }
@@ -148,49 +138,24 @@ void Answer(FuzzedDataProvider& input, zulisim::Reply& reply) {
 
 void CallOnce(FuzzedDataProvider& input, Device& device) {
   KALO_STATE_INIT_PARAMS parameters = {input.PickValueInArray({0u, 0x30000u, 0x30002u}), 0};
+  parameters.stateInitOption = input.ConsumeIntegralInRange(0, 7) == 0;
   const KaloDllState& state = gKaloDllState;
   void* handle = nullptr;
-  switch (input.ConsumeIntegralInRange(0, 12)) {
-    case 0:
-      parameters.stateInitOption = input.ConsumeBool();
-      CheckRecord(KaloStateInit(&parameters));
-      break;
-    case 1:
-      CheckRecord(KaloInit3(&handle));
-      break;
-    case 2:
-      CheckRecord(KaloInit());
-      break;
-    case 3:
-      CheckRecord(FenuInit3(&handle));
-      break;
-    case 4:
-      CheckRecord(FenuInit());
-      break;
-    case 5:
-      KaloCleanup3(input.ConsumeBool() ? state.kaloSessionA : state.kaloSessionB);
-      break;
-    case 6:
-      KaloCleanup();
-      break;
-    case 7:
-      FenuCleanup3(state.fenuSession);
-      break;
-    case 8:
-      FenuCleanup();
-      break;
-    case 9:
-      Instruct(input, device);
-      break;
-    case 10:
-      Answer(input, device.reply);
-      break;
-    case 11:
-      PassIoctl(input);
-      break;
-    default:
-      Submit(input);
-  }
+  const std::function<void()> calls[] = {
+      [&] { CheckRecord(KaloStateInit(&parameters)); },
+      [&] { CheckRecord(KaloInit3(&handle)); },
+      [&] { CheckRecord(KaloInit()); },
+      [&] { CheckRecord(FenuInit3(&handle)); },
+      [&] { CheckRecord(FenuInit()); },
+      [&] { KaloCleanup3(input.ConsumeBool() ? state.kaloSessionA : state.kaloSessionB); },
+      [] { KaloCleanup(); },
+      [&] { FenuCleanup3(state.fenuSession); },
+      [] { FenuCleanup(); },
+      [&] { Instruct(input, device); },
+      [&] { Answer(input, device.reply); },
+      [&] { PassIoctl(input); },
+      [&] { Submit(input); }};
+  calls[input.ConsumeIntegralInRange<size_t>(0, std::size(calls) - 1)]();
 }
 
 // The state of a fresh load.

@@ -3,9 +3,6 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
-#include <cstring>
-#include <memory>
-
 #include "fuzz/check.h"
 #include "fuzz/registry_file.h"
 #include "oscl/memory.h"
@@ -41,8 +38,7 @@ void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
 }
 
 void ParsePath(const std::string& text) {
-  const std::unique_ptr<char[]> path(new char[text.size() + 1]);
-  std::memcpy(path.get(), text.c_str(), text.size() + 1);
+  const auto path = Exact(text);
   uint32_t root = 7;
   char* rest = nullptr;
   const HRESULT result = OSCL_UserFeature_ParsePath(nullptr, path.get(), &root, &rest);
@@ -58,9 +54,7 @@ void ParsePath(const std::string& text) {
 void NameValues(FuzzedDataProvider& input) {
   UserFeatureKey key = {};
   while (input.remaining_bytes() != 0) {
-    const std::string text = input.ConsumeRandomLengthString(300);
-    const std::unique_ptr<char[]> name(new char[text.size() + 1]);
-    std::memcpy(name.get(), text.c_str(), text.size() + 1);
+    const auto name = Exact(input.ConsumeRandomLengthString(300));
     const HRESULT result =
         OSCL_UserFeature_ReadValueInit(&key, name.get(), input.ConsumeIntegralInRange(0, 9));
     FUZZ_CHECK((result == S_OK) == (std::strlen(name.get()) <= 255));
@@ -76,16 +70,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static const RegistryFile* file = new RegistryFile;
   FuzzedDataProvider input(data, size);
   const int32_t blocks = gAllocationCount;
-  switch (input.ConsumeIntegralInRange(0, 2)) {
-    case 0:
-      SplitAndJoin(input.ConsumeRemainingBytesAsString(), *file);
-      break;
-    case 1:
-      ParsePath(input.ConsumeRemainingBytesAsString());
-      break;
-    default:
-      NameValues(input);
-  }
+  const auto choice = input.ConsumeIntegralInRange(0, 2);
+  if (choice == 0) SplitAndJoin(input.ConsumeRemainingBytesAsString(), *file);
+  if (choice == 1) ParsePath(input.ConsumeRemainingBytesAsString());
+  if (choice == 2) NameValues(input);
   FUZZ_CHECK(gAllocationCount == blocks);
   return 0;
 }
