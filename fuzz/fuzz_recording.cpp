@@ -1,8 +1,12 @@
 // Any text as a recording: it is refused with a message and a place, or what is written of it reads
-// as the same recording again.
+// as the same recording again, and a program that does what it says is played its side.
+
+#include <algorithm>
 
 #include "fuzz/check.h"
+#include "simulator/engine.h"
 #include "simulator/recording.h"
+#include "simulator/replay_device.h"
 
 namespace {
 
@@ -13,6 +17,35 @@ std::string Written(const zulisim::Recording& recording) {
     text += zulisim::RecordingEntry(++number, operation.raw);
   }
   return text + zulisim::kRecordingEnd;
+}
+
+// As the recorded program called, with room for what a device may write.
+void Call(zulisim::ReplayDevice* device, const zulisim::RawOperation& raw) {
+  const std::uint64_t length = std::min<std::uint64_t>(raw.length, 1 << 16);
+  zulisim::Bytes room(std::max<std::uint64_t>({length, raw.input.size(), raw.output.size()}));
+  std::copy(raw.input.begin(), raw.input.end(), room.begin());
+  void* buffer = raw.hasBuffer ? room.data() : nullptr;
+  switch (raw.operation) {
+    case zulisim::Operation::kOpen:
+      device->Open(raw.flags, raw.mode, 3);
+      break;
+    case zulisim::Operation::kIoctl:
+      // The size of another request's argument is the kernel's to know.
+      room.resize(std::max(room.size(), zulisim::kConnectRecordSize));
+      if (raw.request == zulisim::kConnectRequest) {
+        device->Ioctl(raw.connection, raw.request, raw.hasBuffer ? room.data() : nullptr);
+      }
+      break;
+    case zulisim::Operation::kRead:
+      device->Read(raw.connection, buffer, length);
+      break;
+    case zulisim::Operation::kWrite:
+      device->Write(raw.connection, buffer, length);
+      break;
+    case zulisim::Operation::kClose:
+      device->Close(raw.connection);
+      break;
+  }
 }
 
 }  // namespace
@@ -30,5 +63,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const zulisim::Recording again = zulisim::ParseRecording(written);
   FUZZ_CHECK(!again.cut && again.operations.size() == recording.operations.size());
   FUZZ_CHECK(Written(again) == written);
+
+  zulisim::ReplayDevice device(recording);
+  for (const auto& operation : recording.operations) Call(&device, operation.raw);
+  device.End();
+  FUZZ_CHECK(device.Replayed() <= recording.operations.size());
   return 0;
 }
