@@ -109,14 +109,15 @@ class RegistryMutationTest : public RegistryFixture {
   }
 
   void CheckOpening(const Model& model, const std::string& name) {
-    const ModelKey* key = model.FindByName(name);
-    const uint32_t code = model.code != 0 ? model.code : key == nullptr ? 15 : 0;
     for (const auto& [handle, prefix] : {std::pair(77u, std::string()),
                                          {HKEY_CLASSES_ROOT, "HKEY_CLASSES_ROOT\\"},
                                          {HKEY_CURRENT_USER, "HKEY_CURRENT_USER\\"},
                                          {HKEY_LOCAL_MACHINE, "HKEY_LOCAL_MACHINE\\"},
                                          {HKEY_USERS, "HKEY_USERS\\"}}) {
       if (name.compare(0, prefix.size(), prefix) != 0) continue;
+      // A sub-key without room is refused as a whole.
+      const ModelKey* key = model.FindByName(name.size() < 256 ? name : prefix);
+      const uint32_t code = model.code != 0 ? model.code : key == nullptr ? 15 : 0;
       HKEY opened = 0;
       ASSERT_EQ(RegOpenKeyExA(handle, &name[prefix.size()], 0, 0, &opened), code);
       ASSERT_EQ(opened, code == 0 ? key->id : 0);
