@@ -41,8 +41,6 @@ void TakeOptions(FuzzedDataProvider& input) {
 }
 
 void TakeFile(const std::string& text) {
-  // toml++ 3.3 runs into its own unreachable points on letters beyond ASCII outside strings.
-  if (std::any_of(text.begin(), text.end(), [](char c) { return (c & 0x80) != 0; })) return;
   zulisim::Scenario scenario;
   const auto wrong = zulisim::ReadScenario(text, "/nowhere", &scenario);
   const auto lines = static_cast<uint32_t>(std::count(text.begin(), text.end(), '\n')) + 1;
