@@ -39,7 +39,8 @@ int32_t _sntprintf_s(char* dst, uint32_t dstSize, uint32_t count, const char* fo
 int32_t fopen_s(FILE** file, const char* path, const char* mode);
 
 /* Local time of `*time`, through the shared buffer of localtime: a call of localtime in another
- * thread may race with it. Refused when localtime fails or `dst` is null. */
+ * thread may race with it. Refused when localtime fails or `dst` is null; `time` must not be
+ * null. */
 int32_t localtime_s(struct tm* dst, const time_t* time);
 
 OSCL_END_C
