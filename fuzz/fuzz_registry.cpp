@@ -65,9 +65,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   file->Store(input.ConsumeRemainingBytesAsString());
   const Model model = ReadModel(file->path());
   const int32_t blocks = gAllocationCount;
-  HKEY absent = 0;
-  FUZZ_CHECK(RegOpenKeyExA(HKEY_USERS, "absent key", 0, 0, &absent) ==
-             (model.code != 0 ? model.code : 15));
+  HKEY opened = 0;
+  const bool present = model.FindByName("HKEY_USERS\\sub key") != nullptr;
+  FUZZ_CHECK(RegOpenKeyExA(HKEY_USERS, "sub key", 0, 0, &opened) ==
+             (model.code != 0 ? model.code
+              : present       ? 0
+                              : 15));
   if (model.code == 0 && !model.keys.empty()) {
     const ModelKey& key = model.keys[picked % model.keys.size()];
     CheckReading(model, key);
@@ -83,7 +86,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
     std::memset(data.get(), 'd', room);
     const uint32_t result = RegSetValueEx(key.id, name.c_str(), 0, type, data.get(), room);
     FUZZ_CHECK(result == (IsRoot(key.id) ? 1u : 0u));
-    if (result == 0) FUZZ_CHECK(RegOpenKeyEx(key.id, nullptr, 0, 0, &absent) == 13);
+    if (result == 0) FUZZ_CHECK(RegOpenKeyEx(key.id, nullptr, 0, 0, &opened) == 13);
   }
   FUZZ_CHECK(gAllocationCount == blocks);
   return 0;

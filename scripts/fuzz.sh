@@ -3,6 +3,9 @@
 # what earlier runs found. Fails on a finding, and says how to run it again.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
+#
+# KALODLL_FUZZ_SEED=N makes every run try the same inputs in the same order; without it each run
+# draws anew.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -11,6 +14,11 @@ seconds=${1:-30}
 [ $# -gt 0 ] && shift
 if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
   echo "fuzz.sh: '$seconds' is no number of seconds: 1 or more is expected" >&2
+  exit 2
+fi
+seed=${KALODLL_FUZZ_SEED:-0}
+if ! [[ $seed =~ ^[0-9]+$ ]]; then
+  echo "fuzz.sh: KALODLL_FUZZ_SEED='$seed' is no seed: a number is expected, 0 draws one" >&2
   exit 2
 fi
 targets=("${@:-${all[@]}}")
@@ -36,7 +44,7 @@ for target in "${targets[@]}"; do
   work=build/fuzz/corpus/$target
   log=build/fuzz/$target.log
   mkdir -p "$work" build/fuzz/findings
-  options=(-max_total_time="$seconds" -max_len=2048 -timeout=10 -print_final_stats=1
+  options=(-max_total_time="$seconds" -max_len=2048 -timeout=10 -print_final_stats=1 -seed="$seed"
     -artifact_prefix="build/fuzz/findings/$target-")
   [ "$target" = engine ] && options+=(-detect_leaks=0)
   words=fuzz/$target.dict
