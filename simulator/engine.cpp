@@ -6,10 +6,10 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "simulator/raw_call.h"
+
 namespace zulisim {
 namespace {
-
-std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
 
 std::string Hex(std::uint32_t value) {
   char text[16];

@@ -8,26 +8,12 @@
 #include <utility>
 
 #include "simulator/protocol.h"
+#include "simulator/raw_call.h"
 
 namespace zulisim {
 namespace {
 
-std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
-
 Result Answer(std::int64_t value) { return {value, value == -1 ? errno : 0}; }
-
-RawOperation Begun(Operation operation, std::uint64_t connection) {
-  RawOperation raw;
-  raw.operation = operation;
-  raw.connection = connection;
-  raw.start = Now();
-  return raw;
-}
-
-Bytes Copied(const void* buffer, std::size_t length) {
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
-}
 
 }  // namespace
 
@@ -66,9 +52,7 @@ Result PassthroughDevice::Tell(RawOperation* raw, Result result) {
 }
 
 Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
-  RawOperation raw = Begun(Operation::kOpen, 0);
-  raw.flags = flags;
-  raw.mode = OpenMode(flags, mode);
+  RawOperation raw = OpenCall(flags, mode);
   // The program gets a descriptor of its own; this one is not for its children.
   const int opened = open(path_.c_str(), flags | O_CLOEXEC, mode);
   if (opened < 0) return Tell(&raw, Answer(-1));
@@ -83,10 +67,7 @@ Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
 }
 
 Result PassthroughDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  RawOperation raw = Begun(Operation::kIoctl, connection);
-  raw.request = request;
-  raw.hasBuffer = argument != nullptr;
-  raw.input = Copied(argument, InputSize(raw));
+  RawOperation raw = IoctlCall(connection, request, argument);
   const auto file = FileOf(connection);
   if (file == nullptr) return Tell(&raw, {-1, EBADF});
   const Result result = Answer(ioctl(file->descriptor(), request, argument));
@@ -95,9 +76,7 @@ Result PassthroughDevice::Ioctl(std::uint64_t connection, std::uint32_t request,
 }
 
 Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
-  RawOperation raw = Begun(Operation::kRead, connection);
-  raw.length = length;
-  raw.hasBuffer = buffer != nullptr;
+  RawOperation raw = ReadCall(connection, buffer, length);
   const auto file = FileOf(connection);
   if (file == nullptr) return Tell(&raw, {-1, EBADF});
   raw.result = Answer(read(file->descriptor(), buffer, length));
@@ -106,10 +85,7 @@ Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size
 }
 
 Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  RawOperation raw = Begun(Operation::kWrite, connection);
-  raw.length = length;
-  raw.hasBuffer = buffer != nullptr;
-  raw.input = Copied(buffer, InputSize(raw));
+  RawOperation raw = WriteCall(connection, buffer, length);
   const auto file = FileOf(connection);
   if (file == nullptr) return Tell(&raw, {-1, EBADF});
   if (length > protocol::kMaxPayload) {
@@ -126,8 +102,7 @@ void PassthroughDevice::Release(std::uint64_t connection) {
 }
 
 Result PassthroughDevice::Close(std::uint64_t connection, bool gone) {
-  RawOperation raw = Begun(Operation::kClose, connection);
-  raw.gone = gone;
+  RawOperation raw = gone ? GoneCall(connection) : CloseCall(connection);
   std::shared_ptr<File> file;
   {
     std::lock_guard<std::mutex> lock(mutex_);

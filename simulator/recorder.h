@@ -34,7 +34,6 @@ class Recorder : public Device, private OperationObserver {
 
  private:
   void OnOperation(const OperationRecord& record) override;
-  RawOperation Begin(Operation operation, std::uint64_t connection) const;
   Result Finish(RawOperation* raw, Result result);
 
   Device* device_;

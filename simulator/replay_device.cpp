@@ -7,24 +7,10 @@
 #include <utility>
 
 #include "simulator/hex_lines.h"
+#include "simulator/raw_call.h"
 
 namespace zulisim {
 namespace {
-
-std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
-
-RawOperation Begun(Operation operation, std::uint64_t connection) {
-  RawOperation raw;
-  raw.operation = operation;
-  raw.connection = connection;
-  raw.start = Now();
-  return raw;
-}
-
-Bytes Copied(const void* buffer, std::size_t length) {
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
-}
 
 void CopyTo(void* buffer, const Bytes& bytes) {
   if (buffer != nullptr && !bytes.empty()) std::memcpy(buffer, bytes.data(), bytes.size());
@@ -105,9 +91,7 @@ Result ReplayDevice::Answer(RawOperation* got, const RawOperation* expected,
 }
 
 Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
-  RawOperation got = Begun(Operation::kOpen, 0);
-  got.flags = flags;
-  got.mode = OpenMode(flags, mode);
+  RawOperation got = OpenCall(flags, mode);
   std::unique_lock<std::mutex> lock(mutex_);
   const RawOperation* expected = Compared(&opens_, got);
   if (expected != nullptr && expected->result.value >= 0) {
@@ -121,10 +105,7 @@ Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
 }
 
 Result ReplayDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  RawOperation got = Begun(Operation::kIoctl, connection);
-  got.request = request;
-  got.hasBuffer = argument != nullptr;
-  got.input = Copied(argument, InputSize(got));
+  RawOperation got = IoctlCall(connection, request, argument);
   std::unique_lock<std::mutex> lock(mutex_);
   const Result result = Answer(&got, Next(got), &lock);
   CopyTo(argument, got.output);
@@ -133,9 +114,7 @@ Result ReplayDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void
 }
 
 Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
-  RawOperation got = Begun(Operation::kRead, connection);
-  got.length = length;
-  got.hasBuffer = buffer != nullptr;
+  RawOperation got = ReadCall(connection, buffer, length);
   std::unique_lock<std::mutex> lock(mutex_);
   const Result result = Answer(&got, Next(got), &lock);
   CopyTo(buffer, got.output);
@@ -144,10 +123,7 @@ Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t le
 }
 
 Result ReplayDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  RawOperation got = Begun(Operation::kWrite, connection);
-  got.length = length;
-  got.hasBuffer = buffer != nullptr;
-  got.input = Copied(buffer, InputSize(got));
+  RawOperation got = WriteCall(connection, buffer, length);
   std::unique_lock<std::mutex> lock(mutex_);
   const Result result = Answer(&got, Next(got), &lock);
   narrator_.Tell(got);
@@ -155,7 +131,7 @@ Result ReplayDevice::Write(std::uint64_t connection, const void* buffer, std::si
 }
 
 Result ReplayDevice::Close(std::uint64_t connection) {
-  RawOperation got = Begun(Operation::kClose, connection);
+  RawOperation got = CloseCall(connection);
   std::unique_lock<std::mutex> lock(mutex_);
   const RawOperation* expected = Next(got);
   live_.erase(connection);
@@ -165,8 +141,7 @@ Result ReplayDevice::Close(std::uint64_t connection) {
 }
 
 void ReplayDevice::Release(std::uint64_t connection) {
-  RawOperation got = Begun(Operation::kClose, connection);
-  got.gone = true;
+  RawOperation got = GoneCall(connection);
   std::unique_lock<std::mutex> lock(mutex_);
   if (live_.count(connection) == 0) return;
   const RawOperation* expected = Next(got);
