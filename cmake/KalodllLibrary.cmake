@@ -12,6 +12,8 @@ target_compile_features(kalodll PUBLIC cxx_std_17)
 target_link_libraries(kalodll PRIVATE Threads::Threads)
 set_target_properties(kalodll PROPERTIES
   LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
+  # From the start: CMake would leave room for it, which the loader takes for the current folder.
+  BUILD_WITH_INSTALL_RPATH ON
   INSTALL_RPATH_USE_LINK_PATH ON
   LINK_DEPENDS "${_exports}")
 
