@@ -4,6 +4,7 @@
 #include <sstream>
 
 #include "log/log_file.h"
+#include "log/log_line.h"
 #include "log/logger.h"
 #include "oscl/critical_section_guard.h"
 #include "oscl/errno_keeper.h"
@@ -19,6 +20,7 @@ void AppendFileSink() {
     const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
     Logger::logBase.sinks.push_back(sink.get());
     sink.release();
+    NoteSink();
   } catch (...) {
   }
 }

@@ -39,9 +39,11 @@ bool SinkRegistered() {
   const oscl::ErrnoKeeper keeper;
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
   if (Logger::logBase.sinks.empty()) return false;
-  sinkSeen.store(true, std::memory_order_relaxed);
+  NoteSink();
   return true;
 }
+
+void NoteSink() { sinkSeen.store(true, std::memory_order_relaxed); }
 
 LogLine::LogLine(int32_t level, const char* function, int tag) {
   logger_.level = level;

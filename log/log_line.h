@@ -23,6 +23,9 @@ constexpr int32_t kTraceLevel = 100;
 // message that is delivered.
 bool SinkRegistered();
 
+// Spares the next message that look.
+void NoteSink();
+
 inline bool Wanted(int32_t level) {
   return level <= __atomic_load_n(&Logger::logBase.level, __ATOMIC_RELAXED) && SinkRegistered();
 }

@@ -11,8 +11,8 @@ class LogSink {
   LogSink& operator=(const LogSink&) = delete;
 
   // Delivers one NUL-terminated line; `message` stays the caller's. Called on the logging thread
-  // under the log's lock, one line at a time, so it must not log itself; what it throws is
-  // swallowed.
+  // under the log's lock, one line at a time, so it must not log itself. What it throws is
+  // swallowed, and the other sinks get the line all the same.
   virtual void logMessage(const char* message) = 0;
 
   virtual ~LogSink();

@@ -26,8 +26,15 @@ std::string Prefix() {
 
 void Deliver(const std::string& line) {
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
-  for (LogSink* sink : Logger::logBase.sinks) {
-    if (sink != nullptr) sink->logMessage(line.c_str());
+  const std::vector<LogSink*>& sinks = Logger::logBase.sinks;
+  // A sink holds the lock and so may append another.
+  for (size_t i = 0; i < sinks.size(); ++i) {
+    if (sinks[i] == nullptr) continue;
+    try {
+      sinks[i]->logMessage(line.c_str());
+    } catch (...) {
+      // The other sinks get the line all the same.
+    }
   }
 }
 
@@ -42,9 +49,13 @@ Logger::LogBase::LogBase() : level(0), plainOutput(true) {
 }
 
 Logger::LogBase::~LogBase() {
-  for (LogSink* sink : sinks) delete sink;
   // A message that comes after unload has begun must find no sink.
-  std::vector<LogSink*>().swap(sinks);
+  std::vector<LogSink*> owned;
+  {
+    const oscl::CriticalSectionGuard guard(lock);
+    owned.swap(sinks);
+  }
+  for (LogSink* sink : owned) delete sink;
 }
 
 Logger::Logger() : basic_stringstream(logging::StreamSource().Take()), level(0) {}

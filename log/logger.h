@@ -10,7 +10,8 @@
 
 // One log message: text is inserted into it, and its destructor hands the text to every registered
 // sink as one line, exactly as inserted. Any thread may make one; each owns its stream. Emitting
-// never throws and never changes errno.
+// never throws and never changes errno. Its locale must stay as it is: the locales of a program with
+// a C++ runtime of its own are not the library's.
 class Logger : public std::basic_stringstream<char> {
  public:
   // What all messages share. There is one, logBase, from library load to unload.
@@ -25,9 +26,11 @@ class Logger : public std::basic_stringstream<char> {
     // Threshold: messages of a greater level are dropped. KaloInit3 sets it to 0.
     int32_t level;
     // In order of registration; owned; a null entry is passed over. Other code appends to it only
-    // while no other thread logs or initialises, or while it holds `lock`.
+    // while no other thread logs or initialises, or while it holds `lock`. Whoever appends may
+    // allocate the vector's storage, which the library frees: both need the same operator new.
     std::vector<LogSink*> sinks;
-    // While true (the default) a line has no prefix of process id and tick.
+    // While true (the default) a line has no prefix of process id and tick. Change it, and `level`,
+    // only while no other thread logs.
     bool plainOutput;
     // Serialises delivery to the sinks.
     CRITICAL_SECTION lock;
