@@ -40,7 +40,8 @@ KaloDllState::~KaloDllState() {
   kaloRefCountB = 0;
   fenuRefCount = 0;
   sessionBShared = false;
-  session_registry::Release();
+  // A driver may have a state of its own, whose end is not the library's.
+  if (this == &gKaloDllState) session_registry::Release();
 }
 
 int32_t DllMain(void*, unsigned int, void*) { return 1; }

@@ -20,6 +20,8 @@ using Occupants = std::unordered_map<const ClientSession*, Occupant>;
 pthread_mutex_t mutex = PTHREAD_MUTEX_INITIALIZER;
 Occupants* occupants = nullptr;
 uint64_t lastSerial = kNobody;
+// What a process calls while it ends finds no session any more.
+bool released = false;
 
 class Guard {
  public:
@@ -65,20 +67,22 @@ uint64_t Adopt(const ClientSession* session) {
 bool IsGone(const ClientSession* session, uint64_t serial) {
   const Guard guard;
   const Occupant* occupant = Find(session);
-  if (occupant == nullptr || occupant->serial == serial) return false;
+  if (occupant == nullptr) return released;
+  if (occupant->serial == serial) return false;
   return occupant->serial == kNobody || occupant->adopted;
 }
 
 bool IsDead(const ClientSession* session) {
   const Guard guard;
   const Occupant* occupant = Find(session);
-  return occupant != nullptr && occupant->serial == kNobody;
+  return occupant == nullptr ? released : occupant->serial == kNobody;
 }
 
 void Release() {
   const Guard guard;
   delete occupants;
   occupants = nullptr;
+  released = true;
 }
 
 }  // namespace session_registry

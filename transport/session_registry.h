@@ -26,10 +26,10 @@ uint64_t Adopt(const ClientSession* session);
 bool IsGone(const ClientSession* session, uint64_t serial);
 
 // True when the last session at the address has been destroyed; false for an address that never
-// held one.
+// held one, before Release.
 bool IsDead(const ClientSession* session);
 
-// Frees everything. At unload only.
+// Frees everything. At unload only: every session of before counts as destroyed from then on.
 void Release();
 
 }  // namespace session_registry

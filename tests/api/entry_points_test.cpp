@@ -106,6 +106,14 @@ TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
   delete own;
 }
 
+TEST_F(EntryPoints, know_what_is_destroyed_after_the_end_of_a_state_of_the_drivers_own) {
+  void* handle = nullptr;
+  EXPECT_EQ(FenuInit3(&handle), 0u);
+  EXPECT_EQ(FenuCleanup3(handle), 0u);
+  { const KaloDllState own; }
+  EXPECT_EQ(FenuCleanup(), 0u);
+}
+
 TEST(Module, takes_every_reason) {
   for (const unsigned reason : {0u, 1u, 2u, 3u, 99u})
     EXPECT_EQ(DllMain(nullptr, reason, nullptr), 1);
