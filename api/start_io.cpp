@@ -47,9 +47,10 @@ ClientSession* SelectSession(const unsigned char* input) {
 }
 
 // Decided by comparison alone, also for a failure that came before a session was selected, which
-// then counts as null: so such a failure is FENU's while a KALO session is open. Meant.
+// then counts as null: so such a failure is FENU's while the field holds an address, be its session
+// open or destroyed. Meant.
 _KaloDllErrorSource SourceOf(const ClientSession* selected) {
-  return kaloFieldA.Live() == selected ? KALO_ERROR_SOURCE_KALO : KALO_ERROR_SOURCE_FENU;
+  return kaloFieldA.Get() == selected ? KALO_ERROR_SOURCE_KALO : KALO_ERROR_SOURCE_FENU;
 }
 
 }  // namespace

@@ -323,8 +323,7 @@ class Model {
   // Before a session is selected none is, and that equals a KALO session that is not there.
   uint32_t Misfiled(uint32_t status, const char* text) {
     Say("StartIoEx:", {"1025: Call to StartIoEx() API failed.", "1026: " + KaloText(status, text)});
-    const bool open = a != nullptr && a->live;
-    return Record(open ? 3 : 2, KaloText(status, text), status, nullptr, status);
+    return Record(a != nullptr ? 3 : 2, KaloText(status, text), status, nullptr, status);
   }
 
   // --- Sessions and the device ---

@@ -78,7 +78,7 @@ shows "KALO_DLL_STATUS_NOT_INITIALIZED (6)"
 shows "reply   32 bytes, status 0"
 expect 1 sim -- state "$root/script"
 shows "kaloRefCountA         1"
-shows 'kaloErrorText         "KALO Exception 0x6 StartIoEx() called before'
+shows 'fenuErrorText         "KALO Exception 0x6 StartIoEx() called before'
 script 'KaloInit3 a' 'KaloCleanup3 a'
 expect 0 sim -- state "$root/script"
 grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || complain "no mark: destroyed"
