@@ -4,6 +4,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 
 // Weak, so that a definition in the program still takes precedence over the stand-in.
 extern "C" __attribute__((weak)) int __android_log_print(int priority, const char* tag,
@@ -13,11 +14,16 @@ namespace {
 
 __attribute__((format(printf, 3, 4))) int PrintToStandardError(int priority, const char* tag,
                                                                const char* format, ...) {
+  char text[1024];
   std::va_list arguments;
   va_start(arguments, format);
-  const int length = std::vfprintf(stderr, format, arguments);
+  const int length = std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
-  return length;
+  if (length < 0) return length;
+  // An entry of Android's log is a line of its own, whether or not its text ends one.
+  const size_t stored = std::strlen(text);
+  const bool ended = stored > 0 && text[stored - 1] == '\n';
+  return std::fprintf(stderr, ended ? "%s" : "%s\n", text);
 }
 
 }  // namespace

