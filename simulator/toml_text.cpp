@@ -28,27 +28,85 @@ std::size_t EndOfString(const std::string& text, std::size_t at) {
   return text.size();
 }
 
+bool IsAscii(char c) { return static_cast<unsigned char>(c) < 0x80; }
+
+// Walks over a text as the parser does up to the first thing that is no TOML.
+class Walker {
+ public:
+  explicit Walker(const std::string& text) : text_(text) {}
+
+  // Where the first character stands that is not ASCII and has no quotes around it.
+  std::size_t Misplaced() {
+    constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
+    if (text_.rfind(kByteOrderMark, 0) == 0) at_ = 3;
+    while (at_ < text_.size() && IsAscii(text_[at_])) Step(text_[at_]);
+    return at_;
+  }
+
+ private:
+  void Step(char c) {
+    const bool isQuote = c == '"' || c == '\'';
+    if (c == '#') {
+      at_ = std::min(text_.find('\n', at_), text_.size());
+    } else if (isQuote && !valueBegun_) {
+      at_ = EndOfString(text_, at_);
+      valueBegun_ = inValue_;
+    } else if (std::string(" \t\r\n[]{},").find(c) != std::string::npos || (c == '=' && !inValue_)) {
+      TakeSign(c);
+      ++at_;
+    } else if (inValue_) {
+      TakeBareValue();
+    } else {
+      ++at_;
+    }
+  }
+
+  void TakeSign(char c) {
+    if (c == '\n' && brackets_.empty()) Begin(false);
+    if (c == '=') Begin(true);
+    if ((c == '[' || c == '{') && inValue_) {
+      brackets_.push_back(c);
+      Begin(c == '[');
+    } else if ((c == ']' || c == '}') && !brackets_.empty()) {
+      brackets_.pop_back();
+      inValue_ = valueBegun_ = true;
+    } else if (c == ',' && !brackets_.empty()) {
+      Begin(brackets_.back() == '[');
+    }
+  }
+
+  void Begin(bool value) {
+    inValue_ = value;
+    valueBegun_ = false;
+  }
+
+  // A number, a date and the like is one piece to the parser, with quotes and all that is in it.
+  void TakeBareValue() {
+    valueBegun_ = true;
+    while (at_ < text_.size() && IsAscii(text_[at_]) &&
+           std::string(" \t\r\n,]}#").find(text_[at_]) == std::string::npos) {
+      ++at_;
+    }
+  }
+
+  const std::string& text_;
+  std::size_t at_ = 0;
+  std::string brackets_;     // the open ones of arrays and inline tables
+  bool inValue_ = false;     // else at a key
+  bool valueBegun_ = false;  // so that no string can begin
+};
+
 }  // namespace
 
 std::optional<Diagnostic> MisplacedCharacter(const std::string& text) {
-  constexpr const char* kByteOrderMark = "\xef\xbb\xbf";
-  for (std::size_t at = text.rfind(kByteOrderMark, 0) == 0 ? 3 : 0; at < text.size();) {
-    if (text[at] == '#') {
-      at = std::min(text.find('\n', at), text.size());
-    } else if (text[at] == '"' || text[at] == '\'') {
-      at = EndOfString(text, at);
-    } else if (static_cast<unsigned char>(text[at]) >= 0x80) {
-      const std::size_t feed = text.rfind('\n', at);
-      const std::size_t lineStart = feed == std::string::npos ? 0 : feed + 1;
-      const auto line = std::count(text.begin(), text.begin() + static_cast<long>(at), '\n') + 1;
-      return Diagnostic{static_cast<std::uint32_t>(line),
-                        static_cast<std::uint32_t>(at - lineStart + 1),
-                        "no TOML: a character that is not ASCII needs quotes around it"};
-    } else {
-      ++at;
-    }
-  }
-  return std::nullopt;
+  const std::size_t at = Walker(text).Misplaced();
+  if (at >= text.size()) return std::nullopt;
+  const std::size_t feed = text.rfind('\n', at);
+  const std::size_t lineStart = feed == std::string::npos ? 0 : feed + 1;
+  const auto line = std::count(text.begin(), text.begin() + static_cast<long>(at), '\n') + 1;
+  return Diagnostic{static_cast<std::uint32_t>(line),
+                    static_cast<std::uint32_t>(at - lineStart + 1),
+                    "no TOML: a character that is not ASCII needs quotes around it"};
 }
 
 }  // namespace zulisim
