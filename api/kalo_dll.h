@@ -36,7 +36,9 @@ KALO_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params);
  * Without an announced version a second caller gets 0 and `*handle` stays as it was. Every call
  * registers one more sink for the log file. Returns 1 when the device fails, 5 when the generation
  * marker is damaged; counts are not rolled back then. The handle belongs to the library and is
- * given back with KaloCleanup3. Any number of threads may call it at once; not beside a cleanup. */
+ * given back with KaloCleanup3, also after a status of 5, when it may name a session that is gone.
+ * Each log file stays open until unload: initialise once, or a few times, in a process. Any number
+ * of threads may call it at once; not beside a cleanup or an earlier call. */
 KALO_STATUS KaloInit3(void** handle);
 
 /* Sends the request `input` and takes the reply into `output`; lengths are in bytes, at least the
@@ -72,18 +74,21 @@ KALO_STATUS FenuCleanup3(void* handle);
 
 /* ---- Earlier generation: one session per client, without handles ---- */
 
-/* Opens the KALO session through KaloInit3 unless one is there; returns its status. Takes no lock:
- * one thread at a time for all earlier calls, and not beside cleanups. */
+/* Opens the KALO session through KaloInit3 unless the state holds the address of one, open or
+ * closed; returns its status. Takes no lock: one thread at a time for all earlier calls, and not
+ * beside KaloInit3 or a cleanup. A KaloInit that overtakes a KaloInit3 can lose a session. */
 KALO_STATUS KaloInit(void);
 
 /* Lowers both KALO counts and closes the sessions that reach zero. Returns the status of the last
  * session closed: 1 when closing failed. */
 KALO_STATUS KaloCleanup(void);
 
-/* Opens the FENU session through FenuInit3 unless one is there; returns its status. */
+/* Opens the FENU session through FenuInit3 unless the state holds the address of one, open or
+ * closed; returns its status. */
 KALO_STATUS FenuInit(void);
 
-/* Lowers the FENU count and closes the session at zero, and also when the count is zero already. */
+/* Lowers the FENU count and closes the session at zero, and also when the count is zero already. A
+ * session already closed is left alone. Returns 1 when closing failed. */
 KALO_STATUS FenuCleanup(void);
 
 /* StartIoEx3 on the session that the command identifier (bytes 4 to 7 of `input`) selects: FENU for
@@ -105,12 +110,14 @@ KALO_STATUS StartIo(unsigned char* input, unsigned int inputLength, unsigned cha
 // Does nothing and returns 1. Any thread.
 int32_t DllMain(void* module, unsigned int reason, void* reserved);
 
-// StartIo3 on gKaloDllState.provisioningSession, which the library never sets: returns 2.
+// StartIoEx3 without private data on gKaloDllState.provisioningSession, which the library never
+// sets: returns 2.
 KALO_DLL_STATUS ProvisioningStartIo(unsigned char* input, unsigned int inputLength,
                                     unsigned char* output, unsigned int outputLength);
 
 // Closes the connections of a session and deletes it, also when closing failed: 1 then, else 0. A
-// null session, and one that has been deleted already, is left alone. No lock.
+// null session, and one that has been deleted already, is left alone. Takes no lock: not beside any
+// other use of the session.
 KALO_DLL_STATUS SessionCleanup(void* session);
 
 // Stores an error in the last-error record of gKaloDllState: `text` (copied; null, or longer than

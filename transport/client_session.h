@@ -51,8 +51,9 @@ class ClientSession {
   CpDremSession* GetDremSession(unsigned int commandId);
 
   // Sends a request to the only connection, or with several to the one that serves its command, and
-  // takes the reply. Lengths are in bytes; `privateData` holds 16 bytes, or is null, and
-  // `privateDataLength` receives how many were read. Throws std::logic_error without a connection
+  // takes the reply. Lengths are in bytes; `privateData` holds 16 bytes, and `privateDataLength`
+  // receives how many were read; either may be null. With a null `input` or `output` nothing, or no
+  // reply, is transferred. Throws std::logic_error without a connection
   // for the command, KaloException for a length below the header's 16 bytes, and what
   // CpDremSession::IoMessage throws.
   void IoMessage(unsigned char* input, unsigned int inputLength, unsigned char* output,

@@ -33,23 +33,24 @@ class CpDremSession {
   void Reconnect();
 
   // Transfer one whole message: one read or write of `length` bytes, which may be short. A lost
-  // device (ENODEV) is reconnected and the transfer repeated, five times at most; the fifth
-  // reconnect is the last act. Return the byte count, or -1 with errno as the last call left it.
+  // device (ENODEV) is reconnected, five times at most, and the transfer repeated after all but the
+  // fifth reconnect, which is the last act. Return the byte count, or -1 with errno as the last call left it.
   // Throw what Reconnect throws. `buffer` holds `length` bytes.
   int ReadFromZuli(unsigned char* buffer, unsigned int length);
   int WriteToZuli(unsigned char* buffer, unsigned int length);
 
   // One exchange: writes the request, reads the reply and, when the reply's status is negative,
   // reads 16 bytes of private data. Lengths are in bytes; `input` and `output` hold at least a
-  // message header, `privateData` at least 16 bytes. A null `input` or `output`, and null private
-  // arguments when private data is waiting, end the exchange early and normally.
+  // message header, `privateData` at least 16 bytes. A null `input` or `output`, a deviceFd of -1,
+  // and null private arguments when private data is waiting, end the exchange early and normally.
   // `privateDataLength` is written only when private data was read. Throws when a transfer fails.
   void IoMessage(unsigned char* input, unsigned int inputLength, unsigned char* output,
                  unsigned int outputLength, unsigned char* privateData,
                  unsigned int* privateDataLength);
 
   // Issues `request` on the descriptor, with the recovery of a transfer; what the driver wrote
-  // through `argp` is the result. Throws "Error sending IOCTL to ZULI.", also after five recoveries.
+  // through `argp` is the result. Throws "Error sending IOCTL to ZULI.", also after five recoveries,
+  // and what Reconnect throws.
   void SendIoctlToZuli(int request, void* argp);
 
   // Do nothing, whatever the arguments.

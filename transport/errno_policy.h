@@ -10,7 +10,7 @@ namespace transport {
 enum class DeviceCall { kOpen, kConnect, kClose, kWrite, kRead, kReadPrivateData, kIoctl };
 
 enum class Remedy {
-  // Reconnect and call again, kMaxRecoveries times at most; then throw.
+  // Reconnect, kMaxRecoveries times at most, and call again after all but the last; then throw.
   kReconnect,
   // Throw std::runtime_error.
   kThrow,

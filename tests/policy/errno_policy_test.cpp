@@ -47,7 +47,8 @@ std::string Row(const ErrnoPolicy& policy) {
   row << "| " << NameOf(policy.call).name << " | " << NameOfError(policy) << " | ";
   switch (policy.remedy) {
     case Remedy::kReconnect:
-      row << "reconnect and call again, " << transport::kMaxRecoveries << " times at most; then throw";
+      row << "reconnect, " << transport::kMaxRecoveries
+          << " times at most, and call again after all but the last; then throw";
       break;
     case Remedy::kThrow:
       row << "throw";
