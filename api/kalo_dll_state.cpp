@@ -6,6 +6,13 @@
 #include "api/kalo_dll.h"
 #include "transport/session_registry.h"
 
+#ifdef KALODLL_CARRIES_LIBSTDCXX
+namespace __gnu_cxx {
+// Frees what libstdc++ has put aside for exceptions when memory runs out.
+void __freeres();
+}  // namespace __gnu_cxx
+#endif
+
 // The first of the library's two static objects to be built, whatever the link order.
 __attribute__((init_priority(1001))) KaloDllState gKaloDllState;
 
@@ -41,7 +48,12 @@ KaloDllState::~KaloDllState() {
   fenuRefCount = 0;
   sessionBShared = false;
   // A driver may have a state of its own, whose end is not the library's.
-  if (this == &gKaloDllState) session_registry::Release();
+  if (this != &gKaloDllState) return;
+  session_registry::Release();
+#ifdef KALODLL_CARRIES_LIBSTDCXX
+  // The carried copy is unloaded with the library and would lose it.
+  __gnu_cxx::__freeres();
+#endif
 }
 
 int32_t DllMain(void*, unsigned int, void*) { return 1; }

@@ -46,5 +46,6 @@ elseif(NOT KALODLL_SANITIZE)
   else()
     # The compiler refers to __cxa_pure_virtual weakly, which alone would not carry it along.
     target_link_options(kalodll PRIVATE -static-libstdc++ "LINKER:--undefined=__cxa_pure_virtual")
+    target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBSTDCXX)
   endif()
 endif()
