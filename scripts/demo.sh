@@ -4,6 +4,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 scripts/setup.sh build
+echo "Building the library and the tools ..."
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 {

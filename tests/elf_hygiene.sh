@@ -12,7 +12,11 @@ check() { # check DESCRIPTION COMMAND...
   if "$@"; then echo "ok: $description"; else echo "FAILED: $description"; status=1; fi
 }
 has() { grep -qE "$2" <<<"$1"; }
-lacks() { ! has "$@"; }
+lacks() {
+  local found=0
+  has "$@" || found=$?
+  [ $found -eq 1 ]
+}
 
 aligned_for_16k() {
   local loads
@@ -24,6 +28,12 @@ relro_ends_on_16k() {
   read -r address size < <(awk '$1 == "GNU_RELRO" {print $3, $6}' <<<"$segments")
   [ -n "$address" ] && [ $(((address + size) % 0x4000)) -eq 0 ]
 }
+only_absolute_folders() {
+  local folder
+  while IFS= read -r -d: folder; do
+    [[ $folder == [/$]* ]] || return 1
+  done < <(sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2:/p' <<<"$dynamic")
+}
 
 check "the SONAME is libkalodll.so" has "$dynamic" 'SONAME.*\[libkalodll\.so\]'
 check "symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
@@ -32,5 +42,6 @@ check "the stack is not executable" has "$segments" 'GNU_STACK .* RW +0x'
 check "there are no text relocations" lacks "$dynamic" 'TEXTREL'
 check "segments are aligned for 16 KiB pages" aligned_for_16k
 check "no C++ runtime is needed from outside" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'
+check "no dependency is looked for in the current folder" only_absolute_folders
 check "data is found where a program has copied it" lacks "$dynamic" 'SYMBOLIC'
 exit "$status"
