@@ -10,50 +10,39 @@
 #include <sys/ioctl.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
-#include <time.h>
 #include <unistd.h>
 
+static const char* self;
 static int device = -1;
 static unsigned char buffer[8192];
 static void* volatile nowhere = (void*)8;
 
-static void Report(const char* step, long result) {
-  if (result < 0) {
-    printf("%s: errno %d\n", step, errno);
-  } else {
-    printf("%s: %ld\n", step, result);
-  }
-  fflush(stdout);
-}
+static const unsigned char clients[3][16] = {{0xf1, 0xfc, 0xf6, 0xfb, 0xcf, 0x96, 0x2e, 0x4e, 0xa6,
+                                              0xa6, 0x1b, 0xab, 0x8c, 0xbe, 0x36, 0xb1},
+                                             {0x7e, 0xab, 0x38, 0xb6, 0xe2, 0x94, 0xa2, 0x4e, 0xa5,
+                                              0x52, 0xd1, 0xc5, 0x4b, 0x62, 0x7f, 0x04},
+                                             "no such client"};
 
-static long Connect(void) {
-  static const unsigned char kalo[16] = {0xf1, 0xfc, 0xf6, 0xfb, 0xcf, 0x96, 0x2e, 0x4e,
-                                         0xa6, 0xa6, 0x1b, 0xab, 0x8c, 0xbe, 0x36, 0xb1};
+static long Open(size_t none) { return (device = open("/dev/zuli", O_RDWR)) < 0 ? -1 : (long)none; }
+
+/* The maximum message length, where the record is as it must be. */
+static long Connect(size_t client) {
   unsigned char record[16];
-  memcpy(record, kalo, sizeof(record));
+  memcpy(record, clients[client], sizeof(record));
   if (ioctl(device, 0xC0104801u, record) != 0) return -1;
-  return record[0] | record[1] << 8;
+  if (memcmp(record + 8, clients[client] + 8, 8) != 0) return -2;
+  return record[0] | record[1] << 8 | record[2] << 16;
 }
 
-static long InChild(const char* self) {
-  const pid_t child = fork();
-  int status = 0;
-  if (child == 0) {
-    char text[16];
-    snprintf(text, sizeof(text), "on:%d", device);
-    execl(self, self, text, "write:20", "close", (char*)NULL);
-    _exit(99);
-  }
-  waitpid(child, &status, 0);
-  return WEXITSTATUS(status);
+static long Ioctl(size_t request) { return ioctl(device, request, buffer); }
+static long Read(size_t count) { return read(device, buffer, count); }
+static long Write(size_t count) {
+  buffer[4] = 0x10;
+  return write(device, buffer, count);
 }
-
-static long Log(const char* text) {
-  FILE* file = fopen("/data/Marvoleth.log", "a");
-  if (file == NULL) return -1;
-  fputs(text, file);
-  return fclose(file);
-}
+static long BadRead(size_t count) { return read(device, nowhere, count); }
+static long BadWrite(size_t count) { return write(device, nowhere, count); }
+static long Close(size_t none) { return close(device) + (long)none; }
 
 static long Pieces(size_t count) {
   static struct iovec pieces[1024];
@@ -64,66 +53,60 @@ static long Pieces(size_t count) {
   return writev(device, pieces, (int)count);
 }
 
-/* Prints on standard error, as the time differs from run to run. */
-static long Exchanges(size_t count) {
-  struct timespec start, end;
-  clock_gettime(CLOCK_MONOTONIC, &start);
-  for (size_t i = 0; i < count; ++i) {
-    if (write(device, buffer, 64) != 64 || read(device, buffer, 4096) != 64) return -1;
+static long On(size_t descriptor) { return device = (int)descriptor; }
+
+static long InChild(size_t count) {
+  const pid_t child = fork();
+  int status = 0;
+  if (child == 0) {
+    char on[16], exchange[32];
+    snprintf(on, sizeof(on), "on:%d", device);
+    snprintf(exchange, sizeof(exchange), "write:%zu", count);
+    execl(self, self, on, exchange, "close", (char*)NULL);
+    _exit(99);
   }
-  clock_gettime(CLOCK_MONOTONIC, &end);
-  const double seconds =
-      (double)(end.tv_sec - start.tv_sec) + (double)(end.tv_nsec - start.tv_nsec) * 1e-9;
-  fprintf(stderr, "%.1f us an exchange\n", seconds * 1e6 / (double)count);
-  return (long)count;
+  waitpid(child, &status, 0);
+  return WEXITSTATUS(status);
 }
 
-static int Step(const char* self, const char* step) {
-  const char* colon = strchr(step, ':');
-  const size_t count = colon != NULL ? strtoul(colon + 1, NULL, 0) : 0;
-  if (strncmp(step, "on:", 3) == 0) {
-    device = (int)count;
-  } else if (strcmp(step, "open") == 0) {
-    device = open("/dev/zuli", O_RDWR);
-    Report(step, device < 0 ? -1 : 0);
-  } else if (strcmp(step, "connect") == 0) {
-    Report(step, Connect());
-  } else if (strncmp(step, "write:", 6) == 0) {
-    buffer[4] = 0x10;
-    Report(step, write(device, buffer, count));
-  } else if (strncmp(step, "read:", 5) == 0) {
-    Report(step, read(device, buffer, count));
-  } else if (strncmp(step, "exchange:", 9) == 0) {
-    Report(step, Exchanges(count));
-  } else if (strncmp(step, "pieces:", 7) == 0) {
-    Report(step, Pieces(count));
-  } else if (strcmp(step, "badread") == 0) {
-    Report(step, read(device, nowhere, 16));
-  } else if (strcmp(step, "badwrite") == 0) {
-    Report(step, write(device, nowhere, 16));
-  } else if (strcmp(step, "close") == 0) {
-    Report(step, close(device));
-  } else if (strcmp(step, "child") == 0) {
-    Report(step, InChild(self));
-  } else if (strcmp(step, "log") == 0) {
-    Report(step, Log("a line\n"));
-  } else if (strcmp(step, "killparent") == 0) {
-    Report(step, kill(getppid(), SIGKILL));
-    usleep(200000);
-  } else if (strncmp(step, "raise:", 6) == 0) {
-    raise((int)count);
-  } else if (strncmp(step, "exit:", 5) == 0) {
-    exit((int)count);
-  } else {
-    fprintf(stderr, "unknown step '%s'\n", step);
-    return 98;
+static long Log(size_t none) {
+  FILE* file = fopen("/data/Marvoleth.log", "a");
+  if (file == NULL) return -1;
+  fputs("a line\n", file);
+  return fclose(file) + (long)none;
+}
+
+static long Raise(size_t number) { return raise((int)number); }
+static long Exit(size_t status) { exit((int)status); }
+
+static const struct {
+  const char* name;
+  long (*run)(size_t number);
+} steps[] = {{"open", Open},     {"connect", Connect}, {"ioctl", Ioctl},       {"read", Read},
+             {"write", Write},   {"badread", BadRead}, {"badwrite", BadWrite}, {"close", Close},
+             {"pieces", Pieces}, {"on", On},           {"child", InChild},     {"log", Log},
+             {"raise", Raise},   {"exit", Exit}};
+
+static int Step(const char* step) {
+  const size_t length = strcspn(step, ":");
+  for (size_t i = 0; i < sizeof(steps) / sizeof(steps[0]); ++i) {
+    if (strlen(steps[i].name) != length || strncmp(steps[i].name, step, length) != 0) continue;
+    const long result = steps[i].run(step[length] == ':' ? strtoul(step + length + 1, NULL, 0) : 0);
+    if (result < 0) {
+      printf("%s: errno %d\n", step, errno);
+    } else {
+      printf("%s: %ld\n", step, result);
+    }
+    return fflush(stdout);
   }
-  return 0;
+  fprintf(stderr, "unknown step '%s'\n", step);
+  return 98;
 }
 
 int main(int argc, char** argv) {
+  self = argv[0];
   for (int i = 1; i < argc; ++i) {
-    const int status = Step(argv[0], argv[i]);
+    const int status = Step(argv[i]);
     if (status != 0) return status;
   }
   return 0;

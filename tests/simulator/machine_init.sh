@@ -58,15 +58,5 @@ say "engine killed: $(tr '\n' ' ' </tmp/killed)"
 grep -qE 'read:20: errno (19|103|107)' /tmp/killed || complain "a read did not fail cleanly"
 [ -e /dev/zuli ] && complain "the node is left after SIGKILL"
 
-serve -q
-"$program" open connect exchange:200 close >/dev/null 2>/tmp/time.cuse
-kill -TERM $engine
-wait $engine
-for device in preload fuse; do
-  "$zulisim" run -q --device $device -- "$program" open connect exchange:200 close \
-    >/dev/null 2>/tmp/time.$device
-done
-for device in cuse fuse preload; do say "$device: $(cat /tmp/time.$device)"; done
-
 [ "$failures" -eq 0 ] && say passed
 poweroff -f

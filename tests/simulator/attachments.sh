@@ -1,0 +1,127 @@
+#!/usr/bin/env bash
+# What a program meets through the preload library or through the kernel's FUSE, and what is left of
+# a device whose server or program ends. Exit status 77: no FUSE here.
+#
+#   attachments.sh preload|fuse ZULISIM DEVICE_PROGRAM KALOCTL [STATIC_DEVICE_PROGRAM]
+set -uo pipefail
+device=$1 zulisim=$2 program=$3 kaloctl=$4 static=${5:-}
+here=$(cd "$(dirname "$0")" && pwd)
+if [ $device = fuse ]; then
+  [ -w /dev/fuse ] || { echo "SKIPPED: there is no /dev/fuse to write to"; exit 77; }
+  unshare -m true 2>/dev/null || unshare -Urm true 2>/dev/null ||
+    { echo "SKIPPED: neither this user nor an unprivileged user namespace may mount"; exit 77; }
+fi
+folder=$(mktemp -d)
+trap 'rm -rf "$folder"' EXIT
+chmod 755 "$folder"
+mkdir -m 777 "$folder/tmp" "$folder/mount"
+export TMPDIR=$folder/tmp
+cd "$folder" || exit
+failures=0
+
+complain() { echo "FAILED: $1"; failures=$((failures + 1)); }
+same() { diff "$1" "$2" || complain "$1 and $2 differ"; }
+holds() { grep -qE -- "$2" "$1" || { cat "$1"; complain "$1 lacks '$2'"; }; }
+run() { timeout 60 "$zulisim" run --device $device "$@"; }
+expect() {  # STATUS COMMAND...
+  "${@:2}" >out 2>&1
+  local status=$?
+  [ $status -eq "$1" ] || complain "exit status $status, not $1: ${*:2}"
+}
+eventually() {  # COMMAND...
+  local i
+  for i in $(seq 100); do "$@" && return; sleep 0.1; done
+  complain "never: $*"
+}
+nothing_left() { [ -z "$(ls -A tmp mount | grep -v :)" ] && ! grep -q "$folder" /proc/mounts; }
+
+# One suite of exchanges gives the same however the program is attached, recorded and played back.
+mapfile -t options <"$here/exchange_suite.options"
+suite() {  # NAME ARGUMENTS of zulisim...
+  timeout 60 "$zulisim" "${@:2}" -q --connection-numbers --transcript transcript.$1 \
+    -- "$here/exchange_suite.sh" "$program" "$kaloctl" >suite.$1 2>err ||
+    { cat err; complain "the suite, $1: exit status $?"; }
+  same suite.preload suite.$1
+}
+suite preload run "${options[@]}"
+[ "$(wc -l <transcript.preload)" -gt 80 ] || complain "the transcript is too short"
+[ $device = preload ] || suite $device run --device $device "${options[@]}"
+same transcript.preload transcript.$device
+suite recorded record -o recording "${options[@]}"
+same transcript.preload transcript.recorded
+suite replayed replay recording --device $device
+# A recording does not know what a reply is that lacks its status.
+sed -i '/read/s/bytes  .*/bytes/' transcript.{preload,replayed}
+same transcript.preload transcript.replayed
+
+# Whatever ends the engine or the program during an exchange, the other goes on at once, with an
+# error, and nothing is left. A client that takes a minute holds the program in its read.
+"$zulisim" run --device $device --reply 'kalo:*=latency:60s' -- "$program" open connect write:20 \
+  read:20 write:20 close open >killed 2>seen &
+engine=$!
+eventually grep -qs "write    20" seen
+sleep 0.2
+kill -KILL $engine
+wait $engine 2>/dev/null
+eventually grep -qs "open: errno" killed
+eventually nothing_left
+expect 137 run -q -- "$program" open connect raise:9
+(trap - INT; exec timeout -s INT 1 "$zulisim" run -q --device $device -- sleep 20)
+eventually nothing_left
+if [ $device = preload ]; then
+  holds <(tr '\n' ' ' <killed) 'read:20: errno 19 write:20: errno 19 close: 0 open: errno 19'
+  exit $((failures > 0))
+fi
+holds killed 'read:20: errno (103|107)'  # ECONNABORTED, ENOTCONN
+
+# A statically linked program, in a file tree of its own whose log and registry are the root's.
+mkdir -p root/etc
+echo here >root/etc/vrel_registry.txt
+run_static() {
+  expect 0 "$@" timeout 20 "$zulisim" run --device fuse --root root -- "$static" \
+    open connect write:64 read:4096 read:16 close log
+  holds out 'read:16: errno 11'
+  holds out '   6  #1     KALO  close    ok'
+}
+run_static env
+[ "$(cat root/data/Marvoleth.log)" = "a line" ] || complain "the log is not in the root"
+expect 0 run -q --root root -- cat /etc/vrel_registry.txt
+holds out here
+[ -e /data/Marvoleth.log ] && [ /data/Marvoleth.log -nt root ] && complain "the log leaked"
+if [ "$(id -u)" -eq 0 ] && setpriv --reuid 65534 --clear-groups unshare -Urm test -x "$zulisim"; then
+  chmod -R a+rwX root
+  run_static setpriv --reuid 65534 --regid 65534 --clear-groups
+else
+  echo "not run as another user: a user namespace is not to be had, or the build is not to be read"
+fi
+
+# The kernel splits what has more pieces than it carries: never into two messages.
+expect 0 run -- "$program" open connect pieces:300 read:300 read:300 close
+holds out 'the kernel has split a write'
+holds out 'read:300: 256'
+holds out 'read:300: errno 11'
+
+# A file that is served until a signal.
+for signal in INT KILL; do
+  "$zulisim" serve -q --fuse mount/zuli 2>served &
+  engine=$!
+  eventually grep -q serves served
+  # 16 bytes from an unconnected file: the engine's answer, through the kernel.
+  expect 1 dd if=mount/zuli bs=16 count=1
+  holds out 'not connected'
+  kill -$signal $engine
+  wait $engine 2>/dev/null
+  status=$?
+  [ $signal = KILL ] || [ $status -eq 0 ] || complain "serve: exit status $status after SIG$signal"
+  eventually nothing_left
+done
+
+expect 125 run --client kalo:max=1048576 -- true
+holds out "is above 1044480"
+expect 125 run --fault open:1=ENOSYS -- true
+holds out "does not pass ENOSYS of open"
+expect 125 "$zulisim" serve --fuse mount
+holds out "no regular file"
+[ -e /dev/cuse ] || { expect 125 "$zulisim" serve --cuse; holds out "modprobe cuse"; }
+
+[ "$failures" -eq 0 ]
