@@ -94,6 +94,8 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
   Lines TakeTranscript();
   Lines TakeLog();
 
+  void Add(std::string line);
+
   std::string LogFile() const { return folder_ + "/Marvoleth.log"; }
   std::string LogFileText() const;
 
@@ -104,8 +106,6 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
   Sink* sink;  // owned by the log
 
  private:
-  void Add(std::string line);
-
   const std::string folder_;
   zulisim::Attachment attachment_;
   std::mutex mutex_;

@@ -3,7 +3,6 @@
 #include "transport/client_session.h"
 
 #include <cstring>
-#include <memory>
 #include <new>
 
 #include "tests/support/library_test.h"
@@ -22,49 +21,27 @@ const _GUID* const kSab = &ClientSession::SAB_CLIENT_GUID;
 class Multiplexer : public LibraryTest {
  protected:
   // The client that a command reached.
-  std::string Send(uint32_t command) {
-    Bytes input = Message(command);
-    Bytes output(32);
-    session.IoMessage(input.data(), 32, output.data(), 32, nullptr, nullptr);
+  std::string Send(uint32_t command, unsigned int length = 32) {
+    Bytes buffer = Message(command);
+    session.IoMessage(buffer.data(), length, buffer.data(), 32, nullptr, nullptr);
     return engine.Records().back().client;
-  }
-  void Send(unsigned int inputLength, unsigned int outputLength) {
-    Bytes buffer(16);
-    session.IoMessage(buffer.data(), inputLength, buffer.data(), outputLength, nullptr, nullptr);
   }
 
   ClientSession session;
 };
 
 TEST_F(Multiplexer, routes_each_family_of_commands) {
-  constexpr uint32_t kKaloCommands[] = {0,       0xFFFF,  0x10000, 0x2FFFF,    0x40000,   0x4FFFF,
-                                        0x50000, 0x70000, 0x7FFFF, 0xFFFFFFFF, 0x80030000};
+  EXPECT_EQ(Thrown([this] { Send(0, 15); }), LogicError("No active DREM sessions"));
   session.ConnectClient(kFenu);
   EXPECT_EQ(Send(0x10), "FENU");  // the only one serves every command
   session.ConnectClient(kSab);
   EXPECT_EQ(Thrown([this] { Send(0x10); }), LogicError("Not connected to client of this command"));
   session.ConnectClient(kKalo);
-  for (const uint32_t command : kKaloCommands) {
-    EXPECT_EQ(ClientSession::CommandIdToGuid(command), kKalo) << command;
+  for (const uint32_t command : {0u, 0xFFFFu, 0x10000u, 0x2FFFFu, 0x40000u, 0x4FFFFu, 0x50000u,
+                                 0x7FFFFu, 0xFFFFFFFFu, 0x80030000u}) {
     EXPECT_EQ(Send(command), "KALO") << command;
-    EXPECT_EQ(session.GetDremSession(command)->clientGuid, kKalo);
   }
-  for (const uint32_t command : {0x30000, 0x3FFFF}) {
-    EXPECT_EQ(ClientSession::CommandIdToGuid(command), kFenu);
-    EXPECT_EQ(Send(command), "FENU");
-  }
-}
-
-TEST_F(Multiplexer, checks_sessions_then_request_then_reply) {
-  EXPECT_EQ(Thrown([this] { Send(15, 15); }), LogicError("No active DREM sessions"));
-  session.ConnectClient(kKalo);
-  EXPECT_EQ(Thrown([this] { Send(15, 15); }),
-            "13KaloException: KALO Exception 0x3 Input buffer < kalo header size");
-  EXPECT_EQ(Thrown([this] { Send(16, 15); }),
-            "13KaloException: KALO Exception 0x4 Output buffer < kalo header size");
-  EXPECT_EQ(Count(Operation::kWrite), 0u);
-  Send(16, 16);
-  EXPECT_EQ(Count(Operation::kWrite), 1u);
+  for (const uint32_t command : {0x30000, 0x3FFFF}) EXPECT_EQ(Send(command), "FENU") << command;
 }
 
 TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
@@ -93,14 +70,12 @@ TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
   EXPECT_EQ(session.GetDremSession(&copy), nullptr);
   EXPECT_EQ(Thrown([&] { session.DisconnectClient(&copy); }),
             LogicError("Not connected to this client"));
-  std::vector<int> descriptors, closed;
-  for (const CpDremSession* client : session.dremSessions) descriptors.push_back(client->deviceFd);
   engine.ClearRecords();
   session.DisconnectAllClients();
   session.DisconnectAllClients();
-  for (const auto& record : engine.Records()) closed.push_back(record.descriptor);
-  EXPECT_EQ(closed, descriptors);
-  EXPECT_TRUE(session.dremSessions.empty());
+  std::string closed;
+  for (const auto& record : engine.Records()) closed += record.client + " ";
+  EXPECT_EQ(closed, "KALO SAB FENU ");
 }
 
 TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
@@ -110,13 +85,9 @@ TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
   };
   expect(LogicError("No active DREM sessions"));
   session.ConnectClient(kKalo);
-  Trace();
   expect("nothing");
-  EXPECT_EQ(TakeTranscript(), List("<open>", "<ioctl>"));
   session.ConnectClient(kFenu);
   expect(LogicError("IOCTL call without active DREM sessions"));
-  EXPECT_EQ(Thrown([this] { session.IoControl(nullptr, 0, nullptr, 0); }),
-            RuntimeError("IoControl() not implemented"));
 }
 
 TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
@@ -124,12 +95,9 @@ TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
   alignas(ClientSession) unsigned char memory[sizeof(ClientSession)];
   std::memset(memory, '#', sizeof memory);
   auto* session = new (memory) ClientSession;
-  EXPECT_EQ(session->lastErrorStatus, -1);
   const auto text = [&] { return std::string(session->lastErrorText, 1024); };
   session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, "abcdef");
-  EXPECT_EQ(session->lastErrorStatus, 2);
   session->storeErrInfo("XY");
-  EXPECT_EQ(session->lastErrorStatus, -1);
   EXPECT_EQ(text(), "XYcdef" + std::string(1018, '#'));
   session->storeErrInfo(std::string(1024, 'l') + "beyond");
   EXPECT_EQ(text(), std::string(1024, 'l'));
@@ -137,12 +105,10 @@ TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
 }
 
 TEST(Exception, builds_its_text_once) {
-  const KaloException exception(KALO_DLL_STATUS_PROVISIONING_FAILED, "why");
+  const KaloException exception(KALO_DLL_STATUS{0xABCDEF}, nullptr);
   const char* text = exception.what();
-  EXPECT_STREQ(text, "KALO Exception 0x5 why");
+  EXPECT_STREQ(text, "KALO Exception 0xabcdef ");
   EXPECT_EQ(exception.what(), text);
-  EXPECT_STREQ(KaloException(static_cast<KALO_DLL_STATUS>(0xABCDEF), nullptr).what(),
-               "KALO Exception 0xabcdef ");
 }
 
 }  // namespace

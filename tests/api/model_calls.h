@@ -1,0 +1,154 @@
+#pragma once
+
+#include <functional>
+#include <sstream>
+
+#include "tests/api/model.h"
+
+namespace test {
+
+// One call of a sequence.
+struct Step {
+  unsigned call;
+  unsigned argument;  // chooses handle, command, version, ...
+  unsigned shape;
+  unsigned tag;
+  std::vector<CallFault> faults;
+  Trap trap;
+};
+using Sequence = std::vector<Step>;
+
+// Private data and its length on entry; what they ask for, if anything.
+inline constexpr struct {
+  const char* data;
+  unsigned int length;
+  const char* wrapper;
+} kTags[] = {{"", 16, ""},
+             {"IOCTLHND", 9, "allocation"},
+             {"IOCTLFRE", 9, "free"},
+             {"IOCTLHNDx", 9, "allocation"},
+             {"IOCTLHNX", 9, ""},
+             {"IOCTLHND", 8, ""},
+             {"IOCTLFRE", 10, ""}};
+
+// What a step hands to the entry point and to the model.
+struct Arguments {
+  Arguments(Model& theModel, const Step& step) : model(theModel), n(step.argument) {
+    static constexpr uint32_t kVersions[] = {0x30000, 0x30002, 0, 0x30001};
+    static constexpr uint32_t kCommands[] = {0x10, 0x30000, 0x3FFFF, 0x40001, kForeignCommand};
+    values = {kVersions[n % 4], n / 4 % 4};
+    if (n >= 56) params = nullptr;
+    request = {kCommands[n % 5], step.shape, kTags[step.tag].wrapper};
+    plain = {request.command, request.shape, ""};
+    input = Message(request.command, 32, kRequestWords[2], kRequestWords[0], kRequestWords[3]);
+    output = Message(kReplyWords[1], 32, kReplyWords[2], kReplyWords[0], kReplyWords[3]);
+    in = request.shape & kNullInput ? nullptr : input.data();
+    out = request.shape & kNullOutput ? nullptr : output.data();
+    inLength = request.inputLength();
+    outLength = request.outputLength();
+    std::strcpy(reinterpret_cast<char*>(data), kTags[step.tag].data);
+    length = kTags[step.tag].length;
+    // Live sessions may be used; those destroyed, or null, may be given back.
+    const size_t known = model.sessions.size(), chosen = n % (known + 1);
+    if (chosen != known) released = const_cast<void*>(model.sessions[chosen]->address);
+    live = model.LiveAt(released);
+    used = const_cast<void*>(Model::AddressOf(live));
+  }
+
+  // A damaged generation, or other code with handles of its own.
+  uint32_t WriteState() {
+    static constexpr uint32_t kGenerations[] = {3, 0, 1};
+    for (KaloDllState* state : {&gKaloDllState, model.want.operator->()}) {
+      const uint32_t generation = kGenerations[n / 3 % 3];
+      if (n % 3 == 0) state->kaloInterfaceVersion = generation;
+      if (n % 3 == 1) state->fenuInterfaceVersion = generation;
+      if (n % 3 != 2) continue;
+      for (uint32_t* count : {&state->kaloRefCountA, &state->kaloRefCountB, &state->fenuRefCount}) {
+        if (*count != 0) *count = n / 3 % 2 ? 1 : 10;
+      }
+    }
+    return 0;
+  }
+
+  Model& model;
+  const unsigned n;
+  KALO_STATE_INIT_PARAMS values, *params = &values;
+  Request request, plain;
+  Bytes input, output;
+  unsigned char *in, *out;
+  unsigned inLength, outLength;
+  unsigned char data[16] = {};
+  unsigned int length;
+  void* released = nullptr;
+  Model::Session* live;
+  void* used;
+  void* handle = Model::kUnwritten;
+};
+
+using Made = std::function<uint32_t(Arguments&)>;
+inline const struct {
+  const char* name;
+  Made make, predict;
+} kCalls[] = {
+    {"KaloStateInit", [](auto& a) { return KaloStateInit(a.params); },
+     [](auto& a) { return a.model.KaloStateInit(a.params); }},
+    {"KaloInit3", [](auto& a) { return KaloInit3(&a.handle); },
+     [](auto& a) { return a.model.KaloInit3(); }},
+    {"StartIoEx3",
+     [](auto& a) {
+       return StartIoEx3(a.used, a.in, a.inLength, a.out, a.outLength, a.data, &a.length);
+     },
+     [](auto& a) { return a.model.StartIoEx3(a.live, a.request); }},
+    {"StartIo3", [](auto& a) { return StartIo3(a.used, a.in, a.inLength, a.out, a.outLength); },
+     [](auto& a) { return a.model.StartIo3(a.live, a.plain); }},
+    {"KaloCleanup3", [](auto& a) { return KaloCleanup3(a.released); },
+     [](auto& a) { return a.model.KaloCleanup3(a.released); }},
+    {"KaloInit", [](auto&) { return KaloInit(); }, [](auto& a) { return a.model.KaloInit(); }},
+    {"KaloCleanup", [](auto&) { return KaloCleanup(); },
+     [](auto& a) { return a.model.KaloCleanup(); }},
+    {"StartIoEx",
+     [](auto& a) { return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, &a.length); },
+     [](auto& a) { return a.model.StartIoEx(a.request); }},
+    {"StartIo", [](auto& a) { return StartIo(a.in, a.inLength, a.out, a.outLength); },
+     [](auto& a) { return a.model.StartIoEx(a.plain); }},
+    {"FenuInit3", [](auto& a) { return FenuInit3(&a.handle); },
+     [](auto& a) { return a.model.FenuInit3(); }},
+    {"FenuCleanup3", [](auto& a) { return FenuCleanup3(a.released); },
+     [](auto& a) { return a.model.FenuCleanup3(a.live); }},
+    {"FenuInit", [](auto&) { return FenuInit(); }, [](auto& a) { return a.model.FenuInit(); }},
+    {"FenuCleanup", [](auto&) { return FenuCleanup(); },
+     [](auto& a) { return a.model.FenuCleanup(); }},
+    {"ProvisioningStartIo",
+     [](auto& a) { return ProvisioningStartIo(a.in, a.inLength, a.out, a.outLength); },
+     [](auto& a) { return a.model.StartIoEx3(nullptr, a.plain); }},
+    // Other code.
+    {"gKaloDllState =", [](auto& a) { return a.WriteState(); }, [](auto&) { return 0; }}};
+inline const unsigned kWriteState = std::size(kCalls) - 1;
+
+inline uint32_t StatusOf(const Made& made, Arguments& arguments) {
+  try {
+    return made(arguments);
+  } catch (int escaped) {
+    return static_cast<uint32_t>(escaped);
+  }
+}
+
+inline std::string Describe(const Sequence& sequence) {
+  std::ostringstream text;
+  for (const Step& step : sequence) {
+    text << "  " << kCalls[step.call].name << " #" << step.argument << " shape=" << step.shape
+         << ' ' << kTags[step.tag].data;
+    for (const CallFault& fault : step.faults) {
+      text << ", " << zulisim::ErrnoName(fault.error) << " at " << OperationName(fault.operation)
+           << " +" << fault.first << " x" << fault.times;
+    }
+    if (step.trap.point != Point::kNone) {
+      text << ", exception " << step.trap.kind << " at point " << static_cast<int>(step.trap.point)
+           << " +" << step.trap.left;
+    }
+    text << '\n';
+  }
+  return text.str();
+}
+
+}  // namespace test
