@@ -1,5 +1,7 @@
 #include <fcntl.h>
+#include <gmock/gmock.h>
 #include <sys/stat.h>
+#include <sys/utsname.h>
 
 #include <cerrno>
 #include <cstring>
@@ -19,46 +21,43 @@ class FileTest : public FileFixture {
   HANDLE Open(uint32_t access, uint32_t disposition) const {
     return CreateFile(path_.c_str(), access, 0, nullptr, disposition, 0, nullptr);
   }
+  // How the file was opened, or the code of the refusal.
+  int Opened(uint32_t access, uint32_t disposition) const {
+    HANDLE file = Open(access, disposition);
+    if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
+    EXPECT_EQ(GetLastError(), OSCL_ERROR_SUCCESS);
+    const int flags = fcntl(static_cast<int>(reinterpret_cast<intptr_t>(file)), F_GETFL);
+    CloseHandle(file);
+    return -(flags & O_ACCMODE);
+  }
   static uint32_t CodeIf(bool failed) { return failed ? GetLastError() : 0xFFFFFFFF; }
 };
 
 TEST_F(FileTest, dispositions_open_create_and_truncate) {
   umask(0);
-  int flags = 0;
-  const auto codeOf = [&](uint32_t access, uint32_t disposition) {
-    HANDLE file = Open(access, disposition);
-    const uint32_t code = GetLastError();
-    EXPECT_EQ(file == INVALID_HANDLE_VALUE, code != 0);
-    flags = fcntl(static_cast<int>(reinterpret_cast<intptr_t>(file)), F_GETFL) & O_ACCMODE;
-    if (code == 0) CloseHandle(file);
-    return code;
-  };
-  for (const uint32_t access : {0u, 1u, 0xE0000000u, GENERIC_READ | 1}) {
-    EXPECT_EQ(codeOf(access, CREATE_ALWAYS), OSCL_ERROR_INVALID_PARAMETER) << access;
-  }
-  for (const uint32_t disposition : {0u, 6u, 0xFFFFFFFFu}) {
-    EXPECT_EQ(codeOf(kReadWrite, disposition), OSCL_ERROR_INVALID_PARAMETER) << disposition;
-  }
-  EXPECT_EQ(codeOf(GENERIC_READ, OPEN_EXISTING), OSCL_ERROR_FILE_NOT_FOUND);
-  EXPECT_EQ(codeOf(kReadWrite, TRUNCATE_EXISTING), OSCL_ERROR_FILE_NOT_FOUND);
-  for (const int opened : {O_RDWR, O_RDONLY}) {
-    EXPECT_EQ(codeOf(GENERIC_READ, OPEN_ALWAYS), 0u);
-    EXPECT_EQ(flags, opened) << "what is asked for counts only when the file is there";
-  }
+  EXPECT_EQ(Opened(0, CREATE_ALWAYS), 2);
+  EXPECT_EQ(Opened(GENERIC_READ | 1, CREATE_ALWAYS), 2);
+  EXPECT_EQ(Opened(kReadWrite, 0), 2);
+  EXPECT_EQ(Opened(kReadWrite, 6), 2);
+  EXPECT_EQ(Opened(GENERIC_READ, OPEN_EXISTING), 5);
+  EXPECT_EQ(Opened(kReadWrite, TRUNCATE_EXISTING), 5);
+  EXPECT_EQ(Opened(GENERIC_READ, OPEN_ALWAYS), -O_RDWR) << "to make it, whatever is asked for";
+  EXPECT_EQ(Opened(GENERIC_READ, OPEN_ALWAYS), -O_RDONLY);
   struct stat status;
   ASSERT_EQ(stat(path_.c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 07777, 0660u);
-  EXPECT_EQ(codeOf(GENERIC_WRITE, CREATE_NEW), OSCL_ERROR_FILE_EXISTS);
+  EXPECT_EQ(Opened(GENERIC_WRITE, CREATE_NEW), 4);
   Store("0123456789");
-  EXPECT_EQ(codeOf(GENERIC_WRITE, CREATE_ALWAYS) + codeOf(GENERIC_WRITE, OPEN_ALWAYS), 0u);
+  EXPECT_EQ(Opened(GENERIC_WRITE, CREATE_ALWAYS), -O_WRONLY);
+  EXPECT_EQ(Opened(GENERIC_WRITE, OPEN_ALWAYS), -O_WRONLY);
   EXPECT_EQ(Stored(), "0123456789") << "neither may truncate";
-  EXPECT_EQ(codeOf(kReadWrite, TRUNCATE_EXISTING), 0u);
+  EXPECT_EQ(Opened(kReadWrite, TRUNCATE_EXISTING), -O_RDWR);
   EXPECT_EQ(Stored(), "");
 }
 
 TEST_F(FileTest, reads_and_writes_at_the_file_position) {
   HANDLE file = Open(kReadWrite, CREATE_NEW);
-  uint32_t done = 7;
+  uint32_t done = 0, high = 7;
   EXPECT_EQ(WriteFile(file, "abcdef", 6, &done, nullptr) + done, 7u);
   EXPECT_EQ(SetFilePointer(file, -4, nullptr, FILE_END), 2u);
   EXPECT_EQ(SetFilePointer(file, 1, nullptr, FILE_CURRENT), 3u);
@@ -66,21 +65,15 @@ TEST_F(FileTest, reads_and_writes_at_the_file_position) {
   EXPECT_EQ(ReadFile(file, read, sizeof(read), &done, nullptr) + done, 4u);
   EXPECT_STREQ(read, "def");
   for (const uint32_t method : {0u, 3u}) {
-    EXPECT_EQ(SetFilePointer(file, 0, nullptr, FILE_BEGIN) + GetLastError(), 0u);
-    EXPECT_EQ(CodeIf(SetFilePointer(file, -1, nullptr, method) == 0xFFFFFFFF),
-              OSCL_ERROR_INVALID_PARAMETER);
+    EXPECT_EQ(CodeIf(SetFilePointer(file, -1, nullptr, method) == 0xFFFFFFFF), 2u);
   }
-  uint32_t high = 7;
   if (truncate(path_.c_str(), (5LL << 30) + 3) == 0) {
     EXPECT_EQ(GetFileSize(file, &high), (1u << 30) + 3) << "cut to 32 bits";
   }
   CloseHandle(file);
-  done = 7;
-  EXPECT_EQ(CodeIf(ReadFile(file, read, 1, &done, nullptr) == 0), OSCL_ERROR_UNKNOWN);
-  EXPECT_EQ(CodeIf(WriteFile(file, read, 1, &done, nullptr) == 0), OSCL_ERROR_UNKNOWN);
   EXPECT_EQ(CodeIf(GetFileSize(file, &high) == 0xFFFFFFFF), OSCL_ERROR_UNKNOWN);
-  EXPECT_EQ(done + high, 14u) << "neither is written";
-  EXPECT_EQ(CodeIf(CloseHandle(file) == 1), OSCL_ERROR_SUCCESS);
+  EXPECT_EQ(CodeIf(ReadFile(file, read, 1, &high, nullptr) == 0), OSCL_ERROR_UNKNOWN);
+  EXPECT_EQ(high, 7u) << "neither writes it";
 }
 
 TEST_F(FileTest, a_whole_file_helper_that_fails_keeps_the_code_of_the_failing_step) {
@@ -103,10 +96,9 @@ TEST_F(FileTest, a_whole_file_helper_that_fails_keeps_the_code_of_the_failing_st
     EXPECT_EQ(CodeIf(OSCL_ReadFile(path, nullptr, &size) == nullptr), code);
     EXPECT_EQ(size, 0u) << path;
   }
-  for (const auto write : {OSCL_WriteFile, OSCL_AppendFile}) {
-    EXPECT_EQ(CodeIf(write("/dev/full", "a", 1) == E_FAIL), OSCL_ERROR_UNKNOWN);
-    EXPECT_EQ(CodeIf(write("/nonexistent/file", "a", 1) == E_FAIL), OSCL_ERROR_FILE_NOT_FOUND);
-  }
+  EXPECT_EQ(CodeIf(OSCL_WriteFile("/dev/full", "a", 1) == E_FAIL), OSCL_ERROR_UNKNOWN);
+  EXPECT_EQ(CodeIf(OSCL_AppendFile("/nonexistent/file", "a", 1) == E_FAIL),
+            OSCL_ERROR_FILE_NOT_FOUND);
 }
 
 TEST_F(FileTest, memory_is_filled_copied_and_counted) {
@@ -116,8 +108,6 @@ TEST_F(FileTest, memory_is_filled_copied_and_counted) {
   EXPECT_EQ(std::string(block, 3), std::string("\xFE\xFE\0", 3));
   EXPECT_EQ(CopyMemory(block, "xyz", 3) + std::memcmp(block, "xyz", 3), 0);
   EXPECT_EQ(CodeIf(CopyMemory(block, nullptr, 3) == 1), OSCL_ERROR_INVALID_PARAMETER);
-  ZeroMemory(nullptr, 3);
-  EXPECT_EQ(GetLastError(), OSCL_ERROR_SUCCESS);
   EXPECT_EQ(gAllocationCount, blocks + 1);
   FreeMem(block);
   FreeMem(nullptr);
@@ -127,21 +117,15 @@ TEST_F(FileTest, modules_and_the_version_come_from_the_system) {
   errno = EEXIST;
   EXPECT_EQ(OSCL_LoadLibrary("libnonexistent_module.so"), nullptr);
   EXPECT_NE(GetLastError(), OSCL_ERROR_FILE_EXISTS) << "an older errno is none of its business";
-  HANDLE module = OSCL_LoadLibrary("libc.so.6");
-  EXPECT_NE(OSCL_GetProcAddress(module, "getpid"), nullptr);
-  EXPECT_EQ(GetProcAddress(module, nullptr), nullptr);
-  EXPECT_EQ(OSCL_FreeLibrary(module), S_OK);
   EXPECT_EQ(CodeIf(OSCL_FreeLibrary(nullptr) == E_FAIL), OSCL_ERROR_UNKNOWN);
   OSVERSIONINFO info;
-  std::memset(&info, 0xFF, sizeof(info));
   ASSERT_EQ(GetVersionEx(&info), 1);
-  const std::string found = "Linux version " + std::to_string(info.dwMajorVersion) + "." +
-                            std::to_string(info.dwMinorVersion);
-  std::string version;
-  std::getline(std::ifstream("/proc/version"), version);
-  EXPECT_EQ(version.rfind(found, 0), 0u) << version << " read as " << found;
+  utsname system;
+  ASSERT_EQ(uname(&system), 0);
+  const std::string found =
+      std::to_string(info.dwMajorVersion) + "." + std::to_string(info.dwMinorVersion);
+  EXPECT_THAT(system.release, testing::StartsWith(found + "."));
   EXPECT_EQ(info.dwOSVersionInfoSize, 148u);
-  EXPECT_EQ(info.dwBuildNumber + info.szCSDVersion[127], 0u);
 }
 
 }  // namespace
