@@ -20,34 +20,32 @@ namespace {
 
 using zulisim::Operation;
 
-// Closes the descriptors that are left open because a connection was refused.
-struct Descriptors : zulisim::OperationObserver {
-  void OnOperation(const zulisim::OperationRecord& record) override {
-    if (record.operation == Operation::kOpen && record.result != -1) open.insert(record.descriptor);
-    if (record.operation == Operation::kClose) open.erase(record.descriptor);
-  }
-  void CloseAll() {
-    for (const int descriptor : std::set<int>(open)) close(descriptor);
-  }
-
-  std::set<int> open;
-};
-
 // The engine with a client whose answers the input holds.
-class Device {
+class Device : zulisim::OperationObserver {
  public:
   Device() : attachment_(engine, {{"/data/Marvoleth.log", "/dev/null"}}) {
-    engine.AddObserver(&descriptors);
+    engine.AddObserver(this);
     for (const char* client : {"KALO", "FENU"}) {
       engine.SetResponder(client, [this](const zulisim::Bytes&) { return reply; });
     }
   }
 
+  // Those too that are left open because a connection was refused.
+  void CloseDescriptors() {
+    for (const int descriptor : std::set<int>(open_)) close(descriptor);
+  }
+
   zulisim::Engine engine{{zulisim::DefaultClients(), false}};
   zulisim::Reply reply;
-  Descriptors descriptors;
 
  private:
+  void OnOperation(const zulisim::OperationRecord& record) override {
+    if (record.operation == Operation::kOpen && record.result != -1)
+      open_.insert(record.descriptor);
+    if (record.operation == Operation::kClose) open_.erase(record.descriptor);
+  }
+
+  std::set<int> open_;
   zulisim::Attachment attachment_;
 };
 
@@ -66,11 +64,9 @@ void CheckRecord(uint32_t status) {
   const KaloDllState& state = gKaloDllState;
   FUZZ_CHECK(status <= 6);
   if (status == 0) return;
-  const uint32_t code = status == 1 ? 0xFFFFFFFFu : status;
   FUZZ_CHECK(state.lastErrorSource >= 1 && state.lastErrorSource <= 3);
-  FUZZ_CHECK(code == (state.lastErrorSource == 1   ? state.apiErrorCode
-                      : state.lastErrorSource == 2 ? state.kaloErrorCode
-                                                   : state.fenuErrorCode));
+  const uint32_t codes[] = {state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
+  FUZZ_CHECK(codes[state.lastErrorSource - 1] == (status == 1 ? 0xFFFFFFFFu : status));
 }
 
 void Submit(FuzzedDataProvider& input) {
@@ -127,13 +123,9 @@ void Instruct(FuzzedDataProvider& input, Device& device) {
   if (!zulisim::FaultError(fault)) device.engine.AddFault(fault);
 }
 
-void Answer(FuzzedDataProvider& input, zulisim::Reply& reply) {
-  const auto bytes = [&]() -> std::optional<zulisim::Bytes> {
-    if (input.ConsumeIntegralInRange(0, 7) == 0) return std::nullopt;
-    return input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<size_t>(0, 64));
-  };
-  reply.message = bytes();
-  reply.privateData = bytes();
+std::optional<zulisim::Bytes> Answer(FuzzedDataProvider& input) {
+  if (input.ConsumeIntegralInRange(0, 7) == 0) return std::nullopt;
+  return input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<size_t>(0, 64));
 }
 
 void CallOnce(FuzzedDataProvider& input, Device& device) {
@@ -152,7 +144,7 @@ void CallOnce(FuzzedDataProvider& input, Device& device) {
       [&] { FenuCleanup3(state.fenuSession); },
       [] { FenuCleanup(); },
       [&] { Instruct(input, device); },
-      [&] { Answer(input, device.reply); },
+      [&] { device.reply.message = Answer(input), device.reply.privateData = Answer(input); },
       [&] { PassIoctl(input); },
       [&] { Submit(input); }};
   calls[input.ConsumeIntegralInRange<size_t>(0, std::size(calls) - 1)]();
@@ -174,7 +166,7 @@ void Reset(Device& device) {
   state.kaloInterfaceVersion = state.fenuInterfaceVersion = state.firmwareApiVersion = 0;
   for (LogSink*& sink : Logger::logBase.sinks) delete sink;
   Logger::logBase.sinks.clear();
-  device.descriptors.CloseAll();
+  device.CloseDescriptors();
   device.engine.ClearFaults();
   device.engine.LoseDevice({0, ENODEV, false});
   FUZZ_CHECK(device.engine.OpenDescriptors() == 0);
