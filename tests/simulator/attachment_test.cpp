@@ -12,7 +12,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
-#include <thread>
+
+#include "simulator/transcript.h"
 
 namespace zulisim {
 namespace {
@@ -27,7 +28,6 @@ int Connected() {
 }
 
 TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
-  EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), ENOENT);
   int left = -1;
   char byte = 0;
   {
@@ -37,23 +37,29 @@ TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
     left = Connected();
   }
   EXPECT_EQ(ErrorOf(write(left, &byte, 1)), ENODEV);
-  {
-    // Its number is not given out again, and its mark means nothing to the next engine.
-    Engine other;
-    Attachment attachment(other);
-    const int fresh = Connected();
-    EXPECT_NE(fresh, left);
-    EXPECT_EQ(ErrorOf(read(left, &byte, 1)), ENODEV);
-    EXPECT_EQ(close(left), 0);
-    EXPECT_EQ(other.Count(Operation::kClose), 0u);
-    EXPECT_EQ(close(fresh), 0);
-  }
   EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), ENOENT);
+  // Its number is not given out again, and its mark means nothing to the next engine.
+  Engine other;
+  Attachment attachment(other);
+  EXPECT_NE(Connected(), left);
+  EXPECT_EQ(ErrorOf(read(left, &byte, 1)), ENODEV);
+  EXPECT_EQ(close(left), 0);
+  EXPECT_EQ(other.Count(Operation::kClose), 0u);
 }
 
-TEST(AttachmentTest, exchanges_messages_and_keeps_errno_on_success) {
+TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
+  char folder[] = "/tmp/attachment.XXXXXX";
+  const std::string log = mkdtemp(folder) + std::string("/log");
   Engine engine;
-  Attachment attachment(engine);
+  Attachment attachment(engine, {{"/data/Marvoleth.log", log}});
+  std::ofstream("/data//Marvoleth.log", std::ios::app) << "line";
+  struct stat status {};
+  EXPECT_EQ(stat("/data/Marvoleth.log", &status), 0);
+  EXPECT_EQ(status.st_size, 4);
+  EXPECT_EQ(access("/data/Marvoleth.log.old", F_OK), -1);
+  EXPECT_EQ(unlink("/data/Marvoleth.log"), 0);
+  EXPECT_EQ(rmdir(folder), 0);
+
   errno = 77;
   const int descriptor = open("/dev//./zuli", O_RDWR | O_CLOEXEC, 0x101000);
   EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC);
@@ -63,19 +69,22 @@ TEST(AttachmentTest, exchanges_messages_and_keeps_errno_on_success) {
   // The request as a driver passes it that keeps it in an int.
   const int request = static_cast<int>(kConnectRequest);
   EXPECT_EQ(ioctl(descriptor, static_cast<unsigned long>(request), guid.data()), 0);
-  char buffer[64] = {1, 2, 3};
-  EXPECT_EQ(write(descriptor, buffer, 40), 40);
-  EXPECT_EQ(read(descriptor, buffer, sizeof(buffer)), 40);
   EXPECT_EQ(errno, 77);
+  char buffer[64];
   struct iovec pieces[2] = {{buffer, 20}, {buffer, 24}};
   EXPECT_EQ(writev(descriptor, pieces, 2), 44);
-  EXPECT_EQ(engine.Requests("KALO").back().size(), 24u);
+  EXPECT_EQ(engine.Requests("KALO").at(1).size(), 24u);
   pieces[0].iov_len = 30;
   EXPECT_EQ(readv(descriptor, pieces, 2), 20);
   EXPECT_EQ(fdopen(descriptor, "r"), nullptr);
   EXPECT_EQ(errno, EOPNOTSUPP);
-  EXPECT_EQ(close(descriptor), 0);
-  EXPECT_EQ(ErrorOf(close(descriptor)), EBADF);
+  struct stat byPath {};
+  EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
+  EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
+  // A number that was closed behind the hooks is not taken for the device.
+  syscall(SYS_close, descriptor);
+  EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
+  EXPECT_EQ(read(descriptor, buffer, 1), 0);
 }
 
 TEST(AttachmentTest, duplicates_share_one_open_file) {
@@ -89,79 +98,41 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);
   EXPECT_EQ(read(second, buffer, 16), 16);
-  EXPECT_EQ(engine.Count(Operation::kClose), 0u);
   // dup2 replaces what the target was, in either direction.
   EXPECT_EQ(dup2(file, second), second);
-  EXPECT_EQ(write(second, buffer, 16), 16);
-  EXPECT_EQ(engine.Count(Operation::kWrite), 1u);
+  EXPECT_EQ(read(second, buffer, 16), 0);
   EXPECT_EQ(dup2(third, file), file);
   EXPECT_EQ(write(file, buffer, 16), 16);
-  EXPECT_EQ(engine.Count(Operation::kWrite), 2u);
   EXPECT_EQ(ErrorOf(dup2(-1, file)), EBADF);
+  EXPECT_EQ(engine.Count(Operation::kWrite), 2u);
   EXPECT_EQ(close_range(100, ~0U, 0), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
   engine.FailNext(Operation::kClose, EIO);
-  EXPECT_EQ(ErrorOf(dup2(second, file)), 0);
+  EXPECT_EQ(dup2(second, file), file);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }
 
-TEST(AttachmentTest, a_number_that_was_closed_behind_the_hooks_is_not_taken_for_the_device) {
+TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {
+  Client tooLong;
+  tooLong.maxMessageLength = kLongestMessage + 1;
+  EXPECT_THROW(Engine({{tooLong}}), std::invalid_argument);
   Engine engine;
+  EXPECT_THROW(engine.SetResponder("KAL0", nullptr), std::invalid_argument);
+  engine.SetResponder("KALO", [&engine](const Bytes&) -> Reply {
+    engine.LoseDevice();
+    throw std::runtime_error("stuck");
+  });
   Attachment attachment(engine);
   const int descriptor = Connected();
-  syscall(SYS_close, descriptor);
-  ASSERT_EQ(open("/dev/null", O_RDWR), descriptor);
-  char byte = 0;
-  EXPECT_EQ(read(descriptor, &byte, 1), 0);
-  EXPECT_EQ(engine.Count(Operation::kRead), 0u);
-}
-
-TEST(AttachmentTest, redirects_paths_and_shows_a_character_device) {
-  char folder[] = "/tmp/attachment.XXXXXX";
-  const std::string log = mkdtemp(folder) + std::string("/log");
-  Engine engine;
-  Attachment attachment(engine, {{"/data/Marvoleth.log", log}});
-  std::ofstream("/data//Marvoleth.log", std::ios::app) << "line";
-  struct stat status {};
-  EXPECT_EQ(stat("/data/Marvoleth.log", &status), 0);
-  EXPECT_EQ(status.st_size, 4);
-  EXPECT_EQ(access("/data/Marvoleth.log", R_OK), 0);
-  EXPECT_EQ(access("/data/Marvoleth.log.old", F_OK), -1);
-  EXPECT_EQ(unlink("/data/Marvoleth.log"), 0);
-  EXPECT_EQ(rmdir(folder), 0);
-
-  EXPECT_EQ(stat("/dev/zuli", &status), 0);
-  EXPECT_TRUE(S_ISCHR(status.st_mode));
-  status = {};
-  EXPECT_EQ(fstat(Connected(), &status), 0);
-  EXPECT_TRUE(S_ISCHR(status.st_mode));
-}
-
-TEST(AttachmentTest, threads_keep_their_exchanges_apart_and_records_have_one_order) {
-  Engine engine;
-  Attachment attachment(engine);
-  std::vector<std::thread> threads;
-  for (char id = 1; id <= 3; ++id) {
-    threads.emplace_back([id] {
-      for (int round = 0; round < 50; ++round) {
-        char buffer[16] = {id};
-        const int file = open("/dev/null", O_RDWR);
-        const int descriptor = Connected();
-        EXPECT_EQ(write(file, buffer, 16), 16);
-        EXPECT_EQ(write(descriptor, buffer, 16), 16);
-        EXPECT_EQ(read(file, buffer, 16), 0);
-        buffer[0] = 0;
-        EXPECT_EQ(read(descriptor, buffer, 16), 16);
-        EXPECT_EQ(buffer[0], id);
-        EXPECT_EQ(close(descriptor) + close(file), 0);
-      }
-    });
-  }
-  for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(engine.OpenDescriptors(), 0u);
-  std::uint64_t sequence = 0;
-  for (const auto& record : engine.Records()) EXPECT_EQ(record.sequence, ++sequence);
-  EXPECT_EQ(sequence, 3 * 50 * 5u);
+  char buffer[8] = {};
+  EXPECT_EQ(write(descriptor, buffer, 8), 8);
+  EXPECT_EQ(TranscriptLine(engine.Records().back(), {true, true}),
+            "\033[33m   3  #1     KALO  write    8 bytes  command 0x0  "
+            "(the client stays silent: stuck)\033[0m");
+  EXPECT_EQ(ErrorOf(read(descriptor, buffer, 8)), ENODEV);
+  engine.Release(1);
+  engine.Release(1);
+  EXPECT_EQ(engine.Count(Operation::kClose), 1u);
 }
 
 }  // namespace

@@ -87,27 +87,18 @@ static const struct {
              {"pieces", Pieces}, {"on", On},           {"child", InChild},     {"log", Log},
              {"raise", Raise},   {"exit", Exit}};
 
-static int Step(const char* step) {
-  const size_t length = strcspn(step, ":");
-  for (size_t i = 0; i < sizeof(steps) / sizeof(steps[0]); ++i) {
-    if (strlen(steps[i].name) != length || strncmp(steps[i].name, step, length) != 0) continue;
-    const long result = steps[i].run(step[length] == ':' ? strtoul(step + length + 1, NULL, 0) : 0);
-    if (result < 0) {
-      printf("%s: errno %d\n", step, errno);
-    } else {
-      printf("%s: %ld\n", step, result);
-    }
-    return fflush(stdout);
-  }
-  fprintf(stderr, "unknown step '%s'\n", step);
-  return 98;
-}
-
 int main(int argc, char** argv) {
   self = argv[0];
   for (int i = 1; i < argc; ++i) {
-    const int status = Step(argv[i]);
-    if (status != 0) return status;
+    const char* step = argv[i];
+    const size_t length = strcspn(step, ":");
+    size_t known = 0;
+    while (strlen(steps[known].name) != length || strncmp(steps[known].name, step, length) != 0) {
+      if (++known == sizeof(steps) / sizeof(steps[0])) return 98;
+    }
+    const long result = steps[known].run(step[length] ? strtoul(step + length + 1, NULL, 0) : 0);
+    printf(result < 0 ? "%s: errno %ld\n" : "%s: %ld\n", step, result < 0 ? errno : result);
+    fflush(stdout);
   }
   return 0;
 }

@@ -6,7 +6,6 @@
 """
 
 import json
-import os
 import pathlib
 import re
 import shutil
@@ -84,7 +83,7 @@ def main():
     mode, zulisim, program = sys.argv[1:]
     with tempfile.TemporaryDirectory() as name:
         folder = pathlib.Path(name)
-        hostile = shutil.copy(program, os.path.join(os.fsencode(name), HOSTILE))
+        hostile = shutil.copy(program, name.encode() + b"/" + HOSTILE)
         (folder / "scenario").write_text(SCENARIO, encoding="utf-8")
         subprocess.run([zulisim, "run", "-q", "--scenario", "scenario", "--lose", "read:9",
                         "--fault", "write:7-8=EIO", "--trace", "trace", "--report", "report.html",

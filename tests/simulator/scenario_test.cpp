@@ -23,17 +23,12 @@ seed = 5
 [[client]]
 name = "probe"
 guid = "{00112233-4455-6677-8899-AABBCCDDEEFF}"
-max = 0x100
 [[reply]]
 client = "PROBE"
 command = 0x10
 status = -2
 body-file = "body"
 latency = "30ms"
-[[fault]]
-operation = "write"
-at = "3-"
-lose = { opens = 2, errno = "enoent", drop-replies = true }
 [[fault]]
 operation = "read"
 probability = 0.25
@@ -51,27 +46,20 @@ TEST(ScenarioTest, file_is_read_in_full) {
   EXPECT_TRUE(ReadScenario(kWhole, folder, &scenario).empty());
   std::filesystem::remove_all(folder);
   EXPECT_EQ(GuidText(scenario.clients.at(3).guid), "{00112233-4455-6677-8899-AABBCCDDEEFF}");
-  EXPECT_EQ(scenario.clients[3].maxMessageLength, 0x100u);
   const ReplyRule& reply = scenario.replies.at(0);
   EXPECT_EQ(reply.client, "probe");
   EXPECT_EQ(reply.command, 0x10u);
   EXPECT_EQ(reply.status, 0xfffffffeu);
   EXPECT_EQ(reply.body, Bytes({'b', 'o', 'd', 'y'}));
   EXPECT_EQ(reply.latency, std::chrono::milliseconds(30));
-  EXPECT_EQ(scenario.faults.at(0).first, 3u);
-  EXPECT_EQ(scenario.faults[0].times, kForever);
-  const DeviceLoss loss = std::get<DeviceLoss>(scenario.faults[0].effect);
-  EXPECT_EQ(loss.failingOpens, 2u);
-  EXPECT_EQ(loss.openError, ENOENT);
-  EXPECT_FALSE(loss.keepReplies);
 
   // Chance strikes the same operations in every run, and others for each fault.
   std::size_t struck = 0;
   std::size_t differs = 0;
   for (std::uint64_t i = 1; i <= 4000; ++i) {
-    const bool strikes = scenario.faults.at(1).Strikes(Operation::kRead, i);
+    const bool strikes = scenario.faults.at(0).Strikes(Operation::kRead, i);
     struck += strikes ? 1 : 0;
-    differs += strikes != scenario.faults.at(2).Strikes(Operation::kRead, i) ? 1 : 0;
+    differs += strikes != scenario.faults.at(1).Strikes(Operation::kRead, i) ? 1 : 0;
   }
   EXPECT_NEAR(static_cast<double>(struck), 1000, 100);
   EXPECT_NEAR(static_cast<double>(differs), 1500, 150);
@@ -115,7 +103,6 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "a = ", "1:", "no TOML"},
       {File, "about = \"\"\"\xc3\xa9\"\"\"\"\nseed = \xc3\xa9", "2:8", "needs quotes around it"},
       {File, "sede = 1", "1:1", "unknown key 'sede' in a scenario; did you mean 'seed'?"},
-      {File, "about = 1", "1:9", "'about' of a scenario is a text, not an integer"},
       {File, "reply = 1", "1:9", "write [[reply]]"},
       {File, "[[client]]\nname = 'KALA'", "2:8", "new and needs a 'guid'; did you mean 'KALO'?"},
       {File, "[[client]]\nname = 'x'\nguid = '{12}'", "3:8", "'{12}' is no GUID"},
@@ -128,10 +115,8 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "line 1 tells SAB"},
       {File, "[[fault]]\noperation = 'read'\nat = 1.5\nshort = 1", "3:6", "not a number with a p"},
       {File, "[[fault]]\noperation = 'read'\nat = 1", "1:1", "one of 'errno', 'short' and 'lose'"},
-      {File, "[[fault]]\noperation = 'read'\nat = 1\nerrno = 'EOI'", "4:9", "did you mean 'EIO'?"},
       {File, "[[fault]]\noperation = 'read'\nprobability = nan\nshort = 1", "1:1",
        "above 0 and at"},
-      {File, "[[fault]]\noperation = 'open'\nat = 1\nlose = { open = 1 }", "4:10", "mean 'opens'?"},
       {File, "[[fault]]\noperation = 'open'\nat = 1\nlose = false", "4:8", "true, or a table"},
       {File,
        "[[fault]]\noperation = 'read'\nat = '2-4'\nshort = 1\n"
@@ -140,14 +125,13 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       // All at once, in order.
       {File, "[[fault]]\ny = 2\n[[client]]\nz = 3", "1:1", "\n:4:1: unknown key 'z'"},
       {kFault, "", "", "'=' is missing"},
-      {kFault, "read:=EIO", "", "not ''"},
       {kFault, "read:0=EIO", "", "counted from 1"},
       {kFault, "read:0x=EIO", "", "not '0x'"},
       {kFault, "read:5-4=EIO", "", "ends before it begins"},
       {kFault, "read:99999999999999999999=EIO", "", "0 to 4294967295"},
       {kShort, "ioctl:1=3", "", "only read and write"},
       {kLoss, "read:1,", "", "'' is no part of a loss; opens=N"},
-      {kClient, "kalo:version=256", "", "0 to 255"},
+      {kClient, "kalo:max=1048577", "", "0 to 1048576"},
       {kReply, "kalo:1=body:abc", "", "even number"},
       {kReply, "kalo:1=private:", "", "even number"},
       {kReply, "kalo:1=latency:5", "", "'1.5ms'"},
