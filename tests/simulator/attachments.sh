@@ -117,10 +117,9 @@ holds out 'read:300: errno 11'
 
 # A file that is served until a signal.
 for signal in INT KILL; do
-  rm -f served  # of the signal before
-  "$zulisim" serve -q --fuse mount/zuli 2>served &
+  "$zulisim" serve -q --fuse mount/zuli 2>served.$signal &
   engine=$!
-  eventually grep -qs serves served
+  eventually grep -qs serves served.$signal
   # 16 bytes from an unconnected file: the engine's answer, through the kernel.
   expect 1 dd if=mount/zuli bs=16 count=1
   holds out 'not connected'
