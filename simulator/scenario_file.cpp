@@ -14,7 +14,6 @@
 
 #include "simulator/text_file.h"
 #include "simulator/toml_section.h"
-#include "simulator/toml_text.h"
 #include "simulator/values.h"
 
 namespace zulisim {
@@ -260,7 +259,6 @@ std::string DiagnosticText(const std::string& file, const Diagnostic& diagnostic
 
 std::vector<Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
                                      Scenario* scenario) {
-  if (const auto misplaced = MisplacedCharacter(text)) return {*misplaced};
   std::vector<Diagnostic> diagnostics;
   Scenario changed = *scenario;
   try {

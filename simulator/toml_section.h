@@ -1,13 +1,5 @@
 #pragma once
 
-// The parser asserts what a malformed file can violate, and then reports it all the same: it is to
-// do without the asserts, and without the assumptions that they turn into under NDEBUG.
-#pragma push_macro("NDEBUG")
-#undef NDEBUG
-#define TOML_ASSERT(expr) static_assert(true)
-#include <toml++/toml.h>
-#pragma pop_macro("NDEBUG")
-
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -15,6 +7,7 @@
 #include <vector>
 
 #include "simulator/scenario_file.h"
+#include "simulator/toml_parser.h"
 
 namespace zulisim {
 

@@ -101,7 +101,7 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
     const char* message;
   } cases[] = {
       {File, "a = ", "1:", "no TOML"},
-      {File, "about = \"\"\"\xc3\xa9\"\"\"\"\nseed = \xc3\xa9", "2:8", "needs quotes around it"},
+      {File, "about = \"\"\"\\\n \xc3\xa9\"\"\"\nseed = \xc3\xa9", "3:8", "no TOML"},
       {File, "sede = 1", "1:1", "unknown key 'sede' in a scenario; did you mean 'seed'?"},
       {File, "reply = 1", "1:9", "write [[reply]]"},
       {File, "[[client]]\nname = 'KALA'", "2:8", "new and needs a 'guid'; did you mean 'KALO'?"},
