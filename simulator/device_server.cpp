@@ -98,8 +98,9 @@ DeviceServer::~DeviceServer() {
     for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
     workers.swap(workers_);
   }
+  ReleaseAll();  // so that no worker waits for a reply any longer
   for (std::thread& worker : workers) worker.join();
-  for (const auto& [inode, token] : tokens_) close(token.socket);
+  ReleaseAll();  // of an open that was under way
   close(listener_);
   unlink(path_.c_str());
 }
@@ -244,6 +245,18 @@ void DeviceServer::ReleaseEnded() {
     }
   }
   for (const std::uint64_t connection : ended) device_.Release(connection);
+}
+
+void DeviceServer::ReleaseAll() {
+  std::map<std::uint64_t, Token> tokens;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    tokens.swap(tokens_);
+  }
+  for (const auto& [inode, token] : tokens) {
+    close(token.socket);
+    device_.Release(token.connection);
+  }
 }
 
 std::uint64_t DeviceServer::ConnectionOf(std::uint64_t inode) const {

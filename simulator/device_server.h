@@ -48,6 +48,8 @@ class DeviceServer {
   void Close(int channel, const protocol::Request& request);
   std::uint64_t ConnectionOf(std::uint64_t inode) const;
   Result FinishClose(std::uint64_t inode);
+  // Ends every connection, whoever holds it.
+  void ReleaseAll();
 
   Device& device_;
   const std::string path_;

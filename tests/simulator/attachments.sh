@@ -80,6 +80,9 @@ wait $engine 2>/dev/null
 eventually grep -qs "open: errno" killed
 eventually nothing_left
 expect 137 run -q -- "$program" open connect raise:9
+# What a program leaves behind in a read does not hold up the engine's end.
+expect 0 timeout 20 "$zulisim" run -q --device $device --reply 'kalo:*=latency:60s' -- \
+  sh -c '"$0" open connect write:9 read:9 & sleep 0.3' "$program"
 (trap - INT; exec timeout -s INT 1 "$zulisim" run -q --device $device -- sleep 20)
 eventually nothing_left
 if [ $device = preload ]; then
