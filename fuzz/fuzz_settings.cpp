@@ -22,13 +22,12 @@ void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
     FreeMem(buffer);
     return;
   }
-  FUZZ_CHECK(value.size != 0 && value.totalLength <= length);
-  FUZZ_CHECK(value.totalLength + 1 >= length);
+  FUZZ_CHECK(value.totalLength <= length && value.totalLength + 1 >= length);
   uint32_t offset = 0;
   for (uint32_t i = 0; i < value.size; ++i) {
-    FUZZ_CHECK(value.data.strings[i].text == buffer + offset);
-    FUZZ_CHECK(value.data.strings[i].length != 0);
-    offset += value.data.strings[i].length + 1;
+    const UserFeatureString& string = value.data.strings[i];
+    FUZZ_CHECK(string.text == buffer + offset && string.length == std::strlen(string.text));
+    offset += string.length + 1;
   }
   FUZZ_CHECK(offset == value.totalLength);
   file.Store("[KEY]\n1\nkey\n");

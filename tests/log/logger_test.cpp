@@ -62,12 +62,11 @@ class Messages : public LibraryTest {};
 
 TEST_F(Messages, above_the_threshold_are_dropped) {
   EXPECT_EQ(Logger().level, 0);
-  TakeRaw();
   for (const int threshold : {0, -1}) {
     Logger::logBase.level = threshold;
     for (const int level : {-1, 0, 1}) Say(std::to_string(level), level);
   }
-  EXPECT_EQ(TakeRaw(), List("-1", "0", "-1"));
+  EXPECT_EQ(TakeRaw(), List("", "-1", "0", "-1"));
 }
 
 TEST_F(Messages, are_delivered_as_inserted_or_behind_a_decimal_prefix) {
@@ -150,36 +149,32 @@ TEST(Counter, counts_ticks_of_the_clock_or_fails_and_writes_nothing) {
     resolution = unusable;
     EXPECT_EQ(OSCL_QueryPerformanceFrequency(&frequency), 0);
     EXPECT_EQ(OSCL_QueryPerformanceCounter(&counter), 0);
-    EXPECT_EQ(frequency + counter, -14);
-    EXPECT_EQ(Logger::GetHighResolutionCounterTick(), 0);
+    EXPECT_EQ(frequency + counter + Logger::GetHighResolutionCounterTick(), -14);
   }
   resolution = {0, 7};
-  timespec now;
   gLastError = 5;
   EXPECT_EQ(OSCL_QueryPerformanceFrequency(&frequency), 1);
-  EXPECT_EQ(frequency, 142857142);
   EXPECT_EQ(OSCL_GetLastError(), 0u);
+  EXPECT_EQ(frequency, 142857142);
   EXPECT_EQ(OSCL_QueryPerformanceCounter(&counter), 1);
+  timespec now;
   ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
-  const LARGE_INTEGER later = (now.tv_sec * 1000000000 + now.tv_nsec) / 7 - counter;
-  EXPECT_TRUE(later >= 0 && later < frequency) << later;
+  EXPECT_NEAR((now.tv_sec * 1e9 + now.tv_nsec) / 7, counter, frequency) << "within a second";
 }
 
 TEST(DebugLog, shows_the_message_of_each_code) {
-  for (const uint32_t code :
-       {0u, 1u, 2u, 3u, 4u, 5u, 6u, 7u, 8u, 9u, 10u, 11u, 12u, 13u, 14u, 15u, 17u, 0xFFFFFFFFu}) {
-    ShowErrorInfo(code);
-  }
+  for (uint32_t code = 0; code <= 17; ++code) ShowErrorInfo(code);
+  ShowErrorInfo(0xFFFFFFFF);
   EXPECT_THAT(formats, testing::Each("%s"));
-  EXPECT_THAT(
-      texts,
-      ElementsAre("", "no space left for allocate", "invalid parameter is found", "invalid handle",
-                  "the file already exists", "the file not found", "the file is read only",
-                  "can't find key in registry file", "can't find the value of the key in registry",
-                  "registry file can't be open as read", "registry file can't be written",
-                  "registry operation fail", "registry type unknown",
-                  "unknown items found in registry file", "registry key name not found",
-                  "registry key ID not found", "unknown error", "unknown error"));
+  std::string all;
+  for (const std::string& text : texts) all += text + '|';
+  EXPECT_EQ(all,
+            "|no space left for allocate|invalid parameter is found|invalid handle|the file "
+            "already exists|the file not found|the file is read only|can't find key in registry "
+            "file|can't find the value of the key in registry|registry file can't be open as "
+            "read|registry file can't be written|registry operation fail|registry type unknown|"
+            "unknown items found in registry file|registry key name not found|registry key ID not "
+            "found|unknown error|unknown error|unknown error|");
 }
 
 #ifndef __SANITIZE_THREAD__  // which reports the misuse itself

@@ -3,7 +3,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include "api/kalo_dll_state.h"
 #include "tools/input_error.h"
+#include "tools/session_book.h"
 
 namespace kaloctl {
 namespace {
@@ -23,8 +25,6 @@ TEST(Script, reads_calls_with_all_that_stands_behind_them) {
   EXPECT_EQ(steps[0].line, 3u);
   EXPECT_EQ(steps[0].text, "KaloStateInit 0x30000 1");
   EXPECT_EQ(steps[0].apiVersion, 0x30000u);
-  EXPECT_EQ(steps[0].option, 1u);
-  EXPECT_EQ(steps[2].handle, "a");
   EXPECT_EQ(steps[2].command.length, 32u);
   EXPECT_EQ(steps[2].command.replyLength, 8u);
   EXPECT_EQ(steps[2].command.privateData, PrivateData::kBuffer);
@@ -58,6 +58,16 @@ TEST(Script, names_every_wrong_line_and_word_and_what_would_be_right) {
     EXPECT_THAT([&] { ParseScript(wrong.script, "day"); },
                 ThrowsMessage<InputError>(AllOf(HasSubstr(wrong.word), HasSubstr(wrong.right))))
         << wrong.script;
+  }
+}
+
+TEST(SessionBook, forgets_a_session_when_a_new_one_takes_its_address) {
+  const auto session = gKaloDllState.kaloSessionA = reinterpret_cast<ClientSession*>(0x1000);
+  SessionBook book;
+  for (const uint32_t count : {1, 0, 1}) {
+    gKaloDllState.kaloRefCountA = count;
+    book.AfterCall(Call::kKaloInit3, nullptr);
+    EXPECT_EQ(book.Destroyed(session), count == 0);
   }
 }
 
