@@ -1,40 +1,17 @@
 #pragma once
 
-#include <unistd.h>
+#include <functional>
 
-#include <cstring>
-
-#include "tests/api/model_device.h"
+#include "tests/api/model_state.h"
 
 namespace test {
-
-// What is wrong with a request, as a sum.
-enum Shape : unsigned { kNullInput = 1, kNullOutput = 2, kShortInput = 4, kShortOutput = 8 };
-
-struct Request {
-  unsigned inputLength() const { return shape & kShortInput ? 15 : 32; }
-  unsigned outputLength() const { return shape & kShortOutput ? 15 : 32; }
-
-  uint32_t command;
-  unsigned shape;
-  std::string wrapper;  // what the tag in the private data asks for, empty without one
-};
-
-// Of this command the client is one without a session.
-constexpr uint32_t kForeignCommand = 0xBADC;
 
 // The library as its rules describe it: the state that it exports, its sessions and connections,
 // and what it tells. Each entry point predicts its status and its transcript; it is called after
 // the library's own, since the library chooses the address of a session that it opens.
-class Model : public DeviceModel {
+class Model : public StateModel {
  public:
-  using DeviceModel::DeviceModel;
-
-  void Begin() {
-    DeviceModel::Begin();
-    handle = kUnwritten;
-    sinks = 0;
-  }
+  using StateModel::StateModel;
 
   uint32_t KaloStateInit(const KALO_STATE_INIT_PARAMS* params) {
     Say("KaloStateInit", {"Executing call to KaloStateInit() API..."});
@@ -136,15 +113,8 @@ class Model : public DeviceModel {
   }
 
   uint32_t KaloInit() {
-    Trace("KaloInit:802", {"Executing call to KaloInit() API..."});
-    const bool present = a != nullptr;
     handle = nullptr;  // the field is the handle variable
-    const uint32_t status = present ? 0 : KaloInit3();
-    Trace(status != 0 ? "KaloInit:814"
-          : present   ? "KaloInit:820"
-                      : "KaloInit:810",
-          {Ended("KaloInit", status)});
-    return status;
+    return InitOnce("KaloInit", {"802", "810", "820", "814"}, a, [this] { return KaloInit3(); });
   }
 
   uint32_t KaloCleanup() {
@@ -214,14 +184,7 @@ class Model : public DeviceModel {
   }
 
   uint32_t FenuInit() {
-    Trace("FenuInit:881", {"Executing call to FenuInit() API..."});
-    const bool present = fenu != nullptr;
-    const uint32_t status = present ? 0 : FenuInit3();
-    Trace(status != 0 ? "FenuInit:892"
-          : present   ? "FenuInit:899"
-                      : "FenuInit:888",
-          {Ended("FenuInit", status)});
-    return status;
+    return InitOnce("FenuInit", {"881", "888", "899", "892"}, fenu, [this] { return FenuInit3(); });
   }
 
   uint32_t FenuCleanup() {
@@ -236,56 +199,15 @@ class Model : public DeviceModel {
     return status;
   }
 
-  StateSnapshot want;  // sessions apart
-  Session *a = nullptr, *b = nullptr, *fenu = nullptr;
-
-  // Of the last call: what the handle variable holds, and how many sinks came.
-  static inline void* const kUnwritten = reinterpret_cast<void*>(0x5A5A);
-  const void* handle = nullptr;
-  size_t sinks = 0;
-
  private:
-  static constexpr char k30[] = "with FW API_30 ";
-  static constexpr uint32_t kNoCode = 0xFFFFFFFF;
-  static inline const void* const kNoContext = reinterpret_cast<const void*>(0xDEADBEEFull);
-
-  std::string CountA(const std::string& with = "") {
-    return "KALO DREM Ref Cnt A " + with + Hex(want->kaloRefCountA);
-  }
-  std::string CountB(const std::string& with = "") {
-    return "KALO DREM Ref Cnt B " + with + Hex(want->kaloRefCountB);
-  }
-  std::string CountFenu() { return "FeNu KALO DREM Ref Cnt " + Hex(want->fenuRefCount); }
-  static std::string Ended(const std::string& name, uint32_t status) {
-    return "Call to " + name + "() API " + (status == 0 ? "completed successfully." : "failed.");
-  }
-
-  static uint32_t CodeOf(const std::runtime_error& error) {
-    const auto* refusal = dynamic_cast<const Refusal*>(&error);
-    return refusal != nullptr ? refusal->status : kNoCode;
-  }
-
-  uint32_t Record(uint32_t source, const std::runtime_error& error, const void* context) {
-    const uint32_t code = CodeOf(error);
-    char* const texts[] = {want->apiErrorText, want->kaloErrorText, want->fenuErrorText};
-    uint32_t* const codes[] = {&want->apiErrorCode, &want->kaloErrorCode, &want->fenuErrorCode};
-    std::strcpy(texts[source - 1], error.what());
-    *codes[source - 1] = code;
-    want->lastErrorSource = source;
-    want->lastErrorProcessId = static_cast<uint32_t>(getpid());
-    if (source == 1) want->lastErrorContext = const_cast<void*>(context);
-    return code != kNoCode ? code : 1;
-  }
-
-  static void RefuseIf(bool wrong, uint32_t status, const char* text) {
-    if (wrong) throw Refusal(status, text);
-  }
-  static void CheckPointers(const Request& request) {
-    RefuseIf(request.shape & (kNullInput | kNullOutput), 2, "Invalid In or Out Buffer pointer");
-  }
-  static void CheckLengths(const Request& request) {
-    RefuseIf(request.shape & kShortInput, 3, "Input buffer < kalo header size");
-    RefuseIf(request.shape & kShortOutput, 4, "Output buffer < kalo header size");
+  // Tags: on entry, after the opening, when a session was there, and on failure.
+  uint32_t InitOnce(const std::string& name, const Lines& tags, const Session* present,
+                    const std::function<uint32_t()>& init) {
+    Trace(name + ":" + tags[0], {"Executing call to " + name + "() API..."});
+    const uint32_t status = present != nullptr ? 0 : init();
+    const size_t tag = status != 0 ? 3 : present != nullptr ? 2 : 1;
+    Trace(name + ":" + tags[tag], {Ended(name, status)});
+    return status;
   }
 
   // True when it was the last reference, whose session goes.

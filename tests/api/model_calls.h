@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <random>
 #include <sstream>
 
 #include "tests/api/model.h"
@@ -125,14 +126,6 @@ inline const struct {
     {"gKaloDllState =", [](auto& a) { return a.WriteState(); }, [](auto&) { return 0; }}};
 inline const unsigned kWriteState = std::size(kCalls) - 1;
 
-inline uint32_t StatusOf(const Made& made, Arguments& arguments) {
-  try {
-    return made(arguments);
-  } catch (int escaped) {
-    return static_cast<uint32_t>(escaped);
-  }
-}
-
 inline std::string Describe(const Sequence& sequence) {
   std::ostringstream text;
   for (const Step& step : sequence) {
@@ -149,6 +142,28 @@ inline std::string Describe(const Sequence& sequence) {
     text << '\n';
   }
   return text.str();
+}
+
+inline Sequence RandomSequence(std::mt19937& random) {
+  const auto below = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
+  Sequence sequence(4 + below(40));
+  for (Step& step : sequence) {
+    step.call = below(std::size(kCalls));
+    // Other code writes the state now and then only.
+    if (step.call == kWriteState && below(3) != 0) step.call = 1;
+    step.argument = below(64);
+    step.shape = below(3) != 0 ? 0 : below(16);
+    step.tag = below(2) != 0 ? 0 : below(std::size(kTags));
+    for (unsigned i = below(4); i < 2; ++i) {
+      const auto operation = static_cast<zulisim::Operation>(below(zulisim::kOperationCount));
+      const bool loses = operation != zulisim::Operation::kClose && below(2) != 0;
+      step.faults.push_back({operation, below(5), 1 + below(6), loses ? ENODEV : EIO});
+    }
+    if (below(8) == 0) {
+      step.trap = {static_cast<Point>(1 + below(3)), static_cast<Trap::Kind>(below(3)), below(2)};
+    }
+  }
+  return sequence;
 }
 
 }  // namespace test

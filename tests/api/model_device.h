@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "tests/api/traps.h"
 #include "tests/support/library_test.h"
 
 namespace test {
@@ -18,21 +19,6 @@ struct CallFault {
   unsigned first, times;
   int error;
 };
-
-// Where the library's classes can be made to throw what the device cannot bring about.
-enum class Point { kNone, kConnectClient, kIoMessage, kDisconnectAllClients };
-
-// One of the three kinds of exception, at one occurrence (from 0 on) of a point in a call.
-struct Trap {
-  enum Kind { kRefuse, kBreak, kEscape };
-  bool Springs(Point at) { return at == point && left-- == 0; }
-
-  Point point = Point::kNone;
-  Kind kind = kRefuse;
-  unsigned left = 0;
-};
-// Of the call that runs.
-extern Trap trap;
 
 // What the library's own exception says.
 struct Refusal : std::runtime_error {

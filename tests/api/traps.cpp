@@ -1,9 +1,11 @@
+#include "tests/api/traps.h"
+
 // This program takes over members of the library's classes, as the dynamic linker lets it, to make
 // them throw or choose another client.
 
 #include <dlfcn.h>
 
-#include "tests/api/model.h"
+#include "tests/api/model_state.h"
 #include "transport/kalo_exception.h"
 
 test::Trap test::trap;

@@ -25,17 +25,14 @@ using zulisim::Operation;
 // Sums up what it is given, so that two sinks can be compared. Only the log's lock guards it.
 struct SumSink : LogSink {
   void logMessage(const char* message) override {
-    const std::string line = message;
-    const size_t tag = line.find(": ");
-    if (tag == std::string::npos || line.find(':') >= tag || line.size() <= tag + 2) ++torn;
-    sum = sum * 31 + std::hash<std::string>()(line);
+    sum = sum * 31 + std::hash<std::string>()(message);
     ++lines;
   }
 
-  size_t sum = 0;
-  size_t lines = 0;
-  size_t torn = 0;
+  size_t sum = 0, lines = 0;
 };
+
+constexpr uint32_t kRequests = 8000;
 
 class FlapTest : public testing::Test {
  protected:
@@ -52,7 +49,6 @@ class FlapTest : public testing::Test {
 
   ~FlapTest() override {
     EXPECT_GT(sinks_[0]->lines, 0u);
-    EXPECT_EQ(sinks_[0]->torn, 0u);
     EXPECT_EQ(sinks_[0]->lines, sinks_[1]->lines);
     EXPECT_EQ(sinks_[0]->sum, sinks_[1]->sum);
     driver::TrimSinks(0);
@@ -63,26 +59,26 @@ class FlapTest : public testing::Test {
     return served_[driver::TagOf(request)];
   }
 
-  // Sends `count` requests, and returns how many succeeded. After a failure nobody knows what
-  // became of the request and what is left in the device, so the session is opened anew.
-  uint32_t Drive(uint32_t driver, uint32_t count, const std::function<void*()>& reopen) {
+  // Sends requests, and says how many succeeded. After a failure nobody knows what became of the
+  // request and what is left in the device, so the session is opened anew.
+  void Drive(uint32_t driver, const std::function<void*()>& reopen) {
     uint32_t succeeded = 0;
     void* session = reopen();
-    for (uint32_t number = 1; number <= count; ++number) {
+    for (uint32_t number = 1; number <= kRequests; ++number) {
       const Bytes request = Request(driver, number, driver == 2 ? 0x30000 : 0x10);
       const Outcome outcome(session, request);
-      const std::string where = "driver " + std::to_string(driver) + ", " + std::to_string(number);
-      EXPECT_LE(Served(request), 1u) << where;
-      if (outcome.status == 0) {
+      const bool good = outcome.status == 0;
+      EXPECT_TRUE(good ? outcome.Answers(request) : outcome.status == 1) << driver << ' ' << number;
+      EXPECT_TRUE(Served(request) == 1 || (!good && Served(request) == 0))
+          << driver << ' ' << number;
+      if (good) {
         ++succeeded;
-        EXPECT_TRUE(outcome.Answers(request)) << where;
-        EXPECT_EQ(Served(request), 1u) << where;
       } else {
-        EXPECT_EQ(outcome.status, 1u);
         session = reopen();
       }
     }
-    return succeeded;
+    EXPECT_GT(succeeded, kRequests / 10);
+    std::cout << succeeded << " of " << kRequests << " exchanges succeeded\n";
   }
 
   void* Reopen(void* handle, KALO_DLL_STATUS (*init)(void**), KALO_DLL_STATUS (*cleanup)(void*)) {
@@ -116,7 +112,6 @@ class FlapTest : public testing::Test {
 };
 
 TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_while_the_device_comes_and_goes) {
-  constexpr uint32_t kRequests = 8000;
   KALO_STATE_INIT_PARAMS api30 = {KALO_FIRMWARE_API_30, 0};
   KaloStateInit(&api30);
   ClientSession own[2];
@@ -140,19 +135,14 @@ TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_while_the_device_come
       std::this_thread::sleep_for(std::chrono::microseconds(100 + random() % 1500));
     }
   });
-  uint32_t succeeded[std::size(reopens)] = {};
   std::vector<std::thread> drivers;
   for (uint32_t i = 0; i < std::size(reopens); ++i) {
-    drivers.emplace_back([&, i] { succeeded[i] = Drive(i, kRequests, reopens[i]); });
+    drivers.emplace_back([&, i] { Drive(i, reopens[i]); });
   }
   for (std::thread& thread : drivers) thread.join();
   driving = false;
   device.join();
 
-  for (const uint32_t count : succeeded) {
-    EXPECT_GT(count, kRequests / 10);
-    std::cout << count << " of " << kRequests << " exchanges succeeded\n";
-  }
   EXPECT_GT(losses, 20u);
   for (int i = 0; i < 2; ++i) EXPECT_EQ(KaloCleanup3(handles[i]), 0u);
   EXPECT_EQ(FenuCleanup3(handles[2]), 0u);
@@ -178,25 +168,6 @@ TEST_F(FlapTest, concurrent_initialisation_waits_for_a_slow_connection) {
   EXPECT_EQ(engine_.Count(Operation::kIoctl), 1u);
   for (void* handle : handles) EXPECT_EQ(KaloCleanup3(handle), 0u);
   EXPECT_EQ(engine_.OpenDescriptors(), 0u);
-}
-
-// A reply moves on with the last of the reconnects, which no transfer follows: reading it away
-// would be a guess, for the library knows no tags. After a reopen that failed there is no
-// descriptor, nothing is sent and the call succeeds, which is the contract.
-TEST_F(FlapTest, what_is_left_after_a_failure_stays_until_the_session_is_opened_anew) {
-  void* handle = Reopen(nullptr, KaloInit3, KaloCleanup3);
-  engine_.LoseDeviceAtNext(Operation::kRead, 5);
-  EXPECT_EQ(Outcome(handle, Request(0, 1, 0)).status, 1u);
-  EXPECT_EQ(driver::TagOf(Outcome(handle, Request(0, 2, 0)).reply), 1u);
-  handle = Reopen(handle, KaloInit3, KaloCleanup3);
-  EXPECT_TRUE(Outcome(handle, Request(0, 4, 0)).Answers(Request(0, 4, 0)));
-  engine_.LoseDevice({1, ENOENT, false});
-  EXPECT_EQ(Outcome(handle, Request(0, 5, 0)).status, 1u);
-  const Outcome unsent(handle, Request(0, 6, 0));
-  EXPECT_EQ(unsent.status, 0u);
-  EXPECT_EQ(unsent.reply, Bytes(64));
-  EXPECT_EQ(served_[5] + served_[6], 0u);
-  KaloCleanup3(handle);
 }
 
 }  // namespace

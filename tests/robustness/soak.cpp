@@ -18,8 +18,7 @@ namespace {
 using zulisim::Operation;
 
 size_t ResidentKilobytes() {
-  size_t size = 0;
-  size_t resident = 0;
+  size_t size = 0, resident = 0;
   if (!(std::ifstream("/proc/self/statm") >> size >> resident)) std::abort();
   return resident * static_cast<size_t>(sysconf(_SC_PAGESIZE)) / 1024;
 }
@@ -76,18 +75,10 @@ class Soak {
 }  // namespace
 
 int main(int argc, char** argv) {
-  uint32_t numbers[2] = {1'000'000, 1000};
-  char* end = nullptr;
-  bool understood = argc <= 3;
-  for (int i = 1; i < argc && understood; ++i) {
-    numbers[i - 1] = static_cast<uint32_t>(std::strtoul(argv[i], &end, 10));
-    understood = *argv[i] >= '0' && *argv[i] <= '9' && *end == '\0';
-  }
-  const uint32_t exchanges = numbers[0];
-  if (!understood || exchanges < 1000) {
-    std::fprintf(stderr,
-                 "%s: a number of exchanges (1000 or more) and of losses in a million are "
-                 "expected\n",
+  const uint32_t exchanges = argc > 1 ? static_cast<uint32_t>(std::atoi(argv[1])) : 1'000'000;
+  const uint32_t losses = argc > 2 ? static_cast<uint32_t>(std::atoi(argv[2])) : 1000;
+  if (argc > 3 || exchanges < 1000) {
+    std::fprintf(stderr, "%s: 1000 exchanges or more and losses in a million are expected\n",
                  argv[0]);
     return 2;
   }
@@ -95,10 +86,9 @@ int main(int argc, char** argv) {
   std::mt19937 random(1);
   uint32_t counts[kPlanCount] = {};
   uint32_t wrong = 0;
-  size_t settled[2] = {};
-  size_t most[2] = {};
+  size_t settled[2] = {}, most[2] = {};
   for (uint32_t number = 1; number <= exchanges && wrong < 10; ++number) {
-    const bool lost = random() % 1'000'000 < numbers[1];
+    const bool lost = random() % 1'000'000 < losses;
     const auto plan = static_cast<Plan>(lost ? 1 + random() % (kPlanCount - 1) : 0);
     ++counts[plan];
     if (!soak.Run(number, plan)) ++wrong;
@@ -116,9 +106,10 @@ int main(int argc, char** argv) {
     std::printf("%-20s %9u exchanges, status %d\n", kNames[plan], counts[plan], plan > kRecovered);
   }
   std::printf("%-20s %9u exchanges\n", "not as planned", wrong);
-  std::printf("descriptors          %9zu after a tenth, at most %zu\n", settled[0], most[0]);
-  std::printf("resident memory      %9zu KiB after a tenth, at most %zu KiB\n", settled[1],
-              most[1]);
+  const char* const measures[] = {"descriptors", "KiB of memory"};
+  for (int i = 0; i < 2; ++i) {
+    std::printf("%-20s %9zu after a tenth, at most %zu\n", measures[i], settled[i], most[i]);
+  }
   constexpr size_t kSlack = 256;  // KiB
   const bool flat = most[0] == settled[0] && most[1] <= settled[1] + kSlack;
   if (!flat) std::fprintf(stderr, "something grows\n");

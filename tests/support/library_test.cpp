@@ -8,8 +8,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <sstream>
 #include <utility>
 
@@ -68,11 +66,6 @@ std::string WithoutTag(const std::string& line) {
   return line.substr(0, begin) + line.substr(end);
 }
 
-Lines WithName(const std::string& name, Lines texts) {
-  for (std::string& text : texts) text.insert(0, name + ": ");
-  return texts;
-}
-
 Lines operator+(Lines left, const Lines& right) {
   left.insert(left.end(), right.begin(), right.end());
   return left;
@@ -118,22 +111,14 @@ LibraryTest::LibraryTest(zulisim::EngineOptions options)
       attachment_(engine, {{"/data/Marvoleth.log", LogFile()}}) {
   sink = new Sink(this);
   Logger::logBase.sinks.push_back(sink);
-  engine.AddObserver(this);
 }
 
 LibraryTest::~LibraryTest() {
-  engine.RemoveObserver(this);
   for (LogSink*& registered : Logger::logBase.sinks) {
     if (registered == sink) registered = nullptr;
   }
   delete sink;
   std::filesystem::remove_all(folder_);
-}
-
-void LibraryTest::OnOperation(const zulisim::OperationRecord& record) {
-  std::string line = std::string("<") + OperationName(record.operation);
-  if (record.result == -1) line += " " + zulisim::ErrnoName(record.error);
-  Add(line + ">");
 }
 
 void LibraryTest::Trace() {
@@ -151,22 +136,10 @@ Lines LibraryTest::TakeRaw() {
   return std::exchange(lines_, {});
 }
 
-Lines LibraryTest::TakeTranscript() {
+Lines LibraryTest::TakeLog() {
   Lines lines = TakeRaw();
   for (std::string& line : lines) line = WithoutTag(line);
   return lines;
-}
-
-Lines LibraryTest::TakeLog() {
-  Lines lines = TakeTranscript();
-  const auto isOperation = [](const std::string& line) { return line[0] == '<'; };
-  lines.erase(std::remove_if(lines.begin(), lines.end(), isOperation), lines.end());
-  return lines;
-}
-
-std::string LibraryTest::LogFileText() const {
-  std::ifstream file(LogFile(), std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
 }
 
 }  // namespace test

@@ -40,12 +40,6 @@ Lines List(const Text&... texts) {
   return {std::string(texts)...};
 }
 
-// "name: text" for each text.
-Lines WithName(const std::string& name, Lines texts);
-template <typename... Text>
-Lines Of(const std::string& name, const Text&... texts) {
-  return WithName(name, List(texts...));
-}
 Lines operator+(Lines left, const Lines& right);
 
 // "type: text" of what a call throws. The type is told by name: where the library carries a runtime
@@ -67,9 +61,8 @@ class StateSnapshot {
   alignas(KaloDllState) char bytes_[sizeof(KaloDllState)];
 };
 
-// The library, its log, and the engine in this process. Log lines and device operations stand in
-// one transcript, in the order in which they happened.
-class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver {
+// The library, its log, and the engine in this process.
+class LibraryTest : public ::testing::Test {
  protected:
   // Keeps what the log delivers.
   struct Sink : LogSink {
@@ -82,22 +75,16 @@ class LibraryTest : public ::testing::Test, protected zulisim::OperationObserver
 
   explicit LibraryTest(zulisim::EngineOptions options = {});
   ~LibraryTest() override;
-  void OnOperation(const zulisim::OperationRecord& record) override;
 
   // Let trace messages through, also while KaloInit3, which lowers the threshold, is running.
   void Trace();
 
-  // What has happened since the last call: log lines as "function:12: text" and device operations
-  // as "<write>" or "<write EIO>".
+  // The lines since the last call, as "function:12: text", and without their tags.
   Lines TakeRaw();
-  // The same without tags, and without the operations.
-  Lines TakeTranscript();
   Lines TakeLog();
-
   void Add(std::string line);
 
   std::string LogFile() const { return folder_ + "/Marvoleth.log"; }
-  std::string LogFileText() const;
 
   uint64_t Count(zulisim::Operation operation) const { return engine.Count(operation); }
 

@@ -1,5 +1,5 @@
 // What the model of the entry points leaves out of an exchange: private data, the bytes that
-// travel, and arguments that no entry point hands on.
+// travel, arguments that no entry point hands on, and ioctls passed through.
 
 #include <fcntl.h>
 
@@ -12,9 +12,6 @@ namespace {
 
 using zulisim::Operation;
 
-const std::string kAnnounced = "Received a status with the TEV private Data but set.";
-const std::string kEnded = "Everything went well!";
-
 class Exchange : public LibraryTest {
  protected:
   Exchange() {
@@ -23,98 +20,93 @@ class Exchange : public LibraryTest {
     Trace();
   }
 
-  void Answer(uint32_t status, const Bytes& data) {
+  void Answer(uint32_t status, size_t size) {
     engine.SetResponder("KALO", [=](const zulisim::Bytes& request) {
-      return zulisim::EchoReply(request, status, data);
+      return zulisim::EchoReply(request, status, Bytes(size, 'p'));
     });
     session_->Reconnect();  // drops what was left unread
     TakeLog();
+    private_.assign(16, 0);
   }
 
-  // What the exchange itself told, without the properties of the client.
-  Lines TakeTold() {
-    Lines told;
+  // What a function told, line by line; an exchange apart from its beginning.
+  std::string TakeTold(const std::string& function = "IoMessage: ") {
+    std::string told;
     for (const std::string& line : TakeLog()) {
-      if (line.rfind("IoMessage: ", 0) == 0) told.push_back(line.substr(11));
+      const bool begins = line.find(": fd = ") != line.npos || line.find(": Write") != line.npos;
+      if (line.rfind(function, 0) == 0 && !begins) told += line.substr(function.size()) + ";";
     }
-    if (session_->connectRecord != nullptr) told.erase(told.begin());
     return told;
   }
 
   // Exact sizes: the sanitizers see every byte beyond.
-  Bytes input_ = Message(0x10, 32, 2, 0xfedc1, 0xabc), output_ = Bytes(32), private_ = Bytes(16);
+  Bytes input_ = Message(0x10, 32, 2, 0xfedc1, 0xabc), output_ = Bytes(32), private_;
+  unsigned char *in_ = input_.data(), *out_ = output_.data();
+  unsigned int length_ = 100;  // the size that the caller names plays no part
   CpDremSession* session_;
 };
 
 TEST_F(Exchange, reads_private_data_behind_a_negative_status_only) {
   const struct {
     uint32_t status;
-    size_t size;
-    const char* read;  // null when none is read
-  } kCases[] = {{0, 16, nullptr},
-                {1, 16, nullptr},
-                {0x7fffffff, 16, nullptr},
-                {0x80000000, 16, "Read 10 bytes of TEV private Data."},
-                {0xffffffff, 11, "Read b bytes of TEV private Data."},
-                {0x80000001, 40, "Read 10 bytes of TEV private Data."}};
-  for (const auto& [status, size, read] : kCases) {
+    size_t size, read;
+    const char* told;
+  } kCases[] = {{0, 16, 0, ""},
+                {1, 16, 0, ""},
+                {0x7fffffff, 16, 0, ""},
+                {0x80000000, 16, 16, "Read 10 bytes of TEV private Data.;"},
+                {0xffffffff, 11, 11, "Read b bytes of TEV private Data.;"},
+                {0x80000001, 40, 16, "Read 10 bytes of TEV private Data.;"}};
+  for (const auto& [status, size, read, told] : kCases) {
     for (const bool earlier : {false, true}) {
       SCOPED_TRACE(status);
-      Answer(status, Bytes(size, 'p'));
-      private_.assign(16, 0);
-      unsigned int length = 100;  // the size that the caller names plays no part
-      EXPECT_EQ(earlier ? StartIoEx(input_.data(), 32, output_.data(), 31, private_.data(), &length)
-                        : StartIoEx3(state.kaloSessionA, input_.data(), 32, output_.data(), 31,
-                                     private_.data(), &length),
+      Answer(status, size);
+      length_ = 100;
+      void* const handle = state.kaloSessionA;
+      EXPECT_EQ(earlier ? StartIoEx(in_, 32, out_, 31, private_.data(), &length_)
+                        : StartIoEx3(handle, in_, 32, out_, 31, private_.data(), &length_),
                 0u);
-      Bytes echo = Message(0x10, 32, status, 0xfedc1, 0xabc),
-            data(read ? std::min<size_t>(size, 16) : 0, 'p');
+      Bytes echo = Message(0x10, 32, status, 0xfedc1, 0xabc), data(read, 'p');
       echo.back() = 0;
+      data.resize(16);
       EXPECT_EQ(output_, echo);
       EXPECT_EQ(engine.Requests("KALO").back(), input_);
-      EXPECT_EQ(length, read == nullptr ? 100 : data.size());
-      data.resize(16);
       EXPECT_EQ(private_, data);
-      EXPECT_EQ(TakeTold(), List("Write to ZULI bytes = 32.") +
-                                (read ? List(kAnnounced, read) : Lines{}) + List(kEnded));
+      EXPECT_EQ(length_, read == 0 ? 100 : read);
+      const std::string announced = "Received a status with the TEV private Data but set.;";
+      EXPECT_EQ(TakeTold(), (read == 0 ? "" : announced + told) + "Everything went well!;");
     }
   }
 }
 
 TEST_F(Exchange, tells_of_private_data_that_cannot_be_read) {
-  Answer(0x80000001, Bytes(16));
+  Answer(0x80000001, 16);
   engine.AddFault({Operation::kRead, Count(Operation::kRead) + 2, 1, zulisim::ErrnoFault{EIO}});
-  unsigned int length = 100;
   // The text that is thrown has no full stop; the line has one.
-  EXPECT_EQ(Thrown([&] {
-              session_->IoMessage(input_.data(), 32, output_.data(), 32, private_.data(), &length);
-            }),
+  EXPECT_EQ(Thrown([this] { session_->IoMessage(in_, 32, out_, 32, private_.data(), &length_); }),
             RuntimeError("Error reading TEV private data"));
   EXPECT_EQ(TakeTold(),
-            List("Write to ZULI bytes = 32.", kAnnounced, "Error reading TEV private data.",
-                 "ZULI Output Msg fedc1", "| 10", "| 80000001", "| abc\n"));
-  EXPECT_EQ(length, 100u);
+            "Received a status with the TEV private Data but set.;Error reading TEV private data.;"
+            "ZULI Output Msg fedc1;| 10;| 80000001;| abc\n;");
+  EXPECT_EQ(length_, 100u);
 }
 
 TEST_F(Exchange, ends_early_and_well_without_buffers) {
-  unsigned char *in = input_.data(), *out = output_.data(), *data = private_.data();
-  unsigned int length = 100;
-  const auto expect = [&](unsigned char* request, unsigned char* reply, unsigned char* block,
-                          unsigned int* blockLength, const Lines& told) {
-    Answer(0x80000001, Bytes(16));
-    session_->IoMessage(request, 32, reply, 32, block, blockLength);
-    EXPECT_EQ(TakeTold(), told + List(kEnded));
+  const auto expect = [this](unsigned char* in, unsigned char* out, unsigned char* data,
+                             unsigned int* length, const std::string& told) {
+    Answer(0x80000001, 16);
+    session_->IoMessage(in, 32, out, 32, data, length);
+    EXPECT_EQ(TakeTold(), told + "Everything went well!;");
   };
-  const Lines written{"Write to ZULI bytes = 32."};
-  const Lines unread = written + List(kAnnounced, "Error in TEV input private data.");
-  expect(nullptr, out, data, &length, {"Error in IOMessage input parameters"});
-  expect(in, nullptr, data, &length, written + List("Error in IOMessage output parameters"));
-  expect(in, out, nullptr, &length, unread);
-  expect(in, out, data, nullptr, unread);
-  EXPECT_EQ(length, 100u);
+  const std::string unread =
+      "Received a status with the TEV private Data but set.;Error in TEV input private data.;";
+  expect(in_, nullptr, private_.data(), &length_, "Error in IOMessage output parameters;");
+  expect(in_, out_, nullptr, &length_, unread);
+  expect(in_, out_, private_.data(), nullptr, unread);
+  expect(nullptr, out_, private_.data(), &length_, "Error in IOMessage input parameters;");
+  EXPECT_EQ(length_, 100u);
   delete std::exchange(session_->connectRecord, nullptr);
   session_->IoMessage(nullptr, 32, nullptr, 32, nullptr, nullptr);
-  EXPECT_EQ(TakeTold(), List("Error in IOMessage input parameters", kEnded));
 }
 
 TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
@@ -124,9 +116,9 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   EXPECT_EQ(records[1].request, 0xC0104801u);
   engine.SetResponder("KALO", [](const auto&) { return zulisim::Reply{Bytes(4, 'r'), {}}; });
   engine.ShortenNext(Operation::kWrite, 20);
-  EXPECT_EQ(session_->WriteToZuli(input_.data(), 32), 20);
-  EXPECT_EQ(session_->ReadFromZuli(output_.data(), 18), 4);
-  EXPECT_EQ(session_->WriteToZuli(input_.data(), 0), 0);
+  EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
+  EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
+  EXPECT_EQ(session_->WriteToZuli(in_, 0), 0);
 }
 
 // Recovers as a transfer does; here a reconnect is of the same kind as the call.
@@ -134,45 +126,32 @@ TEST_F(Exchange, passes_ioctls_through_and_explains_what_fails) {
   constexpr uint32_t kRequest = 0xC0104802;  // negative as an int
   engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
   int argument = 0;
-  const auto send = [&] { session_->SendIoctlToZuli(static_cast<int>(kRequest), &argument); };
   const struct {
-    int error;
-    Lines explanation;
-  } kErrors[] = {
-      {EBADF, {"d is not a valid descriptor."}},
-      {EFAULT, {"argp references an inaccessible memory area."}},
-      {EINVAL, {"Request or argp is not valid."}},
-      {ENOTTY,
-       {"d is not associated with a character special device.",
-        "The specified request does not apply to the kind of object that the descriptor d "
-        "references."}},
-      {EINTR, {"Error sending IOCTL to ZULI. errno = 4."}},
-  };
-  for (const auto& [error, explanation] : kErrors) {
-    engine.FailNext(Operation::kIoctl, error);
-    TakeLog();
-    EXPECT_EQ(Thrown(send), RuntimeError("Error sending IOCTL to ZULI."));
-    const Lines told{"ZULI device is lost in IOCTL call and recovering failed with errorno = " +
-                     std::to_string(error)};
-    EXPECT_EQ(TakeLog(), WithName("SendIoctlToZuli", told + explanation));
-  }
-  const struct {
-    uint64_t losses;
-    int atFifthClose;  // errno is as the last reconnect left it
+    int losses, error;
     const char* told;
-  } kLosses[] = {{4, 0, "IOCTL call is successful."},
-                 {5, 0, "Error sending IOCTL to ZULI. errno = 19."},
-                 {5, EBADF, "d is not a valid descriptor."}};
-  for (const auto& [losses, atFifthClose, told] : kLosses) {
+  } kCases[] = {
+      {0, EBADF, "d is not a valid descriptor.;"},
+      {0, EFAULT, "argp references an inaccessible memory area.;"},
+      {0, EINVAL, "Request or argp is not valid.;"},
+      {2, ENOTTY,
+       "d is not associated with a character special device.;The specified request does not apply "
+       "to the kind of object that the descriptor d references.;"},
+      {2, EINTR, "Error sending IOCTL to ZULI. errno = 4.;"},
+      {4, 0, "IOCTL call is successful.;"},
+      {5, 0, "Error sending IOCTL to ZULI. errno = 19.;"},
+  };
+  for (const auto& [losses, error, told] : kCases) {
     engine.ClearFaults();
-    for (uint64_t i = 0; i < losses; ++i) {
-      const uint64_t first = Count(Operation::kIoctl) + 1 + 2 * i;
-      engine.AddFault({Operation::kIoctl, first, 1, zulisim::DeviceLoss{}});
+    for (int i = 0; i <= losses; ++i) {
+      const uint64_t number = Count(Operation::kIoctl) + 1 + 2 * static_cast<uint64_t>(i);
+      if (i < losses) engine.AddFault({Operation::kIoctl, number, 1, zulisim::DeviceLoss{}});
+      if (i == losses && error != 0) {
+        engine.AddFault({Operation::kIoctl, number, 1, zulisim::ErrnoFault{error}});
+      }
     }
-    const uint64_t fifth = Count(Operation::kClose) + 5;
-    if (atFifthClose) engine.AddFault({Operation::kClose, fifth, 1, zulisim::ErrnoFault{EBADF}});
-    EXPECT_EQ(Thrown(send), losses == 4 ? "nothing" : RuntimeError("Error sending IOCTL to ZULI."));
-    EXPECT_EQ(TakeLog().back(), "SendIoctlToZuli: " + std::string(told));
+    EXPECT_EQ(Thrown([&] { session_->SendIoctlToZuli(static_cast<int>(kRequest), &argument); }),
+              losses == 4 ? "nothing" : RuntimeError("Error sending IOCTL to ZULI."));
+    EXPECT_THAT(TakeTold("SendIoctlToZuli: "), testing::EndsWith(";" + std::string(told)));
   }
   EXPECT_EQ(argument, 1);
 }

@@ -1,0 +1,170 @@
+#pragma once
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+
+#include "tests/api/model_calls.h"
+
+namespace test {
+
+inline zulisim::EngineOptions ModelOptions() {
+  zulisim::EngineOptions options;
+  options.keepRecords = false;
+  for (zulisim::Client& client : options.clients) {
+    client.maxMessageLength = 0x1ab;
+    client.protocolVersion = 'A';  // must print as a number
+  }
+  return options;
+}
+
+class ModelTest : public LibraryTest, protected zulisim::OperationObserver {
+ protected:
+  ModelTest() : LibraryTest(ModelOptions()) {
+    engine.AddObserver(this);
+    // Numbers that decimal and hexadecimal write differently.
+    while (dup(STDERR_FILENO) < 20) {
+    }
+  }
+
+  ~ModelTest() override { engine.RemoveObserver(this); }
+
+  // Log lines and device operations stand in one transcript, as they happened.
+  void OnOperation(const zulisim::OperationRecord& record) override {
+    Add("<" + std::string(OperationName(record.operation)) +
+        (record.client.empty() ? "" : " " + record.client) +
+        (record.result != -1 ? "" : " " + zulisim::ErrnoName(record.error)) + ">");
+    if (record.operation == zulisim::Operation::kOpen && record.result != -1) {
+      opened_.push_back(record.descriptor);
+      open_.insert(record.descriptor);
+    }
+    if (record.operation == zulisim::Operation::kClose) open_.erase(record.descriptor);
+  }
+
+  // Runs a sequence from a fresh state; tells the first difference, if any.
+  std::optional<std::string> Run(const Sequence& sequence) {
+    Start();
+    Model model(traced);
+    std::string difference;
+    for (size_t i = 0; i < sequence.size() && difference.empty(); ++i) {
+      difference = RunStep(model, sequence[i]);
+      if (!difference.empty()) difference = "step " + std::to_string(i + 1) + ": " + difference;
+    }
+    Reset(model);
+    return difference.empty() ? std::nullopt : std::optional(difference);
+  }
+
+  void Start() {
+    TakeRaw();
+    sink->onLine = [this] {
+      Logger::logBase.level = traced ? 100 : 0;
+      errno = 7777;  // no sink may disturb what the library reads
+    };
+    sink->onLine();
+  }
+
+  // Says how many descriptors were left open. That is part of the contract; the runs must not
+  // starve of them.
+  size_t Reset(Model& model) {
+    engine.ClearFaults();
+    trap = {};
+    for (const auto& session : model.sessions) {
+      if (session->live) SessionCleanup(const_cast<void*>(session->address));
+    }
+    for (void* session : {state.kaloSessionA, state.kaloSessionB, state.fenuSession}) {
+      SessionCleanup(session);
+    }
+    const std::set<int> leaked = open_;
+    for (const int descriptor : leaked) close(descriptor);
+    fresh_.Restore();
+    return leaked.size();
+  }
+
+  std::string RunStep(Model& model, const Step& step) {
+    model.Begin();
+    model.faults = step.faults;
+    model.trap = trap = step.trap;
+    engine.ClearFaults();
+    for (const CallFault& fault : step.faults) {
+      zulisim::FaultEffect effect = zulisim::ErrnoFault{fault.error};
+      if (fault.error == ENODEV) effect = zulisim::DeviceLoss{};
+      engine.AddFault(
+          {fault.operation, Count(fault.operation) + 1 + fault.first, fault.times, effect});
+    }
+    const auto& [name, make, predict] = kCalls[step.call];
+    Arguments arguments(model, step);
+    opened_.clear();
+    const uint32_t actual = Act(make, arguments);
+    model.opened = opened_;
+    const uint32_t expected = ModelTest::Act(predict, arguments);
+    size_t sinks = 0;  // the log file's: they would grow with every step
+    for (; Logger::logBase.sinks.size() > 1; ++sinks) {
+      delete Logger::logBase.sinks.back();
+      Logger::logBase.sinks.pop_back();
+    }
+    std::ostringstream text;
+    Differs(text, "status", expected, actual);
+    if (expected != actual) return text.str();
+    Differs(text, "number of new sinks", model.sinks, sinks);
+    if (std::strstr(name, "Init3") != nullptr) {
+      Differs(text, "handle", model.handle, static_cast<const void*>(arguments.handle));
+    }
+    CompareTold(text, model.told);
+    CompareState(text, model);
+    return text.str();
+  }
+
+  // The status, or the exception that passed.
+  virtual uint32_t Act(const Made& make, Arguments& arguments) {
+    try {
+      return make(arguments);
+    } catch (int escaped) {
+      return static_cast<uint32_t>(escaped);
+    }
+  }
+
+  bool traced = false;
+
+ private:
+  template <typename Wanted, typename Found>
+  static void Differs(std::ostream& text, const char* what, const Wanted& wanted,
+                      const Found& found) {
+    if (!(wanted == found)) text << what << " is " << found << ", not " << wanted << "; ";
+  }
+
+  void CompareTold(std::ostream& text, const Lines& expected) {
+    const Lines told = TakeRaw();
+    const auto alike = [](const std::string& found, const std::string& wanted) {
+      return found == wanted || WithoutTag(found) == wanted;
+    };
+    const auto [found, wanted] =
+        std::mismatch(told.begin(), told.end(), expected.begin(), expected.end(), alike);
+    const std::string nothing = "nothing";
+    Differs(text, "a line", wanted == expected.end() ? nothing : *wanted,
+            found == told.end() ? nothing : *found);
+  }
+
+  void CompareState(std::ostream& text, Model& model) {
+    const auto pointer = [](const Model::Session* session) {
+      return static_cast<ClientSession*>(const_cast<void*>(Model::AddressOf(session)));
+    };
+    model.want->kaloSessionA = pointer(model.a);
+    model.want->kaloSessionB = pointer(model.b);
+    model.want->fenuSession = pointer(model.fenu);
+    for (const std::string& field : model.want.Changed()) text << field << " is not as it should; ";
+    Differs(text, "open descriptors", model.descriptors, engine.OpenDescriptors());
+    for (const auto& session : model.sessions) {
+      if (!session->live) continue;
+      const auto* real = static_cast<const ClientSession*>(session->address);
+      Differs(text, "lastErrorStatus", session->errorStatus, real->lastErrorStatus);
+      Differs(text, "lastErrorText", session->errorText,
+              std::string(real->lastErrorText, session->errorText.size()));
+    }
+  }
+
+  const StateSnapshot fresh_;
+  std::set<int> open_;
+  std::vector<int> opened_;
+};
+
+}  // namespace test
