@@ -30,8 +30,7 @@ bool Throws(Function function) {
   return false;
 }
 
-class CountingSink : public LogSink {
- public:
+struct CountingSink : LogSink {
   void logMessage(const char*) override { ++lines; }
   int lines = 0;
 };
@@ -42,8 +41,6 @@ int main() {
   Check(ClientSession::CommandIdToGuid(0) == &ClientSession::KALO_CLIENT_GUID, "KALO's address");
   Check(ClientSession::CommandIdToGuid(0x30000) == &ClientSession::FENU_CLIENT_GUID,
         "FENU's address");
-  Check(ClientSession::KALO_CLIENT_GUID.Data1 == 0xFBF6FCF1, "KALO's bytes");
-  Check(ClientSession::SAB_CLIENT_GUID.Data4[7] == 0x4D, "SAB's bytes");
   KALO_STATE_INIT_PARAMS params{0x30002, 1};
   KaloStateInit(&params);
   Check(gKaloDllState.firmwareApiVersion == 0x30002, "the state");
@@ -60,7 +57,6 @@ int main() {
   unsigned char message[16] = {};
   const auto exchange = [&] { session.IoMessage(message, 16, message, 16, nullptr, nullptr); };
   Check(Throws<std::logic_error>(exchange), "logic_error is caught");
-  Check(Throws<std::exception>(exchange), "and as exception");
   Check(Throws<std::runtime_error>([&] { session.IoControl(nullptr, 0, nullptr, 0); }),
         "runtime_error is caught");
   Check(Throws<std::runtime_error>([] { throw KaloException(KALO_DLL_STATUS_FAILURE, ""); }),

@@ -151,7 +151,9 @@ TEST_F(Exchange, passes_ioctls_through_and_explains_what_fails) {
     }
     EXPECT_EQ(Thrown([&] { session_->SendIoctlToZuli(static_cast<int>(kRequest), &argument); }),
               losses == 4 ? "nothing" : RuntimeError("Error sending IOCTL to ZULI."));
-    EXPECT_THAT(TakeTold("SendIoctlToZuli: "), testing::EndsWith(";" + std::string(told)));
+    const std::string before = error != 0 ? "errorno = " + std::to_string(error)
+                                          : "(attempt #" + std::to_string(losses) + ").";
+    EXPECT_THAT(TakeTold("SendIoctlToZuli: "), testing::EndsWith(before + ";" + told));
   }
   EXPECT_EQ(argument, 1);
 }
