@@ -34,20 +34,29 @@ void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message) {
   PrintHexDump(out, message.data(), message.size(), kIndent);
 }
 
+std::string ReplyText(const std::vector<uint8_t>& reply) {
+  if (reply.empty()) return "untouched: nothing was received";
+  const std::string size = std::to_string(reply.size()) + " bytes, ";
+  if (reply.size() < kHeaderSize) return size + "less than a header";
+  return size + "status " + std::to_string(transport::HeaderOf(reply.data()).status);
+}
+
 ReplyBuffer::ReplyBuffer(std::size_t size) : size_(size), bytes_(std::max(size, kHeaderSize)) {
-  // The header stays zero: the library looks at its status word even after a shorter reply.
-  for (std::size_t i = kHeaderSize; i < bytes_.size(); ++i) bytes_[i] = FillAt(i);
+  for (std::size_t i = 0; i < bytes_.size(); ++i) bytes_[i] = FillAt(i);
 }
 
 std::vector<uint8_t> ReplyBuffer::Received() const {
   std::size_t end = size_;
-  while (end > kHeaderSize && bytes_[end - 1] == FillAt(end - 1)) --end;
+  while (end > 0 && bytes_[end - 1] == FillAt(end - 1)) --end;
   return std::vector<uint8_t>(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
-// Never 0 nor ASCII, and no two neighbours alike, so that usual replies do not end like it.
+// Never 0 and no two neighbours alike, nor ASCII behind the header, so that usual replies do not
+// end like it. In the header it is positive: the library looks at the status there even after a
+// shorter reply, and a negative one announces private data.
 uint8_t ReplyBuffer::FillAt(std::size_t index) {
-  return static_cast<uint8_t>(0x80 | ((index * 37 + 11) & 0x7f));
+  const std::size_t mixed = index * 37 + 11;
+  return static_cast<uint8_t>(index < kHeaderSize ? 0x40 | (mixed & 0x3f) : 0x80 | (mixed & 0x7f));
 }
 
 }  // namespace kaloctl

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <ostream>
+#include <string>
 #include <vector>
 
 #include "transport/message_header.h"
@@ -20,10 +21,13 @@ void SetCommand(std::vector<uint8_t>& message, uint32_t commandId);
 // The header's words by name where there is a whole one, and a dump of everything.
 void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message);
 
+// What was received, in a few words: its length and status.
+std::string ReplyText(const std::vector<uint8_t>& reply);
+
 // A buffer for a reply that tells afterwards how much of it was written: the library does not say.
-// Behind the header it is filled with a pattern; the end of the reply is the last byte that differs
-// from it. A reply that ends in bytes equal to the pattern appears that much shorter; one byte does
-// so by chance in 1 of 256 random replies.
+// It is filled with a pattern; the end of the reply is the last byte that differs from it. A reply
+// that ends in bytes equal to the pattern appears that much shorter; one byte does so by chance in
+// 1 of 256 random replies.
 class ReplyBuffer {
  public:
   // At least a header's room is kept, whatever size the library is told.
@@ -32,7 +36,7 @@ class ReplyBuffer {
   uint8_t* data() { return bytes_.data(); }
   uint32_t size() const { return static_cast<uint32_t>(size_); }
 
-  // What was written, at least the header or, if smaller, the size.
+  // What was written, of what the library was told of; empty when it was nothing.
   std::vector<uint8_t> Received() const;
 
  private:

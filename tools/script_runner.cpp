@@ -160,7 +160,7 @@ uint32_t ScriptRunner::SendCommand(const ScriptStep& step, Outcome& outcome) {
   const bool wrapper = step.command.privateData == PrivateData::kAllocTag ||
                        step.command.privateData == PrivateData::kFreeTag;
   if (status == KALO_DLL_STATUS_SUCCESS && !wrapper) {
-    outcome.reply = buffers.reply.Received();
+    if (output != nullptr) outcome.reply = buffers.reply.Received();
     const unsigned int count = std::min(buffers.privateLengthWord, kPrivateDataSize);
     outcome.privateData.assign(buffers.privateBlock, buffers.privateBlock + count);
   }
@@ -178,10 +178,7 @@ void ScriptRunner::PrintOutcome(const ScriptStep& step, uint32_t status, const O
     out_ << kIndent << "handle  " << Hex(reinterpret_cast<uintptr_t>(handles_[step.handle]))
          << '\n';
   }
-  if (outcome.reply && outcome.reply->size() >= kHeaderSize) {
-    out_ << kIndent << "reply   " << outcome.reply->size() << " bytes, status "
-         << transport::HeaderOf(outcome.reply->data()).status << '\n';
-  }
+  if (outcome.reply) out_ << kIndent << "reply   " << ReplyText(*outcome.reply) << '\n';
   if (!outcome.privateData.empty()) {
     PrintHexDump(out_, outcome.privateData.data(), outcome.privateData.size(),
                  std::string(kIndent) + "private ");
