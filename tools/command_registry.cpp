@@ -52,7 +52,7 @@ RegistryValue* FindValue(RegistryKey& key, const std::string& name) {
 
 int Get(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
-  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key)];
+  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
   const RegistryValue* value = FindValue(key, options.name);
   if (value == nullptr) {
     throw RegistryError("key '" + options.key + "' has no value '" + options.name + "' (code " +
@@ -64,7 +64,7 @@ int Get(const RegistryOptions& options) {
   } else if (value->type == REG_SZ) {
     std::cout << value->text.value_or("") << '\n';
   } else {
-    std::cout << value->number << '\n';
+    std::cout << NumberText(*value) << '\n';
   }
   return kDone;
 }
@@ -82,7 +82,7 @@ uint32_t NumberOf(const std::string& data) {
 
 // Changes the value in the key that the library would change, or adds it there.
 void Change(RegistryText& registry, const RegistryOptions& options) {
-  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key)];
+  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
   RegistryValue* value = FindValue(key, options.name);
   if (value == nullptr) {
     if (!options.type) {
@@ -131,8 +131,8 @@ int Set(const RegistryOptions& options) {
                                       ? loadable
                                       : FormatRegistry(registry, RegistryStyle::kRewritten));
   if (options.force) {
-    std::cerr << "kaloctl: '" << options.file << "' does not load any more until 'kaloctl registry "
-              << "repair' is run\n";
+    std::cerr << "kaloctl: '" << options.file << "' does not load any more until "
+              << RegistryCommand("repair", options.file) << " is run\n";
   }
   return kDone;
 }
@@ -141,12 +141,12 @@ int Repair(const RegistryOptions& options) {
   const std::string content = ReadRegistryFile(options.file);
   const RegistryText registry = LoadRegistryFileToEdit(options.file);
   if (!IsRewritten(content)) {
-    std::cout << "'" << options.file << "' loads as it is: " << registry.keys.size()
-              << " keys; nothing was changed\n";
+    std::cout << "'" << options.file << "' loads as it is: " << CountText(registry)
+              << "; nothing was changed\n";
     return kDone;
   }
   WriteRegistryFile(options.file, FormatRegistry(registry, RegistryStyle::kLoadable));
-  std::cout << "'" << options.file << "' loads again: " << registry.keys.size() << " keys\n";
+  std::cout << "'" << options.file << "' loads again: " << CountText(registry) << "\n";
   return kDone;
 }
 

@@ -16,6 +16,7 @@
 #include "tools/message.h"
 #include "tools/number.h"
 #include "tools/registry_file.h"
+#include "tools/registry_view.h"
 #include "tools/status_text.h"
 #include "transport/client_session.h"
 #include "transport/cp_drem_session.h"
@@ -97,9 +98,15 @@ class Examination {
     const uint32_t status =
         session.Exchange(MakeMessage(options_.command, {}), reply, &privateData);
     if (status != KALO_DLL_STATUS_SUCCESS) return Failure(status);
+    const std::vector<uint8_t> received = reply.Received();
+    if (received.size() < kHeaderSize) {
+      return {
+          Finding::kFailed, "reply " + ReplyText(received),
+          "look at what the client does: kaloctl send --log --command " + Hex(options_.command)};
+    }
     return {Finding::kOk,
             "command " + Hex(options_.command) + " was answered with status " +
-                std::to_string(transport::HeaderOf(reply.data()).status),
+                std::to_string(transport::HeaderOf(received.data()).status),
             ""};
   }
 
@@ -120,10 +127,13 @@ class Examination {
   Finding Registry() const {
     try {
       const RegistryText registry = LoadRegistryFile(kRegistryPath);
-      return {Finding::kOk, std::to_string(registry.keys.size()) + " keys in " + kRegistryPath, ""};
+      return {Finding::kOk, CountText(registry) + " in " + kRegistryPath, ""};
     } catch (const RegistryError& error) {
+      const bool missing = access(kRegistryPath, F_OK) != 0;
       return {Finding::kFailed, error.what(),
-              "only the settings functions need it: mend the file, or --skip registry"};
+              std::string("only the settings functions need it: ") +
+                  (missing ? "make the file, an empty one will do" : "mend the file") +
+                  ", or --skip registry"};
     }
   }
 

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "tools/input_error.h"
+#include "tools/printable.h"
 
 namespace kaloctl {
 
@@ -60,7 +61,7 @@ class HexTextParser {
     }
     const int value = DigitValue(text_[index]);
     if (value < 0) {
-      Complain(index, std::string("'") + text_[index] + "' is no hexadecimal digit");
+      Complain(index, "'" + Printable(text_.substr(index, 1)) + "' is no hexadecimal digit");
     }
     return value;
   }

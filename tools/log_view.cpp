@@ -1,10 +1,11 @@
 #include "tools/log_view.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <iomanip>
 #include <string>
 #include <string_view>
+
+#include "tools/printable.h"
 
 namespace kaloctl {
 
@@ -14,20 +15,6 @@ constexpr int kFunctionWidth = 15;
 constexpr int kTagWidth = 5;
 constexpr int kLabelWidth = 36;
 constexpr int kValueWidth = 18;
-
-std::string Printable(std::string_view text) {
-  std::string printable;
-  for (const char character : text) {
-    if (character >= 0x20 && character < 0x7f) {
-      printable += character;
-    } else {
-      char escape[8];
-      std::snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(character));
-      printable += escape;
-    }
-  }
-  return printable;
-}
 
 bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;

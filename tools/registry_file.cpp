@@ -7,6 +7,7 @@
 #include "oscl/last_error.h"
 #include "tools/input_error.h"
 #include "tools/number.h"
+#include "tools/printable.h"
 #include "tools/text_input.h"
 
 namespace kaloctl {
@@ -26,9 +27,15 @@ namespace {
 
 }  // namespace
 
+std::string RegistryCommand(const std::string& command, const std::string& path) {
+  return "'kaloctl registry " + command + (path == kRegistryPath ? "" : " --file " + path) + "'";
+}
+
 std::string ReadRegistryFile(const std::string& path) {
   try {
     return ReadInput(path);
+  } catch (const InputTooLong& error) {
+    Fail(error.what(), OSCL_ERROR_REG_FILE_UNREADABLE);
   } catch (const InputError&) {
     Fail("'" + path + "': " + std::strerror(errno), OSCL_ERROR_REG_FILE_UNREADABLE);
   }
@@ -40,10 +47,9 @@ RegistryText LoadRegistryFile(const std::string& path) {
     return ParseRegistry(content);
   } catch (const RegistryFault& fault) {
     FailAt(path, fault,
-           IsRewritten(content)
-               ? "; the library has rewritten the file: 'kaloctl registry repair' makes it load "
-                 "again"
-               : "");
+           IsRewritten(content) ? "; the library has rewritten the file: " +
+                                      RegistryCommand("repair", path) + " makes it load again"
+                                : "");
   }
 }
 
@@ -66,16 +72,19 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
   if (!good) Fail("'" + path + "': " + std::strerror(errno), OSCL_ERROR_REG_FILE_UNWRITABLE);
 }
 
-std::size_t FindRegistryKey(const RegistryText& registry, const std::string& keyPath) {
+std::size_t FindRegistryKey(const RegistryText& registry, const std::string& keyPath,
+                            const std::string& file) {
   const RegistryKey* key = registry.FindByName(keyPath);
   if (key == nullptr) {
-    Fail("key '" + keyPath + "' is not in the file: 'kaloctl registry list' shows which are",
+    Fail("key '" + keyPath + "' is not in the file: " + RegistryCommand("list", file) +
+             " shows which are",
          OSCL_ERROR_REG_ID_NOT_FOUND);
   }
   const RegistryKey* found = registry.FindById(key->id);
   if (found->name != keyPath) {
     throw RegistryError(
-        "key '" + keyPath + "' shares the id " + Hex(key->id, 8) + " with '" + found->name +
+        "key '" + keyPath + "' shares the id " + Hex(key->id, 8) + " with '" +
+        Printable(found->name) +
         "', and the library reads that one instead: give the keys ids of their own");
   }
   return static_cast<std::size_t>(key - registry.keys.data());

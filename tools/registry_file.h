@@ -14,6 +14,9 @@ class RegistryError : public std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// The command line that runs a command of 'kaloctl registry' on the file at `path`, in quotes.
+std::string RegistryCommand(const std::string& command, const std::string& path);
+
 // The content of a registry file. Throws RegistryError.
 std::string ReadRegistryFile(const std::string& path);
 
@@ -28,7 +31,8 @@ void WriteRegistryFile(const std::string& path, const std::string& content);
 
 // The place in `registry.keys` of the key of that full path, by the library's ways: the path leads
 // to an id, the id to a name, and the name to a key. Throws RegistryError when there is none, or
-// another than the one meant.
-std::size_t FindRegistryKey(const RegistryText& registry, const std::string& keyPath);
+// another than the one meant; `file` is where the registry was read.
+std::size_t FindRegistryKey(const RegistryText& registry, const std::string& keyPath,
+                            const std::string& file = kRegistryPath);
 
 }  // namespace kaloctl

@@ -7,6 +7,7 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/number.h"
+#include "tools/printable.h"
 
 namespace kaloctl {
 
@@ -38,8 +39,9 @@ class RegistryParser {
       } else if (mark == kValueMark) {
         more = !registry.keys.empty() && ReadValue(registry.keys.back());
       } else {
-        throw RegistryFault(line, OSCL_ERROR_REG_ITEM_UNKNOWN,
-                            "'" + mark + "': [KEY] or [VALUE] is expected" + BlankHint(mark));
+        throw RegistryFault(
+            line, OSCL_ERROR_REG_ITEM_UNKNOWN,
+            "'" + Printable(mark) + "': [KEY] or [VALUE] is expected" + BlankHint(mark));
       }
       if (!more && position_ < content_.size()) registry.endedEarly = line;
       more = more && ReadLine(mark);
@@ -83,6 +85,9 @@ class RegistryParser {
     char* end = nullptr;
     number = static_cast<uint32_t>(std::strtoul(digits.c_str(), &end, 16));
     if (end == digits.c_str()) return false;
+    // The library takes a "0x" for 0 that no digits follow.
+    const char* const first = digits.c_str() + (digits[0] == '-' || digits[0] == '+' ? 1 : 0);
+    if (end == first + 1 && *first == '0' && (*end == 'x' || *end == 'X')) ++end;
     position_ += static_cast<std::size_t>(end - digits.c_str());
     SkipSpace();
     return true;
@@ -97,7 +102,7 @@ class RegistryParser {
     value.type = DecimalOf(line);
     if (value.type != REG_SZ && value.type != REG_DWORD && value.type != REG_QWORD) {
       throw RegistryFault(lineOfText_, OSCL_ERROR_REG_TYPE_UNKNOWN,
-                          "type '" + line + "' of value '" + value.name +
+                          "type '" + Printable(line) + "' of value '" + Printable(value.name) +
                               "': 1 (text), 4 (number) or 11 (number) is expected");
     }
     const bool whole = ReadLine(line);

@@ -5,6 +5,7 @@
 
 #include "oscl/registry.h"
 #include "tools/number.h"
+#include "tools/printable.h"
 
 namespace kaloctl {
 
@@ -43,21 +44,22 @@ std::string Remark(const RegistryKey& key, const RegistryText& registry) {
     return "  hidden by another key of that name";
   }
   const RegistryKey* sameId = registry.FindById(key.id);
-  return sameId->name == key.name ? "" : "  hidden: '" + sameId->name + "' has the same id";
+  return sameId->name == key.name ? ""
+                                  : "  hidden: '" + Printable(sameId->name) + "' has the same id";
 }
 
 void PrintNode(std::ostream& out, const Palette& palette, const RegistryText& registry,
                const Node& node, const std::string& indent) {
-  out << indent << palette.bold << node.name << palette.reset;
+  out << indent << palette.bold << Printable(node.name) << palette.reset;
   if (node.keys.empty()) out << '\n';
   for (std::size_t i = 0; i < node.keys.size(); ++i) {
     const RegistryKey& key = *node.keys[i];
-    if (i != 0) out << indent << palette.bold << node.name << palette.reset;
+    if (i != 0) out << indent << palette.bold << Printable(node.name) << palette.reset;
     out << "  [" << Hex(key.id, 8) << "]" << palette.bad << Remark(key, registry) << palette.reset
         << '\n';
     for (const RegistryValue& value : key.values) {
-      out << indent << "  " << value.name << " = " << DataText(value) << "  " << palette.dim
-          << TypeText(value.type) << palette.reset << '\n';
+      out << indent << "  " << Printable(value.name) << " = " << DataText(value) << "  "
+          << palette.dim << TypeText(value.type) << palette.reset << '\n';
     }
   }
   for (const auto& child : node.children) {
@@ -80,9 +82,17 @@ std::string TypeText(uint32_t type) {
   }
 }
 
+std::string NumberText(const RegistryValue& value) {
+  return std::to_string(static_cast<int32_t>(value.number));
+}
+
 std::string DataText(const RegistryValue& value) {
-  if (value.type == REG_SZ) return value.text ? "\"" + *value.text + "\"" : "(no data)";
-  return std::to_string(value.number) + " (" + Hex(value.number) + ")";
+  if (value.type == REG_SZ) return value.text ? "\"" + Printable(*value.text) + "\"" : "(no data)";
+  return NumberText(value) + " (" + Hex(value.number) + ")";
+}
+
+std::string CountText(const RegistryText& registry) {
+  return std::to_string(registry.keys.size()) + (registry.keys.size() == 1 ? " key" : " keys");
 }
 
 void PrintRegistry(std::ostream& out, const Palette& palette, const RegistryText& registry) {

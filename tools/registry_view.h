@@ -8,9 +8,15 @@
 
 namespace kaloctl {
 
-// "string", "dword" or "qword", and the value's data as the library gives it.
+// "string", "dword" or "qword".
 std::string TypeText(uint32_t type);
+// The number of a value that is no text, with its sign, as the file has it.
+std::string NumberText(const RegistryValue& value);
+// The value's data, for people.
 std::string DataText(const RegistryValue& value);
+
+// "1 key", "2 keys"
+std::string CountText(const RegistryText& registry);
 
 // The keys as a tree, each with its id and its values. A key that the library does not reach is
 // marked.

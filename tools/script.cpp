@@ -7,6 +7,7 @@
 
 #include "tools/input_error.h"
 #include "tools/number.h"
+#include "tools/printable.h"
 #include "tools/script_words.h"
 
 namespace kaloctl {
@@ -23,7 +24,7 @@ bool IsName(std::string_view word) {
   return true;
 }
 
-std::string Quoted(std::string_view word) { return "'" + std::string(word) + "'"; }
+std::string Quoted(std::string_view word) { return "'" + Printable(word) + "'"; }
 
 // One line. What is wrong is thrown as InputError, without the place.
 class LineParser {
@@ -76,10 +77,8 @@ class LineParser {
   }
 
   [[noreturn]] void Reject(const std::string& word, const std::string& expected) const {
-    std::string usage = form_->name;
-    if (*UsageOf(form_->arguments) != '\0') usage += std::string(" ") + UsageOf(form_->arguments);
     throw InputError((word.empty() ? "the line ends early" : "wrong word " + Quoted(word)) + ": " +
-                     expected + " is expected (" + usage + ")");
+                     expected + " is expected (" + UsageOf(*form_) + ")");
   }
 
   // The next word, or an empty one.
@@ -197,7 +196,7 @@ std::string ScriptHelp() {
   std::string help =
       "SCRIPT holds one call a line; '#' starts a comment, blank lines are passed over:\n\n";
   for (const CallForm& form : kCallForms) {
-    help += std::string("  ") + form.name + " " + UsageOf(form.arguments) + "\n";
+    help += "  " + UsageOf(form) + "\n";
   }
   return help +
          "\nNAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.\n"

@@ -26,8 +26,6 @@ std::size_t Distance(std::string_view left, std::string_view right) {
   return row.back();
 }
 
-}  // namespace
-
 const char* UsageOf(Arguments arguments) {
   switch (arguments) {
     case Arguments::kNone:
@@ -48,6 +46,13 @@ const char* UsageOf(Arguments arguments) {
       return "NAME|null COMMAND LENGTH [reply=N|null] [input=null] [private|IOCTLHND|IOCTLFRE]";
   }
   return "";
+}
+
+}  // namespace
+
+std::string UsageOf(const CallForm& form) {
+  const std::string arguments = UsageOf(form.arguments);
+  return form.name + (arguments.empty() ? "" : " " + arguments);
 }
 
 const CallForm* FindCall(std::string_view name) {

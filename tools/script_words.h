@@ -1,5 +1,7 @@
 #pragma once
 
+#include <string>
+
 #include "tools/script.h"
 
 namespace kaloctl {
@@ -40,8 +42,8 @@ constexpr CallForm kCallForms[] = {
     {"ProvisioningStartIo", Call::kProvisioningStartIo, Arguments::kMessage},
 };
 
-// How the arguments are written.
-const char* UsageOf(Arguments arguments);
+// How a call is written.
+std::string UsageOf(const CallForm& form);
 
 // The call of that name, or null.
 const CallForm* FindCall(std::string_view name);

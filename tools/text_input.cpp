@@ -6,8 +6,6 @@
 #include <memory>
 #include <vector>
 
-#include "tools/input_error.h"
-
 namespace kaloctl {
 
 namespace {
@@ -37,7 +35,12 @@ void ReadBlocks(const std::string& path, const std::function<void(std::string_vi
 
 std::string ReadInput(const std::string& path) {
   std::string content;
-  ReadBlocks(path, [&](std::string_view block) { content += block; });
+  ReadBlocks(path, [&](std::string_view block) {
+    content += block;
+    if (content.size() <= kLongestInput) return;
+    throw InputTooLong(InputName(path) + ": at most " + std::to_string(kLongestInput) +
+                       " bytes are expected");
+  });
   return content;
 }
 

@@ -60,6 +60,7 @@ TEST_F(RegistryToolTest, judges_files_as_the_library_does) {
                                key + "[VALUE] \nx\n1\ny\n",
                                key + "[KEY]\n",
                                "[VALUE]\nx\n1\ny\n" + key,
+                               "[KEY]\n0xHKEY_USERS\\a\n",
                                "[KEY]\n0x1 HKEY_USERS\\a\n",
                                key + "[KEY]\n2\n" + std::string(254, 'n') + "too long\n",
                                key + "[VALUE]\nx\n0x4\n5\n",
