@@ -50,12 +50,14 @@ struct Advice {
 // The first row that fits is taken.
 constexpr Advice kAdvice[] = {
     {1, "Cannot open ZULI device.",
-     "check that /dev/zuli exists and may be opened for reading and writing: kaloctl doctor"},
+     "check that /dev/zuli exists and may be opened for reading and writing (kaloctl doctor); a "
+     "handle that was open has lost its connection: take a new handle"},
     {1, "Cannot connect to ZULI device.",
-     "the engine refused the client: see which ones it offers with kaloctl probe"},
+     "the device opens but refuses the client: look whether /dev/zuli is the engine's and its "
+     "firmware holds the client (kaloctl doctor tries each)"},
     {1, "Error writing message to ZULI.",
      "the device failed, or the request is longer than the client takes (kaloctl probe); a lost "
-     "device may be back: try again"},
+     "device may be back: take a new handle and try again"},
     {1, "Error reading message from ZULI.",
      "the request was sent but no reply came; open a new session before the next command, a late "
      "reply would answer it"},
@@ -70,7 +72,10 @@ constexpr Advice kAdvice[] = {
     {3, "", "a request is at least the 16 bytes of the message header"},
     {4, "", "a reply buffer is at least the 16 bytes of the message header"},
     {5, "", "something outside the library wrote kaloInterfaceVersion: load the library anew"},
-    {6, "", "call KaloInit, or FenuInit for commands 0x30000 to 0x3ffff, before the command"},
+    {6, "",
+     "call KaloInit, or FenuInit for commands 0x30000 to 0x3ffff, before the command; after a "
+     "cleanup they may open nothing: then bring the count to 0 with FenuCleanup3 (KaloCleanup3), "
+     "and call FenuInit3 (KaloInit3)"},
 };
 
 }  // namespace
