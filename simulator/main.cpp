@@ -8,6 +8,7 @@
 
 #include "simulator/commands.h"
 #include "simulator/program.h"
+#include "tools/command_line.h"
 
 namespace {
 
@@ -17,6 +18,7 @@ int Main(int argc, char** argv) {
   CLI::App app("The security engine in software.");
   app.name("zulisim");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "zulisim " ZULISIM_VERSION);
   zulisim::Invocation invocation;
   zulisim::DefineRun(&app, &invocation);
   zulisim::DefineServe(&app, &invocation);
@@ -35,9 +37,7 @@ int Main(int argc, char** argv) {
     app.parse(arguments);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    const auto chosen = app.get_subcommands();
-    const std::string command = chosen.empty() ? "" : " " + chosen.front()->get_name();
-    std::cerr << "zulisim: " << error.what() << "\nTry 'zulisim" << command << " --help'.\n";
+    std::cerr << command_line::ErrorText(app, error);
     return kOwnFailure;
   }
   return invocation.run();

@@ -5,6 +5,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include "tools/command_line.h"
 #include "tools/commands.h"
 #include "tools/exit_status.h"
 #include "tools/input_error.h"
@@ -15,6 +16,7 @@ int Main(int argc, char** argv) {
   int exitStatus = kaloctl::kDone;
   CLI::App app("Talks to the security engine's firmware clients through libkalodll.so", "kaloctl");
   app.require_subcommand(1);
+  app.set_version_flag("--version", "kaloctl " KALOCTL_VERSION);
   app.get_formatter()->column_width(26);
   app.footer(std::string("kaloctl COMMAND --help tells all about a command.\n") +
              "Without a device: zulisim run -- kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
@@ -29,7 +31,9 @@ int Main(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? kaloctl::kDone : kaloctl::kWrongInput;
+    if (error.get_exit_code() == 0) return app.exit(error);
+    std::cerr << command_line::ErrorText(app, error);
+    return kaloctl::kWrongInput;
   } catch (const kaloctl::InputError& error) {
     std::cerr << "kaloctl: " << error.what() << '\n';
     return kaloctl::kWrongInput;
