@@ -1,12 +1,16 @@
+#include <unistd.h>
+
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
-#include <fstream>
+#include <cstring>
 #include <iostream>
 #include <memory>
 
 #include <CLI/CLI.hpp>
 
 #include "api/kalo_dll.h"
+#include "tools/command_line.h"
 #include "tools/commands.h"
 #include "tools/driver_session.h"
 #include "tools/exit_status.h"
@@ -36,7 +40,7 @@ struct SendOptions {
   std::optional<uint32_t> replySize;
   bool noPrivateData = false;
   bool showLog = false;
-  std::string outputFile;
+  std::optional<std::string> outputFile;
 };
 
 Client ChooseClient(const SendOptions& options, const std::vector<uint8_t>& request) {
@@ -52,13 +56,36 @@ Client ChooseClient(const SendOptions& options, const std::vector<uint8_t>& requ
   return chosen;
 }
 
-void WriteReply(const std::string& path, const std::vector<uint8_t>& reply) {
-  std::ofstream file(path, std::ios::binary | std::ios::trunc);
-  file.write(reinterpret_cast<const char*>(reply.data()),
-             static_cast<std::streamsize>(reply.size()));
-  file.close();
-  if (!file) throw InputError("--output '" + path + "': cannot be written");
-}
+// The file of --output, if there is one. It is opened before a command is sent, and keeps its
+// content until there is a reply.
+class ReplyFile {
+ public:
+  explicit ReplyFile(const std::optional<std::string>& path) : path_(path.value_or("")) {
+    if (path) file_.reset(std::fopen(path_.c_str(), "ab"));
+    if (path && file_ == nullptr) Fail();
+  }
+
+  void Write(const std::vector<uint8_t>& reply) {
+    if (file_ == nullptr) return;
+    // What is no regular file has nothing to cut.
+    if (ftruncate(fileno(file_.get()), 0) != 0 && errno != EINVAL) Fail();
+    const bool written = std::fwrite(reply.data(), 1, reply.size(), file_.get()) == reply.size();
+    if (!written || std::fflush(file_.get()) != 0) Fail();
+  }
+
+ private:
+  struct Close {
+    void operator()(std::FILE* file) const { std::fclose(file); }
+  };
+
+  [[noreturn]] void Fail() const {
+    throw InputError("--output '" + path_ + "': " + std::strerror(errno) +
+                     ": the name of a file that can be written is expected");
+  }
+
+  std::string path_;
+  std::unique_ptr<std::FILE, Close> file_;
+};
 
 void PrintLog(const std::vector<std::string>& lines) {
   std::cout << "log\n";
@@ -102,8 +129,8 @@ class SendCommand {
     if (status != KALO_DLL_STATUS_SUCCESS) return Fail(session.CommandName(), status);
 
     const std::vector<uint8_t> received = reply.Received();
-    std::cout << palette_.bold << "reply" << palette_.reset << ", " << received.size()
-              << " bytes\n";
+    std::cout << palette_.bold << "reply" << palette_.reset << (received.empty() ? " " : ", ")
+              << ReplyText(received) << '\n';
     PrintMessage(std::cout, received);
     if (!privateData.empty()) {
       std::cout << palette_.bold << "private data" << palette_.reset << ", " << privateData.size()
@@ -111,8 +138,8 @@ class SendCommand {
       PrintHexDump(std::cout, privateData.data(), privateData.size(), "  ");
     }
     if (options_.showLog) PrintLog(log_.Take());
-    if (!options_.outputFile.empty()) WriteReply(options_.outputFile, received);
-    return kDone;
+    output_.Write(received);
+    return received.empty() ? kFailed : kDone;
   }
 
   int Fail(const char* call, uint32_t status) {
@@ -127,6 +154,7 @@ class SendCommand {
   }
 
   const SendOptions& options_;
+  ReplyFile output_{options_.outputFile};
   Palette palette_ = PaletteFor(stdout);
   LogCapture log_{LogCapture::Detail::kTrace};
 };
@@ -184,7 +212,8 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
   command->add_flag("--log", options->showLog,
                     "Show the library's log lines, trace lines included");
   command->add_option("--output", options->outputFile, "Write the raw reply to this file")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty());
   command->footer(kFooter);
   command->callback([options, &exitStatus] {
     if (options->hex) options->source.format = RequestFormat::kHex;

@@ -53,6 +53,11 @@ lacks "open"
 expect 1 sim --lose read:1-5 -- kaloctl send --command 4
 shows "Error reading message from ZULI."
 shows "(No such device)"
+expect 1 sim --short read:1=0 -- kaloctl send --command 4
+shows "reply untouched: nothing was received"
+expect 2 sim -- kaloctl send --command 4 --output "$root/none/reply"
+shows "$root/none/reply': No such file"
+lacks "open"
 expect 1 sim -- kaloctl send --data "04 00"
 shows "KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL (3)"
 expect 2 sim -- kaloctl send --data "04 00" --command 4
@@ -131,6 +136,9 @@ shows "failed    round-trip"
 expect 0 sim -- kaloctl doctor --skip registry
 lacks failed
 expect 2 kaloctl frobnicate
+shows "'frobnicate' is no command: one of probe, "
+expect 2 kaloctl run /dev/zero
+shows "/dev/zero': at most"
 [ ! -w /dev/full ] || expect 1 sh -c 'kaloctl state >/dev/full'
 
 [ "$failures" -eq 0 ]
