@@ -28,6 +28,7 @@ struct Scenario {
   std::vector<Client> clients = DefaultClients();
   std::vector<ReplyRule> replies;
   std::vector<Fault> faults;
+  std::vector<std::string> files;  // that it was read from
 };
 
 // The client of that name, in either case of letters, or null.

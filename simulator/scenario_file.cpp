@@ -128,8 +128,9 @@ class Reader {
     section->WithText(key, [&](const std::string& text) { bytes = ParseHex(text, "a " + key); });
     section->WithText(fileKey, [&](const std::string& name) {
       try {
-        const std::string content =
-            ReadFile(std::filesystem::path(folder_) / name, kLongestMessage);
+        const std::string path = std::filesystem::path(folder_) / name;
+        const std::string content = ReadFile(path, kLongestMessage);
+        scenario_->files.push_back(path);
         bytes = Bytes(content.begin(), content.end());
       } catch (const std::runtime_error& error) {
         throw std::invalid_argument(error.what());
@@ -153,7 +154,7 @@ class Reader {
     ReadOccurrences(&section, &fault);
     ReadEffect(&section, &fault);
     if (diagnostics_->size() != before) return;
-    if (const auto error = FaultError(fault)) return section.Report("", *error);
+    if (const auto error = FaultError(fault)) return section.Report(KeyOfError(fault), *error);
     for (const PlacedFault& other : faults_) {
       if (Hides(other.fault, fault)) {
         section.Report("at", "the fault of line " + std::to_string(other.line) +
@@ -164,6 +165,12 @@ class Reader {
     }
     faults_.push_back({fault, section.line()});
     scenario_->faults.push_back(fault);
+  }
+
+  // What FaultError complains of.
+  static const char* KeyOfError(const Fault& fault) {
+    if (fault.first == 0) return "at";
+    return fault.probability > 0 && fault.probability <= 1 ? "short" : "probability";
   }
 
   void ReadOccurrences(TomlSection* section, Fault* fault) {
@@ -187,11 +194,15 @@ class Reader {
   }
 
   void ReadEffect(TomlSection* section, Fault* fault) {
-    int effects = 0;
-    for (const char* key : {"errno", "short", "lose"}) effects += section->Has(key) ? 1 : 0;
-    if (effects != 1) {
-      return section->Report("", "a fault needs one of 'errno', 'short' and 'lose'" +
-                                     std::string(effects > 1 ? ", not several" : ""));
+    constexpr const char* kNeeded = "a fault needs one of 'errno', 'short' and 'lose'";
+    std::vector<const char*> effects;
+    for (const char* key : {"errno", "short", "lose"}) {
+      if (section->Has(key)) effects.push_back(key);
+    }
+    if (effects.empty()) return section->Report("", kNeeded);
+    if (effects.size() > 1) {
+      for (const char* key : effects) section->Report(key, std::string(kNeeded) + ", not several");
+      return;
     }
     section->WithText(
         "errno", [&](const std::string& text) { fault->effect = ErrnoFault{ParseErrno(text)}; });
@@ -286,6 +297,7 @@ void AddScenarioFile(const std::string& path, Scenario* scenario) {
       text += (text.empty() ? "" : "\n") + DiagnosticText(path, diagnostic);
     }
     if (!text.empty()) throw std::invalid_argument(text);
+    scenario->files.push_back(path);
   } catch (const std::runtime_error& error) {
     throw std::invalid_argument(error.what());
   }

@@ -60,7 +60,7 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
   if (name == "silent" && !value) {
     rule->silent = true;
   } else if (name == "status" && value) {
-    rule->status = static_cast<std::uint32_t>(ParseNumber(*value, kMaxWord, "a status"));
+    rule->status = ParseStatus(*value);
   } else if (name == "body" && value) {
     rule->body = ParseHex(*value, "a body");
   } else if (name == "private" && value) {

@@ -65,6 +65,16 @@ std::uint64_t ParseNumber(const std::string& text, std::uint64_t highest, const 
   Fail(expected);
 }
 
+std::uint32_t ParseStatus(const std::string& text) {
+  constexpr std::uint64_t kLowest = std::uint64_t{1} << 31;
+  const bool negative = !text.empty() && text[0] == '-';
+  if (!negative) {
+    return static_cast<std::uint32_t>(ParseNumber(text, 0xffffffff, "a status"));
+  }
+  return 0 -
+         static_cast<std::uint32_t>(ParseNumber(text.substr(1), kLowest, "a status behind '-'"));
+}
+
 int ParseErrno(const std::string& text) {
   if (const auto error = ErrnoFromName(text)) return *error;
   const std::string hint = NearestHint(text, ErrnoNames());

@@ -17,6 +17,9 @@ std::string Quoted(const std::string& text);
 
 // Decimal, or hexadecimal behind "0x"; `what` begins the text of a failure, as in "a status".
 std::uint64_t ParseNumber(const std::string& text, std::uint64_t highest, const std::string& what);
+// A status: signed to the library, and written with its highest bit in most documents, so that -1
+// and 0xffffffff are the same.
+std::uint32_t ParseStatus(const std::string& text);
 // "EIO" and its like, in either case of letters.
 int ParseErrno(const std::string& text);
 // "read" and its like.

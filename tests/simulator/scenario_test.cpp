@@ -115,7 +115,7 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "line 1 tells SAB"},
       {File, "[[fault]]\noperation = 'read'\nat = 1.5\nshort = 1", "3:6", "not a number with a p"},
       {File, "[[fault]]\noperation = 'read'\nat = 1", "1:1", "one of 'errno', 'short' and 'lose'"},
-      {File, "[[fault]]\noperation = 'read'\nprobability = nan\nshort = 1", "1:1",
+      {File, "[[fault]]\noperation = 'read'\nprobability = nan\nshort = 1", "3:15",
        "above 0 and at"},
       {File, "[[fault]]\noperation = 'open'\nat = 1\nlose = false", "4:8", "true, or a table"},
       {File,
