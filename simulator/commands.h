@@ -29,8 +29,13 @@ void DefineServe(CLI::App* app, Invocation* invocation);
 
 // --- What commands have in common. ---
 
-// Throws CLI::ValidationError when no program stands behind "--".
-void RequireProgram(const Invocation& invocation, const std::string& command);
+// Has `command` run `action` for the program behind "--", without which it is refused.
+void DefineProgramRun(CLI::App* command, Invocation* invocation,
+                      const std::function<int()>& action);
+
+// Throws CLI::ValidationError when a file that is to be written is named by another option as well,
+// or was read for `scenario`. To be called before the first of them is opened.
+void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario);
 
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
 void AddInstructionOptions(CLI::App* command, Scenario* scenario);

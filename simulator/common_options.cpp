@@ -1,11 +1,14 @@
 #include <algorithm>
+#include <filesystem>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/commands.h"
 #include "simulator/program_choice.h"
 #include "simulator/scenario_file.h"
 #include "simulator/scenario_options.h"
+#include "tools/command_line.h"
 
 namespace zulisim {
 namespace {
@@ -18,7 +21,9 @@ void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, con
     try {
       parse(text, scenario);
     } catch (const std::invalid_argument& error) {
-      throw CLI::ValidationError(name, "'" + text + "': " + error.what());
+      // What is wrong with a file begins with its name.
+      const std::string place = parse == AddScenarioFile ? "" : "'" + text + "': ";
+      throw CLI::ValidationError(name, place + error.what());
     }
   };
   command
@@ -35,12 +40,66 @@ void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, con
       ->trigger_on_parse();
 }
 
+struct NamedFile {
+  std::string option;
+  std::string path;
+};
+
+// Empty for an option that was not given.
+std::string ValueOf(const CLI::App& command, const char* name) {
+  const CLI::Option* option = command.get_option_no_throw(name);
+  return option == nullptr || option->results().empty() ? "" : option->results().front();
+}
+
+// What is no regular file, such as a terminal, may take the texts of several.
+bool SameFile(const std::string& one, const std::string& other) {
+  namespace fs = std::filesystem;
+  if (one.empty() || other.empty()) return false;
+  std::error_code error;
+  const auto type = fs::status(other, error).type();
+  if (type != fs::file_type::regular && type != fs::file_type::not_found) return false;
+  if (fs::equivalent(one, other, error)) return true;
+  const fs::path path = fs::weakly_canonical(fs::absolute(one), error);
+  return !error && path == fs::weakly_canonical(fs::absolute(other), error) && !error;
+}
+
+void RequireProgram(const Invocation& invocation, const CLI::App& command) {
+  std::string words;
+  for (const std::string& word : command.remaining()) words += (words.empty() ? "" : " ") + word;
+  const bool missing = invocation.program.empty() || invocation.program.front().empty();
+  if (words.empty() && !missing) return;
+  throw CLI::ValidationError((words.empty() ? "the program is missing"
+                                            : "'" + words + "' is not expected in front of '--'") +
+                             ": write 'zulisim " + command.get_name() +
+                             " [OPTIONS] -- PROGRAM [ARGUMENTS...]'");
+}
+
 }  // namespace
 
-void RequireProgram(const Invocation& invocation, const std::string& command) {
-  if (!invocation.program.empty() && !invocation.program.front().empty()) return;
-  throw CLI::ValidationError("the program is missing: write 'zulisim " + command +
-                             " [OPTIONS] -- PROGRAM [ARGUMENTS...]'");
+void DefineProgramRun(CLI::App* command, Invocation* invocation,
+                      const std::function<int()>& action) {
+  command->allow_extras();  // which are refused with a hint
+  command->callback([=] {
+    RequireProgram(*invocation, *command);
+    invocation->run = action;
+  });
+}
+
+void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
+  std::vector<NamedFile> files;
+  for (const std::string& path : scenario.files) files.push_back({"--scenario", path});
+  for (const char* name : {"FILE", "--from", "--fuse"}) {
+    files.push_back({name, ValueOf(command, name)});
+  }
+  for (const char* name : {"--output", "--transcript", "--trace", "--report"}) {
+    const std::string path = ValueOf(command, name);
+    for (const NamedFile& other : files) {
+      if (!SameFile(other.path, path)) continue;
+      throw CLI::ValidationError(name, "'" + path + "' is named by " + other.option +
+                                           " as well; name another, it would be overwritten");
+    }
+    files.push_back({name, path});
+  }
 }
 
 void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
@@ -80,21 +139,25 @@ void AddRootOption(CLI::App* command, std::string* root) {
       ->add_option("--root", *root,
                    "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
                    "\"/etc/vrel_registry.txt\"; otherwise a temporary one")
-      ->type_name("DIR");
+      ->type_name("DIR")
+      ->check(command_line::NotEmpty());
 }
 
 void AddObservationOptions(CLI::App* command, ObservationOptions* options) {
   command
       ->add_option("--transcript", options->transcriptFile, "Write the transcript to FILE as well")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty());
   command
       ->add_option("--trace", options->traceFile,
                    "Write Chrome trace events to FILE, for the Perfetto viewer")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty());
   command
       ->add_option("--report", options->reportFile,
                    "Write a sequence diagram to FILE, an HTML page that needs nothing else")
-      ->type_name("FILE");
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty());
   command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
   command->add_flag("--connection-numbers", options->connectionNumbers,
                     "In the transcript, name an open file by the engine's number (#1) instead of "

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
+#include <utility>
 
 namespace zulisim {
 
@@ -14,14 +15,22 @@ OutputFile::OutputFile(const std::string& what, const std::string& path)
   }
 }
 
-OutputFile::~OutputFile() {
-  if (std::fclose(file_) != 0) failed_ = true;
-  if (failed_) std::cerr << "zulisim: warning: " << name_ << " is not complete\n";
+bool OutputFile::Close() {
+  if (file_ == nullptr) return error_ == 0;
+  Note(std::fclose(std::exchange(file_, nullptr)) == 0);
+  if (error_ == 0) return true;
+  std::cerr << "zulisim: warning: " << name_ << " is not complete: " << std::strerror(error_)
+            << "\n";
+  return false;
 }
 
 void OutputFile::Write(const std::string& text) {
-  const bool written = std::fwrite(text.data(), 1, text.size(), file_) == text.size();
-  if (!written || std::fflush(file_) != 0) failed_ = true;
+  Note(std::fwrite(text.data(), 1, text.size(), file_) == text.size());
+  Note(std::fflush(file_) == 0);
+}
+
+void OutputFile::Note(bool done) {
+  if (!done && error_ == 0) error_ = errno;
 }
 
 }  // namespace zulisim

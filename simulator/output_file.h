@@ -12,17 +12,21 @@ class OutputFile {
   // `what` names the file's kind in the text of the std::runtime_error for one that cannot be
   // written.
   OutputFile(const std::string& what, const std::string& path);
-  // Complains on standard error when anything written before was lost.
-  ~OutputFile();
+  ~OutputFile() { Close(); }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
+  // Not behind Close.
   void Write(const std::string& text);
+  // False, with a complaint on standard error the first time, when anything written was lost.
+  bool Close();
 
  private:
+  void Note(bool done);
+
   const std::string name_;
   std::FILE* file_;
-  bool failed_ = false;
+  int error_ = 0;  // the first
 };
 
 }  // namespace zulisim

@@ -10,6 +10,7 @@
 #include "simulator/passthrough_device.h"
 #include "simulator/program_choice.h"
 #include "simulator/recorder.h"
+#include "tools/command_line.h"
 
 namespace zulisim {
 namespace {
@@ -26,7 +27,7 @@ Examples:
   zulisim record -o field.zul -- ./driver                      from the kernel's /dev/zuli
   zulisim record -o loss.zul --scenario loss.toml -- ./driver  from the software engine
 
-Exit status: as with 'zulisim run'.)";
+Exit status: as with 'zulisim run'; 125 also when the recording is not complete.)";
 
 struct RecordOptions {
   std::string file;
@@ -58,11 +59,15 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
       MakeServedProgram(options.attachment, arguments, options.root, options.scenario);
   const std::unique_ptr<Device> device = MakeDevice(options);
   OutputFile file("recording", options.file);
-  Recorder recorder(
-      device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
-      options.scenario.clients);
-  const Observation observation(options.observation, arguments, &recorder);
-  return program->Run(recorder);
+  int status = kOwnFailure;
+  {
+    Recorder recorder(
+        device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
+        options.scenario.clients);
+    const Observation observation(options.observation, arguments, &recorder);
+    status = program->Run(recorder);
+  }
+  return file.Close() ? status : kOwnFailure;
 }
 
 }  // namespace
@@ -71,24 +76,30 @@ void DefineRecord(CLI::App* app, Invocation* invocation) {
   CLI::App* command = app->add_subcommand("record", kRecordDescription);
   command->footer(kRecordFooter);
   const auto options = std::make_shared<RecordOptions>();
-  command->add_option("-o,--output", options->file, "The recording")->type_name("FILE")->required();
+  command->add_option("-o,--output", options->file, "The recording")
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty())
+      ->required();
   command
       ->add_option("--from", options->device,
                    "The device to record; without it and without --engine, \"/dev/zuli\"")
-      ->type_name("PATH");
-  command->add_flag("--engine", options->engine,
-                    "Record the software engine; implied by each of the options below");
+      ->type_name("PATH")
+      ->check(command_line::NotEmpty());
+  command->add_flag(
+      "--engine", options->engine,
+      "Record the software engine; implied by --scenario, --client, --reply, --fault, "
+      "--short and --lose");
   AddDeviceOption(command, &options->attachment);
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
   AddInstructionOptions(command, &options->scenario);
-  command->callback([=] {
-    RequireProgram(*invocation, "record");
+  DefineProgramRun(command, invocation, [=] {
     options->engine = options->engine || HasInstructions(*command);
     if (options->engine && command->count("--from") > 0) {
       throw CLI::ValidationError("--from", "a device takes no instructions and is not the engine");
     }
-    invocation->run = [=] { return Record(*options, invocation->program); };
+    RefuseSharedFiles(*command, options->scenario);
+    return Record(*options, invocation->program);
   });
 }
 

@@ -43,6 +43,14 @@ Recording ReadRecording(const std::string& path) {
   }
 }
 
+// "all 7 operations of 'f' were replayed"
+std::string Replayed(std::size_t operations, const std::string& whose) {
+  const std::string count = std::to_string(operations);
+  return (operations == 1 ? "the 1 operation " + whose + " was"
+                          : "all " + count + " operations " + whose + " were") +
+         " replayed\n";
+}
+
 int Report(const ReplayDevice& device, const std::string& file, std::size_t operations,
            int status) {
   if (const auto divergence = device.FirstDivergence()) {
@@ -51,11 +59,11 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
     return kDiverged;
   }
   if (device.ReachedCut()) {
-    std::cerr << "zulisim: the program went on behind the cut: all " << operations
-              << " operations that '" << file << "' holds were replayed\n";
+    std::cerr << "zulisim: the program went on behind the cut: "
+              << Replayed(operations, "that '" + file + "' holds");
     return kReachedCut;
   }
-  std::cerr << "zulisim: all " << operations << " operations of '" << file << "' were replayed\n";
+  std::cerr << "zulisim: " << Replayed(operations, "of '" + file + "'");
   return status;
 }
 
@@ -85,9 +93,9 @@ void DefineReplay(CLI::App* app, Invocation* invocation) {
   AddDeviceOption(command, &options->attachment);
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
-  command->callback([=] {
-    RequireProgram(*invocation, "replay");
-    invocation->run = [=] { return Replay(*options, invocation->program); };
+  DefineProgramRun(command, invocation, [=] {
+    RefuseSharedFiles(*command, {});
+    return Replay(*options, invocation->program);
   });
 }
 

@@ -59,9 +59,9 @@ void DefineRun(CLI::App* app, Invocation* invocation) {
   AddRootOption(command, &options->root);
   AddObservationOptions(command, &options->observation);
   AddInstructionOptions(command, &options->scenario);
-  command->callback([=] {
-    RequireProgram(*invocation, "run");
-    invocation->run = [=] { return Run(*options, invocation->program); };
+  DefineProgramRun(command, invocation, [=] {
+    RefuseSharedFiles(*command, options->scenario);
+    return Run(*options, invocation->program);
   });
 }
 

@@ -1,5 +1,7 @@
+#include <linux/magic.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -9,6 +11,7 @@
 #include <iostream>
 #include <memory>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/child_process.h"
 #include "simulator/cleaner.h"
@@ -54,14 +57,29 @@ cannot be served any longer.)";
 
 struct ServeOptions {
   bool characterDevice = false;
-  std::string file = kNode;
+  std::string file;
   ObservationOptions observation;
   Scenario scenario;
 };
 
+// Whether a file system like that of --fuse is mounted on the file itself.
+bool IsServed(const std::string& path, const struct stat& status) {
+  struct statfs system {};
+  struct stat folder {};
+  std::error_code error;
+  const auto parent = std::filesystem::canonical(path, error).parent_path();
+  return !error && statfs(path.c_str(), &system) == 0 && system.f_type == FUSE_SUPER_MAGIC &&
+         stat(parent.c_str(), &folder) == 0 && folder.st_dev != status.st_dev;
+}
+
 void PrepareFile(const std::string& path, Cleaner* cleaner) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) {
+    if (IsServed(path, status)) {
+      throw std::runtime_error("'" + path +
+                               "' is served already: end what serves it, or name "
+                               "another file: --fuse FILE");
+    }
     if (S_ISREG(status.st_mode)) return;
     const std::string hint = S_ISDIR(status.st_mode)
                                  ? "name a file in it, such as '" + path + "/zuli'"
@@ -99,8 +117,9 @@ void WaitForEnd(KernelServer& server) {
 
 int Serve(const ServeOptions& options) {
   const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
+  // Empty with --cuse, and with --fuse that names no file.
   const std::string path =
-      options.characterDevice ? kNode : std::filesystem::absolute(options.file).string();
+      options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
   CheckKernelCarries(options.scenario, kind);
   CheckKernelServes(kind);
   const ChildSignals signals;
@@ -136,7 +155,12 @@ void DefineServe(CLI::App* app, Invocation* invocation) {
   mode->require_option(1);
   AddObservationOptions(command, &options->observation);
   AddInstructionOptions(command, &options->scenario);
-  command->callback([=] { invocation->run = [=] { return Serve(*options); }; });
+  command->callback([=] {
+    invocation->run = [=] {
+      RefuseSharedFiles(*command, options->scenario);
+      return Serve(*options);
+    };
+  });
 }
 
 }  // namespace zulisim
