@@ -118,7 +118,11 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   engine.ShortenNext(Operation::kWrite, 20);
   EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
   EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
+  // Callers can trust errno, zero included, whatever the sinks do.
+  sink->onLine = [] { errno = 7777; };
+  errno = 0;
   EXPECT_EQ(session_->WriteToZuli(in_, 0), 0);
+  EXPECT_EQ(errno, 0);
 }
 
 // Recovers as a transfer does; here a reconnect is of the same kind as the call.
