@@ -39,7 +39,7 @@ bool SinkRegistered() {
   const oscl::ErrnoKeeper keeper;
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
   if (Logger::logBase.sinks.empty()) return false;
-  NoteSink();
+  sinkSeen.store(true, std::memory_order_relaxed);
   return true;
 }
 

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 
 #include "oscl/last_error.h"
@@ -81,14 +82,12 @@ class RegistryParser {
 
   // What stands behind the digits on their line is the next line.
   bool ReadHexadecimal(uint32_t& number) {
-    const std::string digits(content_.substr(position_, kLineLimit));
-    char* end = nullptr;
-    number = static_cast<uint32_t>(std::strtoul(digits.c_str(), &end, 16));
-    if (end == digits.c_str()) return false;
-    // The library takes a "0x" for 0 that no digits follow.
-    const char* const first = digits.c_str() + (digits[0] == '-' || digits[0] == '+' ? 1 : 0);
-    if (end == first + 1 && *first == '0' && (*end == 'x' || *end == 'X')) ++end;
-    position_ += static_cast<std::size_t>(end - digits.c_str());
+    const std::size_t behind = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
+    const std::string digits(content_.substr(position_, behind - position_));
+    int length = 0;
+    // As the library, which takes a "0x" for 0 that no digits follow.
+    if (std::sscanf(digits.c_str(), "%x%n", &number, &length) != 1) return false;
+    position_ += static_cast<std::size_t>(length);
     SkipSpace();
     return true;
   }
@@ -192,10 +191,9 @@ std::string FormatRegistry(const RegistryText& registry, RegistryStyle style) {
       content += "\t\t" + std::string(kValueMark) + end;
       if (!value.name.empty()) content += "\t\t\t" + value.name + end;
       content += "\t\t\t" + std::to_string(static_cast<int32_t>(value.type)) + end;
-      if (value.type != REG_SZ) {
-        content += "\t\t\t" + std::to_string(static_cast<int32_t>(value.number)) + end;
-      } else if (value.text) {
-        content += "\t\t\t" + *value.text + end;
+      if (value.text) content += "\t\t\t" + *value.text + end;
+      if (value.number) {
+        content += "\t\t\t" + std::to_string(static_cast<int32_t>(*value.number)) + end;
       }
     }
   }

@@ -12,10 +12,9 @@ namespace kaloctl {
 struct RegistryValue {
   std::string name;
   uint32_t type = 0;
-  // A REG_SZ text; nullopt when the file ends before the data.
+  // The data: a text of REG_SZ, a number of any other type; nullopt when the file ends before it.
   std::optional<std::string> text;
-  // The number of any other type.
-  uint32_t number = 0;
+  std::optional<uint32_t> number;
 };
 
 struct RegistryKey {

@@ -83,12 +83,12 @@ std::string TypeText(uint32_t type) {
 }
 
 std::string NumberText(const RegistryValue& value) {
-  return std::to_string(static_cast<int32_t>(value.number));
+  return value.number ? std::to_string(static_cast<int32_t>(*value.number)) : "";
 }
 
 std::string DataText(const RegistryValue& value) {
-  if (value.type == REG_SZ) return value.text ? "\"" + Printable(*value.text) + "\"" : "(no data)";
-  return NumberText(value) + " (" + Hex(value.number) + ")";
+  if (value.text) return "\"" + Printable(*value.text) + "\"";
+  return value.number ? NumberText(value) + " (" + Hex(*value.number) + ")" : "(no data)";
 }
 
 std::string CountText(const RegistryText& registry) {

@@ -50,6 +50,11 @@ TEST_F(RegistryToolTest, refuses_to_repair_what_would_read_differently) {
   EXPECT_THROW(LoadRegistryFileToEdit(path_), RegistryError);
 }
 
+TEST_F(RegistryToolTest, adds_no_data_to_a_value_that_lacks_it) {
+  const std::string cut = "[KEY]\n\t0x00000001\n\ta\n\t\t[VALUE]\n\t\t\tx\n\t\t\t4\n";
+  EXPECT_EQ(FormatRegistry(ParseRegistry(cut), RegistryStyle::kLoadable), cut);
+}
+
 TEST_F(RegistryToolTest, judges_files_as_the_library_does) {
   const std::string key = "[KEY]\n1\nHKEY_USERS\\a\n";
   const std::string cases[] = {"",
@@ -61,6 +66,7 @@ TEST_F(RegistryToolTest, judges_files_as_the_library_does) {
                                key + "[KEY]\n",
                                "[VALUE]\nx\n1\ny\n" + key,
                                "[KEY]\n0xHKEY_USERS\\a\n",
+                               "[KEY]\n-0x\n\tHKEY_USERS\\a\n",
                                "[KEY]\n0x1 HKEY_USERS\\a\n",
                                key + "[KEY]\n2\n" + std::string(254, 'n') + "too long\n",
                                key + "[VALUE]\nx\n0x4\n5\n",
