@@ -93,6 +93,8 @@ void Change(RegistryText& registry, const RegistryOptions& options) {
     value->name = options.name;
   }
   value->type = options.type.value_or(value->type);
+  value->text.reset();
+  value->number.reset();
   if (value->type == REG_SZ) {
     value->text = options.data;
   } else {

@@ -116,6 +116,7 @@ expect 0 sim -- kaloctl registry set "$key" Level 5 --force
 expect 1 sim -- kaloctl registry get "$key" Level
 shows "kaloctl registry repair"
 expect 0 sim -- kaloctl registry repair
+expect 0 sim -- kaloctl registry set "$key" Title 7 --type qword --repair
 expect 0 sim -- kaloctl registry set "$key" Title 'a b' --type string --repair
 expect 0 sim -- kaloctl registry list
 shows 'Level = 5 (0x5)  dword'
