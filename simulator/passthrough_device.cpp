@@ -2,9 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <utility>
 
 #include "simulator/protocol.h"
@@ -12,6 +14,18 @@
 
 namespace zulisim {
 namespace {
+
+int OpenFolder(const std::filesystem::path& path) {
+  const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
+  return open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+bool SameFile(int one, int other) {
+  struct stat a {
+  }, b{};
+  return fstat(one, &a) == 0 && fstat(other, &b) == 0 && a.st_dev == b.st_dev &&
+         a.st_ino == b.st_ino;
+}
 
 Result Answer(std::int64_t value) { return {value, value == -1 ? errno : 0}; }
 
@@ -36,7 +50,11 @@ class PassthroughDevice::File {
 };
 
 PassthroughDevice::PassthroughDevice(std::string path, std::vector<Client> clients)
-    : path_(std::move(path)), narrator_(std::move(clients)) {}
+    : path_(std::move(path)), folder_(OpenFolder(path_)), narrator_(std::move(clients)) {}
+
+PassthroughDevice::~PassthroughDevice() {
+  if (folder_ >= 0) close(folder_);
+}
 
 std::shared_ptr<PassthroughDevice::File> PassthroughDevice::FileOf(std::uint64_t connection) const {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -51,10 +69,18 @@ Result PassthroughDevice::Tell(RawOperation* raw, Result result) {
   return result;
 }
 
+int PassthroughDevice::OpenFile(int flags, unsigned mode) const {
+  const int folder = OpenFolder(path_);
+  const bool sameTree = folder < 0 || SameFile(folder, folder_);
+  if (folder >= 0) close(folder);
+  if (sameTree) return open(path_.c_str(), flags, mode);
+  return openat(folder_, std::filesystem::path(path_).filename().c_str(), flags, mode);
+}
+
 Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
   RawOperation raw = OpenCall(flags, mode);
   // The program gets a descriptor of its own; this one is not for its children.
-  const int opened = open(path_.c_str(), flags | O_CLOEXEC, mode);
+  const int opened = OpenFile(flags | O_CLOEXEC, mode);
   if (opened < 0) return Tell(&raw, Answer(-1));
   {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -22,6 +22,13 @@ serve() {  # OPTIONS...: serves the device, and returns when it does
   complain "serve --cuse never served"
 }
 
+suite() {  # NAME ARGUMENTS of zulisim...
+  name=$1
+  shift
+  "$zulisim" "$@" -q --device fuse -- /bin/sh /suite/exchange_suite.sh "$program" "$kaloctl" \
+    >/tmp/out.$name 2>/tmp/err || { cat /tmp/err; complain "the suite, $name: exit status $?"; }
+}
+
 say "$(uname -sr)"
 insmod /suite/fuse.ko && insmod /suite/cuse.ko || complain "a module cannot be loaded"
 
@@ -34,14 +41,17 @@ sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.cuse 2>&1
 kill -INT $engine
 wait $engine || complain "serve --cuse: exit status $? after SIGINT"
 [ -e /dev/zuli ] && complain "the node is left"
-"$zulisim" run -q --device fuse --connection-numbers --transcript /tmp/transcript.fuse $options \
-  -- /bin/sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.fuse 2>&1
+suite fuse run --connection-numbers --transcript /tmp/transcript.fuse $options
+# Recorded from the true device, by a program with a "/dev/zuli" of its own, and played back.
+serve -q $options
+suite recorded record -o /tmp/recording
+kill -INT $engine
+wait $engine
+suite replayed replay /tmp/recording
 # The preload library serves no static shell: it has run outside.
 cp /suite/transcript.preload /suite/out.preload /tmp
-for device in preload fuse; do
-  same /tmp/transcript.$device /tmp/transcript.cuse
-  same /tmp/out.$device /tmp/out.cuse
-done
+for device in preload fuse recorded replayed; do same /tmp/out.$device /tmp/out.cuse; done
+for device in preload fuse; do same /tmp/transcript.$device /tmp/transcript.cuse; done
 operations=$(wc -l </tmp/transcript.cuse)
 [ "$operations" -gt 80 ] || complain "the suite made $operations operations only"
 [ "$failures" -eq 0 ] &&
