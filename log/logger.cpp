@@ -1,6 +1,8 @@
 #include "log/logger.h"
 
 #include <inttypes.h>
+#include <pthread.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -38,6 +40,15 @@ void Deliver(const std::string& line) {
   }
 }
 
+// False when the section is not free within a second. Whoever holds it may be a sink that ends the
+// process, one that never comes back, or a thread that a fork has left behind.
+bool EnteredInTime(CRITICAL_SECTION* section) {
+  timespec end{};
+  clock_gettime(CLOCK_REALTIME, &end);
+  ++end.tv_sec;
+  return pthread_mutex_timedlock(section, &end) == 0;
+}
+
 }  // namespace
 
 Logger::LogBase::LogBase() : level(0), plainOutput(true) {
@@ -51,10 +62,10 @@ Logger::LogBase::LogBase() : level(0), plainOutput(true) {
 Logger::LogBase::~LogBase() {
   // A message that comes after unload has begun must find no sink.
   std::vector<LogSink*> owned;
-  {
-    const oscl::CriticalSectionGuard guard(lock);
-    owned.swap(sinks);
-  }
+  const bool entered = EnteredInTime(&lock);
+  owned.swap(sinks);
+  if (!entered) return;
+  LeaveCriticalSection(&lock);
   for (LogSink* sink : owned) delete sink;
 }
 

@@ -10,15 +10,15 @@
 
 // One log message: text is inserted into it, and its destructor hands the text to every registered
 // sink as one line, exactly as inserted. Any thread may make one; each owns its stream. Emitting
-// never throws and never changes errno. Its locale must stay as it is: the locales of a program with
-// a C++ runtime of its own are not the library's.
+// never throws and never changes errno. Its locale must stay as it is: the locales of a program
+// with a C++ runtime of its own are not the library's.
 class Logger : public std::basic_stringstream<char> {
  public:
   // What all messages share. There is one, logBase, from library load to unload.
   class LogBase {
    public:
     LogBase();
-    // Deletes the sinks.
+    // Deletes the sinks, unless one is still at work after a second.
     ~LogBase();
     LogBase(const LogBase&) = delete;
     LogBase& operator=(const LogBase&) = delete;

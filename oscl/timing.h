@@ -14,8 +14,8 @@ BOOL OSCL_QueryPerformanceFrequency(LARGE_INTEGER* out);
 BOOL OSCL_QueryPerformanceCounter(LARGE_INTEGER* out);
 
 /* Pauses the calling thread for `duration` MICROseconds, despite the names: callers are built
- * against that unit. A signal handler may end the pause early; gLastError then stays as it was, else
- * it becomes 0. Any thread. */
+ * against that unit. A signal handler may end the pause early; gLastError then stays as it was,
+ * else it becomes 0. Any thread. */
 void Sleep(uint32_t duration);
 void OSCL_SleepMs(uint32_t duration);
 

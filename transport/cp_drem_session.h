@@ -34,8 +34,8 @@ class CpDremSession {
 
   // Transfer one whole message: one read or write of `length` bytes, which may be short. A lost
   // device (ENODEV) is reconnected, five times at most, and the transfer repeated after all but the
-  // fifth reconnect, which is the last act. Return the byte count, or -1 with errno as the last call left it.
-  // Throw what Reconnect throws. `buffer` holds `length` bytes.
+  // fifth reconnect, which is the last act. Return the byte count, or -1 with errno as the last
+  // call left it. Throw what Reconnect throws. `buffer` holds `length` bytes.
   int ReadFromZuli(unsigned char* buffer, unsigned int length);
   int WriteToZuli(unsigned char* buffer, unsigned int length);
 
@@ -49,8 +49,8 @@ class CpDremSession {
                  unsigned int* privateDataLength);
 
   // Issues `request` on the descriptor, with the recovery of a transfer; what the driver wrote
-  // through `argp` is the result. Throws "Error sending IOCTL to ZULI.", also after five recoveries,
-  // and what Reconnect throws.
+  // through `argp` is the result. Throws "Error sending IOCTL to ZULI.", also after five
+  // recoveries, and what Reconnect throws.
   void SendIoctlToZuli(int request, void* argp);
 
   // Do nothing, whatever the arguments.

@@ -105,6 +105,11 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
   EXPECT_EQ(TakeRaw().size(), 6u) << "both sinks have every line";
 }
 
+TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
+  sink->onLine = [] { exit(3); };
+  EXPECT_EXIT(Say("text"), testing::ExitedWithCode(3), "");
+}
+
 TEST_F(Messages, begin_with_the_standard_formats_whatever_earlier_ones_did) {
   for (int round = 0; round < 2; ++round) {
     Logger logger;
