@@ -26,7 +26,7 @@ TEST_F(RegistryTest, what_neither_file_nor_caller_holds_is_refused) {
   EXPECT_EQ(RegCloseKey_Linux(1) + GetLastError(), 0u);
   chmod(path_.c_str(), 0444);
   const bool root = geteuid() == 0;
-  ASSERT_TRUE(!root || seteuid(65534) == 0);
+  if (root && seteuid(65534) != 0) GTEST_SKIP() << "no other user is to be had here";
   EXPECT_EQ(RegSetValueEx(1, "v", 0, 1, "x", 2), OSCL_ERROR_REG_FILE_UNWRITABLE);
   ASSERT_TRUE(!root || seteuid(0) == 0);
   EXPECT_EQ(Stored(), "[KEY]\n1\nName\n");

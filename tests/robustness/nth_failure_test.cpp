@@ -59,9 +59,10 @@ class NthFailure : public ModelTest {
       if (struck && memory) {
         // What comes of it depends on where; it is the call that fails, or nothing is told of it.
         const char* texts[] = {"", state.apiErrorText, state.kaloErrorText, state.fenuErrorText};
-        if (difference.rfind("status", 0) != 0) break;
-        EXPECT_EQ(status_, 1u);
-        EXPECT_STREQ(texts[state.lastErrorSource], "std::bad_alloc");
+        if (difference.rfind("status", 0) == 0) {
+          EXPECT_EQ(status_, 1u);
+          EXPECT_STREQ(texts[state.lastErrorSource], "std::bad_alloc");
+        }
       } else {
         EXPECT_EQ(difference, "");
       }
