@@ -4,8 +4,8 @@
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
 #
-# KALODLL_FUZZ_SEED=N makes every run try the same inputs in the same order; without it each run
-# draws anew.
+# KALODLL_FUZZ_SEED=N makes a run begin with the seeds alone and draw the same random numbers each
+# time; without it each run draws anew and goes on from what the last one found.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -43,6 +43,10 @@ printf '%-10s %12s %9s %7s %8s\n' target executions per-sec edges corpus
 for target in "${targets[@]}"; do
   work=build/fuzz/corpus/$target
   log=build/fuzz/$target.log
+  if [ "$seed" -ne 0 ]; then
+    work=build/fuzz/corpus-of-seed/$target
+    rm -rf "$work"
+  fi
   mkdir -p "$work" build/fuzz/findings
   options=(-max_total_time="$seconds" -max_len=2048 -timeout=10 -print_final_stats=1 -seed="$seed"
     -artifact_prefix="build/fuzz/findings/$target-")

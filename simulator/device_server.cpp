@@ -98,7 +98,7 @@ DeviceServer::~DeviceServer() {
     for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
     workers.swap(workers_);
   }
-  ReleaseAll();  // so that no worker waits for a reply any longer
+  ReleaseAll();  // so that no worker waits for a reply of the engine any longer
   for (std::thread& worker : workers) worker.join();
   ReleaseAll();  // of an open that was under way
   close(listener_);

@@ -35,12 +35,12 @@ int Main(int argc, char** argv) {
   std::reverse(arguments.begin(), arguments.end());  // as CLI11 wants them
   try {
     app.parse(arguments);
+    return invocation.run();
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
     std::cerr << command_line::ErrorText(app, error);
     return kOwnFailure;
   }
-  return invocation.run();
 }
 
 }  // namespace

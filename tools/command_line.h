@@ -48,7 +48,10 @@ inline std::string ErrorText(const CLI::App& app, const CLI::ParseError& error) 
   const std::vector<std::string> words = chosen.remaining();
   std::string text = error.what();
   if (!names.empty()) {
-    if (!words.empty()) text = "'" + words.front() + "' is no command";
+    if (!words.empty()) {
+      const bool isOption = words.front().rfind('-', 0) == 0;
+      text = "'" + words.front() + "' is no " + (isOption ? "option" : "command");
+    }
     text += ": one of " + names + " is expected";
   }
   return app.get_name() + ": " + text + "\nTry '" + FullName(chosen) + " --help'.\n";

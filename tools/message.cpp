@@ -36,7 +36,7 @@ void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message) {
 
 std::string ReplyText(const std::vector<uint8_t>& reply) {
   if (reply.empty()) return "untouched: nothing was received";
-  const std::string size = std::to_string(reply.size()) + " bytes, ";
+  const std::string size = std::to_string(reply.size()) + (reply.size() == 1 ? " byte, " : " bytes, ");
   if (reply.size() < kHeaderSize) return size + "less than a header";
   return size + "status " + std::to_string(transport::HeaderOf(reply.data()).status);
 }

@@ -28,7 +28,9 @@ namespace {
 }  // namespace
 
 std::string RegistryCommand(const std::string& command, const std::string& path) {
-  return "'kaloctl registry " + command + (path == kRegistryPath ? "" : " --file " + path) + "'";
+  const bool hasBlank = path.find(' ') != std::string::npos;
+  const std::string named = hasBlank ? "\"" + path + "\"" : path;
+  return "'kaloctl registry " + command + (path == kRegistryPath ? "" : " --file " + named) + "'";
 }
 
 std::string ReadRegistryFile(const std::string& path) {
