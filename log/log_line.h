@@ -23,7 +23,7 @@ constexpr int32_t kTraceLevel = 100;
 // message that is delivered.
 bool SinkRegistered();
 
-// Spares the next message that look.
+// Tells that a sink has been registered, so that no message has to look. Any thread.
 void NoteSink();
 
 inline bool Wanted(int32_t level) {

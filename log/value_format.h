@@ -10,6 +10,6 @@
 std::ostream& operator<<(std::ostream& stream, const _GUID& guid);
 
 // Prints the first length/4 bytes of `bytes`, each as seven '0' and the raw byte, eight to a line.
-// `bytes` holds at least length/4 bytes. Leaves the stream as the GUID printer does;
-// with a length below 4 the fill stays as it was.
+// `bytes` holds at least length/4 bytes. Leaves the stream as the GUID printer does; with
+// a length of 0 the fill stays as it was.
 void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned int length);

@@ -8,8 +8,8 @@
 OSCL_BEGIN_C
 
 /* Checked string and memory functions. They refuse rather than truncate: a refusal returns 1 and
- * leaves the destination as it was; success is 0. Sizes are in bytes. None of them
- * touches gLastError; all but localtime_s may be called from any thread on distinct buffers. */
+ * leaves the destination as it was; success is 0. Sizes are in bytes. None of them touches
+ * gLastError; all but localtime_s may be called from any thread on distinct buffers. */
 
 /* Copies the text `src` and its NUL. Refused: a null pointer, or dstSize <= strlen(src). */
 int32_t strcpy_s(char* dst, uint32_t dstSize, const char* src);

@@ -11,8 +11,8 @@ OSCL_BEGIN_C
 /* Returns the content of the file, `*size` bytes without a NUL, which the caller releases with
  * FreeMem. Returns null, with `*size` 0, when the file cannot be opened or read whole, when memory
  * is short (code 1), when `size` is null (code 2), and for an empty file or one that gave less than
- * its size in one call (code 0), as any of more than 2 GiB does. A file of 4 GiB
- * or more is taken for its size modulo 2^32. The second argument is not used. */
+ * its size in one call (code 0), as any of more than 2 GiB does. A file of 4 GiB or more is taken
+ * for its size modulo 2^32. The second argument is not used. */
 void* OSCL_ReadFile(const char* path, void* unused, uint32_t* size);
 
 /* Writes `length` bytes over the start of the file, created when missing: what a longer file holds

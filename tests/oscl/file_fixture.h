@@ -1,6 +1,5 @@
 #pragma once
 
-#include <dirent.h>
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -12,6 +11,7 @@
 
 #include "oscl/last_error.h"
 #include "oscl/memory.h"
+#include "tests/support/descriptors.h"
 
 // A file of the case's own, not yet there, in memory where there is a folder for that. No case may
 // leave a descriptor or a block of memory behind.
@@ -20,7 +20,7 @@ class FileFixture : public testing::Test {
   // A process of that number may have died before it could clear up.
   FileFixture() { std::remove(path_.c_str()); }
   ~FileFixture() override {
-    EXPECT_EQ(OpenDescriptors(), descriptors_);
+    EXPECT_EQ(test::OpenDescriptors(), descriptors_);
     EXPECT_EQ(gAllocationCount, blocks_);
     std::remove(path_.c_str());
   }
@@ -35,18 +35,10 @@ class FileFixture : public testing::Test {
     return text.str();
   }
 
-  static long OpenDescriptors() {
-    DIR* directory = opendir("/proc/self/fd");
-    long count = 0;
-    while (readdir(directory) != nullptr) ++count;
-    closedir(directory);
-    return count;
-  }
-
   const std::string path_ = (access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +
                             "kalodll_oscl." + std::to_string(getpid());
 
  private:
-  const long descriptors_ = OpenDescriptors();
+  const long descriptors_ = test::OpenDescriptors();
   const int32_t blocks_ = gAllocationCount;
 };

@@ -23,6 +23,7 @@
 #include "oscl/whole_file.h"
 #include "tests/robustness/driver.h"
 #include "tests/robustness/libc_faults.h"
+#include "tests/support/descriptors.h"
 
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
@@ -90,7 +91,7 @@ class CompatibilityFailure : public testing::Test {
       for (uint32_t number = 1; struck || number == 1; ++number) {
         Reset();
         const int32_t blocks = gAllocationCount;
-        const size_t descriptors = driver::OpenDescriptors();
+        const long descriptors = test::OpenDescriptors();
         prepare();
         faults::Arm(failing, number);
         const uint32_t result = call();
@@ -104,7 +105,7 @@ class CompatibilityFailure : public testing::Test {
         }
         Reset();
         EXPECT_EQ(gAllocationCount, blocks);
-        EXPECT_EQ(driver::OpenDescriptors(), descriptors);
+        EXPECT_EQ(test::OpenDescriptors(), descriptors);
         prepare();
         EXPECT_EQ(call(), 0u) << "the next call";
         if (struck) ++tally_[name][failing];

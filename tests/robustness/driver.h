@@ -1,14 +1,12 @@
 #pragma once
 
-#include <dirent.h>
-
 #include <vector>
 
 #include "api/kalo_dll.h"
 #include "log/logger.h"
 #include "simulator/attachment.h"
 
-// A driver whose messages carry a tag, and what it measures.
+// A driver whose messages carry a tag, and the sinks that it adds.
 namespace driver {
 
 using zulisim::Bytes;
@@ -53,14 +51,6 @@ inline void TrimSinks(size_t kept) {
   std::vector<LogSink*>& sinks = Logger::logBase.sinks;
   for (; sinks.size() > kept; sinks.pop_back()) delete sinks.back();
   LeaveCriticalSection(&Logger::logBase.lock);
-}
-
-inline size_t OpenDescriptors() {
-  DIR* directory = opendir("/proc/self/fd");
-  size_t count = 0;
-  while (readdir(directory) != nullptr) ++count;
-  closedir(directory);
-  return count;
 }
 
 }  // namespace driver

@@ -4,6 +4,7 @@
 #include "tests/api/model_fixture.h"
 #include "tests/robustness/driver.h"
 #include "tests/robustness/libc_faults.h"
+#include "tests/support/descriptors.h"
 
 extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
@@ -99,7 +100,7 @@ TEST_F(NthFailure, is_as_foretold_and_the_next_call_works) {
     traced = i % 2 == 1;
     for (size_t at = 0; at < sequence.size(); ++at) {
       for (const Injection& injection : kInjections) {
-        const size_t descriptors = driver::OpenDescriptors();
+        const long descriptors = test::OpenDescriptors();
         for (uint32_t number = 1; Fail(sequence, at, injection, number); ++number) {
           ++tally[kCalls[sequence[at].call].name][injection.name()];
           ++tally["all together"][injection.name()];
@@ -107,7 +108,7 @@ TEST_F(NthFailure, is_as_foretold_and_the_next_call_works) {
               << injection.name() << " no. " << number << " at step " << at + 1 << " of:\n"
               << Describe(sequence);
         }
-        EXPECT_EQ(driver::OpenDescriptors(), descriptors);
+        EXPECT_EQ(test::OpenDescriptors(), descriptors);
       }
     }
     if (__lsan_do_recoverable_leak_check != nullptr) {

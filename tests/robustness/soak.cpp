@@ -12,6 +12,7 @@
 #include <random>
 
 #include "tests/robustness/driver.h"
+#include "tests/support/descriptors.h"
 
 namespace {
 
@@ -94,7 +95,7 @@ int main(int argc, char** argv) {
     if (!soak.Run(number, plan)) ++wrong;
     // The first tenth fills what is kept for good, such as buffers and the heap's own books.
     if (number < exchanges / 10 || number % (exchanges / 100) != 0) continue;
-    const size_t now[2] = {driver::OpenDescriptors(), ResidentKilobytes()};
+    const size_t now[2] = {static_cast<size_t>(test::OpenDescriptors()), ResidentKilobytes()};
     for (int i = 0; i < 2; ++i) {
       if (settled[i] == 0) settled[i] = now[i];
       most[i] = std::max(most[i], now[i]);
