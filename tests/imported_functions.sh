@@ -19,7 +19,7 @@ reject() { # reject WHAT ALLOWED: every line of standard input that ALLOWED lack
 
 mapfile -t files < <(find "$objects" -name '*.o')
 [ "${#files[@]}" -gt 20 ] || { echo "only ${#files[@]} objects under $objects"; exit 1; }
-own=$(section "own code"; section "host names")
+own=$(section "own code"; section "host names"; section "Android names")
 defined=$(nm --defined-only -f posix "${files[@]}" 2>/dev/null | awk 'NF >= 2 {print $1}' | plain)
 
 # C++ names, and what the compiler itself calls for, are the runtime's.

@@ -15,6 +15,22 @@ using logging::kTraceLevel;
 using transport::DeviceCall;
 using transport::PolicyFor;
 
+namespace {
+
+// The mode is meant, although nothing is created, to which Android's libc objects.
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wuser-defined-warnings"
+#endif
+int OpenDevice() {
+  return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
+}
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
+
+}  // namespace
+
 CpDremSession::CpDremSession(const _GUID* guid, CpDremSession*)
     : clientGuid(guid), deviceFd(-1), connectRecord(new ZuliConnectRecord()) {
   // A plain pointer, not an owner: what a failed connection leaves behind is not given back.
@@ -30,7 +46,7 @@ CpDremSession::~CpDremSession() {
 }
 
 void CpDremSession::Connect() {
-  deviceFd = open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
+  deviceFd = OpenDevice();
   if (deviceFd == -1) {
     const int error = errno;
     KALO_LOG(kTraceLevel) << "open() for ZUL device " << transport::kZuliDevicePath
