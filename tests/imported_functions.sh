@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Holds what a built library takes from outside against the committed list: the calls of its own code
-# apart from those of the carried C++ runtime.
+# Holds what a built library takes from outside against the committed list: the headers and calls of
+# its own code apart from the calls of the carried C++ runtime.
 #   imported_functions.sh LIBRARY OBJECT_FOLDER LIST libstdc++|libc++
 set -euo pipefail
 library=$1 objects=$2 list=$3 runtime=$4
@@ -16,6 +16,12 @@ reject() { # reject WHAT ALLOWED: every line of standard input that ALLOWED lack
   echo "$1, not listed in $list:" $unknown
   status=1
 }
+
+root=$(dirname "$list")/..
+included=$(grep -rhoE '^ *# *include *<[^>]*\.h>' "$root"/{api,transport,log,oscl} |
+  sed -E 's/.*<(.*)>/\1/' | LC_ALL=C sort -u)
+[ -n "$included" ] || { echo "the sources under $root include nothing"; exit 1; }
+reject "included by the library" "$(section headers)" <<<"$included"
 
 mapfile -t files < <(find "$objects" -name '*.o')
 [ "${#files[@]}" -gt 20 ] || { echo "only ${#files[@]} objects under $objects"; exit 1; }
