@@ -6,6 +6,7 @@
 
 #include "simulator/cli/commands.h"
 #include "simulator/cli/program_choice.h"
+#include "simulator/kernel/kernel_server.h"
 #include "simulator/scenario/scenario_file.h"
 #include "simulator/scenario/scenario_options.h"
 #include "common/command_line.h"
@@ -129,7 +130,10 @@ bool HasInstructions(const CLI::App& command) {
 
 void AddDeviceOption(CLI::App* command, std::string* attachment) {
   command
-      ->add_option("--device", *attachment, "How the program reaches the device (default: preload)")
+      ->add_option("--device", *attachment,
+                   KernelServer::Built() ? "How the program reaches the device (default: preload)"
+                                         : "How the program reaches the device: by preload alone, "
+                                           "for this zulisim was built without libfuse3")
       ->type_name("preload|fuse")
       ->check(CLI::IsMember({kPreloadAttachment, kFuseAttachment}).description(""));
 }

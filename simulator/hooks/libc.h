@@ -52,10 +52,10 @@
   X(__read_chk, ssize_t, (int, void*, size_t, size_t))    \
   X(readv, ssize_t, (int, const struct iovec*, int))      \
   X(write, ssize_t, (int, const void*, size_t))           \
+  X(__write_chk, ssize_t, (int, const void*, size_t, size_t)) \
   X(writev, ssize_t, (int, const struct iovec*, int))     \
   X(ioctl, int, (int, unsigned long, void*))              \
   X(close, int, (int))                                    \
-  X(close_range, int, (unsigned, unsigned, int))          \
   X(closefrom, void, (int))                               \
   X(dup, int, (int))                                      \
   X(dup2, int, (int, int))                                \
