@@ -22,9 +22,7 @@ namespace {
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wuser-defined-warnings"
 #endif
-int OpenDevice() {
-  return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
-}
+int OpenDevice() { return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode); }
 #ifdef __clang__
 #pragma clang diagnostic pop
 #endif

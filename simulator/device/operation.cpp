@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <iterator>
+#include <sstream>
+#include <vector>
 
 namespace zulisim {
 namespace {
@@ -13,35 +15,33 @@ namespace {
 constexpr std::array<const char*, kOperationCount> kNames = {"open", "ioctl", "read", "write",
                                                              "close"};
 
-struct NamedErrno {
-  int error;
-  const char* name;
-};
+// From 1 on, as Linux numbers them here; "-" is none. Not every libc has the names.
+constexpr char kErrnos[] =
+    "EPERM ENOENT ESRCH EINTR EIO ENXIO E2BIG ENOEXEC EBADF ECHILD EAGAIN ENOMEM EACCES EFAULT "
+    "ENOTBLK EBUSY EEXIST EXDEV ENODEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ENOTTY ETXTBSY EFBIG "
+    "ENOSPC ESPIPE EROFS EMLINK EPIPE EDOM ERANGE EDEADLK ENAMETOOLONG ENOLCK ENOSYS ENOTEMPTY "
+    "ELOOP - ENOMSG EIDRM ECHRNG EL2NSYNC EL3HLT EL3RST ELNRNG EUNATCH ENOCSI EL2HLT EBADE EBADR "
+    "EXFULL ENOANO EBADRQC EBADSLT - EBFONT ENOSTR ENODATA ETIME ENOSR ENONET ENOPKG EREMOTE "
+    "ENOLINK EADV ESRMNT ECOMM EPROTO EMULTIHOP EDOTDOT EBADMSG EOVERFLOW ENOTUNIQ EBADFD EREMCHG "
+    "ELIBACC ELIBBAD ELIBSCN ELIBMAX ELIBEXEC EILSEQ ERESTART ESTRPIPE EUSERS ENOTSOCK "
+    "EDESTADDRREQ EMSGSIZE EPROTOTYPE ENOPROTOOPT EPROTONOSUPPORT ESOCKTNOSUPPORT EOPNOTSUPP "
+    "EPFNOSUPPORT EAFNOSUPPORT EADDRINUSE EADDRNOTAVAIL ENETDOWN ENETUNREACH ENETRESET "
+    "ECONNABORTED ECONNRESET ENOBUFS EISCONN ENOTCONN ESHUTDOWN ETOOMANYREFS ETIMEDOUT "
+    "ECONNREFUSED EHOSTDOWN EHOSTUNREACH EALREADY EINPROGRESS ESTALE EUCLEAN ENOTNAM ENAVAIL "
+    "EISNAM EREMOTEIO EDQUOT ENOMEDIUM EMEDIUMTYPE ECANCELED ENOKEY EKEYEXPIRED EKEYREVOKED "
+    "EKEYREJECTED EOWNERDEAD ENOTRECOVERABLE ERFKILL EHWPOISON";
+static_assert(EDEADLK == 35 && ENOTSOCK == 88 && EHWPOISON == 133);
 
-// Not every libc that this is built for has the names.
-#define ZULISIM_ERRNOS(X)                                                                         \
-    X(EPERM) X(ENOENT) X(ESRCH) X(EINTR) X(EIO) X(ENXIO) X(E2BIG) X(ENOEXEC) X(EBADF) X(ECHILD)   \
-    X(EAGAIN) X(ENOMEM) X(EACCES) X(EFAULT) X(ENOTBLK) X(EBUSY) X(EEXIST) X(EXDEV) X(ENODEV)      \
-    X(ENOTDIR) X(EISDIR) X(EINVAL) X(ENFILE) X(EMFILE) X(ENOTTY) X(ETXTBSY) X(EFBIG) X(ENOSPC)    \
-    X(ESPIPE) X(EROFS) X(EMLINK) X(EPIPE) X(EDOM) X(ERANGE) X(EDEADLK) X(ENAMETOOLONG) X(ENOLCK)  \
-    X(ENOSYS) X(ENOTEMPTY) X(ELOOP) X(ENOMSG) X(EIDRM) X(ECHRNG) X(EL2NSYNC) X(EL3HLT) X(EL3RST)  \
-    X(ELNRNG) X(EUNATCH) X(ENOCSI) X(EL2HLT) X(EBADE) X(EBADR) X(EXFULL) X(ENOANO) X(EBADRQC)     \
-    X(EBADSLT) X(EBFONT) X(ENOSTR) X(ENODATA) X(ETIME) X(ENOSR) X(ENONET) X(ENOPKG) X(EREMOTE)    \
-    X(ENOLINK) X(EADV) X(ESRMNT) X(ECOMM) X(EPROTO) X(EMULTIHOP) X(EDOTDOT) X(EBADMSG)            \
-    X(EOVERFLOW) X(ENOTUNIQ) X(EBADFD) X(EREMCHG) X(ELIBACC) X(ELIBBAD) X(ELIBSCN) X(ELIBMAX)     \
-    X(ELIBEXEC) X(EILSEQ) X(ERESTART) X(ESTRPIPE) X(EUSERS) X(ENOTSOCK) X(EDESTADDRREQ)           \
-    X(EMSGSIZE) X(EPROTOTYPE) X(ENOPROTOOPT) X(EPROTONOSUPPORT) X(ESOCKTNOSUPPORT) X(EOPNOTSUPP)  \
-    X(EPFNOSUPPORT) X(EAFNOSUPPORT) X(EADDRINUSE) X(EADDRNOTAVAIL) X(ENETDOWN) X(ENETUNREACH)     \
-    X(ENETRESET) X(ECONNABORTED) X(ECONNRESET) X(ENOBUFS) X(EISCONN) X(ENOTCONN) X(ESHUTDOWN)     \
-    X(ETOOMANYREFS) X(ETIMEDOUT) X(ECONNREFUSED) X(EHOSTDOWN) X(EHOSTUNREACH) X(EALREADY)         \
-    X(EINPROGRESS) X(ESTALE) X(EUCLEAN) X(ENOTNAM) X(ENAVAIL) X(EISNAM) X(EREMOTEIO) X(EDQUOT)    \
-    X(ENOMEDIUM) X(EMEDIUMTYPE) X(ECANCELED) X(ENOKEY) X(EKEYEXPIRED) X(EKEYREVOKED)              \
-    X(EKEYREJECTED) X(EOWNERDEAD) X(ENOTRECOVERABLE) X(ERFKILL) X(EHWPOISON)
-constexpr NamedErrno kErrnos[] = {
-#define ZULISIM_NAMED_ERRNO(name) {name, #name},
-    ZULISIM_ERRNOS(ZULISIM_NAMED_ERRNO)
-#undef ZULISIM_NAMED_ERRNO
-};
+// By number.
+const std::vector<std::string>& ErrnoNames() {
+  static const std::vector<std::string> names = [] {
+    std::istringstream words(kErrnos);
+    std::vector<std::string> all = {"-"};
+    all.insert(all.end(), std::istream_iterator<std::string>(words), {});
+    return all;
+  }();
+  return names;
+}
 
 }  // namespace
 
@@ -57,16 +57,18 @@ std::optional<Operation> OperationFromName(const std::string& name) {
 }
 
 std::string ErrnoName(int error) {
-  const auto* entry = std::find_if(std::begin(kErrnos), std::end(kErrnos),
-                                   [&](const NamedErrno& other) { return other.error == error; });
-  return entry != std::end(kErrnos) ? entry->name : std::to_string(error);
+  const std::vector<std::string>& names = ErrnoNames();
+  const bool named = error > 0 && static_cast<std::size_t>(error) < names.size();
+  return named && names[error] != "-" ? names[error] : std::to_string(error);
 }
 
 std::optional<int> ErrnoFromName(const std::string& name) {
-  for (const NamedErrno& entry : kErrnos) {
-    if (strcasecmp(entry.name, name.c_str()) == 0) return entry.error;
-  }
-  return std::nullopt;
+  const std::vector<std::string>& names = ErrnoNames();
+  const auto found = std::find_if(names.begin(), names.end(), [&name](const auto& candidate) {
+    return candidate != "-" && strcasecmp(candidate.c_str(), name.c_str()) == 0;
+  });
+  if (found == names.end()) return std::nullopt;
+  return static_cast<int>(found - names.begin());
 }
 
 }  // namespace zulisim

@@ -131,9 +131,9 @@ class CompatibilityFailure : public testing::Test {
   }
 
   static uint32_t UseModule() {
-    HANDLE module = LoadLibrary("libdl.so.2");
+    HANDLE module = LoadLibrary("libkalodll.so");
     if (module == nullptr) return 1;
-    const bool found = GetProcAddress(module, "dlopen") != nullptr;
+    const bool found = GetProcAddress(module, "KaloInit3") != nullptr;
     return Failed(FreeLibrary(module) == 1 && found);
   }
 
