@@ -5,7 +5,6 @@
 
 #include "api/kalo_dll.h"
 #include "bench/free_device.h"
-#include "log/address.h"
 #include "log/log_line.h"
 #include "transport/client_session.h"
 
@@ -28,7 +27,7 @@ void RemoveSinks() {
 }
 
 void WriteCount(const char* function, const char* text) {
-  KALO_LOG_AS(logging::kOrdinaryLevel, function) << text << std::hex << 2;
+  KALO_LOG_AS(logging::kOrdinaryLevel, function) << text << logging::Hex(2);
 }
 
 }  // namespace

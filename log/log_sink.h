@@ -1,5 +1,10 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error "log/log_sink.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <ostream>
 
 // Receives finished log lines. Once appended to Logger::logBase.sinks a sink belongs to the log,

@@ -4,24 +4,19 @@
 
 namespace oscl {
 
-// EnterCriticalSection, and whether the section was entered.
-bool EnteredCriticalSection(CRITICAL_SECTION* section);
-
-// Holds a critical section for a scope. One that could not be entered is not left either: it may be
-// another thread's.
+// Holds a critical section for a scope.
 class CriticalSectionGuard {
  public:
-  explicit CriticalSectionGuard(CRITICAL_SECTION& section)
-      : section_(section), entered_(EnteredCriticalSection(&section)) {}
-  ~CriticalSectionGuard() {
-    if (entered_) LeaveCriticalSection(&section_);
+  explicit CriticalSectionGuard(CRITICAL_SECTION& section) : section_(section) {
+    EnterCriticalSection(&section_);
   }
+  // Contract: leaves the section whatever became of entering it; each failure prints its line.
+  ~CriticalSectionGuard() { LeaveCriticalSection(&section_); }
   CriticalSectionGuard(const CriticalSectionGuard&) = delete;
   CriticalSectionGuard& operator=(const CriticalSectionGuard&) = delete;
 
  private:
   CRITICAL_SECTION& section_;
-  const bool entered_;
 };
 
 }  // namespace oscl

@@ -1,5 +1,11 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error \
+    "transport/kalo_exception.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <stdexcept>
 #include <string>
 
@@ -14,8 +20,8 @@ class KaloException : public std::runtime_error {
   ~KaloException() override;
 
   // "KALO Exception 0x<status in hexadecimal> <detail>", built at the first call and kept; the
-  // text lives as long as this object. Out of memory leaves the first two words. Not for two threads
-  // at once.
+  // text lives as long as this object. Out of memory leaves the first two words. Not for two
+  // threads at once.
   const char* what() const noexcept override;
 
   KALO_DLL_STATUS errorStatus;

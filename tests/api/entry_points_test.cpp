@@ -7,6 +7,9 @@
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 
+// As a driver declares it that loads the library itself.
+int32_t DllMain(void* module, unsigned int reason, void* reserved);
+
 namespace test {
 namespace {
 

@@ -29,7 +29,7 @@ bool struck = false;
 std::string armedCall;
 uint32_t callsLeft = 0;
 pthread_mutex_t* refused = nullptr;
-int wrongUnlocks = 0;
+int unlocksAfterRefusal = 0;
 
 // Whatever runs behind a call of the library belongs to the simulator or to the test.
 class Outside {
@@ -140,7 +140,7 @@ int Lock(pthread_mutex_t* mutex) {
   return fails ? EINVAL : pthread_mutex_lock(mutex);
 }
 int Unlock(pthread_mutex_t* mutex) {
-  if (refused == mutex) return ++wrongUnlocks, EPERM;
+  if (refused == mutex) return ++unlocksAfterRefusal, EPERM;
   pthread_mutex_unlock(mutex);
   return Fails("unlock") ? EPERM : 0;
 }
@@ -212,6 +212,7 @@ void Arm(const std::string& call, uint32_t number) {
   armedCall = call;
   callsLeft = number;
   struck = false;
+  unlocksAfterRefusal = 0;
   counting = true;
 }
 
@@ -220,7 +221,7 @@ bool Disarm() {
   return struck;
 }
 
-int WrongUnlocks() { return wrongUnlocks; }
+int UnlocksAfterRefusal() { return unlocksAfterRefusal; }
 
 void Print(const Tally& tally) {
   for (const auto& [name, calls] : tally) {
