@@ -146,6 +146,8 @@ struct Buffers {
 };
 
 void LogEntry(const void* session, const Buffers& buffers) {
+  // One look for a sink serves the four lines.
+  if (!logging::Wanted(kOrdinaryLevel)) return;
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "Executing call to StartIoEx3() API...";
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "CpSession: " << Address{session} << '\n';
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "InputBufferLength: " << buffers.inputLength << '\n';

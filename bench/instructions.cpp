@@ -1,6 +1,7 @@
 // The operations of bench/instructions.txt, for scripts/instructions.sh to count.
 
 #include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
 #include "bench/counted.h"
 #include "bench/free_device.h"
 #include "bench/library_driver.h"
@@ -16,6 +17,9 @@ void CountWithoutSink() {
   bench::OwnSession session;
   Count("trace_statement", [] { bench::TraceLine(bench::kMessageLength); });
   Count("command_no_sink", [&] { bench::Command(session.handle()); });
+  gKaloDllState.kaloSessionA = session.handle();
+  Count("earlier_command_no_sink", [] { bench::EarlierCommand(); });
+  gKaloDllState.kaloSessionA = nullptr;
 }
 
 void CountWithOneSink() {

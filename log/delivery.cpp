@@ -3,7 +3,6 @@
 #include <inttypes.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cstdio>
 #include <memory>
 #include <sstream>
@@ -16,10 +15,6 @@
 namespace logging {
 
 namespace {
-
-// Sinks are never taken away while the library is loaded, so that once one has been seen nobody
-// needs to look again.
-std::atomic<bool> sinkSeen{false};
 
 // Written under the log's lock only. A child of a fork finds it set when a delivery was cut short
 // there, and that sink must not be deleted either.
@@ -50,8 +45,9 @@ void Deliver(const char* line) {
 
 }  // namespace
 
-bool SinkRegistered() {
-  if (sinkSeen.load(std::memory_order_relaxed)) return true;
+std::atomic<bool> sinkSeen{false};
+
+bool LookForSink() {
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
   if (Logger::logBase.sinks.empty()) return false;
   sinkSeen.store(true, std::memory_order_relaxed);

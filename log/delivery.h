@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 
 #include "log/logger.h"
@@ -11,9 +12,16 @@ namespace logging {
 // Messages of a greater level are dropped.
 inline int32_t Threshold() { return __atomic_load_n(&Logger::logBase.level, __ATOMIC_RELAXED); }
 
-// False when no sink is registered; the log's lock is then taken and released once, as it is for a
-// message that is delivered. Any thread.
-bool SinkRegistered();
+// Sinks are never taken away while the library is loaded, so that once one has been seen nobody
+// needs to look again.
+extern std::atomic<bool> sinkSeen;
+
+// Takes the log's lock, and tells whether there is a sink. Any thread.
+bool LookForSink();
+
+// False when no sink is registered; the log's lock has then been taken and released once, as it is
+// for a message that is delivered. Any thread.
+inline bool SinkRegistered() { return sinkSeen.load(std::memory_order_relaxed) || LookForSink(); }
 
 // Hands the message to every sink in order, under the log's lock, unless its level is above the
 // threshold. Throws nothing and may change errno. Any thread.

@@ -42,32 +42,33 @@ struct Address {
 // is needed for it, unless it is longer than any text of the library's own.
 class LogLine {
  public:
-  LogLine(int32_t level, const char* function, int tag);
+  // `tag` is the lead-in's rest, ":<number>: ".
+  LogLine(int32_t level, std::string_view function, std::string_view tag);
   ~LogLine();
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
 
-  LogLine& operator<<(const char* text) { return Append(text); }
-  LogLine& operator<<(char character) { return Append({&character, 1}); }
+  LogLine& operator<<(std::string_view text);
+  LogLine& operator<<(char character) { return *this << std::string_view(&character, 1); }
   LogLine& operator<<(int32_t number) { return AppendNumber(number, 10); }
   LogLine& operator<<(uint32_t number) { return AppendNumber(number, 10); }
   LogLine& operator<<(Hex number) { return AppendNumber(number.value, 16); }
   LogLine& operator<<(Address address);
 
  private:
-  LogLine& Append(std::string_view piece);
-
   template <typename Number>
   LogLine& AppendNumber(Number number, int base) {
     char digits[24];
     char* const end = std::to_chars(digits, std::end(digits), number, base).ptr;
-    return Append({digits, static_cast<size_t>(end - digits)});
+    return *this << std::string_view(digits, static_cast<size_t>(end - digits));
   }
 
   // First, so that errno is put back after the message has been emitted.
   const oscl::ErrnoKeeper keeper_;
   const int32_t level_;
-  size_t length_ = 0;
+  char* end_ = text_;
+  // Leaves room for the NUL. Equal to end_ once the text has outgrown text_.
+  char* limit_ = text_ + sizeof text_ - 1;
   char text_[256];
   // The whole text, once it has outgrown text_.
   std::string longText_;
@@ -80,9 +81,11 @@ struct Discard {
 
 }  // namespace logging
 
-#define KALO_LOG_FULL(level, function, tag)        \
-  !::logging::Wanted(level) ? static_cast<void>(0) \
-                            : ::logging::Discard() & ::logging::LogLine(level, function, tag)
+#define KALO_LOG_TEXT_OF(number) #number
+#define KALO_LOG_FULL(level, function, tag) \
+  !::logging::Wanted(level)                 \
+      ? static_cast<void>(0)                \
+      : ::logging::Discard() & ::logging::LogLine(level, function, ":" KALO_LOG_TEXT_OF(tag) ": ")
 
 // Tagged with the line of the statement.
 #define KALO_LOG(level) KALO_LOG_FULL(level, __func__, __LINE__)

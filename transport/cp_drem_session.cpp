@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <stdexcept>
+#include <string_view>
 
 #include "log/log_line.h"
 #include "transport/errno_policy.h"
@@ -24,13 +25,33 @@ constexpr unsigned int kPrivateDataLength = 16;
 // A call on the device, and how the log names it.
 struct RecoverableCall {
   DeviceCall call;
-  const char* function;
-  const char* word;
+  std::string_view function;
+  std::string_view word;
 };
+constexpr RecoverableCall kRead{DeviceCall::kRead, "ReadFromZuli", "READ"};
+constexpr RecoverableCall kWrite{DeviceCall::kWrite, "WriteToZuli", "WRITE"};
+constexpr RecoverableCall kIoctl{DeviceCall::kIoctl, "SendIoctlToZuli", "IOCTL"};
 
-// Runs systemCall(descriptor) and, each time the device is lost, reconnects the session and runs it
-// again without delay. Returns the call's result, or -1 with errno as the failing call or
-// the last reconnect left it. Throws what Reconnect throws.
+// After a failure: reconnects where the device was lost. True when the call is to be made again.
+bool Recover(CpDremSession& session, const RecoverableCall& name, int attempt) {
+  const int error = errno;
+  if (PolicyFor(name.call, error).remedy != transport::Remedy::kReconnect) {
+    KALO_LOG_AS(kTraceLevel, name.function)
+        << "ZULI device is lost in " << name.word
+        << " call and recovering failed with errorno = " << error;
+    return false;
+  }
+  KALO_LOG_AS(kTraceLevel, name.function)
+      << "ZULI device is lost in " << name.word << " call with errorno = " << error
+      << ". Trying to reconnect (attempt #" << attempt << ").";
+  session.Reconnect();
+  // Contract: the last reconnect is made although no call follows it.
+  return attempt != transport::kMaxRecoveries;
+}
+
+// Runs systemCall(descriptor), and again without delay each time the device was lost and is back.
+// Returns the call's result, or -1 with errno as the failing call or the last reconnect left it.
+// Throws what Reconnect throws.
 template <typename SystemCall>
 ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
                          SystemCall systemCall) {
@@ -40,24 +61,11 @@ ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
       KALO_LOG_AS(kTraceLevel, name.function) << name.word << " call is successful.";
       return result;
     }
-    const int error = errno;
-    if (PolicyFor(name.call, error).remedy != transport::Remedy::kReconnect) {
-      KALO_LOG_AS(kTraceLevel, name.function)
-          << "ZULI device is lost in " << name.word
-          << " call and recovering failed with errorno = " << error;
-      return -1;
-    }
-    KALO_LOG_AS(kTraceLevel, name.function)
-        << "ZULI device is lost in " << name.word << " call with errorno = " << error
-        << ". Trying to reconnect (attempt #" << attempt << ").";
-    session.Reconnect();
-    // Contract: the last reconnect is made although no call follows it.
-    if (attempt == transport::kMaxRecoveries) return -1;
+    if (!Recover(session, name, attempt)) return -1;
   }
 }
 
 constexpr char kIoMessage[] = "IoMessage";
-constexpr char kSendIoctl[] = "SendIoctlToZuli";
 
 // Four messages, each with its own lead-in; only the last ends its line.
 void LogHeader(const char* title, const unsigned char* message) {
@@ -126,10 +134,11 @@ void ReceivePrivateData(CpDremSession& session, const unsigned char* output,
 void ExplainFailure(int error) {
   const auto& explanation = PolicyFor(DeviceCall::kIoctl, error).explanation;
   if (explanation[0] == nullptr) {
-    KALO_LOG_AS(kTraceLevel, kSendIoctl) << "Error sending IOCTL to ZULI. errno = " << error << '.';
+    KALO_LOG_AS(kTraceLevel, kIoctl.function)
+        << "Error sending IOCTL to ZULI. errno = " << error << '.';
   }
   for (const char* line : explanation) {
-    if (line != nullptr) KALO_LOG_AS(kTraceLevel, kSendIoctl) << line;
+    if (line != nullptr) KALO_LOG_AS(kTraceLevel, kIoctl.function) << line;
   }
 }
 
@@ -183,15 +192,13 @@ void CpDremSession::Reconnect() {
 }
 
 int CpDremSession::ReadFromZuli(unsigned char* buffer, unsigned int length) {
-  return static_cast<int>(
-      CallWithRecovery(*this, {DeviceCall::kRead, __func__, "READ"},
-                       [=](int descriptor) { return read(descriptor, buffer, length); }));
+  return static_cast<int>(CallWithRecovery(
+      *this, kRead, [=](int descriptor) { return read(descriptor, buffer, length); }));
 }
 
 int CpDremSession::WriteToZuli(unsigned char* buffer, unsigned int length) {
-  return static_cast<int>(
-      CallWithRecovery(*this, {DeviceCall::kWrite, __func__, "WRITE"},
-                       [=](int descriptor) { return write(descriptor, buffer, length); }));
+  return static_cast<int>(CallWithRecovery(
+      *this, kWrite, [=](int descriptor) { return write(descriptor, buffer, length); }));
 }
 
 void CpDremSession::IoMessage(unsigned char* input, unsigned int inputLength, unsigned char* output,
@@ -213,9 +220,8 @@ void CpDremSession::IoMessage(unsigned char* input, unsigned int inputLength, un
 void CpDremSession::SendIoctlToZuli(int request, void* argp) {
   // Not sign-extended to the width of the system call's argument.
   const auto number = static_cast<unsigned int>(request);
-  const ssize_t result =
-      CallWithRecovery(*this, {DeviceCall::kIoctl, __func__, "IOCTL"},
-                       [=](int descriptor) -> ssize_t { return ioctl(descriptor, number, argp); });
+  const ssize_t result = CallWithRecovery(
+      *this, kIoctl, [=](int descriptor) -> ssize_t { return ioctl(descriptor, number, argp); });
   if (result != -1) return;
   // Contract: read again; after five recoveries it is what the last reconnect left.
   const int error = errno;
