@@ -17,7 +17,8 @@ class LogSink {
 
   // Delivers one NUL-terminated line; `message` stays the caller's. Called on the logging thread
   // under the log's lock, one line at a time, so it must not log itself. What it throws is
-  // swallowed, and the other sinks get the line all the same.
+  // swallowed, and the other sinks get the line all the same; so is a cancellation of the thread,
+  // which ends a glibc process. It may fork, and it may end the process: no sink is deleted then.
   virtual void logMessage(const char* message) = 0;
 
   virtual ~LogSink();

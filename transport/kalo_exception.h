@@ -12,6 +12,8 @@
 #include "transport/kalo_status.h"
 
 // A failure found by the library's own checks. The entry point that catches it returns its status.
+// Where it crosses into a driver with another C++ runtime, std::uncaught_exceptions() there may
+// stay one off.
 class KaloException : public std::runtime_error {
  public:
   // `detail` is not copied: it must live as long as the program. It may be null.
