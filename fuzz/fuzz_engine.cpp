@@ -12,7 +12,7 @@
 #include "api/kalo_dll_state.h"
 #include "fuzz/check.h"
 #include "log/logger.h"
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 #include "transport/client_session.h"
 #include "transport/cp_drem_session.h"
 

@@ -4,9 +4,9 @@
 #include <algorithm>
 
 #include "fuzz/check.h"
-#include "simulator/engine.h"
-#include "simulator/recording.h"
-#include "simulator/replay_device.h"
+#include "simulator/engine/engine.h"
+#include "simulator/record/recording.h"
+#include "simulator/record/replay_device.h"
 
 namespace {
 

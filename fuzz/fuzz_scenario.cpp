@@ -7,8 +7,8 @@
 #include <stdexcept>
 
 #include "fuzz/check.h"
-#include "simulator/scenario_file.h"
-#include "simulator/scenario_options.h"
+#include "simulator/scenario/scenario_file.h"
+#include "simulator/scenario/scenario_options.h"
 
 namespace {
 

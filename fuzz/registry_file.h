@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 
 // A registry file in memory, in the place of the real one.
 class RegistryFile {

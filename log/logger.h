@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <locale>
 #include <sstream>
 #include <vector>
 
@@ -59,6 +60,20 @@ class Logger : public std::basic_stringstream<char> {
   int32_t level;
 };
 
+// The order is the interface; where the lock stands, the alignment of libc's mutex decides.
 static_assert(sizeof(Logger::LogBase) == 80 && offsetof(Logger::LogBase, sinks) == 8 &&
               offsetof(Logger::LogBase, plainOutput) == 32 &&
-              offsetof(Logger::LogBase, lock) == 40);
+              offsetof(Logger::LogBase, lock) == 32 + alignof(CRITICAL_SECTION));
+
+#ifdef _LIBCPP_VERSION
+namespace logging {
+
+// A libc++ numbers the parts of a locale as they are first asked for, and a Logger's locale has them
+// in the order of the first locale made. A driver with a libc++ of its own must therefore make its
+// first locale before it inserts anything, and does so here, at its start. Hidden, so that each
+// library of a process that carries a libc++ has one of these.
+__attribute__((visibility("hidden"))) inline const std::locale& firstLocale =
+    std::locale::classic();
+
+}  // namespace logging
+#endif

@@ -22,6 +22,18 @@ namespace {
 
 constexpr unsigned int kPrivateDataLength = 16;
 
+// Contract: the mode is passed although nothing is created, to which Android's libc objects.
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wuser-defined-warnings"
+#endif
+int OpenDevice() {
+  return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
+}
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
+
 // A call on the device, and how the log names it.
 struct RecoverableCall {
   DeviceCall call;
@@ -159,7 +171,7 @@ CpDremSession::~CpDremSession() {
 }
 
 void CpDremSession::Connect() {
-  deviceFd = open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
+  deviceFd = OpenDevice();
   if (deviceFd == -1) {
     const int error = errno;
     KALO_LOG(kTraceLevel) << "open() for ZUL device " << transport::kZuliDevicePath

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 #include "tests/oscl/file_fixture.h"
 
 // The file of the case in the place of the registry's.

@@ -4,7 +4,7 @@
 
 #include "api/kalo_dll.h"
 #include "log/logger.h"
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 
 // A driver whose messages carry a tag, and the sinks that it adds.
 namespace driver {

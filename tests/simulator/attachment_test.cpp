@@ -1,4 +1,4 @@
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "simulator/transcript.h"
+#include "simulator/output/transcript.h"
 
 namespace zulisim {
 namespace {

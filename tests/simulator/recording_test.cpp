@@ -1,4 +1,4 @@
-#include "simulator/recording.h"
+#include "simulator/record/recording.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -7,9 +7,9 @@
 #include <functional>
 #include <random>
 
-#include "simulator/engine.h"
-#include "simulator/replay_device.h"
-#include "simulator/scenario_file.h"
+#include "simulator/engine/engine.h"
+#include "simulator/record/replay_device.h"
+#include "simulator/scenario/scenario_file.h"
 
 namespace zulisim {
 namespace {

@@ -1,4 +1,4 @@
-#include "simulator/scenario.h"
+#include "simulator/scenario/scenario.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <fstream>
 #include <stdexcept>
 
-#include "simulator/scenario_file.h"
-#include "simulator/scenario_options.h"
+#include "simulator/scenario/scenario_file.h"
+#include "simulator/scenario/scenario_options.h"
 
 namespace zulisim {
 namespace {

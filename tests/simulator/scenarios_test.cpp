@@ -8,8 +8,8 @@
 #include <string>
 
 #include "api/kalo_dll.h"
-#include "simulator/attachment.h"
-#include "simulator/scenario_file.h"
+#include "simulator/in_process/in_process_device.h"
+#include "simulator/scenario/scenario_file.h"
 
 namespace {
 

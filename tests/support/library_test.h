@@ -14,8 +14,8 @@
 #include "api/kalo_dll_state.h"
 #include "log/log_sink.h"
 #include "log/logger.h"
-#include "simulator/attachment.h"
-#include "simulator/engine.h"
+#include "simulator/in_process/in_process_device.h"
+#include "simulator/engine/engine.h"
 #include "transport/client_session.h"
 
 namespace test {

@@ -1,13 +1,13 @@
-#include "tools/hex_text.h"
+#include "common/hex_text.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cstring>
 
-#include "tools/input_error.h"
-#include "tools/message.h"
-#include "tools/number.h"
+#include "common/input_error.h"
+#include "tools/call/message.h"
+#include "common/number.h"
 
 namespace kaloctl {
 namespace {

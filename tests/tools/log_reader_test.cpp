@@ -4,8 +4,8 @@
 #include <string>
 #include <vector>
 
-#include "tools/log_folder.h"
-#include "tools/log_splitter.h"
+#include "tools/log/log_folder.h"
+#include "tools/log/log_splitter.h"
 
 namespace kaloctl {
 namespace {

@@ -1,6 +1,6 @@
 // The tool's reader and writer against the library's own.
 
-#include "tools/registry_file.h"
+#include "tools/registry/registry_file.h"
 
 #include "oscl/registry.h"
 #include "tests/oscl/registry_fixture.h"

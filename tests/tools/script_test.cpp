@@ -1,11 +1,11 @@
-#include "tools/script.h"
+#include "tools/call/script.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include "api/kalo_dll_state.h"
-#include "tools/input_error.h"
-#include "tools/session_book.h"
+#include "common/input_error.h"
+#include "tools/call/destroyed_sessions.h"
 
 namespace kaloctl {
 namespace {

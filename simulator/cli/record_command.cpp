@@ -1,0 +1,106 @@
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+
+#include "simulator/cli/commands.h"
+#include "simulator/output/output_file.h"
+#include "simulator/record/passthrough_device.h"
+#include "simulator/cli/program_choice.h"
+#include "simulator/record/recorder.h"
+#include "common/command_line.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kRecordDescription =
+    "Starts a program like 'run', passes its device operations on to a real device or to the "
+    "software engine, and writes each of them with its bytes and timing into a text file, which "
+    "'zulisim replay' plays back.";
+
+constexpr const char* kRecordFooter = R"(
+Usage in full: zulisim record [OPTIONS] -o FILE -- PROGRAM [ARGUMENTS...]
+
+Examples:
+  zulisim record -o field.zul -- ./driver                      from the kernel's /dev/zuli
+  zulisim record -o loss.zul --scenario loss.toml -- ./driver  from the software engine
+
+Exit status: as with 'zulisim run'; 125 also when the recording is not complete.)";
+
+struct RecordOptions {
+  std::string file;
+  std::string device = "/dev/zuli";
+  bool engine = false;
+  std::string attachment = kPreloadAttachment;
+  std::string root;
+  ObservationOptions observation;
+  Scenario scenario;
+};
+
+std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
+  const Scenario& scenario = options.scenario;
+  if (options.engine) {
+    auto engine = std::make_unique<Engine>(EngineOptions{scenario.clients, false});
+    Apply(scenario, engine.get());
+    return engine;
+  }
+  if (access(options.device.c_str(), F_OK) != 0) {
+    throw std::runtime_error("the device '" + options.device +
+                             "' cannot be recorded: " + std::strerror(errno) +
+                             "; --engine or a scenario records the software engine");
+  }
+  return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
+}
+
+int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
+  const auto program =
+      MakeServedProgram(options.attachment, arguments, options.root, options.scenario);
+  const std::unique_ptr<Device> device = MakeDevice(options);
+  OutputFile file("recording", options.file);
+  int status = kOwnFailure;
+  {
+    Recorder recorder(
+        device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
+        options.scenario.clients);
+    const Observation observation(options.observation, arguments, &recorder);
+    status = program->Run(recorder);
+  }
+  return file.Close() ? status : kOwnFailure;
+}
+
+}  // namespace
+
+void DefineRecord(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand("record", kRecordDescription);
+  command->footer(kRecordFooter);
+  const auto options = std::make_shared<RecordOptions>();
+  command->add_option("-o,--output", options->file, "The recording")
+      ->type_name("FILE")
+      ->check(command_line::NotEmpty())
+      ->required();
+  command
+      ->add_option("--from", options->device,
+                   "The device to record; without it and without --engine, \"/dev/zuli\"")
+      ->type_name("PATH")
+      ->check(command_line::NotEmpty());
+  command->add_flag(
+      "--engine", options->engine,
+      "Record the software engine; implied by --scenario, --client, --reply, --fault, "
+      "--short and --lose");
+  AddDeviceOption(command, &options->attachment);
+  AddRootOption(command, &options->root);
+  AddObservationOptions(command, &options->observation);
+  AddInstructionOptions(command, &options->scenario);
+  DefineProgramRun(command, invocation, [=] {
+    options->engine = options->engine || HasInstructions(*command);
+    if (options->engine && command->count("--from") > 0) {
+      throw CLI::ValidationError("--from", "a device takes no instructions and is not the engine");
+    }
+    RefuseSharedFiles(*command, options->scenario);
+    return Record(*options, invocation->program);
+  });
+}
+
+}  // namespace zulisim

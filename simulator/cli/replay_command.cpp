@@ -1,0 +1,102 @@
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/cli/commands.h"
+#include "simulator/cli/program_choice.h"
+#include "simulator/record/replay_device.h"
+#include "common/text_file.h"
+
+namespace zulisim {
+namespace {
+
+constexpr int kDiverged = 124;
+constexpr int kReachedCut = 123;
+
+constexpr const char* kReplayDescription =
+    "Starts a program like 'run' and plays the device's side of a recording back to it, byte for "
+    "byte, up to the first operation in which the program does not do what was recorded.";
+
+constexpr const char* kReplayFooter = R"(
+Usage in full: zulisim replay [OPTIONS] FILE -- PROGRAM [ARGUMENTS...]
+
+Opens are answered in the order of the recording. Every other operation must be the next
+one on its connection; between connections the order is free.
+
+Exit status: 124 when the program left the recording, 123 when it came to where the
+recording is cut; otherwise as with 'zulisim run'.)";
+
+struct ReplayOptions {
+  std::string file;
+  bool inTime = false;
+  std::string attachment = kPreloadAttachment;
+  std::string root;
+  ObservationOptions observation;
+};
+
+Recording ReadRecording(const std::string& path) {
+  try {
+    return ParseRecording(ReadFile(path, kMaxTextFile));
+  } catch (const RecordingError& error) {
+    throw std::runtime_error(DiagnosticText(path, error.diagnostic()));
+  }
+}
+
+// "all 7 operations of 'f' were replayed"
+std::string Replayed(std::size_t operations, const std::string& whose) {
+  const std::string count = std::to_string(operations);
+  return (operations == 1 ? "the 1 operation " + whose + " was"
+                          : "all " + count + " operations " + whose + " were") +
+         " replayed\n";
+}
+
+int Report(const ReplayDevice& device, const std::string& file, std::size_t operations,
+           int status) {
+  if (const auto divergence = device.FirstDivergence()) {
+    std::cerr << "zulisim: the program left the recording '" << file << "' "
+              << DivergenceText(*divergence);
+    return kDiverged;
+  }
+  if (device.ReachedCut()) {
+    std::cerr << "zulisim: the program went on behind the cut: "
+              << Replayed(operations, "that '" + file + "' holds");
+    return kReachedCut;
+  }
+  std::cerr << "zulisim: " << Replayed(operations, "of '" + file + "'");
+  return status;
+}
+
+int Replay(const ReplayOptions& options, const std::vector<std::string>& arguments) {
+  Recording recording = ReadRecording(options.file);
+  const std::size_t operations = recording.operations.size();
+  if (recording.cut) {
+    std::cerr << "zulisim: '" << options.file << "' is cut behind operation " << operations
+              << "; it is replayed up to there\n";
+  }
+  const auto program = MakeServedProgram(options.attachment, arguments, options.root, {});
+  ReplayDevice device(std::move(recording), options.inTime);
+  const Observation observation(options.observation, arguments, &device);
+  const int status = program->Run(device);
+  device.End();
+  return Report(device, options.file, operations, status);
+}
+
+}  // namespace
+
+void DefineReplay(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand("replay", kReplayDescription);
+  command->footer(kReplayFooter);
+  const auto options = std::make_shared<ReplayOptions>();
+  command->add_option("FILE", options->file, "The recording")->required();
+  command->add_flag("--in-time", options->inTime, "Let each operation take as long as it did");
+  AddDeviceOption(command, &options->attachment);
+  AddRootOption(command, &options->root);
+  AddObservationOptions(command, &options->observation);
+  DefineProgramRun(command, invocation, [=] {
+    RefuseSharedFiles(*command, {});
+    return Replay(*options, invocation->program);
+  });
+}
+
+}  // namespace zulisim

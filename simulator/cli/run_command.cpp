@@ -1,0 +1,68 @@
+#include <memory>
+
+#include "simulator/cli/commands.h"
+#include "simulator/cli/program_choice.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kRunDescription =
+    "Starts any unmodified program with a \"/dev/zuli\" that the software engine serves, and "
+    "prints "
+    "a line for each of its device operations.";
+
+constexpr const char* kRunFooter = R"(
+Usage in full: zulisim run [OPTIONS] -- PROGRAM [ARGUMENTS...]
+
+--device preload serves a dynamically linked program. --device fuse serves any program, in a
+mount namespace of its own (and without root in a user namespace): there, "/dev/zuli" is a
+file that the kernel's FUSE serves, and "/data" and "/etc/vrel_registry.txt" are those of
+--root. Nobody else sees them, and they end with it. 'zulisim serve --help' tells what the
+kernel does differently.
+
+WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
+third and all after it. OPERATION is open, ioctl, read, write or close; CLIENT is KALO,
+FENU or SAB. Without --reply a client echoes the request with status 0.
+
+Examples:
+  zulisim run -- ./driver
+  zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT -- ./driver
+  zulisim run --device fuse -- ./static_driver
+  zulisim run --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff' \
+              --fault 'write:3-=EIO' -- ./driver --verbose
+
+Exit status: the program's; 128 and the signal's number when a signal ended it; 125 when
+zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
+
+struct RunOptions {
+  std::string device = kPreloadAttachment;
+  std::string root;
+  ObservationOptions observation;
+  Scenario scenario;
+};
+
+int Run(const RunOptions& options, const std::vector<std::string>& arguments) {
+  const auto program = MakeServedProgram(options.device, arguments, options.root, options.scenario);
+  Engine engine({options.scenario.clients, false});
+  Apply(options.scenario, &engine);
+  const Observation observation(options.observation, arguments, &engine);
+  return program->Run(engine);
+}
+
+}  // namespace
+
+void DefineRun(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand("run", kRunDescription);
+  command->footer(kRunFooter);
+  const auto options = std::make_shared<RunOptions>();
+  AddDeviceOption(command, &options->device);
+  AddRootOption(command, &options->root);
+  AddObservationOptions(command, &options->observation);
+  AddInstructionOptions(command, &options->scenario);
+  DefineProgramRun(command, invocation, [=] {
+    RefuseSharedFiles(*command, options->scenario);
+    return Run(*options, invocation->program);
+  });
+}
+
+}  // namespace zulisim

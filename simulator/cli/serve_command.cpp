@@ -1,0 +1,166 @@
+#include <linux/magic.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <memory>
+#include <stdexcept>
+#include <system_error>
+
+#include "simulator/program/child_process.h"
+#include "simulator/program/cleaner.h"
+#include "simulator/cli/commands.h"
+#include "simulator/engine/engine.h"
+#include "simulator/kernel/kernel_support.h"
+#include "simulator/kernel/kernel_server.h"
+
+namespace zulisim {
+namespace {
+
+using Kind = KernelServer::Kind;
+
+constexpr const char* kNode = "/dev/zuli";
+
+constexpr const char* kServeFooter = R"(
+--cuse makes a true character device "/dev/zuli"; it needs root and the kernel's module cuse.
+--fuse mounts a file, by default "/dev/zuli"; it needs the module fuse, and without root the
+package fuse3 and a file in a folder of your own. A file that is not there is made, and
+removed at the end. With root, all users may open the device.
+
+Programs see the same results as under 'zulisim run', but for what the kernel decides itself:
+  - It refuses bad addresses and moves 0 bytes without asking the engine, which does not count
+    them, and it does not tell a program how a close of the device went.
+  - What a program leaves open when it ends is closed like all else, and shows so.
+  - It joins the pieces of readv and writev to one message.
+  - Messages have at most 1044480 bytes with --fuse, 126976 with --cuse; a longer transfer
+    shows in the transcript with what the kernel carries at once. Of a write that was split
+    all the same, the rest is refused with EIO and a warning, and the program gets a short
+    count.
+  - A program that is killed while a read waits for a late reply ends when the reply comes.
+  - With --fuse, O_APPEND is refused (EINVAL), and fstat shows
+    a regular file.
+When the engine ends, a program's calls fail with ENODEV, ECONNABORTED or ENOTCONN at once,
+and an open with ENOENT where the node or file has gone.
+
+Examples:
+  zulisim serve --cuse
+  zulisim serve --fuse /tmp/zuli --lose read:2
+
+Exit status: 0 after SIGINT, SIGTERM or SIGHUP; 125 when the device cannot be served, or
+cannot be served any longer.)";
+
+struct ServeOptions {
+  bool characterDevice = false;
+  std::string file;
+  ObservationOptions observation;
+  Scenario scenario;
+};
+
+// Whether a file system like that of --fuse is mounted on the file itself.
+bool IsServed(const std::string& path, const struct stat& status) {
+  struct statfs system {};
+  struct stat folder {};
+  std::error_code error;
+  const auto parent = std::filesystem::canonical(path, error).parent_path();
+  return !error && statfs(path.c_str(), &system) == 0 && system.f_type == FUSE_SUPER_MAGIC &&
+         stat(parent.c_str(), &folder) == 0 && folder.st_dev != status.st_dev;
+}
+
+void PrepareFile(const std::string& path, Cleaner* cleaner) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) == 0) {
+    if (IsServed(path, status)) {
+      throw std::runtime_error("'" + path +
+                               "' is served already: end what serves it, or name "
+                               "another file: --fuse FILE");
+    }
+    if (S_ISREG(status.st_mode)) return;
+    const std::string hint = S_ISDIR(status.st_mode)
+                                 ? "name a file in it, such as '" + path + "/zuli'"
+                                 : "name a file of your own";
+    throw std::runtime_error("'" + path + "' is no regular file to mount on; " + hint);
+  }
+  if (errno == ENOTCONN) {
+    throw std::runtime_error("'" + path + "' is the mount of a server that has ended: 'umount " +
+                             path + "' removes it");
+  }
+  cleaner->RemoveFile(path);
+  if (!std::ofstream(path, std::ios::app)) {
+    throw std::runtime_error("the file '" + path + "' to mount on cannot be made: " +
+                             std::strerror(errno) + "; name another: --fuse FILE");
+  }
+}
+
+void PrepareNode() {
+  if (access(kNode, F_OK) != 0) return;
+  throw std::runtime_error(std::string("there is a '") + kNode +
+                           "' already: end what serves it, or serve a file: --fuse FILE");
+}
+
+// Returns at a signal that asks for the end, or when the service has ended without one.
+void WaitForEnd(KernelServer& server) {
+  sigset_t ends;
+  sigemptyset(&ends);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&ends, number);
+  const struct timespec interval { 0, 200'000'000 };
+  while (server.Serving()) {
+    if (sigtimedwait(&ends, nullptr, &interval) > 0) return server.Settle();
+  }
+  throw std::runtime_error("the kernel has ended the service: was it unmounted?");
+}
+
+int Serve(const ServeOptions& options) {
+  const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
+  // Empty with --cuse, and with --fuse that names no file.
+  const std::string path =
+      options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
+  CheckKernelCarries(options.scenario, kind);
+  CheckKernelServes(kind);
+  const ChildSignals signals;
+  Cleaner cleaner;
+  if (options.characterDevice) {
+    PrepareNode();
+  } else {
+    PrepareFile(path, &cleaner);
+    cleaner.Unmount(path);
+  }
+  Engine engine({options.scenario.clients, false});
+  Apply(options.scenario, &engine);
+  const Observation observation(options.observation, {"zulisim", "serve", path}, &engine);
+  KernelServer server(engine, kind, path, geteuid() == 0);
+  std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
+  WaitForEnd(server);
+  return 0;
+}
+
+}  // namespace
+
+void DefineServe(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand(
+      "serve",
+      "Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or SIGTERM.");
+  command->footer(kServeFooter);
+  const auto options = std::make_shared<ServeOptions>();
+  CLI::Option_group* mode = command->add_option_group("Mode");
+  mode->add_flag("--cuse", options->characterDevice, "A character device, \"/dev/zuli\"");
+  mode->add_option("--fuse", options->file, "A file; without a name, \"/dev/zuli\"")
+      ->type_name("[FILE]")
+      ->expected(0, 1);
+  mode->require_option(1);
+  AddObservationOptions(command, &options->observation);
+  AddInstructionOptions(command, &options->scenario);
+  command->callback([=] {
+    invocation->run = [=] {
+      RefuseSharedFiles(*command, options->scenario);
+      return Serve(*options);
+    };
+  });
+}
+
+}  // namespace zulisim

@@ -1,0 +1,154 @@
+#pragma once
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "simulator/device/client.h"
+#include "simulator/device/device.h"
+#include "simulator/engine/fault.h"
+#include "simulator/device/operation.h"
+
+namespace zulisim {
+
+// Binds an open file to a client: 16 bytes, the client's GUID in; out the maximum message length
+// (32-bit little-endian), the protocol version (one byte), three zero bytes, and bytes 8 to 15 as
+// they were passed.
+inline constexpr std::uint32_t kConnectRequest = 0xC0104801;
+inline constexpr std::size_t kConnectRecordSize = 16;
+
+// Serves an ioctl of its own: reads and writes `argument`, returns 0 or an errno. Runs under the
+// engine's lock and must not call the engine.
+using IoctlHandler = std::function<int(void* argument)>;
+
+struct EngineOptions {
+  std::vector<Client> clients = DefaultClients();
+  bool keepRecords = true;  // for Records() and Requests(); a long run does without
+};
+
+// A model of the security engine and its kernel device. An attachment, in whatever way it reaches a
+// program, turns the program's calls into Open, Ioctl, Read, Write and Close; each is one operation
+// and tells every observer. Every member may be called from any thread.
+//
+// Errors, as a kernel driver gives them:
+//   ENODEV     the device was lost after this descriptor was opened
+//   ENOTTY     the ioctl request is unknown
+//   ENOENT     no client has the GUID of a connect
+//   EBUSY      a connect on a descriptor that is connected already
+//   ENOTCONN   a transfer before the connect
+//   EMSGSIZE   a request longer than the client's maximum
+//   EAGAIN     a read with no message pending: the engine answers during the write, so nothing
+//              could arrive any more. Only a reply that has a latency is waited for.
+//   EFAULT     a null buffer
+//   EBADF      the connection is unknown or closed
+// A read takes one whole message; what does not fit its buffer is gone, as on any message device.
+// Reads and writes of 0 bytes return 0 and move nothing.
+class Engine : public Device {
+ public:
+  // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
+  explicit Engine(EngineOptions options = {});
+
+  Result Open(int flags, unsigned mode, int descriptor) override;
+  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
+  Result Close(std::uint64_t connection) override;
+  void Release(std::uint64_t connection) override;
+  void AddObserver(OperationObserver* observer) override;
+  void RemoveObserver(OperationObserver* observer) override;
+
+  // --- Instructions. ---
+
+  // How `client` answers `command`; without a command, how it answers all that have no responder of
+  // their own. Throws std::invalid_argument for an unknown client.
+  void SetResponder(const std::string& client, std::uint32_t command, Responder responder);
+  void SetResponder(const std::string& client, Responder responder);
+  // Makes the device know one more ioctl request, before and after the connect alike.
+  void SetIoctl(std::uint32_t request, IoctlHandler handler);
+  // Throws std::invalid_argument when the fault could never strike.
+  void AddFault(const Fault& fault);
+  void ClearFaults();
+  // The device is lost at this moment.
+  void LoseDevice(const DeviceLoss& loss = {});
+  // Shorthands: the next operation of the kind, and the `times - 1` after it.
+  void FailNext(Operation operation, int error, std::uint64_t times = 1);
+  void ShortenNext(Operation operation, std::size_t count);
+  void LoseDeviceAtNext(Operation operation, std::uint64_t times = 1, const DeviceLoss& loss = {});
+
+  // --- What has happened. ---
+
+  std::uint64_t Count(Operation operation) const;  // failed ones included
+  std::size_t OpenDescriptors() const;
+  std::vector<OperationRecord> Records() const;
+  void ClearRecords();  // counts go on
+  // The requests that the client took, byte for byte, in order.
+  std::vector<Bytes> Requests(const std::string& client) const;
+
+ private:
+  struct Message {
+    Payload payload = Payload::kReply;
+    Bytes bytes;
+    std::optional<std::uint32_t> commandId;
+    std::chrono::steady_clock::time_point ready;  // no read gets it before
+  };
+  using MessageQueue = std::deque<Message>;
+  struct Connection {
+    int descriptor = -1;
+    const Client* client = nullptr;
+    bool lost = false;
+    MessageQueue pending;
+  };
+  struct Call {  // one operation under way
+    OperationRecord record;
+    Connection* connection = nullptr;
+    std::size_t limit = 0;  // a read or write moves no more bytes than this
+  };
+
+  const Client& ClientNamed(const std::string& name) const;
+
+  // All that follow are called with the lock held.
+  Call Begin(Operation operation, std::uint64_t connection);
+  Result Finish(Call* call, std::int64_t value);
+  Result Fail(Call* call, int error, std::string why);
+  // The failure that an instruction or the state of the descriptor imposes, if any.
+  std::optional<Result> Prevented(Call* call);
+  std::optional<Result> PreventedByFault(Call* call);
+  std::optional<Result> PreventedTransfer(Call* call, const void* buffer, std::size_t length);
+  // Waits until a message is ready, without the lock; the failure, if there will be none.
+  std::optional<Result> AwaitMessage(Call* call, std::unique_lock<std::mutex>* lock);
+  Result Connect(Call* call, void* record);
+  Result Close(std::uint64_t connection, std::string why);
+  void Lose(const DeviceLoss& loss);
+  MessageQueue TakeCarried(const Client& client);
+  Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;
+  void Queue(std::uint64_t connection, const Reply& reply, std::optional<std::uint32_t> command);
+
+  const std::vector<Client> clients_;
+  const bool keepRecords_;
+
+  mutable std::mutex mutex_;         // guards all that follows
+  std::condition_variable changed_;  // a connection was lost or closed, or gave a message away
+  std::map<std::uint64_t, Connection> connections_;
+  std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
+  std::map<std::uint32_t, IoctlHandler> ioctls_;
+  FaultPlan faults_;
+  std::uint64_t failingOpens_ = 0;
+  int openError_ = 0;
+  std::vector<std::pair<const Client*, MessageQueue>> carried_;  // replies that outlived a loss
+  std::array<std::uint64_t, kOperationCount> counts_{};
+  std::uint64_t nextConnection_ = 1;
+  std::uint64_t nextSequence_ = 1;
+  std::vector<OperationObserver*> observers_;
+  std::vector<OperationRecord> records_;
+};
+
+}  // namespace zulisim

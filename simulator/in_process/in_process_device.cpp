@@ -1,0 +1,131 @@
+#include "simulator/in_process/in_process_device.h"
+
+#include <fcntl.h>
+#include <sys/socket.h>
+
+#include <atomic>
+#include <cerrno>
+#include <memory>
+#include <mutex>
+#include <shared_mutex>
+#include <stdexcept>
+
+#include "simulator/hooks/device.h"
+#include "simulator/hooks/libc.h"
+#include "simulator/hooks/paths.h"
+
+namespace zulisim {
+namespace {
+
+// What one attachment serves.
+struct Service {
+  Engine* engine;
+  std::uint64_t generation;
+  Attachment::Redirects redirects;
+};
+
+constexpr int kGenerationShift = 40;
+
+std::atomic<const Service*> current{nullptr};
+
+// Operations on the device share it; an attachment that begins or ends has it alone.
+std::shared_mutex& ServiceMutex() {
+  static auto* mutex = new std::shared_mutex;
+  return *mutex;
+}
+
+// Services are kept for good: a call that falls through may still be reading a redirect.
+std::vector<std::unique_ptr<Service>>& Services() {
+  static auto* services = new std::vector<std::unique_ptr<Service>>;
+  return *services;
+}
+
+hooks::Outcome Answer(const Result& result) { return {result.value, result.error}; }
+
+// Runs `operation` on the engine that gave out `handle`, if it still serves.
+template <typename Function>
+hooks::Outcome WithEngine(std::uint64_t handle, hooks::Outcome otherwise, Function operation) {
+  std::shared_lock<std::shared_mutex> lock(ServiceMutex());
+  const Service* service = current.load();
+  if (service == nullptr || service->generation != handle >> kGenerationShift) return otherwise;
+  return Answer(operation(service->engine, handle & ((1ULL << kGenerationShift) - 1)));
+}
+
+constexpr hooks::Outcome kLost{-1, ENODEV};
+
+}  // namespace
+
+Attachment::Attachment(Engine& engine, Redirects redirects) {
+  std::lock_guard<std::shared_mutex> lock(ServiceMutex());
+  if (current.load() != nullptr) {
+    throw std::logic_error("an attachment serves the device already; end it first");
+  }
+  Services().push_back(
+      std::make_unique<Service>(Service{&engine, Services().size() + 1, std::move(redirects)}));
+  current.store(Services().back().get());
+}
+
+Attachment::~Attachment() {
+  std::lock_guard<std::shared_mutex> lock(ServiceMutex());
+  current.store(nullptr);
+}
+
+namespace hooks {
+
+bool DeviceServed() { return current.load(std::memory_order_acquire) != nullptr; }
+
+const char* RedirectedPath(const char* path) {
+  const Service* service = current.load(std::memory_order_acquire);
+  if (service == nullptr) return nullptr;
+  for (const auto& [from, to] : service->redirects) {
+    if (SamePath(path, from.c_str())) return to.c_str();
+  }
+  return nullptr;
+}
+
+OpenedDevice DeviceOpen(int flags, unsigned mode) {
+  std::shared_lock<std::shared_mutex> lock(ServiceMutex());
+  const Service* service = current.load();
+  if (service == nullptr) return {-1, 0, ENODEV};
+  // An unconnected socket: a number that is the kernel's own, on which every call that bypasses the
+  // hooks fails instead of doing harm.
+  const int closeOnExec = (flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0;
+  const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | closeOnExec, 0);
+  if (descriptor < 0) return {-1, 0, errno};
+  const Result result = service->engine->Open(flags, mode, descriptor);
+  if (result.value == -1) {
+    Real().close(descriptor);
+    return {-1, 0, result.error};
+  }
+  const auto connection = static_cast<std::uint64_t>(result.value);
+  return {descriptor, service->generation << kGenerationShift | connection, 0};
+}
+
+Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) {
+  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
+    return engine->Ioctl(connection, request, argument);
+  });
+}
+
+Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
+    return engine->Read(connection, buffer, length);
+  });
+}
+
+Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
+  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
+    return engine->Write(connection, buffer, length);
+  });
+}
+
+Outcome DeviceClose(std::uint64_t handle, int descriptor) {
+  const Outcome outcome = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
+    return engine->Close(connection);
+  });
+  Real().close(descriptor);
+  return outcome;
+}
+
+}  // namespace hooks
+}  // namespace zulisim

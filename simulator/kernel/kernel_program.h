@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "simulator/program/child_process.h"
+#include "simulator/program/run_folder.h"
+#include "simulator/program/served_program.h"
+
+namespace zulisim {
+
+// A program of any make, served through the kernel's FUSE in a file tree of its own, which this
+// process enters with it.
+class KernelProgram : public ServedProgram {
+ public:
+  // As for PreloadedProgram.
+  KernelProgram(std::vector<std::string> arguments, const std::string& root);
+  int Run(Device& device) override;
+
+ private:
+  const std::vector<std::string> arguments_;
+  const std::string path_;
+  const ChildSignals signals_;
+  const TemporaryFolder folder_;
+  std::string root_;
+};
+
+}  // namespace zulisim

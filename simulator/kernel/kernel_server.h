@@ -1,0 +1,67 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "simulator/device/device.h"
+
+struct fuse_buf;
+struct fuse_session;
+
+namespace zulisim {
+
+class KernelOperations;
+
+// Serves a device to all processes through the kernel itself, statically linked ones included. The
+// bytes that the kernel has not accepted from a program (a bad address, a transfer of 0 bytes)
+// never reach the device; a close does, but its errno cannot reach the program. Any thread.
+class KernelServer {
+ public:
+  enum class Kind { kFile, kCharacterDevice };
+
+  // The longest request that the kernel carries in one piece from any buffer.
+  static constexpr std::size_t LongestMessage(Kind kind) {
+    constexpr std::size_t kPage = 4096;
+    return kPage * (kind == Kind::kFile ? 255 : 31);  // an unaligned buffer takes one page more
+  }
+
+  // kFile: mounts over the existing file `path`; `everyUser` lets all users reach it, which needs
+  // privileges. kCharacterDevice: makes the node `path`, which lies in "/dev". Serves when it
+  // returns. Throws std::runtime_error that says what is missing. The device is not owned.
+  KernelServer(Device& device, Kind kind, const std::string& path, bool everyUser);
+  // Closes what is open, removes mount or node, and stops.
+  ~KernelServer();
+  KernelServer(const KernelServer&) = delete;
+  KernelServer& operator=(const KernelServer&) = delete;
+
+  // False once somebody else has ended it, by an unmount for instance.
+  bool Serving() const { return serving_.load(); }
+  // Returns when every close that happened before the call has reached the device.
+  void Settle();
+
+ private:
+  void Mount(bool everyUser);
+  void MakeNode();
+  void StartWorker();
+  void Work();
+  bool Receive(struct fuse_buf* buffer);
+  void Stop();
+
+  const Kind kind_;
+  const std::string path_;
+  const std::unique_ptr<KernelOperations> operations_;
+  struct fuse_session* session_ = nullptr;
+  int stop_ = -1;
+
+  std::mutex turn_;  // held by who receives
+  std::vector<std::thread> workers_;
+  std::atomic<int> idle_{0};
+  std::atomic<bool> serving_{true};
+};
+
+}  // namespace zulisim

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <string>
+
+#include "simulator/kernel/kernel_server.h"
+#include "simulator/scenario/scenario.h"
+
+namespace zulisim {
+
+// Why the kernel cannot serve in this way, and which ways would work here.
+std::string MissingMode(KernelServer::Kind kind);
+// Which other ways would work here.
+std::string OtherModes(KernelServer::Kind kind);
+
+// Throws std::runtime_error with the text of MissingMode unless the kernel offers the way.
+void CheckKernelServes(KernelServer::Kind kind);
+
+// Throws std::invalid_argument for what the kernel would not pass on unchanged: messages that it
+// would split, and errno values that mean something to the kernel itself.
+void CheckKernelCarries(const Scenario& scenario, KernelServer::Kind kind);
+
+}  // namespace zulisim

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "simulator/device/device.h"
+
+namespace zulisim {
+
+// What a run writes down. A file that is not named is not written.
+struct ObservationOptions {
+  std::string transcriptFile;
+  std::string traceFile;           // Chrome trace events
+  std::string reportFile;          // one HTML page
+  bool quiet = false;              // no transcript on standard error
+  bool connectionNumbers = false;  // TranscriptStyle::connectionNumbers
+};
+
+// Observes a device until the end of its life, which completes the files. The device must outlive
+// it. Throws std::runtime_error for a file that cannot be written; `program` names the run in it.
+class Observation {
+ public:
+  Observation(const ObservationOptions& options, const std::vector<std::string>& program,
+              Device* device);
+  ~Observation();
+  Observation(const Observation&) = delete;
+  Observation& operator=(const Observation&) = delete;
+
+ private:
+  void Add(std::unique_ptr<OperationObserver> observer);
+
+  Device* device_;
+  std::vector<std::unique_ptr<OperationObserver>> observers_;
+};
+
+}  // namespace zulisim

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "simulator/device/operation.h"
+
+namespace zulisim {
+
+// Turns operations into Chrome trace events, for the Perfetto viewer: a track for each connection,
+// a slice for each operation and around those of one exchange another, and instants for failures,
+// faults and reconnects. Events are passed on as soon as they are complete; the viewer also takes
+// an array that lacks its end.
+class TraceWriter : public OperationObserver {
+ public:
+  using Sink = std::function<void(const std::string& text)>;
+
+  // `name` is that of the program.
+  TraceWriter(Sink sink, const std::string& name);
+  ~TraceWriter() override;
+  TraceWriter(const TraceWriter&) = delete;
+  TraceWriter& operator=(const TraceWriter&) = delete;
+  void OnOperation(const OperationRecord& record) override;
+
+ private:
+  // An exchange that may go on: its slice has to come before those of its operations.
+  struct Exchange {
+    OperationRecord request;
+    std::optional<std::uint32_t> status;
+    std::string outcome;
+    std::chrono::nanoseconds end{};
+    std::vector<std::string> events;
+  };
+
+  void Emit(const std::string& event);
+  void NameTrack(const OperationRecord& record);
+  std::string Slice(const OperationRecord& record) const;
+  std::string Instant(const OperationRecord& record, const std::string& name) const;
+  std::string Place(const OperationRecord& record, std::chrono::nanoseconds at) const;
+  // What follows from an operation for the exchange on its connection.
+  void Continue(const OperationRecord& record);
+  void Finish(std::uint64_t connection);
+
+  Sink sink_;
+  bool first_ = true;
+  std::optional<std::chrono::nanoseconds> start_;
+  std::map<std::uint64_t, Exchange> exchanges_;  // by connection
+  std::set<std::string> lost_;                   // clients whose device was lost and is not back
+};
+
+}  // namespace zulisim

@@ -1,0 +1,268 @@
+#include "simulator/preload/device_server.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+
+#include "simulator/device/client.h"
+
+namespace zulisim {
+
+static_assert(kLongestMessage <= protocol::kMaxPayload, "a request must fit in one exchange");
+
+namespace {
+
+using protocol::Answer;
+using protocol::Kind;
+using protocol::Request;
+
+bool Receive(int socket, void* buffer, std::size_t length) {
+  auto* at = static_cast<std::uint8_t*>(buffer);
+  while (length > 0) {
+    const ssize_t received = recv(socket, at, length, 0);
+    if (received < 0 && errno == EINTR) continue;
+    if (received <= 0) return false;
+    at += received;
+    length -= static_cast<std::size_t>(received);
+  }
+  return true;
+}
+
+bool Send(int socket, const void* bytes, std::size_t length) {
+  const auto* at = static_cast<const std::uint8_t*>(bytes);
+  while (length > 0) {
+    const ssize_t sent = send(socket, at, length, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return false;
+    at += sent;
+    length -= static_cast<std::size_t>(sent);
+  }
+  return true;
+}
+
+// A program that is gone cannot be answered: a failure to send is none of the engine's.
+void SendAnswer(int socket, const Result& result, const Bytes& payload = {}) {
+  const Answer answer{result.value, result.error, static_cast<std::uint32_t>(payload.size())};
+  Bytes bytes(sizeof(answer));
+  std::memcpy(bytes.data(), &answer, sizeof(answer));
+  bytes.insert(bytes.end(), payload.begin(), payload.end());
+  Send(socket, bytes.data(), bytes.size());
+}
+
+bool HasEnded(int socket) {
+  struct pollfd entry {
+    socket, POLLRDHUP, 0
+  };
+  return poll(&entry, 1, 0) == 1 && (entry.revents & (POLLHUP | POLLRDHUP | POLLERR)) != 0;
+}
+
+int Listen(const std::string& path) {
+  struct sockaddr_un address {};
+  address.sun_family = AF_UNIX;
+  if (path.size() >= sizeof(address.sun_path)) {
+    throw std::system_error(ENAMETOOLONG, std::generic_category(), "the socket " + path);
+  }
+  std::strcpy(address.sun_path, path.c_str());
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (listener < 0 ||
+      bind(listener, reinterpret_cast<struct sockaddr*>(&address), sizeof(address)) != 0 ||
+      listen(listener, SOMAXCONN) != 0) {
+    const int error = errno;
+    if (listener >= 0) close(listener);
+    throw std::system_error(error, std::generic_category(), "the socket " + path);
+  }
+  return listener;
+}
+
+}  // namespace
+
+DeviceServer::DeviceServer(Device& device, const std::string& path)
+    : device_(device), path_(path), listener_(Listen(path)) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  StartWorker();
+}
+
+DeviceServer::~DeviceServer() {
+  std::vector<std::thread> workers;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    stopping_ = true;
+    shutdown(listener_, SHUT_RDWR);
+    for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
+    workers.swap(workers_);
+  }
+  ReleaseAll();  // so that no worker waits for a reply of the engine any longer
+  for (std::thread& worker : workers) worker.join();
+  ReleaseAll();  // of an open that was under way
+  close(listener_);
+  unlink(path_.c_str());
+}
+
+void DeviceServer::StartWorker() {
+  ++idle_;
+  workers_.emplace_back([this] { Work(); });
+}
+
+void DeviceServer::Work() {
+  while (true) {
+    const int channel = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
+    const int error = errno;
+    {
+      std::lock_guard<std::mutex> lock(mutex_);
+      if (stopping_) {
+        if (channel >= 0) close(channel);
+        return;
+      }
+      if (channel < 0) {
+        if (error == EINTR || error == ECONNABORTED) continue;
+        return;
+      }
+      channels_.insert(channel);
+      // A slow client must not hold up the others: somebody always waits for the next exchange.
+      if (--idle_ == 0) StartWorker();
+    }
+    Serve(channel);
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (channels_.erase(channel) > 0) close(channel);
+    ++idle_;
+  }
+}
+
+void DeviceServer::Serve(int channel) {
+  Request request;
+  if (!Receive(channel, &request, sizeof(request)) || request.payload > protocol::kMaxPayload) {
+    return;
+  }
+  Bytes payload(request.payload);
+  if (!Receive(channel, payload.data(), payload.size())) return;
+  ReleaseEnded();
+  switch (request.kind) {
+    case Kind::kHello:
+      ++attached_;
+      SendAnswer(channel, {});
+      break;
+    case Kind::kOpen:
+      Open(channel, request);
+      break;
+    case Kind::kIoctl:
+      Ioctl(channel, request, std::move(payload));
+      break;
+    case Kind::kRead:
+      Read(channel, request);
+      break;
+    case Kind::kWrite:
+      Write(channel, request, payload);
+      break;
+    case Kind::kClose:
+      Close(channel, request);
+      break;
+  }
+}
+
+void DeviceServer::Open(int channel, const Request& request) {
+  const Result result = device_.Open(request.flags, request.mode, request.descriptor);
+  if (result.value == -1) return SendAnswer(channel, result);
+  // Under the lock, or the channel could be closed as ended while the answer is on its way. It is
+  // the first on a fresh socket and never has to wait.
+  std::lock_guard<std::mutex> lock(mutex_);
+  channels_.erase(channel);
+  tokens_[request.inode] = {channel, static_cast<std::uint64_t>(result.value), false};
+  SendAnswer(channel, result);
+}
+
+void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {
+  payload.resize(protocol::IoctlSize(request.request));
+  void* argument = request.hasBuffer != 0 ? payload.data() : nullptr;
+  const Result result = device_.Ioctl(ConnectionOf(request.inode), request.request, argument);
+  SendAnswer(channel, result, argument != nullptr ? payload : Bytes());
+}
+
+void DeviceServer::Read(int channel, const Request& request) {
+  Bytes buffer(std::min<std::uint64_t>(request.length, protocol::kMaxPayload));
+  void* target = request.hasBuffer != 0 ? buffer.data() : nullptr;
+  const Result result = device_.Read(ConnectionOf(request.inode), target, buffer.size());
+  buffer.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
+  SendAnswer(channel, result, buffer);
+}
+
+void DeviceServer::Write(int channel, const Request& request, const Bytes& payload) {
+  const bool whole =
+      payload.size() == std::min<std::uint64_t>(request.length, protocol::kMaxPayload);
+  const void* source = request.hasBuffer != 0 && whole ? payload.data() : nullptr;
+  SendAnswer(channel, device_.Write(ConnectionOf(request.inode), source, request.length));
+}
+
+void DeviceServer::Close(int channel, const Request& request) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = tokens_.find(request.inode);
+    if (found == tokens_.end()) return;
+    found->second.closing = true;
+  }
+  SendAnswer(channel, {});
+  char closed;
+  const bool told = Receive(channel, &closed, sizeof(closed));
+  const Result result = FinishClose(request.inode);
+  if (told) SendAnswer(channel, result);
+}
+
+// Closes the connection unless another process still holds the descriptor.
+Result DeviceServer::FinishClose(std::uint64_t inode) {
+  std::uint64_t connection = 0;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = tokens_.find(inode);
+    if (found == tokens_.end()) return {};
+    found->second.closing = false;
+    if (!HasEnded(found->second.socket)) return {};
+    connection = found->second.connection;
+    close(found->second.socket);
+    tokens_.erase(found);
+  }
+  return device_.Close(connection);
+}
+
+void DeviceServer::ReleaseEnded() {
+  std::set<std::uint64_t> ended;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    for (auto entry = tokens_.begin(); entry != tokens_.end();) {
+      const Token& token = entry->second;
+      if (token.closing || !HasEnded(token.socket)) {
+        ++entry;
+        continue;
+      }
+      ended.insert(token.connection);
+      close(token.socket);
+      entry = tokens_.erase(entry);
+    }
+  }
+  for (const std::uint64_t connection : ended) device_.Release(connection);
+}
+
+void DeviceServer::ReleaseAll() {
+  std::map<std::uint64_t, Token> tokens;
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    tokens.swap(tokens_);
+  }
+  for (const auto& [inode, token] : tokens) {
+    close(token.socket);
+    device_.Release(token.connection);
+  }
+}
+
+std::uint64_t DeviceServer::ConnectionOf(std::uint64_t inode) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = tokens_.find(inode);
+  return found == tokens_.end() ? 0 : found->second.connection;
+}
+
+}  // namespace zulisim

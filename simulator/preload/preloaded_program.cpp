@@ -1,0 +1,74 @@
+#include "simulator/preload/preloaded_program.h"
+
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "simulator/preload/device_server.h"
+#include "simulator/program/program.h"
+#include "simulator/preload/protocol.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kPreloadLibrary = "libzulisim_preload.so";
+
+std::string FindPreloadLibrary() {
+  const std::filesystem::path here = std::filesystem::read_symlink("/proc/self/exe").parent_path();
+  for (const auto& folder : {here, here.parent_path() / ZULISIM_LIBRARY_FOLDER}) {
+    const std::string candidate = (folder / kPreloadLibrary).string();
+    if (access(candidate.c_str(), R_OK) != 0) continue;
+    if (candidate.find_first_of(" :") == std::string::npos) return candidate;
+    throw std::runtime_error("the dynamic linker cannot preload '" + candidate +
+                             "': install it at a path without blanks and colons");
+  }
+  throw std::runtime_error(std::string(kPreloadLibrary) + " is neither beside zulisim in '" +
+                           here.string() + "' nor in '../" + ZULISIM_LIBRARY_FOLDER + "'");
+}
+
+std::string Extended(const char* variable, const std::string& addition, bool inFront) {
+  const char* present = getenv(variable);
+  if (present == nullptr || *present == '\0') return addition;
+  return inFront ? addition + ":" + present : present + (":" + addition);
+}
+
+std::map<std::string, std::string> Environment(const std::string& socket, const std::string& root) {
+  return {{protocol::kSocketVariable, socket},
+          {protocol::kRootVariable, root},
+          {"LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true)},
+          // A program that is built with the address sanitizer would refuse a library before its
+          // own runtime.
+          {"ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false)}};
+}
+
+// The path of the program, if it can be served at all.
+std::string Preloadable(const std::string& name) {
+  std::string path = FindProgram(name);
+  CheckPreloadable(path);
+  return path;
+}
+
+}  // namespace
+
+PreloadedProgram::PreloadedProgram(std::vector<std::string> arguments, const std::string& root)
+    : arguments_(std::move(arguments)), path_(Preloadable(arguments_.front())) {
+  root_ = PrepareRoot(root.empty() ? folder_.path() + "/root" : root);
+}
+
+int PreloadedProgram::Run(Device& device) {
+  DeviceServer server(device, folder_.path() + "/engine");
+  const int status = RunChild(path_, arguments_, Environment(folder_.path() + "/engine", root_));
+  server.ReleaseEnded();
+  if (server.Attached() == 0) {
+    std::cerr << "zulisim: warning: '" << path_
+              << "' never loaded the preload library, so it was not served\n";
+  }
+  return status;
+}
+
+}  // namespace zulisim

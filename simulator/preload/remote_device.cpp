@@ -1,0 +1,270 @@
+// The device of the preload library: every operation is carried to the engine of another process.
+// Built without a C++ runtime library, to be at home in any program.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <sys/un.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "simulator/hooks/descriptors.h"
+#include "simulator/hooks/device.h"
+#include "simulator/hooks/libc.h"
+#include "simulator/hooks/paths.h"
+#include "simulator/preload/protocol.h"
+
+namespace zulisim::hooks {
+namespace {
+
+using protocol::Answer;
+using protocol::Kind;
+using protocol::Request;
+
+struct Redirect {
+  const char* from;
+  char to[PATH_MAX];
+};
+
+struct Configuration {
+  bool served = false;
+  struct sockaddr_un address {};
+  Redirect redirects[2] = {{"/data/Marvoleth.log", {}}, {"/etc/vrel_registry.txt", {}}};
+};
+
+Configuration configuration;
+std::atomic<bool> configured{false};
+
+// Threads can only meet here before main, and then write the same values.
+void Configure() {
+  const char* path = getenv(protocol::kSocketVariable);
+  const char* root = getenv(protocol::kRootVariable);
+  configuration.address.sun_family = AF_UNIX;
+  configuration.served = path != nullptr && strlen(path) < sizeof(configuration.address.sun_path);
+  if (configuration.served) strcpy(configuration.address.sun_path, path);
+  for (Redirect& redirect : configuration.redirects) {
+    if (root == nullptr || strlen(root) + strlen(redirect.from) >= sizeof(redirect.to)) continue;
+    strcpy(redirect.to, root);
+    strcat(redirect.to, redirect.from);
+  }
+  configured.store(true, std::memory_order_release);
+}
+
+const Configuration& Settings() {
+  if (!configured.load(std::memory_order_acquire)) Configure();
+  return configuration;
+}
+
+constexpr Outcome kEngineGone{-1, ENODEV};
+
+// One connection to the engine, closed at the end of its scope.
+class Channel {
+ public:
+  explicit Channel(int flags = SOCK_CLOEXEC) : socket_(socket(AF_UNIX, SOCK_STREAM | flags, 0)) {
+    const Configuration& settings = Settings();
+    const auto* address = reinterpret_cast<const struct sockaddr*>(&settings.address);
+    while (socket_ >= 0 && connect(socket_, address, sizeof(settings.address)) != 0) {
+      if (errno == EINTR) continue;
+      Close();
+    }
+  }
+  ~Channel() { Close(); }
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+
+  int descriptor() const { return socket_; }
+  int Detach() {
+    const int descriptor = socket_;
+    socket_ = -1;
+    return descriptor;
+  }
+
+  // 0 or an errno.
+  int Send(const void* bytes, std::size_t length, const void* more, std::size_t moreLength) {
+    struct iovec pieces[2] = {{const_cast<void*>(bytes), length},
+                              {const_cast<void*>(more), moreLength}};
+    std::size_t left = length + moreLength;
+    while (left > 0) {
+      struct msghdr message {};
+      message.msg_iov = pieces;
+      message.msg_iovlen = 2;
+      const ssize_t sent = sendmsg(socket_, &message, MSG_NOSIGNAL);
+      if (sent < 0 && errno == EINTR) continue;
+      if (sent < 0) return errno;
+      left -= static_cast<std::size_t>(sent);
+      Advance(pieces, static_cast<std::size_t>(sent));
+    }
+    return 0;
+  }
+
+  // 0 or an errno; ENODEV when the engine ends first.
+  int Receive(void* buffer, std::size_t length) {
+    auto* at = static_cast<unsigned char*>(buffer);
+    while (length > 0) {
+      const ssize_t received = recv(socket_, at, length, 0);
+      if (received < 0 && errno == EINTR) continue;
+      if (received <= 0) return received == 0 ? ENODEV : errno;
+      at += received;
+      length -= static_cast<std::size_t>(received);
+    }
+    return 0;
+  }
+
+ private:
+  static void Advance(struct iovec* pieces, std::size_t sent) {
+    for (int i = 0; i < 2; ++i) {
+      const std::size_t part = sent < pieces[i].iov_len ? sent : pieces[i].iov_len;
+      pieces[i].iov_base = static_cast<unsigned char*>(pieces[i].iov_base) + part;
+      pieces[i].iov_len -= part;
+      sent -= part;
+    }
+  }
+
+  void Close() {
+    if (socket_ >= 0) Real().close(socket_);
+    socket_ = -1;
+  }
+
+  int socket_;
+};
+
+std::uint64_t Inode(int descriptor) {
+  struct stat status;
+  return Real().fstat(descriptor, &status) == 0 ? status.st_ino : 0;
+}
+
+// `out` has room for `room` bytes of payload.
+Outcome Exchange(Request request, const void* in, void* out, std::size_t room) {
+  Channel channel;
+  if (channel.descriptor() < 0) return kEngineGone;
+  const int sendError = channel.Send(&request, sizeof(request), in, request.payload);
+  if (sendError == EFAULT) {
+    // The engine is to know, and to say, that the program's address is bad.
+    request.hasBuffer = 0;
+    request.payload = 0;
+    return Exchange(request, nullptr, out, room);
+  }
+  Answer answer;
+  if (sendError != 0 || channel.Receive(&answer, sizeof(answer)) != 0) return kEngineGone;
+  if (answer.payload > room) return kEngineGone;
+  if (answer.payload > 0) {
+    if (const int error = channel.Receive(out, answer.payload)) return {-1, error};
+  }
+  return {answer.value, answer.error};
+}
+
+bool IsEngineEnd(int descriptor) {
+  struct sockaddr_un peer {};
+  socklen_t length = sizeof(peer);
+  return getpeername(descriptor, reinterpret_cast<struct sockaddr*>(&peer), &length) == 0 &&
+         peer.sun_family == AF_UNIX &&
+         strncmp(peer.sun_path, Settings().address.sun_path, sizeof(peer.sun_path)) == 0;
+}
+
+// Descriptors of the device that came through an exec.
+void AdoptInherited() {
+  DIR* folder = opendir("/proc/self/fd");
+  if (folder == nullptr) return;
+  while (const struct dirent* entry = readdir(folder)) {
+    const int descriptor = atoi(entry->d_name);
+    if (entry->d_name[0] != '.' && descriptor != dirfd(folder) && IsEngineEnd(descriptor)) {
+      MarkDescriptor(descriptor, Inode(descriptor));
+    }
+  }
+  closedir(folder);
+}
+
+__attribute__((constructor(103))) void AttachAtStart() {
+  if (!Settings().served) return;
+  const int savedErrno = errno;
+  AdoptInherited();
+  Exchange(Request(), nullptr, nullptr, 0);
+  errno = savedErrno;
+}
+
+}  // namespace
+
+bool DeviceServed() { return Settings().served; }
+
+const char* RedirectedPath(const char* path) {
+  for (const Redirect& redirect : Settings().redirects) {
+    if (redirect.to[0] != '\0' && SamePath(path, redirect.from)) return redirect.to;
+  }
+  return nullptr;
+}
+
+OpenedDevice DeviceOpen(int flags, unsigned mode) {
+  Channel channel((flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0);
+  if (channel.descriptor() < 0) return {-1, 0, errno == EMFILE || errno == ENFILE ? errno : ENODEV};
+  Request request;
+  request.kind = Kind::kOpen;
+  request.flags = flags;
+  request.mode = mode;
+  request.descriptor = channel.descriptor();
+  request.inode = Inode(channel.descriptor());
+  Answer answer;
+  if (channel.Send(&request, sizeof(request), nullptr, 0) != 0 ||
+      channel.Receive(&answer, sizeof(answer)) != 0) {
+    return {-1, 0, ENODEV};
+  }
+  if (answer.value == -1) return {-1, 0, answer.error};
+  return {channel.Detach(), request.inode, 0};
+}
+
+Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
+  Request request;
+  request.kind = Kind::kIoctl;
+  request.inode = handle;
+  request.request = number;
+  request.hasBuffer = argument != nullptr;
+  request.payload = argument != nullptr ? protocol::IoctlSize(number) : 0;
+  return Exchange(request, argument, argument, request.payload);
+}
+
+Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+  Request request;
+  request.kind = Kind::kRead;
+  request.inode = handle;
+  request.length = length;
+  request.hasBuffer = buffer != nullptr;
+  return Exchange(request, nullptr, buffer, length);
+}
+
+Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
+  Request request;
+  request.kind = Kind::kWrite;
+  request.inode = handle;
+  request.length = length;
+  request.hasBuffer = buffer != nullptr;
+  if (buffer != nullptr) {
+    request.payload = length < protocol::kMaxPayload ? length : protocol::kMaxPayload;
+  }
+  return Exchange(request, buffer, nullptr, 0);
+}
+
+Outcome DeviceClose(std::uint64_t handle, int descriptor) {
+  Channel channel;
+  Request request;
+  request.kind = Kind::kClose;
+  request.inode = handle;
+  Answer answer;
+  const bool announced = channel.descriptor() >= 0 &&
+                         channel.Send(&request, sizeof(request), nullptr, 0) == 0 &&
+                         channel.Receive(&answer, sizeof(answer)) == 0;
+  Real().close(descriptor);
+  const char closed = 0;
+  if (!announced || channel.Send(&closed, sizeof(closed), nullptr, 0) != 0 ||
+      channel.Receive(&answer, sizeof(answer)) != 0) {
+    return {};
+  }
+  return {answer.value, answer.error};
+}
+
+}  // namespace zulisim::hooks

@@ -1,0 +1,44 @@
+#include "simulator/program/run_folder.h"
+
+#include <stdlib.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <stdexcept>
+#include <system_error>
+
+namespace zulisim {
+namespace {
+
+// A local socket's address has room for little more than a hundred characters.
+constexpr std::size_t kLongestParent = 64;
+
+std::string Parent() {
+  const char* configured = getenv("TMPDIR");
+  const std::string parent = configured != nullptr ? configured : "";
+  const bool usable = !parent.empty() && parent.front() == '/' && parent.size() <= kLongestParent;
+  return usable ? parent : "/tmp";
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() : path_(Parent() + "/zulisim.XXXXXX") {
+  if (mkdtemp(path_.data()) == nullptr) {
+    throw std::system_error(errno, std::generic_category(), "the temporary folder " + path_);
+  }
+  cleaner_.RemoveFolder(path_);
+}
+
+std::string PrepareRoot(const std::string& root) {
+  std::error_code error;
+  const std::filesystem::path path = std::filesystem::absolute(root, error);
+  for (const char* name : {"data", "etc"}) {
+    if (!error) std::filesystem::create_directories(path / name, error);
+  }
+  if (error) {
+    throw std::runtime_error("the folder '" + root + "' cannot be used: " + error.message());
+  }
+  return std::filesystem::canonical(path).string();
+}
+
+}  // namespace zulisim

@@ -1,0 +1,51 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "simulator/device/client.h"
+#include "simulator/device/device.h"
+#include "simulator/device/operation_decoder.h"
+
+namespace zulisim {
+
+// A device of the kernel's: every operation is passed on to the file at `path`, as this process
+// sees it at the beginning, before it may enter a file tree in which the path is the program's. An
+// operation that the kernel lets wait blocks no other.
+class PassthroughDevice : public Device {
+ public:
+  // `clients` give names to GUIDs.
+  PassthroughDevice(std::string path, std::vector<Client> clients);
+  ~PassthroughDevice() override;
+  PassthroughDevice(const PassthroughDevice&) = delete;
+  PassthroughDevice& operator=(const PassthroughDevice&) = delete;
+  Result Open(int flags, unsigned mode, int descriptor) override;
+  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
+  Result Close(std::uint64_t connection) override;
+  void Release(std::uint64_t connection) override;
+  void AddObserver(OperationObserver* observer) override { narrator_.AddObserver(observer); }
+  void RemoveObserver(OperationObserver* observer) override { narrator_.RemoveObserver(observer); }
+
+ private:
+  class File;
+
+  // Null for a connection that is not open.
+  std::shared_ptr<File> FileOf(std::uint64_t connection) const;
+  int OpenFile(int flags, unsigned mode) const;
+  Result Tell(RawOperation* raw, Result result);
+  Result Close(std::uint64_t connection, bool gone);
+
+  const std::string path_;
+  const int folder_;  // that the file was in at the beginning
+  Narrator narrator_;
+  mutable std::mutex mutex_;  // guards all that follows; never held during an operation
+  std::map<std::uint64_t, std::shared_ptr<File>> files_;
+  std::uint64_t next_ = 1;
+};
+
+}  // namespace zulisim

@@ -1,0 +1,43 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "simulator/device/client.h"
+#include "simulator/engine/engine.h"
+#include "simulator/engine/fault.h"
+
+namespace zulisim {
+
+// How a client answers a command, or all commands that have no rule of their own.
+struct ReplyRule {
+  std::string client;
+  std::optional<std::uint32_t> command;
+  std::uint32_t status = 0;
+  std::optional<Bytes> body;  // replaces the request's body behind the header
+  std::optional<Bytes> privateData;
+  std::chrono::microseconds latency{0};
+  bool silent = false;  // no reply at all
+};
+
+// All that an engine can be told before a program starts.
+struct Scenario {
+  std::vector<Client> clients = DefaultClients();
+  std::vector<ReplyRule> replies;
+  std::vector<Fault> faults;
+  std::vector<std::string> files;  // that it was read from
+};
+
+// The client of that name, in either case of letters, or null.
+Client* FindClient(Scenario* scenario, const std::string& name);
+// The same, or std::invalid_argument with the names that there are.
+Client& ClientOf(Scenario* scenario, const std::string& name);
+
+// Tells `engine`, which was made with the scenario's clients, about replies and faults. Throws
+// std::invalid_argument for an unknown client or a fault that can never strike.
+void Apply(const Scenario& scenario, Engine* engine);
+
+}  // namespace zulisim

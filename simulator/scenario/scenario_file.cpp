@@ -1,0 +1,306 @@
+#include "simulator/scenario/scenario_file.h"
+
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <map>
+#include <stdexcept>
+#include <utility>
+
+#include "common/text_file.h"
+#include "simulator/scenario/toml_section.h"
+#include "simulator/scenario/values.h"
+
+namespace zulisim {
+namespace {
+
+constexpr std::int64_t kMaxWord = std::numeric_limits<std::uint32_t>::max();
+constexpr std::int64_t kMinStatus = std::numeric_limits<std::int32_t>::min();
+
+// Far apart, so that faults of one file do not strike together.
+constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
+
+class Reader {
+ public:
+  Reader(std::string folder, Scenario* scenario, std::vector<Diagnostic>* diagnostics)
+      : folder_(std::move(folder)), scenario_(scenario), diagnostics_(diagnostics) {}
+
+  void Read(const toml::table& root) {
+    TomlSection section(root, "a scenario", {"about", "seed", "client", "reply", "fault"},
+                        diagnostics_);
+    section.Text("about");
+    seed_ = static_cast<std::uint64_t>(
+        section.Integer("seed", 0, std::numeric_limits<std::int64_t>::max()).value_or(0));
+    for (const toml::table* table : section.Tables("client")) ReadClient(*table);
+    for (const toml::table* table : section.Tables("reply")) ReadReply(*table);
+    for (const toml::table* table : section.Tables("fault")) ReadFault(*table);
+  }
+
+ private:
+  struct PlacedFault {
+    Fault fault;
+    std::uint32_t line;
+  };
+
+  void ReadClient(const toml::table& table) {
+    TomlSection section(table, "a client", {"name", "guid", "max", "version"}, diagnostics_);
+    const auto name = section.Text("name");
+    if (!section.Has("name")) section.Report("", "a client needs a 'name'");
+    if (!name) return;
+    if (name->empty()) return section.Report("name", "a client's name is not empty");
+    const auto [place, isNew] = clientLines_.emplace(*name, section.line());
+    if (!isNew) {
+      return section.Report("name", "the client " + Quoted(*name) + " is described in line " +
+                                        std::to_string(place->second) + " already");
+    }
+    Client* client = FindClient(scenario_, *name);
+    if (client == nullptr) {
+      if (!section.Has("guid")) {
+        return section.Report("name", "the client " + Quoted(*name) + " is new and needs a 'guid'" +
+                                          NearestHint(*name, ClientNames()));
+      }
+      scenario_->clients.emplace_back();
+      client = &scenario_->clients.back();
+      client->name = *name;
+    }
+    section.WithText("guid", [&](const std::string& text) { SetGuid(ParseGuid(text), client); });
+    if (const auto max = section.Integer("max", 0, kLongestMessage)) {
+      client->maxMessageLength = static_cast<std::uint32_t>(*max);
+    }
+    if (const auto version = section.Integer("version", 0, 255)) {
+      client->protocolVersion = static_cast<std::uint8_t>(*version);
+    }
+  }
+
+  void SetGuid(const Guid& guid, Client* client) {
+    for (const Client& other : scenario_->clients) {
+      if (&other == client || other.guid != guid) continue;
+      throw std::invalid_argument("the GUID is that of the client " + Quoted(other.name));
+    }
+    client->guid = guid;
+  }
+
+  void ReadReply(const toml::table& table) {
+    TomlSection section(table, "a reply",
+                        {"client", "command", "status", "body", "body-file", "private",
+                         "private-file", "latency", "silent"},
+                        diagnostics_);
+    ReplyRule rule;
+    if (!section.Has("client")) section.Report("", "a reply needs a 'client'");
+    section.WithText(
+        "client", [&](const std::string& name) { rule.client = ClientOf(scenario_, name).name; });
+    if (const auto command = section.Integer("command", 0, kMaxWord)) {
+      rule.command = static_cast<std::uint32_t>(*command);
+    }
+    // A status is signed to the library, and written with its highest bit in most documents.
+    rule.status =
+        static_cast<std::uint32_t>(section.Integer("status", kMinStatus, kMaxWord).value_or(0));
+    rule.body = Content(&section, "body");
+    rule.privateData = Content(&section, "private");
+    section.WithText("latency",
+                     [&rule](const std::string& text) { rule.latency = ParseDuration(text); });
+    rule.silent = section.Flag("silent").value_or(false);
+    if (rule.silent) {
+      for (const char* key :
+           {"status", "body", "body-file", "private", "private-file", "latency"}) {
+        if (section.Has(key)) section.Report(key, "a silent client sends nothing");
+      }
+    }
+    const auto [place, isNew] =
+        replyLines_.emplace(std::make_pair(rule.client, rule.command), section.line());
+    if (!isNew && !rule.client.empty()) {
+      section.Report("command", "line " + std::to_string(place->second) + " tells " + rule.client +
+                                    " already how to answer " +
+                                    (rule.command ? "this command" : "all other commands"));
+    }
+    scenario_->replies.push_back(std::move(rule));
+  }
+
+  // The bytes of `key`, or of the file that "KEY-file" names.
+  std::optional<Bytes> Content(TomlSection* section, const std::string& key) {
+    std::optional<Bytes> bytes;
+    const std::string fileKey = key + "-file";
+    section->WithText(key, [&](const std::string& text) { bytes = ParseHex(text, "a " + key); });
+    section->WithText(fileKey, [&](const std::string& name) {
+      try {
+        const std::string path = std::filesystem::path(folder_) / name;
+        const std::string content = ReadFile(path, kLongestMessage);
+        scenario_->files.push_back(path);
+        bytes = Bytes(content.begin(), content.end());
+      } catch (const std::runtime_error& error) {
+        throw std::invalid_argument(error.what());
+      }
+    });
+    if (section->Has(key) && section->Has(fileKey)) {
+      section->Report(fileKey, "either " + Quoted(key) + " or " + Quoted(fileKey) + ", not both");
+    }
+    return bytes;
+  }
+
+  void ReadFault(const toml::table& table) {
+    TomlSection section(table, "a fault",
+                        {"operation", "at", "probability", "seed", "errno", "short", "lose"},
+                        diagnostics_);
+    const std::size_t before = diagnostics_->size();
+    Fault fault;
+    if (!section.Has("operation")) section.Report("", "a fault needs an 'operation'");
+    section.WithText("operation",
+                     [&](const std::string& text) { fault.operation = ParseOperation(text); });
+    ReadOccurrences(&section, &fault);
+    ReadEffect(&section, &fault);
+    if (diagnostics_->size() != before) return;
+    if (const auto error = FaultError(fault)) return section.Report(KeyOfError(fault), *error);
+    for (const PlacedFault& other : faults_) {
+      if (Hides(other.fault, fault)) {
+        section.Report("at", "the fault of line " + std::to_string(other.line) +
+                                 " strikes the same " + OperationName(fault.operation) +
+                                 "s first; let each of them strike once");
+        break;
+      }
+    }
+    faults_.push_back({fault, section.line()});
+    scenario_->faults.push_back(fault);
+  }
+
+  // What FaultError complains of.
+  static const char* KeyOfError(const Fault& fault) {
+    if (fault.first == 0) return "at";
+    return fault.probability > 0 && fault.probability <= 1 ? "short" : "probability";
+  }
+
+  void ReadOccurrences(TomlSection* section, Fault* fault) {
+    Occurrences when{1, kForever};
+    const toml::node* at = section->Node("at");
+    if (at == nullptr && !section->Has("probability")) {
+      section->Report("", "a fault needs an 'at', as in 3 or '3-5' or '3-', or a 'probability'");
+    } else if (at != nullptr && at->is_string()) {
+      section->WithText("at", [&](const std::string& text) { when = ParseOccurrences(text); });
+    } else if (at != nullptr && at->is_integer()) {
+      when.first = static_cast<std::uint64_t>(section->Integer("at", 1, kMaxWord).value_or(1));
+      when.times = 1;
+    } else if (at != nullptr) {
+      section->ReportType("at", "an integer, or a text such as '3-5' or '3-'");
+    }
+    fault->first = when.first;
+    fault->times = when.times;
+    fault->probability = section->Real("probability").value_or(1);
+    const auto seed = section->Integer("seed", 0, std::numeric_limits<std::int64_t>::max());
+    fault->seed = seed ? static_cast<std::uint64_t>(*seed) : seed_ + ++seeds_ * kSeedStep;
+  }
+
+  void ReadEffect(TomlSection* section, Fault* fault) {
+    constexpr const char* kNeeded = "a fault needs one of 'errno', 'short' and 'lose'";
+    std::vector<const char*> effects;
+    for (const char* key : {"errno", "short", "lose"}) {
+      if (section->Has(key)) effects.push_back(key);
+    }
+    if (effects.empty()) return section->Report("", kNeeded);
+    if (effects.size() > 1) {
+      for (const char* key : effects) section->Report(key, std::string(kNeeded) + ", not several");
+      return;
+    }
+    section->WithText(
+        "errno", [&](const std::string& text) { fault->effect = ErrnoFault{ParseErrno(text)}; });
+    if (const auto count = section->Integer("short", 0, kMaxWord)) {
+      fault->effect = ShortCount{static_cast<std::size_t>(*count)};
+    }
+    const toml::node* lose = section->Node("lose");
+    if (lose == nullptr) return;
+    if (lose->is_table()) {
+      ReadLoss(*lose->as_table(), fault);
+    } else if (lose->is_boolean() && **lose->as_boolean()) {
+      fault->effect = DeviceLoss{};
+    } else {
+      section->Report("lose", "'lose' is true, or a table such as { opens = 3, errno = \"EIO\" }");
+    }
+  }
+
+  void ReadLoss(const toml::table& table, Fault* fault) {
+    TomlSection section(table, "a loss", {"opens", "errno", "drop-replies"}, diagnostics_);
+    DeviceLoss loss;
+    if (const auto opens = section.Integer("opens", 0, kMaxWord)) {
+      loss.failingOpens = static_cast<std::uint64_t>(*opens);
+    }
+    section.WithText("errno",
+                     [&loss](const std::string& text) { loss.openError = ParseErrno(text); });
+    loss.keepReplies = !section.Flag("drop-replies").value_or(false);
+    fault->effect = loss;
+  }
+
+  // Whether `earlier` leaves some of the operations of `later` to it that it names for certain, or
+  // none of those that it may strike.
+  static bool Hides(const Fault& earlier, const Fault& later) {
+    if (earlier.operation != later.operation || earlier.probability < 1) return false;
+    const auto last = [](const Fault& fault) {
+      return fault.times == kForever ? kForever : fault.first + fault.times - 1;
+    };
+    if (later.probability < 1) {
+      return earlier.first <= later.first && last(later) <= last(earlier);
+    }
+    return earlier.first <= last(later) && later.first <= last(earlier);
+  }
+
+  std::vector<std::string> ClientNames() const {
+    std::vector<std::string> names;
+    for (const Client& client : scenario_->clients) names.push_back(client.name);
+    return names;
+  }
+
+  const std::string folder_;
+  Scenario* scenario_;
+  std::vector<Diagnostic>* diagnostics_;
+  std::uint64_t seed_ = 0;
+  std::uint64_t seeds_ = 0;
+  std::map<std::string, std::uint32_t> clientLines_;
+  std::map<std::pair<std::string, std::optional<std::uint32_t>>, std::uint32_t> replyLines_;
+  std::vector<PlacedFault> faults_;
+};
+
+}  // namespace
+
+std::string DiagnosticText(const std::string& file, const Diagnostic& diagnostic) {
+  return file + ":" + std::to_string(diagnostic.line) + ":" + std::to_string(diagnostic.column) +
+         ": " + diagnostic.message;
+}
+
+std::vector<Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
+                                     Scenario* scenario) {
+  std::vector<Diagnostic> diagnostics;
+  Scenario changed = *scenario;
+  try {
+    const toml::table root = toml::parse(text);
+    Reader(folder, &changed, &diagnostics).Read(root);
+  } catch (const toml::parse_error& error) {
+    const auto place = error.source().begin;
+    return {{place.line, place.column, "no TOML: " + std::string(error.description())}};
+  }
+  std::stable_sort(diagnostics.begin(), diagnostics.end(),
+                   [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
+  if (diagnostics.empty()) *scenario = std::move(changed);
+  return diagnostics;
+}
+
+std::vector<Diagnostic> ReadScenarioFile(const std::string& path, Scenario* scenario) {
+  const std::string folder = std::filesystem::path(path).parent_path().string();
+  return ReadScenario(ReadFile(path, kMaxTextFile), folder, scenario);
+}
+
+void AddScenarioFile(const std::string& path, Scenario* scenario) {
+  try {
+    std::string text;
+    for (const Diagnostic& diagnostic : ReadScenarioFile(path, scenario)) {
+      text += (text.empty() ? "" : "\n") + DiagnosticText(path, diagnostic);
+    }
+    if (!text.empty()) throw std::invalid_argument(text);
+    scenario->files.push_back(path);
+  } catch (const std::runtime_error& error) {
+    throw std::invalid_argument(error.what());
+  }
+}
+
+}  // namespace zulisim

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <string>
+
+#include "simulator/scenario/scenario.h"
+
+namespace zulisim {
+
+// The instructions of a command line. Each adds what its text says to the scenario, or throws
+// std::invalid_argument with a message that names the text and what would be right. Numbers are
+// decimal, or hexadecimal behind "0x"; names count in either case of letters.
+//
+// TIME is a number with its unit, as in "1.5ms". WHEN picks operations of a kind, counted from 1:
+// "3", "3-5", or "3-" for the third and all after.
+
+// NAME:FIELD[,FIELD]... with FIELD one of max=BYTES, version=N
+void AddClientOption(const std::string& text, Scenario* scenario);
+// CLIENT:COMMAND=FIELD[,FIELD]... with COMMAND a number or "*" for every command, and FIELD one of
+// status:N, body:HEX, private:HEX, latency:TIME, silent
+void AddReplyOption(const std::string& text, Scenario* scenario);
+// OPERATION:WHEN=ERRNO
+void AddFaultOption(const std::string& text, Scenario* scenario);
+// OPERATION:WHEN=BYTES
+void AddShortOption(const std::string& text, Scenario* scenario);
+// OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]
+void AddLossOption(const std::string& text, Scenario* scenario);
+
+}  // namespace zulisim

@@ -1,0 +1,211 @@
+#include "tools/call/script.h"
+
+#include <cctype>
+#include <cstring>
+#include <set>
+#include <sstream>
+
+#include "common/input_error.h"
+#include "common/number.h"
+#include "common/printable.h"
+#include "tools/call/script_words.h"
+
+namespace kaloctl {
+
+namespace {
+
+constexpr uint32_t kLongestMessage = 1u << 26;
+
+bool IsName(std::string_view word) {
+  if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) != 0) return false;
+  for (const char character : word) {
+    if (std::isalnum(static_cast<unsigned char>(character)) == 0 && character != '_') return false;
+  }
+  return true;
+}
+
+std::string Quoted(std::string_view word) { return "'" + Printable(word) + "'"; }
+
+// One line. What is wrong is thrown as InputError, without the place.
+class LineParser {
+ public:
+  LineParser(const std::string& text, std::set<std::string>& opened) : opened_(opened) {
+    std::istringstream stream(text);
+    for (std::string word; stream >> word;) words_.push_back(word);
+    step_.text = text;
+  }
+
+  ScriptStep Parse() {
+    form_ = FindCall(words_[0]);
+    if (form_ == nullptr) throw InputError(UnknownCall());
+    step_.call = form_->call;
+    switch (form_->arguments) {
+      case Arguments::kNone:
+        break;
+      case Arguments::kNewHandle:
+        ReadNewHandle();
+        break;
+      case Arguments::kHandle:
+        ReadHandle();
+        break;
+      case Arguments::kStateInit:
+        ReadStateInit();
+        break;
+      case Arguments::kHandleMessage:
+      case Arguments::kHandleMessagePrivate:
+        ReadHandle();
+        ReadMessage();
+        break;
+      case Arguments::kMessage:
+      case Arguments::kMessagePrivate:
+        ReadMessage();
+        break;
+    }
+    if (next_ < words_.size()) Reject(words_[next_], "nothing more");
+    return step_;
+  }
+
+ private:
+  std::string UnknownCall() const {
+    std::string text = "unknown call " + Quoted(words_[0]) + ": ";
+    if (const CallForm* nearest = NearestCall(words_[0])) {
+      return text + "did you mean " + nearest->name + "?";
+    }
+    text += "one of these is expected:";
+    for (const CallForm& form : kCallForms) text += std::string(" ") + form.name;
+    return text;
+  }
+
+  [[noreturn]] void Reject(const std::string& word, const std::string& expected) const {
+    throw InputError((word.empty() ? "the line ends early" : "wrong word " + Quoted(word)) + ": " +
+                     expected + " is expected (" + UsageOf(*form_) + ")");
+  }
+
+  // The next word, or an empty one.
+  std::string Next() { return next_ < words_.size() ? words_[next_++] : ""; }
+
+  void ReadNewHandle() {
+    step_.handle = Next();
+    if (!IsName(step_.handle) || step_.handle == kNullHandle) {
+      Reject(step_.handle, "a name of letters, digits and '_' for the handle, not null");
+    }
+    opened_.insert(step_.handle);
+  }
+
+  void ReadHandle() {
+    step_.handle = Next();
+    if (step_.handle == kNullHandle) return;
+    if (!IsName(step_.handle)) Reject(step_.handle, "the name of a handle, or null");
+    if (opened_.count(step_.handle) == 0) {
+      Reject(step_.handle,
+             "a handle that KaloInit3 or FenuInit3 takes in an earlier line, or null");
+    }
+  }
+
+  void ReadStateInit() {
+    const std::string version = Next();
+    step_.nullParams = version == kNullHandle;
+    if (step_.nullParams) return;
+    step_.apiVersion = Number(version, "a version such as 0x30000 or 0x30002, or null,");
+    step_.option = Number(Next(), "an option word such as 0 or 1");
+  }
+
+  void ReadMessage() {
+    ScriptCommand& command = step_.command;
+    command.commandId = Number(Next(), "a command identifier such as 4 or 0x30001");
+    command.length = Length(Next(), "the request's length in bytes");
+    command.replyLength = command.length;
+    while (next_ < words_.size()) ReadMessageOption(Next());
+  }
+
+  void ReadMessageOption(const std::string& word) {
+    constexpr char kReply[] = "reply=";
+    ScriptCommand& command = step_.command;
+    const bool takesPrivate = form_->arguments == Arguments::kMessagePrivate ||
+                              form_->arguments == Arguments::kHandleMessagePrivate;
+    if (word == "input=null") {
+      command.nullInput = true;
+    } else if (word == "reply=null") {
+      command.replyLength.reset();
+    } else if (word.rfind(kReply, 0) == 0) {
+      command.replyLength = Length(word.substr(std::strlen(kReply)), "the length behind reply=");
+    } else if (takesPrivate && word == "private") {
+      command.privateData = PrivateData::kBuffer;
+    } else if (takesPrivate && word == "IOCTLHND") {
+      command.privateData = PrivateData::kAllocTag;
+    } else if (takesPrivate && word == "IOCTLFRE") {
+      command.privateData = PrivateData::kFreeTag;
+    } else {
+      Reject(word, takesPrivate ? "reply=N, reply=null, input=null, private, IOCTLHND or IOCTLFRE"
+                                : "reply=N, reply=null or input=null");
+    }
+  }
+
+  uint32_t Number(const std::string& word, const std::string& expected) const {
+    const std::optional<uint32_t> number = ParseNumber(word);
+    if (!number) Reject(word, expected);
+    return *number;
+  }
+
+  uint32_t Length(const std::string& word, const std::string& what) const {
+    const std::string expected = what + ", 0 to " + std::to_string(kLongestMessage) + ",";
+    const uint32_t length = Number(word, expected);
+    if (length > kLongestMessage) Reject(word, expected);
+    return length;
+  }
+
+  std::set<std::string>& opened_;
+  std::vector<std::string> words_;
+  std::size_t next_ = 1;
+  const CallForm* form_ = nullptr;
+  ScriptStep step_;
+};
+
+// Without comment and the blanks around it.
+std::string Trimmed(std::string line) {
+  line = line.substr(0, line.find('#'));
+  const std::size_t first = line.find_first_not_of(" \t\r");
+  if (first == std::string::npos) return "";
+  return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+}
+
+}  // namespace
+
+std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name) {
+  std::vector<ScriptStep> steps;
+  std::set<std::string> opened;
+  std::string errors;
+  std::istringstream stream{std::string(content)};
+  std::string text;
+  for (std::size_t line = 1; std::getline(stream, text); ++line) {
+    text = Trimmed(text);
+    if (text.empty()) continue;
+    try {
+      steps.push_back(LineParser(text, opened).Parse());
+      steps.back().line = line;
+    } catch (const InputError& error) {
+      errors += (errors.empty() ? "" : "\n") + name + ", line " + std::to_string(line) + ": " +
+                error.what();
+    }
+  }
+  if (!errors.empty()) throw InputError(errors);
+  return steps;
+}
+
+std::string ScriptHelp() {
+  std::string help =
+      "SCRIPT holds one call a line; '#' starts a comment, blank lines are passed over:\n\n";
+  for (const CallForm& form : kCallForms) {
+    help += "  " + UsageOf(form) + "\n";
+  }
+  return help +
+         "\nNAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.\n"
+         "Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body "
+         "that\n"
+         "counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer "
+         "(default:\n"
+         "LENGTH); private offers 16 bytes for private data; IOCTLHND and IOCTLFRE put that tag\n"
+         "there. Nothing runs before the whole script has been read.\n";
+}
+
+}  // namespace kaloctl

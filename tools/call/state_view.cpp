@@ -1,0 +1,90 @@
+#include "tools/call/state_view.h"
+
+#include <iomanip>
+#include <string>
+#include <string_view>
+
+#include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
+#include "common/number.h"
+#include "tools/call/status_text.h"
+
+namespace kaloctl {
+
+namespace {
+
+constexpr uint32_t kEmptyRecord = 0xDEADBEEF;
+constexpr uint32_t kNoStatus = 0xFFFFFFFF;
+
+template <typename Value>
+void Field(std::ostream& out, const char* name, const Value& value) {
+  out << "  " << std::left << std::setw(22) << name << std::right << value << '\n';
+}
+
+std::string SessionText(const ClientSession* session, const SessionBook& book) {
+  if (session == nullptr) return "null";
+  return Hex(reinterpret_cast<uintptr_t>(session)) +
+         (book.Destroyed(session) ? " (destroyed)" : "");
+}
+
+std::string TextField(const char* text, std::size_t size) {
+  return "\"" + std::string(BoundedText(text, size)) + "\"";
+}
+
+std::string CodeText(uint32_t code) {
+  return code == kNoStatus ? Hex(code) + " (no status)" : StatusText(code);
+}
+
+std::string ApiVersionText(uint32_t version) {
+  switch (version) {
+    case KALO_FIRMWARE_API_30:
+      return Hex(version) + " (API 3.0)";
+    case KALO_FIRMWARE_API_32:
+      return Hex(version) + " (API 3.2)";
+    default:
+      return Hex(version) + " (not set)";
+  }
+}
+
+std::string ContextText(const void* context) {
+  const auto value = reinterpret_cast<uintptr_t>(context);
+  return Hex(value) + (value == kEmptyRecord ? " (no handle)" : "");
+}
+
+std::string ProcessText(uint32_t processId) {
+  return processId == kEmptyRecord ? Hex(processId) + " (nothing recorded)"
+                                   : std::to_string(processId);
+}
+
+const char* BoolText(bool value) { return value ? "true" : "false"; }
+
+}  // namespace
+
+void PrintState(std::ostream& out, const SessionBook& book) {
+  const KaloDllState& state = gKaloDllState;
+  out << "gKaloDllState\n";
+  Field(out, "kaloInterfaceVersion", state.kaloInterfaceVersion);
+  Field(out, "fenuInterfaceVersion", state.fenuInterfaceVersion);
+  Field(out, "stateLock", std::to_string(sizeof(state.stateLock)) + " bytes, held by calls only");
+  Field(out, "provisioningSession", SessionText(state.provisioningSession, book));
+  Field(out, "kaloSessionA", SessionText(state.kaloSessionA, book));
+  Field(out, "kaloSessionB", SessionText(state.kaloSessionB, book));
+  Field(out, "fenuSession", SessionText(state.fenuSession, book));
+  Field(out, "apiErrorText", TextField(state.apiErrorText, sizeof(state.apiErrorText)));
+  Field(out, "apiErrorCode", CodeText(state.apiErrorCode));
+  Field(out, "kaloErrorText", TextField(state.kaloErrorText, sizeof(state.kaloErrorText)));
+  Field(out, "kaloErrorCode", CodeText(state.kaloErrorCode));
+  Field(out, "fenuErrorText", TextField(state.fenuErrorText, sizeof(state.fenuErrorText)));
+  Field(out, "fenuErrorCode", CodeText(state.fenuErrorCode));
+  Field(out, "lastErrorSource", SourceText(state.lastErrorSource));
+  Field(out, "lastErrorContext", ContextText(state.lastErrorContext));
+  Field(out, "lastErrorProcessId", ProcessText(state.lastErrorProcessId));
+  Field(out, "firmwareApiVersion", ApiVersionText(state.firmwareApiVersion));
+  Field(out, "stateInitFlag", BoolText(state.stateInitFlag));
+  Field(out, "kaloRefCountA", state.kaloRefCountA);
+  Field(out, "kaloRefCountB", state.kaloRefCountB);
+  Field(out, "fenuRefCount", state.fenuRefCount);
+  Field(out, "sessionBShared", BoolText(state.sessionBShared));
+}
+
+}  // namespace kaloctl

@@ -1,0 +1,207 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "oscl/last_error.h"
+#include "oscl/registry.h"
+#include "tools/cli/commands.h"
+#include "tools/cli/exit_status.h"
+#include "common/input_error.h"
+#include "common/number.h"
+#include "common/options.h"
+#include "common/palette.h"
+#include "tools/registry/registry_file.h"
+#include "tools/registry/registry_view.h"
+
+namespace kaloctl {
+
+namespace {
+
+struct RegistryOptions {
+  std::string file = kRegistryPath;
+  std::string key;
+  std::string name;
+  std::string data;
+  std::optional<uint32_t> type;
+  bool raw = false;
+  bool repair = false;
+  bool force = false;
+};
+
+int List(const RegistryOptions& options) {
+  const RegistryText registry = LoadRegistryFile(options.file);
+  PrintRegistry(std::cout, PaletteFor(stdout), registry);
+  if (registry.endedEarly) {
+    std::cout << std::flush;
+    std::cerr << "kaloctl: '" << options.file << "', line " << *registry.endedEarly
+              << ": the library stops reading here, without an error\n";
+  }
+  return kDone;
+}
+
+RegistryValue* FindValue(RegistryKey& key, const std::string& name) {
+  for (RegistryValue& value : key.values) {
+    if (value.name == name) return &value;
+  }
+  return nullptr;
+}
+
+int Get(const RegistryOptions& options) {
+  RegistryText registry = LoadRegistryFile(options.file);
+  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
+  const RegistryValue* value = FindValue(key, options.name);
+  if (value == nullptr) {
+    throw RegistryError("key '" + options.key + "' has no value '" + options.name + "' (code " +
+                        std::to_string(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ", " +
+                        RegistryCodeText(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ")");
+  }
+  if (!options.raw) {
+    std::cout << TypeText(value->type) << " " << DataText(*value) << '\n';
+  } else if (value->type == REG_SZ) {
+    std::cout << value->text.value_or("") << '\n';
+  } else {
+    std::cout << NumberText(*value) << '\n';
+  }
+  return kDone;
+}
+
+uint32_t NumberOf(const std::string& data) {
+  const bool negative = !data.empty() && data[0] == '-';
+  const std::optional<uint32_t> number = ParseNumber(negative ? data.substr(1) : data);
+  if (!number || (negative && *number > 0x80000000u)) {
+    throw InputError("'" + data +
+                     "': a number of -2147483648 to 4294967295 is expected, "
+                     "decimal or 0x hexadecimal");
+  }
+  return negative ? 0 - *number : *number;
+}
+
+// Changes the value in the key that the library would change, or adds it there.
+void Change(RegistryText& registry, const RegistryOptions& options) {
+  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
+  RegistryValue* value = FindValue(key, options.name);
+  if (value == nullptr) {
+    if (!options.type) {
+      throw InputError("value '" + options.name + "' is new in '" + options.key +
+                       "': give it a type with --type string, dword or qword");
+    }
+    value = &key.values.emplace_back();
+    value->name = options.name;
+  }
+  value->type = options.type.value_or(value->type);
+  value->text.reset();
+  value->number.reset();
+  if (value->type == REG_SZ) {
+    value->text = options.data;
+  } else {
+    value->number = NumberOf(options.data);
+  }
+}
+
+// Throws InputError unless the library would read from `content` what `registry` holds.
+void ProveLoadable(const RegistryText& registry, const std::string& content,
+                   const RegistryOptions& options) {
+  std::string readBack;
+  try {
+    readBack = FormatRegistry(ParseRegistry(content), RegistryStyle::kLoadable);
+  } catch (const RegistryFault&) {
+  }
+  if (readBack == FormatRegistry(registry, RegistryStyle::kLoadable)) return;
+  throw InputError("'" + options.name + "' = '" + options.data +
+                   "': names and texts of 1 to 255 characters are expected, without line ends and "
+                   "without a blank in front; nothing was changed");
+}
+
+int Set(const RegistryOptions& options) {
+  if (!options.repair && !options.force) {
+    throw InputError(
+        "nothing was changed: as the library writes it, '" + options.file +
+        "' would not load again: each line would end in a blank, and every later call would fail\n"
+        "with code 13. Add --repair to write it without the blanks and with its keys in their "
+        "order,\nor --force to write it as the library does");
+  }
+  RegistryText registry =
+      options.repair ? LoadRegistryFileToEdit(options.file) : LoadRegistryFile(options.file);
+  Change(registry, options);
+  const std::string loadable = FormatRegistry(registry, RegistryStyle::kLoadable);
+  ProveLoadable(registry, loadable, options);
+  WriteRegistryFile(options.file, options.repair
+                                      ? loadable
+                                      : FormatRegistry(registry, RegistryStyle::kRewritten));
+  if (options.force) {
+    std::cerr << "kaloctl: '" << options.file << "' does not load any more until "
+              << RegistryCommand("repair", options.file) << " is run\n";
+  }
+  return kDone;
+}
+
+int Repair(const RegistryOptions& options) {
+  const std::string content = ReadRegistryFile(options.file);
+  const RegistryText registry = LoadRegistryFileToEdit(options.file);
+  if (!IsRewritten(content)) {
+    std::cout << "'" << options.file << "' loads as it is: " << CountText(registry)
+              << "; nothing was changed\n";
+    return kDone;
+  }
+  WriteRegistryFile(options.file, FormatRegistry(registry, RegistryStyle::kLoadable));
+  std::cout << "'" << options.file << "' loads again: " << CountText(registry) << "\n";
+  return kDone;
+}
+
+constexpr char kFooter[] =
+    "KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\\Software\\Video', NAME a value "
+    "in\n"
+    "it. The file is read as the library reads it. Types are string, dword and qword (whose data\n"
+    "the library keeps in 32 bits). A file that does not load is reported with line and code.\n"
+    "\n"
+    "When the library sets a value it rewrites the file so that it does not load again. 'set'\n"
+    "therefore asks for --repair (the file stays loadable) or --force (what the library does), "
+    "and\n"
+    "'repair' undoes what the library did to a file, the order of its keys included.\n"
+    "\n"
+    "Examples:\n"
+    "  kaloctl registry get 'HKEY_LOCAL_MACHINE\\Software\\Video' Level\n"
+    "  kaloctl registry set 'HKEY_LOCAL_MACHINE\\Software\\Video' Level 3 --repair --file r.txt\n";
+
+void AddValueArguments(CLI::App& command, RegistryOptions& options) {
+  command.add_option("KEY", options.key, "Full path of the key")->required();
+  command.add_option("NAME", options.name, "Name of the value")->required();
+}
+
+}  // namespace
+
+void AddRegistryCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<RegistryOptions>();
+  CLI::App* registry = app.add_subcommand("registry", "Show, change and repair the registry file");
+  registry->require_subcommand(1)->footer(kFooter);
+  const auto add = [&](const char* name, const char* help, int (*action)(const RegistryOptions&)) {
+    CLI::App* command = registry->add_subcommand(name, help);
+    command->add_option("--file", options->file, "The registry file")
+        ->type_name("F")
+        ->capture_default_str();
+    command->callback([options, action, &exitStatus] { exitStatus = action(*options); });
+    return command;
+  };
+  add("list", "Show all keys and values as a tree", List);
+  CLI::App* get = add("get", "Show a value with its type", Get);
+  AddValueArguments(*get, *options);
+  get->add_flag("--raw", options->raw, "Show the data alone");
+  CLI::App* set = add("set", "Set a value", Set);
+  AddValueArguments(*set, *options);
+  set->add_option("DATA", options->data, "A text, or a number that is decimal or 0x hexadecimal")
+      ->required();
+  AddChoice<uint32_t>(*set, "--type", options->type,
+                      {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
+                      "Type of the value (default: the one it has)");
+  auto* force =
+      set->add_flag("--force", options->force, "Write as the library does: it does not load again");
+  set->add_flag("--repair", options->repair, "Write so that the library loads it again")
+      ->excludes(force);
+  add("repair", "Make a file load again that the library has rewritten", Repair);
+}
+
+}  // namespace kaloctl

@@ -1,0 +1,75 @@
+#include <cstdio>
+#include <iostream>
+#include <memory>
+
+#include <CLI/CLI.hpp>
+
+#include "tools/cli/commands.h"
+#include "tools/cli/exit_status.h"
+#include "tools/call/script_runner.h"
+#include "tools/call/state_view.h"
+#include "common/text_input.h"
+
+namespace kaloctl {
+
+namespace {
+
+struct ScriptOptions {
+  std::string script;
+  RunOptions run;
+  bool noLog = false;
+};
+
+int RunScript(const ScriptOptions& options, bool showState) {
+  std::vector<ScriptStep> steps;
+  if (!options.script.empty()) {
+    steps = ParseScript(ReadInput(options.script), InputName(options.script));
+  }
+  ScriptRunner runner(std::cout, PaletteFor(stdout), options.run);
+  const bool good = runner.Run(steps);
+  if (showState) PrintState(std::cout, runner.book());
+  return good ? kDone : kFailed;
+}
+
+constexpr char kDestroyedHelp[] = "Send on a session that the script has destroyed (it may crash)";
+
+}  // namespace
+
+void AddRunCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<ScriptOptions>();
+  CLI::App* command =
+      app.add_subcommand("run", "Make the calls of a script and show what each of them did");
+  command->add_option("SCRIPT", options->script, "The script; - reads standard input")->required();
+  command->add_flag("--trace", options->run.trace,
+                    "Show the library's trace lines too (its log file receives them as well)");
+  command->add_flag("--no-log", options->noLog, "Show no log lines");
+  command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
+  command->footer(
+      ScriptHelp() +
+      "\nEach call is shown with its status, what it brought back, the counts of handles\n"
+      "that are out, and the log lines it caused. The exit status is 1 when a call failed\n"
+      "or was not made, 2 when the script is wrong.");
+  command->callback([options, &exitStatus] {
+    options->run.showLog = !options->noLog;
+    exitStatus = RunScript(*options, false);
+  });
+}
+
+void AddStateCommand(CLI::App& app, int& exitStatus) {
+  auto options = std::make_shared<ScriptOptions>();
+  options->run.brief = true;
+  CLI::App* command = app.add_subcommand(
+      "state", "Show the library's global state, after the calls of a script if there is one");
+  command->add_option("SCRIPT", options->script,
+                      "A script as 'kaloctl run' takes; - reads "
+                      "standard input");
+  command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
+  command->footer(
+      "The state is that of this program's copy of the library, so without SCRIPT it is the state\n"
+      "after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions "
+      "that\n"
+      "have been closed stay in the state and are marked.");
+  command->callback([options, &exitStatus] { exitStatus = RunScript(*options, true); });
+}
+
+}  // namespace kaloctl

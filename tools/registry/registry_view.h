@@ -1,0 +1,25 @@
+#pragma once
+
+#include <ostream>
+#include <string>
+
+#include "common/palette.h"
+#include "tools/registry/registry_text.h"
+
+namespace kaloctl {
+
+// "string", "dword" or "qword".
+std::string TypeText(uint32_t type);
+// The number of a value that is no text, with its sign, as the file has it.
+std::string NumberText(const RegistryValue& value);
+// The value's data, for people.
+std::string DataText(const RegistryValue& value);
+
+// "1 key", "2 keys"
+std::string CountText(const RegistryText& registry);
+
+// The keys as a tree, each with its id and its values. A key that the library does not reach is
+// marked.
+void PrintRegistry(std::ostream& out, const Palette& palette, const RegistryText& registry);
+
+}  // namespace kaloctl
