@@ -61,6 +61,12 @@ void CountRegistry() {
   bench::WriteRegistry(100);
   Count("registry_100_keys", [] { bench::GetRegistryValue(100); });
   Count("registry_100_keys_stdio", [] { bench::ReadRegistryTwice(); });
+  Count("registry_set_100_keys", [] {
+    bench::SetRegistryValue(100);
+    CALLGRIND_TOGGLE_COLLECT;
+    bench::WriteRegistry(100);
+    CALLGRIND_TOGGLE_COLLECT;
+  });
   bench::WriteRegistry(10000);
   Count("registry_10000_keys", [] { bench::GetRegistryValue(10000); });
 }

@@ -96,27 +96,17 @@ int Ioctl(int descriptor, unsigned long request, void* argument) {
   return ioctl(descriptor, request, argument);
 }
 
-ssize_t StreamRead(void* file, char* buffer, size_t length) {
-  if (Fails("fread")) return -1;
-  const Outside outside;
-  return static_cast<ssize_t>(fread(buffer, 1, length, static_cast<FILE*>(file)));
-}
-ssize_t StreamWrite(void* file, const char* buffer, size_t length) {
-  if (Fails("fwrite")) return 0;
-  const Outside outside;
-  return static_cast<ssize_t>(fwrite(buffer, 1, length, static_cast<FILE*>(file)));
-}
-int StreamClose(void* file) { return fclose(static_cast<FILE*>(file)); }
-
-// What libc does under the streams that the library reads or rewrites itself can fail too. The log
-// file stays as it is, for the C++ runtime goes past the stream to its descriptor.
 FILE* Fopen(const char* path, const char* mode) {
   if (Fails("fopen")) return nullptr;
   const Outside outside;
-  FILE* file = fopen(path, mode);
-  const std::string name = path;
-  if (file == nullptr || (name != "/etc/vrel_registry.txt" && name != "/proc/version")) return file;
-  return fopencookie(file, mode, {StreamRead, StreamWrite, nullptr, StreamClose});
+  return fopen(path, mode);
+}
+
+size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
+  return Fails("fread") ? 0 : fread(buffer, size, count, file);
+}
+size_t Fwrite(const void* buffer, size_t size, size_t count, FILE* file) {
+  return Fails("fwrite") ? 0 : fwrite(buffer, size, count, file);
 }
 
 // What the stream still has to write can fail beneath it.
@@ -154,6 +144,8 @@ const std::map<std::string, void*> kReplacements = {OWN(open, Open),
                                                     HOOK(close, kReleases),
                                                     OWN(fopen, Fopen),
                                                     OWN(fopen64, Fopen),
+                                                    OWN(fread, Fread),
+                                                    OWN(fwrite, Fwrite),
                                                     OWN(_Znwm, New),
                                                     OWN(_Znam, NewArray),
                                                     OWN(pthread_mutex_lock, Lock),

@@ -9,7 +9,7 @@
 #include "api/kalo_dll_state.h"
 #include "oscl/bounded_string.h"
 #include "oscl/critical_section.h"
-#include "oscl/inert.h"
+#include "oscl/stubs.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "oscl/timing.h"
