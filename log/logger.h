@@ -1,5 +1,10 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error "log/logger.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 #include <locale>
@@ -19,12 +24,13 @@ class Logger : public std::basic_stringstream<char> {
   class LogBase {
    public:
     LogBase();
-    // Deletes the sinks, unless one is still at work after a second.
+    // Deletes the sinks in order and waits for nobody; while a message is being delivered to them
+    // it deletes none.
     ~LogBase();
     LogBase(const LogBase&) = delete;
     LogBase& operator=(const LogBase&) = delete;
 
-    // Threshold: messages of a greater level are dropped. KaloInit3 sets it to 0.
+    // Threshold: messages of a greater level are dropped. Every KaloInit3 sets it to 0.
     int32_t level;
     // In order of registration; owned; a null entry is passed over. Other code appends to it only
     // while no other thread logs or initialises, or while it holds `lock`. Whoever appends may
