@@ -17,6 +17,6 @@ KernelServer::KernelServer(Device&, Kind kind, const std::string& path, bool)
 
 KernelServer::~KernelServer() = default;
 
-void KernelServer::Settle() { static_cast<void>(kind_); }
+void KernelServer::WaitForCloses() { static_cast<void>(kind_); }
 
 }  // namespace zulisim
