@@ -11,8 +11,8 @@
 
 namespace {
 
-// A null text keeps the old one although the code changes; an over-long text is refused and keeps
-// it too. Both are meant.
+// Contract: a null text keeps the old one although the code changes; an over-long text is refused
+// and keeps it too.
 void Store(char (&record)[KaloDllState::kErrorTextSize], uint32_t& recordedCode, const char* text,
            uint32_t code) {
   if (text != nullptr) strcpy_s(record, sizeof record, text);

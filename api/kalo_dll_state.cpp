@@ -1,10 +1,12 @@
 #include "api/kalo_dll_state.h"
 
+#include <pthread.h>
+
 #include <cstring>
 
 #include "api/error_record.h"
 #include "api/kalo_dll.h"
-#include "transport/session_registry.h"
+#include "log/log_line.h"
 
 #ifdef KALODLL_CARRIES_LIBSTDCXX
 namespace __gnu_cxx {
@@ -15,6 +17,13 @@ void __freeres();
 
 // The first of the library's two static objects to be built, whatever the link order.
 __attribute__((init_priority(1001))) KaloDllState gKaloDllState;
+
+namespace {
+
+// In the child of a fork: whoever held the lock there may not exist any more.
+void FreeLock() { pthread_mutex_init(&gKaloDllState.stateLock, nullptr); }
+
+}  // namespace
 
 KaloDllState::KaloDllState()
     : kaloInterfaceVersion(0),
@@ -39,6 +48,8 @@ KaloDllState::KaloDllState()
   kaloRefCountB = 0;
   fenuRefCount = 0;
   sessionBShared = false;
+  // A driver may have a state of its own.
+  if (this == &gKaloDllState) pthread_atfork(nullptr, nullptr, FreeLock);
 }
 
 KaloDllState::~KaloDllState() {
@@ -47,13 +58,22 @@ KaloDllState::~KaloDllState() {
   kaloRefCountB = 0;
   fenuRefCount = 0;
   sessionBShared = false;
-  // A driver may have a state of its own, whose end is not the library's.
-  if (this != &gKaloDllState) return;
-  session_registry::Release();
 #ifdef KALODLL_CARRIES_LIBSTDCXX
   // The carried copy is unloaded with the library and would lose it.
-  __gnu_cxx::__freeres();
+  if (this == &gKaloDllState) __gnu_cxx::__freeres();
 #endif
 }
 
+// Not in a header: a driver may declare a DllMain of its own, with another linkage.
 int32_t DllMain(void*, unsigned int, void*) { return 1; }
+
+KALO_DLL_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params) {
+  KALO_LOG(logging::kOrdinaryLevel) << "Executing call to KaloStateInit() API...";
+  if (params != nullptr) {
+    gKaloDllState.firmwareApiVersion = params->firmwareApiVersion;
+    gKaloDllState.stateInitFlag = params->stateInitOption == 1;
+  }
+  // Contract: the name of another call.
+  KALO_LOG(logging::kOrdinaryLevel) << "Call to KaloInit() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
+}

@@ -1,13 +1,10 @@
 #pragma once
 
-#include <cstdint>
-
 #include "api/kalo_dll_state.h"
 
-// One session pointer of the exported state. The state keeps the address of a session after it has
-// been destroyed, and another session may take the address; which session the library stored stands
-// here, beside the state. A pointer that other code writes into the state is used as it stands. As
-// unlocked as the state itself.
+// One session pointer of the exported state. The state keeps the address of a session after the
+// library has destroyed it; a hidden mark beside the state tells such an address from a live one.
+// An address that other code wrote into the state counts as live. As unlocked as the state itself.
 class SessionField {
  public:
   constexpr explicit SessionField(ClientSession* KaloDllState::*member) : member_(member) {}
@@ -15,15 +12,26 @@ class SessionField {
   // The pointer as it stands.
   ClientSession* Get() const { return gKaloDllState.*member_; }
 
-  // The pointer, or null when its session has been destroyed.
-  ClientSession* Live() const;
+  // The pointer, or null when the library has destroyed its session.
+  ClientSession* Live() const { return Get() == destroyed_ ? nullptr : Get(); }
 
-  void Set(ClientSession* session);
+  // Stores a session that the library has made, or null.
+  void Set(ClientSession* session) {
+    destroyed_ = nullptr;
+    gKaloDllState.*member_ = session;
+  }
+
+  // Deletes a session and marks every field that holds its address.
+  static void Destroy(ClientSession* session);
 
  private:
+  void MarkIf(const ClientSession* session) {
+    if (Get() == session) destroyed_ = session;
+  }
+
   ClientSession* KaloDllState::*member_;
-  const ClientSession* stored_ = nullptr;
-  uint64_t serial_ = 0;
+  // The address that the field held when the library destroyed the session there.
+  const ClientSession* destroyed_ = nullptr;
 };
 
 extern SessionField kaloFieldA;

@@ -1,6 +1,7 @@
 // The operations of bench/instructions.txt, for scripts/instructions.sh to count.
 
 #include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
 #include "bench/counted.h"
 #include "bench/free_device.h"
 #include "bench/library_driver.h"
@@ -16,6 +17,9 @@ void CountWithoutSink() {
   bench::OwnSession session;
   Count("trace_statement", [] { bench::TraceLine(bench::kMessageLength); });
   Count("command_no_sink", [&] { bench::Command(session.handle()); });
+  gKaloDllState.kaloSessionA = session.handle();
+  Count("earlier_command_no_sink", [] { bench::EarlierCommand(); });
+  gKaloDllState.kaloSessionA = nullptr;
 }
 
 void CountWithOneSink() {
@@ -57,6 +61,12 @@ void CountRegistry() {
   bench::WriteRegistry(100);
   Count("registry_100_keys", [] { bench::GetRegistryValue(100); });
   Count("registry_100_keys_stdio", [] { bench::ReadRegistryTwice(); });
+  Count("registry_set_100_keys", [] {
+    bench::SetRegistryValue(100);
+    CALLGRIND_TOGGLE_COLLECT;
+    bench::WriteRegistry(100);
+    CALLGRIND_TOGGLE_COLLECT;
+  });
   bench::WriteRegistry(10000);
   Count("registry_10000_keys", [] { bench::GetRegistryValue(10000); });
 }

@@ -5,7 +5,6 @@
 
 #include "api/kalo_dll.h"
 #include "bench/free_device.h"
-#include "log/address.h"
 #include "log/log_line.h"
 #include "transport/client_session.h"
 
@@ -16,6 +15,15 @@ namespace {
 constexpr char kCommand[] = "StartIoEx3";
 constexpr char kInit[] = "KaloInit3";
 constexpr char kCleanup[] = "KaloCleanup3";
+
+thread_local unsigned char request[kMessageLength];
+thread_local unsigned char reply[kMessageLength];
+
+void Check(KALO_DLL_STATUS status) {
+  if (status == KALO_DLL_STATUS_SUCCESS) return;
+  std::fprintf(stderr, "a command returned %u\n", static_cast<unsigned int>(status));
+  std::exit(1);
+}
 
 class NullSink : public LogSink {
  public:
@@ -28,7 +36,7 @@ void RemoveSinks() {
 }
 
 void WriteCount(const char* function, const char* text) {
-  KALO_LOG_AS(logging::kOrdinaryLevel, function) << text << std::hex << 2;
+  KALO_LOG_AS(logging::kOrdinaryLevel, function) << text << logging::Hex(2);
 }
 
 }  // namespace
@@ -40,13 +48,11 @@ OwnSession::OwnSession() : session_(new ClientSession) {
 OwnSession::~OwnSession() { delete session_; }
 
 void Command(void* handle) {
-  static thread_local unsigned char request[kMessageLength];
-  static thread_local unsigned char reply[kMessageLength];
-  const KALO_DLL_STATUS status =
-      StartIoEx3(handle, request, sizeof request, reply, sizeof reply, nullptr, nullptr);
-  if (status == KALO_DLL_STATUS_SUCCESS) return;
-  std::fprintf(stderr, "StartIoEx3 returned %u\n", static_cast<unsigned int>(status));
-  std::exit(1);
+  Check(StartIoEx3(handle, request, sizeof request, reply, sizeof reply, nullptr, nullptr));
+}
+
+void EarlierCommand() {
+  Check(StartIoEx(request, sizeof request, reply, sizeof reply, nullptr, nullptr));
 }
 
 void SetFileSinks(size_t count) {

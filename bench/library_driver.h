@@ -24,6 +24,9 @@ class OwnSession {
 // StartIoEx3 with a request and a reply of kMessageLength bytes. Ends the program when it fails.
 void Command(void* handle);
 
+// The same by StartIoEx on gKaloDllState.kaloSessionA.
+void EarlierCommand();
+
 // Leaves the log with `count` sinks on one file of the scratch folder. Nothing may log meanwhile.
 void SetFileSinks(size_t count);
 

@@ -53,6 +53,14 @@ void GetRegistryValue(unsigned int keys) {
   std::exit(1);
 }
 
+void SetRegistryValue(unsigned int keys) {
+  const uint32_t number = keys;
+  const uint32_t code = RegSetValueEx(keys / 2, "Number", 0, REG_DWORD, &number, sizeof number);
+  if (code == 0) return;
+  std::fprintf(stderr, "RegSetValueEx returned %u\n", code);
+  std::exit(1);
+}
+
 void ReadRegistryTwice() {
   ReadRegistryOnce();
   ReadRegistryOnce();

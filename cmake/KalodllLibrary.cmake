@@ -32,6 +32,16 @@ else()
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
 endif()
 
+# Relative relocations, most of them the carried runtime's, packed to a bit each. Android's loader
+# takes them from API level 28 on, glibc's from 2.36 on, but only as GNU ld marks them: not with lld
+# for glibc.
+if(ANDROID)
+  target_link_options(kalodll PRIVATE
+    "LINKER:--pack-dyn-relocs=android+relr,--use-android-relr-tags")
+elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  target_link_options(kalodll PRIVATE "LINKER:-z,pack-relative-relocs")
+endif()
+
 if(ANDROID)
   # The toolchain's c++_static carries library and unwinder, and the version script hides both.
   target_link_options(kalodll PRIVATE "LINKER:--no-undefined")

@@ -1,53 +1,37 @@
 #include "log/log_line.h"
 
-#include <algorithm>
-#include <atomic>
-#include <charconv>
 #include <cstring>
-
-#include "oscl/critical_section_guard.h"
 
 namespace logging {
 
-namespace {
-
-// Sinks are never taken away while the library is loaded, so that once one has been seen nobody
-// needs to look again.
-std::atomic<bool> sinkSeen{false};
-
-// Far more than any function's name has.
-constexpr size_t kNameLimit = 96;
-constexpr size_t kTagLimit = 16;
-
-// Inserts "<function>:<tag>: " in one piece, for a third of what four insertions cost.
-void InsertLeadIn(std::ostream& stream, const char* function, int tag) {
-  char text[kNameLimit + kTagLimit];
-  const size_t nameLength = std::min(std::strlen(function), kNameLimit);
-  std::memcpy(text, function, nameLength);
-  char* end = text + nameLength;
-  *end++ = ':';
-  end = std::to_chars(end, std::end(text), tag).ptr;
-  *end++ = ':';
-  *end++ = ' ';
-  stream.write(text, end - text);
+LogLine::LogLine(int32_t level, std::string_view function, std::string_view tag) : level_(level) {
+  *this << function << tag;
 }
 
-}  // namespace
-
-bool SinkRegistered() {
-  if (sinkSeen.load(std::memory_order_relaxed)) return true;
-  const oscl::ErrnoKeeper keeper;
-  const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
-  if (Logger::logBase.sinks.empty()) return false;
-  sinkSeen.store(true, std::memory_order_relaxed);
-  return true;
+LogLine::~LogLine() {
+  *end_ = '\0';
+  Emit(level_, longText_.empty() ? text_ : longText_.c_str());
 }
 
-void NoteSink() { sinkSeen.store(true, std::memory_order_relaxed); }
+LogLine& LogLine::operator<<(std::string_view text) {
+  if (text.size() <= static_cast<size_t>(limit_ - end_)) {
+    std::memcpy(end_, text.data(), text.size());
+    end_ += text.size();
+    return *this;
+  }
+  try {
+    if (longText_.empty()) longText_.assign(text_, end_);
+    longText_.append(text);
+    limit_ = end_;
+  } catch (...) {
+    // Out of memory: the piece is missing, and the code that logs goes on.
+  }
+  return *this;
+}
 
-LogLine::LogLine(int32_t level, const char* function, int tag) {
-  logger_.level = level;
-  InsertLeadIn(logger_, function, tag);
+LogLine& LogLine::operator<<(Address address) {
+  if (address.value == nullptr) return *this << '0';
+  return (*this << "0x").AppendNumber(reinterpret_cast<uintptr_t>(address.value), 16);
 }
 
 }  // namespace logging

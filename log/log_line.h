@@ -1,8 +1,11 @@
 #pragma once
 
+#include <charconv>
 #include <cstdint>
-#include <ostream>
+#include <string>
+#include <string_view>
 
+#include "log/delivery.h"
 #include "log/logger.h"
 #include "oscl/errno_keeper.h"
 
@@ -11,49 +14,78 @@
 //   KALO_LOG(kTraceLevel) << "READ call is successful.";
 //
 // writes "<function>:<line>: READ call is successful." A statement that nobody will see costs one
-// comparison and evaluates nothing behind it. It is one expression, safe in an unbraced `if`, and
-// leaves errno alone.
+// comparison and evaluates nothing to its right. It is one expression, safe in an unbraced `if`,
+// and leaves errno alone.
 
 namespace logging {
 
 constexpr int32_t kOrdinaryLevel = 0;
 constexpr int32_t kTraceLevel = 100;
 
-// False when no sink is registered; the log's lock is then taken and released once, as it is for a
-// message that is delivered.
-bool SinkRegistered();
+inline bool Wanted(int32_t level) { return level <= Threshold() && SinkRegistered(); }
 
-// Tells that a sink has been registered, so that no message has to look. Any thread.
-void NoteSink();
+// Prints in lower-case hexadecimal without prefix; a negative number as its 32 bits.
+struct Hex {
+  template <typename Number>
+  explicit Hex(Number number) : value(static_cast<uint32_t>(number)) {}
 
-inline bool Wanted(int32_t level) {
-  return level <= __atomic_load_n(&Logger::logBase.level, __ATOMIC_RELAXED) && SinkRegistered();
-}
+  const uint32_t value;
+};
 
-// One message with its lead-in of function and tag.
+// Prints "0x" and digits with every standard library, or "0" for null.
+struct Address {
+  const void* value;
+};
+
+// One message with its lead-in of function and tag, emitted when the statement ends. What stream
+// insertion would print, without a stream: the text lies in the message itself, so that no memory
+// is needed for it, unless it is longer than any text of the library's own.
 class LogLine {
  public:
-  LogLine(int32_t level, const char* function, int tag);
+  // `tag` is the lead-in's rest, ":<number>: ".
+  LogLine(int32_t level, std::string_view function, std::string_view tag);
+  ~LogLine();
+  LogLine(const LogLine&) = delete;
+  LogLine& operator=(const LogLine&) = delete;
 
-  std::ostream& stream() { return logger_; }
+  LogLine& operator<<(std::string_view text);
+  LogLine& operator<<(char character) { return *this << std::string_view(&character, 1); }
+  LogLine& operator<<(int32_t number) { return AppendNumber(number, 10); }
+  LogLine& operator<<(uint32_t number) { return AppendNumber(number, 10); }
+  LogLine& operator<<(Hex number) { return AppendNumber(number.value, 16); }
+  LogLine& operator<<(Address address);
 
  private:
+  template <typename Number>
+  LogLine& AppendNumber(Number number, int base) {
+    char digits[24];
+    char* const end = std::to_chars(digits, std::end(digits), number, base).ptr;
+    return *this << std::string_view(digits, static_cast<size_t>(end - digits));
+  }
+
   // First, so that errno is put back after the message has been emitted.
-  oscl::ErrnoKeeper keeper_;
-  Logger logger_;
+  const oscl::ErrnoKeeper keeper_;
+  const int32_t level_;
+  char* end_ = text_;
+  // Leaves room for the NUL. Equal to end_ once the text has outgrown text_.
+  char* limit_ = text_ + sizeof text_ - 1;
+  char text_[256];
+  // The whole text, once it has outgrown text_.
+  std::string longText_;
 };
 
 // Gives both arms of a log statement the type void; binds looser than <<.
 struct Discard {
-  void operator&(const std::ostream&) const {}
+  void operator&(const LogLine&) const {}
 };
 
 }  // namespace logging
 
-#define KALO_LOG_FULL(level, function, tag)     \
-  !::logging::Wanted(level) ? static_cast<void>(0) \
-                            : ::logging::Discard() & \
-                                  ::logging::LogLine(level, function, tag).stream()
+#define KALO_LOG_TEXT_OF(number) #number
+#define KALO_LOG_FULL(level, function, tag) \
+  !::logging::Wanted(level)                 \
+      ? static_cast<void>(0)                \
+      : ::logging::Discard() & ::logging::LogLine(level, function, ":" KALO_LOG_TEXT_OF(tag) ": ")
 
 // Tagged with the line of the statement.
 #define KALO_LOG(level) KALO_LOG_FULL(level, __func__, __LINE__)

@@ -1,5 +1,10 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error "log/log_sink.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <ostream>
 
 // Receives finished log lines. Once appended to Logger::logBase.sinks a sink belongs to the log,
@@ -12,7 +17,8 @@ class LogSink {
 
   // Delivers one NUL-terminated line; `message` stays the caller's. Called on the logging thread
   // under the log's lock, one line at a time, so it must not log itself. What it throws is
-  // swallowed, and the other sinks get the line all the same.
+  // swallowed, and the other sinks get the line all the same; so is a cancellation of the thread,
+  // which ends a glibc process. It may fork, and it may end the process: no sink is deleted then.
   virtual void logMessage(const char* message) = 0;
 
   virtual ~LogSink();

@@ -1,7 +1,13 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error "log/logger.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <cstddef>
 #include <cstdint>
+#include <locale>
 #include <sstream>
 #include <vector>
 
@@ -18,12 +24,13 @@ class Logger : public std::basic_stringstream<char> {
   class LogBase {
    public:
     LogBase();
-    // Deletes the sinks, unless one is still at work after a second.
+    // Deletes the sinks in order and waits for nobody; while a message is being delivered to them
+    // it deletes none.
     ~LogBase();
     LogBase(const LogBase&) = delete;
     LogBase& operator=(const LogBase&) = delete;
 
-    // Threshold: messages of a greater level are dropped. KaloInit3 sets it to 0.
+    // Threshold: messages of a greater level are dropped. Every KaloInit3 sets it to 0.
     int32_t level;
     // In order of registration; owned; a null entry is passed over. Other code appends to it only
     // while no other thread logs or initialises, or while it holds `lock`. Whoever appends may
@@ -53,6 +60,20 @@ class Logger : public std::basic_stringstream<char> {
   int32_t level;
 };
 
+// The order is the interface; where the lock stands, the alignment of libc's mutex decides.
 static_assert(sizeof(Logger::LogBase) == 80 && offsetof(Logger::LogBase, sinks) == 8 &&
               offsetof(Logger::LogBase, plainOutput) == 32 &&
-              offsetof(Logger::LogBase, lock) == 40);
+              offsetof(Logger::LogBase, lock) == 32 + alignof(CRITICAL_SECTION));
+
+#ifdef _LIBCPP_VERSION
+namespace logging {
+
+// A libc++ numbers the parts of a locale as they are first asked for, and a Logger's locale has them
+// in the order of the first locale made. A driver with a libc++ of its own must therefore make its
+// first locale before it inserts anything, and does so here, at its start. Hidden, so that each
+// library of a process that carries a libc++ has one of these.
+__attribute__((visibility("hidden"))) inline const std::locale& firstLocale =
+    std::locale::classic();
+
+}  // namespace logging
+#endif

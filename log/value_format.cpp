@@ -3,8 +3,8 @@
 #include <iomanip>
 
 std::ostream& operator<<(std::ostream& stream, const _GUID& guid) {
-  stream << '{' << std::hex << std::setfill('0') << std::setw(8) << guid.Data1 << ',' << std::setw(4)
-         << guid.Data2 << ',' << std::setw(4) << guid.Data3;
+  stream << '{' << std::hex << std::setfill('0') << std::setw(8) << guid.Data1 << ','
+         << std::setw(4) << guid.Data2 << ',' << std::setw(4) << guid.Data3;
   for (const uint8_t byte : guid.Data4) {
     stream << ',' << std::setw(2) << static_cast<unsigned int>(byte);
   }

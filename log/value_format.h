@@ -1,5 +1,11 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error \
+    "log/value_format.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <ostream>
 
 #include "oscl/guid.h"

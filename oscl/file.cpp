@@ -1,10 +1,10 @@
 #include "oscl/file.h"
 
+#include <errno.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "oscl/errno_code.h"
 #include "oscl/last_error.h"
 
 namespace {
@@ -32,7 +32,7 @@ int AccessFlag(uint32_t access) {
   }
 }
 
-// The open flags of a disposition, or -1. CREATE_ALWAYS without truncation is meant.
+// The open flags of a disposition, or -1. Contract: CREATE_ALWAYS does not truncate.
 int DispositionFlags(uint32_t disposition) {
   switch (disposition) {
     case CREATE_NEW:
@@ -51,7 +51,7 @@ int DispositionFlags(uint32_t disposition) {
 
 // Stores the code of a call that reports failure by a negative result, and says if it succeeded.
 bool Succeeded(int64_t result) {
-  oscl::SetLastErrorCode(oscl::ErrnoCode(result < 0 ? errno : 0));
+  oscl::SetLastErrorFromErrno(result < 0 ? errno : 0);
   return result >= 0;
 }
 

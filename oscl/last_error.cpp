@@ -1,6 +1,7 @@
 #include "oscl/last_error.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <iterator>
 
 #include "oscl/android_log.h"
@@ -15,6 +16,23 @@ constexpr const char* kMessages[] = {
 static_assert(std::size(kMessages) == OSCL_ERROR_UNKNOWN + 1, "one message for each code");
 
 }  // namespace
+
+void oscl::SetLastErrorFromErrno(int error) {
+  switch (error) {
+    case 0:
+      return SetLastErrorCode(OSCL_ERROR_SUCCESS);
+    case ENOENT:
+      return SetLastErrorCode(OSCL_ERROR_FILE_NOT_FOUND);
+    case EEXIST:
+      return SetLastErrorCode(OSCL_ERROR_FILE_EXISTS);
+    case EINVAL:
+      return SetLastErrorCode(OSCL_ERROR_INVALID_PARAMETER);
+    case EROFS:
+      return SetLastErrorCode(OSCL_ERROR_FILE_READ_ONLY);
+    default:
+      return SetLastErrorCode(OSCL_ERROR_UNKNOWN);
+  }
+}
 
 uint32_t gLastError = OSCL_ERROR_SUCCESS;
 

@@ -32,7 +32,7 @@ enum {
 
 /* The one last-error code of the process, 0 at load. It is not per thread: any thread's call may
  * have set it, and every log line of the library stores 0 in it (the logger's lock succeeds). */
-extern uint32_t gLastError;
+OSCL_DATA uint32_t gLastError;
 
 /* Returns gLastError and leaves it. Any thread. */
 uint32_t GetLastError(void);
@@ -51,6 +51,9 @@ namespace oscl {
 inline void SetLastErrorCode(uint32_t code) {
   __atomic_store_n(&gLastError, code, __ATOMIC_RELAXED);
 }
+
+// Stores the code of an errno value that a file or module primitive ended with, 0 for success.
+void SetLastErrorFromErrno(int error);
 
 }  // namespace oscl
 #endif

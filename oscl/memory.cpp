@@ -29,7 +29,7 @@ void* AllocMem(size_t size) {
 
 void* AllocAndZeroMem(size_t size) {
   void* block = AllocMem(size);
-  // The 32-bit length is meant: callers are built against it.
+  // Contract: a 32-bit length.
   if (block != nullptr) ZeroMemory(block, static_cast<uint32_t>(size));
   return block;
 }

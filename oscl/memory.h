@@ -9,7 +9,7 @@ OSCL_BEGIN_C
 /* The number of live blocks that AllocMem and AllocAndZeroMem handed out and FreeMem has not taken
  * back: a diagnosis of leaks that nothing in the library reads. Any thread may change it at any
  * time; a block released by other means than FreeMem stays counted. */
-extern int32_t gAllocationCount;
+OSCL_DATA int32_t gAllocationCount;
 
 /* Each of the functions below stores 0 in gLastError when it succeeds; FreeMem of a null pointer
  * leaves it. */

@@ -2,7 +2,8 @@
 
 #include <dlfcn.h>
 
-#include "oscl/errno_code.h"
+#include <cerrno>
+
 #include "oscl/last_error.h"
 
 namespace {
@@ -15,10 +16,13 @@ uint32_t NotAvailable() {
 }  // namespace
 
 HANDLE LoadLibrary(const char* name) {
-  // The loader does not promise to set errno: what an earlier call left must not be reported.
+  // The loader does not promise to set errno: what an earlier call left must not be reported, and
+  // stays where nothing failed.
+  const int earlier = errno;
   errno = 0;
   HANDLE module = dlopen(name, RTLD_LAZY);
-  oscl::SetLastErrorCode(oscl::ErrnoCode(module == nullptr ? errno : 0));
+  oscl::SetLastErrorFromErrno(module == nullptr ? errno : 0);
+  if (module != nullptr) errno = earlier;
   return module;
 }
 

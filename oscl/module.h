@@ -10,7 +10,8 @@ OSCL_BEGIN_C
 /* Loads `name`, binding its symbols when they are first used, and returns a handle that the caller
  * releases with FreeLibrary; a null name is the program itself. Returns null on failure and stores
  * the code of the errno that the loader left in gLastError: 5 for ENOENT, 2 for EINVAL, 6 for
- * EROFS, 4 for EEXIST, 16 for any other, and 0 when it left none, as glibc's does. */
+ * EROFS, 4 for EEXIST, 16 for any other, and 0 when it left none, as glibc's does. A
+ * success leaves errno as it was. */
 HANDLE LoadLibrary(const char* name);
 HANDLE OSCL_LoadLibrary(const char* name);
 

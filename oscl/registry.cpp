@@ -4,15 +4,12 @@
 #include <cstring>
 
 #include "oscl/bounded_string.h"
-#include "oscl/inert.h"
 #include "oscl/last_error.h"
 #include "oscl/registry_image.h"
-#include "oscl/registry_loader.h"
-#include "oscl/registry_writer.h"
+#include "oscl/stubs.h"
 
 namespace {
 
-using oscl::LoadRegistry;
 using oscl::RegistryFailure;
 using oscl::RegistryImage;
 using oscl::RegistryKeyRecord;
@@ -49,47 +46,65 @@ const char* RootPrefix(HKEY key) {
   }
 }
 
-void Append(std::string& path, const char* part) {
-  if (part != nullptr) path += part;
-}
-
-// Values are reached through the name of the first key with the id, so that of several keys with
-// one name the first in the list serves them all.
-std::string NameOfKey(HKEY key) {
-  if (RootPrefix(key) != nullptr) throw RegistryFailure(OSCL_ERROR_NO_MEMORY);
-  RegistryImage image = LoadRegistry();
-  const RegistryKeyRecord* record = image.FindById(key);
-  return record != nullptr ? record->name : std::string();
-}
-
-RegistryKeyRecord& KeyNamed(RegistryImage& image, const std::string& path) {
-  RegistryKeyRecord* key = image.FindByName(path);
-  if (key == nullptr) throw RegistryFailure(OSCL_ERROR_REG_KEY_NOT_FOUND);
-  return *key;
-}
-
 void CheckNotNull(const void* pointer) {
   if (pointer == nullptr) throw RegistryFailure(OSCL_ERROR_INVALID_PARAMETER);
 }
 
-RegistryValueRecord& FindOrAddValue(RegistryKeyRecord& key, const char* name) {
-  RegistryValueRecord* found = key.Find(name);
+void CheckNoRoot(HKEY key) {
+  if (RootPrefix(key) != nullptr) throw RegistryFailure(OSCL_ERROR_NO_MEMORY);
+}
+
+// The key of an image that is loaded anew for it. Contract: the first key with the id only lends
+// its name, so that of several keys with one name the first in the list serves them all.
+RegistryKeyRecord& FindKey(RegistryImage& image, HKEY key, const char* subKey,
+                           const char* valueName) {
+  const RegistryKeyRecord* named = image.FindById(key);
+  std::string path(named != nullptr ? named->name : "");
+  if (subKey != nullptr) path += subKey;
+  CheckNotNull(valueName);
+  image.Load();
+  RegistryKeyRecord* found = image.FindByName(path);
+  if (found == nullptr) throw RegistryFailure(OSCL_ERROR_REG_KEY_NOT_FOUND);
+  return *found;
+}
+
+// Contract: the caller's size is not consulted.
+void CopyData(const RegistryValueRecord& value, void* data) {
+  if (value.size == 0 || data == nullptr) return;
+  if (oscl::IsRegistryNumber(value.type)) {
+    memcpy_s(data, value.size, &value.number, value.size);
+  } else {
+    memcpy_s(data, value.size, value.text.data(), value.size - 1);
+    static_cast<char*>(data)[value.size - 1] = '\0';
+  }
+}
+
+RegistryValueRecord& FindOrAddValue(RegistryImage& image, RegistryKeyRecord& key,
+                                    const char* name) {
+  RegistryValueRecord* found = image.FindValue(key, name);
   if (found != nullptr) return *found;
   // Such a name would come back as two lines.
   if (std::strlen(name) > oscl::kRegistryLineLimit) {
     throw RegistryFailure(OSCL_ERROR_INVALID_PARAMETER);
   }
-  RegistryValueRecord& added = key.values.emplace_back();
-  added.name = name;
-  return added;
+  return image.AddValue(key, name);
 }
 
-// Of a REG_DWORD four bytes are taken, whatever size the caller names: meant.
-std::vector<uint8_t> StoredData(uint32_t type, const void* data, uint32_t size) {
-  const uint32_t storedSize = type == REG_DWORD ? sizeof(uint32_t) : size;
-  std::vector<uint8_t> stored(storedSize);
-  memcpy_s(stored.data(), storedSize, data, storedSize);
-  return stored;
+// Bytes that are not there count as 0, and a text need not be terminated.
+void SetData(RegistryValueRecord& value, uint32_t type, const void* data, uint32_t size) {
+  value.type = type;
+  // Contract: of a REG_DWORD four bytes are taken, whatever size the caller names.
+  value.size = type == REG_DWORD ? sizeof(value.number) : size;
+  value.number = 0;
+  value.text = {};
+  if (data == nullptr) return;
+  if (oscl::IsRegistryNumber(type)) {
+    memcpy_s(&value.number, sizeof(value.number), data,
+             std::min<uint32_t>(value.size, sizeof(value.number)));
+  } else {
+    const auto* text = static_cast<const char*>(data);
+    value.text = {text, strnlen(text, value.size)};
+  }
 }
 
 }  // namespace
@@ -97,11 +112,11 @@ std::vector<uint8_t> StoredData(uint32_t type, const void* data, uint32_t size) 
 uint32_t RegOpenKeyEx(HKEY key, const char* subKey, uint32_t /*options*/, uint32_t /*access*/,
                       HKEY* result) {
   return Report([&] {
-    // A sub-key for which there is no room is refused and leaves the prefix as the path: meant.
+    // Contract: a sub-key for which there is no room is refused and leaves the prefix as the path.
     char path[oscl::kRegistryLineLimit + 1] = "";
     strcat_s(path, sizeof path, RootPrefix(key));
     strcat_s(path, sizeof path, subKey);
-    RegistryImage image = LoadRegistry();
+    RegistryImage image;
     CheckNotNull(result);
     const RegistryKeyRecord* found = image.FindByName(path);
     if (found == nullptr) throw RegistryFailure(OSCL_ERROR_REG_ID_NOT_FOUND);
@@ -117,16 +132,14 @@ uint32_t RegOpenKeyExA(HKEY key, const char* subKey, uint32_t options, uint32_t 
 uint32_t RegGetValue(HKEY key, const char* subKey, const char* valueName, uint32_t /*flags*/,
                      uint32_t* type, void* data, uint32_t* size) {
   return Report([&] {
-    std::string path = NameOfKey(key);
-    Append(path, subKey);
-    CheckNotNull(valueName);
-    RegistryImage image = LoadRegistry();
-    const RegistryValueRecord* value = KeyNamed(image, path).Find(valueName);
+    CheckNoRoot(key);
+    RegistryImage image;
+    const RegistryKeyRecord& found = FindKey(image, key, subKey, valueName);
+    const RegistryValueRecord* value = image.FindValue(found, valueName);
     if (value == nullptr) throw RegistryFailure(OSCL_ERROR_REG_VALUE_NOT_FOUND);
-    const auto valueSize = static_cast<uint32_t>(value->data.size());
-    memcpy_s(data, valueSize, value->data.data(), valueSize);
+    CopyData(*value, data);
     if (type != nullptr) *type = value->type;
-    if (size != nullptr) *size = valueSize;
+    if (size != nullptr) *size = value->size;
   });
 }
 
@@ -139,13 +152,11 @@ uint32_t RegQueryValueExA(HKEY key, const char* valueName, uint32_t* /*reserved*
 uint32_t RegSetValueEx(HKEY key, const char* valueName, uint32_t /*reserved*/, uint32_t type,
                        const void* data, uint32_t size) {
   return Report([&] {
-    const std::string path = NameOfKey(key);
-    CheckNotNull(valueName);
-    RegistryImage image = LoadRegistry();
-    RegistryValueRecord& value = FindOrAddValue(KeyNamed(image, path), valueName);
-    value.type = type;
-    value.data = StoredData(type, data, size);
-    oscl::SaveRegistry(image);
+    CheckNoRoot(key);
+    RegistryImage image;
+    SetData(FindOrAddValue(image, FindKey(image, key, nullptr, valueName), valueName), type, data,
+            size);
+    image.Save();
     NotifyRegistryChange();
   });
 }

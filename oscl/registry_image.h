@@ -2,16 +2,13 @@
 
 #include <cstdint>
 #include <exception>
-#include <forward_list>
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace oscl {
+#include "oscl/registry.h"
 
-constexpr char kRegistryPath[] = "/etc/vrel_registry.txt";
-constexpr char kRegistryKeyMark[] = "[KEY]";
-constexpr char kRegistryValueMark[] = "[VALUE]";
+namespace oscl {
 
 // The longest line that the file is read by, and so the longest name and text.
 constexpr std::size_t kRegistryLineLimit = 255;
@@ -30,36 +27,58 @@ class RegistryFailure : public std::exception {
   uint32_t code_;
 };
 
+// Names and texts point into the image's block, or at what the caller handed over.
 struct RegistryValueRecord {
-  std::string name;
+  std::string_view name;
   uint32_t type = 0;
-  std::vector<uint8_t> data;  // empty when the file lacks the data line
+  uint32_t size = 0;      // bytes of the data with the NUL of a text; 0 without a data line
+  std::string_view text;  // the data, but for the types that are numbers
+  int32_t number = 0;     // the data of those
 };
 
 struct RegistryKeyRecord {
   uint32_t keyId = 0;
-  std::string name;
-  std::vector<RegistryValueRecord> values;
-
-  // The first value of that name, or null.
-  RegistryValueRecord* Find(std::string_view valueName);
+  std::string_view name;
+  std::size_t firstValue = 0;
+  uint32_t valueCount = 0;
 };
 
-// The content of the registry file. The first key leads the list and every later one follows it
-// directly, so the order is first, last, last but one, ..., second. Look-ups and the rewritten file
-// follow that order, on which callers are built.
+inline bool IsRegistryNumber(uint32_t type) { return type == REG_DWORD || type == REG_QWORD; }
+
+// The content of the registry file.
 class RegistryImage {
  public:
-  void Add(RegistryKeyRecord&& key);
+  RegistryImage() { Load(); }
+  RegistryImage(const RegistryImage&) = delete;
+  RegistryImage& operator=(const RegistryImage&) = delete;
 
-  // The first key of that id or name, or null.
+  // Reads the file in one piece, and parses it unless it is what was read before. One that ends
+  // early, in whatever place, is read as far as it goes. Records found before are gone. Throws
+  // RegistryFailure: 9 the file cannot be opened, 12 a value of an unknown type, 13 a line that is
+  // neither "[KEY]" nor "[VALUE]" where one of them is due.
+  void Load();
+
+  // The first key of that id or name, and the first value of a key, or null.
   RegistryKeyRecord* FindById(uint32_t keyId);
   RegistryKeyRecord* FindByName(std::string_view name);
+  RegistryValueRecord* FindValue(const RegistryKeyRecord& key, std::string_view name);
 
-  const std::forward_list<RegistryKeyRecord>& keys() const { return keys_; }
+  // Adds a value after the key's others.
+  RegistryValueRecord& AddValue(RegistryKeyRecord& key, std::string_view name);
+
+  // Rewrites the file in one piece with the keys in list order. Throws RegistryFailure 10 when the
+  // file cannot be opened or written; in the latter case it is left truncated.
+  void Save() const;
 
  private:
-  std::forward_list<RegistryKeyRecord> keys_;
+  void Parse();
+  std::string Rendered() const;
+
+  std::string block_;
+  // In list order, on which callers are built: the first key of the file, then the last, the last
+  // but one, and so on to the second.
+  std::vector<RegistryKeyRecord> keys_;
+  std::vector<RegistryValueRecord> values_;  // in the order of the file
 };
 
 }  // namespace oscl

@@ -41,6 +41,7 @@ BOOL OSCL_QueryPerformanceFrequency(LARGE_INTEGER* out) { return QueryPerformanc
 
 BOOL OSCL_QueryPerformanceCounter(LARGE_INTEGER* out) { return QueryPerformanceCounter(out); }
 
+// Contract: microseconds, despite the names.
 void Sleep(uint32_t duration) {
   if (usleep(duration) == 0) oscl::SetLastErrorCode(OSCL_ERROR_SUCCESS);
 }

@@ -4,13 +4,27 @@
 
 #include <stdint.h>
 
-#ifdef __cplusplus
-#define OSCL_BEGIN_C extern "C" {
-#define OSCL_END_C }
+/* Inside the library the functions between these two are protected: its own calls reach them and
+ * never a program's functions of the same names, which are common. */
+#ifdef OSCL_IMPLEMENTATION
+#define OSCL_PUSH_VISIBILITY _Pragma("GCC visibility push(protected)")
+#define OSCL_POP_VISIBILITY _Pragma("GCC visibility pop")
 #else
-#define OSCL_BEGIN_C
-#define OSCL_END_C
+#define OSCL_PUSH_VISIBILITY
+#define OSCL_POP_VISIBILITY
 #endif
+#ifdef __cplusplus
+#define OSCL_BEGIN_C OSCL_PUSH_VISIBILITY extern "C" {
+#define OSCL_END_C \
+  }                \
+  OSCL_POP_VISIBILITY
+#else
+#define OSCL_BEGIN_C OSCL_PUSH_VISIBILITY
+#define OSCL_END_C OSCL_POP_VISIBILITY
+#endif
+
+/* Data stays as a linker takes it: a program at a fixed address holds a copy that both sides use. */
+#define OSCL_DATA extern __attribute__((visibility("default")))
 
 /* A 32-bit boolean: 1 is success or true, 0 is failure or false. */
 typedef int32_t BOOL;

@@ -3,7 +3,6 @@
 #include <cstdio>
 
 #include "oscl/bounded_string.h"
-#include "oscl/errno_code.h"
 #include "oscl/last_error.h"
 #include "oscl/memory.h"
 
@@ -11,30 +10,27 @@ static_assert(sizeof(OSVERSIONINFO) == 148, "callers rely on the layout of the r
 
 namespace {
 
-// Scans the kernel's version into the record and returns the last-error code.
-uint32_t ScanVersion(OSVERSIONINFO& info) {
+// Scans the kernel's version into the record; false with a code in gLastError.
+bool ScanVersion(OSVERSIONINFO& info) {
   std::FILE* file = nullptr;
   const int32_t error = fopen_s(&file, "/proc/version", "r");
-  if (file == nullptr) return oscl::ErrnoCode(error);
+  if (file == nullptr) return oscl::SetLastErrorFromErrno(error), false;
   int major = 0;
   int minor = 0;
   const int scanned = std::fscanf(file, "Linux version %d.%d", &major, &minor);
   std::fclose(file);
-  if (scanned < 1) return OSCL_ERROR_UNKNOWN;
+  if (scanned < 1) return oscl::SetLastErrorCode(OSCL_ERROR_UNKNOWN), false;
   info.dwMajorVersion = static_cast<uint32_t>(major);
   info.dwMinorVersion = static_cast<uint32_t>(minor);
-  return OSCL_ERROR_SUCCESS;
+  return true;
 }
 
 }  // namespace
 
 BOOL GetVersionEx(OSVERSIONINFO* info) {
-  uint32_t code = OSCL_ERROR_INVALID_PARAMETER;
-  if (info != nullptr) {
-    ZeroMemory(info, sizeof(*info));
-    info->dwOSVersionInfoSize = sizeof(*info);
-    code = ScanVersion(*info);
-  }
-  oscl::SetLastErrorCode(code);
-  return code == OSCL_ERROR_SUCCESS ? 1 : 0;
+  if (info == nullptr) return oscl::SetLastErrorCode(OSCL_ERROR_INVALID_PARAMETER), 0;
+  // Which stores 0 in gLastError.
+  ZeroMemory(info, sizeof(*info));
+  info->dwOSVersionInfoSize = sizeof(*info);
+  return ScanVersion(*info) ? 1 : 0;
 }

@@ -16,11 +16,11 @@ OSCL_BEGIN_C
 void* OSCL_ReadFile(const char* path, void* unused, uint32_t* size);
 
 /* Writes `length` bytes over the start of the file, created when missing: what a longer file holds
- * behind them stays. Returns 0, or E_FAIL. A write cut short, by a full disk for instance, is
+ * after them stays. Returns 0, or E_FAIL. A write cut short, by a full disk for instance, is
  * not detected. */
 HRESULT OSCL_WriteFile(const char* path, const void* data, uint32_t length);
 
-/* As OSCL_WriteFile, behind the end of the file. */
+/* As OSCL_WriteFile, after the end of the file. */
 HRESULT OSCL_AppendFile(const char* path, const void* data, uint32_t length);
 
 OSCL_END_C

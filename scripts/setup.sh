@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|browser|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|browser|all]...      (default: build)
 #
 # A browser is not among all: it is large, and only a picture of a report needs it.
 #
@@ -17,6 +17,7 @@ abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
 fuse=(fuse3)
 vm=(qemu-system-x86 busybox-static cpio)
 browser=(chromium fonts-dejavu-core)
+lint=(clang-format clang-tidy)
 
 wanted=()
 for group in "${@:-build}"; do
@@ -27,12 +28,13 @@ for group in "${@:-build}"; do
     fuzz) wanted+=("${build[@]}" "${fuzz[@]}") ;;
     abi) wanted+=("${build[@]}" "${abi[@]}") ;;
     fuse) wanted+=("${build[@]}" "${fuse[@]}") ;;
+    lint) wanted+=("${lint[@]}") ;;
     vm) wanted+=("${build[@]}" "${vm[@]}") ;;
     browser) wanted+=("${build[@]}" "${browser[@]}") ;;
     all)
-      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}")
+      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}" "${lint[@]}")
       ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, browser or all is expected" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, browser or all is expected" >&2; exit 2 ;;
   esac
 done
 

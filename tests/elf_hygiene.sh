@@ -38,7 +38,7 @@ only_absolute_folders() {
 check "the SONAME is libkalodll.so" has "$dynamic" 'SONAME.*\[libkalodll\.so\]'
 check "symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
 check "the relocated data are read-only after load" relro_ends_on_16k
-check "the stack is not executable" has "$segments" 'GNU_STACK .* RW +0x'
+check "the stack is not executable" has "$segments" 'GNU_STACK .* RW +0'
 check "there are no text relocations" lacks "$dynamic" 'TEXTREL'
 check "segments are aligned for 16 KiB pages" aligned_for_16k
 check "no C++ runtime is needed from outside" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'

@@ -27,13 +27,12 @@ while read -r pattern _ wanted bytes; do
     [[ $name == $pattern ]] && matches+=("$name")
   done
   if [ "${#matches[@]}" -ne 1 ]; then
-    [ "$wanted" = "function?" ] && [ "${#matches[@]}" -eq 0 ] && continue
     complain "$pattern: ${#matches[@]} symbols, one is meant: ${matches[*]-}"
     continue
   fi
   name=${matches[0]}
   claimed[$name]=1
-  [ "${kind[$name]}" = "${wanted%\?}" ] || complain "$name: ${kind[$name]}, listed as $wanted"
+  [ "${kind[$name]}" = "$wanted" ] || complain "$name: ${kind[$name]}, listed as $wanted"
   [ "$wanted" != object ] || [ "${size[$name]}" -eq "$bytes" ] ||
     complain "$name: ${size[$name]} bytes, listed with $bytes"
 done < <(sed -nE 's/^ +([A-Za-z_0-9*]+); +# (.*)$/\1 # \2/p' "$map")

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Holds what a built library takes from outside against the committed list: the calls of its own code
-# apart from those of the carried C++ runtime.
+# Holds what a built library takes from outside against the committed list: the headers and calls of
+# its own code apart from the calls of the carried C++ runtime.
 #   imported_functions.sh LIBRARY OBJECT_FOLDER LIST libstdc++|libc++
 set -euo pipefail
 library=$1 objects=$2 list=$3 runtime=$4
@@ -17,9 +17,15 @@ reject() { # reject WHAT ALLOWED: every line of standard input that ALLOWED lack
   status=1
 }
 
+root=$(dirname "$list")/..
+included=$(grep -rhoE '^ *# *include *<[^>]*\.h>' "$root"/{api,transport,log,oscl} |
+  sed -E 's/.*<(.*)>/\1/' | LC_ALL=C sort -u)
+[ -n "$included" ] || { echo "the sources under $root include nothing"; exit 1; }
+reject "included by the library" "$(section headers)" <<<"$included"
+
 mapfile -t files < <(find "$objects" -name '*.o')
 [ "${#files[@]}" -gt 20 ] || { echo "only ${#files[@]} objects under $objects"; exit 1; }
-own=$(section "own code"; section "host names")
+own=$(section "own code"; section "host names"; section "Android names")
 defined=$(nm --defined-only -f posix "${files[@]}" 2>/dev/null | awk 'NF >= 2 {print $1}' | plain)
 
 # C++ names, and what the compiler itself calls for, are the runtime's.

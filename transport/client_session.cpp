@@ -7,7 +7,6 @@
 #include "transport/cp_drem_session.h"
 #include "transport/kalo_exception.h"
 #include "transport/message_header.h"
-#include "transport/session_registry.h"
 
 const _GUID ClientSession::KALO_CLIENT_GUID = {
     0xFBF6FCF1, 0x96CF, 0x4E2E, {0xA6, 0xA6, 0x1B, 0xAB, 0x8C, 0xBE, 0x36, 0xB1}};
@@ -27,7 +26,7 @@ void Append(std::vector<CpDremSession*>& sessions, std::unique_ptr<CpDremSession
   session.release();
 }
 
-// The only session of a list; the wording for several is meant.
+// The only session of a list. Contract: the wording for several.
 CpDremSession& Only(const std::vector<CpDremSession*>& sessions) {
   if (sessions.empty()) throw std::logic_error("No active DREM sessions");
   if (sessions.size() > 1) throw std::logic_error("IOCTL call without active DREM sessions");
@@ -36,10 +35,9 @@ CpDremSession& Only(const std::vector<CpDremSession*>& sessions) {
 
 }  // namespace
 
-ClientSession::ClientSession() : lastErrorStatus(-1) { session_registry::Born(this); }
+ClientSession::ClientSession() : lastErrorStatus(-1) {}
 
 ClientSession::~ClientSession() {
-  session_registry::Died(this);
   for (CpDremSession* session : dremSessions) delete session;
 }
 
@@ -89,9 +87,9 @@ CpDremSession* ClientSession::GetDremSession(unsigned int commandId) {
   return session;
 }
 
-void ClientSession::IoMessage(unsigned char* input, unsigned int inputLength,
-                              unsigned char* output, unsigned int outputLength,
-                              unsigned char* privateData, unsigned int* privateDataLength) {
+void ClientSession::IoMessage(unsigned char* input, unsigned int inputLength, unsigned char* output,
+                              unsigned int outputLength, unsigned char* privateData,
+                              unsigned int* privateDataLength) {
   if (dremSessions.empty()) throw std::logic_error("No active DREM sessions");
   if (inputLength < sizeof(KaloMessageHeader)) {
     throw KaloException(KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL, "Input buffer < kalo header size");
@@ -100,7 +98,7 @@ void ClientSession::IoMessage(unsigned char* input, unsigned int inputLength,
     throw KaloException(KALO_DLL_STATUS_OUTPUT_BUFFER_TOO_SMALL,
                         "Output buffer < kalo header size");
   }
-  // A single connection serves every command, which is meant. A null request names no command; any
+  // Contract: a single connection serves every command. A null request names no command; any
   // connection turns it away softly.
   CpDremSession* session = dremSessions.size() == 1 || input == nullptr
                                ? dremSessions.front()

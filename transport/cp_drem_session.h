@@ -1,5 +1,11 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error \
+    "transport/cp_drem_session.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <cstddef>
 #include <cstdint>
 
@@ -12,9 +18,9 @@ union ZuliConnectRecord;
 // std::runtime_error.
 class CpDremSession {
  public:
-  // Connects. `clientGuid` must outlive the session; `parent` is not used and may be null. When it
-  // throws, the connect record is not freed, nor the descriptor closed that could not be bound to
-  // the client: both leaks are meant.
+  // Connects. `clientGuid` must outlive the session; `parent` is not used and may be null.
+  // Contract: when it throws, the connect record is not freed, nor the descriptor closed that could
+  // not be bound to the client.
   CpDremSession(const _GUID* clientGuid, CpDremSession* parent);
   CpDremSession(const CpDremSession&) = delete;
   CpDremSession& operator=(const CpDremSession&) = delete;

@@ -8,7 +8,7 @@
 #ifdef __cplusplus
 #define KALO_ENUM(name) enum name : uint32_t
 #else
-#define KALO_ENUM(name) \
+#define KALO_ENUM(name)  \
   typedef uint32_t name; \
   enum
 #endif
@@ -16,7 +16,7 @@
 /* What every entry point returns. */
 KALO_ENUM(KALO_DLL_STATUS){
     KALO_DLL_STATUS_SUCCESS = 0,
-    /* A transport failure, or a session that could not be closed. */
+    /* A transport failure, or a session that could not be closed (not with this transport). */
     KALO_DLL_STATUS_FAILURE = 1,
     /* A null handle or buffer. */
     KALO_DLL_STATUS_INVALID_PARAMETER = 2,
@@ -27,14 +27,15 @@ KALO_ENUM(KALO_DLL_STATUS){
     /* gKaloDllState.kaloInterfaceVersion holds neither 0 nor 3. */
     KALO_DLL_STATUS_PROVISIONING_FAILED = 5,
     /* A handle-less call before initialisation or after cleanup. */
-    KALO_DLL_STATUS_NOT_INITIALIZED = 6,
-};
+    KALO_DLL_STATUS_NOT_INITIALIZED = 6};
 
 /* The family of entry points that recorded an error. */
 KALO_ENUM(_KaloDllErrorSource){
+    /* KaloInit3, StartIoEx3, StartIo3, ProvisioningStartIo, FenuInit3. */
     KALO_ERROR_SOURCE_API3 = 1,
+    /* StartIoEx and StartIo on the KALO session. */
     KALO_ERROR_SOURCE_KALO = 2,
-    KALO_ERROR_SOURCE_FENU = 3,
-};
+    /* StartIoEx and StartIo on any other. */
+    KALO_ERROR_SOURCE_FENU = 3};
 
 #undef KALO_ENUM

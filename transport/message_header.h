@@ -1,18 +1,23 @@
 #pragma once
 
-#include <cstdint>
-#include <cstring>
+/* The start of every message, for C and C++. */
 
-// The start of every request and reply: four little-endian words. The body behind it, and the
-// meaning of word0 and word3, belong to the driver and the firmware.
-struct KaloMessageHeader {
+#include <stdint.h>
+
+/* Four little-endian words. The body that follows, and the meaning of word0 and word3, belong to
+ * the driver and the firmware. */
+typedef struct KaloMessageHeader {
   uint32_t word0;
-  // Chooses the firmware client.
+  /* Chooses the firmware client. */
   uint32_t commandId;
-  // In a reply: negative means that a private-data block follows.
+  /* In a reply: negative means that a private-data block follows. */
   int32_t status;
   uint32_t word3;
-};
+} KaloMessageHeader;
+
+#ifdef __cplusplus
+#include <cstring>
+
 static_assert(sizeof(KaloMessageHeader) == 16, "the header is part of the device protocol");
 
 namespace transport {
@@ -25,3 +30,4 @@ inline KaloMessageHeader HeaderOf(const unsigned char* message) {
 }
 
 }  // namespace transport
+#endif

@@ -1,5 +1,11 @@
 #pragma once
 
+/* For C++ only. */
+#ifndef __cplusplus
+#error \
+    "transport/zuli_device.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
 #include <cstdint>
 
 #include "oscl/guid.h"
@@ -9,7 +15,8 @@ namespace transport {
 
 constexpr char kZuliDevicePath[] = "/dev/zuli";
 
-// Handed to open() as its mode, where it has no effect; meant, the descriptor is not synchronous.
+// Contract: handed to open() as its mode, where it has no effect; the descriptor is not
+// synchronous.
 constexpr unsigned int kZuliOpenMode = 0x101000;
 
 }  // namespace transport

@@ -1,11 +1,19 @@
 // What the model of the entry points leaves out: the lock, the error record of each source, and
 // sessions that other code wrote into the state.
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <atomic>
+#include <memory>
 #include <thread>
 
+#include "oscl/last_error.h"
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
+
+// As a driver declares it that loads the library itself.
+int32_t DllMain(void* module, unsigned int reason, void* reserved);
 
 namespace test {
 namespace {
@@ -57,12 +65,47 @@ TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
   EXPECT_EQ(FenuCleanup(), 0u);
 }
 
-TEST_F(EntryPoints, know_what_is_destroyed_after_the_end_of_a_state_of_the_drivers_own) {
+TEST_F(EntryPoints, leave_a_session_alone_that_a_driver_makes_at_an_old_address) {
   void* handle = nullptr;
   EXPECT_EQ(FenuInit3(&handle), 0u);
   EXPECT_EQ(FenuCleanup3(handle), 0u);
   { const KaloDllState own; }
+  std::vector<std::unique_ptr<ClientSession>> made;
+  do {
+    made.push_back(std::make_unique<ClientSession>());
+  } while (made.back().get() != handle && made.size() < 100);
+  if (made.back().get() != handle) GTEST_SKIP() << "the allocator does not reuse addresses";
+  made.back()->ConnectClient(&ClientSession::FENU_CLIENT_GUID);
+  EXPECT_EQ(state.fenuSession, handle);
+  EXPECT_EQ(Send(0x30000), 6u);
   EXPECT_EQ(FenuCleanup(), 0u);
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+}
+
+TEST_F(EntryPoints, find_both_locks_free_in_the_child_of_a_fork) {
+  std::atomic<bool> held{false}, done{false};
+  std::thread holder([&] {
+    EnterCriticalSection(&state.stateLock);
+    EnterCriticalSection(&Logger::logBase.lock);
+    held = true;
+    while (!done) std::this_thread::yield();
+    LeaveCriticalSection(&Logger::logBase.lock);
+    LeaveCriticalSection(&state.stateLock);
+  });
+  while (!held) std::this_thread::yield();
+  gLastError = 7;
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    const bool kept = GetLastError() == 7;
+    void* handle = nullptr;
+    _exit(kept && KaloInit3(&handle) == 0 && Send(0x10) == 0 && KaloCleanup3(handle) == 0 ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  done = true;
+  holder.join();
 }
 
 TEST(Module, takes_every_reason) {

@@ -1,14 +1,23 @@
 /* A driver that loads the library late and still calls it when the library's objects are gone, at
- * the end of the process:  late_calls_test LIBRARY */
+ * the end of the process:  late_calls_test LIBRARY live|destroyed */
 
 #include <dlfcn.h>
 #include <stdlib.h>
+#include <string.h>
 
 static unsigned (*cleanup)(void);
+static unsigned (*start)(unsigned char*, unsigned, unsigned char*, unsigned);
+static int live;
 
-/* The state still holds the address of the session; that it is gone must still be known. */
+static unsigned Send(void) {
+  unsigned char message[16] = {0, 0, 0, 0, 0, 0, 3, 0};
+  return start(message, sizeof message, message, sizeof message);
+}
+
+/* The state still holds the address of the session; whether it is gone must still be known. */
 static void CleanUp(void) {
-  if (cleanup != NULL && cleanup() != 0) _Exit(3);
+  if (start == NULL) return;
+  if (Send() != (live ? 0 : 6) || cleanup() != 0 || Send() != 6) _Exit(3);
 }
 
 int main(int count, char** arguments) {
@@ -16,11 +25,14 @@ int main(int count, char** arguments) {
   unsigned (*cleanup3)(void*) = NULL;
   void* library;
   void* handle = NULL;
-  if (count != 2 || atexit(CleanUp) != 0) return 2;
+  if (count != 3 || atexit(CleanUp) != 0) return 2;
+  live = strcmp(arguments[2], "live") == 0;
   library = dlopen(arguments[1], RTLD_NOW);
   if (library == NULL) return 1;
   *(void**)&init3 = dlsym(library, "FenuInit3");
   *(void**)&cleanup3 = dlsym(library, "FenuCleanup3");
   *(void**)&cleanup = dlsym(library, "FenuCleanup");
-  return init3(&handle) != 0 || cleanup3(handle) != 0;
+  *(void**)&start = dlsym(library, "StartIo");
+  if (init3(&handle) != 0) return 1;
+  return live ? 0 : (int)cleanup3(handle);
 }

@@ -49,7 +49,7 @@ struct Arguments {
     outLength = request.outputLength();
     std::strcpy(reinterpret_cast<char*>(data), kTags[step.tag].data);
     length = kTags[step.tag].length;
-    // Live sessions may be used; those destroyed, or null, may be given back.
+    // Live sessions, or null, may be used; those destroyed may be given to KaloCleanup3 as well.
     const size_t known = model.sessions.size(), chosen = n % (known + 1);
     if (chosen != known) released = const_cast<void*>(model.sessions[chosen]->address);
     live = model.LiveAt(released);
@@ -114,7 +114,7 @@ inline const struct {
      [](auto& a) { return a.model.StartIoEx(a.plain); }},
     {"FenuInit3", [](auto& a) { return FenuInit3(&a.handle); },
      [](auto& a) { return a.model.FenuInit3(); }},
-    {"FenuCleanup3", [](auto& a) { return FenuCleanup3(a.released); },
+    {"FenuCleanup3", [](auto& a) { return FenuCleanup3(a.used); },
      [](auto& a) { return a.model.FenuCleanup3(a.live); }},
     {"FenuInit", [](auto&) { return FenuInit(); }, [](auto& a) { return a.model.FenuInit(); }},
     {"FenuCleanup", [](auto&) { return FenuCleanup(); },

@@ -3,6 +3,7 @@
 #include "log/logger.h"
 
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -105,9 +106,43 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
   EXPECT_EQ(TakeRaw().size(), 6u) << "both sinks have every line";
 }
 
+// No sink can be deleted safely while one is at work.
 TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
-  sink->onLine = [] { exit(3); };
-  EXPECT_EXIT(Say("text"), testing::ExitedWithCode(3), "");
+  struct Undeletable : LogSink {
+    ~Undeletable() override { _exit(9); }
+    void logMessage(const char*) override {}
+  };
+  EXPECT_EXIT(
+      {
+        Logger::logBase.sinks.push_back(new Undeletable);
+        sink->onLine = [] { exit(3); };
+        Say("text");
+      },
+      testing::ExitedWithCode(3), "");
+  EXPECT_EXIT(
+      {
+        Logger::logBase.sinks.push_back(new Undeletable);
+        Say("text");
+        exit(3);
+      },
+      testing::ExitedWithCode(9), "");
+}
+
+TEST_F(Messages, of_the_child_that_a_sink_forks_are_delivered) {
+  sink->onLine = [this] {
+    sink->onLine = nullptr;
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      Say("child");
+      _exit(TakeRaw() == List("parent", "child") ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  };
+  Say("parent");
+  EXPECT_EQ(TakeRaw(), List("parent"));
 }
 
 TEST_F(Messages, begin_with_the_standard_formats_whatever_earlier_ones_did) {

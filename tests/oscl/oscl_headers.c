@@ -3,7 +3,7 @@
 #include "oscl/bounded_string.h"
 #include "oscl/critical_section.h"
 #include "oscl/file.h"
-#include "oscl/inert.h"
+#include "oscl/stubs.h"
 #include "oscl/last_error.h"
 #include "oscl/memory.h"
 #include "oscl/module.h"

@@ -22,3 +22,21 @@ export PKG_CONFIG_PATH=${config%/*}
 "$cc" -std=c11 $(pkg-config --cflags kalodll) "$consumer/driver.c" -o "$folder/pc_driver" \
   $(pkg-config --libs kalodll)
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir kalodll) "$folder/pc_driver"
+
+# Each header stands alone, in C++ and, unless it says at its top that it cannot, in C.
+include=$(pkg-config --variable=includedir kalodll)
+headers=0
+while read -r header; do
+  headers=$((headers + 1))
+  quietly "$cxx" $cxx_flags -std=c++17 -fsyntax-only -Wall -Wextra -Werror -I"$include" -x c++ - \
+    <<<"#include \"$header\""
+  case "$header" in api/kalo_dll.h) standard=c89 ;; *) standard=c99 ;; esac
+  if grep -q '^/\* For C++ only. \*/$' "$include/$header"; then
+    errors=$("$cc" -std=$standard -fsyntax-only -I"$include" -x c - <<<"#include \"$header\"" 2>&1 || true)
+    grep -q "error: .*$header is for C++ only" <<<"$errors" || { echo "$header: $errors"; exit 1; }
+  else
+    quietly "$cc" -std=$standard -pedantic -Wall -Wextra -Werror -fsyntax-only -I"$include" -x c - \
+      <<<"#include \"$header\""
+  fi
+done < <(cd "$include" && find . -name '*.h' | sed 's,^\./,,')
+[ "$headers" -gt 25 ] || { echo "only $headers headers under $include"; exit 1; }

@@ -29,7 +29,7 @@ bool struck = false;
 std::string armedCall;
 uint32_t callsLeft = 0;
 pthread_mutex_t* refused = nullptr;
-int wrongUnlocks = 0;
+int unlocksAfterRefusal = 0;
 
 // Whatever runs behind a call of the library belongs to the simulator or to the test.
 class Outside {
@@ -96,27 +96,17 @@ int Ioctl(int descriptor, unsigned long request, void* argument) {
   return ioctl(descriptor, request, argument);
 }
 
-ssize_t StreamRead(void* file, char* buffer, size_t length) {
-  if (Fails("fread")) return -1;
-  const Outside outside;
-  return static_cast<ssize_t>(fread(buffer, 1, length, static_cast<FILE*>(file)));
-}
-ssize_t StreamWrite(void* file, const char* buffer, size_t length) {
-  if (Fails("fwrite")) return 0;
-  const Outside outside;
-  return static_cast<ssize_t>(fwrite(buffer, 1, length, static_cast<FILE*>(file)));
-}
-int StreamClose(void* file) { return fclose(static_cast<FILE*>(file)); }
-
-// What libc does under the streams that the library reads or rewrites itself can fail too. The log
-// file stays as it is, for the C++ runtime goes past the stream to its descriptor.
 FILE* Fopen(const char* path, const char* mode) {
   if (Fails("fopen")) return nullptr;
   const Outside outside;
-  FILE* file = fopen(path, mode);
-  const std::string name = path;
-  if (file == nullptr || (name != "/etc/vrel_registry.txt" && name != "/proc/version")) return file;
-  return fopencookie(file, mode, {StreamRead, StreamWrite, nullptr, StreamClose});
+  return fopen(path, mode);
+}
+
+size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
+  return Fails("fread") ? 0 : fread(buffer, size, count, file);
+}
+size_t Fwrite(const void* buffer, size_t size, size_t count, FILE* file) {
+  return Fails("fwrite") ? 0 : fwrite(buffer, size, count, file);
 }
 
 // What the stream still has to write can fail beneath it.
@@ -140,7 +130,7 @@ int Lock(pthread_mutex_t* mutex) {
   return fails ? EINVAL : pthread_mutex_lock(mutex);
 }
 int Unlock(pthread_mutex_t* mutex) {
-  if (refused == mutex) return ++wrongUnlocks, EPERM;
+  if (refused == mutex) return ++unlocksAfterRefusal, EPERM;
   pthread_mutex_unlock(mutex);
   return Fails("unlock") ? EPERM : 0;
 }
@@ -154,6 +144,8 @@ const std::map<std::string, void*> kReplacements = {OWN(open, Open),
                                                     HOOK(close, kReleases),
                                                     OWN(fopen, Fopen),
                                                     OWN(fopen64, Fopen),
+                                                    OWN(fread, Fread),
+                                                    OWN(fwrite, Fwrite),
                                                     OWN(_Znwm, New),
                                                     OWN(_Znam, NewArray),
                                                     OWN(pthread_mutex_lock, Lock),
@@ -212,6 +204,7 @@ void Arm(const std::string& call, uint32_t number) {
   armedCall = call;
   callsLeft = number;
   struck = false;
+  unlocksAfterRefusal = 0;
   counting = true;
 }
 
@@ -220,7 +213,7 @@ bool Disarm() {
   return struck;
 }
 
-int WrongUnlocks() { return wrongUnlocks; }
+int UnlocksAfterRefusal() { return unlocksAfterRefusal; }
 
 void Print(const Tally& tally) {
   for (const auto& [name, calls] : tally) {

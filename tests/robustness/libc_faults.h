@@ -20,8 +20,8 @@ void Arm(const std::string& call, uint32_t number);
 // True when the failure has struck.
 bool Disarm();
 
-// How often the library gave back a mutex that it had not got.
-int WrongUnlocks();
+// How often the library left a mutex that it could not enter, since Arm: once, by its contract.
+int UnlocksAfterRefusal();
 
 // How many calls have been made to fail, by what the library was asked for.
 using Tally = std::map<std::string, std::map<std::string, uint32_t>>;

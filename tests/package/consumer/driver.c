@@ -3,11 +3,13 @@
 #undef NDEBUG
 #include <assert.h>
 #include <stddef.h>
+#include <string.h>
 
 #include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
 #include "oscl/bounded_string.h"
 #include "oscl/critical_section.h"
-#include "oscl/inert.h"
+#include "oscl/stubs.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "oscl/timing.h"
@@ -22,6 +24,12 @@ int main(void) {
   assert(KaloStateInit(&params) == KALO_DLL_STATUS_SUCCESS);
   assert(KaloInit3(&handle) == KALO_DLL_STATUS_FAILURE);
   assert(StartIo(message, 16, message, 16) == KALO_DLL_STATUS_NOT_INITIALIZED);
+  assert(StartIo3(NULL, message, 16, message, 16) == KALO_DLL_STATUS_INVALID_PARAMETER);
+  assert(strcmp(gKaloDllState.apiErrorText, "KALO Exception 0x2 Invalid CP session handle") == 0);
+  assert(gKaloDllState.lastErrorSource == KALO_ERROR_SOURCE_API3);
+  assert(gKaloDllState.lastErrorContext == NULL);
+  assert(gKaloDllState.firmwareApiVersion == KALO_FIRMWARE_API_32);
+  assert(sizeof gKaloDllState == 3208);
   assert(strcpy_s(text, 3, "abc") == 1);
   assert(RegCloseKey_Linux(1) == OSCL_ERROR_SUCCESS);
   return 0;

@@ -6,6 +6,7 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
 #include "log/logger.h"
 #include "log/value_format.h"
@@ -18,6 +19,9 @@
 #else
 #define CATCH_FAILURE catch (const std::runtime_error&)
 #endif
+
+// A driver that is a Windows-style module itself.
+extern "C" int DllMain(void*, unsigned int, void*) { return 1; }
 
 int main() {
   std::ostringstream lines;

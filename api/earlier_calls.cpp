@@ -10,12 +10,13 @@
 #include "transport/kalo_exception.h"
 #include "transport/message_header.h"
 
+using logging::Hex;
 using logging::kTraceLevel;
 
 namespace {
 
-void CheckBuffers(const unsigned char* input, unsigned int inputLength,
-                  const unsigned char* output, unsigned int outputLength) {
+void CheckBuffers(const unsigned char* input, unsigned int inputLength, const unsigned char* output,
+                  unsigned int outputLength) {
   if (input == nullptr || output == nullptr) {
     throw KaloException(KALO_DLL_STATUS_INVALID_PARAMETER, "Invalid In or Out Buffer pointer");
   }
@@ -46,14 +47,40 @@ ClientSession* SelectSession(const unsigned char* input) {
   return session;
 }
 
-// Decided by comparison alone, also for a failure that came before a session was selected, which
-// then counts as null: so such a failure is FENU's while the field holds an address, be its session
-// open or destroyed. Meant.
+// Contract: decided by comparison alone, also for a failure that came before a session was
+// selected, which then counts as null: so such a failure is FENU's while the field holds an
+// address, be its session open or destroyed.
 _KaloDllErrorSource SourceOf(const ClientSession* selected) {
   return kaloFieldA.Get() == selected ? KALO_ERROR_SOURCE_KALO : KALO_ERROR_SOURCE_FENU;
 }
 
+// Lowers the count of a session that is there; at zero closes it and clears the field. True when it
+// was the last reference, and only then is `status` replaced.
+bool DropReference(SessionField& field, uint32_t& count, KALO_DLL_STATUS& status) {
+  if (field.Get() == nullptr || count == 0 || --count != 0) return false;
+  status = SessionCleanup(field.Live());
+  field.Set(nullptr);
+  return true;
+}
+
 }  // namespace
+
+KALO_DLL_STATUS KaloInit(void) {
+  KALO_LOG_TAGGED(kTraceLevel, 802) << "Executing call to KaloInit() API...";
+  // Contract: the field as it stands, the address of a destroyed session included, and no count is
+  // raised.
+  if (kaloFieldA.Get() != nullptr) {
+    KALO_LOG_TAGGED(kTraceLevel, 820) << "Call to KaloInit() API completed successfully.";
+    return KALO_DLL_STATUS_SUCCESS;
+  }
+  const KALO_DLL_STATUS status = KaloInit3(reinterpret_cast<void**>(&gKaloDllState.kaloSessionA));
+  if (status != KALO_DLL_STATUS_SUCCESS) {
+    KALO_LOG_TAGGED(kTraceLevel, 814) << "Call to KaloInit() API failed.";
+    return status;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 810) << "Call to KaloInit() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
+}
 
 KALO_DLL_STATUS StartIoEx(unsigned char* input, unsigned int inputLength, unsigned char* output,
                           unsigned int outputLength, unsigned char* privateData,
@@ -72,7 +99,7 @@ KALO_DLL_STATUS StartIoEx(unsigned char* input, unsigned int inputLength, unsign
     return exception.errorStatus;
   } catch (const std::exception& exception) {
     const char* text = exception.what();
-    // The name of another call, which is meant.
+    // Contract: the name of another call.
     KALO_LOG_TAGGED(kTraceLevel, 1041) << "Call to FenuInit3() API failed.";
     KALO_LOG_TAGGED(kTraceLevel, 1042) << text;
     RecordError(SourceOf(session), text, kNoStatusCode, kNoErrorContext);
@@ -83,4 +110,24 @@ KALO_DLL_STATUS StartIoEx(unsigned char* input, unsigned int inputLength, unsign
 KALO_DLL_STATUS StartIo(unsigned char* input, unsigned int inputLength, unsigned char* output,
                         unsigned int outputLength) {
   return StartIoEx(input, inputLength, output, outputLength, nullptr, nullptr);
+}
+
+KALO_DLL_STATUS KaloCleanup(void) {
+  KALO_LOG_TAGGED(kTraceLevel, 830) << "Executing call to KaloCleanup() API...";
+  KALO_LOG_TAGGED(kTraceLevel, 832) << "KALO DREM Ref Cnt A " << Hex(gKaloDllState.kaloRefCountA);
+  KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
+  if (DropReference(kaloFieldA, gKaloDllState.kaloRefCountA, status)) {
+    gKaloDllState.sessionBShared = false;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 848) << "KALO DREM Ref Cnt A " << Hex(gKaloDllState.kaloRefCountA);
+  KALO_LOG_TAGGED(kTraceLevel, 850) << "KALO DREM Ref Cnt B " << Hex(gKaloDllState.kaloRefCountB);
+  // Contract: the status of session B replaces that of A, a failure included.
+  DropReference(kaloFieldB, gKaloDllState.kaloRefCountB, status);
+  KALO_LOG_TAGGED(kTraceLevel, 862) << "KALO DREM Ref Cnt B " << Hex(gKaloDllState.kaloRefCountB);
+  if (status != KALO_DLL_STATUS_SUCCESS) {
+    KALO_LOG_TAGGED(kTraceLevel, 870) << "Call to KaloCleanup() API failed.";
+    return status;
+  }
+  KALO_LOG_TAGGED(kTraceLevel, 866) << "Call to KaloCleanup() API completed successfully.";
+  return KALO_DLL_STATUS_SUCCESS;
 }

@@ -6,11 +6,12 @@
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
 #include "api/session_field.h"
-#include "log/address.h"
 #include "log/log_line.h"
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 
+using logging::Address;
+using logging::Hex;
 using logging::kTraceLevel;
 
 namespace {
@@ -28,13 +29,13 @@ void AcquireSession() {
     ++gKaloDllState.fenuRefCount;
     gKaloDllState.fenuInterfaceVersion = kVersion3;
     KALO_LOG_FULL(kTraceLevel, kFunction, 676)
-        << "KALO FeNu DREM Handle " << logging::Address{fenuField.Get()};
+        << "KALO FeNu DREM Handle " << Address{fenuField.Get()};
     KALO_LOG_FULL(kTraceLevel, kFunction, 677)
-        << "KALO FeNu DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+        << "KALO FeNu DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   } else if (gKaloDllState.fenuInterfaceVersion == kVersion3) {
     ++gKaloDllState.fenuRefCount;
     KALO_LOG_FULL(kTraceLevel, kFunction, 682)
-        << "KALO FeNu DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+        << "KALO FeNu DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   }
 }
 
@@ -66,16 +67,14 @@ KALO_DLL_STATUS FenuInit3(void** handle) {
 
 KALO_DLL_STATUS FenuCleanup3(void* handle) {
   KALO_LOG_TAGGED(kTraceLevel, 721) << "Executing call to FenuCleanup3() API... ";
-  KALO_LOG_TAGGED(kTraceLevel, 723)
-      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_LOG_TAGGED(kTraceLevel, 723) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
-    // The handle as passed, and the field keeps its address; both are meant.
+    // Contract: the handle as passed, and the field keeps its address.
     status = SessionCleanup(handle);
     gKaloDllState.fenuInterfaceVersion = 0;
   }
-  KALO_LOG_TAGGED(kTraceLevel, 734)
-      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_LOG_TAGGED(kTraceLevel, 734) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   if (status != KALO_DLL_STATUS_SUCCESS) {
     KALO_LOG_TAGGED(kTraceLevel, 742) << "Call to FenuCleanup3() API failed.";
     return status;
@@ -86,7 +85,7 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
 
 KALO_DLL_STATUS FenuInit(void) {
   KALO_LOG_TAGGED(kTraceLevel, 881) << "Executing call to FenuInit() API...";
-  // The field as it stands, the address of a destroyed session included, which is meant.
+  // Contract: the field as it stands, the address of a destroyed session included.
   if (fenuField.Get() != nullptr) {
     KALO_LOG_TAGGED(kTraceLevel, 899) << "Call to FenuInit() API completed successfully.";
     return KALO_DLL_STATUS_SUCCESS;
@@ -102,16 +101,14 @@ KALO_DLL_STATUS FenuInit(void) {
 
 KALO_DLL_STATUS FenuCleanup(void) {
   KALO_LOG_TAGGED(kTraceLevel, 909) << "Executing call to FenuCleanup() API...";
-  KALO_LOG_TAGGED(kTraceLevel, 911)
-      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_LOG_TAGGED(kTraceLevel, 911) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
-  // A count of 0 closes the session too, and the generation stays: both are meant.
+  // Contract: a count of 0 closes the session too, and the generation stays.
   if (gKaloDllState.fenuRefCount == 0 || --gKaloDllState.fenuRefCount == 0) {
     status = SessionCleanup(fenuField.Live());
     fenuField.Set(nullptr);
   }
-  KALO_LOG_TAGGED(kTraceLevel, 927)
-      << "FeNu KALO DREM Ref Cnt " << std::hex << gKaloDllState.fenuRefCount;
+  KALO_LOG_TAGGED(kTraceLevel, 927) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   if (status != KALO_DLL_STATUS_SUCCESS) {
     KALO_LOG_TAGGED(kTraceLevel, 935) << "Call to FenuCleanup() API failed.";
     return status;

@@ -4,25 +4,26 @@
 
 OSCL_BEGIN_C
 
-/* Primitives that this platform does not have. They exist so that shared code links and runs; they
- * cannot fail, allocate nothing, and except for RegNotifyChangeKeyValue leave gLastError alone.
- * Any thread. */
+/* Events, waits, watches and debug output, which this platform does not have. They exist so that
+ * shared code links and runs, and cannot fail. Those that report a success store 0 in gLastError,
+ * those that do nothing leave it. Any thread. */
 
 typedef void (*OSCL_WAIT_CALLBACK)(void* context, uint8_t timedOut);
 
-/* Returns the constant 1: no event object exists, so the result must not be waited for or closed
+/* Returns the constant 1 and stores 0 in gLastError: no event object exists, so the result must not be waited for or closed
  * (CloseHandle would close file descriptor 1). */
 HANDLE CreateEventEx(void* security, const char* name, uint32_t flags, uint32_t access);
 
-/* Registers nothing and returns 1. */
+/* Registers nothing, stores 0 in gLastError and returns 1. */
 HANDLE RegisterWaitForSingleObjectEx(HANDLE object, OSCL_WAIT_CALLBACK callback, void* context,
                                      uint32_t milliseconds, uint32_t flags);
 
-/* Registers nothing, stores a null wait handle in `*wait` (not null) and returns 1. */
+/* Registers nothing, stores a null wait handle in `*wait` (not null) and 0 in gLastError, and
+ * returns 1. */
 BOOL RegisterWaitForSingleObject(HANDLE* wait, HANDLE object, OSCL_WAIT_CALLBACK callback,
                                  void* context, uint32_t milliseconds, uint32_t flags);
 
-/* Returns 1. */
+/* Stores 0 in gLastError and returns 1. */
 BOOL UnregisterWaitEx(HANDLE wait, HANDLE completion);
 
 /* Does nothing: nobody watches the registry. */

@@ -1,0 +1,33 @@
+// Laid before every source of the library by the preset clang: what Android's libc has differently,
+// as far as a compile against another libc can show it. A layout that follows from the alignment of
+// its mutex and a call that its open objects to fail here. What its headers lack is not seen here:
+// for that the test imported_functions holds the names that the library includes and calls.
+
+#pragma once
+#pragma clang system_header
+
+#include <fcntl.h>
+#include <pthread.h>
+
+// All that use libc's own mutex.
+#include <fstream>
+#include <locale>
+#include <memory>
+#include <unordered_map>
+
+struct AndroidMutex {
+  int words[10];
+};
+
+#define pthread_mutex_t AndroidMutex
+#undef PTHREAD_MUTEX_INITIALIZER
+#define PTHREAD_MUTEX_INITIALIZER {{0}}
+
+int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
+int pthread_mutex_destroy(pthread_mutex_t* mutex);
+int pthread_mutex_lock(pthread_mutex_t* mutex);
+int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* end);
+int pthread_mutex_unlock(pthread_mutex_t* mutex);
+
+int open(const char* path, int flags, mode_t mode)
+    __attribute__((diagnose_if((flags & O_CREAT) == 0, "superfluous mode", "warning")));
