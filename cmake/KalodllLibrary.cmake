@@ -24,7 +24,10 @@ target_link_options(kalodll PRIVATE
   "LINKER:--gc-sections")
 target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections)
 
-if(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
+if(ANDROID)
+  # The toolchain knows where its own is.
+  target_link_libraries(kalodll PRIVATE log)
+elseif(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
   target_link_libraries(kalodll PRIVATE "${KALODLL_LIBLOG}")
   target_include_directories(kalodll SYSTEM PRIVATE "${KALODLL_LIBLOG_INCLUDE}")
 else()

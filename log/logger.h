@@ -68,9 +68,9 @@ static_assert(sizeof(Logger::LogBase) == 80 && offsetof(Logger::LogBase, sinks) 
 #ifdef _LIBCPP_VERSION
 namespace logging {
 
-// A libc++ numbers the parts of a locale as they are first asked for, and a Logger's locale has them
-// in the order of the first locale made. A driver with a libc++ of its own must therefore make its
-// first locale before it inserts anything, and does so here, at its start. Hidden, so that each
+// A libc++ numbers the parts of a locale as they are first asked for, and a Logger's locale has
+// them in the order of the first locale made. A driver with a libc++ of its own must therefore make
+// its first locale before it inserts anything, and does so here, at its start. Hidden, so that each
 // library of a process that carries a libc++ has one of these.
 __attribute__((visibility("hidden"))) inline const std::locale& firstLocale =
     std::locale::classic();

@@ -12,8 +12,8 @@ extern "C" __attribute__((weak)) int __android_log_print(int priority, const cha
 
 namespace {
 
-__attribute__((format(printf, 3, 4))) int PrintToStandardError(int priority, const char* tag,
-                                                               const char* format, ...) {
+__attribute__((format(printf, 3, 4))) int PrintToStandardError(int, const char*, const char* format,
+                                                               ...) {
   char text[1024];
   std::va_list arguments;
   va_start(arguments, format);

@@ -27,9 +27,7 @@ constexpr unsigned int kPrivateDataLength = 16;
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wuser-defined-warnings"
 #endif
-int OpenDevice() {
-  return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode);
-}
+int OpenDevice() { return open(transport::kZuliDevicePath, O_RDWR, transport::kZuliOpenMode); }
 #ifdef __clang__
 #pragma clang diagnostic pop
 #endif

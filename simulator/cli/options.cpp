@@ -9,6 +9,7 @@
 #include "common/input_error.h"
 #include "common/text.h"
 #include "simulator/kernel/kernel_program.h"
+#include "simulator/kernel/kernel_server.h"
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/preload/preloaded_program.h"
 #include "simulator/scenario/scenario_file.h"
@@ -113,7 +114,10 @@ bool HasInstructions(const CLI::App& command) {
 
 void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
   common::AddChoice<bool>(*command, "--device", options->fuse, {{"preload", false}, {"fuse", true}},
-                          "How the program reaches the device (default: preload)");
+                          KernelServer::Built()
+                              ? "How the program reaches the device (default: preload)"
+                              : "How the program reaches the device: by preload alone, because "
+                                "this zulisim was built without libfuse3");
   common::AddFileOption(*command, "--root", options->root,
                         "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
                         "\"/etc/vrel_registry.txt\"; otherwise a temporary one",

@@ -144,7 +144,10 @@ int Serve(const ServeOptions& options) {
 void DefineServe(CLI::App* app, Invocation* invocation) {
   CLI::App* command = app->add_subcommand(
       "serve",
-      "Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or SIGTERM.");
+      std::string("Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or "
+                  "SIGTERM.") +
+          (KernelServer::Built() ? ""
+                                 : " Not with this zulisim, which was built without libfuse3."));
   command->footer(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
   CLI::Option_group* mode = command->add_option_group("Mode");

@@ -1,10 +1,11 @@
 #include "simulator/device/operation.h"
 
-#include <string.h>
+#include <errno.h>
 #include <strings.h>
 
 #include <algorithm>
 #include <iterator>
+#include <sstream>
 #include <vector>
 
 #include "common/input_error.h"
@@ -14,8 +15,35 @@ namespace zulisim {
 namespace {
 
 constexpr const char* kNames[kOperationCount] = {"open", "ioctl", "read", "write", "close"};
-constexpr int kLastErrno = 133;
 constexpr const char* kAbandoned = "the program ended without a close";
+
+// From 1 on, as Linux numbers them here; "-" stands for a gap. Not every libc has the names.
+constexpr char kErrnos[] =
+    "EPERM ENOENT ESRCH EINTR EIO ENXIO E2BIG ENOEXEC EBADF ECHILD EAGAIN ENOMEM EACCES EFAULT "
+    "ENOTBLK EBUSY EEXIST EXDEV ENODEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ENOTTY ETXTBSY EFBIG "
+    "ENOSPC ESPIPE EROFS EMLINK EPIPE EDOM ERANGE EDEADLK ENAMETOOLONG ENOLCK ENOSYS ENOTEMPTY "
+    "ELOOP - ENOMSG EIDRM ECHRNG EL2NSYNC EL3HLT EL3RST ELNRNG EUNATCH ENOCSI EL2HLT EBADE EBADR "
+    "EXFULL ENOANO EBADRQC EBADSLT - EBFONT ENOSTR ENODATA ETIME ENOSR ENONET ENOPKG EREMOTE "
+    "ENOLINK EADV ESRMNT ECOMM EPROTO EMULTIHOP EDOTDOT EBADMSG EOVERFLOW ENOTUNIQ EBADFD EREMCHG "
+    "ELIBACC ELIBBAD ELIBSCN ELIBMAX ELIBEXEC EILSEQ ERESTART ESTRPIPE EUSERS ENOTSOCK "
+    "EDESTADDRREQ EMSGSIZE EPROTOTYPE ENOPROTOOPT EPROTONOSUPPORT ESOCKTNOSUPPORT EOPNOTSUPP "
+    "EPFNOSUPPORT EAFNOSUPPORT EADDRINUSE EADDRNOTAVAIL ENETDOWN ENETUNREACH ENETRESET "
+    "ECONNABORTED ECONNRESET ENOBUFS EISCONN ENOTCONN ESHUTDOWN ETOOMANYREFS ETIMEDOUT "
+    "ECONNREFUSED EHOSTDOWN EHOSTUNREACH EALREADY EINPROGRESS ESTALE EUCLEAN ENOTNAM ENAVAIL "
+    "EISNAM EREMOTEIO EDQUOT ENOMEDIUM EMEDIUMTYPE ECANCELED ENOKEY EKEYEXPIRED EKEYREVOKED "
+    "EKEYREJECTED EOWNERDEAD ENOTRECOVERABLE ERFKILL EHWPOISON";
+static_assert(EDEADLK == 35 && ENOTSOCK == 88 && EHWPOISON == 133);
+
+// By number.
+const std::vector<std::string>& ErrnoNames() {
+  static const std::vector<std::string> names = [] {
+    std::istringstream words(kErrnos);
+    std::vector<std::string> all = {"-"};
+    all.insert(all.end(), std::istream_iterator<std::string>(words), {});
+    return all;
+  }();
+  return names;
+}
 
 OperationRecord Begin(Operation operation, std::uint64_t connection) {
   OperationRecord record;
@@ -40,17 +68,18 @@ Operation ParseOperation(const std::string& name) {
 }
 
 std::string ErrnoName(int error) {
-  const char* name = error > 0 ? strerrorname_np(error) : nullptr;
-  return name != nullptr ? name : std::to_string(error);
+  const std::vector<std::string>& names = ErrnoNames();
+  const bool named = error > 0 && static_cast<std::size_t>(error) < names.size();
+  return named && names[error] != "-" ? names[error] : std::to_string(error);
 }
 
 int ParseErrno(const std::string& name) {
-  std::vector<std::string> known;
-  for (int error = 1; error <= kLastErrno; ++error) {
-    known.push_back(ErrnoName(error));
-    if (strcasecmp(known.back().c_str(), name.c_str()) == 0) return error;
-  }
-  const std::string hint = common::NearestHint(name, known);
+  const std::vector<std::string>& names = ErrnoNames();
+  const auto found = std::find_if(names.begin(), names.end(), [&name](const auto& candidate) {
+    return candidate != "-" && strcasecmp(candidate.c_str(), name.c_str()) == 0;
+  });
+  if (found != names.end()) return static_cast<int>(found - names.begin());
+  const std::string hint = common::NearestHint(name, names);
   throw common::InputError(common::Quoted(name) + " is not a valid errno name" +
                            (hint.empty() ? "; one such as EIO or ENODEV is expected" : hint));
 }

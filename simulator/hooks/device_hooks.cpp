@@ -1,5 +1,6 @@
 // Hooks of the functions that work on a descriptor.
 
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -112,6 +113,14 @@ ssize_t HookWrite(int descriptor, const void* buffer, size_t length) {
   return WriteDevice(*handle, buffer, length);
 }
 
+ssize_t HookWriteChecked(int descriptor, const void* buffer, size_t length, size_t room)
+    ZULISIM_HOOK(__write_chk);
+ssize_t HookWriteChecked(int descriptor, const void* buffer, size_t length, size_t room) {
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle || length > room) return Real().__write_chk(descriptor, buffer, length, room);
+  return WriteDevice(*handle, buffer, length);
+}
+
 ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) ZULISIM_HOOK(writev);
 ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
@@ -145,7 +154,8 @@ int HookCloseRange(unsigned first, unsigned last, int flags) {
   if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
     CloseDevices(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
   }
-  return Real().close_range(first, last, flags);
+  // Not libc's function, which Android's had only later.
+  return static_cast<int>(syscall(SYS_close_range, first, last, flags));
 }
 
 void HookCloseFrom(int first) ZULISIM_HOOK(closefrom);

@@ -8,59 +8,59 @@
 // Every function of libc that is hooked: name, result, parameters. A variadic function appears with
 // the one optional argument that it can have, which the calling conventions of all supported
 // machines pass alike.
-#define ZULISIM_HOOKED_FUNCTIONS(X)                       \
-  X(open, int, (const char*, int, unsigned))              \
-  X(open64, int, (const char*, int, unsigned))            \
-  X(__open_2, int, (const char*, int))                    \
-  X(__open64_2, int, (const char*, int))                  \
-  X(openat, int, (int, const char*, int, unsigned))       \
-  X(openat64, int, (int, const char*, int, unsigned))     \
-  X(__openat_2, int, (int, const char*, int))             \
-  X(__openat64_2, int, (int, const char*, int))           \
-  X(creat, int, (const char*, unsigned))                  \
-  X(creat64, int, (const char*, unsigned))                \
-  X(fopen, FILE*, (const char*, const char*))             \
-  X(fopen64, FILE*, (const char*, const char*))           \
-  X(freopen, FILE*, (const char*, const char*, FILE*))    \
-  X(freopen64, FILE*, (const char*, const char*, FILE*))  \
-  X(fdopen, FILE*, (int, const char*))                    \
-  X(stat, int, (const char*, void*))                      \
-  X(stat64, int, (const char*, void*))                    \
-  X(lstat, int, (const char*, void*))                     \
-  X(lstat64, int, (const char*, void*))                   \
-  X(fstat, int, (int, void*))                             \
-  X(fstat64, int, (int, void*))                           \
-  X(fstatat, int, (int, const char*, void*, int))         \
-  X(fstatat64, int, (int, const char*, void*, int))       \
-  X(__xstat, int, (int, const char*, void*))              \
-  X(__xstat64, int, (int, const char*, void*))            \
-  X(__lxstat, int, (int, const char*, void*))             \
-  X(__lxstat64, int, (int, const char*, void*))           \
-  X(__fxstat, int, (int, int, void*))                     \
-  X(__fxstat64, int, (int, int, void*))                   \
-  X(statx, int, (int, const char*, int, unsigned, void*)) \
-  X(access, int, (const char*, int))                      \
-  X(eaccess, int, (const char*, int))                     \
-  X(euidaccess, int, (const char*, int))                  \
-  X(faccessat, int, (int, const char*, int, int))         \
-  X(unlink, int, (const char*))                           \
-  X(remove, int, (const char*))                           \
-  X(rename, int, (const char*, const char*))              \
-  X(truncate, int, (const char*, off_t))                  \
-  X(truncate64, int, (const char*, off_t))                \
-  X(read, ssize_t, (int, void*, size_t))                  \
-  X(__read_chk, ssize_t, (int, void*, size_t, size_t))    \
-  X(readv, ssize_t, (int, const struct iovec*, int))      \
-  X(write, ssize_t, (int, const void*, size_t))           \
-  X(writev, ssize_t, (int, const struct iovec*, int))     \
-  X(ioctl, int, (int, unsigned long, void*))              \
-  X(close, int, (int))                                    \
-  X(close_range, int, (unsigned, unsigned, int))          \
-  X(closefrom, void, (int))                               \
-  X(dup, int, (int))                                      \
-  X(dup2, int, (int, int))                                \
-  X(dup3, int, (int, int, int))                           \
-  X(fcntl, int, (int, int, void*))                        \
+#define ZULISIM_HOOKED_FUNCTIONS(X)                           \
+  X(open, int, (const char*, int, unsigned))                  \
+  X(open64, int, (const char*, int, unsigned))                \
+  X(__open_2, int, (const char*, int))                        \
+  X(__open64_2, int, (const char*, int))                      \
+  X(openat, int, (int, const char*, int, unsigned))           \
+  X(openat64, int, (int, const char*, int, unsigned))         \
+  X(__openat_2, int, (int, const char*, int))                 \
+  X(__openat64_2, int, (int, const char*, int))               \
+  X(creat, int, (const char*, unsigned))                      \
+  X(creat64, int, (const char*, unsigned))                    \
+  X(fopen, FILE*, (const char*, const char*))                 \
+  X(fopen64, FILE*, (const char*, const char*))               \
+  X(freopen, FILE*, (const char*, const char*, FILE*))        \
+  X(freopen64, FILE*, (const char*, const char*, FILE*))      \
+  X(fdopen, FILE*, (int, const char*))                        \
+  X(stat, int, (const char*, void*))                          \
+  X(stat64, int, (const char*, void*))                        \
+  X(lstat, int, (const char*, void*))                         \
+  X(lstat64, int, (const char*, void*))                       \
+  X(fstat, int, (int, void*))                                 \
+  X(fstat64, int, (int, void*))                               \
+  X(fstatat, int, (int, const char*, void*, int))             \
+  X(fstatat64, int, (int, const char*, void*, int))           \
+  X(__xstat, int, (int, const char*, void*))                  \
+  X(__xstat64, int, (int, const char*, void*))                \
+  X(__lxstat, int, (int, const char*, void*))                 \
+  X(__lxstat64, int, (int, const char*, void*))               \
+  X(__fxstat, int, (int, int, void*))                         \
+  X(__fxstat64, int, (int, int, void*))                       \
+  X(statx, int, (int, const char*, int, unsigned, void*))     \
+  X(access, int, (const char*, int))                          \
+  X(eaccess, int, (const char*, int))                         \
+  X(euidaccess, int, (const char*, int))                      \
+  X(faccessat, int, (int, const char*, int, int))             \
+  X(unlink, int, (const char*))                               \
+  X(remove, int, (const char*))                               \
+  X(rename, int, (const char*, const char*))                  \
+  X(truncate, int, (const char*, off_t))                      \
+  X(truncate64, int, (const char*, off_t))                    \
+  X(read, ssize_t, (int, void*, size_t))                      \
+  X(__read_chk, ssize_t, (int, void*, size_t, size_t))        \
+  X(readv, ssize_t, (int, const struct iovec*, int))          \
+  X(write, ssize_t, (int, const void*, size_t))               \
+  X(__write_chk, ssize_t, (int, const void*, size_t, size_t)) \
+  X(writev, ssize_t, (int, const struct iovec*, int))         \
+  X(ioctl, int, (int, unsigned long, void*))                  \
+  X(close, int, (int))                                        \
+  X(closefrom, void, (int))                                   \
+  X(dup, int, (int))                                          \
+  X(dup2, int, (int, int))                                    \
+  X(dup3, int, (int, int, int))                               \
+  X(fcntl, int, (int, int, void*))                            \
   X(fcntl64, int, (int, int, void*))
 
 // A hook is a C++ function that carries libc's name as its symbol: so it needs neither the

@@ -24,6 +24,9 @@ class KernelServer {
  public:
   enum class Kind { kFile, kCharacterDevice };
 
+  // False in a build without libfuse3, in which none can be made.
+  static bool Built();
+
   // The longest request that the kernel carries in one piece from any buffer.
   static constexpr std::size_t LongestMessage(Kind kind) {
     constexpr std::size_t kPage = 4096;

@@ -10,10 +10,10 @@ class KernelOperations {};
 
 KernelServer::KernelServer(Device&, Kind kind, const std::string& path, bool)
     : kind_(kind), path_(path) {
-  throw std::runtime_error("this zulisim was built without libfuse3 and cannot serve '" + path +
-                           "' through the kernel: install libfuse3-dev and build again. "
-                           "'zulisim run --device preload' serves dynamically linked programs");
+  throw std::logic_error("'" + path + "' cannot be served without libfuse3");
 }
+
+bool KernelServer::Built() { return false; }
 
 KernelServer::~KernelServer() = default;
 

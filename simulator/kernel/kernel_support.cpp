@@ -72,6 +72,12 @@ std::string MissingSupport(Kind kind) {
 }
 
 void CheckKernelServes(Kind kind) {
+  if (!KernelServer::Built()) {
+    throw std::runtime_error(
+        "this zulisim was built without libfuse3 and serves nothing through "
+        "the kernel: build it where libfuse3-dev is, or use 'zulisim run "
+        "--device preload', which serves dynamically linked programs");
+  }
   if (TryOpen(ControlNode(kind)) != 0) throw std::runtime_error(MissingSupport(kind));
 }
 

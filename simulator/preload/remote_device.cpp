@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/uio.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -42,8 +43,10 @@ struct Configuration {
 Configuration configuration;
 std::atomic<bool> configured{false};
 
-// Threads can only meet here before main, and then write the same values.
+// Threads can only meet here before main, and then write the same values. A libc that makes a call
+// of its own before it has set up the environment is not served yet; the next call asks again.
 void Configure() {
+  if (environ == nullptr) return;
   const char* path = getenv(protocol::kSocketVariable);
   const char* root = getenv(protocol::kRootVariable);
   configuration.address.sun_family = AF_UNIX;

@@ -41,6 +41,18 @@ void CleanUp(const std::string& entry) {
   if (entry[0] == 'u') Unmounted(path);
 }
 
+// Neither every kernel nor every libc here has close_range.
+void CloseAllBut(int kept) {
+  std::vector<int> descriptors;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd", error)) {
+    descriptors.push_back(std::stoi(entry.path().filename()));
+  }
+  for (const int descriptor : descriptors) {
+    if (descriptor != kept) close(descriptor);
+  }
+}
+
 // The process that stays: reads until its parent has ended, then does what it has read.
 [[noreturn]] void Attend(int input) {
   // No signal of a terminal or a process group, and no pipe that somebody waits on.
@@ -51,7 +63,7 @@ void CleanUp(const std::string& entry) {
   signal(SIGCHLD, SIG_DFL);
   prctl(PR_SET_NAME, "zulisim-cleaner");
   dup2(input, STDIN_FILENO);
-  close_range(STDIN_FILENO + 1, ~0U, 0);
+  CloseAllBut(STDIN_FILENO);
   for (int i = 0; i < 2; ++i) open("/dev/null", O_RDWR);
   if (chdir("/") != 0) _exit(1);
   std::string text;

@@ -26,7 +26,7 @@ std::vector<std::string> formats, texts;
 
 extern "C" {
 
-int clock_getres(clockid_t id, timespec* out) noexcept {
+int clock_getres(clockid_t id, timespec* out) {
   if (!resolution) return static_cast<int>(syscall(SYS_clock_getres, id, out));
   *out = *resolution;
   return 0;

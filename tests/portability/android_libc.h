@@ -21,7 +21,7 @@ struct AndroidMutex {
 
 #define pthread_mutex_t AndroidMutex
 #undef PTHREAD_MUTEX_INITIALIZER
-#define PTHREAD_MUTEX_INITIALIZER {{0}}
+#define PTHREAD_MUTEX_INITIALIZER AndroidMutex()
 
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int pthread_mutex_destroy(pthread_mutex_t* mutex);

@@ -1,6 +1,6 @@
-// A driver with a C++ runtime of its own, as every driver has one that is built with the NDK's static
-// library. It uses no stream before its first message, and no runtime type of its own meets one of
-// the library's but KaloException.
+// A driver with a C++ runtime of its own, as every driver has one that is built with the NDK's
+// static library. It uses no stream before its first message, and no runtime type of its own meets
+// one of the library's but KaloException.
 
 #include <cstdio>
 #include <cstring>
@@ -53,6 +53,7 @@ bool CatchesStandardTypes() {
 
 int main() {
   const bool logs = Logs(), catches = CatchesKaloException(), standard = CatchesStandardTypes();
-  std::printf("logs: %d  catches KaloException: %d  as std::exception: %d\n", logs, catches, standard);
+  std::printf("logs: %d  catches KaloException: %d  as std::exception: %d\n", logs, catches,
+              standard);
   return logs && catches && !standard ? 0 : 1;
 }

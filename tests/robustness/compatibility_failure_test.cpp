@@ -139,9 +139,9 @@ class CompatibilityFailure : public testing::Test {
   }
 
   static uint32_t UseModule() {
-    HANDLE module = LoadLibrary("libdl.so.2");
+    HANDLE module = LoadLibrary("libkalodll.so");
     if (module == nullptr) return CodeUnless(false);
-    const uint32_t found = CodeUnless(GetProcAddress(module, "dlopen") != nullptr);
+    const uint32_t found = CodeUnless(GetProcAddress(module, "KaloInit3") != nullptr);
     return std::max(CodeUnless(FreeLibrary(module) == 1), found);
   }
 

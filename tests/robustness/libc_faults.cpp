@@ -1,3 +1,6 @@
+// Fortified calls have other names, and overloads without an address.
+#undef _FORTIFY_SOURCE
+
 #include "tests/robustness/libc_faults.h"
 
 #include <dlfcn.h>
@@ -14,6 +17,7 @@
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <iostream>
 #include <map>
@@ -169,34 +173,50 @@ const std::map<std::string, void*> kReplacements = {OWN(open, Open),
 #undef OWN
 #undef HOOK
 
+void LayTables(const dl_phdr_info& module) {
+  const ElfW(Addr) base = module.dlpi_addr;
+  const auto* dynamic = std::find_if(module.dlpi_phdr, module.dlpi_phdr + module.dlpi_phnum,
+                                     [](const auto& part) { return part.p_type == PT_DYNAMIC; });
+  std::map<ElfW(Sxword), ElfW(Addr)> tags;
+  for (auto* tag = reinterpret_cast<const ElfW(Dyn)*>(base + dynamic->p_vaddr);
+       tag->d_tag != DT_NULL; ++tag) {
+    tags[tag->d_tag] = tag->d_un.d_ptr;
+  }
+  // Some loaders put addresses there, others leave what is in the file.
+  const auto at = [&](ElfW(Sxword) tag) { return tags[tag] < base ? base + tags[tag] : tags[tag]; };
+  const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(at(DT_SYMTAB));
+  const auto* names = reinterpret_cast<const char*>(at(DT_STRTAB));
+  for (const auto& [table, size] :
+       {std::pair(DT_JMPREL, DT_PLTRELSZ), std::pair(DT_RELA, DT_RELASZ)}) {
+    const auto* entry = reinterpret_cast<const ElfW(Rela)*>(at(table));
+    for (const auto* end = entry + tags[size] / sizeof *entry; entry != end; ++entry) {
+      const auto type = ELF64_R_TYPE(entry->r_info);
+      if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
+      const auto row = kReplacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
+      if (row == kReplacements.end()) continue;
+      // The table is read-only once the loader has bound it.
+      const auto address = base + entry->r_offset;
+      void* const page = reinterpret_cast<void*>(address & ~ElfW(Addr){4095});
+      mprotect(page, 4096, PROT_READ | PROT_WRITE);
+      *reinterpret_cast<void**>(address) = row->second;
+    }
+  }
+}
+
 }  // namespace
 
 bool Install() {
   bool found = false;
-  for (const char* name : {"libstdc++.so.6", "libkalodll.so"}) {
-    const auto* module = static_cast<const link_map*>(dlopen(name, RTLD_LAZY | RTLD_NOLOAD));
-    found = module != nullptr;
-    if (!found) continue;
-    std::map<ElfW(Sxword), ElfW(Addr)> tags;
-    for (auto* tag = module->l_ld; tag->d_tag != DT_NULL; ++tag) tags[tag->d_tag] = tag->d_un.d_ptr;
-    const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(tags[DT_SYMTAB]);
-    const auto* names = reinterpret_cast<const char*>(tags[DT_STRTAB]);
-    for (const auto& [table, size] :
-         {std::pair(DT_JMPREL, DT_PLTRELSZ), std::pair(DT_RELA, DT_RELASZ)}) {
-      const auto* entry = reinterpret_cast<const ElfW(Rela)*>(tags[table]);
-      for (const auto* end = entry + tags[size] / sizeof *entry; entry != end; ++entry) {
-        const auto type = ELF64_R_TYPE(entry->r_info);
-        if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
-        const auto row = kReplacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
-        if (row == kReplacements.end()) continue;
-        // The table is read-only once the loader has bound it.
-        const auto address = module->l_addr + entry->r_offset;
-        void* const page = reinterpret_cast<void*>(address & ~ElfW(Addr){4095});
-        mprotect(page, 4096, PROT_READ | PROT_WRITE);
-        *reinterpret_cast<void**>(address) = row->second;
-      }
-    }
-  }
+  dl_iterate_phdr(
+      [](dl_phdr_info* module, size_t, void* foundLibrary) {
+        const std::string path = module->dlpi_name;
+        const std::string name = path.substr(path.rfind('/') + 1);
+        if (name != "libstdc++.so.6" && name != "libkalodll.so") return 0;
+        LayTables(*module);
+        *static_cast<bool*>(foundLibrary) |= name == "libkalodll.so";
+        return 0;
+      },
+      &found);
   return found;
 }
 

@@ -15,6 +15,9 @@
 
 #include "simulator/output/transcript.h"
 
+// Hooked, whether or not libc has it.
+extern "C" int close_range(unsigned first, unsigned last, int flags);
+
 namespace zulisim {
 namespace {
 
@@ -26,6 +29,16 @@ int Connected() {
   EXPECT_EQ(ioctl(descriptor, kConnectRequest, guid.data()), 0);
   return descriptor;
 }
+
+// The library's mode, to which Android's libc objects.
+#ifdef __clang__
+#pragma clang diagnostic push
+#pragma clang diagnostic ignored "-Wuser-defined-warnings"
+#endif
+int OpenWithMode() { return open("/dev//./zuli", O_RDWR | O_CLOEXEC, 0x101000); }
+#ifdef __clang__
+#pragma clang diagnostic pop
+#endif
 
 TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
   int left = -1;
@@ -61,14 +74,14 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   EXPECT_EQ(rmdir(folder), 0);
 
   errno = 77;
-  const int descriptor = open("/dev//./zuli", O_RDWR | O_CLOEXEC, 0x101000);
+  const int descriptor = OpenWithMode();
   EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC);
   EXPECT_EQ(engine.Records().at(0).openMode, 0x101000u);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   Guid guid = DefaultClients()[0].guid;
   // The request as a driver passes it that keeps it in an int.
   const int request = static_cast<int>(kConnectRequest);
-  EXPECT_EQ(ioctl(descriptor, static_cast<unsigned long>(request), guid.data()), 0);
+  EXPECT_EQ(ioctl(descriptor, request, guid.data()), 0);
   EXPECT_EQ(errno, 77);
   char buffer[64];
   struct iovec pieces[2] = {{buffer, 20}, {buffer, 24}};
