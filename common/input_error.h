@@ -2,12 +2,12 @@
 
 #include <stdexcept>
 
-namespace kaloctl {
+namespace common {
 
 // Something that the user gave is wrong. The text names it and says what would be right.
-class InputError : public std::runtime_error {
+class InputError : public std::invalid_argument {
  public:
-  using std::runtime_error::runtime_error;
+  using std::invalid_argument::invalid_argument;
 };
 
-}  // namespace kaloctl
+}  // namespace common

@@ -16,9 +16,9 @@ namespace {
 // A call that falls through keeps no object with a destructor alive and passes no handler: read and
 // write are cancellation points, and a cancelled thread unwinds through the hook.
 
-std::int64_t Deliver(int savedErrno, const Outcome& outcome) {
-  errno = outcome.value == -1 ? outcome.error : savedErrno;
-  return outcome.value;
+std::int64_t Deliver(int savedErrno, const Result& result) {
+  errno = result.value == -1 ? result.error : savedErrno;
+  return result.value;
 }
 
 ssize_t ReadDevice(std::uint64_t handle, void* buffer, std::size_t length) {

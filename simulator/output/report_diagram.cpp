@@ -1,45 +1,22 @@
+#include "simulator/output/report_diagram.h"
+
 #include <algorithm>
 #include <map>
 
-#include "simulator/output/escape.h"
-#include "simulator/device/hex_lines.h"
-#include "simulator/output/report_page.h"
+#include "common/hex.h"
 #include "simulator/output/transcript.h"
 
 namespace zulisim {
 namespace {
 
-using Kind = StoryStep::Kind;
+using Kind = DiagramStep::Kind;
 
 // An ordinary run of more steps is folded but for its beginning, in pieces that a reader can scan.
 constexpr std::size_t kLongRun = 32;
 constexpr std::size_t kShownOfRun = 12;
 constexpr std::size_t kPiece = 400;
 
-// `size` is that of the whole message.
-std::string Dump(const Bytes& bytes, std::size_t size) {
-  std::string text;
-  std::string before;
-  bool repeats = false;
-  const std::size_t end = bytes.size();
-  for (std::size_t at = 0; at < end; at += kHexLineSize) {
-    const HexLine line = HexLineAt(bytes, at);
-    if (line.digits == before && at + kHexLineSize < end) {
-      if (!repeats) text += "*\n";
-      repeats = true;
-      continue;
-    }
-    repeats = false;
-    before = line.digits;
-    std::string digits = line.digits;
-    digits.resize(35, ' ');
-    text += HexOffset(at) + "  " + digits + "  " + line.characters + "\n";
-  }
-  if (size > end) text += "... and " + std::to_string(size - end) + " more bytes\n";
-  return text;
-}
-
-std::string Arrow(const StoryStep& step) {
+std::string Arrow(const DiagramStep& step) {
   if (step.kind == Kind::kNote) return "<span class=\"note\">" + HtmlText(step.label) + "</span>";
   std::string kind = "x";
   if (step.inferred) kind += " g";
@@ -57,7 +34,7 @@ std::string Arrow(const StoryStep& step) {
 }
 
 std::string Row(const Report& report, std::size_t index) {
-  const StoryStep& step = report.steps[index];
+  const DiagramStep& step = report.steps[index];
   if (!step.isOperation) {
     return "<div class=\"r\" id=\"s" + std::to_string(index) +
            "\"><div class=\"t\"></div><div class=\"d\">" + Arrow(step) + "</div></div>\n";
@@ -67,14 +44,20 @@ std::string Row(const Report& report, std::size_t index) {
   if (record.descriptor >= 0) key += " fd " + std::to_string(record.descriptor);
   std::string html = "<details id=\"o" + std::to_string(step.at) +
                      "\"><summary class=\"r\"><div class=\"t\"><b>" +
-                     std::to_string(record.sequence) + "</b>" +
-                     ReportMilliseconds(report, record.start) + "</div><div class=\"d\">" +
-                     Arrow(step) + "<span class=\"k\">" + key + "</span></div></summary>";
+                     std::to_string(record.sequence) + "</b>" + report.Milliseconds(record.start) +
+                     "</div><div class=\"d\">" + Arrow(step) + "<span class=\"k\">" + key +
+                     "</span></div></summary>";
   html += "<div class=\"bytes\">" + HtmlText(TranscriptLine(record)) + "<br/>took " +
           std::to_string((record.end - record.start).count() / 1000) + " \xc2\xb5s";
-  if (!record.bytes.empty())
-    html +=
-        "<pre>" + HtmlText(Dump(record.bytes, static_cast<std::size_t>(record.result))) + "</pre>";
+  const Bytes message = record.Message();
+  if (!message.empty()) {
+    html += "<pre>" + HtmlText(common::HexDump(message));
+    const std::size_t size = record.IsTransfer() ? static_cast<std::size_t>(record.result) : 0;
+    if (size > message.size()) {
+      html += "... and " + std::to_string(size - message.size()) + " more bytes\n";
+    }
+    html += "</pre>";
+  }
   return html + "</div></details>\n";
 }
 
@@ -90,12 +73,12 @@ std::string Title(const Report& report, std::size_t from, std::size_t to) {
   const OperationRecord* first = nullptr;
   const OperationRecord* last = nullptr;
   for (std::size_t i = from; i < to; ++i) {
-    const StoryStep& step = report.steps[i];
+    const DiagramStep& step = report.steps[i];
     if (step.beginsCommand) ++commands[step.label.substr(0, step.label.find(','))];
     if (!step.isOperation) continue;
     last = &report.operations[step.at];
     if (first == nullptr) first = last;
-    negative += last->status && (*last->status & 0x80000000) != 0 ? 1 : 0;
+    negative += last->status && IsNegative(*last->status) ? 1 : 0;
   }
   std::vector<std::pair<std::size_t, std::string>> counted;
   for (const auto& [name, count] : commands) counted.emplace_back(count, name);
@@ -103,8 +86,8 @@ std::string Title(const Report& report, std::size_t from, std::size_t to) {
   std::string title;
   if (first != nullptr) {
     title = "operations " + std::to_string(first->sequence) + " to " +
-            std::to_string(last->sequence) + ", " + ReportMilliseconds(report, first->start) +
-            " to " + ReportMilliseconds(report, last->end) + " ms";
+            std::to_string(last->sequence) + ", " + report.Milliseconds(first->start) + " to " +
+            report.Milliseconds(last->end) + " ms";
   }
   for (std::size_t i = 0; i < counted.size() && i < 4; ++i) {
     title += (i == 0 ? ": " : ", ") + std::to_string(counted[i].first) + " \xc3\x97 " +

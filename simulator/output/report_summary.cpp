@@ -1,10 +1,9 @@
+#include "simulator/output/report_summary.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <map>
-
-#include "simulator/output/escape.h"
-#include "simulator/output/report_page.h"
 
 namespace zulisim {
 namespace {
@@ -24,9 +23,9 @@ struct Figures {
 
 Figures Count(const Report& report) {
   Figures figures;
-  for (const StoryStep& step : report.steps) figures.commands += step.beginsCommand ? 1 : 0;
+  for (const DiagramStep& step : report.steps) figures.commands += step.beginsCommand ? 1 : 0;
   for (const OperationRecord& record : report.operations) {
-    figures.negative += record.status && (*record.status & 0x80000000) != 0 ? 1 : 0;
+    figures.negative += record.status && IsNegative(*record.status) ? 1 : 0;
     figures.failures += record.error != 0 ? 1 : 0;
     figures.losses += record.error == ENODEV ? 1 : 0;
     if (record.error != 0) continue;
@@ -44,9 +43,8 @@ std::string Card(const std::string& figure, const std::string& what, const char*
 
 std::string Cards(const Report& report) {
   const Figures figures = Count(report);
-  const std::string length = report.operations.empty()
-                                 ? "0.000"
-                                 : ReportMilliseconds(report, report.operations.back().end);
+  const std::string length =
+      report.operations.empty() ? "0.000" : report.Milliseconds(report.operations.back().end);
   return "<div class=\"cards\">" + Card(std::to_string(report.total), "operations") +
          Card(std::to_string(figures.commands), "commands") +
          Card(std::to_string(figures.negative), "negative statuses",
@@ -91,7 +89,7 @@ std::string Timeline(const Report& report) {
   return svg +
          "</svg>\n<div class=\"axis\"><span>0 ms</span><span>operations over time, failed "
          "ones in red</span><span>" +
-         ReportMilliseconds(report, report.operations.back().end) + " ms</span></div>\n";
+         report.Milliseconds(report.operations.back().end) + " ms</span></div>\n";
 }
 
 struct ConnectionLine {
@@ -127,8 +125,7 @@ std::string Connections(const Report& report) {
     html += "<tr><td><a href=\"#o" + first + "\">#" + std::to_string(number) + "</a></td><td>" +
             HtmlText(line.client) + "</td><td class=\"n\">" +
             (line.descriptor >= 0 ? std::to_string(line.descriptor) : "-") +
-            "</td><td class=\"n\">" +
-            ReportMilliseconds(report, report.operations[line.first].start) +
+            "</td><td class=\"n\">" + report.Milliseconds(report.operations[line.first].start) +
             "</td><td class=\"n\">" + std::to_string(line.operations) + "</td><td class=\"n\">" +
             std::to_string(line.failures) + "</td><td>" + HtmlText(line.end) + "</td></tr>\n";
   }
@@ -144,11 +141,11 @@ std::string Events(const Report& report) {
   std::string items;
   std::size_t count = 0;
   for (std::size_t i = 0; i < report.steps.size(); ++i) {
-    const StoryStep& step = report.steps[i];
+    const DiagramStep& step = report.steps[i];
     if (!step.remarkable || ++count > kMostEvents) continue;
     const std::string target =
         step.isOperation ? "o" + std::to_string(step.at) : "s" + std::to_string(i);
-    items += "<li><span class=\"t\">" + ReportMilliseconds(report, report.operations[step.at].end) +
+    items += "<li><span class=\"t\">" + report.Milliseconds(report.operations[step.at].end) +
              "</span><a" + (step.failed ? " class=\"no\"" : "") + " href=\"#" + target + "\">" +
              HtmlText(step.label) +
              (step.remark.empty() ? "" : " <i>" + HtmlText(step.remark) + "</i>") + "</a></li>\n";

@@ -25,9 +25,9 @@
 namespace zulisim::hooks {
 namespace {
 
-using protocol::Answer;
 using protocol::Kind;
 using protocol::Request;
+using protocol::Response;
 
 struct Redirect {
   const char* from;
@@ -65,7 +65,7 @@ const Configuration& Settings() {
   return configuration;
 }
 
-constexpr Outcome kEngineGone{-1, ENODEV};
+constexpr Result kEngineGone{-1, ENODEV};
 
 // One connection to the engine, closed at the end of its scope.
 class Channel {
@@ -144,7 +144,7 @@ std::uint64_t Inode(int descriptor) {
 }
 
 // `out` has room for `room` bytes of payload.
-Outcome Exchange(Request request, const void* in, void* out, std::size_t room) {
+Result Exchange(Request request, const void* in, void* out, std::size_t room) {
   Channel channel;
   if (channel.descriptor() < 0) return kEngineGone;
   const int sendError = channel.Send(&request, sizeof(request), in, request.payload);
@@ -154,13 +154,13 @@ Outcome Exchange(Request request, const void* in, void* out, std::size_t room) {
     request.payload = 0;
     return Exchange(request, nullptr, out, room);
   }
-  Answer answer;
-  if (sendError != 0 || channel.Receive(&answer, sizeof(answer)) != 0) return kEngineGone;
-  if (answer.payload > room) return kEngineGone;
-  if (answer.payload > 0) {
-    if (const int error = channel.Receive(out, answer.payload)) return {-1, error};
+  Response response;
+  if (sendError != 0 || channel.Receive(&response, sizeof(response)) != 0) return kEngineGone;
+  if (response.payload > room) return kEngineGone;
+  if (response.payload > 0) {
+    if (const int error = channel.Receive(out, response.payload)) return {-1, error};
   }
-  return {answer.value, answer.error};
+  return {response.value, response.error};
 }
 
 bool IsEngineEnd(int descriptor) {
@@ -212,26 +212,26 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   request.mode = mode;
   request.descriptor = channel.descriptor();
   request.inode = Inode(channel.descriptor());
-  Answer answer;
+  Response response;
   if (channel.Send(&request, sizeof(request), nullptr, 0) != 0 ||
-      channel.Receive(&answer, sizeof(answer)) != 0) {
+      channel.Receive(&response, sizeof(response)) != 0) {
     return {-1, 0, ENODEV};
   }
-  if (answer.value == -1) return {-1, 0, answer.error};
+  if (response.value == -1) return {-1, 0, response.error};
   return {channel.Detach(), request.inode, 0};
 }
 
-Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
+Result DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
   Request request;
   request.kind = Kind::kIoctl;
   request.inode = handle;
   request.request = number;
   request.hasBuffer = argument != nullptr;
-  request.payload = argument != nullptr ? protocol::IoctlSize(number) : 0;
+  request.payload = argument != nullptr ? IoctlSize(number) : 0;
   return Exchange(request, argument, argument, request.payload);
 }
 
-Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
   Request request;
   request.kind = Kind::kRead;
   request.inode = handle;
@@ -240,34 +240,34 @@ Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
   return Exchange(request, nullptr, buffer, length);
 }
 
-Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
+Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
   Request request;
   request.kind = Kind::kWrite;
   request.inode = handle;
   request.length = length;
   request.hasBuffer = buffer != nullptr;
   if (buffer != nullptr) {
-    request.payload = length < protocol::kMaxPayload ? length : protocol::kMaxPayload;
+    request.payload = length < kLongestMessage ? length : kLongestMessage;
   }
   return Exchange(request, buffer, nullptr, 0);
 }
 
-Outcome DeviceClose(std::uint64_t handle, int descriptor) {
+Result DeviceClose(std::uint64_t handle, int descriptor) {
   Channel channel;
   Request request;
   request.kind = Kind::kClose;
   request.inode = handle;
-  Answer answer;
+  Response response;
   const bool announced = channel.descriptor() >= 0 &&
                          channel.Send(&request, sizeof(request), nullptr, 0) == 0 &&
-                         channel.Receive(&answer, sizeof(answer)) == 0;
+                         channel.Receive(&response, sizeof(response)) == 0;
   Real().close(descriptor);
   const char closed = 0;
   if (!announced || channel.Send(&closed, sizeof(closed), nullptr, 0) != 0 ||
-      channel.Receive(&answer, sizeof(answer)) != 0) {
+      channel.Receive(&response, sizeof(response)) != 0) {
     return {};
   }
-  return {answer.value, answer.error};
+  return {response.value, response.error};
 }
 
 }  // namespace zulisim::hooks

@@ -6,7 +6,6 @@
 #include "log/logger.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr int32_t kTraceLevel = 100;

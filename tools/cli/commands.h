@@ -7,8 +7,8 @@ class App;
 namespace kaloctl {
 
 // Each adds its command to the program. When the command is chosen it runs, stores one of
-// ExitStatus in `exitStatus`, which must outlive the parsing, and throws InputError for wrong
-// input.
+// ExitStatus in `exitStatus`, which must outlive the parsing, and throws common::InputError for
+// wrong input.
 void AddProbeCommand(CLI::App& app, int& exitStatus);
 void AddSendCommand(CLI::App& app, int& exitStatus);
 void AddRunCommand(CLI::App& app, int& exitStatus);

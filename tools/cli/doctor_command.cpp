@@ -5,14 +5,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/cli/commands.h"
-#include "tools/doctor/doctor.h"
-#include "tools/cli/exit_status.h"
+#include "common/command_line.h"
 #include "common/input_error.h"
-#include "common/options.h"
+#include "tools/cli/commands.h"
+#include "tools/cli/exit_status.h"
+#include "tools/doctor/doctor.h"
 
 namespace kaloctl {
-
 namespace {
 
 std::string CheckNames() {
@@ -25,10 +24,10 @@ int Examine(const DoctorOptions& options) {
   const std::vector<std::string> known = DoctorChecks();
   for (const std::string& name : options.skip) {
     if (std::find(known.begin(), known.end(), name) == known.end()) {
-      throw InputError("--skip '" + name + "': one of " + CheckNames() + " is expected");
+      throw common::InputError("--skip '" + name + "': one of " + CheckNames() + " is expected");
     }
   }
-  return RunDoctor(std::cout, PaletteFor(stdout), options) ? kDone : kFailed;
+  return RunDoctor(std::cout, common::ColoursFor(stdout), options) ? kDone : kFailed;
 }
 
 }  // namespace
@@ -41,8 +40,8 @@ void AddDoctorCommand(CLI::App& app, int& exitStatus) {
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand(
       "doctor", "Check all that the library needs, with a remedy for each fault");
-  AddNumberOption(*command, "--command", arguments->command,
-                  "Command of the round trip (default: 0)");
+  common::AddNumberOption(*command, "--command", arguments->command,
+                          "Command of the round trip (default: 0)");
   command->add_option("--skip", arguments->options.skip, "Checks to leave out")
       ->type_name(CheckNames())
       ->delimiter(',');

@@ -4,25 +4,24 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/colours.h"
+#include "common/input.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/exit_status.h"
 #include "tools/log/log_folder.h"
 #include "tools/log/log_splitter.h"
 #include "tools/log/log_view.h"
-#include "common/palette.h"
-#include "common/text_input.h"
 
 namespace kaloctl {
-
 namespace {
 
 int ShowLog(const std::string& path) {
-  const Palette palette = PaletteFor(stdout);
+  const common::Colours colours = common::ColoursFor(stdout);
   LogFolder folder([&](const LogRecord& record, std::size_t copies) {
-    PrintLogRecord(std::cout, palette, record, copies);
+    PrintLogRecord(std::cout, colours, record, copies);
   });
   LogSplitter splitter([&](LogRecord&& record) { folder.Add(std::move(record)); });
-  ReadBlocks(path, [&](std::string_view block) { splitter.Feed(block); });
+  common::ReadBlocks(path, [&](std::string_view block) { splitter.Feed(block); });
   splitter.Finish();
   folder.Finish();
   return kDone;

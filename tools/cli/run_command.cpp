@@ -4,14 +4,13 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
+#include "common/input.h"
 #include "tools/call/script_runner.h"
 #include "tools/call/state_view.h"
-#include "common/text_input.h"
+#include "tools/cli/commands.h"
+#include "tools/cli/exit_status.h"
 
 namespace kaloctl {
-
 namespace {
 
 struct ScriptOptions {
@@ -23,11 +22,11 @@ struct ScriptOptions {
 int RunScript(const ScriptOptions& options, bool showState) {
   std::vector<ScriptStep> steps;
   if (!options.script.empty()) {
-    steps = ParseScript(ReadInput(options.script), InputName(options.script));
+    steps = ParseScript(common::ReadInput(options.script), common::InputName(options.script));
   }
-  ScriptRunner runner(std::cout, PaletteFor(stdout), options.run);
+  ScriptRunner runner(std::cout, common::ColoursFor(stdout), options.run);
   const bool good = runner.Run(steps);
-  if (showState) PrintState(std::cout, runner.book());
+  if (showState) PrintState(std::cout, runner.destroyed());
   return good ? kDone : kFailed;
 }
 

@@ -10,21 +10,20 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include "common/number.h"
 #include "log/log_file.h"
 #include "tools/call/driver_session.h"
 #include "tools/call/log_capture.h"
 #include "tools/call/message.h"
-#include "common/number.h"
+#include "tools/call/status_text.h"
 #include "tools/registry/registry_file.h"
 #include "tools/registry/registry_view.h"
-#include "tools/call/status_text.h"
 #include "transport/client_session.h"
 #include "transport/cp_drem_session.h"
 #include "transport/kalo_status.h"
 #include "transport/zuli_device.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr char kDevice[] = "/dev/zuli";
@@ -100,12 +99,12 @@ class Examination {
     if (status != KALO_DLL_STATUS_SUCCESS) return Failure(status);
     const std::vector<uint8_t> received = reply.Received();
     if (received.size() < kHeaderSize) {
-      return {
-          Finding::kFailed, "reply " + ReplyText(received),
-          "look at what the client does: kaloctl send --log --command " + Hex(options_.command)};
+      return {Finding::kFailed, "reply " + ReplyText(received),
+              "look at what the client does: kaloctl send --log --command " +
+                  common::Hex(options_.command)};
     }
     return {Finding::kOk,
-            "command " + Hex(options_.command) + " was answered with status " +
+            "command " + common::Hex(options_.command) + " was answered with status " +
                 std::to_string(transport::HeaderOf(received.data()).status),
             ""};
   }
@@ -173,12 +172,12 @@ constexpr Check kChecks[] = {
     {"registry", [](Examination& examination) { return examination.Registry(); }},
 };
 
-void PrintFinding(std::ostream& out, const Palette& palette, const char* name,
+void PrintFinding(std::ostream& out, const common::Colours& colours, const char* name,
                   const Finding& finding) {
   constexpr const char* kWords[] = {"ok", "failed", "not made"};
-  const char* const colours[] = {palette.good, palette.bad, palette.dim};
-  out << colours[finding.kind] << std::left << std::setw(10) << kWords[finding.kind]
-      << palette.reset << std::setw(13) << name << std::right << finding.text << '\n';
+  const char* const kindColours[] = {colours.good, colours.bad, colours.dim};
+  out << kindColours[finding.kind] << std::left << std::setw(10) << kWords[finding.kind]
+      << colours.reset << std::setw(13) << name << std::right << finding.text << '\n';
   if (!finding.remedy.empty()) out << std::string(10, ' ') << "remedy: " << finding.remedy << '\n';
 }
 
@@ -190,7 +189,7 @@ std::vector<std::string> DoctorChecks() {
   return names;
 }
 
-bool RunDoctor(std::ostream& out, const Palette& palette, const DoctorOptions& options) {
+bool RunDoctor(std::ostream& out, const common::Colours& colours, const DoctorOptions& options) {
   Examination examination(options);
   bool good = true;
   for (const Check& check : kChecks) {
@@ -198,7 +197,7 @@ bool RunDoctor(std::ostream& out, const Palette& palette, const DoctorOptions& o
         std::find(options.skip.begin(), options.skip.end(), check.name) != options.skip.end();
     const Finding finding =
         skipped ? Finding{Finding::kNotMade, "left out", ""} : check.run(examination);
-    PrintFinding(out, palette, check.name, finding);
+    PrintFinding(out, colours, check.name, finding);
     good = good && finding.kind != Finding::kFailed;
   }
   return good;

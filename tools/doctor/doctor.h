@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "common/palette.h"
+#include "common/colours.h"
 
 namespace kaloctl {
 
@@ -22,6 +22,6 @@ std::vector<std::string> DoctorChecks();
 
 // Runs the checks and prints a line for each, with a remedy below one that failed. A check that
 // needs one that failed is not made. True when none failed.
-bool RunDoctor(std::ostream& out, const Palette& palette, const DoctorOptions& options);
+bool RunDoctor(std::ostream& out, const common::Colours& colours, const DoctorOptions& options);
 
 }  // namespace kaloctl

@@ -7,7 +7,6 @@
 #include "tools/log/log_functions.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr std::size_t kMaxTagDigits = 10;

@@ -5,10 +5,9 @@
 #include <string>
 #include <string_view>
 
-#include "common/printable.h"
+#include "common/text.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr int kFunctionWidth = 15;
@@ -38,24 +37,24 @@ std::size_t ValueBegin(std::string_view text) {
 
 }  // namespace
 
-void PrintLogRecord(std::ostream& out, const Palette& palette, const LogRecord& record,
+void PrintLogRecord(std::ostream& out, const common::Colours& colours, const LogRecord& record,
                     std::size_t copies) {
   const std::string count = copies > 1 ? "x" + std::to_string(copies) : "";
   out << std::setw(4) << count << "  ";
   if (record.function.empty()) {
-    out << palette.dim << "? " << Printable(record.text) << palette.reset << '\n';
+    out << colours.dim << "? " << common::Printable(record.text) << colours.reset << '\n';
     return;
   }
   if (!record.prefix.empty()) out << record.prefix << "  ";
-  out << palette.dim << std::left << std::setw(kFunctionWidth) << record.function << std::right
-      << std::setw(kTagWidth) << record.tag << palette.reset << "  ";
+  out << colours.dim << std::left << std::setw(kFunctionWidth) << record.function << std::right
+      << std::setw(kTagWidth) << record.tag << colours.reset << "  ";
   const std::size_t value = ValueBegin(record.text);
   if (value == std::string_view::npos) {
     const bool bad = Contains(record.text, "failed") || Contains(record.text, "Exception") ||
                      Contains(record.text, "Error");
-    out << (bad ? palette.bad : "") << Printable(record.text) << (bad ? palette.reset : "");
+    out << (bad ? colours.bad : "") << common::Printable(record.text) << (bad ? colours.reset : "");
   } else {
-    out << std::left << std::setw(kLabelWidth) << Printable(record.text.substr(0, value))
+    out << std::left << std::setw(kLabelWidth) << common::Printable(record.text.substr(0, value))
         << std::right << std::setw(kValueWidth) << record.text.substr(value);
   }
   out << '\n';

@@ -3,7 +3,7 @@
 #include <ostream>
 #include <string>
 
-#include "common/palette.h"
+#include "common/colours.h"
 #include "tools/registry/registry_text.h"
 
 namespace kaloctl {
@@ -20,6 +20,6 @@ std::string CountText(const RegistryText& registry);
 
 // The keys as a tree, each with its id and its values. A key that the library does not reach is
 // marked.
-void PrintRegistry(std::ostream& out, const Palette& palette, const RegistryText& registry);
+void PrintRegistry(std::ostream& out, const common::Colours& colours, const RegistryText& registry);
 
 }  // namespace kaloctl

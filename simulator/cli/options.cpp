@@ -1,15 +1,19 @@
+#include "simulator/cli/options.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <iterator>
-#include <stdexcept>
 #include <system_error>
 
-#include "simulator/cli/commands.h"
-#include "simulator/cli/program_choice.h"
+#include "common/command_line.h"
+#include "common/input_error.h"
+#include "common/text.h"
+#include "simulator/kernel/kernel_program.h"
 #include "simulator/kernel/kernel_server.h"
+#include "simulator/kernel/kernel_support.h"
+#include "simulator/preload/preloaded_program.h"
 #include "simulator/scenario/scenario_file.h"
 #include "simulator/scenario/scenario_options.h"
-#include "common/command_line.h"
 
 namespace zulisim {
 namespace {
@@ -21,9 +25,9 @@ void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, con
   const auto callback = [name, scenario, parse](const std::string& text) {
     try {
       parse(text, scenario);
-    } catch (const std::invalid_argument& error) {
+    } catch (const common::InputError& error) {
       // What is wrong with a file begins with its name.
-      const std::string place = parse == AddScenarioFile ? "" : "'" + text + "': ";
+      const std::string place = parse == AddScenarioFile ? "" : common::Quoted(text) + ": ";
       throw CLI::ValidationError(name, place + error.what());
     }
   };
@@ -52,7 +56,7 @@ std::string ValueOf(const CLI::App& command, const char* name) {
   return option == nullptr || option->results().empty() ? "" : option->results().front();
 }
 
-// What is no regular file, such as a terminal, may take the texts of several.
+// Anything but a regular file, such as a terminal, may take the texts of several.
 bool SameFile(const std::string& one, const std::string& other) {
   namespace fs = std::filesystem;
   if (one.empty() || other.empty()) return false;
@@ -64,27 +68,7 @@ bool SameFile(const std::string& one, const std::string& other) {
   return !error && path == fs::weakly_canonical(fs::absolute(other), error) && !error;
 }
 
-void RequireProgram(const Invocation& invocation, const CLI::App& command) {
-  std::string words;
-  for (const std::string& word : command.remaining()) words += (words.empty() ? "" : " ") + word;
-  const bool missing = invocation.program.empty() || invocation.program.front().empty();
-  if (words.empty() && !missing) return;
-  throw CLI::ValidationError((words.empty() ? "the program is missing"
-                                            : "'" + words + "' is not expected in front of '--'") +
-                             ": write 'zulisim " + command.get_name() +
-                             " [OPTIONS] -- PROGRAM [ARGUMENTS...]'");
-}
-
 }  // namespace
-
-void DefineProgramRun(CLI::App* command, Invocation* invocation,
-                      const std::function<int()>& action) {
-  command->allow_extras();  // which are refused with a hint
-  command->callback([=] {
-    RequireProgram(*invocation, *command);
-    invocation->run = action;
-  });
-}
 
 void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
   std::vector<NamedFile> files;
@@ -128,44 +112,37 @@ bool HasInstructions(const CLI::App& command) {
                      [&command](const char* name) { return command.count(name) > 0; });
 }
 
-void AddDeviceOption(CLI::App* command, std::string* attachment) {
-  command
-      ->add_option("--device", *attachment,
-                   KernelServer::Built() ? "How the program reaches the device (default: preload)"
-                                         : "How the program reaches the device: by preload alone, "
-                                           "for this zulisim was built without libfuse3")
-      ->type_name("preload|fuse")
-      ->check(CLI::IsMember({kPreloadAttachment, kFuseAttachment}).description(""));
+void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
+  common::AddChoice<bool>(*command, "--device", options->fuse, {{"preload", false}, {"fuse", true}},
+                          KernelServer::Built()
+                              ? "How the program reaches the device (default: preload)"
+                              : "How the program reaches the device: by preload alone, because "
+                                "this zulisim was built without libfuse3");
+  common::AddFileOption(*command, "--root", options->root,
+                        "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
+                        "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
+                        "DIR");
+  AddOutputOptions(command, &options->output);
 }
 
-void AddRootOption(CLI::App* command, std::string* root) {
-  command
-      ->add_option("--root", *root,
-                   "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
-                   "\"/etc/vrel_registry.txt\"; otherwise a temporary one")
-      ->type_name("DIR")
-      ->check(command_line::NotEmpty());
-}
-
-void AddObservationOptions(CLI::App* command, ObservationOptions* options) {
-  command
-      ->add_option("--transcript", options->transcriptFile, "Write the transcript to FILE as well")
-      ->type_name("FILE")
-      ->check(command_line::NotEmpty());
-  command
-      ->add_option("--trace", options->traceFile,
-                   "Write Chrome trace events to FILE, for the Perfetto viewer")
-      ->type_name("FILE")
-      ->check(command_line::NotEmpty());
-  command
-      ->add_option("--report", options->reportFile,
-                   "Write a sequence diagram to FILE, an HTML page that needs nothing else")
-      ->type_name("FILE")
-      ->check(command_line::NotEmpty());
+void AddOutputOptions(CLI::App* command, OutputOptions* options) {
+  common::AddFileOption(*command, "--transcript", options->transcriptFile,
+                        "Write the transcript to FILE as well");
+  common::AddFileOption(*command, "--trace", options->traceFile,
+                        "Write Chrome trace events to FILE, for the Perfetto viewer");
+  common::AddFileOption(*command, "--report", options->reportFile,
+                        "Write a sequence diagram to FILE, an HTML page that needs nothing else");
   command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
   command->add_flag("--connection-numbers", options->connectionNumbers,
                     "In the transcript, name an open file by the engine's number (#1) instead of "
                     "the program's descriptor, which only the preload library knows");
+}
+
+std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
+                                                 const std::vector<std::string>& arguments) {
+  if (!options.fuse) return std::make_unique<PreloadedProgram>(arguments, options.root);
+  CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
+  return std::make_unique<KernelProgram>(arguments, options.root);
 }
 
 }  // namespace zulisim

@@ -1,4 +1,4 @@
-#include "common/text_input.h"
+#include "common/input.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -6,8 +6,9 @@
 #include <memory>
 #include <vector>
 
-namespace kaloctl {
+#include "common/text.h"
 
+namespace common {
 namespace {
 
 struct CloseUnlessStandard {
@@ -29,23 +30,23 @@ void ReadBlocks(const std::string& path, const std::function<void(std::string_vi
     }
     if (std::ferror(file.get()) == 0) return;
   }
-  throw InputError(InputName(path) + ": " + std::strerror(errno) +
-                   ": the name of a readable file is expected, or - for standard input");
+  throw InputError(InputName(path) + " cannot be read: " + std::strerror(errno) +
+                   "; the name of a readable file is expected, or - for standard input");
 }
 
-std::string ReadInput(const std::string& path) {
+std::string ReadInput(const std::string& path, std::size_t most) {
   std::string content;
   ReadBlocks(path, [&](std::string_view block) {
     content += block;
-    if (content.size() <= kLongestInput) return;
-    throw InputTooLong(InputName(path) + ": at most " + std::to_string(kLongestInput) +
+    if (content.size() <= most) return;
+    throw InputTooLong(InputName(path) + ": at most " + std::to_string(most) +
                        " bytes are expected");
   });
   return content;
 }
 
 std::string InputName(const std::string& path) {
-  return path == "-" ? "standard input" : "'" + path + "'";
+  return path == "-" ? "standard input" : Quoted(path);
 }
 
-}  // namespace kaloctl
+}  // namespace common
