@@ -31,7 +31,7 @@ uint64_t Call(const char* name, Arguments... arguments) {
 }  // namespace
 
 #define OWN(name) \
-  extern "C" uint64_t name() { return Check(false, "the library's own " #name " was called"), 0; }
+  extern "C" uint64_t name() { return Check(false, "the program's " #name " is left alone"), 0; }
 OWN(AllocAndZeroMem)
 OWN(AllocMem)
 OWN(CloseHandle)
