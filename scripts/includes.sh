@@ -26,8 +26,7 @@ simulator/cli: simulator/kernel simulator/preload simulator/program simulator/ou
 tools/log: common
 tools/registry: oscl common
 tools/call: api transport log oscl common
-tools/doctor: tools/call tools/registry api transport log oscl common
-tools/cli: tools/doctor tools/call tools/registry tools/log api transport log oscl common
+tools/cli: tools/call tools/registry tools/log api transport log oscl common
 tools/demo: api
 '
 

@@ -23,12 +23,14 @@ std::string Text(const Json& event) {
   return event.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
-std::string MetadataText(std::uint64_t track, const char* what, const std::string& name) {
-  return Text({{"ph", "M"},
-               {"pid", 1},
-               {"tid", track},
-               {"name", what},
-               {"args", Json::object({{"name", name}})}});
+Json Event(const char* phase, std::uint64_t track, const std::string& name, Json arguments) {
+  Json event = Json::object({{"ph", phase}, {"pid", 1}, {"tid", track}, {"name", name}});
+  event["args"] = std::move(arguments);
+  return event;
+}
+
+std::string Metadata(std::uint64_t track, const char* what, const std::string& name) {
+  return Text(Event("M", track, what, Json::object({{"name", name}})));
 }
 
 std::string Preview(const Bytes& bytes) {
@@ -53,7 +55,7 @@ std::string Name(const OperationRecord& record) {
 
 TraceWriter::TraceWriter(TextSink sink, const std::string& name) : sink_(std::move(sink)) {
   sink_("[");
-  Emit(MetadataText(0, "process_name", name));
+  Emit(Metadata(0, "process_name", name));
 }
 
 TraceWriter::~TraceWriter() {
@@ -69,7 +71,7 @@ void TraceWriter::Emit(const std::string& event) {
 void TraceWriter::OnOperation(const OperationRecord& record) {
   if (!start_) start_ = record.start;
   if (record.operation == Operation::kOpen || record.IsConnect()) {
-    Emit(MetadataText(record.connection, "thread_name", TrackName(record)));
+    Emit(Metadata(record.connection, "thread_name", TrackName(record)));
   }
   std::vector<std::string> events = {OperationSlice(record)};
   if (record.error != 0) {
@@ -131,14 +133,11 @@ std::string TraceWriter::ExchangeSlice(const Exchange& exchange) const {
     name += ", " + exchange.failure;
     arguments["failure"] = exchange.failure;
   }
-  return Text({{"ph", "X"},
-               {"pid", 1},
-               {"tid", request.connection},
-               {"ts", Microseconds(request.start - *start_)},
-               {"dur", Microseconds(exchange.end - request.start)},
-               {"cat", "exchange"},
-               {"name", name},
-               {"args", arguments}});
+  Json event = Event("X", request.connection, name, arguments);
+  event.update({{"ts", Microseconds(request.start - *start_)},
+                {"dur", Microseconds(exchange.end - request.start)},
+                {"cat", "exchange"}});
+  return Text(event);
 }
 
 std::string TraceWriter::OperationSlice(const OperationRecord& record) const {
@@ -146,25 +145,18 @@ std::string TraceWriter::OperationSlice(const OperationRecord& record) const {
   if (record.status) arguments["status"] = Hex(*record.status);
   const Bytes message = record.Message();
   if (!message.empty()) arguments["bytes"] = Preview(message);
-  return Text({{"ph", "X"},
-               {"pid", 1},
-               {"tid", record.connection},
-               {"ts", Microseconds(record.start - *start_)},
-               {"dur", Microseconds(record.end - record.start)},
-               {"cat", "operation"},
-               {"name", Name(record)},
-               {"args", arguments}});
+  Json event = Event("X", record.connection, Name(record), arguments);
+  event.update({{"ts", Microseconds(record.start - *start_)},
+                {"dur", Microseconds(record.end - record.start)},
+                {"cat", "operation"}});
+  return Text(event);
 }
 
 std::string TraceWriter::Instant(const OperationRecord& record, const std::string& name) const {
-  return Text({{"ph", "i"},
-               {"s", "t"},
-               {"pid", 1},
-               {"tid", record.connection},
-               {"ts", Microseconds(record.end - *start_)},
-               {"cat", "event"},
-               {"name", name},
-               {"args", Json::object({{"why", record.why.empty() ? name : record.why}})}});
+  const std::string& why = record.why.empty() ? name : record.why;
+  Json event = Event("i", record.connection, name, Json::object({{"why", why}}));
+  event.update({{"s", "t"}, {"ts", Microseconds(record.end - *start_)}, {"cat", "event"}});
+  return Text(event);
 }
 
 }  // namespace zulisim

@@ -19,37 +19,13 @@ using protocol::Kind;
 using protocol::Request;
 using protocol::Response;
 
-bool Receive(int socket, void* buffer, std::size_t length) {
-  auto* at = static_cast<std::uint8_t*>(buffer);
-  while (length > 0) {
-    const ssize_t received = recv(socket, at, length, 0);
-    if (received < 0 && errno == EINTR) continue;
-    if (received <= 0) return false;
-    at += received;
-    length -= static_cast<std::size_t>(received);
-  }
-  return true;
-}
-
-bool Send(int socket, const void* bytes, std::size_t length) {
-  const auto* at = static_cast<const std::uint8_t*>(bytes);
-  while (length > 0) {
-    const ssize_t sent = send(socket, at, length, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0) return false;
-    at += sent;
-    length -= static_cast<std::size_t>(sent);
-  }
-  return true;
-}
-
 // A program that is gone cannot be answered: a failure to send is none of the engine's.
 void SendResponse(int socket, const Result& result, const Bytes& payload = {}) {
   const Response response{result.value, result.error, static_cast<std::uint32_t>(payload.size())};
   Bytes bytes(sizeof(response));
   std::memcpy(bytes.data(), &response, sizeof(response));
   bytes.insert(bytes.end(), payload.begin(), payload.end());
-  Send(socket, bytes.data(), bytes.size());
+  protocol::Send(socket, bytes.data(), bytes.size());
 }
 
 bool HasEnded(int socket) {
@@ -133,11 +109,12 @@ void DeviceServer::Work() {
 
 void DeviceServer::Serve(int channel) {
   Request request;
-  if (!Receive(channel, &request, sizeof(request)) || request.payload > kLongestMessage) {
+  if (protocol::Receive(channel, &request, sizeof(request)) != 0 ||
+      request.payload > kLongestMessage) {
     return;
   }
   Bytes payload(request.payload);
-  if (!Receive(channel, payload.data(), payload.size())) return;
+  if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return;
   ReleaseEnded();
   switch (request.kind) {
     case Kind::kHello:
@@ -203,7 +180,7 @@ void DeviceServer::Close(int channel, const Request& request) {
   }
   SendResponse(channel, {});
   char closed;
-  const bool told = Receive(channel, &closed, sizeof(closed));
+  const bool told = protocol::Receive(channel, &closed, sizeof(closed)) == 0;
   const Result result = FinishClose(request.inode);
   if (told) SendResponse(channel, result);
 }

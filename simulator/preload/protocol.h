@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/socket.h>
+
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
@@ -50,5 +53,31 @@ struct Response {
 };
 
 static_assert(sizeof(Request) == 48 && sizeof(Response) == 16, "both sides must agree");
+
+// Receives `length` bytes: 0 or an errno, ENODEV when the other side ends first.
+inline int Receive(int socket, void* buffer, std::size_t length) {
+  auto* at = static_cast<unsigned char*>(buffer);
+  while (length > 0) {
+    const ssize_t received = recv(socket, at, length, 0);
+    if (received < 0 && errno == EINTR) continue;
+    if (received <= 0) return received == 0 ? ENODEV : errno;
+    at += received;
+    length -= static_cast<std::size_t>(received);
+  }
+  return 0;
+}
+
+// Sends `length` bytes: 0 or an errno.
+inline int Send(int socket, const void* bytes, std::size_t length) {
+  const auto* at = static_cast<const unsigned char*>(bytes);
+  while (length > 0) {
+    const ssize_t sent = send(socket, at, length, MSG_NOSIGNAL);
+    if (sent < 0 && errno == EINTR) continue;
+    if (sent < 0) return errno;
+    at += sent;
+    length -= static_cast<std::size_t>(sent);
+  }
+  return 0;
+}
 
 }  // namespace zulisim::protocol

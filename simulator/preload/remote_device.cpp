@@ -6,7 +6,6 @@
 #include <limits.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -89,47 +88,13 @@ class Channel {
     return descriptor;
   }
 
-  // 0 or an errno.
-  int Send(const void* bytes, std::size_t length, const void* more, std::size_t moreLength) {
-    struct iovec pieces[2] = {{const_cast<void*>(bytes), length},
-                              {const_cast<void*>(more), moreLength}};
-    std::size_t left = length + moreLength;
-    while (left > 0) {
-      struct msghdr message {};
-      message.msg_iov = pieces;
-      message.msg_iovlen = 2;
-      const ssize_t sent = sendmsg(socket_, &message, MSG_NOSIGNAL);
-      if (sent < 0 && errno == EINTR) continue;
-      if (sent < 0) return errno;
-      left -= static_cast<std::size_t>(sent);
-      Advance(pieces, static_cast<std::size_t>(sent));
-    }
-    return 0;
-  }
-
   // 0 or an errno; ENODEV when the engine ends first.
+  int Send(const void* bytes, std::size_t length) { return protocol::Send(socket_, bytes, length); }
   int Receive(void* buffer, std::size_t length) {
-    auto* at = static_cast<unsigned char*>(buffer);
-    while (length > 0) {
-      const ssize_t received = recv(socket_, at, length, 0);
-      if (received < 0 && errno == EINTR) continue;
-      if (received <= 0) return received == 0 ? ENODEV : errno;
-      at += received;
-      length -= static_cast<std::size_t>(received);
-    }
-    return 0;
+    return protocol::Receive(socket_, buffer, length);
   }
 
  private:
-  static void Advance(struct iovec* pieces, std::size_t sent) {
-    for (int i = 0; i < 2; ++i) {
-      const std::size_t part = sent < pieces[i].iov_len ? sent : pieces[i].iov_len;
-      pieces[i].iov_base = static_cast<unsigned char*>(pieces[i].iov_base) + part;
-      pieces[i].iov_len -= part;
-      sent -= part;
-    }
-  }
-
   void Close() {
     if (socket_ >= 0) Real().close(socket_);
     socket_ = -1;
@@ -147,7 +112,8 @@ std::uint64_t Inode(int descriptor) {
 Result Exchange(Request request, const void* in, void* out, std::size_t room) {
   Channel channel;
   if (channel.descriptor() < 0) return kEngineGone;
-  const int sendError = channel.Send(&request, sizeof(request), in, request.payload);
+  int sendError = channel.Send(&request, sizeof(request));
+  if (sendError == 0) sendError = channel.Send(in, request.payload);
   if (sendError == EFAULT) {
     // The engine is to know, and to say, that the program's address is bad.
     request.hasBuffer = 0;
@@ -213,7 +179,7 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   request.descriptor = channel.descriptor();
   request.inode = Inode(channel.descriptor());
   Response response;
-  if (channel.Send(&request, sizeof(request), nullptr, 0) != 0 ||
+  if (channel.Send(&request, sizeof(request)) != 0 ||
       channel.Receive(&response, sizeof(response)) != 0) {
     return {-1, 0, ENODEV};
   }
@@ -259,11 +225,11 @@ Result DeviceClose(std::uint64_t handle, int descriptor) {
   request.inode = handle;
   Response response;
   const bool announced = channel.descriptor() >= 0 &&
-                         channel.Send(&request, sizeof(request), nullptr, 0) == 0 &&
+                         channel.Send(&request, sizeof(request)) == 0 &&
                          channel.Receive(&response, sizeof(response)) == 0;
   Real().close(descriptor);
   const char closed = 0;
-  if (!announced || channel.Send(&closed, sizeof(closed), nullptr, 0) != 0 ||
+  if (!announced || channel.Send(&closed, sizeof(closed)) != 0 ||
       channel.Receive(&response, sizeof(response)) != 0) {
     return {};
   }

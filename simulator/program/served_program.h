@@ -5,9 +5,24 @@
 
 #include "simulator/device/device.h"
 #include "simulator/program/child_process.h"
-#include "simulator/program/run_folder.h"
+#include "simulator/program/cleaner.h"
 
 namespace zulisim {
+
+// A folder of this process alone, removed with all that is in it at the end of the scope, and when
+// the process ends before that. Make it before the first thread.
+class TemporaryFolder {
+ public:
+  // Throws std::system_error.
+  TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string path_;
+  Cleaner cleaner_;
+};
 
 // A program that is to be served a device, in a folder of its own. Make it before the first thread.
 class ServedProgram {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "common/diagnostic.h"
+#include "common/input_error.h"
 #include "simulator/device/client.h"
 #include "simulator/device/operation.h"
 

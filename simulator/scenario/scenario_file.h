@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "common/diagnostic.h"
+#include "common/input_error.h"
 #include "simulator/scenario/scenario.h"
 
 namespace zulisim {

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "common/diagnostic.h"
+#include "common/input_error.h"
 #include "simulator/scenario/toml_parser.h"
 
 namespace zulisim {

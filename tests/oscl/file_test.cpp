@@ -7,7 +7,7 @@
 #include "oscl/file.h"
 #include "oscl/version.h"
 #include "oscl/whole_file.h"
-#include "simulator/attachment.h"
+#include "simulator/in_process/in_process_device.h"
 #include "tests/oscl/file_fixture.h"
 
 namespace {

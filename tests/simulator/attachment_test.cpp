@@ -94,7 +94,7 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   struct stat byPath {};
   EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
   EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
-  // A number that was closed behind the hooks is not taken for the device.
+  // A number that was closed without the hooks is not taken for the device.
   syscall(SYS_close, descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);

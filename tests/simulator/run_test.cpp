@@ -170,7 +170,7 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
   } cases[] = {
       {127, "run -- no_such_program", "'no_such_program' is not in any folder of PATH"},
       {127, "run -- ./no_such_program", "does not exist"},
-      {126, "run -- /etc/passwd", "no file that may be executed"},
+      {126, "run -- /etc/passwd", "is not a file that may be executed"},
       {126, "run -- ./text", "neither a program nor a script"},
       {127, "run -- ./script", "/nowhere/sh"},
       {126, "run -- /sbin/ldconfig", "statically linked"},

@@ -8,7 +8,6 @@
 #include "common/command_line.h"
 #include "common/input_error.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 
 namespace {
 

@@ -8,7 +8,6 @@
 #include "tools/call/log_capture.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 #include "transport/kalo_status.h"
 
 namespace kaloctl {
@@ -42,10 +41,9 @@ void AddProbeCommand(CLI::App& app, int& exitStatus) {
   CLI::App* command = app.add_subcommand(
       "probe", "Open each firmware client and show its version and maximum length");
   command->footer(
-      "KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command "
-      "is\n"
-      "sent. A client that cannot be opened is shown with what the library recorded, and the exit\n"
-      "status is 1 then.");
+      R"(KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is
+sent. A client that cannot be opened is shown with what the library recorded, and the exit
+status is then 1.)");
   command->callback([&exitStatus] { exitStatus = Probe(); });
 }
 

@@ -14,7 +14,6 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 #include "tools/registry/registry_file.h"
 #include "tools/registry/registry_view.h"
 
@@ -121,10 +120,10 @@ void ProveLoadable(const RegistryText& registry, const std::string& content,
 int Set(const RegistryOptions& options) {
   if (!options.repair && !options.force) {
     throw common::InputError(
-        "nothing was changed: as the library writes it, '" + options.file +
-        "' would not load again: each line would end in a blank, and every later call would fail\n"
-        "with code 13. Add --repair to write it without the blanks and with its keys in their "
-        "order,\nor --force to write it as the library does");
+        "nothing was changed: as the library writes it, " + common::Quoted(options.file) +
+        R"( would not load again: each line would end in a blank, and every later call would fail
+with code 13. Add --repair to write it without the blanks and with its keys in their order,
+or --force to write it as the library does)");
   }
   RegistryText registry =
       options.repair ? LoadRegistryFileToEdit(options.file) : LoadRegistryFile(options.file);
@@ -155,19 +154,18 @@ int Repair(const RegistryOptions& options) {
 }
 
 constexpr char kFooter[] =
-    "KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\\Software\\Video', NAME a value "
-    "in\n"
-    "it. The file is read as the library reads it. Types are string, dword and qword (whose data\n"
-    "the library keeps in 32 bits). A file that does not load is reported with line and code.\n"
-    "\n"
-    "When the library sets a value it rewrites the file so that it does not load again. 'set'\n"
-    "therefore asks for --repair (the file stays loadable) or --force (what the library does), "
-    "and\n"
-    "'repair' undoes what the library did to a file, the order of its keys included.\n"
-    "\n"
-    "Examples:\n"
-    "  kaloctl registry get 'HKEY_LOCAL_MACHINE\\Software\\Video' Level\n"
-    "  kaloctl registry set 'HKEY_LOCAL_MACHINE\\Software\\Video' Level 3 --repair --file r.txt\n";
+    R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video', NAME a value in
+it. The file is read as the library reads it. Types are string, dword and qword (whose data
+the library keeps in 32 bits). A file that does not load is reported with line and code.
+
+When the library sets a value it rewrites the file so that it does not load again. 'set'
+therefore asks for --repair (the file stays loadable) or --force (what the library does), and
+'repair' undoes what the library did to a file, the order of its keys included.
+
+Examples:
+  kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
+  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --repair --file r.txt
+)";
 
 void AddValueArguments(CLI::App& command, RegistryOptions& options) {
   command.add_option("KEY", options.key, "Full path of the key")->required();

@@ -8,7 +8,6 @@
 #include "tools/call/script_runner.h"
 #include "tools/call/state_view.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 
 namespace kaloctl {
 namespace {
@@ -43,11 +42,10 @@ void AddRunCommand(CLI::App& app, int& exitStatus) {
                     "Show the library's trace lines too (its log file receives them as well)");
   command->add_flag("--no-log", options->noLog, "Show no log lines");
   command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
-  command->footer(
-      ScriptHelp() +
-      "\nEach call is shown with its status, what it brought back, the counts of handles\n"
-      "that are out, and the log lines it caused. The exit status is 1 when a call failed\n"
-      "or was not made, 2 when the script is wrong.");
+  command->footer(ScriptHelp() + R"(
+Each call is shown with its status, what it brought back, the counts of handles that are
+out, and the log lines it caused. The exit status is 1 when a call failed or was not made,
+2 when the script is wrong.)");
   command->callback([options, &exitStatus] {
     options->run.showLog = !options->noLog;
     exitStatus = RunScript(*options, false);
@@ -60,14 +58,11 @@ void AddStateCommand(CLI::App& app, int& exitStatus) {
   CLI::App* command = app.add_subcommand(
       "state", "Show the library's global state, after the calls of a script if there is one");
   command->add_option("SCRIPT", options->script,
-                      "A script as 'kaloctl run' takes; - reads "
-                      "standard input");
+                      "A script as 'kaloctl run' takes; - reads standard input");
   command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
-  command->footer(
-      "The state is that of this program's copy of the library, so without SCRIPT it is the state\n"
-      "after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions "
-      "that\n"
-      "have been closed stay in the state and are marked.");
+  command->footer(R"(The state is that of this program's copy of the library, so without SCRIPT it is the state
+after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions that
+have been closed stay in the state and are marked.)");
   command->callback([options, &exitStatus] { exitStatus = RunScript(*options, true); });
 }
 

@@ -20,7 +20,6 @@
 #include "tools/call/request_source.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 
 namespace kaloctl {
 namespace {
@@ -66,7 +65,7 @@ class ReplyFile {
 
   void Write(const std::vector<uint8_t>& reply) {
     if (file_ == nullptr) return;
-    // What is no regular file has nothing to cut.
+    // Anything but a regular file has nothing to cut.
     if (ftruncate(fileno(file_.get()), 0) != 0 && errno != EINVAL) Fail();
     const bool written = std::fwrite(reply.data(), 1, reply.size(), file_.get()) == reply.size();
     if (!written || std::fflush(file_.get()) != 0) Fail();
@@ -159,24 +158,22 @@ class SendCommand {
 };
 
 constexpr char kFooter[] =
-    "FILE holds a whole message: a header of four little-endian 32-bit words (the second is the\n"
-    "command identifier) and the body. It is raw bytes, or text with pairs of hexadecimal digits\n"
-    "('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters "
-    "only\n"
-    "is taken for hex text, any other for raw bytes, unless --hex or --binary says otherwise.\n"
-    "\n"
-    "--command N replaces the identifier in the header. With --body the input is a body alone and\n"
-    "gets a header of zeros with N in front; without any input --command N sends a header alone.\n"
-    "\n"
-    "The command identifier chooses the client (0x30000 to 0x3ffff FENU, all others KALO) unless\n"
-    "--client does. The library does not tell the length of a reply: what is shown ends at the "
-    "last\n"
-    "byte that differs from a pattern put into the buffer before.\n"
-    "\n"
-    "Examples:\n"
-    "  kaloctl send --command 4\n"
-    "  kaloctl send --command 0x30001 --body --data '01 02 03 04'\n"
-    "  kaloctl send --generation earlier request.bin --output reply.bin";
+    R"(FILE holds a whole message: a header of four little-endian 32-bit words (the second is the
+command identifier) and the body. It is raw bytes, or text with pairs of hexadecimal digits
+('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters only
+is taken for hex text, any other for raw bytes, unless --hex or --binary says otherwise.
+
+--command N replaces the identifier in the header. With --body the input is a body alone and
+gets a header of zeros with N in front; without any input --command N sends a header alone.
+
+The command identifier chooses the client (0x30000 to 0x3ffff FENU, all others KALO) unless
+--client does. The library does not tell the length of a reply: what is shown ends at the last
+byte that differs from a pattern put into the buffer before.
+
+Examples:
+  kaloctl send --command 4
+  kaloctl send --command 0x30001 --body --data '01 02 03 04'
+  kaloctl send --generation earlier request.bin --output reply.bin)";
 
 }  // namespace
 

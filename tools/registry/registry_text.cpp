@@ -55,10 +55,10 @@ class RegistryParser {
  private:
   static std::string BlankHint(const std::string& mark) {
     const bool known = mark == std::string(kKeyMark) + " " || mark == std::string(kValueMark) + " ";
-    return known ? " without the blank behind it" : "";
+    return known ? " without the blank after it" : "";
   }
 
-  // At most 255 characters up to the line end, then all white space behind it. False at a line end
+  // At most 255 characters up to the line end, then all white space after it. False at a line end
   // and at the end of the file.
   bool ReadLine(std::string& line) {
     lineOfText_ = lineNumber_;
@@ -79,10 +79,10 @@ class RegistryParser {
     }
   }
 
-  // What stands behind the digits on their line is the next line.
+  // What follows the digits on their line is the next line.
   bool ReadHexadecimal(uint32_t& number) {
-    const std::size_t behind = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
-    const std::string digits(content_.substr(position_, behind - position_));
+    const std::size_t end = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
+    const std::string digits(content_.substr(position_, end - position_));
     int length = 0;
     // As the library, which takes a "0x" for 0 that no digits follow.
     if (std::sscanf(digits.c_str(), "%x%n", &number, &length) != 1) return false;

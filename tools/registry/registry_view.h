@@ -10,7 +10,7 @@ namespace kaloctl {
 
 // "string", "dword" or "qword".
 std::string TypeText(uint32_t type);
-// The number of a value that is no text, with its sign, as the file has it.
+// The number of a value that is not a text, with its sign, as the file has it.
 std::string NumberText(const RegistryValue& value);
 // The value's data, for people.
 std::string DataText(const RegistryValue& value);
