@@ -42,7 +42,8 @@ KALO_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params);
  * handle belongs to the library and is given back with KaloCleanup3, also after a status of 5, when
  * it may name a session that is gone. Each log file stays open until unload: initialise once, or a
  * few times, in a process. Any number of threads may call it at once; not beside a cleanup or an
- * earlier call. */
+ * earlier call, and not once the library's objects are gone, when Android's libc ends the process
+ * ("pthread_mutex_lock called on a destroyed mutex"). */
 KALO_STATUS KaloInit3(void** handle);
 
 /* Sends the request `input` and takes the reply into `output`; lengths are in bytes, at least the

@@ -14,7 +14,9 @@ typedef pthread_mutex_t CRITICAL_SECTION;
 
 void InitializeCriticalSection(CRITICAL_SECTION* section);
 
-/* No thread may hold or wait for the section. */
+/* No thread may hold or wait for the section. Until it is initialised again it must not be entered,
+ * left or deleted: glibc may let that pass, while Android's libc ends the process
+ * ("pthread_mutex_lock called on a destroyed mutex"). */
 void DeleteCriticalSection(CRITICAL_SECTION* section);
 
 /* Blocks until the section is free. Any thread. */

@@ -253,4 +253,28 @@ TEST_F(CompatibilityFailure, is_told_and_leaves_nothing_behind) {
   faults::Print(tally_);
 }
 
+TEST_F(CompatibilityFailure, leaves_the_code_of_its_errno) {
+  ASSERT_TRUE(faults::Install());
+  OSVERSIONINFO info;
+  const auto version = [&] { return CodeUnless(GetVersionEx(&info) == 1); };
+  const std::pair<const char*, std::function<uint32_t()>> calls[] = {
+      {"open", [&] { return UseFile(); }},
+      {"fstat", [&] { return UseFile(); }},
+      {"read", [&] { return UseFile(); }},
+      {"write", [&] { return UseFile(); }},
+      {"lseek", [&] { return UseFile(); }},
+      {"dlopen", UseModule},
+      {"fopen", version}};
+  const std::pair<int, uint32_t> codes[] = {
+      {ENOENT, 5}, {EEXIST, 4}, {EINVAL, 2}, {EROFS, 6}, {EACCES, 16}};
+  for (const auto& [name, call] : calls) {
+    for (const auto& [error, code] : codes) {
+      Reset();
+      faults::Arm(name, 1, error);
+      EXPECT_EQ(call(), kFailed + code) << name;
+      EXPECT_TRUE(faults::Disarm());
+    }
+  }
+}
+
 }  // namespace

@@ -2,9 +2,10 @@
 # What a program meets through the preload library or through the kernel's FUSE, and what is left of
 # a device whose server or program ends. Exit status 77: no FUSE here.
 #
-#   attachments.sh preload|fuse ZULISIM DEVICE_PROGRAM KALOCTL [STATIC_DEVICE_PROGRAM]
+#   attachments.sh preload ZULISIM DEVICE_PROGRAM KALOCTL EARLY_CALL
+#   attachments.sh fuse ZULISIM DEVICE_PROGRAM KALOCTL STATIC_DEVICE_PROGRAM
 set -uo pipefail
-device=$1 zulisim=$2 program=$3 kaloctl=$4 static=${5:-}
+device=$1 zulisim=$2 program=$3 kaloctl=$4 early=$5 static=$5
 here=$(cd "$(dirname "$0")" && pwd)
 if [ $device = fuse ]; then
   [ -w /dev/fuse ] || { echo "SKIPPED: there is no /dev/fuse to write to"; exit 77; }
@@ -86,6 +87,8 @@ expect 0 timeout 20 "$zulisim" run -q --device $device --reply 'kalo:*=latency:6
 (trap - INT; exec timeout -s INT 1 "$zulisim" run -q --device $device -- sleep 20)
 eventually nothing_left
 if [ $device = preload ]; then
+  expect 0 run -q -- sh -c 'LD_PRELOAD=$LD_PRELOAD:$1 exec "$0" open close' "$program" "$early"
+  holds out 'open: 0'
   holds <(tr '\n' ' ' <killed) 'read:20: errno 19 write:20: errno 19 close: 0 open: errno 19'
   exit $((failures > 0))
 fi
