@@ -24,9 +24,10 @@ void CountWithoutSink() {
 
 void CountWithOneSink() {
   bench::OwnSession session;
+  const auto lines = bench::LinesOf([&] { bench::Command(session.handle()); });
   bench::SetFileSinks(1);
   Count("command_one_sink", [&] { bench::Command(session.handle()); });
-  Count("command_lines", [&] { bench::WriteCommandLines(session.handle()); });
+  Count("command_lines", [&] { bench::WriteLines(lines); });
   Count("line_written", [] { bench::WriteLine(bench::kMessageLength); });
   bench::SetNullSink();
   Count("line_unsunk", [] { bench::WriteLine(bench::kMessageLength); });
@@ -52,8 +53,13 @@ void CountSecondHandle() {
     DropLastSink();
     CALLGRIND_TOGGLE_COLLECT;
   });
+  const auto lines = bench::LinesOf([] {
+    void* second = nullptr;
+    KaloInit3(&second);
+    KaloCleanup3(second);
+  });
   bench::SetFileSinks(2);
-  Count("second_handle_lines", [&] { bench::WriteSecondHandleLines(first); });
+  Count("second_handle_lines", [&] { bench::WriteLines(lines); });
   KaloCleanup3(first);
 }
 

@@ -13,8 +13,6 @@ namespace bench {
 namespace {
 
 constexpr char kCommand[] = "StartIoEx3";
-constexpr char kInit[] = "KaloInit3";
-constexpr char kCleanup[] = "KaloCleanup3";
 
 thread_local unsigned char request[kMessageLength];
 thread_local unsigned char reply[kMessageLength];
@@ -35,9 +33,17 @@ void RemoveSinks() {
   Logger::logBase.sinks.clear();
 }
 
-void WriteCount(const char* function, const char* text) {
-  KALO_LOG_AS(logging::kOrdinaryLevel, function) << text << logging::Hex(2);
-}
+// Takes each message apart: "StartIoEx3:36: InputBufferLength: 64\n".
+class KeepingSink : public LogSink {
+ public:
+  void logMessage(const char* message) override {
+    const std::string line = message;
+    const size_t colon = line.find(':');
+    lines.push_back({line.substr(0, colon), line.substr(line.find(": ", colon + 1) + 2)});
+  }
+
+  std::vector<LoggedLine> lines;
+};
 
 }  // namespace
 
@@ -75,28 +81,20 @@ void TraceLine(unsigned int length) {
   KALO_LOG_FULL(logging::kTraceLevel, kCommand, 36) << "InputBufferLength: " << length << '\n';
 }
 
-void WriteCommandLines(const void* session) {
-  using logging::kOrdinaryLevel;
-  KALO_LOG_AS(kOrdinaryLevel, kCommand) << "Executing call to StartIoEx3() API...";
-  KALO_LOG_AS(kOrdinaryLevel, kCommand) << "CpSession: " << logging::Address{session} << '\n';
-  KALO_LOG_AS(kOrdinaryLevel, kCommand) << "InputBufferLength: " << kMessageLength << '\n';
-  KALO_LOG_AS(kOrdinaryLevel, kCommand) << "OutputBufferLength: " << kMessageLength << '\n';
-  KALO_LOG_AS(kOrdinaryLevel, kCommand) << "Call to StartIoEx3() API completed successfully.";
+std::vector<LoggedLine> LinesOf(const std::function<void()>& action) {
+  RemoveSinks();
+  auto* sink = new KeepingSink;
+  Logger::logBase.sinks.push_back(sink);
+  action();
+  std::vector<LoggedLine> lines = sink->lines;
+  RemoveSinks();
+  return lines;
 }
 
-void WriteSecondHandleLines(const void* session) {
-  using logging::kOrdinaryLevel;
-  KALO_LOG_AS(kOrdinaryLevel, kInit) << "Executing call to KaloInit3() API ...";
-  KALO_LOG_AS(kOrdinaryLevel, kInit) << "KALO DREM Handle A " << logging::Address{session};
-  WriteCount(kInit, "KALO DREM Ref Cnt A with FW API_32 ");
-  KALO_LOG_AS(kOrdinaryLevel, kInit) << "Call to KaloInit3() API completed successfully. ";
-  KALO_LOG_AS(kOrdinaryLevel, kInit) << "Returned DREM Handle " << logging::Address{session};
-  KALO_LOG_AS(kOrdinaryLevel, kCleanup) << "Executing call to KaloCleanup3() API...";
-  WriteCount(kCleanup, "KALO DREM Ref Cnt A ");
-  WriteCount(kCleanup, "KALO DREM Ref Cnt A ");
-  WriteCount(kCleanup, "KALO DREM Ref Cnt B ");
-  WriteCount(kCleanup, "KALO DREM Ref Cnt B ");
-  KALO_LOG_AS(kOrdinaryLevel, kCleanup) << "Call to KaloCleanup3() API completed successfully.";
+void WriteLines(const std::vector<LoggedLine>& lines) {
+  for (const LoggedLine& line : lines) {
+    KALO_LOG_AS(logging::kOrdinaryLevel, line.function) << line.text;
+  }
 }
 
 }  // namespace bench

@@ -1,6 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
+#include <string>
+#include <vector>
 
 class ClientSession;
 
@@ -37,9 +40,16 @@ void SetNullSink();
 void WriteLine(unsigned int length);
 void TraceLine(unsigned int length);
 
-// The five lines of a successful StartIoEx3, and the eleven of KaloInit3 and KaloCleanup3 for a
-// second handle of an open session.
-void WriteCommandLines(const void* session);
-void WriteSecondHandleLines(const void* session);
+// A line of the library's log, without its number.
+struct LoggedLine {
+  std::string function;
+  std::string text;
+};
+
+// What the library logs at the ordinary level while `action` runs. Leaves no sink.
+std::vector<LoggedLine> LinesOf(const std::function<void()>& action);
+
+// Logs them once more, which is what the log alone costs.
+void WriteLines(const std::vector<LoggedLine>& lines);
 
 }  // namespace bench

@@ -132,8 +132,8 @@ void CommandLoop(benchmark::State& state) {
   for (auto _ : state) loop.Run();
 }
 
-void CommandLines(benchmark::State& state) {
-  for (auto _ : state) bench::WriteCommandLines(&state);
+void CommandLines(benchmark::State& state, const std::vector<bench::LoggedLine>& lines) {
+  for (auto _ : state) bench::WriteLines(lines);
 }
 
 // With no sink registered; a process that has seen one never measures these again.
@@ -174,8 +174,10 @@ void RegisterCommands() {
 void RegisterParts() {
   benchmark::RegisterBenchmark("part/exchange", CommandLoop)->Arg(0);
   benchmark::RegisterBenchmark("part/exchange_and_writes", CommandLoop)->Arg(1);
-  benchmark::RegisterBenchmark("part/lines_unsunk", CommandLines)->Setup(NullSink);
-  benchmark::RegisterBenchmark("part/lines", CommandLines)->Setup(OneSink);
+  bench::OwnSession session;
+  const auto lines = bench::LinesOf([&] { bench::Command(session.handle()); });
+  benchmark::RegisterBenchmark("part/lines_unsunk", CommandLines, lines)->Setup(NullSink);
+  benchmark::RegisterBenchmark("part/lines", CommandLines, lines)->Setup(OneSink);
   benchmark::RegisterBenchmark("part/command", Command)->Arg(1)->Setup(ManySinks);
 }
 

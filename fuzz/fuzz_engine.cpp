@@ -144,7 +144,10 @@ void CallOnce(FuzzedDataProvider& input, Device& device) {
       [&] { FenuCleanup3(state.fenuSession); },
       [] { FenuCleanup(); },
       [&] { Instruct(input, device); },
-      [&] { device.reply.message = RandomMessage(input), device.reply.privateData = RandomMessage(input); },
+      [&] {
+        device.reply.message = RandomMessage(input),
+        device.reply.privateData = RandomMessage(input);
+      },
       [&] { PassIoctl(input); },
       [&] { Submit(input); }};
   calls[input.ConsumeIntegralInRange<size_t>(0, std::size(calls) - 1)]();

@@ -45,7 +45,7 @@ void TakeFile(const std::string& text) {
   const auto wrong = zulisim::ReadScenario(text, "/nowhere", &scenario);
   const auto lines = static_cast<uint32_t>(std::count(text.begin(), text.end(), '\n')) + 1;
   uint32_t last = 1;
-  for (const zulisim::Diagnostic& diagnostic : wrong) {
+  for (const common::Diagnostic& diagnostic : wrong) {
     FUZZ_CHECK(!diagnostic.message.empty());
     FUZZ_CHECK(diagnostic.line >= last && diagnostic.line <= lines);
     last = diagnostic.line;

@@ -17,7 +17,7 @@
 namespace zulisim {
 namespace {
 
-// What one attachment serves.
+// What one InProcessDevice serves.
 struct Service {
   Engine* engine;
   std::uint64_t generation;
@@ -28,7 +28,7 @@ constexpr int kGenerationShift = 40;
 
 std::atomic<const Service*> current{nullptr};
 
-// Operations on the device share it; an attachment that begins or ends has it alone.
+// Operations on the device share it; an object that begins or ends has it alone.
 std::shared_mutex& ServiceMutex() {
   static auto* mutex = new std::shared_mutex;
   return *mutex;
@@ -56,7 +56,7 @@ constexpr Result kLost{-1, ENODEV};
 InProcessDevice::InProcessDevice(Engine& engine, Redirects redirects) {
   std::lock_guard<std::shared_mutex> lock(ServiceMutex());
   if (current.load() != nullptr) {
-    throw std::logic_error("an attachment serves the device already; end it first");
+    throw std::logic_error("/dev/zuli is served in this process already; end that first");
   }
   Services().push_back(
       std::make_unique<Service>(Service{&engine, Services().size() + 1, std::move(redirects)}));

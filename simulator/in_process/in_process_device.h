@@ -13,15 +13,14 @@ namespace zulisim {
 // through the dynamic linker arrive here; all that is not the device's goes on to libc untouched.
 //
 //   zulisim::Engine engine;
-//   zulisim::InProcessDevice attachment(engine, {{"/data/Marvoleth.log", folder +
-//   "/Marvoleth.log"}});
+//   zulisim::InProcessDevice device(engine, {{"/data/Marvoleth.log", folder + "/Marvoleth.log"}});
 //
-// While an attachment lives, opening the device opens a descriptor of `engine`, and a path on the
+// While an object lives, opening the device opens a descriptor of `engine`, and a path on the
 // left of `redirects` is opened, examined or removed at the one on its right. Paths match when
 // they are absolute and differ at most in repeated slashes and "." components.
 //
 // Descriptors are real ones of the kernel: they collide with nothing, dup and fcntl duplicate them,
-// close_range closes them, fstat shows a character device. Those that are open when the attachment
+// close_range closes them, fstat shows a character device. Those that are open when the object
 // ends stay reserved, answer ENODEV, and can be closed. The device cannot be a stdio stream (fopen
 // and fdopen give EOPNOTSUPP). After a fork the child has a copy of the engine. Calls that reach
 // the kernel in another way (syscall(2), or libc's own use of its functions) are not seen.

@@ -125,8 +125,7 @@ void KernelServer::Work() {
   while (true) {
     std::unique_lock<std::mutex> turn(turn_);
     if (!Receive(&buffer)) break;
-    // A client may take its time over an answer, and is not to hold up other programs. All else is
-    // quick, and is done in the order in which the kernel has it.
+    // Anything else is quick, and is done in the order in which the kernel has it.
     const bool alone = MayTakeLong(buffer);
     if (alone) {
       if (--idle_ == 0) StartWorker();
@@ -137,6 +136,7 @@ void KernelServer::Work() {
   }
   std::free(buffer.mem);
   serving_ = false;
+  // Whoever still waits for the first agreement learns that it will not come.
   operations_->SetReady(false);
 }
 
@@ -159,6 +159,8 @@ void KernelServer::WaitForCloses() {
 }
 
 void KernelServer::Stop() {
+  // The event ends every poll for good. A worker that waits in the device returns because its
+  // connection is closed.
   eventfd_write(stop_, 1);
   operations_->End();
   while (true) {
@@ -176,7 +178,7 @@ void KernelServer::Stop() {
     fuse_session_unmount(session_);
     fuse_session_destroy(session_);
   }
-  operations_->End();  // opened meanwhile
+  operations_->End();  // of what was opened meanwhile
   close(stop_);
 }
 

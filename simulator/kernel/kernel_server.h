@@ -20,6 +20,11 @@ class KernelOperations;
 // Serves a device to all processes through the kernel itself, statically linked ones included. The
 // bytes that the kernel has not accepted from a program (a bad address, a transfer of 0 bytes)
 // never reach the device; a close does, but its errno cannot reach the program. Any thread.
+//
+// Worker threads take turns: the one that holds `turn_` receives a request of the kernel. It
+// answers a quick one within its turn, so that opens and closes reach the device in the kernel's
+// order. Before a read or write, which may wait for a reply, it gives the turn away and, if nobody
+// else is idle, starts another worker: a slow device delays only who waits for it.
 class KernelServer {
  public:
   enum class Kind { kFile, kCharacterDevice };
@@ -61,9 +66,9 @@ class KernelServer {
   struct fuse_session* session_ = nullptr;
   int stop_ = -1;
 
-  std::mutex turn_;  // held by who receives
+  std::mutex turn_;  // held by the worker that receives; guards workers_
   std::vector<std::thread> workers_;
-  std::atomic<int> idle_{0};
+  std::atomic<int> idle_{0};  // workers that receive or wait for their turn
   std::atomic<bool> serving_{true};
 };
 

@@ -70,9 +70,11 @@ DeviceServer::~DeviceServer() {
     for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
     workers.swap(workers_);
   }
-  ReleaseAll();  // so that no worker waits for a reply of the engine any longer
+  // A worker may wait in the device for a reply: with its connection gone, it returns. One that was
+  // just opening gets a connection after that, which is released once all have ended.
+  ReleaseAll();
   for (std::thread& worker : workers) worker.join();
-  ReleaseAll();  // of an open that was under way
+  ReleaseAll();
   close(listener_);
   unlink(path_.c_str());
 }
@@ -88,6 +90,7 @@ void DeviceServer::Work() {
     const int error = errno;
     {
       std::lock_guard<std::mutex> lock(mutex_);
+      // The destructor shuts down the channels that it knows; this one it may have missed.
       if (stopping_) {
         if (channel >= 0) close(channel);
         return;
@@ -102,6 +105,7 @@ void DeviceServer::Work() {
     }
     Serve(channel);
     std::lock_guard<std::mutex> lock(mutex_);
+    // An open has taken its channel out of the set: it is the program's descriptor now.
     if (channels_.erase(channel) > 0) close(channel);
     ++idle_;
   }
@@ -115,6 +119,7 @@ void DeviceServer::Serve(int channel) {
   }
   Bytes payload(request.payload);
   if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return;
+  // What a program closed by its end comes before what another does after that.
   ReleaseEnded();
   switch (request.kind) {
     case Kind::kHello:
@@ -176,6 +181,7 @@ void DeviceServer::Close(int channel, const Request& request) {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto found = tokens_.find(request.inode);
     if (found == tokens_.end()) return;
+    // From here on no other worker takes the end of the descriptor for the end of its program.
     found->second.closing = true;
   }
   SendResponse(channel, {});

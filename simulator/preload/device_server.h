@@ -15,6 +15,12 @@
 namespace zulisim {
 
 // Serves a device to programs that carry the preload library, on a local socket. Any thread.
+//
+// Worker threads share the listening socket. Each accepts one exchange, serves it to its end and
+// accepts the next; the last one that was idle starts another before it serves, so that a device
+// that takes its time delays nobody else. There are never fewer workers than exchanges under way,
+// and they stay until the end. `mutex_` guards what they share and is never held while the device
+// works, so that a worker may wait in a read while another ends its connection.
 class DeviceServer {
  public:
   // Creates the socket at `path` and serves from then on. Throws std::system_error. The device is

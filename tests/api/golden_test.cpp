@@ -26,7 +26,7 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
     if (Word(0) == "fail" || Word(0) == "lose") {  // at the next operation, or at the n-th
-      const auto operation = zulisim::ParseOperation(Word(1));
+      const zulisim::Operation operation = zulisim::ParseOperation(Word(1));
       zulisim::FaultEffect effect = zulisim::DeviceLoss{};
       if (Word(0) == "fail") effect = zulisim::ErrnoFault{zulisim::ParseErrno(Word(2))};
       const std::string number = words_.back();
@@ -38,8 +38,8 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
     } else if (Word(0) == "damage") {
       state.kaloInterfaceVersion = 1;
     } else if (Word(0) == "throw") {
-      trap = {Has("connect") ? Point::kConnectClient : Point::kDisconnectAllClients,
-              Has("own") ? Trap::kRefuse : Trap::kBreak, 0};
+      injected = {Has("connect") ? Point::kConnectClient : Point::kDisconnectAllClients,
+                  Has("own") ? InjectedFailure::kRefuse : InjectedFailure::kBreak, 0};
     } else {
       const std::string result = Call();
       return Told() + "= " + result + "\n";

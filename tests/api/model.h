@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/api/traps.h"
+#include "tests/api/injected_failure.h"
 #include "tests/support/library_test.h"
 
 namespace test {
@@ -95,7 +95,7 @@ class Model {
 
   // Of the next call.
   std::vector<CallFault> faults;
-  Trap trap = {};
+  InjectedFailure injected = {};
 
   // Of the last call: the functions that logged, a line each, amid the operations of the device;
   // what the handle variable holds; how many sinks came, and how many bytes of private data.
@@ -164,7 +164,7 @@ class Model {
       if (request.wrapper) {
         Say("StartIoEx3");
       } else {
-        Spring(Point::kIoMessage);
+        ThrowIfDue(Point::kIoMessage);
         CheckLengths(request);
         Exchange(*session, request);
       }
@@ -325,15 +325,16 @@ class Model {
     return true;
   }
 
-  void Spring(Point point) {
-    if (!trap.Springs(point)) return;
-    if (trap.kind == Trap::kRefuse) throw Refusal(0x4D, "refused");
-    if (trap.kind == Trap::kBreak) throw std::runtime_error("IoControl() not implemented");
+  void ThrowIfDue(Point point) {
+    if (!injected.IsDueAt(point)) return;
+    if (injected.kind == InjectedFailure::kRefuse) throw Refusal(0x4D, "refused");
+    if (injected.kind == InjectedFailure::kBreak)
+      throw std::runtime_error("IoControl() not implemented");
     throw 42;
   }
 
   Session* Open(const std::string& client, const ClientSession* const& field) {
-    Spring(Point::kConnectClient);
+    ThrowIfDue(Point::kConnectClient);
     auto session = std::make_unique<Session>();
     session->client = client;
     Connect(*session);
@@ -354,7 +355,7 @@ class Model {
   uint32_t SessionCleanup(Session* session) {
     if (session == nullptr || !session->live) return 0;
     try {
-      Spring(Point::kDisconnectAllClients);
+      ThrowIfDue(Point::kDisconnectAllClients);
     } catch (const std::runtime_error& error) {
       Destroy(session);
       Say("SessionCleanup");

@@ -76,7 +76,7 @@ class ModelTest : public LibraryTest, protected zulisim::OperationObserver {
   // starve of them.
   size_t Reset(Model& model) {
     engine.ClearFaults();
-    trap = {};
+    injected = {};
     // By the fields first: where the model and the library differ, the library knows.
     const std::set<const void*> kept = {state.kaloSessionA, state.kaloSessionB, state.fenuSession};
     state.kaloRefCountA = state.kaloRefCountB = 1;
@@ -99,7 +99,7 @@ class ModelTest : public LibraryTest, protected zulisim::OperationObserver {
     model.Begin();
     model.negative = negative;
     model.faults = step.faults;
-    model.trap = trap = step.trap;
+    model.injected = injected = step.injected;
     engine.ClearFaults();
     operations.clear();
     for (const auto& [operation, first, times, error] : step.faults) {

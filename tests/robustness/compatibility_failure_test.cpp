@@ -168,7 +168,8 @@ class CompatibilityFailure : public testing::Test {
   const std::string folder_ = MakeFolder();
   const std::string file_ = folder_ + "/file";
   zulisim::Engine engine_;
-  zulisim::InProcessDevice attachment_{engine_, {{"/etc/vrel_registry.txt", folder_ + "/registry"}}};
+  zulisim::InProcessDevice attachment_{engine_,
+                                       {{"/etc/vrel_registry.txt", folder_ + "/registry"}}};
   faults::Tally tally_;
   unsigned char data_[32] = {};
   unsigned int length_ = 0;

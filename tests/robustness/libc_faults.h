@@ -15,8 +15,8 @@ namespace faults {
 bool Install();
 
 // From here to Disarm calls count, and the one with that number (from 1 on) of `call` fails with
-// `error`. What releases something releases it all the same, as libc's calls do. operator new counts as
-// malloc, and mutexes have "lock" and "unlock".
+// `error`. What releases something releases it all the same, as libc's calls do. operator new
+// counts as malloc, and mutexes have "lock" and "unlock".
 void Arm(const std::string& call, uint32_t number, int error = EIO);
 // True when the failure has struck.
 bool Disarm();

@@ -96,7 +96,7 @@ TEST_F(NthFailure, is_as_foretold_and_the_next_call_works) {
   std::mt19937 random(1);
   for (int i = 0; i < 12; ++i) {
     Sequence sequence = RandomSequence(random);
-    for (Step& step : sequence) step.faults.clear(), step.trap = {};
+    for (Step& step : sequence) step.faults.clear(), step.injected = {};
     traced = i % 2 == 1;
     for (size_t at = 0; at < sequence.size(); ++at) {
       for (const Injection& injection : kInjections) {

@@ -33,8 +33,7 @@ TEST(HexText, names_line_column_and_character_of_an_error) {
        {std::pair("04 00\n 0g", "line 2, column 3: 'g' is not a hexadecimal digit"),
         {"04 0#", "line 1, column 5: a byte lacks its second digit"},
         {"0x", "line 1, column 3"}}) {
-    EXPECT_THAT([wrong = text] { ParseHex(wrong); },
-                ThrowsMessage<InputError>(HasSubstr(error)));
+    EXPECT_THAT([wrong = text] { ParseHex(wrong); }, ThrowsMessage<InputError>(HasSubstr(error)));
   }
 }
 

@@ -55,8 +55,9 @@ TEST(Script, names_every_wrong_line_and_word_and_what_would_be_right) {
       {"foo\nKaloInit\nStartIo x 1", "day, line 1:", "\nday, line 3:"},
   };
   for (const auto& wrong : cases) {
-    EXPECT_THAT([&] { ParseScript(wrong.script, "day"); },
-                ThrowsMessage<common::InputError>(AllOf(HasSubstr(wrong.word), HasSubstr(wrong.right))))
+    EXPECT_THAT(
+        [&] { ParseScript(wrong.script, "day"); },
+        ThrowsMessage<common::InputError>(AllOf(HasSubstr(wrong.word), HasSubstr(wrong.right))))
         << wrong.script;
   }
 }

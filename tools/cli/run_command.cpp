@@ -60,7 +60,8 @@ void AddStateCommand(CLI::App& app, int& exitStatus) {
   command->add_option("SCRIPT", options->script,
                       "A script as 'kaloctl run' takes; - reads standard input");
   command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
-  command->footer(R"(The state is that of this program's copy of the library, so without SCRIPT it is the state
+  command->footer(
+      R"(The state is that of this program's copy of the library, so without SCRIPT it is the state
 after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions that
 have been closed stay in the state and are marked.)");
   command->callback([options, &exitStatus] { exitStatus = RunScript(*options, true); });

@@ -35,8 +35,8 @@ static void command(const char* name, void* handle, uint32_t commandId, const ch
 
   KALO_DLL_STATUS status = StartIoEx3(handle, request, sizeof request, reply, sizeof reply,
                                       privateData, &privateDataLength);
-  printf("   driver: StartIoEx3(%s, command 0x%" PRIx32 ", \"%s\") = %u %s\n", name, commandId, body,
-         (unsigned int)status, nameOf(status));
+  printf("   driver: StartIoEx3(%s, command 0x%" PRIx32 ", \"%s\") = %u %s\n", name, commandId,
+         body, (unsigned int)status, nameOf(status));
   if (status != KALO_DLL_STATUS_SUCCESS) return;
   printf("   driver: the reply's status is 0x%" PRIx32 ", its body \"%.8s\"\n", wordAt(reply, 2),
          (const char*)reply + kHeaderSize);
@@ -66,7 +66,8 @@ int main(void) {
   say("a reply with a negative status: the library fetches 16 bytes of private data");
   command("first", first, 0x20, "key");
 
-  say("the device is lost while the reply is read: the library reconnects, the driver sees nothing");
+  say("the device is lost while the reply is read: the library reconnects, the driver sees "
+      "nothing");
   command("first", first, 0x10, "seek");
 
   say("the device is lost and does not come back");

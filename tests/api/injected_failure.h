@@ -6,15 +6,15 @@ namespace test {
 enum class Point { kNone, kConnectClient, kIoMessage, kDisconnectAllClients };
 
 // One of the three kinds of exception, at one occurrence (from 0 on) of a point in a call.
-struct Trap {
+struct InjectedFailure {
   enum Kind { kRefuse, kBreak, kEscape };
-  bool Springs(Point at) { return at == point && left-- == 0; }
+  bool IsDueAt(Point at) { return at == point && left-- == 0; }
 
   Point point = Point::kNone;
   Kind kind = kRefuse;
   unsigned left = 0;
 };
 // Of the call that runs.
-extern Trap trap;
+extern InjectedFailure injected;
 
 }  // namespace test

@@ -1,4 +1,4 @@
-#include "tests/api/traps.h"
+#include "tests/api/injected_failure.h"
 
 // This program takes over members of the library's classes, as the dynamic linker lets it, to make
 // them throw or choose another client.
@@ -8,16 +8,18 @@
 #include "tests/api/model.h"
 #include "transport/kalo_exception.h"
 
-test::Trap test::trap;
+test::InjectedFailure test::injected;
 
 namespace {
 
-void Spring(test::Point point) {
-  using test::Trap;
-  if (!test::trap.Springs(point)) return;
-  if (test::trap.kind == Trap::kRefuse) throw KaloException(KALO_DLL_STATUS{0x4D}, "refused");
+void ThrowIfDue(test::Point point) {
+  using test::InjectedFailure;
+  if (!test::injected.IsDueAt(point)) return;
+  if (test::injected.kind == InjectedFailure::kRefuse)
+    throw KaloException(KALO_DLL_STATUS{0x4D}, "refused");
   // The library's own std::runtime_error.
-  if (test::trap.kind == Trap::kBreak) ClientSession().IoControl(nullptr, 0, nullptr, 0);
+  if (test::injected.kind == InjectedFailure::kBreak)
+    ClientSession().IoControl(nullptr, 0, nullptr, 0);
   throw 42;
 }
 
@@ -29,19 +31,19 @@ Function* Original(const char* name) {
 }  // namespace
 
 void ClientSession::ConnectClient(const _GUID* guid) {
-  Spring(test::Point::kConnectClient);
+  ThrowIfDue(test::Point::kConnectClient);
   Original<void(ClientSession*, const _GUID*)>("_ZN13ClientSession13ConnectClientEPK5_GUID")(this,
                                                                                              guid);
 }
 
 void ClientSession::DisconnectAllClients() {
-  Spring(test::Point::kDisconnectAllClients);
+  ThrowIfDue(test::Point::kDisconnectAllClients);
   Original<void(ClientSession*)>("_ZN13ClientSession20DisconnectAllClientsEv")(this);
 }
 
 void ClientSession::IoMessage(unsigned char* in, unsigned int inLength, unsigned char* out,
                               unsigned int outLength, unsigned char* data, unsigned int* length) {
-  Spring(test::Point::kIoMessage);
+  ThrowIfDue(test::Point::kIoMessage);
   Original<void(ClientSession*, unsigned char*, unsigned, unsigned char*, unsigned, unsigned char*,
                 unsigned*)>("_ZN13ClientSession9IoMessageEPhjS0_jS0_Pj")(this, in, inLength, out,
                                                                          outLength, data, length);
