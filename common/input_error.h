@@ -1,13 +1,28 @@
 #pragma once
 
+#include <cstdint>
 #include <stdexcept>
+#include <string>
 
-namespace kaloctl {
+namespace common {
 
 // Something that the user gave is wrong. The text names it and says what would be right.
-class InputError : public std::runtime_error {
+class InputError : public std::invalid_argument {
  public:
-  using std::runtime_error::runtime_error;
+  using std::invalid_argument::invalid_argument;
 };
 
-}  // namespace kaloctl
+// What is wrong at a place of a file; lines and columns count from 1.
+struct Diagnostic {
+  std::uint32_t line = 1;
+  std::uint32_t column = 1;
+  std::string message;
+};
+
+// "scenario.toml:12:3: unknown key 'stauts' in a reply; did you mean 'status'?"
+inline std::string DiagnosticText(const std::string& file, const Diagnostic& diagnostic) {
+  return file + ":" + std::to_string(diagnostic.line) + ":" + std::to_string(diagnostic.column) +
+         ": " + diagnostic.message;
+}
+
+}  // namespace common

@@ -5,12 +5,19 @@
 #include <string>
 #include <string_view>
 
-namespace kaloctl {
+namespace common {
 
-// An unsigned 32-bit number, decimal or with "0x" hexadecimal; nothing may stand around it.
-std::optional<uint32_t> ParseNumber(std::string_view text);
+inline constexpr std::uint64_t kMaxWord = 0xffffffff;
+
+// An unsigned number, decimal, or hexadecimal after "0x"; nothing may stand around it, and it may
+// be `highest` at most.
+std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t highest = kMaxWord);
+
+// The same, or an InputError "`what` is a number from 0 to `highest`, not 'text'".
+std::uint64_t RequireNumber(const std::string& what, std::string_view text,
+                            std::uint64_t highest = kMaxWord);
 
 // "0x" and at least `digits` lower-case hexadecimal digits.
-std::string Hex(uint64_t value, int digits = 1);
+std::string Hex(std::uint64_t value, int digits = 1);
 
-}  // namespace kaloctl
+}  // namespace common

@@ -46,7 +46,7 @@ class Device : zulisim::OperationObserver {
   }
 
   std::set<int> open_;
-  zulisim::Attachment attachment_;
+  zulisim::InProcessDevice attachment_;
 };
 
 using Buffer = std::unique_ptr<unsigned char[]>;
@@ -123,7 +123,7 @@ void Instruct(FuzzedDataProvider& input, Device& device) {
   if (!zulisim::FaultError(fault)) device.engine.AddFault(fault);
 }
 
-std::optional<zulisim::Bytes> Answer(FuzzedDataProvider& input) {
+std::optional<zulisim::Bytes> RandomMessage(FuzzedDataProvider& input) {
   if (input.ConsumeIntegralInRange(0, 7) == 0) return std::nullopt;
   return input.ConsumeBytes<uint8_t>(input.ConsumeIntegralInRange<size_t>(0, 64));
 }
@@ -144,7 +144,7 @@ void CallOnce(FuzzedDataProvider& input, Device& device) {
       [&] { FenuCleanup3(state.fenuSession); },
       [] { FenuCleanup(); },
       [&] { Instruct(input, device); },
-      [&] { device.reply.message = Answer(input), device.reply.privateData = Answer(input); },
+      [&] { device.reply.message = RandomMessage(input), device.reply.privateData = RandomMessage(input); },
       [&] { PassIoctl(input); },
       [&] { Submit(input); }};
   calls[input.ConsumeIntegralInRange<size_t>(0, std::size(calls) - 1)]();

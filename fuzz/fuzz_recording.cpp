@@ -14,36 +14,36 @@ std::string Written(const zulisim::Recording& recording) {
   std::string text = zulisim::RecordingHead({"driver"}, recording.clients);
   uint64_t number = 0;
   for (const zulisim::RecordedOperation& operation : recording.operations) {
-    text += zulisim::RecordingEntry(++number, operation.raw);
+    text += zulisim::RecordingEntry(++number, operation.record);
   }
   return text + zulisim::kRecordingEnd;
 }
 
 // As the recorded program called, with room for what a device may write.
-void Call(zulisim::ReplayDevice* device, const zulisim::RawOperation& raw) {
-  const std::uint64_t length = std::min<std::uint64_t>(raw.length, 1 << 16);
-  zulisim::Bytes room(std::max<std::uint64_t>({length, raw.input.size(), raw.output.size()}));
-  std::copy(raw.input.begin(), raw.input.end(), room.begin());
-  void* buffer = raw.hasBuffer ? room.data() : nullptr;
-  switch (raw.operation) {
+void Perform(zulisim::ReplayDevice* device, const zulisim::OperationRecord& record) {
+  const std::uint64_t length = std::min<std::uint64_t>(record.length, 1 << 16);
+  zulisim::Bytes room(std::max<std::uint64_t>({length, record.input.size(), record.output.size()}));
+  std::copy(record.input.begin(), record.input.end(), room.begin());
+  void* buffer = record.hasBuffer ? room.data() : nullptr;
+  switch (record.operation) {
     case zulisim::Operation::kOpen:
-      device->Open(raw.flags, raw.mode, 3);
+      device->Open(record.openFlags, record.openMode, 3);
       break;
     case zulisim::Operation::kIoctl:
       // The size of another request's argument is the kernel's to know.
-      room.resize(std::max(room.size(), zulisim::kConnectRecordSize));
-      if (raw.request == zulisim::kConnectRequest) {
-        device->Ioctl(raw.connection, raw.request, raw.hasBuffer ? room.data() : nullptr);
+      room.resize(std::max(room.size(), zulisim::IoctlSize(zulisim::kConnectRequest)));
+      if (record.request == zulisim::kConnectRequest) {
+        device->Ioctl(record.connection, record.request, record.hasBuffer ? room.data() : nullptr);
       }
       break;
     case zulisim::Operation::kRead:
-      device->Read(raw.connection, buffer, length);
+      device->Read(record.connection, buffer, length);
       break;
     case zulisim::Operation::kWrite:
-      device->Write(raw.connection, buffer, length);
+      device->Write(record.connection, buffer, length);
       break;
     case zulisim::Operation::kClose:
-      device->Close(raw.connection);
+      device->Close(record.connection);
       break;
   }
 }
@@ -65,7 +65,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(Written(again) == written);
 
   zulisim::ReplayDevice device(recording);
-  for (const auto& operation : recording.operations) Call(&device, operation.raw);
+  for (const auto& operation : recording.operations) Perform(&device, operation.record);
   device.End();
   FUZZ_CHECK(device.Replayed() <= recording.operations.size());
   return 0;

@@ -20,5 +20,5 @@ class RegistryFile {
   const int descriptor_ = memfd_create("registry", 0);
   const std::string path_ = "/proc/self/fd/" + std::to_string(descriptor_);
   zulisim::Engine engine_;
-  zulisim::Attachment attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
+  zulisim::InProcessDevice attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
 };

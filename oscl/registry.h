@@ -7,13 +7,14 @@ OSCL_BEGIN_C
 /* A registry kept in the text file "/etc/vrel_registry.txt" (docs/registry.md describes it).
  *
  * Every call reads the whole file, most of them twice; nothing is cached or locked. Calls may run
- * on any thread, but a writer and another caller, of this process or another, can lose updates or
- * meet a half-written file. Names are compared exactly, with case. Each function returns a code and
- * stores the same code in gLastError: 0 success, 1 memory is short or a root handle was given where
- * only a key id will do, 2 a null name or pointer, 7 no such key, 8 no such value, 9 the file
- * cannot be opened, 10 it cannot be written, 12 it holds a value of a type other than 1, 4 and 11,
- * 13 it holds a line that belongs to nothing, 15 RegOpenKeyEx found no key. A load that fails is
- * reported before anything else but a root handle. */
+ * on any thread, but of two writers, in this process or another, the later one undoes all that the
+ * other changed meanwhile, and a call beside a writer may find the file empty or cut. Names are
+ * compared exactly, with case. Each function returns a code and stores the same code in gLastError:
+ * 0 success, 1 memory is short or a root handle was given where only a key id will do, 2 a null
+ * name or pointer, 7 no such key, 8 no such value, 9 the file cannot be opened, 10 it cannot be
+ * written, 12 it holds a value of a type other than 1, 4 and 11, 13 it holds a line that belongs to
+ * nothing, 15 RegOpenKeyEx found no key. A load that fails is reported before anything else but a
+ * root handle. */
 
 #define HKEY_CLASSES_ROOT ((HKEY)0x80000000u)
 #define HKEY_CURRENT_USER ((HKEY)0x80000001u)
@@ -67,9 +68,9 @@ uint32_t RegQueryValueExA(HKEY key, const char* valueName, uint32_t* reserved, u
  *
  * `data` holds `size` bytes, but for a REG_DWORD 4 WHATEVER `size` SAYS; a null `data` stores
  * zeros. The file receives the first 4 bytes as a signed number for the types 4 and 11, for
- * any other type the text up to the first NUL or `size`, and no data line for size 0. A new value
- * whose name is longer than 255 characters is code 2. A write that fails part-way (code 10) leaves
- * a truncated file. */
+ * any other type the text up to the first NUL or `size`, and no data line for size 0, which a
+ * REG_DWORD never has. A new value whose name is longer than 255 characters is code 2. A write that
+ * fails part-way (code 10) leaves a truncated file, as does the end of the process during one. */
 uint32_t RegSetValueEx(HKEY key, const char* valueName, uint32_t reserved, uint32_t type,
                        const void* data, uint32_t size);
 

@@ -30,20 +30,22 @@ File Open(const char* mode, uint32_t code) {
   return File(file);
 }
 
-// One read, so that a rewrite that runs at the same time is seen as a whole wherever the system
-// keeps the two apart. What cannot tell its size, or grows meanwhile, takes more of them.
-std::string ReadFile() {
+// Reads the file with one read, so that a rewrite at the same time is seen whole or not at all,
+// wherever the system keeps the two apart. False when the file was cut short meanwhile. What cannot
+// tell its size, or grows, takes more reads.
+bool ReadWhole(std::string& block) {
   const File file = Open("r", OSCL_ERROR_REG_FILE_UNREADABLE);
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
   struct stat status;
-  std::string block(fstat(fileno(file.get()), &status) == 0 ? status.st_size + 1 : BUFSIZ, '\0');
+  const std::size_t size = fstat(fileno(file.get()), &status) == 0 ? status.st_size : 0;
+  block.resize(size + BUFSIZ);
   std::size_t length = 0;
   while ((length += std::fread(&block[length], 1, block.size() - length, file.get())) ==
          block.size()) {
     block.resize(2 * length);
   }
   block.resize(length);
-  return block;
+  return length >= size || std::ferror(file.get()) != 0;
 }
 
 bool IsSpace(char character) {
@@ -199,7 +201,9 @@ void WriteValue(Writer& writer, const RegistryValueRecord& value) {
 }  // namespace
 
 void RegistryImage::Load() {
-  std::string block = ReadFile();
+  std::string block;
+  // Once more, or half a file would be taken for the whole.
+  if (!ReadWhole(block)) ReadWhole(block);
   if (block == block_) return;
   block_ = std::move(block);
   keys_.clear();

@@ -10,8 +10,8 @@ OSCL_BEGIN_C
 
 typedef void (*OSCL_WAIT_CALLBACK)(void* context, uint8_t timedOut);
 
-/* Returns the constant 1 and stores 0 in gLastError: no event object exists, so the result must not be waited for or closed
- * (CloseHandle would close file descriptor 1). */
+/* Returns the constant 1 and stores 0 in gLastError: no event object exists, so the result must not
+ * be waited for or closed (CloseHandle would close file descriptor 1). */
 HANDLE CreateEventEx(void* security, const char* name, uint32_t flags, uint32_t access);
 
 /* Registers nothing, stores 0 in gLastError and returns 1. */

@@ -23,7 +23,7 @@
 #define OSCL_END_C OSCL_POP_VISIBILITY
 #endif
 
-/* Data stays as a linker takes it: a program at a fixed address holds a copy that both sides use. */
+/* Data stays replaceable: a program at a fixed address holds a copy that both sides use. */
 #define OSCL_DATA extern __attribute__((visibility("default")))
 
 /* A 32-bit boolean: 1 is success or true, 0 is failure or false. */

@@ -98,8 +98,9 @@ HRESULT OSCL_UserFeature_SetValueName(UserFeatureValue* value, const char* name)
 HRESULT OSCL_UserFeature_DeleteValues(UserFeatureKey* key);
 HRESULT OSCL_UserFeature_Cleanup(void* iface, UserFeatureKey* key);
 
-/* Makes the list exactly one value of this name and kind: the one it holds, cleared, or a new one of
- * zeros. `name` may be the name of a value in the list. E_FAIL as for SetValueName; the list then holds a value without a name. */
+/* Makes the list exactly one value of this name and kind: the one it holds, cleared, or a new one
+ * of zeros. `name` may be the name of a value in the list. E_FAIL as for SetValueName; the list
+ * then holds a value without a name. */
 HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, uint32_t kind);
 
 /* Points the value, which must own no data, at the strings in `buffer`, each of which ends with a
@@ -141,9 +142,9 @@ HRESULT OSCL_UserFeature_ReadValuePrimitive(HKEY key, UserFeatureValue* value);
 
 /* Reads a value of the key `path` under HKEY_CURRENT_USER. Returns 0 when it is there, has the type
  * `expectedType` (of oscl/registry.h) and is not empty, else E_FAIL, never the code of a registry
- * call; gLastError is 0 once the key has been opened, for closing it stores that. `data` is then written all the
- * same if the value was found. `size` is not consulted: the whole value is copied into `data`,
- * WHATEVER ITS ROOM, and 256 bytes hold any value. */
+ * call; gLastError is 0 once the key has been opened, for closing it stores that. `data` is then
+ * written all the same if the value was found. `size` is not consulted: the whole value is copied
+ * into `data`, WHATEVER ITS ROOM, and 256 bytes hold any value. */
 HRESULT OSCL_ReadRegistryValue(const char* path, const char* name, uint32_t expectedType,
                                uint32_t size, void* data);
 

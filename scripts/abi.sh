@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Holds the binary interface of the library against api/abi-baseline.xml: functions, data, the
-# layouts behind them. What is added is told, what is changed or taken away is a failure.
+# layouts that they use. What is added is told, what is changed or taken away is a failure.
 #
 #   scripts/abi.sh [--update]      (--update writes the baseline anew)
 set -euo pipefail

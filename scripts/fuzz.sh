@@ -13,12 +13,12 @@ all=(engine registry settings strings scenario recording)
 seconds=${1:-30}
 [ $# -gt 0 ] && shift
 if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
-  echo "fuzz.sh: '$seconds' is no number of seconds: 1 or more is expected" >&2
+  echo "fuzz.sh: '$seconds' is not a number of seconds: 1 or more is expected" >&2
   exit 2
 fi
 seed=${KALODLL_FUZZ_SEED:-0}
 if ! [[ $seed =~ ^[0-9]+$ ]]; then
-  echo "fuzz.sh: KALODLL_FUZZ_SEED='$seed' is no seed: a number is expected, 0 draws one" >&2
+  echo "fuzz.sh: KALODLL_FUZZ_SEED='$seed' is not a seed: a number is expected, 0 draws one" >&2
   exit 2
 fi
 targets=("${@:-${all[@]}}")
@@ -34,8 +34,8 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}" >build/fuzz/build.log ||
   { cat build/fuzz/build.log >&2; exit 1; }
 
-# A failed connection leaves its record behind, which is meant, so the leaks of the engine target
-# are looked for once, at the end, where this list is gone by.
+# Contract: a failed connection leaves its record behind. So the leaks of the engine target are
+# looked for once, at the end, where this list is gone by.
 export LSAN_OPTIONS=suppressions=$PWD/tests/support/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1
 failed=0

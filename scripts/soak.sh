@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 exchanges=${1:-1000000}
 if [ $# -gt 1 ] || ! [[ $exchanges =~ ^[1-9][0-9]{3,8}$ ]]; then
-  echo "soak.sh: '$*' is no number of exchanges: 1000 to 999999999 is expected" >&2
+  echo "soak.sh: '$*' is not a number of exchanges: 1000 to 999999999 is expected" >&2
   exit 2
 fi
 scripts/setup.sh build test

@@ -35,6 +35,15 @@ only_absolute_folders() {
   done < <(sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2:/p' <<<"$dynamic")
 }
 
+# Entry points aside, every function with a plain name is one of the compatibility layer.
+reaches_own_functions() {
+  local functions relocations
+  functions=$(nm -D --defined-only "$library" |
+    awk '$2 == "T" && $3 !~ /^(_Z|Kalo|Fenu|StartIo)/ {print $3}')
+  relocations=$(readelf -rW "$library" | awk '{print $5}')
+  [ "$(wc -l <<<"$functions")" -gt 80 ] && ! grep -qxF "$functions" <<<"$relocations"
+}
+
 check "the SONAME is libkalodll.so" has "$dynamic" 'SONAME.*\[libkalodll\.so\]'
 check "symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
 check "the relocated data are read-only after load" relro_ends_on_16k
@@ -44,4 +53,5 @@ check "segments are aligned for 16 KiB pages" aligned_for_16k
 check "no C++ runtime is needed from outside" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'
 check "no dependency is looked for in the current folder" only_absolute_folders
 check "data is found where a program has copied it" lacks "$dynamic" 'SYMBOLIC'
+check "a program's functions do not replace the compatibility layer's" reaches_own_functions
 exit "$status"

@@ -1,10 +1,11 @@
 #include <iostream>
 #include <memory>
 
+#include "common/input.h"
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/record/recording.h"
 #include "simulator/scenario/scenario_file.h"
-#include "common/text_file.h"
 
 namespace zulisim {
 namespace {
@@ -18,38 +19,35 @@ what would be right.
 Exit status: 0 when every file is good, 1 when one is not or cannot be read, 125 for a
 command line that cannot be understood.)";
 
-std::string Counted(std::size_t count, const std::string& noun, const std::string& plural) {
-  return std::to_string(count) + " " + (count == 1 ? noun : plural);
-}
-
 void DescribeRecording(const std::string& path, const Recording& recording) {
   std::cout << path << ": a recording of "
-            << Counted(recording.operations.size(), "operation", "operations");
-  if (recording.cut) std::cout << ", cut behind the last of them";
+            << common::Counted(recording.operations.size(), "operation");
+  if (recording.cut) std::cout << ", cut after the last of them";
   std::cout << "\n";
 }
 
 void DescribeScenario(const std::string& path, const Scenario& scenario) {
-  std::cout << path << ": a scenario of " << Counted(scenario.clients.size(), "client", "clients")
-            << ", " << Counted(scenario.replies.size(), "reply", "replies") << " and "
-            << Counted(scenario.faults.size(), "fault", "faults") << "\n";
+  std::cout << path << ": a scenario of " << common::Counted(scenario.clients.size(), "client")
+            << ", " << common::Counted(scenario.replies.size(), "reply", "replies") << " and "
+            << common::Counted(scenario.faults.size(), "fault") << "\n";
 }
 
 bool IsGood(const std::string& path) {
   try {
-    const std::string text = ReadFile(path, kMaxTextFile);
+    const std::string text = common::ReadInput(path, kLongestRecording);
     if (IsRecording(text)) {
       DescribeRecording(path, ParseRecording(text));
       return true;
     }
     Scenario scenario;
     const auto diagnostics = ReadScenarioFile(path, &scenario);
-    for (const Diagnostic& each : diagnostics) std::cerr << DiagnosticText(path, each) << "\n";
+    for (const common::Diagnostic& each : diagnostics)
+      std::cerr << common::DiagnosticText(path, each) << "\n";
     if (diagnostics.empty()) DescribeScenario(path, scenario);
     return diagnostics.empty();
   } catch (const RecordingError& error) {
-    std::cerr << DiagnosticText(path, error.diagnostic()) << "\n";
-  } catch (const std::runtime_error& error) {
+    std::cerr << common::DiagnosticText(path, error.diagnostic()) << "\n";
+  } catch (const common::InputError& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
   }
   return false;

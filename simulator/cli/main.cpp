@@ -6,9 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "common/command_line.h"
 #include "simulator/cli/commands.h"
 #include "simulator/program/program.h"
-#include "common/command_line.h"
 
 namespace {
 
@@ -25,7 +25,7 @@ int Main(int argc, char** argv) {
   zulisim::DefineCheck(&app, &invocation);
   zulisim::DefineRecord(&app, &invocation);
   zulisim::DefineReplay(&app, &invocation);
-  // All behind the first "--" is the program's, whatever it looks like.
+  // All after the first "--" is the program's, whatever it looks like.
   std::vector<std::string> arguments(argv + 1, argv + argc);
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");
   if (separator != arguments.end()) {
@@ -38,7 +38,7 @@ int Main(int argc, char** argv) {
     return invocation.run();
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::cerr << command_line::ErrorText(app, error);
+    std::cerr << common::ErrorText(app, error);
     return kOwnFailure;
   }
 }

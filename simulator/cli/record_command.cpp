@@ -5,12 +5,12 @@
 #include <memory>
 #include <stdexcept>
 
+#include "common/command_line.h"
 #include "simulator/cli/commands.h"
+#include "simulator/cli/options.h"
 #include "simulator/output/output_file.h"
 #include "simulator/record/passthrough_device.h"
-#include "simulator/cli/program_choice.h"
 #include "simulator/record/recorder.h"
-#include "common/command_line.h"
 
 namespace zulisim {
 namespace {
@@ -29,14 +29,10 @@ Examples:
 
 Exit status: as with 'zulisim run'; 125 also when the recording is not complete.)";
 
-struct RecordOptions {
+struct RecordOptions : ProgramOptions {
   std::string file;
   std::string device = "/dev/zuli";
   bool engine = false;
-  std::string attachment = kPreloadAttachment;
-  std::string root;
-  ObservationOptions observation;
-  Scenario scenario;
 };
 
 std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
@@ -55,17 +51,16 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
 }
 
 int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
-  const auto program =
-      MakeServedProgram(options.attachment, arguments, options.root, options.scenario);
+  const auto program = MakeServedProgram(options, arguments);
   const std::unique_ptr<Device> device = MakeDevice(options);
   OutputFile file("recording", options.file);
   int status = kOwnFailure;
   {
-    Recorder recorder(
+    const Recorder recorder(
         device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
         options.scenario.clients);
-    const Observation observation(options.observation, arguments, &recorder);
-    status = program->Run(recorder);
+    const RunOutput output(options.output, arguments, device.get());
+    status = program->Run(*device);
   }
   return file.Close() ? status : kOwnFailure;
 }
@@ -76,22 +71,15 @@ void DefineRecord(CLI::App* app, Invocation* invocation) {
   CLI::App* command = app->add_subcommand("record", kRecordDescription);
   command->footer(kRecordFooter);
   const auto options = std::make_shared<RecordOptions>();
-  command->add_option("-o,--output", options->file, "The recording")
-      ->type_name("FILE")
-      ->check(command_line::NotEmpty())
-      ->required();
-  command
-      ->add_option("--from", options->device,
-                   "The device to record; without it and without --engine, \"/dev/zuli\"")
-      ->type_name("PATH")
-      ->check(command_line::NotEmpty());
+  common::AddFileOption(*command, "-o,--output", options->file, "The recording")->required();
+  common::AddFileOption(*command, "--from", options->device,
+                        "The device to record; without it and without --engine, \"/dev/zuli\"",
+                        "PATH");
   command->add_flag(
       "--engine", options->engine,
       "Record the software engine; implied by --scenario, --client, --reply, --fault, "
       "--short and --lose");
-  AddDeviceOption(command, &options->attachment);
-  AddRootOption(command, &options->root);
-  AddObservationOptions(command, &options->observation);
+  AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario);
   DefineProgramRun(command, invocation, [=] {
     options->engine = options->engine || HasInstructions(*command);

@@ -1,12 +1,11 @@
 #include <iostream>
 #include <memory>
-#include <stdexcept>
 #include <utility>
 
+#include "common/input.h"
 #include "simulator/cli/commands.h"
-#include "simulator/cli/program_choice.h"
+#include "simulator/cli/options.h"
 #include "simulator/record/replay_device.h"
-#include "common/text_file.h"
 
 namespace zulisim {
 namespace {
@@ -27,19 +26,16 @@ one on its connection; between connections the order is free.
 Exit status: 124 when the program left the recording, 123 when it came to where the
 recording is cut; otherwise as with 'zulisim run'.)";
 
-struct ReplayOptions {
+struct ReplayOptions : ProgramOptions {
   std::string file;
   bool inTime = false;
-  std::string attachment = kPreloadAttachment;
-  std::string root;
-  ObservationOptions observation;
 };
 
 Recording ReadRecording(const std::string& path) {
   try {
-    return ParseRecording(ReadFile(path, kMaxTextFile));
+    return ParseRecording(common::ReadInput(path, kLongestRecording));
   } catch (const RecordingError& error) {
-    throw std::runtime_error(DiagnosticText(path, error.diagnostic()));
+    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
   }
 }
 
@@ -59,7 +55,7 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
     return kDiverged;
   }
   if (device.ReachedCut()) {
-    std::cerr << "zulisim: the program went on behind the cut: "
+    std::cerr << "zulisim: the program went on after the cut: "
               << Replayed(operations, "that '" + file + "' holds");
     return kReachedCut;
   }
@@ -71,12 +67,12 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
   Recording recording = ReadRecording(options.file);
   const std::size_t operations = recording.operations.size();
   if (recording.cut) {
-    std::cerr << "zulisim: '" << options.file << "' is cut behind operation " << operations
+    std::cerr << "zulisim: '" << options.file << "' is cut after operation " << operations
               << "; it is replayed up to there\n";
   }
-  const auto program = MakeServedProgram(options.attachment, arguments, options.root, {});
+  const auto program = MakeServedProgram(options, arguments);
   ReplayDevice device(std::move(recording), options.inTime);
-  const Observation observation(options.observation, arguments, &device);
+  const RunOutput output(options.output, arguments, &device);
   const int status = program->Run(device);
   device.End();
   return Report(device, options.file, operations, status);
@@ -90,9 +86,7 @@ void DefineReplay(CLI::App* app, Invocation* invocation) {
   const auto options = std::make_shared<ReplayOptions>();
   command->add_option("FILE", options->file, "The recording")->required();
   command->add_flag("--in-time", options->inTime, "Let each operation take as long as it did");
-  AddDeviceOption(command, &options->attachment);
-  AddRootOption(command, &options->root);
-  AddObservationOptions(command, &options->observation);
+  AddProgramOptions(command, options.get());
   DefineProgramRun(command, invocation, [=] {
     RefuseSharedFiles(*command, {});
     return Replay(*options, invocation->program);

@@ -1,15 +1,14 @@
 #include <memory>
 
+#include "common/text.h"
 #include "simulator/cli/commands.h"
-#include "simulator/cli/program_choice.h"
+#include "simulator/cli/options.h"
 
 namespace zulisim {
 namespace {
 
 constexpr const char* kRunDescription =
-    "Starts any unmodified program with a \"/dev/zuli\" that the software engine serves, and "
-    "prints "
-    "a line for each of its device operations.";
+    R"(Starts any unmodified program with a "/dev/zuli" that the software engine serves, and prints a line for each of its device operations.)";
 
 constexpr const char* kRunFooter = R"(
 Usage in full: zulisim run [OPTIONS] -- PROGRAM [ARGUMENTS...]
@@ -34,30 +33,40 @@ Examples:
 Exit status: the program's; 128 and the signal's number when a signal ended it; 125 when
 zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
 
-struct RunOptions {
-  std::string device = kPreloadAttachment;
-  std::string root;
-  ObservationOptions observation;
-  Scenario scenario;
-};
-
-int Run(const RunOptions& options, const std::vector<std::string>& arguments) {
-  const auto program = MakeServedProgram(options.device, arguments, options.root, options.scenario);
+int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
+  const auto program = MakeServedProgram(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const Observation observation(options.observation, arguments, &engine);
+  const RunOutput output(options.output, arguments, &engine);
   return program->Run(engine);
+}
+
+void RequireProgram(const Invocation& invocation, const CLI::App& command) {
+  const std::string words = common::Joined(command.remaining(), " ");
+  const bool missing = invocation.program.empty() || invocation.program.front().empty();
+  if (words.empty() && !missing) return;
+  throw CLI::ValidationError(
+      (words.empty() ? "the program is missing"
+                     : common::Quoted(words) + " is not expected in front of '--'") +
+      ": write 'zulisim " + command.get_name() + " [OPTIONS] -- PROGRAM [ARGUMENTS...]'");
 }
 
 }  // namespace
 
+void DefineProgramRun(CLI::App* command, Invocation* invocation,
+                      const std::function<int()>& action) {
+  command->allow_extras();  // which are refused with a hint
+  command->callback([=] {
+    RequireProgram(*invocation, *command);
+    invocation->run = action;
+  });
+}
+
 void DefineRun(CLI::App* app, Invocation* invocation) {
   CLI::App* command = app->add_subcommand("run", kRunDescription);
   command->footer(kRunFooter);
-  const auto options = std::make_shared<RunOptions>();
-  AddDeviceOption(command, &options->device);
-  AddRootOption(command, &options->root);
-  AddObservationOptions(command, &options->observation);
+  const auto options = std::make_shared<ProgramOptions>();
+  AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario);
   DefineProgramRun(command, invocation, [=] {
     RefuseSharedFiles(*command, options->scenario);

@@ -13,12 +13,12 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "simulator/cli/commands.h"
+#include "simulator/cli/options.h"
+#include "simulator/kernel/kernel_server.h"
+#include "simulator/kernel/kernel_support.h"
 #include "simulator/program/child_process.h"
 #include "simulator/program/cleaner.h"
-#include "simulator/cli/commands.h"
-#include "simulator/engine/engine.h"
-#include "simulator/kernel/kernel_support.h"
-#include "simulator/kernel/kernel_server.h"
 
 namespace zulisim {
 namespace {
@@ -58,7 +58,7 @@ cannot be served any longer.)";
 struct ServeOptions {
   bool characterDevice = false;
   std::string file;
-  ObservationOptions observation;
+  OutputOptions output;
   Scenario scenario;
 };
 
@@ -84,7 +84,7 @@ void PrepareFile(const std::string& path, Cleaner* cleaner) {
     const std::string hint = S_ISDIR(status.st_mode)
                                  ? "name a file in it, such as '" + path + "/zuli'"
                                  : "name a file of your own";
-    throw std::runtime_error("'" + path + "' is no regular file to mount on; " + hint);
+    throw std::runtime_error("'" + path + "' is not a regular file to mount on; " + hint);
   }
   if (errno == ENOTCONN) {
     throw std::runtime_error("'" + path + "' is the mount of a server that has ended: 'umount " +
@@ -110,7 +110,7 @@ void WaitForEnd(KernelServer& server) {
   for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGQUIT}) sigaddset(&ends, number);
   const struct timespec interval { 0, 200'000'000 };
   while (server.Serving()) {
-    if (sigtimedwait(&ends, nullptr, &interval) > 0) return server.Settle();
+    if (sigtimedwait(&ends, nullptr, &interval) > 0) return server.WaitForCloses();
   }
   throw std::runtime_error("the kernel has ended the service: was it unmounted?");
 }
@@ -132,7 +132,7 @@ int Serve(const ServeOptions& options) {
   }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const Observation observation(options.observation, {"zulisim", "serve", path}, &engine);
+  const RunOutput output(options.output, {"zulisim", "serve", path}, &engine);
   KernelServer server(engine, kind, path, geteuid() == 0);
   std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
   WaitForEnd(server);
@@ -156,7 +156,7 @@ void DefineServe(CLI::App* app, Invocation* invocation) {
       ->type_name("[FILE]")
       ->expected(0, 1);
   mode->require_option(1);
-  AddObservationOptions(command, &options->observation);
+  AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario);
   command->callback([=] {
     invocation->run = [=] {

@@ -4,6 +4,10 @@
 #include <cstdio>
 #include <utility>
 
+#include "common/hex.h"
+#include "common/input_error.h"
+#include "common/text.h"
+
 namespace zulisim {
 
 std::vector<Client> DefaultClients() {
@@ -32,17 +36,22 @@ std::string GuidText(const Guid& guid) {
   return text.data();
 }
 
-std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset) {
-  if (message.size() < offset + 4) return std::nullopt;
-  std::uint32_t word = 0;
-  for (std::size_t i = 4; i-- > 0;) word = word << 8 | message[offset + i];
-  return word;
-}
-
-void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word) {
-  for (std::size_t i = offset; i < std::min(message->size(), offset + 4); ++i, word >>= 8) {
-    (*message)[i] = static_cast<std::uint8_t>(word);
+Guid ParseGuid(const std::string& text) {
+  // Field by field: the first three begin with their lowest byte in memory.
+  constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+  std::string digits = text;
+  for (const char mark : {'{', '}', '-'}) {
+    digits.erase(std::remove(digits.begin(), digits.end(), mark), digits.end());
   }
+  Guid guid;
+  const bool isHex = digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
+  if (!isHex || digits.size() != 2 * guid.size()) {
+    throw common::InputError(common::Quoted(text) + " is not a GUID; the form is " +
+                             GuidText(DefaultClients().front().guid));
+  }
+  const Bytes bytes = common::ParseHex(digits);
+  for (std::size_t i = 0; i < guid.size(); ++i) guid[i] = bytes[kOrder[i]];
+  return guid;
 }
 
 Reply EchoReply(const Bytes& request, std::uint32_t status) {

@@ -8,12 +8,10 @@
 #include <string>
 #include <vector>
 
+#include "simulator/device/device_abi.h"
 #include "simulator/device/operation.h"
 
 namespace zulisim {
-
-// No client accepts more: every attachment can carry so much in one piece.
-inline constexpr std::uint32_t kLongestMessage = 1 << 20;
 
 // A client's identifier as it lies in memory and in the connect record.
 using Guid = std::array<std::uint8_t, 16>;
@@ -31,16 +29,8 @@ std::vector<Client> DefaultClients();
 
 // "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"
 std::string GuidText(const Guid& guid);
-
-// The 16-byte header of every request and reply: four little-endian 32-bit words.
-inline constexpr std::size_t kHeaderSize = 16;
-inline constexpr std::size_t kCommandIdOffset = 4;
-inline constexpr std::size_t kStatusOffset = 8;
-
-// The word at `offset`, or nothing when the message ends before it does.
-std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset);
-// Writes the word at `offset`, as far as the message reaches.
-void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
+// Reads that form, with or without its marks. Throws InputError.
+Guid ParseGuid(const std::string& text);
 
 // What a client queues for one request. Either part may be missing: without a message the client
 // stays silent.
@@ -56,7 +46,7 @@ using Responder = std::function<Reply(const Bytes& request)>;
 
 // The same header with `status`, the same body.
 Reply EchoReply(const Bytes& request, std::uint32_t status = 0);
-// The same with a private-data message behind it.
+// The same with a private-data message after it.
 Reply EchoReply(const Bytes& request, std::uint32_t status, Bytes privateData);
 
 }  // namespace zulisim

@@ -3,17 +3,12 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simulator/device/device_abi.h"
 #include "simulator/device/operation.h"
 
 namespace zulisim {
 
-// What a call on the device returns: `value` and, where that is -1, an errno.
-struct Result {
-  std::int64_t value = 0;
-  int error = 0;
-};
-
-// Whatever stands behind "/dev/zuli": the engine in software, the kernel's own device, a recording
+// Whatever serves "/dev/zuli": the engine in software, the kernel's own device, a recording
 // that is played back. An attachment turns a program's calls into these; each but a Release of what
 // is closed already is one operation, of which every observer is told. Any thread.
 class Device {

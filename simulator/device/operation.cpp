@@ -4,18 +4,20 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <array>
 #include <iterator>
 #include <sstream>
 #include <vector>
 
+#include "common/input_error.h"
+#include "common/text.h"
+
 namespace zulisim {
 namespace {
 
-constexpr std::array<const char*, kOperationCount> kNames = {"open", "ioctl", "read", "write",
-                                                             "close"};
+constexpr const char* kNames[kOperationCount] = {"open", "ioctl", "read", "write", "close"};
+constexpr const char* kAbandoned = "the program ended without a close";
 
-// From 1 on, as Linux numbers them here; "-" is none. Not every libc has the names.
+// From 1 on, as Linux numbers them here; "-" stands for a gap. Not every libc has the names.
 constexpr char kErrnos[] =
     "EPERM ENOENT ESRCH EINTR EIO ENXIO E2BIG ENOEXEC EBADF ECHILD EAGAIN ENOMEM EACCES EFAULT "
     "ENOTBLK EBUSY EEXIST EXDEV ENODEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ENOTTY ETXTBSY EFBIG "
@@ -43,17 +45,26 @@ const std::vector<std::string>& ErrnoNames() {
   return names;
 }
 
+OperationRecord Begin(Operation operation, std::uint64_t connection) {
+  OperationRecord record;
+  record.operation = operation;
+  record.connection = connection;
+  record.start = Now();
+  return record;
+}
+
 }  // namespace
 
 const char* OperationName(Operation operation) {
   return kNames[static_cast<std::size_t>(operation)];
 }
 
-std::optional<Operation> OperationFromName(const std::string& name) {
-  for (std::size_t i = 0; i < kNames.size(); ++i) {
-    if (name == kNames[i]) return static_cast<Operation>(i);
-  }
-  return std::nullopt;
+Operation ParseOperation(const std::string& name) {
+  const auto* found = std::find(std::begin(kNames), std::end(kNames), name);
+  if (found != std::end(kNames)) return static_cast<Operation>(found - kNames);
+  throw common::InputError(common::Quoted(name) +
+                           " is not an operation; open, ioctl, read, write or close is expected" +
+                           common::NearestHint(name, {std::begin(kNames), std::end(kNames)}));
 }
 
 std::string ErrnoName(int error) {
@@ -62,13 +73,107 @@ std::string ErrnoName(int error) {
   return named && names[error] != "-" ? names[error] : std::to_string(error);
 }
 
-std::optional<int> ErrnoFromName(const std::string& name) {
+int ParseErrno(const std::string& name) {
   const std::vector<std::string>& names = ErrnoNames();
   const auto found = std::find_if(names.begin(), names.end(), [&name](const auto& candidate) {
     return candidate != "-" && strcasecmp(candidate.c_str(), name.c_str()) == 0;
   });
-  if (found == names.end()) return std::nullopt;
-  return static_cast<int>(found - names.begin());
+  if (found != names.end()) return static_cast<int>(found - names.begin());
+  const std::string hint = common::NearestHint(name, names);
+  throw common::InputError(common::Quoted(name) + " is not a valid errno name" +
+                           (hint.empty() ? "; one such as EIO or ENODEV is expected" : hint));
+}
+
+Bytes ParseBytes(const std::string& what, const std::string& text) {
+  Bytes bytes;
+  try {
+    bytes = common::ParseHex(text);
+  } catch (const common::InputError&) {
+    // Said below: a place within the text would be taken for one in its file.
+  }
+  if (bytes.empty()) {
+    throw common::InputError(what + " is an even number of hexadecimal digits, not " +
+                             common::Quoted(text.size() > 80 ? text.substr(0, 80) + "..." : text));
+  }
+  if (bytes.size() <= kLongestMessage) return bytes;
+  throw common::InputError(what + " is longer than any message can be");
+}
+
+std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset) {
+  if (message.size() < offset + 4) return std::nullopt;
+  std::uint32_t word = 0;
+  for (std::size_t i = 4; i-- > 0;) word = word << 8 | message[offset + i];
+  return word;
+}
+
+void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word) {
+  for (std::size_t i = offset; i < std::min(message->size(), offset + 4); ++i, word >>= 8) {
+    (*message)[i] = static_cast<std::uint8_t>(word);
+  }
+}
+
+std::size_t OperationRecord::InputSize() const {
+  if (!hasBuffer) return 0;
+  if (operation == Operation::kIoctl) return IoctlSize(request);
+  return operation == Operation::kWrite ? std::min<std::uint64_t>(length, kLongestMessage) : 0;
+}
+
+std::size_t OperationRecord::OutputSize() const {
+  if (!hasBuffer) return 0;
+  if (operation == Operation::kIoctl) return IoctlSize(request);
+  return operation == Operation::kRead && result > 0 ? static_cast<std::size_t>(result) : 0;
+}
+
+Bytes OperationRecord::Message() const {
+  if (payload == Payload::kNone) return {};
+  if (payload != Payload::kRequest) return output;
+  const auto taken =
+      std::min(input.size(), static_cast<std::size_t>(std::max<std::int64_t>(0, result)));
+  return Bytes(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(taken));
+}
+
+std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
+
+Bytes Copied(const void* buffer, std::size_t length) {
+  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
+  return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
+}
+
+OperationRecord BeginOpen(int flags, unsigned mode) {
+  OperationRecord record = Begin(Operation::kOpen, 0);
+  record.openFlags = flags;
+  record.openMode = mode;
+  return record;
+}
+
+OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument) {
+  OperationRecord record = Begin(Operation::kIoctl, connection);
+  record.request = request;
+  record.hasBuffer = argument != nullptr;
+  record.input = Copied(argument, record.InputSize());
+  return record;
+}
+
+OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length) {
+  OperationRecord record = Begin(Operation::kRead, connection);
+  record.length = length;
+  record.hasBuffer = buffer != nullptr;
+  return record;
+}
+
+OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length) {
+  OperationRecord record = Begin(Operation::kWrite, connection);
+  record.length = length;
+  record.hasBuffer = buffer != nullptr;
+  record.input = Copied(buffer, record.InputSize());
+  return record;
+}
+
+OperationRecord BeginClose(std::uint64_t connection, bool abandoned) {
+  OperationRecord record = Begin(Operation::kClose, connection);
+  record.abandoned = abandoned;
+  if (abandoned) record.why = kAbandoned;
+  return record;
 }
 
 }  // namespace zulisim

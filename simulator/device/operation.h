@@ -5,11 +5,13 @@
 #include <cstdint>
 #include <optional>
 #include <string>
-#include <vector>
+
+#include "common/hex.h"
+#include "simulator/device/device_abi.h"
 
 namespace zulisim {
 
-using Bytes = std::vector<std::uint8_t>;
+using common::Bytes;
 
 enum class Operation { kOpen, kIoctl, kRead, kWrite, kClose };
 inline constexpr std::size_t kOperationCount = 5;
@@ -17,40 +19,86 @@ inline constexpr std::size_t kOperationCount = 5;
 // What the bytes of an operation are.
 enum class Payload { kNone, kConnectRecord, kRequest, kReply, kPrivateData };
 
-// "open", "ioctl", "read", "write" or "close".
+// "open", "ioctl", "read", "write" or "close", and back; the latter throws InputError.
 const char* OperationName(Operation operation);
-std::optional<Operation> OperationFromName(const std::string& name);
+Operation ParseOperation(const std::string& name);
 
 // "EIO" for EIO; the number in decimal where the value has no name.
 std::string ErrnoName(int error);
-// The value of "EIO" and its like, in either case; nothing for an unknown name.
-std::optional<int> ErrnoFromName(const std::string& name);
+// The value of "EIO" and its like, in either case of letters. Throws InputError.
+int ParseErrno(const std::string& name);
 
-// One operation on the device, complete, as an observer is told of it.
+// Digits in pairs, at least one, for what of a message a text gives; `what` names that in the text
+// of the InputError for anything else.
+Bytes ParseBytes(const std::string& what, const std::string& text);
+
+// The 16-byte header of every request and reply: four little-endian 32-bit words.
+inline constexpr std::size_t kHeaderSize = 16;
+inline constexpr std::size_t kCommandIdOffset = 4;
+inline constexpr std::size_t kStatusOffset = 8;
+
+// The word at `offset`, or nothing when the message ends before it does.
+std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset);
+// Writes the word at `offset`, as far as the message reaches.
+void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
+// The firmware announces private data by one.
+inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
+
+// One operation on the device: what crossed its boundary, and what that means.
 struct OperationRecord {
-  std::uint64_t sequence = 0;    // 1 for the engine's first operation, in order of completion
-  std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
   Operation operation = Operation::kOpen;
-  std::uint64_t connection = 0;  // the engine's own number of the open file; 0 for a failed open
-  int descriptor = -1;  // the program's descriptor; -1 where it is unknown or there is none
-  std::string client;   // name of the client that is connected; empty before the connect
-  int openFlags = 0;    // open: both arguments as passed, the mode also without O_CREAT
-  unsigned openMode = 0;
+  bool abandoned = false;        // a close that the program never made: it ended without one
+  std::uint64_t connection = 0;  // the device's number of the open file; 0 for a failed open
+  // What the program passed.
+  int openFlags = 0;          // open: both arguments as passed, the mode also without O_CREAT
+  unsigned openMode = 0;      //
   std::uint32_t request = 0;  // ioctl: the request number as 32 bits
-  std::size_t length = 0;     // read and write: the byte count that was asked for
-  std::int64_t result = 0;    // what the call returns; -1 on failure (an open's 0 is a success)
-  int error = 0;              // errno of a failure, else 0
-  Payload payload = Payload::kNone;
-  Bytes bytes;  // write: as received; read: as delivered; connect: the record
-  std::optional<std::uint32_t> commandId;  // of the exchange that the message belongs to
-  std::optional<std::uint32_t> status;     // of a reply
-  std::string why;                   // what made it fail or fall short; empty when all is ordinary
+  std::uint64_t length = 0;   // read and write: the byte count that was asked for
+  bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
+  Bytes input;                // write: the message; ioctl: the argument before
+  // What it got.
+  std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
+  int error = 0;            // errno of a failure, else 0
+  Bytes output;             // read: the message; ioctl: the argument after
   std::chrono::nanoseconds start{};  // on the monotonic clock
   std::chrono::nanoseconds end{};
+  std::string why;  // what made it fail or fall short; empty when all is ordinary
+  // What the device, or the decoder in its place, knows of it.
+  std::uint64_t sequence = 0;    // 1 for the device's first operation, in order of completion
+  std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
+  int descriptor = -1;           // the program's; -1 where it is unknown or there is none
+  std::string client;            // name of the client that is connected; empty before the connect
+  Payload payload = Payload::kNone;
+  std::optional<std::uint32_t> commandId;  // of the exchange that the message belongs to
+  std::optional<std::uint32_t> status;     // of a reply
+
+  bool IsConnect() const { return operation == Operation::kIoctl && request == kConnectRequest; }
+  bool IsTransfer() const {
+    return operation == Operation::kRead || operation == Operation::kWrite;
+  }
+  // How many bytes `input` and `output` have, by what else is known of the operation.
+  std::size_t InputSize() const;
+  std::size_t OutputSize() const;
+  // What was carried: the request as far as it was taken, the reply or private data as far as it
+  // was delivered, or the connect record; empty for any other operation.
+  Bytes Message() const;
 };
 
+// The monotonic clock that operations are timed by.
+std::chrono::nanoseconds Now();
+
+// Operations that begin now: what the program passed, and no result yet.
+OperationRecord BeginOpen(int flags, unsigned mode);
+OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
+OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
+OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length);
+OperationRecord BeginClose(std::uint64_t connection, bool abandoned);
+
+// The bytes at `buffer`, none for null.
+Bytes Copied(const void* buffer, std::size_t length);
+
 // Is told of every operation, one at a time and in order of `sequence`, by the thread that
-// performed it and before its caller goes on. Must not call the engine that tells it, nor throw.
+// performed it and before its caller goes on. Must not call the device that tells it, nor throw.
 class OperationObserver {
  public:
   virtual ~OperationObserver() = default;

@@ -6,22 +6,23 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "simulator/device/client.h"
-#include "simulator/device/raw_operation.h"
+#include "simulator/device/operation.h"
 
 namespace zulisim {
 
-// Tells observers of operations that were not performed by the engine, with what can be read from
-// their bytes: the client from the connect record, commands and statuses from the messages. Any
-// thread.
-class Narrator {
+// Tells observers of operations that the engine did not perform, with what can be read from their
+// bytes: the client from the connect record, commands and statuses from the messages. Any thread.
+class OperationDecoder {
  public:
-  explicit Narrator(std::vector<Client> clients) : clients_(std::move(clients)) {}
+  explicit OperationDecoder(std::vector<Client> clients) : clients_(std::move(clients)) {}
 
-  // `descriptor` matters for an open alone.
-  void Tell(const RawOperation& raw, int descriptor = -1);
+  // `record` is complete but for what the device knows of it; of its descriptor, that of an open
+  // counts alone.
+  void Decode(OperationRecord record);
   void AddObserver(OperationObserver* observer);
   void RemoveObserver(OperationObserver* observer);
 
@@ -33,7 +34,7 @@ class Narrator {
     bool privateDataNext = false;            // the reply announced it
   };
 
-  void Describe(const RawOperation& raw, Connection* connection, OperationRecord* record) const;
+  void Describe(Connection* connection, OperationRecord* record) const;
   std::string ClientName(const Bytes& connectRecord) const;
 
   const std::vector<Client> clients_;

@@ -2,17 +2,18 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <stdexcept>
+#include <utility>
+
+#include "common/number.h"
+#include "common/text.h"
 
 namespace zulisim {
 namespace {
 
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof(text), "0x%x", value);
-  return text;
+std::string Occurrence(const OperationRecord& record) {
+  return std::string(OperationName(record.operation)) + " " + std::to_string(record.occurrence);
 }
 
 }  // namespace
@@ -29,15 +30,13 @@ Engine::Engine(EngineOptions options)
 
 Result Engine::Open(int flags, unsigned mode, int descriptor) {
   std::lock_guard<std::mutex> lock(mutex_);
-  Call call = Begin(Operation::kOpen, 0);
-  call.record.openFlags = flags;
-  call.record.openMode = mode;
-  std::optional<Result> failure = PreventedByFault(&call);
+  Task task = Begin(BeginOpen(flags, mode));
+  std::optional<Result> failure = ApplyFault(&task);
   if (!failure && failingOpens_ > 0) {
     --failingOpens_;
     const std::string more = failingOpens_ == 0 ? "the next open succeeds"
                                                 : std::to_string(failingOpens_) + " more fail";
-    failure = Fail(&call, openError_, "the device is still lost; " + more);
+    failure = Fail(&task, openError_, "the device is still lost; " + more);
   }
   if (failure) {
     carried_.clear();
@@ -45,114 +44,112 @@ Result Engine::Open(int flags, unsigned mode, int descriptor) {
   }
   const std::uint64_t number = nextConnection_++;
   connections_[number].descriptor = descriptor;
-  call.record.connection = number;
-  call.record.descriptor = descriptor;
-  Finish(&call, 0);
+  task.record.connection = number;
+  task.record.descriptor = descriptor;
+  Finish(&task, 0);
   return {static_cast<std::int64_t>(number), 0};
 }
 
 Result Engine::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
   std::lock_guard<std::mutex> lock(mutex_);
-  Call call = Begin(Operation::kIoctl, connection);
-  call.record.request = request;
-  if (const auto failure = Prevented(&call)) return *failure;
-  if (request == kConnectRequest) return Connect(&call, argument);
+  Task task = Begin(BeginIoctl(connection, request, argument));
+  OperationRecord* record = &task.record;
+  record->output = record->input;
+  if (const auto failure = CheckDescriptor(&task)) return *failure;
+  if (request == kConnectRequest) return Connect(&task, argument);
   const auto handler = ioctls_.find(request);
   if (handler == ioctls_.end()) {
-    return Fail(&call, ENOTTY, "the device does not know the request " + Hex(request));
+    return Fail(&task, ENOTTY, "the device does not know the request " + common::Hex(request));
   }
   const int error = handler->second(argument);
-  return error == 0 ? Finish(&call, 0) : Fail(&call, error, "the request's handler refuses");
+  record->output = Copied(argument, record->OutputSize());
+  return error == 0 ? Finish(&task, 0) : Fail(&task, error, "the request's handler refuses");
 }
 
-Result Engine::Connect(Call* call, void* record) {
-  if (record == nullptr) return Fail(call, EFAULT, "the connect record is null or not readable");
-  Connection* connection = call->connection;
+Result Engine::Connect(Task* task, void* record) {
+  if (record == nullptr) return Fail(task, EFAULT, "the connect record is null or not readable");
+  Connection* connection = task->connection;
   if (connection->client != nullptr)
-    return Fail(call, EBUSY, "the descriptor is connected already");
+    return Fail(task, EBUSY, "the descriptor is connected already");
   Guid guid;
   std::memcpy(guid.data(), record, guid.size());
   const auto client = std::find_if(clients_.begin(), clients_.end(),
                                    [&guid](const Client& c) { return c.guid == guid; });
   if (client == clients_.end()) {
-    return Fail(call, ENOENT, "no client has the GUID " + GuidText(guid));
+    return Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
   }
   connection->client = &*client;
   connection->pending = TakeCarried(*client);
-  Bytes out(guid.begin(), guid.end());
-  SetWordAt(&out, 0, client->maxMessageLength);
-  SetWordAt(&out, 4, client->protocolVersion);
-  std::memcpy(record, out.data(), out.size());
-  call->record.client = client->name;
-  call->record.payload = Payload::kConnectRecord;
-  call->record.bytes = std::move(out);
-  return Finish(call, 0);
+  Bytes* out = &task->record.output;
+  SetWordAt(out, 0, client->maxMessageLength);
+  SetWordAt(out, 4, client->protocolVersion);
+  std::memcpy(record, out->data(), out->size());
+  task->record.client = client->name;
+  task->record.payload = Payload::kConnectRecord;
+  return Finish(task, 0);
 }
 
 Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) {
   std::unique_lock<std::mutex> lock(mutex_);
-  Call call = Begin(Operation::kRead, connection);
-  call.record.length = call.limit = length;
-  if (const auto failure = PreventedTransfer(&call, buffer, length)) return *failure;
-  if (length == 0) return Finish(&call, 0);
-  if (const auto failure = AwaitMessage(&call, &lock)) return *failure;
-  MessageQueue* pending = &call.connection->pending;
+  Task task = Begin(BeginRead(connection, buffer, length));
+  if (const auto failure = CheckTransfer(&task)) return *failure;
+  if (length == 0) return Finish(&task, 0);
+  if (const auto failure = AwaitMessage(&task, &lock)) return *failure;
+  MessageQueue* pending = &task.connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
   changed_.notify_all();
-  const std::size_t count = std::min(message.bytes.size(), call.limit);
+  const std::size_t count = std::min(message.bytes.size(), task.limit);
   // A null source or an empty message leaves nothing to copy, and memcpy wants no null.
   if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
-  OperationRecord* record = &call.record;
+  OperationRecord* record = &task.record;
   record->payload = message.payload;
   record->commandId = message.commandId;
   if (message.payload == Payload::kReply) record->status = WordAt(message.bytes, kStatusOffset);
-  record->bytes.assign(message.bytes.begin(), message.bytes.begin() + static_cast<long>(count));
+  record->output.assign(message.bytes.begin(), message.bytes.begin() + static_cast<long>(count));
   if (count < message.bytes.size() && record->why.empty()) {
     record->why = "cut: the message has " + std::to_string(message.bytes.size()) + " bytes";
   }
-  return Finish(&call, static_cast<std::int64_t>(count));
+  return Finish(&task, static_cast<std::int64_t>(count));
 }
 
-std::optional<Result> Engine::AwaitMessage(Call* call, std::unique_lock<std::mutex>* lock) {
+std::optional<Result> Engine::AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock) {
   while (true) {
-    const MessageQueue& pending = call->connection->pending;
-    if (pending.empty()) return Fail(call, EAGAIN, "no message is pending");
+    const MessageQueue& pending = task->connection->pending;
+    if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
     const auto ready = pending.front().ready;
     if (ready <= std::chrono::steady_clock::now()) return std::nullopt;
     changed_.wait_until(*lock, ready);
-    const auto found = connections_.find(call->record.connection);
-    call->connection = found == connections_.end() ? nullptr : &found->second;
-    if (call->connection == nullptr) return Fail(call, EBADF, "closed while a read waited");
-    if (call->connection->lost)
-      return Fail(call, ENODEV, "the device was lost while a read waited");
+    const auto found = connections_.find(task->record.connection);
+    task->connection = found == connections_.end() ? nullptr : &found->second;
+    if (task->connection == nullptr) return Fail(task, EBADF, "closed while a read waited");
+    if (task->connection->lost)
+      return Fail(task, ENODEV, "the device was lost while a read waited");
   }
 }
 
 Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
   std::unique_lock<std::mutex> lock(mutex_);
-  Call call = Begin(Operation::kWrite, connection);
-  call.record.length = call.limit = length;
-  if (const auto failure = PreventedTransfer(&call, buffer, length)) return *failure;
-  const Client& client = *call.connection->client;
+  Task task = Begin(BeginWrite(connection, buffer, length));
+  if (const auto failure = CheckTransfer(&task)) return *failure;
+  const Client& client = *task.connection->client;
   if (length > client.maxMessageLength) {
-    return Fail(&call, EMSGSIZE,
+    return Fail(&task, EMSGSIZE,
                 "longer than " + client.name + "'s maximum of " +
                     std::to_string(client.maxMessageLength) + " bytes");
   }
-  if (call.limit == 0) return Finish(&call, 0);
-  const auto* bytes = static_cast<const std::uint8_t*>(buffer);
-  OperationRecord* record = &call.record;
+  if (task.limit == 0) return Finish(&task, 0);
+  OperationRecord* record = &task.record;
+  const Bytes request = Copied(buffer, task.limit);
   record->payload = Payload::kRequest;
-  record->bytes.assign(bytes, bytes + call.limit);
-  record->commandId = WordAt(record->bytes, kCommandIdOffset);
+  record->commandId = WordAt(request, kCommandIdOffset);
   const Responder responder = ResponderFor(client, record->commandId);
 
   // The connection may be closed or lost meanwhile: it is looked up again afterwards.
   lock.unlock();
   Reply reply;
   try {
-    reply = responder ? responder(record->bytes) : EchoReply(record->bytes);
+    reply = responder ? responder(request) : EchoReply(request);
   } catch (const std::exception& e) {
     record->why = std::string("the client stays silent: ") + e.what();
   } catch (...) {
@@ -160,28 +157,27 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   }
   lock.lock();
   Queue(connection, reply, record->commandId);
-  return Finish(&call, static_cast<std::int64_t>(call.limit));
+  return Finish(&task, static_cast<std::int64_t>(task.limit));
 }
 
 Result Engine::Close(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
-  return Close(connection, "");
+  return Close(connection, false);
 }
 
 void Engine::Release(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (connections_.count(connection) > 0) Close(connection, "the program ended without a close");
+  if (connections_.count(connection) > 0) Close(connection, true);
 }
 
-Result Engine::Close(std::uint64_t connection, std::string why) {
-  Call call = Begin(Operation::kClose, connection);
-  if (call.connection == nullptr) return Fail(&call, EBADF, "the connection is not open");
+Result Engine::Close(std::uint64_t connection, bool abandoned) {
+  Task task = Begin(BeginClose(connection, abandoned));
+  if (task.connection == nullptr) return Fail(&task, EBADF, "the connection is not open");
   connections_.erase(connection);
-  call.connection = nullptr;
+  task.connection = nullptr;
   changed_.notify_all();
-  if (const auto failure = PreventedByFault(&call)) return *failure;
-  if (call.record.why.empty()) call.record.why = std::move(why);
-  return Finish(&call, 0);
+  if (const auto failure = ApplyFault(&task)) return *failure;
+  return Finish(&task, 0);
 }
 
 void Engine::Lose(const DeviceLoss& loss) {
@@ -224,6 +220,177 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
   if (reply.privateData) {
     pending->push_back({Payload::kPrivateData, *reply.privateData, command, ready});
   }
+}
+
+// --- The course of an operation. ---
+
+Engine::Task Engine::Begin(OperationRecord record) {
+  Task task;
+  record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
+  task.limit = record.length;
+  const auto found = connections_.find(record.connection);
+  if (found != connections_.end()) {
+    task.connection = &found->second;
+    record.descriptor = found->second.descriptor;
+    if (found->second.client != nullptr) record.client = found->second.client->name;
+  }
+  task.record = std::move(record);
+  return task;
+}
+
+Result Engine::Finish(Task* task, std::int64_t value) {
+  task->record.result = value;
+  task->record.sequence = nextSequence_++;
+  task->record.end = Now();
+  for (OperationObserver* observer : observers_) observer->OnOperation(task->record);
+  const int error = task->record.error;
+  if (keepRecords_) records_.push_back(std::move(task->record));
+  return {value, error};
+}
+
+Result Engine::Fail(Task* task, int error, std::string why) {
+  task->record.error = error;
+  task->record.why = std::move(why);
+  return Finish(task, -1);
+}
+
+std::optional<Result> Engine::CheckDescriptor(Task* task) {
+  if (task->connection == nullptr) return Fail(task, EBADF, "the connection is not open");
+  if (const auto failure = ApplyFault(task)) return failure;
+  if (task->connection->lost) {
+    return Fail(task, ENODEV, "the device was lost after this descriptor was opened");
+  }
+  return std::nullopt;
+}
+
+std::optional<Result> Engine::ApplyFault(Task* task) {
+  const Fault* fault = faults_.Match(task->record.operation, task->record.occurrence);
+  if (fault == nullptr) return std::nullopt;
+  if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
+    return Fail(task, errnoFault->error, "fault at " + Occurrence(task->record));
+  }
+  if (const auto* loss = std::get_if<DeviceLoss>(&fault->effect)) {
+    Lose(*loss);
+    const std::string why = "the device is lost at " + Occurrence(task->record);
+    if (task->record.operation != Operation::kClose) return Fail(task, ENODEV, why);
+    task->record.why = why;
+    return std::nullopt;
+  }
+  const std::size_t count = std::get<ShortCount>(fault->effect).count;
+  if (count < task->limit) {
+    task->limit = count;
+    task->record.why = "cut by a fault at " + Occurrence(task->record);
+  }
+  return std::nullopt;
+}
+
+std::optional<Result> Engine::CheckTransfer(Task* task) {
+  if (const auto failure = CheckDescriptor(task)) return failure;
+  if (task->connection->client == nullptr) {
+    return Fail(task, ENOTCONN, "the descriptor is not connected to a client");
+  }
+  if (!task->record.hasBuffer && task->record.length > 0)
+    return Fail(task, EFAULT, "the buffer is null or not readable");
+  return std::nullopt;
+}
+
+// --- Instructions, and what has happened. ---
+
+const Client& Engine::ClientNamed(const std::string& name) const {
+  std::vector<std::string> known;
+  for (const Client& client : clients_) {
+    if (client.name == name) return client;
+    known.push_back(client.name);
+  }
+  throw std::invalid_argument("no client is named " + common::Quoted(name) + "; known are " +
+                              common::Joined(known));
+}
+
+void Engine::SetResponder(const std::string& client, std::uint32_t command, Responder responder) {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  responders_[{client, command}] = std::move(responder);
+}
+
+void Engine::SetResponder(const std::string& client, Responder responder) {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  responders_[{client, std::nullopt}] = std::move(responder);
+}
+
+void Engine::SetIoctl(std::uint32_t request, IoctlHandler handler) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  ioctls_[request] = std::move(handler);
+}
+
+void Engine::AddFault(const Fault& fault) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.Add(fault);
+}
+
+void Engine::ClearFaults() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.Clear();
+  failingOpens_ = 0;
+}
+
+void Engine::LoseDevice(const DeviceLoss& loss) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Lose(loss);
+}
+
+void Engine::FailNext(Operation operation, int error, std::uint64_t times) {
+  AddFault({operation, Count(operation) + 1, times, ErrnoFault{error}});
+}
+
+void Engine::ShortenNext(Operation operation, std::size_t count) {
+  AddFault({operation, Count(operation) + 1, 1, ShortCount{count}});
+}
+
+void Engine::LoseDeviceAtNext(Operation operation, std::uint64_t times, const DeviceLoss& loss) {
+  AddFault({operation, Count(operation) + 1, times, loss});
+}
+
+void Engine::AddObserver(OperationObserver* observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observers_.push_back(observer);
+}
+
+void Engine::RemoveObserver(OperationObserver* observer) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
+}
+
+std::uint64_t Engine::Count(Operation operation) const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return counts_[static_cast<std::size_t>(operation)];
+}
+
+std::size_t Engine::OpenDescriptors() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return connections_.size();
+}
+
+std::vector<OperationRecord> Engine::Records() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return records_;
+}
+
+void Engine::ClearRecords() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  records_.clear();
+}
+
+std::vector<Bytes> Engine::Requests(const std::string& client) const {
+  ClientNamed(client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::vector<Bytes> requests;
+  for (const OperationRecord& record : records_) {
+    if (record.payload == Payload::kRequest && record.client == client) {
+      requests.push_back(record.Message());
+    }
+  }
+  return requests;
 }
 
 }  // namespace zulisim

@@ -15,16 +15,10 @@
 
 #include "simulator/device/client.h"
 #include "simulator/device/device.h"
-#include "simulator/engine/fault.h"
 #include "simulator/device/operation.h"
+#include "simulator/engine/fault.h"
 
 namespace zulisim {
-
-// Binds an open file to a client: 16 bytes, the client's GUID in; out the maximum message length
-// (32-bit little-endian), the protocol version (one byte), three zero bytes, and bytes 8 to 15 as
-// they were passed.
-inline constexpr std::uint32_t kConnectRequest = 0xC0104801;
-inline constexpr std::size_t kConnectRecordSize = 16;
 
 // Serves an ioctl of its own: reads and writes `argument`, returns 0 or an errno. Runs under the
 // engine's lock and must not call the engine.
@@ -107,7 +101,7 @@ class Engine : public Device {
     bool lost = false;
     MessageQueue pending;
   };
-  struct Call {  // one operation under way
+  struct Task {  // one operation that is under way
     OperationRecord record;
     Connection* connection = nullptr;
     std::size_t limit = 0;  // a read or write moves no more bytes than this
@@ -116,17 +110,17 @@ class Engine : public Device {
   const Client& ClientNamed(const std::string& name) const;
 
   // All that follow are called with the lock held.
-  Call Begin(Operation operation, std::uint64_t connection);
-  Result Finish(Call* call, std::int64_t value);
-  Result Fail(Call* call, int error, std::string why);
-  // The failure that an instruction or the state of the descriptor imposes, if any.
-  std::optional<Result> Prevented(Call* call);
-  std::optional<Result> PreventedByFault(Call* call);
-  std::optional<Result> PreventedTransfer(Call* call, const void* buffer, std::size_t length);
+  Task Begin(OperationRecord record);
+  Result Finish(Task* task, std::int64_t value);
+  Result Fail(Task* task, int error, std::string why);
+  // Each returns the failure that the state of the descriptor or an instruction imposes, if any.
+  std::optional<Result> CheckDescriptor(Task* task);
+  std::optional<Result> CheckTransfer(Task* task);
+  std::optional<Result> ApplyFault(Task* task);
   // Waits until a message is ready, without the lock; the failure, if there will be none.
-  std::optional<Result> AwaitMessage(Call* call, std::unique_lock<std::mutex>* lock);
-  Result Connect(Call* call, void* record);
-  Result Close(std::uint64_t connection, std::string why);
+  std::optional<Result> AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock);
+  Result Connect(Task* task, void* record);
+  Result Close(std::uint64_t connection, bool abandoned);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeCarried(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;

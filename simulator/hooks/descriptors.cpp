@@ -13,7 +13,7 @@ namespace zulisim::hooks {
 namespace {
 
 struct Mark {
-  std::atomic<std::uint64_t> inode;  // of the kernel object behind the descriptor; 0: no mark
+  std::atomic<std::uint64_t> inode;  // of the kernel object that the descriptor names; 0: no mark
   std::atomic<std::uint64_t> handle;
 };
 

@@ -12,8 +12,8 @@ inline constexpr int kDescriptorLimit = 65536;
 // Serves `descriptor` as the device from here on. False when its number is at or above the limit.
 bool MarkDescriptor(int descriptor, std::uint64_t handle);
 
-// Says no after one load when the descriptor is not marked. A mark that was left behind because
-// the descriptor was closed behind the hooks' back is noticed and removed.
+// Says no after one load when the descriptor is not marked. A mark that is out of
+// date, because the descriptor was closed without the hooks, is noticed and removed.
 std::optional<std::uint64_t> DeviceHandle(int descriptor);
 
 // Takes the mark away; true when this call did it and no other mark for the handle is left. The

@@ -3,16 +3,13 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "simulator/device/device_abi.h"
+
 // What the hooks of libc's functions ask of whatever serves the device. One of two sources
 // implements it: in-process against an engine of the same process, or remote against an engine in
 // another. Nothing here, and nothing in the hooks, needs a C++ runtime library, and no function
 // throws. Errors are errno values; a result of -1 goes with one.
 namespace zulisim::hooks {
-
-struct Outcome {
-  std::int64_t value = 0;
-  int error = 0;
-};
 
 // A descriptor of the device: a real one of the kernel, which nothing else in the process can be
 // given, and the engine's handle of the open file.
@@ -29,10 +26,10 @@ bool DeviceServed();
 const char* RedirectedPath(const char* path);
 
 OpenedDevice DeviceOpen(int flags, unsigned mode);
-Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
-Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length);
-Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
+Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length);
+Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
 // Closes `descriptor`, the last one of `handle` in this process, whatever the result.
-Outcome DeviceClose(std::uint64_t handle, int descriptor);
+Result DeviceClose(std::uint64_t handle, int descriptor);
 
 }  // namespace zulisim::hooks

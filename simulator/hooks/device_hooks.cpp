@@ -16,9 +16,9 @@ namespace {
 // A call that falls through keeps no object with a destructor alive and passes no handler: read and
 // write are cancellation points, and a cancelled thread unwinds through the hook.
 
-std::int64_t Deliver(int savedErrno, const Outcome& outcome) {
-  errno = outcome.value == -1 ? outcome.error : savedErrno;
-  return outcome.value;
+std::int64_t Deliver(int savedErrno, const Result& result) {
+  errno = result.value == -1 ? result.error : savedErrno;
+  return result.value;
 }
 
 ssize_t ReadDevice(std::uint64_t handle, void* buffer, std::size_t length) {
@@ -82,23 +82,19 @@ bool IsDuplication(int command) { return command == F_DUPFD || command == F_DUPF
 
 }  // namespace
 
-ssize_t HookRead(int descriptor, void* buffer, size_t length) ZULISIM_HOOK(read);
-ssize_t HookRead(int descriptor, void* buffer, size_t length) {
+ZULISIM_HOOK(ssize_t, read, int descriptor, void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().read(descriptor, buffer, length);
   return ReadDevice(*handle, buffer, length);
 }
 
-ssize_t HookReadChecked(int descriptor, void* buffer, size_t length, size_t room)
-    ZULISIM_HOOK(__read_chk);
-ssize_t HookReadChecked(int descriptor, void* buffer, size_t length, size_t room) {
+ZULISIM_HOOK(ssize_t, __read_chk, int descriptor, void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle || length > room) return Real().__read_chk(descriptor, buffer, length, room);
   return ReadDevice(*handle, buffer, length);
 }
 
-ssize_t HookReadv(int descriptor, const struct iovec* pieces, int count) ZULISIM_HOOK(readv);
-ssize_t HookReadv(int descriptor, const struct iovec* pieces, int count) {
+ZULISIM_HOOK(ssize_t, readv, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().readv(descriptor, pieces, count);
   return EachPiece(pieces, count, [&handle](void* buffer, std::size_t length) {
@@ -106,23 +102,19 @@ ssize_t HookReadv(int descriptor, const struct iovec* pieces, int count) {
   });
 }
 
-ssize_t HookWrite(int descriptor, const void* buffer, size_t length) ZULISIM_HOOK(write);
-ssize_t HookWrite(int descriptor, const void* buffer, size_t length) {
+ZULISIM_HOOK(ssize_t, write, int descriptor, const void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().write(descriptor, buffer, length);
   return WriteDevice(*handle, buffer, length);
 }
 
-ssize_t HookWriteChecked(int descriptor, const void* buffer, size_t length, size_t room)
-    ZULISIM_HOOK(__write_chk);
-ssize_t HookWriteChecked(int descriptor, const void* buffer, size_t length, size_t room) {
+ZULISIM_HOOK(ssize_t, __write_chk, int descriptor, const void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle || length > room) return Real().__write_chk(descriptor, buffer, length, room);
   return WriteDevice(*handle, buffer, length);
 }
 
-ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) ZULISIM_HOOK(writev);
-ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) {
+ZULISIM_HOOK(ssize_t, writev, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().writev(descriptor, pieces, count);
   return EachPiece(pieces, count, [&handle](const void* buffer, std::size_t length) {
@@ -130,8 +122,7 @@ ssize_t HookWritev(int descriptor, const struct iovec* pieces, int count) {
   });
 }
 
-int HookIoctl(int descriptor, unsigned long request, void* argument) ZULISIM_HOOK(ioctl);
-int HookIoctl(int descriptor, unsigned long request, void* argument) {
+ZULISIM_HOOK(int, ioctl, int descriptor, unsigned long request, void* argument) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().ioctl(descriptor, request, argument);
   const int savedErrno = errno;
@@ -140,15 +131,13 @@ int HookIoctl(int descriptor, unsigned long request, void* argument) {
       Deliver(savedErrno, DeviceIoctl(*handle, static_cast<std::uint32_t>(request), argument)));
 }
 
-int HookClose(int descriptor) ZULISIM_HOOK(close);
-int HookClose(int descriptor) {
+ZULISIM_HOOK(int, close, int descriptor) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().close(descriptor);
   return CloseDevice(descriptor, *handle);
 }
 
-int HookCloseRange(unsigned first, unsigned last, int flags) ZULISIM_HOOK(close_range);
-int HookCloseRange(unsigned first, unsigned last, int flags) {
+ZULISIM_HOOK(int, close_range, unsigned first, unsigned last, int flags) {
   constexpr int kMarkCloseOnExec = 1 << 2;
   constexpr unsigned kHighest = kDescriptorLimit - 1;
   if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
@@ -158,33 +147,29 @@ int HookCloseRange(unsigned first, unsigned last, int flags) {
   return static_cast<int>(syscall(SYS_close_range, first, last, flags));
 }
 
-void HookCloseFrom(int first) ZULISIM_HOOK(closefrom);
-void HookCloseFrom(int first) {
+ZULISIM_HOOK(void, closefrom, int first) {
   CloseDevices(first < 0 ? 0 : first, kDescriptorLimit - 1);
   Real().closefrom(first);
 }
 
-int HookDup(int descriptor) ZULISIM_HOOK(dup);
-int HookDup(int descriptor) { return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor)); }
+ZULISIM_HOOK(int, dup, int descriptor) {
+  return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor));
+}
 
-int HookDup2(int source, int target) ZULISIM_HOOK(dup2);
-int HookDup2(int source, int target) {
+ZULISIM_HOOK(int, dup2, int source, int target) {
   return DuplicateOnto(source, target, [=] { return Real().dup2(source, target); });
 }
 
-int HookDup3(int source, int target, int flags) ZULISIM_HOOK(dup3);
-int HookDup3(int source, int target, int flags) {
+ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
   return DuplicateOnto(source, target, [=] { return Real().dup3(source, target, flags); });
 }
 
-int HookFcntl(int descriptor, int command, void* argument) ZULISIM_HOOK(fcntl);
-int HookFcntl(int descriptor, int command, void* argument) {
+ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
   const int result = Real().fcntl(descriptor, command, argument);
   return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
 }
 
-int HookFcntl64(int descriptor, int command, void* argument) ZULISIM_HOOK(fcntl64);
-int HookFcntl64(int descriptor, int command, void* argument) {
+ZULISIM_HOOK(int, fcntl64, int descriptor, int command, void* argument) {
   const int result = Real().fcntl64(descriptor, command, argument);
   return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
 }

@@ -63,13 +63,15 @@
   X(fcntl, int, (int, int, void*))                            \
   X(fcntl64, int, (int, int, void*))
 
-// A hook is a C++ function that carries libc's name as its symbol: so it needs neither the
-// parameter types nor the noexcept of libc's own declaration.
-#define ZULISIM_HOOK(name) __asm__(#name) __attribute__((visibility("default"), used))
+// Begins the definition of a hook: a C++ function that carries libc's name as its symbol, so that
+// it needs neither the parameter types nor the noexcept of libc's own declaration.
+#define ZULISIM_HOOK(result, name, ...)                                                        \
+  result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
+  result Hook_##name(__VA_ARGS__)
 
 namespace zulisim::hooks {
 
-// libc's own functions, as the next object behind the hooks defines them.
+// libc's own functions, as the next object after the hooks defines them.
 struct Libc {
 #define ZULISIM_DECLARE(name, result, parameters) result(*name) parameters;
   ZULISIM_HOOKED_FUNCTIONS(ZULISIM_DECLARE)

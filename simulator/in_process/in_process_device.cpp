@@ -21,7 +21,7 @@ namespace {
 struct Service {
   Engine* engine;
   std::uint64_t generation;
-  Attachment::Redirects redirects;
+  InProcessDevice::Redirects redirects;
 };
 
 constexpr int kGenerationShift = 40;
@@ -40,22 +40,20 @@ std::vector<std::unique_ptr<Service>>& Services() {
   return *services;
 }
 
-hooks::Outcome Answer(const Result& result) { return {result.value, result.error}; }
-
 // Runs `operation` on the engine that gave out `handle`, if it still serves.
 template <typename Function>
-hooks::Outcome WithEngine(std::uint64_t handle, hooks::Outcome otherwise, Function operation) {
+Result WithEngine(std::uint64_t handle, Result otherwise, Function operation) {
   std::shared_lock<std::shared_mutex> lock(ServiceMutex());
   const Service* service = current.load();
   if (service == nullptr || service->generation != handle >> kGenerationShift) return otherwise;
-  return Answer(operation(service->engine, handle & ((1ULL << kGenerationShift) - 1)));
+  return operation(service->engine, handle & ((1ULL << kGenerationShift) - 1));
 }
 
-constexpr hooks::Outcome kLost{-1, ENODEV};
+constexpr Result kLost{-1, ENODEV};
 
 }  // namespace
 
-Attachment::Attachment(Engine& engine, Redirects redirects) {
+InProcessDevice::InProcessDevice(Engine& engine, Redirects redirects) {
   std::lock_guard<std::shared_mutex> lock(ServiceMutex());
   if (current.load() != nullptr) {
     throw std::logic_error("an attachment serves the device already; end it first");
@@ -65,7 +63,7 @@ Attachment::Attachment(Engine& engine, Redirects redirects) {
   current.store(Services().back().get());
 }
 
-Attachment::~Attachment() {
+InProcessDevice::~InProcessDevice() {
   std::lock_guard<std::shared_mutex> lock(ServiceMutex());
   current.store(nullptr);
 }
@@ -101,30 +99,30 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   return {descriptor, service->generation << kGenerationShift | connection, 0};
 }
 
-Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) {
+Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) {
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
     return engine->Ioctl(connection, request, argument);
   });
 }
 
-Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
     return engine->Read(connection, buffer, length);
   });
 }
 
-Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
+Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
     return engine->Write(connection, buffer, length);
   });
 }
 
-Outcome DeviceClose(std::uint64_t handle, int descriptor) {
-  const Outcome outcome = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
+Result DeviceClose(std::uint64_t handle, int descriptor) {
+  const Result result = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
     return engine->Close(connection);
   });
   Real().close(descriptor);
-  return outcome;
+  return result;
 }
 
 }  // namespace hooks

@@ -13,7 +13,8 @@ namespace zulisim {
 // through the dynamic linker arrive here; all that is not the device's goes on to libc untouched.
 //
 //   zulisim::Engine engine;
-//   zulisim::Attachment attachment(engine, {{"/data/Marvoleth.log", folder + "/Marvoleth.log"}});
+//   zulisim::InProcessDevice attachment(engine, {{"/data/Marvoleth.log", folder +
+//   "/Marvoleth.log"}});
 //
 // While an attachment lives, opening the device opens a descriptor of `engine`, and a path on the
 // left of `redirects` is opened, examined or removed at the one on its right. Paths match when
@@ -27,14 +28,14 @@ namespace zulisim {
 //
 // One at a time: a second one throws std::logic_error. Construction and destruction may run while
 // other threads make calls.
-class Attachment {
+class InProcessDevice {
  public:
   using Redirects = std::vector<std::pair<std::string, std::string>>;
 
-  explicit Attachment(Engine& engine, Redirects redirects = {});
-  ~Attachment();
-  Attachment(const Attachment&) = delete;
-  Attachment& operator=(const Attachment&) = delete;
+  explicit InProcessDevice(Engine& engine, Redirects redirects = {});
+  ~InProcessDevice();
+  InProcessDevice(const InProcessDevice&) = delete;
+  InProcessDevice& operator=(const InProcessDevice&) = delete;
 };
 
 }  // namespace zulisim

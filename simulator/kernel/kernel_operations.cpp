@@ -62,8 +62,8 @@ cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
   return operations;
 }
 
-void KernelOperations::Decide(bool ready) {
-  std::call_once(decided_, [=] { ready_.set_value(ready); });
+void KernelOperations::SetReady(bool ready) {
+  std::call_once(readySet_, [=] { ready_.set_value(ready); });
 }
 
 void KernelOperations::Init(void* self, struct fuse_conn_info* connection) {
@@ -72,7 +72,9 @@ void KernelOperations::Init(void* self, struct fuse_conn_info* connection) {
   if (static_cast<KernelOperations*>(self)->isFile_) InitDone(self);
 }
 
-void KernelOperations::InitDone(void* self) { static_cast<KernelOperations*>(self)->Decide(true); }
+void KernelOperations::InitDone(void* self) {
+  static_cast<KernelOperations*>(self)->SetReady(true);
+}
 
 void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
   KernelOperations* self = Self(request);

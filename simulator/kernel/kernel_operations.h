@@ -29,7 +29,7 @@ class KernelOperations {
   // Blocks until the kernel has agreed to serve; false when it never will.
   bool Ready() { return ready_.get_future().get(); }
   // The first call counts.
-  void Decide(bool ready);
+  void SetReady(bool ready);
   // Closes what is open; a read that waits for a reply returns.
   void End();
 
@@ -52,7 +52,7 @@ class KernelOperations {
   Device& device_;
   const bool isFile_;
   std::promise<bool> ready_;
-  std::once_flag decided_;
+  std::once_flag readySet_;
   std::atomic<bool> ended_{false};
   std::mutex mutex_;  // guards what follows
   std::set<std::uint64_t> open_;

@@ -1,9 +1,7 @@
 #include "simulator/kernel/kernel_program.h"
 
-#include <utility>
-
-#include "simulator/kernel/kernel_support.h"
 #include "simulator/kernel/kernel_server.h"
+#include "simulator/kernel/kernel_support.h"
 #include "simulator/kernel/private_tree.h"
 #include "simulator/program/program.h"
 
@@ -18,16 +16,14 @@ std::string Servable(const std::string& name) {
 
 }  // namespace
 
-KernelProgram::KernelProgram(std::vector<std::string> arguments, const std::string& root)
-    : arguments_(std::move(arguments)), path_(Servable(arguments_.front())) {
-  root_ = PrepareRoot(root.empty() ? folder_.path() + "/root" : root);
-}
+KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const std::string& root)
+    : ServedProgram(Servable(arguments.front()), arguments, root) {}
 
 int KernelProgram::Run(Device& device) {
-  EnterPrivateTree(folder_.path(), root_);
+  EnterPrivateTree(folder(), root());
   KernelServer server(device, KernelServer::Kind::kFile, "/dev/zuli", true);
-  const int status = RunChild(path_, arguments_, {});
-  server.Settle();
+  const int status = RunChild(path(), arguments(), {});
+  server.WaitForCloses();
   return status;
 }
 

@@ -3,8 +3,6 @@
 #include <string>
 #include <vector>
 
-#include "simulator/program/child_process.h"
-#include "simulator/program/run_folder.h"
 #include "simulator/program/served_program.h"
 
 namespace zulisim {
@@ -14,15 +12,8 @@ namespace zulisim {
 class KernelProgram : public ServedProgram {
  public:
   // As for PreloadedProgram.
-  KernelProgram(std::vector<std::string> arguments, const std::string& root);
+  KernelProgram(const std::vector<std::string>& arguments, const std::string& root);
   int Run(Device& device) override;
-
- private:
-  const std::vector<std::string> arguments_;
-  const std::string path_;
-  const ChildSignals signals_;
-  const TemporaryFolder folder_;
-  std::string root_;
 };
 
 }  // namespace zulisim

@@ -62,7 +62,7 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
       throw std::runtime_error("the kernel refused to serve '" + path_ + "'" +
                                (libraryText.empty() ? "" : ": " + libraryText));
     }
-    Settle();  // the kernel learns the owner of the file
+    WaitForCloses();  // the kernel learns the owner of the file
     if (kind == Kind::kCharacterDevice && chmod(path_.c_str(), 0666) != 0) {
       throw std::runtime_error("the kernel made the device, but '" + path_ +
                                "' did not appear: /dev must be a devtmpfs");
@@ -88,13 +88,13 @@ void KernelServer::Mount(bool everyUser) {
   if (session_ == nullptr || fuse_session_mount(session_, path_.c_str()) != 0) {
     throw std::runtime_error("the kernel does not let '" + path_ + "' be served as a file" +
                              (libraryText.empty() ? "" : " (" + libraryText + ")") + "; " +
-                             OtherModes(Kind::kFile));
+                             OtherWays(Kind::kFile));
   }
 }
 
 void KernelServer::MakeNode() {
   const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
-  if (control < 0) throw std::runtime_error(MissingMode(kind_));
+  if (control < 0) throw std::runtime_error(MissingSupport(kind_));
   const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
   const char* variables[] = {variable.c_str()};
   struct cuse_info info {};
@@ -137,7 +137,7 @@ void KernelServer::Work() {
   }
   std::free(buffer.mem);
   serving_ = false;
-  operations_->Decide(false);
+  operations_->SetReady(false);
 }
 
 // False at the end of the service.
@@ -153,7 +153,7 @@ bool KernelServer::Receive(struct fuse_buf* buffer) {
   }
 }
 
-void KernelServer::Settle() {
+void KernelServer::WaitForCloses() {
   struct stat ignored {};
   stat(path_.c_str(), &ignored);
 }

@@ -45,7 +45,7 @@ class KernelServer {
   // False once somebody else has ended it, by an unmount for instance.
   bool Serving() const { return serving_.load(); }
   // Returns when every close that happened before the call has reached the device.
-  void Settle();
+  void WaitForCloses();
 
  private:
   void Mount(bool everyUser);

@@ -17,6 +17,6 @@ bool KernelServer::Built() { return false; }
 
 KernelServer::~KernelServer() = default;
 
-void KernelServer::Settle() { static_cast<void>(kind_); }
+void KernelServer::WaitForCloses() { static_cast<void>(kind_); }
 
 }  // namespace zulisim

@@ -46,18 +46,18 @@ void CheckFault(const Fault& fault) {
 
 }  // namespace
 
-std::string OtherModes(Kind kind) {
-  std::string modes = "'zulisim run --device preload' serves dynamically linked programs";
+std::string OtherWays(Kind kind) {
+  std::string ways = "'zulisim run --device preload' serves dynamically linked programs";
   if (kind != Kind::kFile && TryOpen(ControlNode(Kind::kFile)) == 0) {
-    modes += ", and 'zulisim serve --fuse' and 'zulisim run --device fuse' any program";
+    ways += ", and 'zulisim serve --fuse' and 'zulisim run --device fuse' any program";
   }
   if (kind != Kind::kCharacterDevice && TryOpen(ControlNode(Kind::kCharacterDevice)) == 0) {
-    modes += ", and 'zulisim serve --cuse' any program";
+    ways += ", and 'zulisim serve --cuse' any program";
   }
-  return "what works here: " + modes;
+  return "what works here: " + ways;
 }
 
-std::string MissingMode(Kind kind) {
+std::string MissingSupport(Kind kind) {
   const std::string node = ControlNode(kind);
   const std::string module = node.substr(sizeof("/dev/") - 1);
   const int error = TryOpen(node.c_str());
@@ -68,7 +68,7 @@ std::string MissingMode(Kind kind) {
   } else if (error == EACCES || error == EPERM) {
     reason += "; root may open it";
   }
-  return reason + "; " + OtherModes(kind);
+  return reason + "; " + OtherWays(kind);
 }
 
 void CheckKernelServes(Kind kind) {
@@ -78,7 +78,7 @@ void CheckKernelServes(Kind kind) {
         "the kernel: build it where libfuse3-dev is, or use 'zulisim run "
         "--device preload', which serves dynamically linked programs");
   }
-  if (TryOpen(ControlNode(kind)) != 0) throw std::runtime_error(MissingMode(kind));
+  if (TryOpen(ControlNode(kind)) != 0) throw std::runtime_error(MissingSupport(kind));
 }
 
 void CheckKernelCarries(const Scenario& scenario, Kind kind) {

@@ -8,11 +8,11 @@
 namespace zulisim {
 
 // Why the kernel cannot serve in this way, and which ways would work here.
-std::string MissingMode(KernelServer::Kind kind);
+std::string MissingSupport(KernelServer::Kind kind);
 // Which other ways would work here.
-std::string OtherModes(KernelServer::Kind kind);
+std::string OtherWays(KernelServer::Kind kind);
 
-// Throws std::runtime_error with the text of MissingMode unless the kernel offers the way.
+// Throws std::runtime_error with the text of MissingSupport unless the kernel offers the way.
 void CheckKernelServes(KernelServer::Kind kind);
 
 // Throws std::invalid_argument for what the kernel would not pass on unchanged: messages that it

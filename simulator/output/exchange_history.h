@@ -11,7 +11,7 @@
 namespace zulisim {
 
 // One arrow, or one note, of a sequence diagram of driver, library and engine.
-struct StoryStep {
+struct DiagramStep {
   enum class Kind { kToLibrary, kToDriver, kToEngine, kFromEngine, kNote };
   Kind kind = Kind::kNote;
   bool inferred = false;    // of the driver, which no device sees
@@ -21,18 +21,18 @@ struct StoryStep {
   bool beginsCommand = false;
   std::string label;
   std::string remark;        // why it is as it is
-  std::size_t at = 0;        // index of the operation that tells it
+  std::size_t at = 0;        // index of the operation that shows it
   bool isOperation = false;  // it is that operation
 };
 
-// Tells what an engine's operations mean as a sequence of steps. What passes between driver and
-// library is inferred from the way the library works: a request is a command of the driver, unless
-// it repeats one whose write met a lost device; the reply goes back when all of it was read; a
-// transfer that fails for good, or a reopening that does, fails the command.
-class Story {
+// Puts together what an engine's operations mean as a sequence of steps. What passes between driver
+// and library is inferred from the way the library works: a request is a command of the driver,
+// unless it repeats one whose write met a lost device; the reply goes back when all of it was read;
+// a transfer that fails for good, or a reopening that does, fails the command.
+class ExchangeHistory {
  public:
   // `index` is handed back in the steps.
-  std::vector<StoryStep> Tell(const OperationRecord& record, std::size_t index);
+  std::vector<DiagramStep> Add(const OperationRecord& record, std::size_t index);
 
  private:
   struct Command {  // under way at one client
@@ -42,18 +42,15 @@ class Story {
     bool lostInWrite = false;
   };
 
-  void TellDriver(const std::string& client, const std::string& label, bool failed);
+  void AddToDriver(const std::string& client, const std::string& label, bool failed);
   void BeginCommand(const OperationRecord& record);
   void Fail(const std::string& client, const std::string& why);
-  void TellOperation(const OperationRecord& record);
-  void TellConsequence(const OperationRecord& record);
+  void AddOperation(const OperationRecord& record);
+  void AddConsequence(const OperationRecord& record);
 
   std::map<std::string, Command> commands_;  // by client
   std::vector<std::string> lost_;            // clients whose device was lost and is not back
-  std::vector<StoryStep> steps_;
+  std::vector<DiagramStep> steps_;
 };
-
-// "0x10"
-std::string StoryHex(std::uint32_t value);
 
 }  // namespace zulisim

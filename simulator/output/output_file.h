@@ -1,9 +1,13 @@
 #pragma once
 
 #include <cstdio>
+#include <functional>
 #include <string>
 
 namespace zulisim {
+
+// Takes a text piece by piece.
+using TextSink = std::function<void(const std::string& text)>;
 
 // A file that a run writes as it goes: each piece reaches the file at once, so that a crash loses
 // nothing, and the program does not inherit the descriptor. Not thread-safe.
@@ -16,7 +20,7 @@ class OutputFile {
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Not behind Close.
+  // Not after Close.
   void Write(const std::string& text);
   // False, with a complaint on standard error the first time, when anything written was lost.
   bool Close();

@@ -9,7 +9,7 @@
 namespace zulisim {
 
 // What a run writes down. A file that is not named is not written.
-struct ObservationOptions {
+struct OutputOptions {
   std::string transcriptFile;
   std::string traceFile;           // Chrome trace events
   std::string reportFile;          // one HTML page
@@ -17,18 +17,18 @@ struct ObservationOptions {
   bool connectionNumbers = false;  // TranscriptStyle::connectionNumbers
 };
 
-// Observes a device until the end of its life, which completes the files. The device must outlive
+// Writes that down until the end of its life, which completes the files. The device must outlive
 // it. Throws std::runtime_error for a file that cannot be written; `program` names the run in it.
-class Observation {
+class RunOutput {
  public:
-  Observation(const ObservationOptions& options, const std::vector<std::string>& program,
-              Device* device);
-  ~Observation();
-  Observation(const Observation&) = delete;
-  Observation& operator=(const Observation&) = delete;
+  RunOutput(const OutputOptions& options, const std::vector<std::string>& program, Device* device);
+  ~RunOutput();
+  RunOutput(const RunOutput&) = delete;
+  RunOutput& operator=(const RunOutput&) = delete;
 
  private:
-  void Add(std::unique_ptr<OperationObserver> observer);
+  template <typename Observer, typename... Arguments>
+  void Add(Arguments... arguments);
 
   Device* device_;
   std::vector<std::unique_ptr<OperationObserver>> observers_;

@@ -2,7 +2,6 @@
 
 #include <chrono>
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <optional>
 #include <set>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "simulator/device/operation.h"
+#include "simulator/output/output_file.h"
 
 namespace zulisim {
 
@@ -19,10 +19,8 @@ namespace zulisim {
 // an array that lacks its end.
 class TraceWriter : public OperationObserver {
  public:
-  using Sink = std::function<void(const std::string& text)>;
-
   // `name` is that of the program.
-  TraceWriter(Sink sink, const std::string& name);
+  TraceWriter(TextSink sink, const std::string& name);
   ~TraceWriter() override;
   TraceWriter(const TraceWriter&) = delete;
   TraceWriter& operator=(const TraceWriter&) = delete;
@@ -33,21 +31,21 @@ class TraceWriter : public OperationObserver {
   struct Exchange {
     OperationRecord request;
     std::optional<std::uint32_t> status;
-    std::string outcome;
+    std::string failure;
     std::chrono::nanoseconds end{};
     std::vector<std::string> events;
   };
 
   void Emit(const std::string& event);
-  void NameTrack(const OperationRecord& record);
-  std::string Slice(const OperationRecord& record) const;
+  std::string TrackName(const OperationRecord& record) const;
+  std::string OperationSlice(const OperationRecord& record) const;
+  std::string ExchangeSlice(const Exchange& exchange) const;
   std::string Instant(const OperationRecord& record, const std::string& name) const;
-  std::string Place(const OperationRecord& record, std::chrono::nanoseconds at) const;
   // What follows from an operation for the exchange on its connection.
-  void Continue(const OperationRecord& record);
+  void Continue(const OperationRecord& record, const std::vector<std::string>& events);
   void Finish(std::uint64_t connection);
 
-  Sink sink_;
+  const TextSink sink_;
   bool first_ = true;
   std::optional<std::chrono::nanoseconds> start_;
   std::map<std::uint64_t, Exchange> exchanges_;  // by connection

@@ -2,21 +2,10 @@
 
 #include <cstdio>
 
-#include "simulator/device/client.h"
-#include "simulator/engine/engine.h"
+#include "common/number.h"
 
 namespace zulisim {
 namespace {
-
-constexpr const char* kRed = "\033[31m";
-constexpr const char* kYellow = "\033[33m";
-constexpr const char* kReset = "\033[0m";
-
-std::string Hex(std::uint32_t value) {
-  char text[16];
-  std::snprintf(text, sizeof(text), "0x%x", value);
-  return text;
-}
 
 std::string Padded(std::string text, std::size_t width) {
   if (text.size() < width) text.resize(width, ' ');
@@ -31,40 +20,26 @@ std::string Descriptor(const OperationRecord& record, const TranscriptStyle& sty
   return "fd " + std::to_string(record.descriptor);
 }
 
-std::string Action(const OperationRecord& record) {
-  const bool connect = record.operation == Operation::kIoctl && record.request == kConnectRequest;
-  return connect ? "connect" : OperationName(record.operation);
-}
-
-bool IsTransfer(const OperationRecord& record) {
-  return record.operation == Operation::kRead || record.operation == Operation::kWrite;
-}
-
 std::string Amount(const OperationRecord& record) {
-  if (!IsTransfer(record)) return "";
+  if (!record.IsTransfer()) return "";
   const std::string length = std::to_string(record.length) + " bytes";
   const bool whole = record.result < 0 || static_cast<std::size_t>(record.result) == record.length;
   return whole ? length : std::to_string(record.result) + " of " + length;
 }
 
-std::string Outcome(const OperationRecord& record) {
+std::string ResultText(const OperationRecord& record) {
   if (record.error != 0) return "failed  " + ErrnoName(record.error);
   if (record.payload == Payload::kConnectRecord) {
-    const std::uint32_t version = WordAt(record.bytes, 4).value_or(0) & 0xff;
-    return "ok  maximum " + std::to_string(WordAt(record.bytes, 0).value_or(0)) +
+    const std::uint32_t version = WordAt(record.output, 4).value_or(0) & 0xff;
+    return "ok  maximum " + std::to_string(WordAt(record.output, 0).value_or(0)) +
            " bytes, version " + std::to_string(version);
   }
-  return IsTransfer(record) ? "" : "ok";
+  return record.IsTransfer() ? "" : "ok";
 }
 
 void Append(std::string* line, const std::string& field) {
   if (field.empty()) return;
   *line += "  " + field;
-}
-
-const char* Colour(const OperationRecord& record) {
-  if (record.error != 0) return kRed;
-  return record.why.empty() ? nullptr : kYellow;
 }
 
 }  // namespace
@@ -75,23 +50,19 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   std::string line = number;
   Append(&line, Padded(Descriptor(record, style), 5));
   Append(&line, Padded(record.client.empty() ? "-" : record.client, 4));
-  Append(&line, Padded(Action(record), 7));
-  Append(&line, Outcome(record));
+  Append(&line, Padded(record.IsConnect() ? "connect" : OperationName(record.operation), 7));
+  Append(&line, ResultText(record));
   Append(&line, Amount(record));
-  if (record.operation == Operation::kIoctl && record.request != kConnectRequest) {
-    Append(&line, "request " + Hex(record.request));
+  if (record.operation == Operation::kIoctl && !record.IsConnect()) {
+    Append(&line, "request " + common::Hex(record.request));
   }
   if (record.payload == Payload::kPrivateData) Append(&line, "private data");
-  if (record.commandId) Append(&line, "command " + Hex(*record.commandId));
-  if (record.status) Append(&line, "status " + Hex(*record.status));
+  if (record.commandId) Append(&line, "command " + common::Hex(*record.commandId));
+  if (record.status) Append(&line, "status " + common::Hex(*record.status));
   if (!record.why.empty()) Append(&line, "(" + record.why + ")");
   while (line.back() == ' ') line.pop_back();
-  const char* colour = style.colour ? Colour(record) : nullptr;
-  return colour != nullptr ? colour + line + kReset : line;
-}
-
-void Transcript::OnOperation(const OperationRecord& record) {
-  *out_ << TranscriptLine(record, style_) + "\n" << std::flush;
+  if (record.error != 0) return style.colours.bad + line + style.colours.reset;
+  return record.why.empty() ? line : style.colours.warning + line + style.colours.reset;
 }
 
 }  // namespace zulisim

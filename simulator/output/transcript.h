@@ -1,14 +1,16 @@
 #pragma once
 
-#include <ostream>
 #include <string>
+#include <utility>
 
+#include "common/colours.h"
 #include "simulator/device/operation.h"
+#include "simulator/output/output_file.h"
 
 namespace zulisim {
 
 struct TranscriptStyle {
-  bool colour = false;
+  common::Colours colours;
   // Name a descriptor by the engine's own number, "#1", which is the same however a program is
   // attached, and not by the program's, "fd 5", which is the default where it is known.
   bool connectionNumbers = false;
@@ -19,15 +21,17 @@ struct TranscriptStyle {
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
-// Writes each line to a stream as its operation ends, and flushes it. The stream is not owned.
+// Hands out a line, with its end, as each operation ends.
 class Transcript : public OperationObserver {
  public:
-  explicit Transcript(std::ostream* out, TranscriptStyle style = {}) : out_(out), style_(style) {}
-  void OnOperation(const OperationRecord& record) override;
+  Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(style) {}
+  void OnOperation(const OperationRecord& record) override {
+    sink_(TranscriptLine(record, style_) + "\n");
+  }
 
  private:
-  std::ostream* out_;
-  TranscriptStyle style_;
+  const TextSink sink_;
+  const TranscriptStyle style_;
 };
 
 }  // namespace zulisim

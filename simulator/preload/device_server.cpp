@@ -11,49 +11,21 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/device/client.h"
-
 namespace zulisim {
-
-static_assert(kLongestMessage <= protocol::kMaxPayload, "a request must fit in one exchange");
 
 namespace {
 
-using protocol::Answer;
 using protocol::Kind;
 using protocol::Request;
-
-bool Receive(int socket, void* buffer, std::size_t length) {
-  auto* at = static_cast<std::uint8_t*>(buffer);
-  while (length > 0) {
-    const ssize_t received = recv(socket, at, length, 0);
-    if (received < 0 && errno == EINTR) continue;
-    if (received <= 0) return false;
-    at += received;
-    length -= static_cast<std::size_t>(received);
-  }
-  return true;
-}
-
-bool Send(int socket, const void* bytes, std::size_t length) {
-  const auto* at = static_cast<const std::uint8_t*>(bytes);
-  while (length > 0) {
-    const ssize_t sent = send(socket, at, length, MSG_NOSIGNAL);
-    if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0) return false;
-    at += sent;
-    length -= static_cast<std::size_t>(sent);
-  }
-  return true;
-}
+using protocol::Response;
 
 // A program that is gone cannot be answered: a failure to send is none of the engine's.
-void SendAnswer(int socket, const Result& result, const Bytes& payload = {}) {
-  const Answer answer{result.value, result.error, static_cast<std::uint32_t>(payload.size())};
-  Bytes bytes(sizeof(answer));
-  std::memcpy(bytes.data(), &answer, sizeof(answer));
+void SendResponse(int socket, const Result& result, const Bytes& payload = {}) {
+  const Response response{result.value, result.error, static_cast<std::uint32_t>(payload.size())};
+  Bytes bytes(sizeof(response));
+  std::memcpy(bytes.data(), &response, sizeof(response));
   bytes.insert(bytes.end(), payload.begin(), payload.end());
-  Send(socket, bytes.data(), bytes.size());
+  protocol::Send(socket, bytes.data(), bytes.size());
 }
 
 bool HasEnded(int socket) {
@@ -137,16 +109,17 @@ void DeviceServer::Work() {
 
 void DeviceServer::Serve(int channel) {
   Request request;
-  if (!Receive(channel, &request, sizeof(request)) || request.payload > protocol::kMaxPayload) {
+  if (protocol::Receive(channel, &request, sizeof(request)) != 0 ||
+      request.payload > kLongestMessage) {
     return;
   }
   Bytes payload(request.payload);
-  if (!Receive(channel, payload.data(), payload.size())) return;
+  if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return;
   ReleaseEnded();
   switch (request.kind) {
     case Kind::kHello:
       ++attached_;
-      SendAnswer(channel, {});
+      SendResponse(channel, {});
       break;
     case Kind::kOpen:
       Open(channel, request);
@@ -168,35 +141,34 @@ void DeviceServer::Serve(int channel) {
 
 void DeviceServer::Open(int channel, const Request& request) {
   const Result result = device_.Open(request.flags, request.mode, request.descriptor);
-  if (result.value == -1) return SendAnswer(channel, result);
+  if (result.value == -1) return SendResponse(channel, result);
   // Under the lock, or the channel could be closed as ended while the answer is on its way. It is
   // the first on a fresh socket and never has to wait.
   std::lock_guard<std::mutex> lock(mutex_);
   channels_.erase(channel);
   tokens_[request.inode] = {channel, static_cast<std::uint64_t>(result.value), false};
-  SendAnswer(channel, result);
+  SendResponse(channel, result);
 }
 
 void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {
-  payload.resize(protocol::IoctlSize(request.request));
+  payload.resize(IoctlSize(request.request));
   void* argument = request.hasBuffer != 0 ? payload.data() : nullptr;
   const Result result = device_.Ioctl(ConnectionOf(request.inode), request.request, argument);
-  SendAnswer(channel, result, argument != nullptr ? payload : Bytes());
+  SendResponse(channel, result, argument != nullptr ? payload : Bytes());
 }
 
 void DeviceServer::Read(int channel, const Request& request) {
-  Bytes buffer(std::min<std::uint64_t>(request.length, protocol::kMaxPayload));
+  Bytes buffer(std::min<std::uint64_t>(request.length, kLongestMessage));
   void* target = request.hasBuffer != 0 ? buffer.data() : nullptr;
   const Result result = device_.Read(ConnectionOf(request.inode), target, buffer.size());
   buffer.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
-  SendAnswer(channel, result, buffer);
+  SendResponse(channel, result, buffer);
 }
 
 void DeviceServer::Write(int channel, const Request& request, const Bytes& payload) {
-  const bool whole =
-      payload.size() == std::min<std::uint64_t>(request.length, protocol::kMaxPayload);
+  const bool whole = payload.size() == std::min<std::uint64_t>(request.length, kLongestMessage);
   const void* source = request.hasBuffer != 0 && whole ? payload.data() : nullptr;
-  SendAnswer(channel, device_.Write(ConnectionOf(request.inode), source, request.length));
+  SendResponse(channel, device_.Write(ConnectionOf(request.inode), source, request.length));
 }
 
 void DeviceServer::Close(int channel, const Request& request) {
@@ -206,11 +178,11 @@ void DeviceServer::Close(int channel, const Request& request) {
     if (found == tokens_.end()) return;
     found->second.closing = true;
   }
-  SendAnswer(channel, {});
+  SendResponse(channel, {});
   char closed;
-  const bool told = Receive(channel, &closed, sizeof(closed));
+  const bool told = protocol::Receive(channel, &closed, sizeof(closed)) == 0;
   const Result result = FinishClose(request.inode);
-  if (told) SendAnswer(channel, result);
+  if (told) SendResponse(channel, result);
 }
 
 // Closes the connection unless another process still holds the descriptor.

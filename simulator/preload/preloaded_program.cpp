@@ -7,11 +7,10 @@
 #include <iostream>
 #include <map>
 #include <stdexcept>
-#include <utility>
 
 #include "simulator/preload/device_server.h"
-#include "simulator/program/program.h"
 #include "simulator/preload/protocol.h"
+#include "simulator/program/program.h"
 
 namespace zulisim {
 namespace {
@@ -55,17 +54,17 @@ std::string Preloadable(const std::string& name) {
 
 }  // namespace
 
-PreloadedProgram::PreloadedProgram(std::vector<std::string> arguments, const std::string& root)
-    : arguments_(std::move(arguments)), path_(Preloadable(arguments_.front())) {
-  root_ = PrepareRoot(root.empty() ? folder_.path() + "/root" : root);
-}
+PreloadedProgram::PreloadedProgram(const std::vector<std::string>& arguments,
+                                   const std::string& root)
+    : ServedProgram(Preloadable(arguments.front()), arguments, root) {}
 
 int PreloadedProgram::Run(Device& device) {
-  DeviceServer server(device, folder_.path() + "/engine");
-  const int status = RunChild(path_, arguments_, Environment(folder_.path() + "/engine", root_));
+  const std::string socket = folder() + "/engine";
+  DeviceServer server(device, socket);
+  const int status = RunChild(path(), arguments(), Environment(socket, root()));
   server.ReleaseEnded();
   if (server.Attached() == 0) {
-    std::cerr << "zulisim: warning: '" << path_
+    std::cerr << "zulisim: warning: '" << path()
               << "' never loaded the preload library, so it was not served\n";
   }
   return status;

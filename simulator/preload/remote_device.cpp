@@ -6,7 +6,6 @@
 #include <limits.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -25,9 +24,9 @@
 namespace zulisim::hooks {
 namespace {
 
-using protocol::Answer;
 using protocol::Kind;
 using protocol::Request;
+using protocol::Response;
 
 struct Redirect {
   const char* from;
@@ -65,7 +64,7 @@ const Configuration& Settings() {
   return configuration;
 }
 
-constexpr Outcome kEngineGone{-1, ENODEV};
+constexpr Result kEngineGone{-1, ENODEV};
 
 // One connection to the engine, closed at the end of its scope.
 class Channel {
@@ -89,47 +88,13 @@ class Channel {
     return descriptor;
   }
 
-  // 0 or an errno.
-  int Send(const void* bytes, std::size_t length, const void* more, std::size_t moreLength) {
-    struct iovec pieces[2] = {{const_cast<void*>(bytes), length},
-                              {const_cast<void*>(more), moreLength}};
-    std::size_t left = length + moreLength;
-    while (left > 0) {
-      struct msghdr message {};
-      message.msg_iov = pieces;
-      message.msg_iovlen = 2;
-      const ssize_t sent = sendmsg(socket_, &message, MSG_NOSIGNAL);
-      if (sent < 0 && errno == EINTR) continue;
-      if (sent < 0) return errno;
-      left -= static_cast<std::size_t>(sent);
-      Advance(pieces, static_cast<std::size_t>(sent));
-    }
-    return 0;
-  }
-
   // 0 or an errno; ENODEV when the engine ends first.
+  int Send(const void* bytes, std::size_t length) { return protocol::Send(socket_, bytes, length); }
   int Receive(void* buffer, std::size_t length) {
-    auto* at = static_cast<unsigned char*>(buffer);
-    while (length > 0) {
-      const ssize_t received = recv(socket_, at, length, 0);
-      if (received < 0 && errno == EINTR) continue;
-      if (received <= 0) return received == 0 ? ENODEV : errno;
-      at += received;
-      length -= static_cast<std::size_t>(received);
-    }
-    return 0;
+    return protocol::Receive(socket_, buffer, length);
   }
 
  private:
-  static void Advance(struct iovec* pieces, std::size_t sent) {
-    for (int i = 0; i < 2; ++i) {
-      const std::size_t part = sent < pieces[i].iov_len ? sent : pieces[i].iov_len;
-      pieces[i].iov_base = static_cast<unsigned char*>(pieces[i].iov_base) + part;
-      pieces[i].iov_len -= part;
-      sent -= part;
-    }
-  }
-
   void Close() {
     if (socket_ >= 0) Real().close(socket_);
     socket_ = -1;
@@ -144,23 +109,24 @@ std::uint64_t Inode(int descriptor) {
 }
 
 // `out` has room for `room` bytes of payload.
-Outcome Exchange(Request request, const void* in, void* out, std::size_t room) {
+Result Exchange(Request request, const void* in, void* out, std::size_t room) {
   Channel channel;
   if (channel.descriptor() < 0) return kEngineGone;
-  const int sendError = channel.Send(&request, sizeof(request), in, request.payload);
+  int sendError = channel.Send(&request, sizeof(request));
+  if (sendError == 0) sendError = channel.Send(in, request.payload);
   if (sendError == EFAULT) {
     // The engine is to know, and to say, that the program's address is bad.
     request.hasBuffer = 0;
     request.payload = 0;
     return Exchange(request, nullptr, out, room);
   }
-  Answer answer;
-  if (sendError != 0 || channel.Receive(&answer, sizeof(answer)) != 0) return kEngineGone;
-  if (answer.payload > room) return kEngineGone;
-  if (answer.payload > 0) {
-    if (const int error = channel.Receive(out, answer.payload)) return {-1, error};
+  Response response;
+  if (sendError != 0 || channel.Receive(&response, sizeof(response)) != 0) return kEngineGone;
+  if (response.payload > room) return kEngineGone;
+  if (response.payload > 0) {
+    if (const int error = channel.Receive(out, response.payload)) return {-1, error};
   }
-  return {answer.value, answer.error};
+  return {response.value, response.error};
 }
 
 bool IsEngineEnd(int descriptor) {
@@ -212,26 +178,26 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   request.mode = mode;
   request.descriptor = channel.descriptor();
   request.inode = Inode(channel.descriptor());
-  Answer answer;
-  if (channel.Send(&request, sizeof(request), nullptr, 0) != 0 ||
-      channel.Receive(&answer, sizeof(answer)) != 0) {
+  Response response;
+  if (channel.Send(&request, sizeof(request)) != 0 ||
+      channel.Receive(&response, sizeof(response)) != 0) {
     return {-1, 0, ENODEV};
   }
-  if (answer.value == -1) return {-1, 0, answer.error};
+  if (response.value == -1) return {-1, 0, response.error};
   return {channel.Detach(), request.inode, 0};
 }
 
-Outcome DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
+Result DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
   Request request;
   request.kind = Kind::kIoctl;
   request.inode = handle;
   request.request = number;
   request.hasBuffer = argument != nullptr;
-  request.payload = argument != nullptr ? protocol::IoctlSize(number) : 0;
+  request.payload = argument != nullptr ? IoctlSize(number) : 0;
   return Exchange(request, argument, argument, request.payload);
 }
 
-Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
   Request request;
   request.kind = Kind::kRead;
   request.inode = handle;
@@ -240,34 +206,34 @@ Outcome DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
   return Exchange(request, nullptr, buffer, length);
 }
 
-Outcome DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
+Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
   Request request;
   request.kind = Kind::kWrite;
   request.inode = handle;
   request.length = length;
   request.hasBuffer = buffer != nullptr;
   if (buffer != nullptr) {
-    request.payload = length < protocol::kMaxPayload ? length : protocol::kMaxPayload;
+    request.payload = length < kLongestMessage ? length : kLongestMessage;
   }
   return Exchange(request, buffer, nullptr, 0);
 }
 
-Outcome DeviceClose(std::uint64_t handle, int descriptor) {
+Result DeviceClose(std::uint64_t handle, int descriptor) {
   Channel channel;
   Request request;
   request.kind = Kind::kClose;
   request.inode = handle;
-  Answer answer;
+  Response response;
   const bool announced = channel.descriptor() >= 0 &&
-                         channel.Send(&request, sizeof(request), nullptr, 0) == 0 &&
-                         channel.Receive(&answer, sizeof(answer)) == 0;
+                         channel.Send(&request, sizeof(request)) == 0 &&
+                         channel.Receive(&response, sizeof(response)) == 0;
   Real().close(descriptor);
   const char closed = 0;
-  if (!announced || channel.Send(&closed, sizeof(closed), nullptr, 0) != 0 ||
-      channel.Receive(&answer, sizeof(answer)) != 0) {
+  if (!announced || channel.Send(&closed, sizeof(closed)) != 0 ||
+      channel.Receive(&response, sizeof(response)) != 0) {
     return {};
   }
-  return {answer.value, answer.error};
+  return {response.value, response.error};
 }
 
 }  // namespace zulisim::hooks

@@ -18,7 +18,7 @@ class Cleaner {
   Cleaner(const Cleaner&) = delete;
   Cleaner& operator=(const Cleaner&) = delete;
 
-  // Each takes an absolute path. What is not there at the end is no error.
+  // Each takes an absolute path. What is not there at the end is not an error.
   void RemoveFolder(const std::string& path) { Send('r', path); }  // with all that is in it
   void RemoveFile(const std::string& path) { Send('f', path); }
   void Unmount(const std::string& path) { Send('u', path); }

@@ -65,7 +65,7 @@ void CheckPrivileges(const std::string& path) {
   }
 }
 
-// The interpreter that the first line of a script names; empty when the file is no script.
+// The interpreter that the first line of a script names; empty when the file is not a script.
 std::string Interpreter(std::ifstream* file) {
   file->clear();
   file->seekg(0);
@@ -110,7 +110,7 @@ std::string FindProgram(const std::string& name) {
       throw ProgramError(kNotFound, "the program '" + name + "' does not exist");
     }
     if (!IsRunnable(name)) {
-      throw ProgramError(kCannotRun, "'" + name + "' is no file that may be executed");
+      throw ProgramError(kCannotRun, "'" + name + "' is not a file that may be executed");
     }
     return name;
   }

@@ -9,9 +9,6 @@
 #include <filesystem>
 #include <utility>
 
-#include "simulator/preload/protocol.h"
-#include "simulator/device/raw_call.h"
-
 namespace zulisim {
 namespace {
 
@@ -27,7 +24,7 @@ bool SameFile(int one, int other) {
          a.st_ino == b.st_ino;
 }
 
-Result Answer(std::int64_t value) { return {value, value == -1 ? errno : 0}; }
+Result SystemResult(std::int64_t value) { return {value, value == -1 ? errno : 0}; }
 
 }  // namespace
 
@@ -43,14 +40,14 @@ class PassthroughDevice::File {
   File& operator=(const File&) = delete;
 
   int descriptor() const { return descriptor_; }
-  Result Close() { return Answer(close(std::exchange(descriptor_, -1))); }
+  Result Close() { return SystemResult(close(std::exchange(descriptor_, -1))); }
 
  private:
   int descriptor_;
 };
 
 PassthroughDevice::PassthroughDevice(std::string path, std::vector<Client> clients)
-    : path_(std::move(path)), folder_(OpenFolder(path_)), narrator_(std::move(clients)) {}
+    : path_(std::move(path)), folder_(OpenFolder(path_)), decoder_(std::move(clients)) {}
 
 PassthroughDevice::~PassthroughDevice() {
   if (folder_ >= 0) close(folder_);
@@ -62,10 +59,11 @@ std::shared_ptr<PassthroughDevice::File> PassthroughDevice::FileOf(std::uint64_t
   return found == files_.end() ? nullptr : found->second;
 }
 
-Result PassthroughDevice::Tell(RawOperation* raw, Result result) {
-  raw->result = result;
-  raw->took = Now() - raw->start;
-  narrator_.Tell(*raw);
+Result PassthroughDevice::Finish(OperationRecord* record, Result result) {
+  record->result = result.value;
+  record->error = result.error;
+  record->end = Now();
+  decoder_.Decode(std::move(*record));
   return result;
 }
 
@@ -78,47 +76,49 @@ int PassthroughDevice::OpenFile(int flags, unsigned mode) const {
 }
 
 Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
-  RawOperation raw = OpenCall(flags, mode);
+  OperationRecord record = BeginOpen(flags, mode);
   // The program gets a descriptor of its own; this one is not for its children.
   const int opened = OpenFile(flags | O_CLOEXEC, mode);
-  if (opened < 0) return Tell(&raw, Answer(-1));
+  if (opened < 0) return Finish(&record, SystemResult(-1));
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    raw.connection = next_++;
-    files_[raw.connection] = std::make_shared<File>(opened);
+    record.connection = next_++;
+    files_[record.connection] = std::make_shared<File>(opened);
   }
-  raw.took = Now() - raw.start;
-  narrator_.Tell(raw, descriptor);
-  return {static_cast<std::int64_t>(raw.connection), 0};
+  record.descriptor = descriptor;
+  const auto number = static_cast<std::int64_t>(record.connection);
+  Finish(&record, {});
+  return {number, 0};
 }
 
 Result PassthroughDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  RawOperation raw = IoctlCall(connection, request, argument);
+  OperationRecord record = BeginIoctl(connection, request, argument);
   const auto file = FileOf(connection);
-  if (file == nullptr) return Tell(&raw, {-1, EBADF});
-  const Result result = Answer(ioctl(file->descriptor(), request, argument));
-  raw.output = Copied(argument, OutputSize(raw));
-  return Tell(&raw, result);
+  if (file == nullptr) return Finish(&record, {-1, EBADF});
+  const Result result = SystemResult(ioctl(file->descriptor(), request, argument));
+  record.output = Copied(argument, record.OutputSize());
+  return Finish(&record, result);
 }
 
 Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
-  RawOperation raw = ReadCall(connection, buffer, length);
+  OperationRecord record = BeginRead(connection, buffer, length);
   const auto file = FileOf(connection);
-  if (file == nullptr) return Tell(&raw, {-1, EBADF});
-  raw.result = Answer(read(file->descriptor(), buffer, length));
-  raw.output = Copied(buffer, OutputSize(raw));
-  return Tell(&raw, raw.result);
+  if (file == nullptr) return Finish(&record, {-1, EBADF});
+  const Result result = SystemResult(read(file->descriptor(), buffer, length));
+  record.result = result.value;
+  record.output = Copied(buffer, record.OutputSize());
+  return Finish(&record, result);
 }
 
 Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  RawOperation raw = WriteCall(connection, buffer, length);
+  OperationRecord record = BeginWrite(connection, buffer, length);
   const auto file = FileOf(connection);
-  if (file == nullptr) return Tell(&raw, {-1, EBADF});
-  if (length > protocol::kMaxPayload) {
-    raw.note = "longer than the simulator can carry";
-    return Tell(&raw, {-1, EMSGSIZE});
+  if (file == nullptr) return Finish(&record, {-1, EBADF});
+  if (length > kLongestMessage) {
+    record.why = "longer than the simulator can carry";
+    return Finish(&record, {-1, EMSGSIZE});
   }
-  return Tell(&raw, Answer(write(file->descriptor(), buffer, length)));
+  return Finish(&record, SystemResult(write(file->descriptor(), buffer, length)));
 }
 
 Result PassthroughDevice::Close(std::uint64_t connection) { return Close(connection, false); }
@@ -127,8 +127,8 @@ void PassthroughDevice::Release(std::uint64_t connection) {
   if (FileOf(connection) != nullptr) Close(connection, true);
 }
 
-Result PassthroughDevice::Close(std::uint64_t connection, bool gone) {
-  RawOperation raw = gone ? GoneCall(connection) : CloseCall(connection);
+Result PassthroughDevice::Close(std::uint64_t connection, bool abandoned) {
+  OperationRecord record = BeginClose(connection, abandoned);
   std::shared_ptr<File> file;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -138,10 +138,9 @@ Result PassthroughDevice::Close(std::uint64_t connection, bool gone) {
       files_.erase(found);
     }
   }
-  if (file == nullptr) return Tell(&raw, {-1, EBADF});
-  if (gone) raw.note = "the program ended without a close";
+  if (file == nullptr) return Finish(&record, {-1, EBADF});
   // Where an operation is under way, its end closes the file.
-  return Tell(&raw, file.use_count() == 1 ? file->Close() : Result{});
+  return Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
 }
 
 }  // namespace zulisim

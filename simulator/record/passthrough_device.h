@@ -28,8 +28,8 @@ class PassthroughDevice : public Device {
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection) override;
   void Release(std::uint64_t connection) override;
-  void AddObserver(OperationObserver* observer) override { narrator_.AddObserver(observer); }
-  void RemoveObserver(OperationObserver* observer) override { narrator_.RemoveObserver(observer); }
+  void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
+  void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
  private:
   class File;
@@ -37,12 +37,12 @@ class PassthroughDevice : public Device {
   // Null for a connection that is not open.
   std::shared_ptr<File> FileOf(std::uint64_t connection) const;
   int OpenFile(int flags, unsigned mode) const;
-  Result Tell(RawOperation* raw, Result result);
-  Result Close(std::uint64_t connection, bool gone);
+  Result Finish(OperationRecord* record, Result result);
+  Result Close(std::uint64_t connection, bool abandoned);
 
   const std::string path_;
   const int folder_;  // that the file was in at the beginning
-  Narrator narrator_;
+  OperationDecoder decoder_;
   mutable std::mutex mutex_;  // guards all that follows; never held during an operation
   std::map<std::uint64_t, std::shared_ptr<File>> files_;
   std::uint64_t next_ = 1;

@@ -1,20 +1,19 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "common/input_error.h"
 #include "simulator/device/client.h"
-#include "simulator/device/raw_operation.h"
-#include "simulator/scenario/scenario_file.h"
+#include "simulator/device/operation.h"
 
 namespace zulisim {
 
 // A recording is a text: a first line with the version of its form, the clients by name and GUID,
 // the operations in order of their completion, and a last line "end". What follows a "#" is a
-// comment; behind an operation it is the operation's note.
+// comment; after an operation it is the operation's note.
 //
 //   zulisim recording 1
 //   # ./driver --frames 3
@@ -40,7 +39,7 @@ namespace zulisim {
 // it is good up to the last operation of which nothing is missing.
 
 struct RecordedOperation {
-  RawOperation raw;
+  OperationRecord record;  // `start` is since the recording began; nothing is decoded
   std::uint32_t line = 0;  // where it begins
 };
 
@@ -52,13 +51,16 @@ struct Recording {
 
 class RecordingError : public std::runtime_error {
  public:
-  explicit RecordingError(const Diagnostic& diagnostic)
+  explicit RecordingError(const common::Diagnostic& diagnostic)
       : std::runtime_error(diagnostic.message), diagnostic_(diagnostic) {}
-  const Diagnostic& diagnostic() const { return diagnostic_; }
+  const common::Diagnostic& diagnostic() const { return diagnostic_; }
 
  private:
-  Diagnostic diagnostic_;
+  common::Diagnostic diagnostic_;
 };
+
+// Enough for hours.
+inline constexpr std::size_t kLongestRecording = 1 << 28;
 
 // True for the text of a recording of any version.
 bool IsRecording(const std::string& text);
@@ -66,9 +68,16 @@ bool IsRecording(const std::string& text);
 // Throws RecordingError.
 Recording ParseRecording(const std::string& text);
 
+// The pieces of a recording: what comes first, an operation with its `start` since the recording
+// began, and the last line.
 std::string RecordingHead(const std::vector<std::string>& program,
                           const std::vector<Client>& clients);
-std::string RecordingEntry(std::uint64_t number, const RawOperation& operation);
+std::string RecordingEntry(std::uint64_t number, const OperationRecord& record);
 inline constexpr const char* kRecordingEnd = "end\n";
+
+// "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
+std::string OpenFlagsText(int flags);
+// The mode of an open, or 0 where the flags give it no meaning: it is whatever lay on the stack.
+unsigned OpenMode(const OperationRecord& record);
 
 }  // namespace zulisim

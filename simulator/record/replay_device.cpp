@@ -1,19 +1,47 @@
 #include "simulator/record/replay_device.h"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <thread>
 #include <utility>
 
-#include "simulator/device/hex_lines.h"
-#include "simulator/device/raw_call.h"
+#include "common/hex.h"
+#include "common/number.h"
+#include "common/text.h"
 
 namespace zulisim {
 namespace {
 
-void CopyTo(void* buffer, const Bytes& bytes) {
-  if (buffer != nullptr && !bytes.empty()) std::memcpy(buffer, bytes.data(), bytes.size());
+// What an open asks of a device. The rest is for the process and its file table, and a kernel keeps
+// some of it to itself, so that it depends on how the program is attached.
+constexpr int kDeviceFlags = O_ACCMODE | O_APPEND | O_NONBLOCK | O_SYNC | O_DSYNC;
+
+// True when a program that passes what `b` passes does what it did in `a`.
+bool SameArguments(const OperationRecord& a, const OperationRecord& b) {
+  if (a.operation != b.operation || a.abandoned != b.abandoned) return false;
+  if (a.operation == Operation::kOpen) return ((a.openFlags ^ b.openFlags) & kDeviceFlags) == 0;
+  return a.request == b.request && a.length == b.length && a.hasBuffer == b.hasBuffer &&
+         a.input == b.input;
+}
+
+// "write 64 bytes, command 0x11"
+std::string ArgumentsText(const OperationRecord& record) {
+  if (record.abandoned) return "the end of the program without a close";
+  std::string text = OperationName(record.operation);
+  if (record.operation == Operation::kOpen) {
+    text += " " + OpenFlagsText(record.openFlags);
+    if (OpenMode(record) != 0) text += ", mode " + common::Hex(OpenMode(record));
+  }
+  if (record.operation == Operation::kIoctl) text += " " + common::Hex(record.request);
+  if (record.IsTransfer()) text += " " + common::Counted(record.length, "byte");
+  if (!record.hasBuffer) text += ", no buffer";
+  const bool isWrite = record.operation == Operation::kWrite;
+  const auto command = isWrite ? WordAt(record.input, kCommandIdOffset) : std::nullopt;
+  if (command) text += ", command " + common::Hex(*command);
+  return text;
 }
 
 std::vector<Client> ClientsOf(const Recording& recording) {
@@ -23,23 +51,23 @@ std::vector<Client> ClientsOf(const Recording& recording) {
 }  // namespace
 
 ReplayDevice::ReplayDevice(Recording recording, bool inTime)
-    : recording_(std::move(recording)), inTime_(inTime), narrator_(ClientsOf(recording_)) {
+    : recording_(std::move(recording)), inTime_(inTime), decoder_(ClientsOf(recording_)) {
   for (std::size_t i = 0; i < recording_.operations.size(); ++i) {
-    const RawOperation& raw = recording_.operations[i].raw;
-    const bool isOpen = raw.operation == Operation::kOpen;
-    (isOpen ? opens_ : streams_[raw.connection]).push_back(i);
+    const OperationRecord& record = recording_.operations[i].record;
+    const bool isOpen = record.operation == Operation::kOpen;
+    (isOpen ? opens_ : streams_[record.connection]).push_back(i);
   }
 }
 
-const RawOperation* ReplayDevice::Compared(Indices* indices, const RawOperation& got) {
+const OperationRecord* ReplayDevice::Compared(Indices* indices, const OperationRecord& got) {
   if (lost_) return nullptr;
   if (!indices->empty()) {
     const std::size_t index = indices->front();
     const RecordedOperation& expected = recording_.operations[index];
-    if (SameCall(expected.raw, got)) {
+    if (SameArguments(expected.record, got)) {
       indices->pop_front();
       ++replayed_;
-      return &expected.raw;
+      return &expected.record;
     }
     divergence_ = Divergence{expected, index + 1, got};
   } else if (recording_.cut) {
@@ -51,10 +79,10 @@ const RawOperation* ReplayDevice::Compared(Indices* indices, const RawOperation&
   return nullptr;
 }
 
-std::uint64_t ReplayDevice::Match(const RawOperation& got) {
+std::uint64_t ReplayDevice::Match(const OperationRecord& got) {
   const auto begins = [&](std::uint64_t recorded) {
     const Indices& indices = streams_[recorded];
-    return !indices.empty() && SameCall(recording_.operations[indices.front()].raw, got);
+    return !indices.empty() && SameArguments(recording_.operations[indices.front()].record, got);
   };
   auto found = std::find_if(unmatched_.begin(), unmatched_.end(), begins);
   if (found == unmatched_.end()) found = unmatched_.begin();
@@ -63,7 +91,7 @@ std::uint64_t ReplayDevice::Match(const RawOperation& got) {
   return recorded;
 }
 
-const RawOperation* ReplayDevice::Next(const RawOperation& got) {
+const OperationRecord* ReplayDevice::Next(const OperationRecord& got) {
   if (lost_) return nullptr;
   const auto found = live_.find(got.connection);
   if (found == live_.end()) return Compared(&streams_[0], got);
@@ -72,82 +100,83 @@ const RawOperation* ReplayDevice::Next(const RawOperation& got) {
   return Compared(&streams_[*found->second], got);
 }
 
-Result ReplayDevice::Answer(RawOperation* got, const RawOperation* expected,
-                            std::unique_lock<std::mutex>* lock) {
+Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expected,
+                              std::unique_lock<std::mutex>* lock) {
   if (expected != nullptr) {
     got->result = expected->result;
+    got->error = expected->error;
     got->output = expected->output;
-    got->note = expected->note;
+    got->why = expected->why;
   } else {
-    const bool isClose = got->operation == Operation::kClose;
-    got->result = isClose ? Result{} : Result{-1, ENODEV};
-    got->note = reachedCut_ ? "behind the cut of the recording" : "the program left the recording";
+    if (got->operation != Operation::kClose) {
+      got->result = -1;
+      got->error = ENODEV;
+    }
+    got->why = reachedCut_ ? "after the cut of the recording" : "the program left the recording";
     if (got->operation == Operation::kIoctl) got->output = got->input;
   }
+  const Result result{got->result, got->error};
   lock->unlock();
-  if (inTime_ && expected != nullptr) std::this_thread::sleep_for(expected->took);
-  got->took = Now() - got->start;
-  return got->result;
+  if (inTime_ && expected != nullptr) {
+    std::this_thread::sleep_for(expected->end - expected->start);
+  }
+  got->end = Now();
+  return result;
 }
 
 Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
-  RawOperation got = OpenCall(flags, mode);
+  OperationRecord got = BeginOpen(flags, mode);
   std::unique_lock<std::mutex> lock(mutex_);
-  const RawOperation* expected = Compared(&opens_, got);
-  if (expected != nullptr && expected->result.value >= 0) {
+  const OperationRecord* expected = Compared(&opens_, got);
+  if (expected != nullptr && expected->result >= 0) {
     got.connection = nextConnection_++;
     live_[got.connection] = std::nullopt;
     unmatched_.push_back(expected->connection);
   }
-  const Result result = Answer(&got, expected, &lock);
-  narrator_.Tell(got, descriptor);
+  got.descriptor = descriptor;
+  const Result result = Complete(&got, expected, &lock);
+  decoder_.Decode(got);
   return result.value < 0 ? result : Result{static_cast<std::int64_t>(got.connection), 0};
 }
 
 Result ReplayDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  RawOperation got = IoctlCall(connection, request, argument);
-  std::unique_lock<std::mutex> lock(mutex_);
-  const Result result = Answer(&got, Next(got), &lock);
-  CopyTo(argument, got.output);
-  narrator_.Tell(got);
-  return result;
+  OperationRecord got = BeginIoctl(connection, request, argument);
+  return Transfer(&got, argument);
 }
 
 Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
-  RawOperation got = ReadCall(connection, buffer, length);
-  std::unique_lock<std::mutex> lock(mutex_);
-  const Result result = Answer(&got, Next(got), &lock);
-  CopyTo(buffer, got.output);
-  narrator_.Tell(got);
-  return result;
+  OperationRecord got = BeginRead(connection, buffer, length);
+  return Transfer(&got, buffer);
 }
 
 Result ReplayDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  RawOperation got = WriteCall(connection, buffer, length);
+  OperationRecord got = BeginWrite(connection, buffer, length);
+  return Transfer(&got, nullptr);
+}
+
+Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
   std::unique_lock<std::mutex> lock(mutex_);
-  const Result result = Answer(&got, Next(got), &lock);
-  narrator_.Tell(got);
+  const Result result = Complete(got, Next(*got), &lock);
+  if (target != nullptr && !got->output.empty()) {
+    std::memcpy(target, got->output.data(), got->output.size());
+  }
+  decoder_.Decode(std::move(*got));
   return result;
 }
 
-Result ReplayDevice::Close(std::uint64_t connection) {
-  RawOperation got = CloseCall(connection);
-  std::unique_lock<std::mutex> lock(mutex_);
-  const RawOperation* expected = Next(got);
-  live_.erase(connection);
-  const Result result = Answer(&got, expected, &lock);
-  narrator_.Tell(got);
-  return result;
-}
+Result ReplayDevice::Close(std::uint64_t connection) { return Close(connection, false); }
 
-void ReplayDevice::Release(std::uint64_t connection) {
-  RawOperation got = GoneCall(connection);
+void ReplayDevice::Release(std::uint64_t connection) { Close(connection, true); }
+
+Result ReplayDevice::Close(std::uint64_t connection, bool abandoned) {
+  OperationRecord got = BeginClose(connection, abandoned);
   std::unique_lock<std::mutex> lock(mutex_);
-  if (live_.count(connection) == 0) return;
-  const RawOperation* expected = Next(got);
+  if (abandoned && live_.count(connection) == 0) return {};
+  const OperationRecord* expected = Next(got);
   live_.erase(connection);
-  Answer(&got, expected, &lock);
-  narrator_.Tell(got);
+  const Result result = Complete(&got, expected, &lock);
+  decoder_.Decode(std::move(got));
+  return result;
 }
 
 void ReplayDevice::End() {
@@ -184,19 +213,19 @@ std::string DivergenceText(const ReplayDevice::Divergence& divergence) {
     const RecordedOperation& expected = *divergence.expected;
     text = "at operation " + std::to_string(divergence.number) + " (line " +
            std::to_string(expected.line) + ")";
-    if (expected.raw.connection != 0) {
-      text += " on connection #" + std::to_string(expected.raw.connection);
+    if (expected.record.connection != 0) {
+      text += " on connection #" + std::to_string(expected.record.connection);
     }
-    text += "\n  expected  " + CallText(expected.raw);
+    text += "\n  expected  " + ArgumentsText(expected.record);
   } else {
-    text = "behind its last operation\n  expected  the end of the program";
+    text = "after its last operation\n  expected  the end of the program";
   }
   text += "\n  got       " +
-          (divergence.got ? CallText(*divergence.got) : "the end of the program") + "\n";
+          (divergence.got ? ArgumentsText(*divergence.got) : "the end of the program") + "\n";
   const bool sameKind = divergence.expected && divergence.got &&
-                        divergence.expected->raw.operation == divergence.got->operation;
+                        divergence.expected->record.operation == divergence.got->operation;
   if (sameKind) {
-    text += HexDiff(divergence.expected->raw.input, divergence.got->input);
+    text += common::HexDiff(divergence.expected->record.input, divergence.got->input);
   }
   return text;
 }

@@ -22,7 +22,7 @@ namespace zulisim {
 // threads that race for their opens find their own. From there on each operation on it must be the
 // next one of the recorded connection; operations on different connections may come in any order.
 //
-// The first operation that is not as recorded is the divergence. From there on, as behind the place
+// The first operation that is not as recorded is the divergence. From there on, as after the place
 // of a cut, the device is lost: every operation but a close fails with ENODEV.
 class ReplayDevice : public Device {
  public:
@@ -34,8 +34,8 @@ class ReplayDevice : public Device {
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection) override;
   void Release(std::uint64_t connection) override;
-  void AddObserver(OperationObserver* observer) override { narrator_.AddObserver(observer); }
-  void RemoveObserver(OperationObserver* observer) override { narrator_.RemoveObserver(observer); }
+  void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
+  void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
   // Tells the device that the program has ended: what it left undone is a divergence as well.
   void End();
@@ -43,7 +43,7 @@ class ReplayDevice : public Device {
   struct Divergence {
     std::optional<RecordedOperation> expected;  // nothing: the recording had come to its end
     std::size_t number = 0;                     // of `expected` in the recording, from 1 on
-    std::optional<RawOperation> got;            // nothing: the program had come to its end
+    std::optional<OperationRecord> got;         // nothing: the program had come to its end
   };
   std::optional<Divergence> FirstDivergence() const;
   // The program came to where the recording is cut.
@@ -53,17 +53,20 @@ class ReplayDevice : public Device {
  private:
   using Indices = std::deque<std::size_t>;
 
+  // Performs an ioctl, read or write; what it delivers goes to `target`, which may be null.
+  Result Transfer(OperationRecord* got, void* target);
+  Result Close(std::uint64_t connection, bool abandoned);
   // All of these are called with the lock held.
-  const RawOperation* Next(const RawOperation& got);
-  std::uint64_t Match(const RawOperation& got);
-  const RawOperation* Compared(Indices* indices, const RawOperation& got);
-  // Answers `got` as recorded, or with the failure behind a divergence.
-  Result Answer(RawOperation* got, const RawOperation* expected,
-                std::unique_lock<std::mutex>* lock);
+  const OperationRecord* Next(const OperationRecord& got);
+  std::uint64_t Match(const OperationRecord& got);
+  const OperationRecord* Compared(Indices* indices, const OperationRecord& got);
+  // Completes `got` as recorded, or with the failure after a divergence, and releases the lock.
+  Result Complete(OperationRecord* got, const OperationRecord* expected,
+                  std::unique_lock<std::mutex>* lock);
 
   const Recording recording_;
   const bool inTime_;
-  Narrator narrator_;
+  OperationDecoder decoder_;
 
   mutable std::mutex mutex_;  // guards all that follows
   Indices opens_;

@@ -3,14 +3,14 @@
 #include <strings.h>
 
 #include <algorithm>
-#include <stdexcept>
 
-#include "simulator/scenario/values.h"
+#include "common/input_error.h"
+#include "common/text.h"
 
 namespace zulisim {
 namespace {
 
-Reply Answer(const ReplyRule& rule, const Bytes& request) {
+Reply ReplyTo(const ReplyRule& rule, const Bytes& request) {
   if (rule.silent) return {};
   Reply reply = EchoReply(request, rule.status);
   if (rule.body) {
@@ -24,6 +24,12 @@ Reply Answer(const ReplyRule& rule, const Bytes& request) {
 
 }  // namespace
 
+std::vector<std::string> ClientNames(const Scenario& scenario) {
+  std::vector<std::string> names;
+  for (const Client& client : scenario.clients) names.push_back(client.name);
+  return names;
+}
+
 Client* FindClient(Scenario* scenario, const std::string& name) {
   const auto found = std::find_if(
       scenario->clients.begin(), scenario->clients.end(),
@@ -34,15 +40,14 @@ Client* FindClient(Scenario* scenario, const std::string& name) {
 Client& ClientOf(Scenario* scenario, const std::string& name) {
   Client* client = FindClient(scenario, name);
   if (client != nullptr) return *client;
-  std::vector<std::string> known;
-  for (const Client& candidate : scenario->clients) known.push_back(candidate.name);
-  const std::string hint = NearestHint(name, known);
-  throw std::invalid_argument(Quoted(name) + " is no client; known are " + Listed(known) + hint);
+  const std::vector<std::string> known = ClientNames(*scenario);
+  throw common::InputError(common::Quoted(name) + " is not a client; known are " +
+                           common::Joined(known) + common::NearestHint(name, known));
 }
 
 void Apply(const Scenario& scenario, Engine* engine) {
   for (const ReplyRule& rule : scenario.replies) {
-    const Responder responder = [rule](const Bytes& request) { return Answer(rule, request); };
+    const Responder responder = [rule](const Bytes& request) { return ReplyTo(rule, request); };
     if (rule.command) {
       engine->SetResponder(rule.client, *rule.command, responder);
     } else {

@@ -17,7 +17,7 @@ struct ReplyRule {
   std::string client;
   std::optional<std::uint32_t> command;
   std::uint32_t status = 0;
-  std::optional<Bytes> body;  // replaces the request's body behind the header
+  std::optional<Bytes> body;  // replaces the request's body after the header
   std::optional<Bytes> privateData;
   std::chrono::microseconds latency{0};
   bool silent = false;  // no reply at all
@@ -31,9 +31,10 @@ struct Scenario {
   std::vector<std::string> files;  // that it was read from
 };
 
+std::vector<std::string> ClientNames(const Scenario& scenario);
 // The client of that name, in either case of letters, or null.
 Client* FindClient(Scenario* scenario, const std::string& name);
-// The same, or std::invalid_argument with the names that there are.
+// The same, or InputError with the names that there are.
 Client& ClientOf(Scenario* scenario, const std::string& name);
 
 // Tells `engine`, which was made with the scenario's clients, about replies and faults. Throws

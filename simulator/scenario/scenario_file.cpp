@@ -1,25 +1,20 @@
 #include "simulator/scenario/scenario_file.h"
 
-#include <sys/stat.h>
-
 #include <algorithm>
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <fstream>
 #include <limits>
 #include <map>
-#include <stdexcept>
 #include <utility>
 
-#include "common/text_file.h"
+#include "common/input.h"
+#include "common/number.h"
+#include "common/text.h"
 #include "simulator/scenario/toml_section.h"
 #include "simulator/scenario/values.h"
 
 namespace zulisim {
 namespace {
 
-constexpr std::int64_t kMaxWord = std::numeric_limits<std::uint32_t>::max();
 constexpr std::int64_t kMinStatus = std::numeric_limits<std::int32_t>::min();
 
 // Far apart, so that faults of one file do not strike together.
@@ -27,7 +22,7 @@ constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 
 class Reader {
  public:
-  Reader(std::string folder, Scenario* scenario, std::vector<Diagnostic>* diagnostics)
+  Reader(std::string folder, Scenario* scenario, std::vector<common::Diagnostic>* diagnostics)
       : folder_(std::move(folder)), scenario_(scenario), diagnostics_(diagnostics) {}
 
   void Read(const toml::table& root) {
@@ -55,14 +50,16 @@ class Reader {
     if (name->empty()) return section.Report("name", "a client's name is not empty");
     const auto [place, isNew] = clientLines_.emplace(*name, section.line());
     if (!isNew) {
-      return section.Report("name", "the client " + Quoted(*name) + " is described in line " +
-                                        std::to_string(place->second) + " already");
+      return section.Report("name", "the client " + common::Quoted(*name) +
+                                        " is described in line " + std::to_string(place->second) +
+                                        " already");
     }
     Client* client = FindClient(scenario_, *name);
     if (client == nullptr) {
       if (!section.Has("guid")) {
-        return section.Report("name", "the client " + Quoted(*name) + " is new and needs a 'guid'" +
-                                          NearestHint(*name, ClientNames()));
+        return section.Report("name", "the client " + common::Quoted(*name) +
+                                          " is new and needs a 'guid'" +
+                                          common::NearestHint(*name, ClientNames(*scenario_)));
       }
       scenario_->clients.emplace_back();
       client = &scenario_->clients.back();
@@ -80,7 +77,7 @@ class Reader {
   void SetGuid(const Guid& guid, Client* client) {
     for (const Client& other : scenario_->clients) {
       if (&other == client || other.guid != guid) continue;
-      throw std::invalid_argument("the GUID is that of the client " + Quoted(other.name));
+      throw common::InputError("the GUID is that of the client " + common::Quoted(other.name));
     }
     client->guid = guid;
   }
@@ -94,12 +91,12 @@ class Reader {
     if (!section.Has("client")) section.Report("", "a reply needs a 'client'");
     section.WithText(
         "client", [&](const std::string& name) { rule.client = ClientOf(scenario_, name).name; });
-    if (const auto command = section.Integer("command", 0, kMaxWord)) {
+    if (const auto command = section.Integer("command", 0, common::kMaxWord)) {
       rule.command = static_cast<std::uint32_t>(*command);
     }
     // A status is signed to the library, and written with its highest bit in most documents.
-    rule.status =
-        static_cast<std::uint32_t>(section.Integer("status", kMinStatus, kMaxWord).value_or(0));
+    rule.status = static_cast<std::uint32_t>(
+        section.Integer("status", kMinStatus, common::kMaxWord).value_or(0));
     rule.body = Content(&section, "body");
     rule.privateData = Content(&section, "private");
     section.WithText("latency",
@@ -125,19 +122,16 @@ class Reader {
   std::optional<Bytes> Content(TomlSection* section, const std::string& key) {
     std::optional<Bytes> bytes;
     const std::string fileKey = key + "-file";
-    section->WithText(key, [&](const std::string& text) { bytes = ParseHex(text, "a " + key); });
+    section->WithText(key, [&](const std::string& text) { bytes = ParseBytes("a " + key, text); });
     section->WithText(fileKey, [&](const std::string& name) {
-      try {
-        const std::string path = std::filesystem::path(folder_) / name;
-        const std::string content = ReadFile(path, kLongestMessage);
-        scenario_->files.push_back(path);
-        bytes = Bytes(content.begin(), content.end());
-      } catch (const std::runtime_error& error) {
-        throw std::invalid_argument(error.what());
-      }
+      const std::string path = std::filesystem::path(folder_) / name;
+      const std::string content = common::ReadInput(path, kLongestMessage);
+      scenario_->files.push_back(path);
+      bytes = Bytes(content.begin(), content.end());
     });
     if (section->Has(key) && section->Has(fileKey)) {
-      section->Report(fileKey, "either " + Quoted(key) + " or " + Quoted(fileKey) + ", not both");
+      section->Report(fileKey, "either " + common::Quoted(key) + " or " + common::Quoted(fileKey) +
+                                   ", not both");
     }
     return bytes;
   }
@@ -181,7 +175,8 @@ class Reader {
     } else if (at != nullptr && at->is_string()) {
       section->WithText("at", [&](const std::string& text) { when = ParseOccurrences(text); });
     } else if (at != nullptr && at->is_integer()) {
-      when.first = static_cast<std::uint64_t>(section->Integer("at", 1, kMaxWord).value_or(1));
+      when.first =
+          static_cast<std::uint64_t>(section->Integer("at", 1, common::kMaxWord).value_or(1));
       when.times = 1;
     } else if (at != nullptr) {
       section->ReportType("at", "an integer, or a text such as '3-5' or '3-'");
@@ -206,7 +201,7 @@ class Reader {
     }
     section->WithText(
         "errno", [&](const std::string& text) { fault->effect = ErrnoFault{ParseErrno(text)}; });
-    if (const auto count = section->Integer("short", 0, kMaxWord)) {
+    if (const auto count = section->Integer("short", 0, common::kMaxWord)) {
       fault->effect = ShortCount{static_cast<std::size_t>(*count)};
     }
     const toml::node* lose = section->Node("lose");
@@ -223,7 +218,7 @@ class Reader {
   void ReadLoss(const toml::table& table, Fault* fault) {
     TomlSection section(table, "a loss", {"opens", "errno", "drop-replies"}, diagnostics_);
     DeviceLoss loss;
-    if (const auto opens = section.Integer("opens", 0, kMaxWord)) {
+    if (const auto opens = section.Integer("opens", 0, common::kMaxWord)) {
       loss.failingOpens = static_cast<std::uint64_t>(*opens);
     }
     section.WithText("errno",
@@ -245,15 +240,9 @@ class Reader {
     return earlier.first <= last(later) && later.first <= last(earlier);
   }
 
-  std::vector<std::string> ClientNames() const {
-    std::vector<std::string> names;
-    for (const Client& client : scenario_->clients) names.push_back(client.name);
-    return names;
-  }
-
   const std::string folder_;
   Scenario* scenario_;
-  std::vector<Diagnostic>* diagnostics_;
+  std::vector<common::Diagnostic>* diagnostics_;
   std::uint64_t seed_ = 0;
   std::uint64_t seeds_ = 0;
   std::map<std::string, std::uint32_t> clientLines_;
@@ -263,44 +252,36 @@ class Reader {
 
 }  // namespace
 
-std::string DiagnosticText(const std::string& file, const Diagnostic& diagnostic) {
-  return file + ":" + std::to_string(diagnostic.line) + ":" + std::to_string(diagnostic.column) +
-         ": " + diagnostic.message;
-}
-
-std::vector<Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
-                                     Scenario* scenario) {
-  std::vector<Diagnostic> diagnostics;
+std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
+                                             Scenario* scenario) {
+  std::vector<common::Diagnostic> diagnostics;
   Scenario changed = *scenario;
   try {
     const toml::table root = toml::parse(text);
     Reader(folder, &changed, &diagnostics).Read(root);
   } catch (const toml::parse_error& error) {
     const auto place = error.source().begin;
-    return {{place.line, place.column, "no TOML: " + std::string(error.description())}};
+    return {{place.line, place.column, "not valid TOML: " + std::string(error.description())}};
   }
-  std::stable_sort(diagnostics.begin(), diagnostics.end(),
-                   [](const Diagnostic& a, const Diagnostic& b) { return a.line < b.line; });
+  std::stable_sort(
+      diagnostics.begin(), diagnostics.end(),
+      [](const common::Diagnostic& a, const common::Diagnostic& b) { return a.line < b.line; });
   if (diagnostics.empty()) *scenario = std::move(changed);
   return diagnostics;
 }
 
-std::vector<Diagnostic> ReadScenarioFile(const std::string& path, Scenario* scenario) {
+std::vector<common::Diagnostic> ReadScenarioFile(const std::string& path, Scenario* scenario) {
   const std::string folder = std::filesystem::path(path).parent_path().string();
-  return ReadScenario(ReadFile(path, kMaxTextFile), folder, scenario);
+  return ReadScenario(common::ReadInput(path), folder, scenario);
 }
 
 void AddScenarioFile(const std::string& path, Scenario* scenario) {
-  try {
-    std::string text;
-    for (const Diagnostic& diagnostic : ReadScenarioFile(path, scenario)) {
-      text += (text.empty() ? "" : "\n") + DiagnosticText(path, diagnostic);
-    }
-    if (!text.empty()) throw std::invalid_argument(text);
-    scenario->files.push_back(path);
-  } catch (const std::runtime_error& error) {
-    throw std::invalid_argument(error.what());
+  std::vector<std::string> mistakes;
+  for (const common::Diagnostic& each : ReadScenarioFile(path, scenario)) {
+    mistakes.push_back(common::DiagnosticText(path, each));
   }
+  if (!mistakes.empty()) throw common::InputError(common::Joined(mistakes, "\n"));
+  scenario->files.push_back(path);
 }
 
 }  // namespace zulisim

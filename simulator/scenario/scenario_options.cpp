@@ -1,18 +1,17 @@
 #include "simulator/scenario/scenario_options.h"
 
-#include <limits>
-#include <stdexcept>
 #include <utility>
 #include <vector>
 
+#include "common/input_error.h"
+#include "common/number.h"
+#include "common/text.h"
 #include "simulator/scenario/values.h"
 
 namespace zulisim {
 namespace {
 
-constexpr std::uint64_t kMaxWord = std::numeric_limits<std::uint32_t>::max();
-
-[[noreturn]] void Fail(const std::string& message) { throw std::invalid_argument(message); }
+[[noreturn]] void Fail(const std::string& message) { throw common::InputError(message); }
 
 // Splits at the first separator; the second part is missing when there is none.
 std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text, char at) {
@@ -33,11 +32,11 @@ std::vector<std::string> Split(const std::string& text, char at) {
 }
 
 // OPERATION:WHEN into a fault without its effect.
-Fault Strike(const std::string& text) {
+Fault FaultAt(const std::string& text) {
   const auto [name, when] = SplitOnce(text, ':');
   Fault fault;
   fault.operation = ParseOperation(name);
-  if (!when) Fail("which " + name + " is missing, as in " + Quoted(name + ":3"));
+  if (!when) Fail("which " + name + " is missing, as in " + common::Quoted(name + ":3"));
   const Occurrences occurrences = ParseOccurrences(*when);
   fault.first = occurrences.first;
   fault.times = occurrences.times;
@@ -62,14 +61,14 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
   } else if (name == "status" && value) {
     rule->status = ParseStatus(*value);
   } else if (name == "body" && value) {
-    rule->body = ParseHex(*value, "a body");
+    rule->body = ParseBytes("a body", *value);
   } else if (name == "private" && value) {
-    rule->privateData = ParseHex(*value, "private data");
+    rule->privateData = ParseBytes("private data", *value);
   } else if (name == "latency" && value) {
     rule->latency = ParseDuration(*value);
   } else {
-    Fail(Quoted(field) +
-         " is no part of a reply; status:N, body:HEX, private:HEX, latency:TIME or "
+    Fail(common::Quoted(field) +
+         " is not part of a reply; status:N, body:HEX, private:HEX, latency:TIME or "
          "silent is expected");
   }
 }
@@ -77,13 +76,14 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
 void SetLossField(const std::string& field, DeviceLoss* loss) {
   const auto [name, value] = SplitOnce(field, '=');
   if (name == "opens" && value) {
-    loss->failingOpens = ParseNumber(*value, kMaxWord, "the number of failing opens");
+    loss->failingOpens = common::RequireNumber("the number of failing opens", *value);
   } else if (name == "errno" && value) {
     loss->openError = ParseErrno(*value);
   } else if (name == "drop-replies" && !value) {
     loss->keepReplies = false;
   } else {
-    Fail(Quoted(field) + " is no part of a loss; opens=N, errno=ERRNO or drop-replies is expected");
+    Fail(common::Quoted(field) +
+         " is not part of a loss; opens=N, errno=ERRNO or drop-replies is expected");
   }
 }
 
@@ -92,17 +92,19 @@ void SetLossField(const std::string& field, DeviceLoss* loss) {
 void AddClientOption(const std::string& text, Scenario* scenario) {
   const auto [name, fields] = SplitOnce(text, ':');
   Client& client = ClientOf(scenario, name);
-  if (!fields) Fail("what to set is missing, as in " + Quoted(name + ":max=4096,version=1"));
+  if (!fields)
+    Fail("what to set is missing, as in " + common::Quoted(name + ":max=4096,version=1"));
   for (const std::string& field : Split(*fields, ',')) {
     const auto [key, value] = SplitOnce(field, '=');
     if (key == "max" && value) {
       client.maxMessageLength = static_cast<std::uint32_t>(
-          ParseNumber(*value, kLongestMessage, "the maximum message length"));
+          common::RequireNumber("the maximum message length", *value, kLongestMessage));
     } else if (key == "version" && value) {
       client.protocolVersion =
-          static_cast<std::uint8_t>(ParseNumber(*value, 255, "the protocol version"));
+          static_cast<std::uint8_t>(common::RequireNumber("the protocol version", *value, 255));
     } else {
-      Fail(Quoted(field) + " is no property of a client; max=BYTES or version=N is expected");
+      Fail(common::Quoted(field) +
+           " is not a property of a client; max=BYTES or version=N is expected");
     }
   }
 }
@@ -112,9 +114,9 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
   const auto [name, command] = SplitOnce(target, ':');
   ReplyRule rule;
   rule.client = ClientOf(scenario, name).name;
-  if (!command) Fail("the command is missing, as in " + Quoted(name + ":0x10=status:0"));
+  if (!command) Fail("the command is missing, as in " + common::Quoted(name + ":0x10=status:0"));
   if (*command != "*")
-    rule.command = static_cast<std::uint32_t>(ParseNumber(*command, kMaxWord, "a command"));
+    rule.command = static_cast<std::uint32_t>(common::RequireNumber("a command", *command));
   for (const std::string& field : Split(fields, ',')) SetReplyField(field, &rule);
   if (rule.silent && (rule.status != 0 || rule.body || rule.privateData || rule.latency.count())) {
     Fail("a silent client sends nothing; leave out either 'silent' or the rest");
@@ -123,22 +125,22 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
 }
 
 void AddFaultOption(const std::string& text, Scenario* scenario) {
-  const auto [strike, error] = Assignment(text, "OPERATION:WHEN=ERRNO");
-  Fault fault = Strike(strike);
+  const auto [place, error] = Assignment(text, "OPERATION:WHEN=ERRNO");
+  Fault fault = FaultAt(place);
   fault.effect = ErrnoFault{ParseErrno(error)};
   Add(fault, scenario);
 }
 
 void AddShortOption(const std::string& text, Scenario* scenario) {
-  const auto [strike, count] = Assignment(text, "OPERATION:WHEN=BYTES");
-  Fault fault = Strike(strike);
-  fault.effect = ShortCount{ParseNumber(count, kMaxWord, "a byte count")};
+  const auto [place, count] = Assignment(text, "OPERATION:WHEN=BYTES");
+  Fault fault = FaultAt(place);
+  fault.effect = ShortCount{common::RequireNumber("a byte count", count)};
   Add(fault, scenario);
 }
 
 void AddLossOption(const std::string& text, Scenario* scenario) {
-  const auto [strike, fields] = SplitOnce(text, ',');
-  Fault fault = Strike(strike);
+  const auto [place, fields] = SplitOnce(text, ',');
+  Fault fault = FaultAt(place);
   DeviceLoss loss;
   if (fields) {
     for (const std::string& field : Split(*fields, ',')) SetLossField(field, &loss);

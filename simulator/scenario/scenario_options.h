@@ -7,8 +7,8 @@
 namespace zulisim {
 
 // The instructions of a command line. Each adds what its text says to the scenario, or throws
-// std::invalid_argument with a message that names the text and what would be right. Numbers are
-// decimal, or hexadecimal behind "0x"; names count in either case of letters.
+// InputError with a message that names the text and what would be right. Numbers are
+// decimal, or hexadecimal after "0x"; names count in either case of letters.
 //
 // TIME is a number with its unit, as in "1.5ms". WHEN picks operations of a kind, counted from 1:
 // "3", "3-5", or "3-" for the third and all after.

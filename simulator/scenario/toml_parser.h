@@ -12,7 +12,7 @@
 #include <toml++/impl/preprocessor.h>
 
 // Its tables of characters take some for impossible that a file may well hold, outside quotes or
-// behind a backslash: these are simply not in the table.
+// after a backslash: these are simply not in the table.
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

@@ -1,10 +1,10 @@
 #include "simulator/scenario/toml_section.h"
 
 #include <algorithm>
-#include <stdexcept>
 #include <utility>
 
-#include "simulator/scenario/values.h"
+#include "common/input_error.h"
+#include "common/text.h"
 
 namespace zulisim {
 namespace {
@@ -28,22 +28,22 @@ const char* TypeName(toml::node_type type) {
   }
 }
 
-Diagnostic At(const toml::source_region& place, std::string message) {
+common::Diagnostic At(const toml::source_region& place, std::string message) {
   return {place.begin.line, place.begin.column, std::move(message)};
 }
 
 }  // namespace
 
 TomlSection::TomlSection(const toml::table& table, std::string what, std::vector<std::string> keys,
-                         std::vector<Diagnostic>* diagnostics)
+                         std::vector<common::Diagnostic>* diagnostics)
     : table_(table), what_(std::move(what)), diagnostics_(diagnostics) {
   for (const auto& [key, node] : table_) {
     const std::string name(key.str());
     if (std::find(keys.begin(), keys.end(), name) != keys.end()) continue;
-    const std::string hint = NearestHint(name, keys);
+    const std::string hint = common::NearestHint(name, keys);
     diagnostics_->push_back(
-        At(key.source(), "unknown key " + Quoted(name) + " in " + what_ +
-                             (hint.empty() ? "; known are " + Listed(keys) : hint)));
+        At(key.source(), "unknown key " + common::Quoted(name) + " in " + what_ +
+                             (hint.empty() ? "; known are " + common::Joined(keys) : hint)));
   }
 }
 
@@ -53,7 +53,7 @@ void TomlSection::Report(const std::string& key, const std::string& message) {
 }
 
 void TomlSection::ReportType(const std::string& key, const std::string& expected) {
-  Report(key, Quoted(key) + " of " + what_ + " is " + expected + ", not " +
+  Report(key, common::Quoted(key) + " of " + what_ + " is " + expected + ", not " +
                   TypeName(table_.get(key)->type()));
 }
 
@@ -69,7 +69,8 @@ std::optional<std::int64_t> TomlSection::Integer(const std::string& key, std::in
   }
   const std::int64_t value = **node->as_integer();
   if (value >= lowest && value <= highest) return value;
-  Report(key, Quoted(key) + " of " + what_ + " is " + range + ", not " + std::to_string(value));
+  Report(key,
+         common::Quoted(key) + " of " + what_ + " is " + range + ", not " + std::to_string(value));
   return std::nullopt;
 }
 
@@ -112,13 +113,11 @@ std::vector<const toml::table*> TomlSection::Tables(const std::string& key) {
 
 void TomlSection::WithText(const std::string& key,
                            const std::function<void(const std::string&)>& action) {
-  if (const auto text = Text(key)) Try(key, [&] { action(*text); });
-}
-
-void TomlSection::Try(const std::string& key, const std::function<void()>& action) {
+  const auto text = Text(key);
+  if (!text) return;
   try {
-    action();
-  } catch (const std::invalid_argument& error) {
+    action(*text);
+  } catch (const common::InputError& error) {
     Report(key, error.what());
   }
 }

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/scenario/scenario_file.h"
+#include "common/input_error.h"
 #include "simulator/scenario/toml_parser.h"
 
 namespace zulisim {
@@ -17,7 +17,7 @@ class TomlSection {
  public:
   // `what` names the table in a text, as in "a reply".
   TomlSection(const toml::table& table, std::string what, std::vector<std::string> keys,
-              std::vector<Diagnostic>* diagnostics);
+              std::vector<common::Diagnostic>* diagnostics);
 
   bool Has(const std::string& key) const { return table_.contains(key); }
   // Each gives nothing for a key that is missing, and for one that it has reported.
@@ -30,10 +30,8 @@ class TomlSection {
   std::vector<const toml::table*> Tables(const std::string& key);
   const toml::node* Node(const std::string& key) const { return table_.get(key); }
 
-  // Runs `action` on the text of `key`, if there is one; a std::invalid_argument is reported there.
+  // Runs `action` on the text of `key`, if there is one; an InputError is reported there.
   void WithText(const std::string& key, const std::function<void(const std::string&)>& action);
-  // Runs `action`; a std::invalid_argument is reported at `key`, or at the table without it.
-  void Try(const std::string& key, const std::function<void()>& action);
 
   void Report(const std::string& key, const std::string& message);
   void ReportType(const std::string& key, const std::string& expected);
@@ -42,7 +40,7 @@ class TomlSection {
  private:
   const toml::table& table_;
   const std::string what_;
-  std::vector<Diagnostic>* diagnostics_;
+  std::vector<common::Diagnostic>* diagnostics_;
 };
 
 }  // namespace zulisim

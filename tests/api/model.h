@@ -1,82 +1,172 @@
 #pragma once
 
-#include <functional>
+#include <unistd.h>
 
-#include "tests/api/model_state.h"
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "tests/api/traps.h"
+#include "tests/support/library_test.h"
 
 namespace test {
 
+// A fault for one call: operations `first` to `first + times - 1` of a kind, counted from 0 within
+// the call, fail with `error`; ENODEV means that the device is lost, kShort that the message is
+// cut.
+struct CallFault {
+  zulisim::Operation operation;
+  unsigned first, times;
+  int error;
+};
+constexpr int kShort = -1;
+constexpr unsigned kShortCount = 8;  // bytes: the status of a reply is beyond
+
+// What is wrong with a request, as a sum.
+enum Shape : unsigned {
+  kNullInput = 1,
+  kNullOutput = 2,
+  kShortInput = 4,
+  kShortOutput = 8,
+  kNullPrivateData = 16,
+  kNullPrivateLength = 32
+};
+
+struct Request {
+  unsigned inputLength() const { return shape & kShortInput ? 15 : 32; }
+  unsigned outputLength() const { return shape & kShortOutput ? 15 : 32; }
+
+  uint32_t command;
+  unsigned shape;
+  bool wrapper;  // the private data asks for one
+};
+
+// Of this command the client is one without a session.
+constexpr uint32_t kForeignCommand = 0xBADC;
+
+// What the library's own exception says.
+struct Refusal : std::runtime_error {
+  Refusal(uint32_t given, const std::string& text)
+      : std::runtime_error("KALO Exception 0x" + Hex(given) + " " + text), status(given) {}
+  uint32_t status;
+};
+
 // The library as its rules describe it: the state that it exports, its sessions and connections,
-// and what it tells. Each entry point predicts its status and its transcript; it is called after
-// the library's own, since the library chooses the address of a session that it opens.
-class Model : public StateModel {
+// what they do on the device, and how many lines each function tells. Each entry point predicts its
+// status; it is called after the library's own, since the library chooses the address of a session.
+// What the lines say is in golden/.
+class Model {
  public:
-  using StateModel::StateModel;
+  struct Session {
+    const void* address = nullptr;
+    bool live = true;
+    std::string client;
+    bool open = false, bound = false, lost = false;
+    unsigned pending = 0;  // messages in the device; exact while there is one session
+    int32_t errorStatus = -1;
+    std::string errorText;
+  };
+  explicit Model(bool traces) : traced(traces) {}
+
+  static const void* AddressOf(const Session* session) {
+    return session == nullptr ? nullptr : session->address;
+  }
+  // The session that lives at an address now.
+  Session* LiveAt(const void* address) {
+    for (const auto& session : sessions) {
+      if (session->live && session->address == address) return session.get();
+    }
+    return nullptr;
+  }
+
+  void Begin() {
+    for (unsigned& count : occurrences_) count = 0;
+    told.clear();
+    handle = kUnwritten;
+    sinks = 0;
+    privateLength = 0;
+  }
+
+  const bool traced;
+  bool negative = false;  // how the device answers
+
+  // Of the next call.
+  std::vector<CallFault> faults;
+  Trap trap = {};
+
+  // Of the last call: the functions that logged, a line each, amid the operations of the device;
+  // what the handle variable holds; how many sinks came, and how many bytes of private data.
+  Lines told;
+  static inline void* const kUnwritten = reinterpret_cast<void*>(0x5A5A);
+  const void* handle = nullptr;
+  size_t sinks = 0;
+  unsigned privateLength = 0;
+
+  StateSnapshot want;  // sessions apart
+  size_t descriptors = 0;
+  std::vector<std::unique_ptr<Session>> sessions;
+  Session *a = nullptr, *b = nullptr, *fenu = nullptr;
 
   uint32_t KaloStateInit(const KALO_STATE_INIT_PARAMS* params) {
-    Say("KaloStateInit", {"Executing call to KaloStateInit() API..."});
+    Say("KaloStateInit", 2);
     if (params != nullptr) {
       want->firmwareApiVersion = params->firmwareApiVersion;
       want->stateInitFlag = params->stateInitOption == 1;
     }
-    Say("KaloStateInit", {"Call to KaloInit() API completed successfully."});
     return 0;
   }
 
   uint32_t KaloInit3() {
     ++sinks;
-    Say("KaloInit3", {"Executing call to KaloInit3() API ..."});
+    Say("KaloInit3");
     Session* pending = nullptr;
+    bool set = true;
     try {
       if (want->kaloRefCountA == 0) {
         a = pending = Open("KALO", gKaloDllState.kaloSessionA);
         handle = a->address;
         want->sessionBShared = want->stateInitFlag;
         ++want->kaloRefCountA;
-        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle), CountA()});
       } else if (want->firmwareApiVersion == 0x30002) {
         handle = AddressOf(a);
         ++want->kaloRefCountA;
-        Say("KaloInit3", {"KALO DREM Handle A " + Pointer(handle), CountA("with FW API_32 ")});
       } else if (want->firmwareApiVersion == 0x30000 && want->kaloRefCountB == 0) {
         b = pending = Open("KALO", gKaloDllState.kaloSessionB);
         handle = b->address;
         ++want->kaloRefCountB;
-        Say("KaloInit3", {"KALO DREM Handle B with FW API_30 " + Pointer(handle), CountB(k30)});
       } else if (want->firmwareApiVersion == 0x30000) {
         ++(want->sessionBShared ? want->kaloRefCountB : want->kaloRefCountA);
         handle = AddressOf(want->sessionBShared ? b : a);
-        Say("KaloInit3", {CountA(k30), CountB(k30)});
       } else {
-        Say("KaloInit3", {"Error - FW version is not set "});
+        set = false;
       }
+      Say("KaloInit3", set ? 2 : 1);
       RefuseIf(want->kaloInterfaceVersion != 0 && want->kaloInterfaceVersion != 3, 5,
                "Previous provisioning attempt failed.");
     } catch (const std::runtime_error& error) {
       Destroy(pending);
-      Say("KaloInit3", {"Call to KaloInit3() API failed.", error.what()});
+      Say("KaloInit3", 2);
       return Record(1, error, kNoContext);
     }
     want->kaloInterfaceVersion = 3;
-    Say("KaloInit3", {"Call to KaloInit3() API completed successfully. ",
-                      "Returned DREM Handle " + Pointer(handle)});
+    Say("KaloInit3", 2);
     return 0;
   }
 
   uint32_t StartIoEx3(Session* session, const Request& request) {
-    Say("StartIoEx3", {"Executing call to StartIoEx3() API...",
-                       "CpSession: " + Pointer(AddressOf(session)) + "\n",
-                       "InputBufferLength: " + std::to_string(request.inputLength()) + "\n",
-                       "OutputBufferLength: " + std::to_string(request.outputLength()) + "\n"});
+    Say("StartIoEx3", 4);
     try {
       RefuseIf(session == nullptr, 2, "Invalid CP session handle");
       CheckPointers(request);
-      if (request.wrapper.empty()) {
+      if (request.wrapper) {
+        Say("StartIoEx3");
+      } else {
         Spring(Point::kIoMessage);
         CheckLengths(request);
-        Exchange(*session, request.command);
-      } else {
-        Say("StartIoEx3", {"IoctlWrapper handle " + request.wrapper + " call\n"});
+        Exchange(*session, request);
       }
     } catch (const std::runtime_error& error) {
       const uint32_t status = Record(1, error, AddressOf(session));
@@ -84,50 +174,50 @@ class Model : public StateModel {
         session->errorStatus = static_cast<int32_t>(want->apiErrorCode);
         session->errorText = error.what();
       }
-      const std::string kind = CodeOf(error) != kNoCode ? "Kalo" : "General";
-      Say("StartIoEx3", {kind + " Exception : Call to StartIoEx3() API failed.", error.what()});
+      Say("StartIoEx3", 2);
       return status;
     }
-    Say("StartIoEx3", {"Call to StartIoEx3() API completed successfully."});
+    Say("StartIoEx3");
     return 0;
   }
 
   uint32_t StartIo3(Session* session, const Request& request) {
-    Say("StartIo3", {"Executing call to StartIo3() API..."});
+    Say("StartIo3");
     const uint32_t status = StartIoEx3(session, request);
-    Say("StartIo3", {status == 0 ? "Call to StartIo3() API completed successfully."
-                                 : "Call to StartIo3() API failed."});
+    Say("StartIo3");
     return status;
   }
 
   uint32_t KaloCleanup3(const void* released) {
     uint32_t status = 0;
-    Say("KaloCleanup3", {"Executing call to KaloCleanup3() API...", CountA()});
+    Say("KaloCleanup3", 2);
     if (released == AddressOf(a) && DropReference(a, want->kaloRefCountA, status)) {
       want->sessionBShared = false;
     }
-    Say("KaloCleanup3", {CountA(), CountB()});
+    Say("KaloCleanup3", 2);
     if (released == AddressOf(b)) DropReference(b, want->kaloRefCountB, status);
-    Say("KaloCleanup3", {CountB(), Ended("KaloCleanup3", status)});
+    Say("KaloCleanup3", 2);
     return status;
   }
 
   uint32_t KaloInit() {
+    Trace("KaloInit");
     handle = nullptr;  // the field is the handle variable
-    return InitOnce("KaloInit", {"802", "810", "820", "814"}, a, [this] { return KaloInit3(); });
+    const uint32_t status = a != nullptr ? 0 : KaloInit3();
+    Trace("KaloInit");
+    return status;
   }
 
   uint32_t KaloCleanup() {
     uint32_t status = 0;
-    Trace("KaloCleanup:", {"830: Executing call to KaloCleanup() API...", "832: " + CountA()});
+    Trace("KaloCleanup", 2);
     if (a != nullptr && DropReference(a, want->kaloRefCountA, status)) {
       want->sessionBShared = false;
       a = nullptr;
     }
-    Trace("KaloCleanup:", {"848: " + CountA(), "850: " + CountB()});
+    Trace("KaloCleanup", 2);
     if (b != nullptr && DropReference(b, want->kaloRefCountB, status)) b = nullptr;
-    Trace("KaloCleanup:",
-          {"862: " + CountB(), (status == 0 ? "866: " : "870: ") + Ended("KaloCleanup", status)});
+    Trace("KaloCleanup", 2);
     return status;
   }
 
@@ -141,10 +231,7 @@ class Model : public StateModel {
       RefuseIf(session == nullptr || !session->live, 6,
                "StartIoEx() called before Init() or after Cleanup() API");
     } catch (const std::runtime_error& error) {
-      const bool refused = CodeOf(error) != kNoCode;
-      Trace(refused ? "StartIoEx:1025" : "StartIoEx:1041",
-            {Ended(refused ? "StartIoEx" : "FenuInit3", 1)});
-      Trace(refused ? "StartIoEx:1026" : "StartIoEx:1042", {error.what()});
+      Trace("StartIoEx", 2);
       // Before a session is selected none is, and that equals a KALO session that is not there.
       return Record(a != nullptr ? 3 : 2, error, nullptr);
     }
@@ -152,62 +239,83 @@ class Model : public StateModel {
   }
 
   uint32_t FenuInit3() {
-    Trace("FenuInit3:660", {"Executing call to FenuInit3() API..."});
-    if (want->fenuInterfaceVersion == 0) {
-      try {
+    Trace("FenuInit3");
+    try {
+      if (want->fenuInterfaceVersion == 0) {
         fenu = Open("FENU", gKaloDllState.fenuSession);
-      } catch (const std::runtime_error& error) {
-        const bool refused = CodeOf(error) != kNoCode;
-        Trace(refused ? "FenuInit3:688" : "FenuInit3:698", {Ended("FenuInit3", 1)});
-        Trace(refused ? "FenuInit3:689" : "FenuInit3:699", {error.what()});
-        return Record(1, error, kNoContext);
+        want->fenuInterfaceVersion = 3;
+        Trace("FenuInit3");
       }
-      want->fenuInterfaceVersion = 3;
-      Trace("FenuInit3:", {"676: KALO FeNu DREM Handle " + Pointer(fenu->address),
-                           "677: KALO FeNu DREM Ref Cnt " + Hex(++want->fenuRefCount)});
-    } else if (want->fenuInterfaceVersion == 3) {
-      Trace("FenuInit3:682", {"KALO FeNu DREM Ref Cnt " + Hex(++want->fenuRefCount)});
+    } catch (const std::runtime_error& error) {
+      Trace("FenuInit3", 2);
+      return Record(1, error, kNoContext);
+    }
+    if (want->fenuInterfaceVersion == 3) {
+      ++want->fenuRefCount;
+      Trace("FenuInit3");
     }
     handle = AddressOf(fenu);
-    Trace("FenuInit3:709", {"Call to FenuInit3() API completed successfully. "});
+    Trace("FenuInit3");
     return 0;
   }
 
   uint32_t FenuCleanup3(Session* released) {
     uint32_t status = 0;
-    Trace("FenuCleanup3:",
-          {"721: Executing call to FenuCleanup3() API... ", "723: " + CountFenu()});
+    Trace("FenuCleanup3", 2);
     if (DropReference(released, want->fenuRefCount, status)) want->fenuInterfaceVersion = 0;
-    Trace("FenuCleanup3:", {"734: " + CountFenu(),
-                            (status == 0 ? "738: " : "742: ") + Ended("FenuCleanup3", status)});
+    Trace("FenuCleanup3", 2);
     return status;
   }
 
   uint32_t FenuInit() {
-    return InitOnce("FenuInit", {"881", "888", "899", "892"}, fenu, [this] { return FenuInit3(); });
+    Trace("FenuInit");
+    const uint32_t status = fenu != nullptr ? 0 : FenuInit3();
+    Trace("FenuInit");
+    return status;
   }
 
   uint32_t FenuCleanup() {
     uint32_t status = 0;
-    Trace("FenuCleanup:", {"909: Executing call to FenuCleanup() API...", "911: " + CountFenu()});
+    Trace("FenuCleanup", 2);
     if (want->fenuRefCount == 0 || --want->fenuRefCount == 0) {
       status = SessionCleanup(fenu);
       fenu = nullptr;
     }
-    Trace("FenuCleanup:", {"927: " + CountFenu(),
-                           (status == 0 ? "931: " : "935: ") + Ended("FenuCleanup", status)});
+    Trace("FenuCleanup", 2);
     return status;
   }
 
  private:
-  // Tags: on entry, after the opening, when a session was there, and on failure.
-  uint32_t InitOnce(const std::string& name, const Lines& tags, const Session* present,
-                    const std::function<uint32_t()>& init) {
-    Trace(name + ":" + tags[0], {"Executing call to " + name + "() API..."});
-    const uint32_t status = present != nullptr ? 0 : init();
-    const size_t tag = status != 0 ? 3 : present != nullptr ? 2 : 1;
-    Trace(name + ":" + tags[tag], {Ended(name, status)});
-    return status;
+  using Operation = zulisim::Operation;
+  static constexpr uint32_t kNoCode = 0xFFFFFFFF;
+  static inline const void* const kNoContext = reinterpret_cast<const void*>(0xDEADBEEFull);
+
+  void Say(const char* function, size_t lines = 1) { told.insert(told.end(), lines, function); }
+  void Trace(const char* function, size_t lines = 1) {
+    if (traced) Say(function, lines);
+  }
+
+  uint32_t Record(uint32_t source, const std::runtime_error& error, const void* context) {
+    const auto* refusal = dynamic_cast<const Refusal*>(&error);
+    char* const texts[] = {want->apiErrorText, want->kaloErrorText, want->fenuErrorText};
+    uint32_t* const codes[] = {&want->apiErrorCode, &want->kaloErrorCode, &want->fenuErrorCode};
+    std::strcpy(texts[source - 1], error.what());
+    *codes[source - 1] = refusal != nullptr ? refusal->status : kNoCode;
+    want->lastErrorSource = source;
+    want->lastErrorProcessId = static_cast<uint32_t>(getpid());
+    if (source == 1) want->lastErrorContext = const_cast<void*>(context);
+    return refusal != nullptr ? refusal->status : 1;
+  }
+
+  static void RefuseIf(bool wrong, uint32_t status, const char* text) {
+    if (wrong) throw Refusal(status, text);
+  }
+  static void CheckPointers(const Request& request) {
+    RefuseIf(request.shape & (kNullInput | kNullOutput), 2, "Invalid In or Out Buffer pointer");
+  }
+  static void CheckLengths(const Request& request) {
+    RefuseIf(request.shape & kShortInput, 3, "Input buffer < kalo header size");
+    RefuseIf(request.shape & kShortOutput, 4, "Output buffer < kalo header size");
   }
 
   // True when it was the last reference, whose session goes.
@@ -216,6 +324,129 @@ class Model : public StateModel {
     status = SessionCleanup(session);
     return true;
   }
+
+  void Spring(Point point) {
+    if (!trap.Springs(point)) return;
+    if (trap.kind == Trap::kRefuse) throw Refusal(0x4D, "refused");
+    if (trap.kind == Trap::kBreak) throw std::runtime_error("IoControl() not implemented");
+    throw 42;
+  }
+
+  Session* Open(const std::string& client, const ClientSession* const& field) {
+    Spring(Point::kConnectClient);
+    auto session = std::make_unique<Session>();
+    session->client = client;
+    Connect(*session);
+    Trace("CpDremSession");
+    session->address = field;
+    if (LiveAt(field) != nullptr) told.push_back("a live session's address, given out again");
+    sessions.push_back(std::move(session));
+    return sessions.back().get();
+  }
+
+  void Destroy(Session* session) {
+    if (session == nullptr) return;
+    session->live = false;
+    Disconnect(*session);
+    Trace("~CpDremSession");
+  }
+
+  uint32_t SessionCleanup(Session* session) {
+    if (session == nullptr || !session->live) return 0;
+    try {
+      Spring(Point::kDisconnectAllClients);
+    } catch (const std::runtime_error& error) {
+      Destroy(session);
+      Say("SessionCleanup");
+      return 1;
+    }
+    Destroy(session);
+    return 0;
+  }
+
+  void Exchange(Session& session, const Request& request) {
+    Trace("IoMessage");
+    if (!session.open) return Trace("IoMessage", 2);
+    Transfer(Operation::kWrite, session, "Error writing message to ZULI.");
+    Trace("IoMessage");
+    session.pending += negative ? 2 : 1;
+    const bool whole = Transfer(Operation::kRead, session, "Error reading message from ZULI.");
+    --session.pending;
+    if (negative && whole) {
+      Trace("IoMessage");
+      if ((request.shape & (kNullPrivateData | kNullPrivateLength)) == 0) {
+        const char* const text = "Error reading TEV private data";
+        privateLength = Transfer(Operation::kRead, session, text) ? 16 : kShortCount;
+        --session.pending;
+      }
+      Trace("IoMessage");
+    }
+    Trace("IoMessage");
+  }
+
+  // False when the message was cut.
+  bool Transfer(Operation operation, Session& session, const char* text) {
+    const char* const function = operation == Operation::kRead ? "ReadFromZuli" : "WriteToZuli";
+    for (int attempt = 1;; ++attempt) {
+      const int error = Operate(operation, session);
+      Trace(function);
+      if (error <= 0) return error == 0;
+      if (error == ENODEV) {
+        Disconnect(session);
+        Connect(session);
+        if (attempt < 5) continue;
+      }
+      Trace("IoMessage", 5);
+      throw std::runtime_error(text);
+    }
+  }
+
+  void Connect(Session& session) {
+    session.open = session.bound = session.lost = false;
+    const int refused = Operate(Operation::kOpen, session);
+    Trace("Connect");
+    if (refused != 0) throw std::runtime_error("Cannot open ZULI device.");
+    ++descriptors;
+    session.open = true;
+    if (Operate(Operation::kIoctl, session) == 0) return;
+    Trace("Connect");
+    session.pending = 0;
+    throw std::runtime_error("Cannot connect to ZULI device.");
+  }
+
+  // What waits in a lost device is handed to the next connection.
+  void Disconnect(Session& session) {
+    const int error = session.open ? Operate(Operation::kClose, session) : EBADF;
+    if (session.open) --descriptors;
+    if (!session.lost) session.pending = 0;
+    if (error != 0) Trace("Disconnect");
+  }
+
+  // The errno that an operation meets, 0 when it succeeds, kShort when it does so in part.
+  int Operate(Operation operation, Session& session) {
+    int error = 0;
+    const unsigned occurrence = occurrences_[static_cast<int>(operation)]++;
+    for (const CallFault& fault : faults) {
+      if (fault.operation != operation || occurrence - fault.first >= fault.times) continue;
+      error = fault.error;
+      break;
+    }
+    if (error == ENODEV) {
+      for (const auto& each : sessions) each->lost = true;
+      session.lost = true;
+    } else if (error == 0 && session.lost && operation != Operation::kClose) {
+      error = ENODEV;
+    } else if (error == 0 && operation == Operation::kWrite && !session.bound) {
+      error = ENOTCONN;
+    }
+    if (operation == Operation::kIoctl && error == 0) session.bound = true;
+    told.push_back("<" + std::string(OperationName(operation)) +
+                   (session.bound ? " " + session.client : "") +
+                   (error <= 0 ? "" : " " + zulisim::ErrnoName(error)) + ">");
+    return error;
+  }
+
+  unsigned occurrences_[zulisim::kOperationCount] = {};
 };
 
 }  // namespace test

@@ -11,26 +11,22 @@ namespace test {
 // One call of a sequence.
 struct Step {
   unsigned call;
-  unsigned argument;  // chooses handle, command, version, ...
-  unsigned shape;
-  unsigned tag;
-  std::vector<CallFault> faults;
-  Trap trap;
+  unsigned argument = 0;  // chooses handle, command, version, ...
+  unsigned shape = 0;
+  unsigned tag = 0;
+  std::vector<CallFault> faults = {};
+  Trap trap = {};
 };
 using Sequence = std::vector<Step>;
 
-// Private data and its length on entry; what they ask for, if anything.
+// Private data and its length on entry, and whether they ask for a wrapper.
 inline constexpr struct {
   const char* data;
   unsigned int length;
-  const char* wrapper;
-} kTags[] = {{"", 16, ""},
-             {"IOCTLHND", 9, "allocation"},
-             {"IOCTLFRE", 9, "free"},
-             {"IOCTLHNDx", 9, "allocation"},
-             {"IOCTLHNX", 9, ""},
-             {"IOCTLHND", 8, ""},
-             {"IOCTLFRE", 10, ""}};
+  bool wrapper;
+} kTags[] = {{"", 16, false},         {"IOCTLHND", 9, true},  {"IOCTLFRE", 9, true},
+             {"IOCTLHNDx", 9, true},  {"IOCTLHNX", 9, false}, {"IOCTLHND", 8, false},
+             {"IOCTLFRE", 10, false}, {"IOCTLFR", 9, false}};
 
 // What a step hands to the entry point and to the model.
 struct Arguments {
@@ -40,15 +36,16 @@ struct Arguments {
     values = {kVersions[n % 4], n / 4 % 4};
     if (n >= 56) params = nullptr;
     request = {kCommands[n % 5], step.shape, kTags[step.tag].wrapper};
-    plain = {request.command, request.shape, ""};
-    input = Message(request.command, 32, kRequestWords[2], kRequestWords[0], kRequestWords[3]);
-    output = Message(kReplyWords[1], 32, kReplyWords[2], kReplyWords[0], kReplyWords[3]);
+    plain = {request.command, request.shape | kNullPrivateData, false};
+    input = Message(request.command);
     in = request.shape & kNullInput ? nullptr : input.data();
     out = request.shape & kNullOutput ? nullptr : output.data();
     inLength = request.inputLength();
     outLength = request.outputLength();
-    std::strcpy(reinterpret_cast<char*>(data), kTags[step.tag].data);
-    length = kTags[step.tag].length;
+    std::strcpy(reinterpret_cast<char*>(privateData.data()), kTags[step.tag].data);
+    data = request.shape & kNullPrivateData ? nullptr : privateData.data();
+    length = request.shape & kNullPrivateLength ? nullptr : &privateLength;
+    privateLength = kTags[step.tag].length;
     // Live sessions, or null, may be used; those destroyed may be given to KaloCleanup3 as well.
     const size_t known = model.sessions.size(), chosen = n % (known + 1);
     if (chosen != known) released = const_cast<void*>(model.sessions[chosen]->address);
@@ -75,11 +72,9 @@ struct Arguments {
   const unsigned n;
   KALO_STATE_INIT_PARAMS values, *params = &values;
   Request request, plain;
-  Bytes input, output;
-  unsigned char *in, *out;
-  unsigned inLength, outLength;
-  unsigned char data[16] = {};
-  unsigned int length;
+  Bytes input, output = Bytes(32), privateData = Bytes(16);
+  unsigned char *in, *out, *data;
+  unsigned inLength, outLength, privateLength, *length;
   void* released = nullptr;
   Model::Session* live;
   void* used;
@@ -97,7 +92,7 @@ inline const struct {
      [](auto& a) { return a.model.KaloInit3(); }},
     {"StartIoEx3",
      [](auto& a) {
-       return StartIoEx3(a.used, a.in, a.inLength, a.out, a.outLength, a.data, &a.length);
+       return StartIoEx3(a.used, a.in, a.inLength, a.out, a.outLength, a.data, a.length);
      },
      [](auto& a) { return a.model.StartIoEx3(a.live, a.request); }},
     {"StartIo3", [](auto& a) { return StartIo3(a.used, a.in, a.inLength, a.out, a.outLength); },
@@ -108,7 +103,7 @@ inline const struct {
     {"KaloCleanup", [](auto&) { return KaloCleanup(); },
      [](auto& a) { return a.model.KaloCleanup(); }},
     {"StartIoEx",
-     [](auto& a) { return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, &a.length); },
+     [](auto& a) { return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, a.length); },
      [](auto& a) { return a.model.StartIoEx(a.request); }},
     {"StartIo", [](auto& a) { return StartIo(a.in, a.inLength, a.out, a.outLength); },
      [](auto& a) { return a.model.StartIoEx(a.plain); }},
@@ -124,16 +119,15 @@ inline const struct {
      [](auto& a) { return a.model.StartIoEx3(nullptr, a.plain); }},
     // Other code.
     {"gKaloDllState =", [](auto& a) { return a.WriteState(); }, [](auto&) { return 0; }}};
-inline const unsigned kWriteState = std::size(kCalls) - 1;
+enum Call : unsigned { kKaloStateInit, kKaloInit3, kStartIoEx3, kFenuInit3 = 9, kWriteState = 14 };
 
 inline std::string Describe(const Sequence& sequence) {
   std::ostringstream text;
   for (const Step& step : sequence) {
     text << "  " << kCalls[step.call].name << " #" << step.argument << " shape=" << step.shape
          << ' ' << kTags[step.tag].data;
-    for (const CallFault& fault : step.faults) {
-      text << ", " << zulisim::ErrnoName(fault.error) << " at " << OperationName(fault.operation)
-           << " +" << fault.first << " x" << fault.times;
+    for (const auto& [operation, first, times, error] : step.faults) {
+      text << ", " << OperationName(operation) << " +" << first << " x" << times << ": " << error;
     }
     if (step.trap.point != Point::kNone) {
       text << ", exception " << step.trap.kind << " at point " << static_cast<int>(step.trap.point)
@@ -150,7 +144,7 @@ inline Sequence RandomSequence(std::mt19937& random) {
   for (Step& step : sequence) {
     step.call = below(std::size(kCalls));
     // Other code writes the state now and then only.
-    if (step.call == kWriteState && below(3) != 0) step.call = 1;
+    if (step.call == kWriteState && below(3) != 0) step.call = kKaloInit3;
     step.argument = below(64);
     step.shape = below(3) != 0 ? 0 : below(16);
     step.tag = below(2) != 0 ? 0 : below(std::size(kTags));

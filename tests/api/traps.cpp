@@ -5,7 +5,7 @@
 
 #include <dlfcn.h>
 
-#include "tests/api/model_state.h"
+#include "tests/api/model.h"
 #include "transport/kalo_exception.h"
 
 test::Trap test::trap;

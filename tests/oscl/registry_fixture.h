@@ -7,5 +7,5 @@
 class RegistryFixture : public FileFixture {
  private:
   zulisim::Engine engine_;
-  const zulisim::Attachment attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
+  const zulisim::InProcessDevice attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
 };

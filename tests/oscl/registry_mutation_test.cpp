@@ -55,9 +55,29 @@ class Mutator {
 
   void MutateLine() {
     using namespace std::string_view_literals;
-    const std::string other = OneOfOrLong(
-        {"", " ", "[KEY]", "[VALUE]", "[KEY] ", "[VALUE]\r", "0x", "-1", "3", "1\0x"sv, "\0"sv,
-         "\0 v"sv, "99999999999999999999", "\v\f", "0x1 trailing", "%s%n", "\xFF\xA0"});
+    const std::string other = OneOfOrLong({"",
+                                           " ",
+                                           "[KEY]",
+                                           "[VALUE]",
+                                           "[KEY] ",
+                                           "[VALUE]\r",
+                                           "0x",
+                                           "-1",
+                                           "3",
+                                           "1\0x"sv,
+                                           "\0"sv,
+                                           "\0 v"sv,
+                                           "99999999999999999999",
+                                           "-99999999999999999999",
+                                           "9223372036854775808",
+                                           "+5",
+                                           "+-5",
+                                           "-0X1",
+                                           "+0xg",
+                                           "\v\f",
+                                           "0x1 trailing",
+                                           "%s%n",
+                                           "\xFF\xA0"});
     const auto place = lines_.begin() + Below(lines_.size());
     const uint32_t how = Below(6);
     if (how == 0) std::swap(*place, lines_[Below(lines_.size())]);

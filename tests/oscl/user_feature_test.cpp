@@ -1,6 +1,7 @@
 #include <fcntl.h>
 
 #include <cstring>
+#include <regex>
 #include <tuple>
 
 #include "oscl/registry.h"
@@ -82,6 +83,33 @@ TEST_F(UserFeatureTest, strings_are_written_as_far_as_they_go) {
   value.size = 0;
   EXPECT_EQ(OSCL_UserFeature_WriteValueMultiString(1, &value), 0u);
   EXPECT_NE(Stored().find("\ttext \n\t\t\t7 \n\t\t\t \n"), std::string::npos) << "a single NUL";
+}
+
+TEST_F(UserFeatureTest, of_two_strings_the_first_can_be_read_back) {
+  char first[] = "one", second[] = "second";
+  UserFeatureString strings[] = {{first, 3}, {second, 6}};
+  UserFeatureValue value = {const_cast<char*>("text"), USER_FEATURE_MULTI_STRING, {}, 2, 0};
+  value.data.strings = strings;
+  EXPECT_EQ(OSCL_UserFeature_WriteValueMultiString(1, &value), 0u);
+  EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), 13u) << "as it was rewritten";
+  Store(std::regex_replace(std::regex_replace(Stored(), std::regex(" \n"), "\n"),
+                           std::regex("\t7\n"), "\t1\n"));
+  EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), S_OK);
+  ASSERT_EQ(key_.values->size, 1u);
+  EXPECT_STREQ(key_.values->data.strings[0].text, "one");
+}
+
+TEST_F(UserFeatureTest, clearing_keeps_a_number_which_a_missing_value_leaves) {
+  EXPECT_EQ(Read("none", USER_FEATURE_NUMBER64_A), S_OK);
+  key_.values->data.number64 = 0x100000007;
+  EXPECT_EQ(OSCL_UserFeature_ClearValue(key_.values), S_OK);
+  EXPECT_EQ(key_.values->name, nullptr);
+  EXPECT_EQ(Read("none", USER_FEATURE_NUMBER32_A), S_OK);
+  EXPECT_EQ(key_.values->data.number64, 0x100000007u);
+  EXPECT_EQ(Read("none", USER_FEATURE_MULTI_STRING), E_FAIL);
+  EXPECT_EQ(key_.values->data.strings, nullptr) << "the number is no pointer";
+  EXPECT_EQ(OSCL_UserFeature_DeleteValues(&key_), S_OK);
+  EXPECT_EQ(OSCL_UserFeature_Cleanup(nullptr, &key_), S_OK);
 }
 
 TEST_F(UserFeatureTest, a_watch_starts_again_and_its_end_closes_descriptor_1) {

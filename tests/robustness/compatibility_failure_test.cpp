@@ -168,7 +168,7 @@ class CompatibilityFailure : public testing::Test {
   const std::string folder_ = MakeFolder();
   const std::string file_ = folder_ + "/file";
   zulisim::Engine engine_;
-  zulisim::Attachment attachment_{engine_, {{"/etc/vrel_registry.txt", folder_ + "/registry"}}};
+  zulisim::InProcessDevice attachment_{engine_, {{"/etc/vrel_registry.txt", folder_ + "/registry"}}};
   faults::Tally tally_;
   unsigned char data_[32] = {};
   unsigned int length_ = 0;
@@ -251,6 +251,30 @@ TEST_F(CompatibilityFailure, is_told_and_leaves_nothing_behind) {
   }
   EXPECT_EQ(reached.size(), std::size(kCalls));
   faults::Print(tally_);
+}
+
+TEST_F(CompatibilityFailure, leaves_the_code_of_its_errno) {
+  ASSERT_TRUE(faults::Install());
+  OSVERSIONINFO info;
+  const auto version = [&] { return CodeUnless(GetVersionEx(&info) == 1); };
+  const std::pair<const char*, std::function<uint32_t()>> calls[] = {
+      {"open", [&] { return UseFile(); }},
+      {"fstat", [&] { return UseFile(); }},
+      {"read", [&] { return UseFile(); }},
+      {"write", [&] { return UseFile(); }},
+      {"lseek", [&] { return UseFile(); }},
+      {"dlopen", UseModule},
+      {"fopen", version}};
+  const std::pair<int, uint32_t> codes[] = {
+      {ENOENT, 5}, {EEXIST, 4}, {EINVAL, 2}, {EROFS, 6}, {EACCES, 16}};
+  for (const auto& [name, call] : calls) {
+    for (const auto& [error, code] : codes) {
+      Reset();
+      faults::Arm(name, 1, error);
+      EXPECT_EQ(call(), kFailed + code) << name;
+      EXPECT_TRUE(faults::Disarm());
+    }
+  }
 }
 
 }  // namespace

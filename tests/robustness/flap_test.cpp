@@ -104,7 +104,7 @@ class FlapTest : public testing::Test {
   }
 
   zulisim::Engine engine_{{zulisim::DefaultClients(), false}};
-  zulisim::Attachment attachment_;
+  zulisim::InProcessDevice attachment_;
   std::array<SumSink*, 2> sinks_{};
   std::mutex driversMutex_;
   std::mutex mutex_;

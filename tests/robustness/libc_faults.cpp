@@ -32,6 +32,7 @@ bool counting = false;
 bool struck = false;
 std::string armedCall;
 uint32_t callsLeft = 0;
+int armedError = 0;
 pthread_mutex_t* refused = nullptr;
 int unlocksAfterRefusal = 0;
 
@@ -48,7 +49,7 @@ class Outside {
 bool Fails(const char* call) {
   if (!counting || armedCall != call || struck) return false;
   struck = --callsLeft == 0;
-  if (struck) errno = EIO;
+  if (struck) errno = armedError;
   return struck;
 }
 
@@ -107,7 +108,10 @@ FILE* Fopen(const char* path, const char* mode) {
 }
 
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
-  return Fails("fread") ? 0 : fread(buffer, size, count, file);
+  if (!Fails("fread")) return fread(buffer, size, count, file);
+  // What a stream for reading is given to write marks it as failed.
+  fputc(0, file);
+  return 0;
 }
 size_t Fwrite(const void* buffer, size_t size, size_t count, FILE* file) {
   return Fails("fwrite") ? 0 : fwrite(buffer, size, count, file);
@@ -220,7 +224,8 @@ bool Install() {
   return found;
 }
 
-void Arm(const std::string& call, uint32_t number) {
+void Arm(const std::string& call, uint32_t number, int error) {
+  armedError = error;
   armedCall = call;
   callsLeft = number;
   struck = false;

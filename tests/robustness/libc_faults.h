@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cerrno>
 #include <cstdint>
 #include <map>
 #include <string>
@@ -14,9 +15,9 @@ namespace faults {
 bool Install();
 
 // From here to Disarm calls count, and the one with that number (from 1 on) of `call` fails with
-// EIO. What releases something releases it all the same, as libc's calls do. operator new counts as
+// `error`. What releases something releases it all the same, as libc's calls do. operator new counts as
 // malloc, and mutexes have "lock" and "unlock".
-void Arm(const std::string& call, uint32_t number);
+void Arm(const std::string& call, uint32_t number, int error = EIO);
 // True when the failure has struck.
 bool Disarm();
 

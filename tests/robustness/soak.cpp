@@ -69,7 +69,7 @@ class Soak {
   }
 
   zulisim::Engine engine_{{zulisim::DefaultClients(), false}};
-  zulisim::Attachment attachment_;
+  zulisim::InProcessDevice attachment_;
   void* handle_ = nullptr;
 };
 

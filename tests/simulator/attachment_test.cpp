@@ -45,15 +45,15 @@ TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
   char byte = 0;
   {
     Engine engine;
-    Attachment attachment(engine);
-    EXPECT_THROW(Attachment second(engine), std::logic_error);
+    InProcessDevice attachment(engine);
+    EXPECT_THROW(InProcessDevice second(engine), std::logic_error);
     left = Connected();
   }
   EXPECT_EQ(ErrorOf(write(left, &byte, 1)), ENODEV);
   EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), ENOENT);
   // Its number is not given out again, and its mark means nothing to the next engine.
   Engine other;
-  Attachment attachment(other);
+  InProcessDevice attachment(other);
   EXPECT_NE(Connected(), left);
   EXPECT_EQ(ErrorOf(read(left, &byte, 1)), ENODEV);
   EXPECT_EQ(close(left), 0);
@@ -64,7 +64,7 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   char folder[] = "/tmp/attachment.XXXXXX";
   const std::string log = mkdtemp(folder) + std::string("/log");
   Engine engine;
-  Attachment attachment(engine, {{"/data/Marvoleth.log", log}});
+  InProcessDevice attachment(engine, {{"/data/Marvoleth.log", log}});
   std::ofstream("/data//Marvoleth.log", std::ios::app) << "line";
   struct stat status {};
   EXPECT_EQ(stat("/data/Marvoleth.log", &status), 0);
@@ -94,7 +94,7 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   struct stat byPath {};
   EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
   EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
-  // A number that was closed behind the hooks is not taken for the device.
+  // A number that was closed without the hooks is not taken for the device.
   syscall(SYS_close, descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);
@@ -102,7 +102,7 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
 
 TEST(AttachmentTest, duplicates_share_one_open_file) {
   Engine engine;
-  Attachment attachment(engine);
+  InProcessDevice attachment(engine);
   const int first = Connected();
   const int second = dup(first);
   const int third = fcntl(first, F_DUPFD_CLOEXEC, 100);
@@ -135,11 +135,12 @@ TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {
     engine.LoseDevice();
     throw std::runtime_error("stuck");
   });
-  Attachment attachment(engine);
+  InProcessDevice attachment(engine);
   const int descriptor = Connected();
   char buffer[8] = {};
   EXPECT_EQ(write(descriptor, buffer, 8), 8);
-  EXPECT_EQ(TranscriptLine(engine.Records().back(), {true, true}),
+  const common::Colours colours{"", "", "\033[33m", "", "", "\033[0m"};
+  EXPECT_EQ(TranscriptLine(engine.Records().back(), {colours, true}),
             "\033[33m   3  #1     KALO  write    8 bytes  command 0x0  "
             "(the client stays silent: stuck)\033[0m");
   EXPECT_EQ(ErrorOf(read(descriptor, buffer, 8)), ENODEV);

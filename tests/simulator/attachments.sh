@@ -64,7 +64,7 @@ suite replayed replay --device $device recording
 holds out "all $operations operations of 'recording' were replayed"
 head -c -20 recording >cut
 expect 123 "$zulisim" replay -q cut -- "$here/exchange_suite.sh" "$program" "$kaloctl"
-holds out "cut behind operation $((operations - 1))"
+holds out "cut after operation $((operations - 1))"
 expect 124 "$zulisim" replay -q --device $device recording -- "$program" open connect write:65 exit
 holds out 'expected  write 64 bytes, command 0x10$'
 holds out 'got       write 65 bytes, command 0x10$'
@@ -141,7 +141,7 @@ holds out "is above 1044480"
 expect 125 run --fault open:1=ENOSYS -- true
 holds out "does not pass ENOSYS of open"
 expect 125 "$zulisim" serve --fuse mount
-holds out "no regular file"
+holds out "not a regular file"
 [ -e /dev/cuse ] || { expect 125 "$zulisim" serve --cuse; holds out "modprobe cuse"; }
 
 [ "$failures" -eq 0 ]

@@ -69,7 +69,7 @@ std::string Verdict(const std::string& text, const std::function<void(ReplayDevi
     const auto divergence = device.FirstDivergence();
     return divergence ? DivergenceText(*divergence) : "";
   } catch (const RecordingError& error) {
-    return DiagnosticText("", error.diagnostic());
+    return common::DiagnosticText("", error.diagnostic());
   }
 }
 
@@ -77,7 +77,7 @@ TEST(RecordingTest, reads_as_it_was_written_and_matches_connections_by_what_they
   const Recording recording = ParseRecording(kText);
   std::string text = RecordingHead({"./a\nb", "#1", "\x7f"}, recording.clients);
   std::uint64_t number = 0;
-  for (const auto& each : recording.operations) text += RecordingEntry(++number, each.raw);
+  for (const auto& each : recording.operations) text += RecordingEntry(++number, each.record);
   EXPECT_EQ(text + kRecordingEnd, kText);
 
   std::string got;
@@ -108,7 +108,7 @@ TEST(RecordingTest, reports_the_first_divergence_alone) {
     device->Open(O_WRONLY, 0, 5);
   };
   EXPECT_EQ(Verdict(kText, go_on),
-            "behind its last operation\n"
+            "after its last operation\n"
             "  expected  the end of the program\n  got       open O_WRONLY\n");
 }
 
@@ -121,8 +121,8 @@ TEST(RecordingTest, is_good_up_to_wherever_it_is_cut) {
     ASSERT_GE(recording.operations.size(), most) << length;
     most = recording.operations.size();
     for (const RecordedOperation& each : recording.operations) {
-      ASSERT_EQ(each.raw.input.size(), InputSize(each.raw)) << length;
-      ASSERT_EQ(each.raw.output.size(), OutputSize(each.raw)) << length;
+      ASSERT_EQ(each.record.input.size(), each.record.InputSize()) << length;
+      ASSERT_EQ(each.record.output.size(), each.record.OutputSize()) << length;
     }
   }
   EXPECT_EQ(most, 10u);
@@ -134,15 +134,15 @@ TEST(RecordingTest, names_what_an_edit_has_broken) {
     const char* to;
     const char* message;
   } cases[] = {
-      {"recording 1", "recording 2", ":1:19: '2' is no version"},
-      {"zulisim", "zulusim", ":1:1: no recording"},
-      {"#1  write", "1  write", ":7:17: '1' is no connection"},
-      {"write 4  -> 4", "wrote 4  -> 4", ":7:21: 'wrote' is no operation; open, ioctl"},
-      {"  > 61616161", "  > 616161", ":7:1: the operation has 4 bytes behind '>', but 3 are there"},
+      {"recording 1", "recording 2", ":1:19: '2' is not a version"},
+      {"zulisim", "zulusim", ":1:1: not a recording"},
+      {"#1  write", "1  write", ":7:17: '1' is not a connection"},
+      {"write 4  -> 4", "wrote 4  -> 4", ":7:21: 'wrote' is not an operation; open, ioctl"},
+      {"  > 61616161", "  > 616161", ":7:1: the operation has 4 bytes after '>', but 3 are there"},
       {"  > 61616161", "  > 616161 6161", ":8:12: too many bytes"},
       {"  < 6869", "  < 68xx", ":12:5: a piece of a message"},
       {"read 8  -> 2", "read 1  -> 2", ":11:32: a result of 2 bytes is more than the 1"},
-      {"ENODEV", "ENODVE", ":9:33: 'ENODVE' is no errno; did you mean 'ENODEV'?"},
+      {"ENODEV", "ENODVE", ":9:33: 'ENODVE' is not a valid errno name; did you mean 'ENODEV'?"},
       {"read 8  -> 2  in 0.000000001", "read 8  -> 2", ":11:33: 'in' is missing"},
       {"#2  open", "-  open", ":6:17: an open that succeeds has a connection"},
       {"end\n", "end\nmore\n", ":21:1: nothing may follow"},

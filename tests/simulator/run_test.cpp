@@ -170,13 +170,13 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
   } cases[] = {
       {127, "run -- no_such_program", "'no_such_program' is not in any folder of PATH"},
       {127, "run -- ./no_such_program", "does not exist"},
-      {126, "run -- /etc/passwd", "no file that may be executed"},
+      {126, "run -- /etc/passwd", "is not a file that may be executed"},
       {126, "run -- ./text", "neither a program nor a script"},
       {127, "run -- ./script", "/nowhere/sh"},
       {126, "run -- /sbin/ldconfig", "statically linked"},
       {125, "run", "the program is missing"},
       {125, "run --fault read:1=EOI -- true",
-       "--fault: 'read:1=EOI': 'EOI' is no errno; did you mean 'EIO'?"},
+       "--fault: 'read:1=EOI': 'EOI' is not a valid errno name; did you mean 'EIO'?"},
       {125, "run --trace t --report ./t -- true", "named by --trace as well"},
       {125, "run true", "not expected in front of '--'"},
       {125, "run --root '' -- true", "--root: a name is expected"},
@@ -186,7 +186,7 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
       {125, "record -o /none/r --engine -- true", "'/none/r' cannot be written"},
       {125, "record -o r --from /dev/none -- true", "--engine or a scenario records"},
       {125, "record -o r --from x --lose open:1 -- true", "takes no instructions"},
-      {125, "replay /etc/passwd -- true", "/etc/passwd:1:1: no recording"},
+      {125, "replay /etc/passwd -- true", "/etc/passwd:1:1: not a recording"},
       {1, "check /etc/passwd /none " SCENARIOS "/echo.toml", "'/none' cannot be read"},
   };
   for (const auto& each : cases) {

@@ -69,8 +69,8 @@ TEST(ScenarioTest, file_is_read_in_full) {
 std::string File(const std::string& text) {
   Scenario scenario;
   std::string said;
-  for (const Diagnostic& each : ReadScenario(text, "/nowhere", &scenario)) {
-    said += DiagnosticText("", each) + "\n";
+  for (const common::Diagnostic& each : ReadScenario(text, "/nowhere", &scenario)) {
+    said += common::DiagnosticText("", each) + "\n";
   }
   EXPECT_TRUE(scenario.faults.empty() && scenario.replies.empty()) << text;
   return said;
@@ -100,17 +100,17 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
     const char* place;
     const char* message;
   } cases[] = {
-      {File, "a = ", "1:", "no TOML"},
-      {File, "about = \"\"\"\\\n \xc3\xa9\"\"\"\nseed = \xc3\xa9", "3:8", "no TOML"},
+      {File, "a = ", "1:", "not valid TOML"},
+      {File, "about = \"\"\"\\\n \xc3\xa9\"\"\"\nseed = \xc3\xa9", "3:8", "not valid TOML"},
       {File, "sede = 1", "1:1", "unknown key 'sede' in a scenario; did you mean 'seed'?"},
       {File, "reply = 1", "1:9", "write [[reply]]"},
       {File, "[[client]]\nname = 'KALA'", "2:8", "new and needs a 'guid'; did you mean 'KALO'?"},
-      {File, "[[client]]\nname = 'x'\nguid = '{12}'", "3:8", "'{12}' is no GUID"},
+      {File, "[[client]]\nname = 'x'\nguid = '{12}'", "3:8", "'{12}' is not a GUID"},
       {File, "[[client]]\nname = 'SAB'\nguid = 'FBF6FCF196CF4E2EA6A61BAB8CBE36B1'", "3:8", "KALO"},
       {File, "[[client]]\nname = 'KALO'\nmax = 2000000", "3:7", "from 0 to 1048576, not 2000000"},
       {File, "[[client]]\nname = 'KALO'\n[[client]]\nname = 'KALO'", "4:8", "line 1 already"},
       {File, "[[reply]]\nclient = 'KAL0'", "2:10", "known are KALO, FENU, SAB; did you mean 'KA"},
-      {File, "[[reply]]\nclient = 'SAB'\nbody-file = '/dev/zero'", "3:13", "no regular file"},
+      {File, "[[reply]]\nclient = 'SAB'\nbody-file = '/dev/zero'", "3:13", "at most 1048576 bytes"},
       {File, "[[reply]]\nclient = 'SAB'\nsilent = true\nstatus = 1", "4:10", "sends nothing"},
       {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "line 1 tells SAB"},
       {File, "[[fault]]\noperation = 'read'\nat = 1.5\nshort = 1", "3:6", "not a number with a p"},
@@ -130,7 +130,7 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {kFault, "read:5-4=EIO", "", "ends before it begins"},
       {kFault, "read:99999999999999999999=EIO", "", "0 to 4294967295"},
       {kShort, "ioctl:1=3", "", "only read and write"},
-      {kLoss, "read:1,", "", "'' is no part of a loss; opens=N"},
+      {kLoss, "read:1,", "", "'' is not part of a loss; opens=N"},
       {kClient, "kalo:max=1048577", "", "0 to 1048576"},
       {kReply, "kalo:1=body:abc", "", "even number"},
       {kReply, "kalo:1=private:", "", "even number"},

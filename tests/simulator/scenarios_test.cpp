@@ -47,7 +47,7 @@ std::string Send(void* handle, unsigned char command) {
 }
 
 std::string DriverMeets(zulisim::Engine* engine) {
-  const zulisim::Attachment attachment(*engine, {{"/data/Marvoleth.log", "/dev/null"}});
+  const zulisim::InProcessDevice attachment(*engine, {{"/data/Marvoleth.log", "/dev/null"}});
   KALO_STATE_INIT_PARAMS params = {0x30002, 0};
   KaloStateInit(&params);
   void* handle = nullptr;

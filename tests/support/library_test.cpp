@@ -114,9 +114,8 @@ LibraryTest::LibraryTest(zulisim::EngineOptions options)
 }
 
 LibraryTest::~LibraryTest() {
-  for (LogSink*& registered : Logger::logBase.sinks) {
-    if (registered == sink) registered = nullptr;
-  }
+  auto& sinks = Logger::logBase.sinks;
+  sinks.erase(std::remove(sinks.begin(), sinks.end(), sink), sinks.end());
   delete sink;
   std::filesystem::remove_all(folder_);
 }

@@ -94,7 +94,7 @@ class LibraryTest : public ::testing::Test {
 
  private:
   const std::string folder_;
-  zulisim::Attachment attachment_;
+  zulisim::InProcessDevice attachment_;
   std::mutex mutex_;
   Lines lines_;
 };

@@ -1,4 +1,4 @@
-#include "common/hex_text.h"
+#include "common/hex.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -12,23 +12,28 @@
 namespace kaloctl {
 namespace {
 
+using common::InputError;
+using common::LooksLikeText;
+using common::ParseHex;
+using common::ParseNumber;
+
 using testing::ElementsAre;
 using testing::HasSubstr;
 using testing::SizeIs;
 using testing::ThrowsMessage;
 
 TEST(HexText, accepts_every_usual_way_to_write_bytes) {
-  EXPECT_THAT(ParseHexText("04 00\t0a\r\nFf"), ElementsAre(0x04, 0x00, 0x0a, 0xff));
-  EXPECT_THAT(ParseHexText("0X04,0x000a:0b,"), ElementsAre(0x04, 0x00, 0x0a, 0x0b));
-  EXPECT_THAT(ParseHexText("# 11 22\n04#05\n06 # zz"), ElementsAre(0x04, 0x06));
+  EXPECT_THAT(ParseHex("04 00\t0a\r\nFf"), ElementsAre(0x04, 0x00, 0x0a, 0xff));
+  EXPECT_THAT(ParseHex("0X04,0x000a:0b,"), ElementsAre(0x04, 0x00, 0x0a, 0x0b));
+  EXPECT_THAT(ParseHex("# 11 22\n04#05\n06 # zz"), ElementsAre(0x04, 0x06));
 }
 
 TEST(HexText, names_line_column_and_character_of_an_error) {
   for (const auto& [text, error] :
-       {std::pair("04 00\n 0g", "line 2, column 3: 'g' is no hexadecimal digit"),
+       {std::pair("04 00\n 0g", "line 2, column 3: 'g' is not a hexadecimal digit"),
         {"04 0#", "line 1, column 5: a byte lacks its second digit"},
         {"0x", "line 1, column 3"}}) {
-    EXPECT_THAT([wrong = text] { ParseHexText(wrong); },
+    EXPECT_THAT([wrong = text] { ParseHex(wrong); },
                 ThrowsMessage<InputError>(HasSubstr(error)));
   }
 }

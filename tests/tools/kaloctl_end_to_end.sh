@@ -40,7 +40,7 @@ shows "errno = 25"
 expect 0 sim --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff,body:0102' \
   -- kaloctl send --command 0x10 --body --data '01 02 03' --output "$root/reply"
 shows "status -2147483647 (0x80000001)"
-shows "00 11 22 33 44 55 66 77  88 99 aa bb cc dd ee ff"
+shows "00112233 44556677 8899aabb ccddeeff"
 [ "$(od -An -v -tx1 "$root/reply" | tr -d ' \n')" = 00000000100000000100008000000000"0102" ] ||
   complain "--output: wrong bytes"
 expect 0 sim -- kaloctl send --data '11111111 22222222 33333333 44444444 55' --command 0x30001
@@ -65,9 +65,9 @@ shows "no header for --command to change"
 expect 2 sim -- kaloctl send --data "04 00" --body
 shows "for which command?"
 expect 2 sim -- kaloctl send "$root/none"
-shows "$root/none': No such file"
+shows "$root/none' cannot be read: No such file"
 expect 2 sim -- kaloctl send --command 4x
-shows "--command '4x': a number"
+shows "--command is a number from 0 to 4294967295"
 
 script 'KaloInit3 a' 'FenuInit3 f' 'FenuCleanup3 a  # the wrong session' 'StartIo3 a 4 16' \
   'KaloCleanup3 a' 'StartIoEx 4 16' 'KaloInit3 a' 'StartIoEx3 a 4 32 private'
@@ -137,7 +137,7 @@ shows "failed    round-trip"
 expect 0 sim -- kaloctl doctor --skip registry
 lacks failed
 expect 2 kaloctl frobnicate
-shows "'frobnicate' is no command: one of probe, "
+shows "unknown command 'frobnicate': one of probe, "
 expect 2 kaloctl run /dev/zero
 shows "/dev/zero': at most"
 [ ! -w /dev/full ] || expect 1 sh -c 'kaloctl state >/dev/full'

@@ -40,7 +40,7 @@ TEST(Script, names_every_wrong_line_and_word_and_what_would_be_right) {
     const char* word;
     const char* right;
   } cases[] = {
-      {"\nKaloInti3 a", "line 2: unknown call 'KaloInti3'", "did you mean KaloInit3?"},
+      {"\nKaloInti3 a", "line 2: unknown call 'KaloInti3'", "did you mean 'KaloInit3'?"},
       {"Frobnicate", "'Frobnicate'", "StartIoEx3"},
       {"StartIo3 a 4 16\nKaloInit3 a", "line 1: wrong word 'a'", "takes in an earlier line"},
       {"KaloInit3 null", "wrong word 'null'", "not null"},
@@ -56,18 +56,18 @@ TEST(Script, names_every_wrong_line_and_word_and_what_would_be_right) {
   };
   for (const auto& wrong : cases) {
     EXPECT_THAT([&] { ParseScript(wrong.script, "day"); },
-                ThrowsMessage<InputError>(AllOf(HasSubstr(wrong.word), HasSubstr(wrong.right))))
+                ThrowsMessage<common::InputError>(AllOf(HasSubstr(wrong.word), HasSubstr(wrong.right))))
         << wrong.script;
   }
 }
 
-TEST(SessionBook, forgets_a_session_when_a_new_one_takes_its_address) {
+TEST(DestroyedSessions, forgets_a_session_when_a_new_one_takes_its_address) {
   const auto session = gKaloDllState.kaloSessionA = reinterpret_cast<ClientSession*>(0x1000);
-  SessionBook book;
+  DestroyedSessions destroyed;
   for (const uint32_t count : {1, 0, 1}) {
     gKaloDllState.kaloRefCountA = count;
-    book.AfterCall(Call::kKaloInit3, nullptr);
-    EXPECT_EQ(book.Destroyed(session), count == 0);
+    destroyed.AfterCall(EntryPoint::kKaloInit3, nullptr);
+    EXPECT_EQ(destroyed.Contains(session), count == 0);
   }
 }
 

@@ -4,12 +4,12 @@
 
 namespace kaloctl {
 
-void SessionBook::AfterCall(Call call, const void* handle) {
+void DestroyedSessions::AfterCall(EntryPoint entryPoint, const void* handle) {
   const Snapshot before = last_;
-  Note();
+  Update();
   Compare(before.countA, last_.countA, before.sessionA, last_.sessionA);
   Compare(before.countB, last_.countB, before.sessionB, last_.sessionB);
-  if (call == Call::kFenuCleanup3) {
+  if (entryPoint == EntryPoint::kFenuCleanup3) {
     // It destroys the session that it was given, whichever that is.
     if (before.countFenu == 1 && handle != nullptr) destroyed_.insert(handle);
   } else if (before.sessionFenu != nullptr && last_.sessionFenu == nullptr) {
@@ -19,14 +19,14 @@ void SessionBook::AfterCall(Call call, const void* handle) {
   }
 }
 
-void SessionBook::Note() {
+void DestroyedSessions::Update() {
   const KaloDllState& state = gKaloDllState;
   last_ = {state.kaloRefCountA, state.kaloRefCountB, state.fenuRefCount, state.fenuInterfaceVersion,
            state.kaloSessionA,  state.kaloSessionB,  state.fenuSession};
 }
 
-void SessionBook::Compare(uint32_t countBefore, uint32_t countAfter, const void* before,
-                          const void* after) {
+void DestroyedSessions::Compare(uint32_t countBefore, uint32_t countAfter, const void* before,
+                                const void* after) {
   if (countBefore != 0 && countAfter == 0) destroyed_.insert(before);
   if (countBefore == 0 && countAfter != 0) destroyed_.erase(after);
 }

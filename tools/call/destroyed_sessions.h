@@ -8,15 +8,15 @@ namespace kaloctl {
 
 // Knows which sessions the calls of a script have destroyed. The exported state keeps the addresses
 // of destroyed sessions; the counts, before and after a call, tell.
-class SessionBook {
+class DestroyedSessions {
  public:
-  SessionBook() { Note(); }
+  DestroyedSessions() { Update(); }
 
   // To be called after each call with the handle that was passed, or null.
-  void AfterCall(Call call, const void* handle);
+  void AfterCall(EntryPoint entryPoint, const void* handle);
 
   // True while the address held a session that is gone, and no new one has taken it.
-  bool Destroyed(const void* session) const { return destroyed_.count(session) != 0; }
+  bool Contains(const void* session) const { return destroyed_.count(session) != 0; }
 
  private:
   // What the state held after the last call.
@@ -25,7 +25,7 @@ class SessionBook {
     const void *sessionA, *sessionB, *sessionFenu;
   };
 
-  void Note();
+  void Update();
   void Compare(uint32_t countBefore, uint32_t countAfter, const void* before, const void* after);
 
   Snapshot last_;

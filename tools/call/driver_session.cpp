@@ -6,7 +6,6 @@
 #include "transport/cp_drem_session.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr unsigned int kPrivateDataSize = 16;

@@ -6,7 +6,6 @@
 #include "log/logger.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr int32_t kTraceLevel = 100;
@@ -20,7 +19,7 @@ class CaptureSink : public LogSink {
 
   void logMessage(const char* message) override {
     // KaloInit3 lowers the level before its first line, which is an ordinary one and comes here: so
-    // the trace lines behind it are not lost.
+    // the trace lines after it are not lost.
     if (detail_ == LogCapture::Detail::kTrace) RaiseLevel();
     std::string line = message;
     while (!line.empty() && line.back() == '\n') line.pop_back();

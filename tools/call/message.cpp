@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstring>
 
-#include "common/hex_dump.h"
+#include "common/hex.h"
 #include "common/number.h"
+#include "common/text.h"
 
 namespace kaloctl {
 
@@ -24,20 +25,19 @@ void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message) {
   constexpr char kIndent[] = "  ";
   if (message.size() >= kHeaderSize) {
     const KaloMessageHeader header = transport::HeaderOf(message.data());
-    out << kIndent << "word0 " << Hex(header.word0, 8) << "  command " << Hex(header.commandId, 8)
-        << "  status " << header.status;
+    out << kIndent << "word0 " << common::Hex(header.word0, 8) << "  command "
+        << common::Hex(header.commandId, 8) << "  status " << header.status;
     if (header.status < 0) {
-      out << " (" << Hex(static_cast<uint32_t>(header.status), 8) << ")";
+      out << " (" << common::Hex(static_cast<uint32_t>(header.status), 8) << ")";
     }
-    out << "  word3 " << Hex(header.word3, 8) << '\n';
+    out << "  word3 " << common::Hex(header.word3, 8) << '\n';
   }
-  PrintHexDump(out, message.data(), message.size(), kIndent);
+  out << common::HexDump(message, kIndent);
 }
 
 std::string ReplyText(const std::vector<uint8_t>& reply) {
   if (reply.empty()) return "untouched: nothing was received";
-  const std::string size =
-      std::to_string(reply.size()) + (reply.size() == 1 ? " byte, " : " bytes, ");
+  const std::string size = common::Counted(reply.size(), "byte") + ", ";
   if (reply.size() < kHeaderSize) return size + "less than a header";
   return size + "status " + std::to_string(transport::HeaderOf(reply.data()).status);
 }
@@ -52,7 +52,7 @@ std::vector<uint8_t> ReplyBuffer::Received() const {
   return std::vector<uint8_t>(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
-// Never 0 and no two neighbours alike, nor ASCII behind the header, so that usual replies do not
+// Never 0 and no two neighbours alike, nor ASCII after the header, so that usual replies do not
 // end like it. In the header it is positive: the library looks at the status there even after a
 // shorter reply, and a negative one announces private data.
 uint8_t ReplyBuffer::FillAt(std::size_t index) {

@@ -20,7 +20,7 @@ struct RequestSource {
 
 // The request: the bytes of file or hex text, with a header in front when they are a body, and with
 // the command identifier when one was given. A command alone makes a header alone. Throws
-// InputError.
+// common::InputError.
 std::vector<uint8_t> ReadRequest(const RequestSource& source);
 
 }  // namespace kaloctl

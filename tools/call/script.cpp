@@ -7,14 +7,73 @@
 
 #include "common/input_error.h"
 #include "common/number.h"
-#include "common/printable.h"
-#include "tools/call/script_words.h"
+#include "common/text.h"
 
 namespace kaloctl {
-
 namespace {
 
+using common::InputError;
+using common::Printable;
+using common::Quoted;
+
 constexpr uint32_t kLongestMessage = 1u << 26;
+
+// What follows the name of an entry point.
+enum Argument : unsigned {
+  kNone = 0,
+  kNewHandle = 1,
+  kHandle = 2,
+  kStateInit = 4,
+  kMessage = 8,
+  kPrivateData = 16,
+};
+
+struct CallForm {
+  const char* name;
+  EntryPoint entryPoint;
+  unsigned arguments;
+};
+
+// All calls; parser, help and suggestions come from it.
+constexpr CallForm kCallForms[] = {
+    {"KaloStateInit", EntryPoint::kKaloStateInit, kStateInit},
+    {"KaloInit3", EntryPoint::kKaloInit3, kNewHandle},
+    {"StartIoEx3", EntryPoint::kStartIoEx3, kHandle | kMessage | kPrivateData},
+    {"StartIo3", EntryPoint::kStartIo3, kHandle | kMessage},
+    {"KaloCleanup3", EntryPoint::kKaloCleanup3, kHandle},
+    {"FenuInit3", EntryPoint::kFenuInit3, kNewHandle},
+    {"FenuCleanup3", EntryPoint::kFenuCleanup3, kHandle},
+    {"KaloInit", EntryPoint::kKaloInit, kNone},
+    {"StartIoEx", EntryPoint::kStartIoEx, kMessage | kPrivateData},
+    {"StartIo", EntryPoint::kStartIo, kMessage},
+    {"KaloCleanup", EntryPoint::kKaloCleanup, kNone},
+    {"FenuInit", EntryPoint::kFenuInit, kNone},
+    {"FenuCleanup", EntryPoint::kFenuCleanup, kNone},
+    {"ProvisioningStartIo", EntryPoint::kProvisioningStartIo, kMessage},
+};
+
+// How a call is written.
+std::string UsageOf(const CallForm& form) {
+  std::string text = form.name;
+  if (form.arguments & kNewHandle) text += " NAME";
+  if (form.arguments & kHandle) text += " NAME|null";
+  if (form.arguments & kStateInit) text += " VERSION OPTION, or null";
+  if (form.arguments & kMessage) text += " COMMAND LENGTH [reply=N|null] [input=null]";
+  if (form.arguments & kPrivateData) text += " [private|IOCTLHND|IOCTLFRE]";
+  return text;
+}
+
+const CallForm& FindCall(const std::string& name) {
+  std::vector<std::string> names;
+  for (const CallForm& form : kCallForms) {
+    if (form.name == name) return form;
+    names.emplace_back(form.name);
+  }
+  const std::string hint = common::NearestHint(name, names);
+  throw InputError(
+      "unknown call " + Quoted(Printable(name)) +
+      (hint.empty() ? ": one of these is expected: " + common::Joined(names, " ") : hint));
+}
 
 bool IsName(std::string_view word) {
   if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) != 0) return false;
@@ -24,61 +83,31 @@ bool IsName(std::string_view word) {
   return true;
 }
 
-std::string Quoted(std::string_view word) { return "'" + Printable(word) + "'"; }
-
 // One line. What is wrong is thrown as InputError, without the place.
 class LineParser {
  public:
   LineParser(const std::string& text, std::set<std::string>& opened) : opened_(opened) {
     std::istringstream stream(text);
     for (std::string word; stream >> word;) words_.push_back(word);
+    form_ = &FindCall(words_[0]);
     step_.text = text;
+    step_.entryPoint = form_->entryPoint;
   }
 
   ScriptStep Parse() {
-    form_ = FindCall(words_[0]);
-    if (form_ == nullptr) throw InputError(UnknownCall());
-    step_.call = form_->call;
-    switch (form_->arguments) {
-      case Arguments::kNone:
-        break;
-      case Arguments::kNewHandle:
-        ReadNewHandle();
-        break;
-      case Arguments::kHandle:
-        ReadHandle();
-        break;
-      case Arguments::kStateInit:
-        ReadStateInit();
-        break;
-      case Arguments::kHandleMessage:
-      case Arguments::kHandleMessagePrivate:
-        ReadHandle();
-        ReadMessage();
-        break;
-      case Arguments::kMessage:
-      case Arguments::kMessagePrivate:
-        ReadMessage();
-        break;
-    }
+    if (form_->arguments & kNewHandle) ReadNewHandle();
+    if (form_->arguments & kHandle) ReadHandle();
+    if (form_->arguments & kStateInit) ReadStateInit();
+    if (form_->arguments & kMessage) ReadMessage();
     if (next_ < words_.size()) Reject(words_[next_], "nothing more");
     return step_;
   }
 
  private:
-  std::string UnknownCall() const {
-    std::string text = "unknown call " + Quoted(words_[0]) + ": ";
-    if (const CallForm* nearest = NearestCall(words_[0])) {
-      return text + "did you mean " + nearest->name + "?";
-    }
-    text += "one of these is expected:";
-    for (const CallForm& form : kCallForms) text += std::string(" ") + form.name;
-    return text;
-  }
-
   [[noreturn]] void Reject(const std::string& word, const std::string& expected) const {
-    throw InputError((word.empty() ? "the line ends early" : "wrong word " + Quoted(word)) + ": " +
-                     expected + " is expected (" + UsageOf(*form_) + ")");
+    throw InputError(
+        (word.empty() ? "the line ends early" : "wrong word " + Quoted(Printable(word))) + ": " +
+        expected + " is expected (" + UsageOf(*form_) + ")");
   }
 
   // The next word, or an empty one.
@@ -121,14 +150,13 @@ class LineParser {
   void ReadMessageOption(const std::string& word) {
     constexpr char kReply[] = "reply=";
     ScriptCommand& command = step_.command;
-    const bool takesPrivate = form_->arguments == Arguments::kMessagePrivate ||
-                              form_->arguments == Arguments::kHandleMessagePrivate;
+    const bool takesPrivate = (form_->arguments & kPrivateData) != 0;
     if (word == "input=null") {
       command.nullInput = true;
     } else if (word == "reply=null") {
       command.replyLength.reset();
     } else if (word.rfind(kReply, 0) == 0) {
-      command.replyLength = Length(word.substr(std::strlen(kReply)), "the length behind reply=");
+      command.replyLength = Length(word.substr(std::strlen(kReply)), "the length after reply=");
     } else if (takesPrivate && word == "private") {
       command.privateData = PrivateData::kBuffer;
     } else if (takesPrivate && word == "IOCTLHND") {
@@ -141,17 +169,16 @@ class LineParser {
     }
   }
 
-  uint32_t Number(const std::string& word, const std::string& expected) const {
-    const std::optional<uint32_t> number = ParseNumber(word);
+  uint32_t Number(const std::string& word, const std::string& expected,
+                  uint32_t highest = common::kMaxWord) const {
+    const auto number = common::ParseNumber(word, highest);
     if (!number) Reject(word, expected);
-    return *number;
+    return static_cast<uint32_t>(*number);
   }
 
   uint32_t Length(const std::string& word, const std::string& what) const {
     const std::string expected = what + ", 0 to " + std::to_string(kLongestMessage) + ",";
-    const uint32_t length = Number(word, expected);
-    if (length > kLongestMessage) Reject(word, expected);
-    return length;
+    return Number(word, expected, kLongestMessage);
   }
 
   std::set<std::string>& opened_;
@@ -174,7 +201,7 @@ std::string Trimmed(std::string line) {
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name) {
   std::vector<ScriptStep> steps;
   std::set<std::string> opened;
-  std::string errors;
+  std::vector<std::string> errors;
   std::istringstream stream{std::string(content)};
   std::string text;
   for (std::size_t line = 1; std::getline(stream, text); ++line) {
@@ -184,28 +211,24 @@ std::vector<ScriptStep> ParseScript(std::string_view content, const std::string&
       steps.push_back(LineParser(text, opened).Parse());
       steps.back().line = line;
     } catch (const InputError& error) {
-      errors += (errors.empty() ? "" : "\n") + name + ", line " + std::to_string(line) + ": " +
-                error.what();
+      errors.push_back(name + ", line " + std::to_string(line) + ": " + error.what());
     }
   }
-  if (!errors.empty()) throw InputError(errors);
+  if (!errors.empty()) throw InputError(common::Joined(errors, "\n"));
   return steps;
 }
 
 std::string ScriptHelp() {
   std::string help =
       "SCRIPT holds one call a line; '#' starts a comment, blank lines are passed over:\n\n";
-  for (const CallForm& form : kCallForms) {
-    help += "  " + UsageOf(form) + "\n";
-  }
-  return help +
-         "\nNAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.\n"
-         "Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body "
-         "that\n"
-         "counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer "
-         "(default:\n"
-         "LENGTH); private offers 16 bytes for private data; IOCTLHND and IOCTLFRE put that tag\n"
-         "there. Nothing runs before the whole script has been read.\n";
+  for (const CallForm& form : kCallForms) help += "  " + UsageOf(form) + "\n";
+  return help + R"(
+NAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.
+Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body that
+counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer (default:
+LENGTH); private offers 16 bytes for private data; IOCTLHND and IOCTLFRE put that tag
+there. Nothing runs before the whole script has been read.
+)";
 }
 
 }  // namespace kaloctl

@@ -9,7 +9,7 @@
 namespace kaloctl {
 
 // The entry points, as a script names them.
-enum class Call {
+enum class EntryPoint {
   kKaloStateInit,
   kKaloInit3,
   kStartIoEx3,
@@ -42,7 +42,7 @@ struct ScriptCommand {
 struct ScriptStep {
   std::size_t line = 0;
   std::string text;  // as written, without comment
-  Call call = Call::kKaloInit;
+  EntryPoint entryPoint = EntryPoint::kKaloInit;
   std::string handle;  // name, "null", or empty for calls without one
   bool nullParams = false;
   uint32_t apiVersion = 0;
@@ -52,8 +52,8 @@ struct ScriptStep {
 
 constexpr std::string_view kNullHandle = "null";
 
-// Reads a whole script. Throws InputError that names every wrong line, the word in it and what
-// would be right; `name` stands for the script in it.
+// Reads a whole script. Throws common::InputError that names every wrong line, the word in it and
+// what would be right; `name` stands for the script in it.
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name);
 
 // The calls and their arguments, for --help.

@@ -7,18 +7,17 @@
 
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
-#include "common/hex_dump.h"
-#include "tools/call/message.h"
+#include "common/hex.h"
 #include "common/number.h"
+#include "tools/call/message.h"
 #include "tools/call/status_text.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr char kIndent[] = "      ";
 constexpr unsigned int kPrivateDataSize = 16;
-// Tells a ioctl tag from private data: the tag with its NUL.
+// Tells an ioctl tag from private data: the tag with its NUL.
 constexpr unsigned int kTagSize = 9;
 
 // Buffers of one command; every message has room for a header, whatever its length says.
@@ -49,23 +48,24 @@ struct CommandBuffers {
 };
 
 // The cleanups report by status alone.
-bool RecordsError(Call call) {
-  return call != Call::kKaloCleanup3 && call != Call::kKaloCleanup && call != Call::kFenuCleanup3 &&
-         call != Call::kFenuCleanup;
+bool RecordsError(EntryPoint entryPoint) {
+  return entryPoint != EntryPoint::kKaloCleanup3 && entryPoint != EntryPoint::kKaloCleanup &&
+         entryPoint != EntryPoint::kFenuCleanup3 && entryPoint != EntryPoint::kFenuCleanup;
 }
 
 }  // namespace
 
-struct ScriptRunner::Outcome {
+struct ScriptRunner::CallResult {
   void* handle = nullptr;
   // What a successful command brought back.
   std::optional<std::vector<uint8_t>> reply;
   std::vector<uint8_t> privateData;
 };
 
-ScriptRunner::ScriptRunner(std::ostream& out, const Palette& palette, const RunOptions& options)
+ScriptRunner::ScriptRunner(std::ostream& out, const common::Colours& colours,
+                           const RunOptions& options)
     : out_(out),
-      palette_(palette),
+      colours_(colours),
       options_(options),
       log_(options.trace ? LogCapture::Detail::kTrace : LogCapture::Detail::kOrdinary) {}
 
@@ -76,21 +76,21 @@ bool ScriptRunner::Run(const std::vector<ScriptStep>& steps) {
 }
 
 bool ScriptRunner::RunStep(const ScriptStep& step) {
-  out_ << palette_.bold << std::setw(4) << step.line << "  " << step.text << palette_.reset;
+  out_ << colours_.bold << std::setw(4) << step.line << "  " << step.text << colours_.reset;
   // Before the call, so that what the device prints meanwhile stands below, and a crash has a
   // cause.
   if (!options_.brief) out_ << std::endl;
   if (RefusesDestroyed(step)) {
-    out_ << Arrow() << palette_.bad << "not made" << palette_.reset << '\n'
+    out_ << Arrow() << colours_.bad << "not made" << colours_.reset << '\n'
          << kIndent << "text    the session of '" << step.handle
          << "' has been destroyed: the call would use freed memory\n"
          << kIndent << "try     initialise the handle again before this line, or --use-destroyed\n";
     return false;
   }
-  Outcome outcome;
-  const uint32_t status = MakeCall(step, outcome);
-  book_.AfterCall(step.call, outcome.handle);
-  PrintOutcome(step, status, outcome);
+  CallResult result;
+  const uint32_t status = MakeCall(step, result);
+  destroyed_.AfterCall(step.entryPoint, result.handle);
+  PrintResult(step, status, result);
   return status == KALO_DLL_STATUS_SUCCESS;
 }
 
@@ -98,59 +98,60 @@ const char* ScriptRunner::Arrow() const { return options_.brief ? "  ->  " : "  
 
 bool ScriptRunner::RefusesDestroyed(const ScriptStep& step) const {
   if (options_.useDestroyed) return false;
-  if (step.call != Call::kStartIoEx3 && step.call != Call::kStartIo3) return false;
+  if (step.entryPoint != EntryPoint::kStartIoEx3 && step.entryPoint != EntryPoint::kStartIo3)
+    return false;
   const auto handle = handles_.find(step.handle);
-  return handle != handles_.end() && book_.Destroyed(handle->second);
+  return handle != handles_.end() && destroyed_.Contains(handle->second);
 }
 
-uint32_t ScriptRunner::MakeCall(const ScriptStep& step, Outcome& outcome) {
-  if (!step.handle.empty() && step.handle != kNullHandle) outcome.handle = handles_[step.handle];
-  switch (step.call) {
-    case Call::kKaloStateInit: {
+uint32_t ScriptRunner::MakeCall(const ScriptStep& step, CallResult& result) {
+  if (!step.handle.empty() && step.handle != kNullHandle) result.handle = handles_[step.handle];
+  switch (step.entryPoint) {
+    case EntryPoint::kKaloStateInit: {
       KALO_STATE_INIT_PARAMS params = {step.apiVersion, step.option};
       return KaloStateInit(step.nullParams ? nullptr : &params);
     }
-    case Call::kKaloInit3:
+    case EntryPoint::kKaloInit3:
       return KaloInit3(&handles_[step.handle]);
-    case Call::kFenuInit3:
+    case EntryPoint::kFenuInit3:
       return FenuInit3(&handles_[step.handle]);
-    case Call::kKaloCleanup3:
-      return KaloCleanup3(outcome.handle);
-    case Call::kFenuCleanup3:
-      return FenuCleanup3(outcome.handle);
-    case Call::kKaloInit:
+    case EntryPoint::kKaloCleanup3:
+      return KaloCleanup3(result.handle);
+    case EntryPoint::kFenuCleanup3:
+      return FenuCleanup3(result.handle);
+    case EntryPoint::kKaloInit:
       return KaloInit();
-    case Call::kKaloCleanup:
+    case EntryPoint::kKaloCleanup:
       return KaloCleanup();
-    case Call::kFenuInit:
+    case EntryPoint::kFenuInit:
       return FenuInit();
-    case Call::kFenuCleanup:
+    case EntryPoint::kFenuCleanup:
       return FenuCleanup();
     default:
-      return SendCommand(step, outcome);
+      return SendCommand(step, result);
   }
 }
 
-uint32_t ScriptRunner::SendCommand(const ScriptStep& step, Outcome& outcome) {
+uint32_t ScriptRunner::SendCommand(const ScriptStep& step, CallResult& result) {
   CommandBuffers buffers(step.command);
   uint8_t* const input = step.command.nullInput ? nullptr : buffers.request.data();
   uint8_t* const output = step.command.replyLength ? buffers.reply.data() : nullptr;
   const uint32_t length = step.command.length;
   const uint32_t replyLength = buffers.reply.size();
   uint32_t status = KALO_DLL_STATUS_FAILURE;
-  switch (step.call) {
-    case Call::kStartIoEx3:
-      status = StartIoEx3(outcome.handle, input, length, output, replyLength, buffers.privateData,
+  switch (step.entryPoint) {
+    case EntryPoint::kStartIoEx3:
+      status = StartIoEx3(result.handle, input, length, output, replyLength, buffers.privateData,
                           buffers.privateLength);
       break;
-    case Call::kStartIo3:
-      status = StartIo3(outcome.handle, input, length, output, replyLength);
+    case EntryPoint::kStartIo3:
+      status = StartIo3(result.handle, input, length, output, replyLength);
       break;
-    case Call::kStartIoEx:
+    case EntryPoint::kStartIoEx:
       status =
           StartIoEx(input, length, output, replyLength, buffers.privateData, buffers.privateLength);
       break;
-    case Call::kStartIo:
+    case EntryPoint::kStartIo:
       status = StartIo(input, length, output, replyLength);
       break;
     default:
@@ -160,33 +161,32 @@ uint32_t ScriptRunner::SendCommand(const ScriptStep& step, Outcome& outcome) {
   const bool wrapper = step.command.privateData == PrivateData::kAllocTag ||
                        step.command.privateData == PrivateData::kFreeTag;
   if (status == KALO_DLL_STATUS_SUCCESS && !wrapper) {
-    if (output != nullptr) outcome.reply = buffers.reply.Received();
+    if (output != nullptr) result.reply = buffers.reply.Received();
     const unsigned int count = std::min(buffers.privateLengthWord, kPrivateDataSize);
-    outcome.privateData.assign(buffers.privateBlock, buffers.privateBlock + count);
+    result.privateData.assign(buffers.privateBlock, buffers.privateBlock + count);
   }
   return status;
 }
 
-void ScriptRunner::PrintOutcome(const ScriptStep& step, uint32_t status, const Outcome& outcome) {
+void ScriptRunner::PrintResult(const ScriptStep& step, uint32_t status, const CallResult& result) {
   const bool good = status == KALO_DLL_STATUS_SUCCESS;
-  out_ << Arrow() << (good ? palette_.good : palette_.bad) << StatusText(status) << palette_.reset
+  out_ << Arrow() << (good ? colours_.good : colours_.bad) << StatusText(status) << colours_.reset
        << '\n';
   const std::vector<std::string> lines = log_.Take();
   if (options_.brief) return;
-  if (!good) PrintFailure(out_, palette_, kIndent, status, RecordsError(step.call), lines);
-  if (step.call == Call::kKaloInit3 || step.call == Call::kFenuInit3) {
-    out_ << kIndent << "handle  " << Hex(reinterpret_cast<uintptr_t>(handles_[step.handle]))
+  if (!good) PrintFailure(out_, colours_, kIndent, status, RecordsError(step.entryPoint), lines);
+  if (step.entryPoint == EntryPoint::kKaloInit3 || step.entryPoint == EntryPoint::kFenuInit3) {
+    out_ << kIndent << "handle  " << common::Hex(reinterpret_cast<uintptr_t>(handles_[step.handle]))
          << '\n';
   }
-  if (outcome.reply) out_ << kIndent << "reply   " << ReplyText(*outcome.reply) << '\n';
-  if (!outcome.privateData.empty()) {
-    PrintHexDump(out_, outcome.privateData.data(), outcome.privateData.size(),
-                 std::string(kIndent) + "private ");
+  if (result.reply) out_ << kIndent << "reply   " << ReplyText(*result.reply) << '\n';
+  if (!result.privateData.empty()) {
+    out_ << common::HexDump(result.privateData, std::string(kIndent) + "private ");
   }
   PrintCounts();
   if (options_.showLog) {
     for (const std::string& line : lines) {
-      out_ << kIndent << palette_.dim << "log     " << line << palette_.reset << '\n';
+      out_ << kIndent << colours_.dim << "log     " << line << colours_.reset << '\n';
     }
   }
   out_ << std::flush;

@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/call/log_capture.h"
-#include "common/palette.h"
-#include "tools/call/script.h"
+#include "common/colours.h"
 #include "tools/call/destroyed_sessions.h"
+#include "tools/call/log_capture.h"
+#include "tools/call/script.h"
 
 namespace kaloctl {
 
@@ -24,29 +24,29 @@ struct RunOptions {
 // Makes the calls of a script and prints what each did.
 class ScriptRunner {
  public:
-  ScriptRunner(std::ostream& out, const Palette& palette, const RunOptions& options);
+  ScriptRunner(std::ostream& out, const common::Colours& colours, const RunOptions& options);
 
   // True when every call was made and succeeded.
   bool Run(const std::vector<ScriptStep>& steps);
 
-  const SessionBook& book() const { return book_; }
+  const DestroyedSessions& destroyed() const { return destroyed_; }
 
  private:
-  struct Outcome;
+  struct CallResult;
 
   bool RunStep(const ScriptStep& step);
   bool RefusesDestroyed(const ScriptStep& step) const;
-  uint32_t MakeCall(const ScriptStep& step, Outcome& outcome);
-  uint32_t SendCommand(const ScriptStep& step, Outcome& outcome);
-  void PrintOutcome(const ScriptStep& step, uint32_t status, const Outcome& outcome);
+  uint32_t MakeCall(const ScriptStep& step, CallResult& result);
+  uint32_t SendCommand(const ScriptStep& step, CallResult& result);
+  void PrintResult(const ScriptStep& step, uint32_t status, const CallResult& result);
   void PrintCounts();
   const char* Arrow() const;
 
   std::ostream& out_;
-  Palette palette_;
+  common::Colours colours_;
   RunOptions options_;
   LogCapture log_;
-  SessionBook book_;
+  DestroyedSessions destroyed_;
   // The handle variables of the script, null until a call writes them.
   std::map<std::string, void*> handles_;
 };

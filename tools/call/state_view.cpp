@@ -10,7 +10,6 @@
 #include "tools/call/status_text.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr uint32_t kEmptyRecord = 0xDEADBEEF;
@@ -21,10 +20,10 @@ void Field(std::ostream& out, const char* name, const Value& value) {
   out << "  " << std::left << std::setw(22) << name << std::right << value << '\n';
 }
 
-std::string SessionText(const ClientSession* session, const SessionBook& book) {
+std::string SessionText(const ClientSession* session, const DestroyedSessions& destroyed) {
   if (session == nullptr) return "null";
-  return Hex(reinterpret_cast<uintptr_t>(session)) +
-         (book.Destroyed(session) ? " (destroyed)" : "");
+  return common::Hex(reinterpret_cast<uintptr_t>(session)) +
+         (destroyed.Contains(session) ? " (destroyed)" : "");
 }
 
 std::string TextField(const char* text, std::size_t size) {
@@ -32,27 +31,27 @@ std::string TextField(const char* text, std::size_t size) {
 }
 
 std::string CodeText(uint32_t code) {
-  return code == kNoStatus ? Hex(code) + " (no status)" : StatusText(code);
+  return code == kNoStatus ? common::Hex(code) + " (no status)" : StatusText(code);
 }
 
 std::string ApiVersionText(uint32_t version) {
   switch (version) {
     case KALO_FIRMWARE_API_30:
-      return Hex(version) + " (API 3.0)";
+      return common::Hex(version) + " (API 3.0)";
     case KALO_FIRMWARE_API_32:
-      return Hex(version) + " (API 3.2)";
+      return common::Hex(version) + " (API 3.2)";
     default:
-      return Hex(version) + " (not set)";
+      return common::Hex(version) + " (not set)";
   }
 }
 
 std::string ContextText(const void* context) {
   const auto value = reinterpret_cast<uintptr_t>(context);
-  return Hex(value) + (value == kEmptyRecord ? " (no handle)" : "");
+  return common::Hex(value) + (value == kEmptyRecord ? " (no handle)" : "");
 }
 
 std::string ProcessText(uint32_t processId) {
-  return processId == kEmptyRecord ? Hex(processId) + " (nothing recorded)"
+  return processId == kEmptyRecord ? common::Hex(processId) + " (nothing recorded)"
                                    : std::to_string(processId);
 }
 
@@ -60,16 +59,16 @@ const char* BoolText(bool value) { return value ? "true" : "false"; }
 
 }  // namespace
 
-void PrintState(std::ostream& out, const SessionBook& book) {
+void PrintState(std::ostream& out, const DestroyedSessions& destroyed) {
   const KaloDllState& state = gKaloDllState;
   out << "gKaloDllState\n";
   Field(out, "kaloInterfaceVersion", state.kaloInterfaceVersion);
   Field(out, "fenuInterfaceVersion", state.fenuInterfaceVersion);
   Field(out, "stateLock", std::to_string(sizeof(state.stateLock)) + " bytes, held by calls only");
-  Field(out, "provisioningSession", SessionText(state.provisioningSession, book));
-  Field(out, "kaloSessionA", SessionText(state.kaloSessionA, book));
-  Field(out, "kaloSessionB", SessionText(state.kaloSessionB, book));
-  Field(out, "fenuSession", SessionText(state.fenuSession, book));
+  Field(out, "provisioningSession", SessionText(state.provisioningSession, destroyed));
+  Field(out, "kaloSessionA", SessionText(state.kaloSessionA, destroyed));
+  Field(out, "kaloSessionB", SessionText(state.kaloSessionB, destroyed));
+  Field(out, "fenuSession", SessionText(state.fenuSession, destroyed));
   Field(out, "apiErrorText", TextField(state.apiErrorText, sizeof(state.apiErrorText)));
   Field(out, "apiErrorCode", CodeText(state.apiErrorCode));
   Field(out, "kaloErrorText", TextField(state.kaloErrorText, sizeof(state.kaloErrorText)));

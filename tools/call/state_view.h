@@ -6,8 +6,8 @@
 
 namespace kaloctl {
 
-// Every field of gKaloDllState, a line each. Addresses of sessions that `book` knows to be
+// Every field of gKaloDllState, a line each. Addresses of sessions that `destroyed` knows to be
 // destroyed are marked.
-void PrintState(std::ostream& out, const SessionBook& book);
+void PrintState(std::ostream& out, const DestroyedSessions& destroyed);
 
 }  // namespace kaloctl

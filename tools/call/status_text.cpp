@@ -8,7 +8,6 @@
 #include "transport/kalo_status.h"
 
 namespace kaloctl {
-
 namespace {
 
 struct Name {
@@ -38,7 +37,7 @@ std::string NameIn(const Name (&names)[count], uint32_t value) {
   for (const Name& entry : names) {
     if (entry.value == value) return std::string(entry.name) + " (" + std::to_string(value) + ")";
   }
-  return "unknown (" + Hex(value) + ")";
+  return "unknown (" + common::Hex(value) + ")";
 }
 
 struct Advice {
@@ -125,13 +124,13 @@ std::string CauseIn(const std::vector<std::string>& logLines) {
   return "";
 }
 
-void PrintFailure(std::ostream& out, const Palette& palette, std::string_view indent,
+void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
                   uint32_t status, bool recorded, const std::vector<std::string>& logLines) {
   const ErrorRecord record = recorded ? LastErrorRecord() : ErrorRecord{0, "", 0};
   if (recorded) {
-    out << indent << "text    " << palette.bad << record.text << palette.reset << '\n'
-        << indent << "source  " << SourceText(record.source) << ", code " << Hex(record.code)
-        << '\n';
+    out << indent << "text    " << colours.bad << record.text << colours.reset << '\n'
+        << indent << "source  " << SourceText(record.source) << ", code "
+        << common::Hex(record.code) << '\n';
   }
   const std::string cause = CauseIn(logLines);
   if (!cause.empty()) out << indent << "cause   " << cause << '\n';

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "common/palette.h"
+#include "common/colours.h"
 
 namespace kaloctl {
 
@@ -31,9 +31,9 @@ std::string_view BoundedText(const char* text, std::size_t size);
 // The last log line with an errno, and the name of that errno; empty when there is none.
 std::string CauseIn(const std::vector<std::string>& logLines);
 
-// Recorded text and source, cause and advice, each on a line behind `indent`. `recorded` is false
+// Recorded text and source, cause and advice, each on a line after `indent`. `recorded` is false
 // for calls that leave the error record alone.
-void PrintFailure(std::ostream& out, const Palette& palette, std::string_view indent,
+void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
                   uint32_t status, bool recorded, const std::vector<std::string>& logLines);
 
 }  // namespace kaloctl

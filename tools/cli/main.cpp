@@ -6,9 +6,8 @@
 #include <CLI/CLI.hpp>
 
 #include "common/command_line.h"
-#include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
 #include "common/input_error.h"
+#include "tools/cli/commands.h"
 
 namespace {
 
@@ -32,9 +31,9 @@ int Main(int argc, char** argv) {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
     if (error.get_exit_code() == 0) return app.exit(error);
-    std::cerr << command_line::ErrorText(app, error);
+    std::cerr << common::ErrorText(app, error);
     return kaloctl::kWrongInput;
-  } catch (const kaloctl::InputError& error) {
+  } catch (const common::InputError& error) {
     std::cerr << "kaloctl: " << error.what() << '\n';
     return kaloctl::kWrongInput;
   } catch (const std::exception& error) {

@@ -3,34 +3,32 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/cli/commands.h"
+#include "common/colours.h"
 #include "tools/call/driver_session.h"
-#include "tools/cli/exit_status.h"
 #include "tools/call/log_capture.h"
-#include "common/palette.h"
 #include "tools/call/status_text.h"
+#include "tools/cli/commands.h"
 #include "transport/kalo_status.h"
 
 namespace kaloctl {
-
 namespace {
 
 int Probe() {
-  const Palette palette = PaletteFor(stdout);
+  const common::Colours colours = common::ColoursFor(stdout);
   LogCapture log(LogCapture::Detail::kTrace);
   int exitStatus = kDone;
   for (const Client client : {Client::kKalo, Client::kFenu}) {
     const DriverSession session(client, Generation::kVersion3);
     const std::vector<std::string> lines = log.Take();
-    std::cout << palette.bold << ClientName(client) << palette.reset << "  ";
+    std::cout << colours.bold << ClientName(client) << colours.reset << "  ";
     if (session.status() == KALO_DLL_STATUS_SUCCESS) {
       const ZuliConnectRecord::Properties properties = session.Properties();
       std::cout << "protocol version " << +properties.protocolVersion << ", maximum message length "
                 << properties.maxMessageLength << " bytes\n";
     } else {
-      std::cout << session.InitName() << " failed: " << palette.bad << StatusText(session.status())
-                << palette.reset << '\n';
-      PrintFailure(std::cout, palette, "      ", session.status(), true, lines);
+      std::cout << session.InitName() << " failed: " << colours.bad << StatusText(session.status())
+                << colours.reset << '\n';
+      PrintFailure(std::cout, colours, "      ", session.status(), true, lines);
       exitStatus = kFailed;
     }
   }
@@ -43,10 +41,9 @@ void AddProbeCommand(CLI::App& app, int& exitStatus) {
   CLI::App* command = app.add_subcommand(
       "probe", "Open each firmware client and show its version and maximum length");
   command->footer(
-      "KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command "
-      "is\n"
-      "sent. A client that cannot be opened is shown with what the library recorded, and the exit\n"
-      "status is 1 then.");
+      R"(KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is
+sent. A client that cannot be opened is shown with what the library recorded, and the exit
+status is then 1.)");
   command->callback([&exitStatus] { exitStatus = Probe(); });
 }
 

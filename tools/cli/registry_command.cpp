@@ -6,19 +6,18 @@
 
 #include <CLI/CLI.hpp>
 
+#include "common/colours.h"
+#include "common/command_line.h"
+#include "common/input_error.h"
+#include "common/number.h"
+#include "common/text.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
-#include "common/input_error.h"
-#include "common/number.h"
-#include "common/options.h"
-#include "common/palette.h"
 #include "tools/registry/registry_file.h"
 #include "tools/registry/registry_view.h"
 
 namespace kaloctl {
-
 namespace {
 
 struct RegistryOptions {
@@ -34,7 +33,7 @@ struct RegistryOptions {
 
 int List(const RegistryOptions& options) {
   const RegistryText registry = LoadRegistryFile(options.file);
-  PrintRegistry(std::cout, PaletteFor(stdout), registry);
+  PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
   if (registry.endedEarly) {
     std::cout << std::flush;
     std::cerr << "kaloctl: '" << options.file << "', line " << *registry.endedEarly
@@ -71,13 +70,14 @@ int Get(const RegistryOptions& options) {
 
 uint32_t NumberOf(const std::string& data) {
   const bool negative = !data.empty() && data[0] == '-';
-  const std::optional<uint32_t> number = ParseNumber(negative ? data.substr(1) : data);
-  if (!number || (negative && *number > 0x80000000u)) {
-    throw InputError("'" + data +
-                     "': a number of -2147483648 to 4294967295 is expected, "
-                     "decimal or 0x hexadecimal");
+  const auto number = common::ParseNumber(negative ? data.substr(1) : data,
+                                          negative ? 0x80000000u : common::kMaxWord);
+  if (!number) {
+    throw common::InputError(common::Quoted(data) +
+                             ": a number from -2147483648 to 4294967295 is expected, decimal or 0x "
+                             "hexadecimal");
   }
-  return negative ? 0 - *number : *number;
+  return static_cast<uint32_t>(negative ? 0 - *number : *number);
 }
 
 // Changes the value in the key that the library would change, or adds it there.
@@ -86,8 +86,8 @@ void Change(RegistryText& registry, const RegistryOptions& options) {
   RegistryValue* value = FindValue(key, options.name);
   if (value == nullptr) {
     if (!options.type) {
-      throw InputError("value '" + options.name + "' is new in '" + options.key +
-                       "': give it a type with --type string, dword or qword");
+      throw common::InputError("value '" + options.name + "' is new in '" + options.key +
+                               "': give it a type with --type string, dword or qword");
     }
     value = &key.values.emplace_back();
     value->name = options.name;
@@ -102,7 +102,7 @@ void Change(RegistryText& registry, const RegistryOptions& options) {
   }
 }
 
-// Throws InputError unless the library would read from `content` what `registry` holds.
+// Throws common::InputError unless the library would read from `content` what `registry` holds.
 void ProveLoadable(const RegistryText& registry, const std::string& content,
                    const RegistryOptions& options) {
   std::string readBack;
@@ -111,18 +111,19 @@ void ProveLoadable(const RegistryText& registry, const std::string& content,
   } catch (const RegistryFault&) {
   }
   if (readBack == FormatRegistry(registry, RegistryStyle::kLoadable)) return;
-  throw InputError("'" + options.name + "' = '" + options.data +
-                   "': names and texts of 1 to 255 characters are expected, without line ends and "
-                   "without a blank in front; nothing was changed");
+  throw common::InputError(
+      "'" + options.name + "' = '" + options.data +
+      "': names and texts of 1 to 255 characters are expected, without line ends and "
+      "without a blank in front; nothing was changed");
 }
 
 int Set(const RegistryOptions& options) {
   if (!options.repair && !options.force) {
-    throw InputError(
-        "nothing was changed: as the library writes it, '" + options.file +
-        "' would not load again: each line would end in a blank, and every later call would fail\n"
-        "with code 13. Add --repair to write it without the blanks and with its keys in their "
-        "order,\nor --force to write it as the library does");
+    throw common::InputError(
+        "nothing was changed: as the library writes it, " + common::Quoted(options.file) +
+        R"( would not load again: each line would end in a blank, and every later call would fail
+with code 13. Add --repair to write it without the blanks and with its keys in their order,
+or --force to write it as the library does)");
   }
   RegistryText registry =
       options.repair ? LoadRegistryFileToEdit(options.file) : LoadRegistryFile(options.file);
@@ -153,19 +154,18 @@ int Repair(const RegistryOptions& options) {
 }
 
 constexpr char kFooter[] =
-    "KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\\Software\\Video', NAME a value "
-    "in\n"
-    "it. The file is read as the library reads it. Types are string, dword and qword (whose data\n"
-    "the library keeps in 32 bits). A file that does not load is reported with line and code.\n"
-    "\n"
-    "When the library sets a value it rewrites the file so that it does not load again. 'set'\n"
-    "therefore asks for --repair (the file stays loadable) or --force (what the library does), "
-    "and\n"
-    "'repair' undoes what the library did to a file, the order of its keys included.\n"
-    "\n"
-    "Examples:\n"
-    "  kaloctl registry get 'HKEY_LOCAL_MACHINE\\Software\\Video' Level\n"
-    "  kaloctl registry set 'HKEY_LOCAL_MACHINE\\Software\\Video' Level 3 --repair --file r.txt\n";
+    R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video', NAME a value in
+it. The file is read as the library reads it. Types are string, dword and qword (whose data
+the library keeps in 32 bits). A file that does not load is reported with line and code.
+
+When the library sets a value it rewrites the file so that it does not load again. 'set'
+therefore asks for --repair (the file stays loadable) or --force (what the library does), and
+'repair' undoes what the library did to a file, the order of its keys included.
+
+Examples:
+  kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
+  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --repair --file r.txt
+)";
 
 void AddValueArguments(CLI::App& command, RegistryOptions& options) {
   command.add_option("KEY", options.key, "Full path of the key")->required();
@@ -194,9 +194,9 @@ void AddRegistryCommand(CLI::App& app, int& exitStatus) {
   AddValueArguments(*set, *options);
   set->add_option("DATA", options->data, "A text, or a number that is decimal or 0x hexadecimal")
       ->required();
-  AddChoice<uint32_t>(*set, "--type", options->type,
-                      {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
-                      "Type of the value (default: the one it has)");
+  common::AddChoice<uint32_t>(*set, "--type", options->type,
+                              {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
+                              "Type of the value (default: the one it has)");
   auto* force =
       set->add_flag("--force", options->force, "Write as the library does: it does not load again");
   set->add_flag("--repair", options->repair, "Write so that the library loads it again")

@@ -4,14 +4,12 @@
 
 #include <CLI/CLI.hpp>
 
-#include "tools/cli/commands.h"
-#include "tools/cli/exit_status.h"
+#include "common/input.h"
 #include "tools/call/script_runner.h"
 #include "tools/call/state_view.h"
-#include "common/text_input.h"
+#include "tools/cli/commands.h"
 
 namespace kaloctl {
-
 namespace {
 
 struct ScriptOptions {
@@ -23,11 +21,11 @@ struct ScriptOptions {
 int RunScript(const ScriptOptions& options, bool showState) {
   std::vector<ScriptStep> steps;
   if (!options.script.empty()) {
-    steps = ParseScript(ReadInput(options.script), InputName(options.script));
+    steps = ParseScript(common::ReadInput(options.script), common::InputName(options.script));
   }
-  ScriptRunner runner(std::cout, PaletteFor(stdout), options.run);
+  ScriptRunner runner(std::cout, common::ColoursFor(stdout), options.run);
   const bool good = runner.Run(steps);
-  if (showState) PrintState(std::cout, runner.book());
+  if (showState) PrintState(std::cout, runner.destroyed());
   return good ? kDone : kFailed;
 }
 
@@ -44,11 +42,10 @@ void AddRunCommand(CLI::App& app, int& exitStatus) {
                     "Show the library's trace lines too (its log file receives them as well)");
   command->add_flag("--no-log", options->noLog, "Show no log lines");
   command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
-  command->footer(
-      ScriptHelp() +
-      "\nEach call is shown with its status, what it brought back, the counts of handles\n"
-      "that are out, and the log lines it caused. The exit status is 1 when a call failed\n"
-      "or was not made, 2 when the script is wrong.");
+  command->footer(ScriptHelp() + R"(
+Each call is shown with its status, what it brought back, the counts of handles that are
+out, and the log lines it caused. The exit status is 1 when a call failed or was not made,
+2 when the script is wrong.)");
   command->callback([options, &exitStatus] {
     options->run.showLog = !options->noLog;
     exitStatus = RunScript(*options, false);
@@ -61,14 +58,11 @@ void AddStateCommand(CLI::App& app, int& exitStatus) {
   CLI::App* command = app.add_subcommand(
       "state", "Show the library's global state, after the calls of a script if there is one");
   command->add_option("SCRIPT", options->script,
-                      "A script as 'kaloctl run' takes; - reads "
-                      "standard input");
+                      "A script as 'kaloctl run' takes; - reads standard input");
   command->add_flag("--use-destroyed", options->run.useDestroyed, kDestroyedHelp);
-  command->footer(
-      "The state is that of this program's copy of the library, so without SCRIPT it is the state\n"
-      "after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions "
-      "that\n"
-      "have been closed stay in the state and are marked.");
+  command->footer(R"(The state is that of this program's copy of the library, so without SCRIPT it is the state
+after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions that
+have been closed stay in the state and are marked.)");
   command->callback([options, &exitStatus] { exitStatus = RunScript(*options, true); });
 }
 

@@ -10,21 +10,18 @@
 #include <CLI/CLI.hpp>
 
 #include "api/kalo_dll.h"
+#include "common/colours.h"
 #include "common/command_line.h"
-#include "tools/cli/commands.h"
-#include "tools/call/driver_session.h"
-#include "tools/cli/exit_status.h"
-#include "common/hex_dump.h"
+#include "common/hex.h"
 #include "common/input_error.h"
-#include "tools/call/log_capture.h"
 #include "common/number.h"
-#include "common/options.h"
-#include "common/palette.h"
+#include "tools/call/driver_session.h"
+#include "tools/call/log_capture.h"
 #include "tools/call/request_source.h"
 #include "tools/call/status_text.h"
+#include "tools/cli/commands.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr uint32_t kLargestReply = 1 << 26;
@@ -49,9 +46,10 @@ Client ChooseClient(const SendOptions& options, const std::vector<uint8_t>& requ
   const Client serving = ClientOfCommand(command);
   const Client chosen = options.client.value_or(serving);
   if (chosen != serving && options.generation == Generation::kEarlier) {
-    throw InputError(std::string("--client ") + ClientName(chosen) +
-                     ": the earlier entry points send command " + Hex(command) + " to " +
-                     ClientName(serving) + "; leave --client out, or use --generation 3");
+    throw common::InputError(std::string("--client ") + ClientName(chosen) +
+                             ": the earlier entry points send command " + common::Hex(command) +
+                             " to " + ClientName(serving) +
+                             "; leave --client out, or use --generation 3");
   }
   return chosen;
 }
@@ -67,7 +65,7 @@ class ReplyFile {
 
   void Write(const std::vector<uint8_t>& reply) {
     if (file_ == nullptr) return;
-    // What is no regular file has nothing to cut.
+    // Anything but a regular file has nothing to cut.
     if (ftruncate(fileno(file_.get()), 0) != 0 && errno != EINVAL) Fail();
     const bool written = std::fwrite(reply.data(), 1, reply.size(), file_.get()) == reply.size();
     if (!written || std::fflush(file_.get()) != 0) Fail();
@@ -79,8 +77,8 @@ class ReplyFile {
   };
 
   [[noreturn]] void Fail() const {
-    throw InputError("--output '" + path_ + "': " + std::strerror(errno) +
-                     ": the name of a file that can be written is expected");
+    throw common::InputError("--output '" + path_ + "': " + std::strerror(errno) +
+                             ": the name of a file that can be written is expected");
   }
 
   std::string path_;
@@ -99,8 +97,8 @@ class SendCommand {
   int Run() {
     const std::vector<uint8_t> request = ReadRequest(options_.source);
     if (options_.replySize.value_or(0) > kLargestReply) {
-      throw InputError("--reply-size " + std::to_string(*options_.replySize) + ": 0 to " +
-                       std::to_string(kLargestReply) + " bytes are expected");
+      throw common::InputError("--reply-size " + std::to_string(*options_.replySize) + ": 0 to " +
+                               std::to_string(kLargestReply) + " bytes are expected");
     }
     const Client client = ChooseClient(options_, request);
     if (options_.apiVersion) {
@@ -118,7 +116,7 @@ class SendCommand {
   int Exchange(DriverSession& session, Client client, const std::vector<uint8_t>& request) {
     ReplyBuffer reply(options_.replySize.value_or(std::clamp<uint32_t>(
         session.Properties().maxMessageLength, kHeaderSize, kLargestDefaultReply)));
-    std::cout << palette_.bold << "request" << palette_.reset << " to " << ClientName(client)
+    std::cout << colours_.bold << "request" << colours_.reset << " to " << ClientName(client)
               << ", " << request.size() << " bytes\n";
     PrintMessage(std::cout, request);
     std::cout << std::flush;
@@ -129,13 +127,13 @@ class SendCommand {
     if (status != KALO_DLL_STATUS_SUCCESS) return Fail(session.CommandName(), status);
 
     const std::vector<uint8_t> received = reply.Received();
-    std::cout << palette_.bold << "reply" << palette_.reset << (received.empty() ? " " : ", ")
+    std::cout << colours_.bold << "reply" << colours_.reset << (received.empty() ? " " : ", ")
               << ReplyText(received) << '\n';
     PrintMessage(std::cout, received);
     if (!privateData.empty()) {
-      std::cout << palette_.bold << "private data" << palette_.reset << ", " << privateData.size()
+      std::cout << colours_.bold << "private data" << colours_.reset << ", " << privateData.size()
                 << " bytes\n";
-      PrintHexDump(std::cout, privateData.data(), privateData.size(), "  ");
+      std::cout << common::HexDump(privateData, "  ");
     }
     if (options_.showLog) PrintLog(log_.Take());
     output_.Write(received);
@@ -143,41 +141,39 @@ class SendCommand {
   }
 
   int Fail(const char* call, uint32_t status) {
-    const Palette palette = PaletteFor(stderr);
+    const common::Colours colours = common::ColoursFor(stderr);
     const std::vector<std::string> lines = log_.Take();
     if (options_.showLog) PrintLog(lines);
     std::cout << std::flush;
-    std::cerr << "kaloctl: " << call << " failed: " << palette.bad << StatusText(status)
-              << palette.reset << '\n';
-    PrintFailure(std::cerr, palette, "  ", status, true, lines);
+    std::cerr << "kaloctl: " << call << " failed: " << colours.bad << StatusText(status)
+              << colours.reset << '\n';
+    PrintFailure(std::cerr, colours, "  ", status, true, lines);
     return kFailed;
   }
 
   const SendOptions& options_;
   ReplyFile output_{options_.outputFile};
-  Palette palette_ = PaletteFor(stdout);
+  common::Colours colours_ = common::ColoursFor(stdout);
   LogCapture log_{LogCapture::Detail::kTrace};
 };
 
 constexpr char kFooter[] =
-    "FILE holds a whole message: a header of four little-endian 32-bit words (the second is the\n"
-    "command identifier) and the body. It is raw bytes, or text with pairs of hexadecimal digits\n"
-    "('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters "
-    "only\n"
-    "is taken for hex text, any other for raw bytes, unless --hex or --binary says otherwise.\n"
-    "\n"
-    "--command N replaces the identifier in the header. With --body the input is a body alone and\n"
-    "gets a header of zeros with N in front; without any input --command N sends a header alone.\n"
-    "\n"
-    "The command identifier chooses the client (0x30000 to 0x3ffff FENU, all others KALO) unless\n"
-    "--client does. The library does not tell the length of a reply: what is shown ends at the "
-    "last\n"
-    "byte that differs from a pattern put into the buffer before.\n"
-    "\n"
-    "Examples:\n"
-    "  kaloctl send --command 4\n"
-    "  kaloctl send --command 0x30001 --body --data '01 02 03 04'\n"
-    "  kaloctl send --generation earlier request.bin --output reply.bin";
+    R"(FILE holds a whole message: a header of four little-endian 32-bit words (the second is the
+command identifier) and the body. It is raw bytes, or text with pairs of hexadecimal digits
+('04 00 0a', '04000a', '0x04,0x00', '#' starts a comment). A file of printable characters only
+is taken for hex text, any other for raw bytes, unless --hex or --binary says otherwise.
+
+--command N replaces the identifier in the header. With --body the input is a body alone and
+gets a header of zeros with N in front; without any input --command N sends a header alone.
+
+The command identifier chooses the client (0x30000 to 0x3ffff FENU, all others KALO) unless
+--client does. The library does not tell the length of a reply: what is shown ends at the last
+byte that differs from a pattern put into the buffer before.
+
+Examples:
+  kaloctl send --command 4
+  kaloctl send --command 0x30001 --body --data '01 02 03 04'
+  kaloctl send --generation earlier request.bin --output reply.bin)";
 
 }  // namespace
 
@@ -194,26 +190,27 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
   command->add_flag("--binary", options->binary, "FILE is raw bytes")->excludes(hex);
   command->add_flag("--body", options->source.bodyOnly,
                     "The input is a body: put a header in front (needs --command)");
-  AddNumberOption(*command, "--command", options->source.command,
-                  "Command identifier, decimal or 0x hexadecimal");
-  AddChoice<Client>(*command, "--client", options->client,
-                    {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
-                    "Firmware client (default: the one that serves the command)");
-  AddChoice<Generation>(*command, "--generation", options->generation,
-                        {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
-                        "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
-  AddChoice<uint32_t>(*command, "--api-version", options->apiVersion,
-                      {{"3.0", KALO_FIRMWARE_API_30}, {"3.2", KALO_FIRMWARE_API_32}},
-                      "Firmware API to announce with KaloStateInit first (default: none)");
-  AddNumberOption(*command, "--reply-size", options->replySize,
-                  "Size of the reply buffer (default: the client's maximum length)");
+  common::AddNumberOption(*command, "--command", options->source.command,
+                          "Command identifier, decimal or 0x hexadecimal");
+  common::AddChoice<Client>(*command, "--client", options->client,
+                            {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
+                            "Firmware client (default: the one that serves the command)");
+  common::AddChoice<Generation>(
+      *command, "--generation", options->generation,
+      {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
+      "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
+  common::AddChoice<uint32_t>(*command, "--api-version", options->apiVersion,
+                              {{"3.0", KALO_FIRMWARE_API_30}, {"3.2", KALO_FIRMWARE_API_32}},
+                              "Firmware API to announce with KaloStateInit first (default: none)");
+  common::AddNumberOption(*command, "--reply-size", options->replySize,
+                          "Size of the reply buffer (default: the client's maximum length)");
   command->add_flag("--no-private-data", options->noPrivateData,
                     "Offer no buffer for private data");
   command->add_flag("--log", options->showLog,
                     "Show the library's log lines, trace lines included");
   command->add_option("--output", options->outputFile, "Write the raw reply to this file")
       ->type_name("FILE")
-      ->check(command_line::NotEmpty());
+      ->check(common::NotEmpty());
   command->footer(kFooter);
   command->callback([options, &exitStatus] {
     if (options->hex) options->source.format = RequestFormat::kHex;

@@ -1,7 +1,6 @@
 #include "tools/log/log_folder.h"
 
 namespace kaloctl {
-
 namespace {
 
 bool AddsSink(const LogRecord& record) {

@@ -4,15 +4,22 @@
 #include <cctype>
 #include <utility>
 
-#include "tools/log/log_functions.h"
-
 namespace kaloctl {
-
 namespace {
+
+// The functions that the library's log lines begin with. A line may follow another without a line
+// end, so these names are what tells where it begins.
+constexpr std::string_view kLogFunctions[] = {
+    "KaloStateInit",   "KaloInit3",    "StartIoEx3",   "StartIo3",      "KaloCleanup3",
+    "SessionCleanup",  "KaloInit",     "StartIoEx",    "KaloCleanup",   "FenuInit3",
+    "FenuInit",        "FenuCleanup3", "FenuCleanup",  "CpDremSession", "~CpDremSession",
+    "Connect",         "Disconnect",   "ReadFromZuli", "WriteToZuli",   "IoMessage",
+    "SendIoctlToZuli",
+};
 
 constexpr std::size_t kMaxTagDigits = 10;
 constexpr std::size_t kProcessIdDigits = 8;
-// What must be there to judge a colon: the digits, and ": " behind them.
+// What must be there to judge a colon: the digits, and ": " after them.
 constexpr std::size_t kLookAhead = 1 + kMaxTagDigits + 2;
 // No lead-in is longer.
 constexpr std::size_t kLookBehind = 256;
@@ -128,7 +135,7 @@ bool LogSplitter::StartsLine(std::size_t position) const {
   return position == text_ ? lineStart_ : buffer_[position - 1] == '\n';
 }
 
-// Hands out the current record with the text up to `end`. Lines behind its own belong to no record.
+// Hands out the current record with the text up to `end`. Lines after its own belong to no record.
 void LogSplitter::Emit(std::size_t end) {
   std::string_view rest = std::string_view(buffer_).substr(text_, end - text_);
   bool own = !current_.function.empty();

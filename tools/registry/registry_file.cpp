@@ -4,14 +4,13 @@
 #include <cstdio>
 #include <cstring>
 
-#include "oscl/last_error.h"
+#include "common/input.h"
 #include "common/input_error.h"
 #include "common/number.h"
-#include "common/printable.h"
-#include "common/text_input.h"
+#include "common/text.h"
+#include "oscl/last_error.h"
 
 namespace kaloctl {
-
 namespace {
 
 [[noreturn]] void Fail(const std::string& what, uint32_t code) {
@@ -35,10 +34,10 @@ std::string RegistryCommand(const std::string& command, const std::string& path)
 
 std::string ReadRegistryFile(const std::string& path) {
   try {
-    return ReadInput(path);
-  } catch (const InputTooLong& error) {
+    return common::ReadInput(path);
+  } catch (const common::InputTooLong& error) {
     Fail(error.what(), OSCL_ERROR_REG_FILE_UNREADABLE);
-  } catch (const InputError&) {
+  } catch (const common::InputError&) {
     Fail("'" + path + "': " + std::strerror(errno), OSCL_ERROR_REG_FILE_UNREADABLE);
   }
 }
@@ -85,8 +84,8 @@ std::size_t FindRegistryKey(const RegistryText& registry, const std::string& key
   const RegistryKey* found = registry.FindById(key->id);
   if (found->name != keyPath) {
     throw RegistryError(
-        "key '" + keyPath + "' shares the id " + Hex(key->id, 8) + " with '" +
-        Printable(found->name) +
+        "key '" + keyPath + "' shares the id " + common::Hex(key->id, 8) + " with '" +
+        common::Printable(found->name) +
         "', and the library reads that one instead: give the keys ids of their own");
   }
   return static_cast<std::size_t>(key - registry.keys.data());

@@ -5,13 +5,12 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "common/number.h"
+#include "common/text.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
-#include "common/number.h"
-#include "common/printable.h"
 
 namespace kaloctl {
-
 namespace {
 
 constexpr char kKeyMark[] = "[KEY]";
@@ -42,7 +41,7 @@ class RegistryParser {
       } else {
         throw RegistryFault(
             line, OSCL_ERROR_REG_ITEM_UNKNOWN,
-            "'" + Printable(mark) + "': [KEY] or [VALUE] is expected" + BlankHint(mark));
+            "'" + common::Printable(mark) + "': [KEY] or [VALUE] is expected" + BlankHint(mark));
       }
       if (!more && position_ < content_.size()) registry.endedEarly = line;
       more = more && ReadLine(mark);
@@ -56,10 +55,10 @@ class RegistryParser {
  private:
   static std::string BlankHint(const std::string& mark) {
     const bool known = mark == std::string(kKeyMark) + " " || mark == std::string(kValueMark) + " ";
-    return known ? " without the blank behind it" : "";
+    return known ? " without the blank after it" : "";
   }
 
-  // At most 255 characters up to the line end, then all white space behind it. False at a line end
+  // At most 255 characters up to the line end, then all white space after it. False at a line end
   // and at the end of the file.
   bool ReadLine(std::string& line) {
     lineOfText_ = lineNumber_;
@@ -80,10 +79,10 @@ class RegistryParser {
     }
   }
 
-  // What stands behind the digits on their line is the next line.
+  // What follows the digits on their line is the next line.
   bool ReadHexadecimal(uint32_t& number) {
-    const std::size_t behind = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
-    const std::string digits(content_.substr(position_, behind - position_));
+    const std::size_t end = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
+    const std::string digits(content_.substr(position_, end - position_));
     int length = 0;
     // As the library, which takes a "0x" for 0 that no digits follow.
     if (std::sscanf(digits.c_str(), "%x%n", &number, &length) != 1) return false;
@@ -101,7 +100,8 @@ class RegistryParser {
     value.type = DecimalOf(line);
     if (value.type != REG_SZ && value.type != REG_DWORD && value.type != REG_QWORD) {
       throw RegistryFault(lineOfText_, OSCL_ERROR_REG_TYPE_UNKNOWN,
-                          "type '" + Printable(line) + "' of value '" + Printable(value.name) +
+                          "type '" + common::Printable(line) + "' of value '" +
+                              common::Printable(value.name) +
                               "': 1 (text), 4 (number) or 11 (number) is expected");
     }
     const bool whole = ReadLine(line);
@@ -186,7 +186,7 @@ std::string FormatRegistry(const RegistryText& registry, RegistryStyle style) {
   const std::string end = style == RegistryStyle::kRewritten ? " \n" : "\n";
   std::string content;
   for (const RegistryKey* key : order) {
-    content += kKeyMark + end + "\t" + Hex(key->id, 8) + end + "\t" + key->name + end;
+    content += kKeyMark + end + "\t" + common::Hex(key->id, 8) + end + "\t" + key->name + end;
     for (const RegistryValue& value : key->values) {
       content += "\t\t" + std::string(kValueMark) + end;
       if (!value.name.empty()) content += "\t\t\t" + value.name + end;

@@ -3,12 +3,11 @@
 #include <memory>
 #include <vector>
 
-#include "oscl/registry.h"
 #include "common/number.h"
-#include "common/printable.h"
+#include "common/text.h"
+#include "oscl/registry.h"
 
 namespace kaloctl {
-
 namespace {
 
 // A part of the keys' paths, with the keys whose path ends here.
@@ -44,26 +43,27 @@ std::string Remark(const RegistryKey& key, const RegistryText& registry) {
     return "  hidden by another key of that name";
   }
   const RegistryKey* sameId = registry.FindById(key.id);
-  return sameId->name == key.name ? ""
-                                  : "  hidden: '" + Printable(sameId->name) + "' has the same id";
+  return sameId->name == key.name
+             ? ""
+             : "  hidden: '" + common::Printable(sameId->name) + "' has the same id";
 }
 
-void PrintNode(std::ostream& out, const Palette& palette, const RegistryText& registry,
+void PrintNode(std::ostream& out, const common::Colours& colours, const RegistryText& registry,
                const Node& node, const std::string& indent) {
-  out << indent << palette.bold << Printable(node.name) << palette.reset;
+  out << indent << colours.bold << common::Printable(node.name) << colours.reset;
   if (node.keys.empty()) out << '\n';
   for (std::size_t i = 0; i < node.keys.size(); ++i) {
     const RegistryKey& key = *node.keys[i];
-    if (i != 0) out << indent << palette.bold << Printable(node.name) << palette.reset;
-    out << "  [" << Hex(key.id, 8) << "]" << palette.bad << Remark(key, registry) << palette.reset
-        << '\n';
+    if (i != 0) out << indent << colours.bold << common::Printable(node.name) << colours.reset;
+    out << "  [" << common::Hex(key.id, 8) << "]" << colours.bad << Remark(key, registry)
+        << colours.reset << '\n';
     for (const RegistryValue& value : key.values) {
-      out << indent << "  " << Printable(value.name) << " = " << DataText(value) << "  "
-          << palette.dim << TypeText(value.type) << palette.reset << '\n';
+      out << indent << "  " << common::Printable(value.name) << " = " << DataText(value) << "  "
+          << colours.dim << TypeText(value.type) << colours.reset << '\n';
     }
   }
   for (const auto& child : node.children) {
-    PrintNode(out, palette, registry, *child, indent + "  ");
+    PrintNode(out, colours, registry, *child, indent + "  ");
   }
 }
 
@@ -87,18 +87,19 @@ std::string NumberText(const RegistryValue& value) {
 }
 
 std::string DataText(const RegistryValue& value) {
-  if (value.text) return "\"" + Printable(*value.text) + "\"";
-  return value.number ? NumberText(value) + " (" + Hex(*value.number) + ")" : "(no data)";
+  if (value.text) return "\"" + common::Printable(*value.text) + "\"";
+  return value.number ? NumberText(value) + " (" + common::Hex(*value.number) + ")" : "(no data)";
 }
 
 std::string CountText(const RegistryText& registry) {
   return std::to_string(registry.keys.size()) + (registry.keys.size() == 1 ? " key" : " keys");
 }
 
-void PrintRegistry(std::ostream& out, const Palette& palette, const RegistryText& registry) {
+void PrintRegistry(std::ostream& out, const common::Colours& colours,
+                   const RegistryText& registry) {
   Node root;
   for (const RegistryKey& key : registry.keys) Insert(root, key);
-  for (const auto& child : root.children) PrintNode(out, palette, registry, *child, "");
+  for (const auto& child : root.children) PrintNode(out, colours, registry, *child, "");
 }
 
 }  // namespace kaloctl

@@ -3,14 +3,14 @@
 #include <ostream>
 #include <string>
 
-#include "common/palette.h"
+#include "common/colours.h"
 #include "tools/registry/registry_text.h"
 
 namespace kaloctl {
 
 // "string", "dword" or "qword".
 std::string TypeText(uint32_t type);
-// The number of a value that is no text, with its sign, as the file has it.
+// The number of a value that is not a text, with its sign, as the file has it.
 std::string NumberText(const RegistryValue& value);
 // The value's data, for people.
 std::string DataText(const RegistryValue& value);
@@ -20,6 +20,6 @@ std::string CountText(const RegistryText& registry);
 
 // The keys as a tree, each with its id and its values. A key that the library does not reach is
 // marked.
-void PrintRegistry(std::ostream& out, const Palette& palette, const RegistryText& registry);
+void PrintRegistry(std::ostream& out, const common::Colours& colours, const RegistryText& registry);
 
 }  // namespace kaloctl

@@ -1,0 +1,171 @@
+#pragma once
+
+/* For C++ only. */
+#ifndef __cplusplus
+#error \
+    "api/kalo_client.h is for C++ only; C drivers include api/kalo_dll.h and api/kalo_dll_state.h"
+#endif
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <mutex>
+#include <string>
+
+#include "api/kalo_dll.h"
+#include "api/kalo_dll_state.h"
+#include "transport/client_session.h"
+#include "transport/cp_drem_session.h"
+#include "transport/message_header.h"
+
+// The entry points of version 3 with their rules kept: who holds which handle, in what order, under
+// which lock, and what a status of 0 or 1 means. Header-only; it needs nothing but libkalodll.so.
+//
+//   kalo::Client client;
+//   const kalo::Result result = client.Send(request, sizeof request, reply, sizeof reply);
+//   if (result.outcome == kalo::Outcome::kDone) ...
+namespace kalo {
+
+enum class Firmware { kKalo, kFenu };
+
+enum class Outcome {
+  // The reply is there, with a status of 0 or above.
+  kDone,
+  // The reply is there, with a negative status; the private data too.
+  kRefused,
+  // The request has not reached the firmware: it may be sent again.
+  kNotSent,
+  // The device failed on the way: the firmware may or may not have carried the request out.
+  kUnknown,
+};
+
+struct Result {
+  Outcome outcome = Outcome::kDone;
+  // Of the reply, for kDone and kRefused.
+  int32_t firmwareStatus = 0;
+  // The first `privateDataLength` bytes are what the firmware sent after its refusal.
+  std::array<unsigned char, 16> privateData{};
+  unsigned int privateDataLength = 0;
+  // What the library returned and recorded, for kNotSent and kUnknown.
+  KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
+  std::string text;
+};
+
+// A driver's access to one firmware client. All clients of a process for the same firmware share
+// one handle and one lock, so any thread may use any of them at any time. Beside a Client no other
+// code of the process may call the library's initialisations, cleanups or commands for that
+// firmware.
+class Client {
+ public:
+  // `apiVersion` and `option` are announced by the first KALO client of the process.
+  explicit Client(Firmware firmware = Firmware::kKalo, uint32_t apiVersion = KALO_FIRMWARE_API_32,
+                  uint32_t option = 0)
+      : shared_(SharedOf(firmware)) {
+    const std::lock_guard<std::mutex> lock(shared_.mutex);
+    ++shared_.clients;
+    if (firmware == Firmware::kFenu || shared_.announced) return;
+    KALO_STATE_INIT_PARAMS params = {apiVersion, option};
+    KaloStateInit(&params);
+    shared_.announced = true;
+  }
+
+  // The last one gives the handle back.
+  ~Client() {
+    const std::lock_guard<std::mutex> lock(shared_.mutex);
+    if (--shared_.clients == 0) shared_.GiveBack();
+  }
+  Client(const Client&) = delete;
+  Client& operator=(const Client&) = delete;
+
+  // Sends a request and takes its reply; lengths are in bytes, at least the header's 16. The reply
+  // is zeros but for what was received. The first call opens the connection, and so does the next
+  // one after a failure of the device; each opening costs the process one descriptor of the log
+  // file for good, so do not repeat a failing call in a tight loop. Throws std::bad_alloc only.
+  Result Send(const void* request, unsigned int requestLength, void* reply,
+              unsigned int replyLength) {
+    const std::lock_guard<std::mutex> lock(shared_.mutex);
+    if (reply != nullptr) std::memset(reply, 0, replyLength);
+    if (shared_.handle == nullptr) {
+      const KALO_DLL_STATUS status = shared_.Take();
+      if (status != KALO_DLL_STATUS_SUCCESS) return Failed(Outcome::kNotSent, status);
+      if (shared_.handle == nullptr) {
+        return {Outcome::kNotSent, 0, {}, 0, status, "other code has closed the session"};
+      }
+    }
+    // A status that no firmware answers with: left in place it tells that none was received.
+    constexpr uint32_t kNoStatus = 0x5AFEC0DE;
+    if (reply != nullptr && replyLength >= sizeof(KaloMessageHeader)) {
+      std::memcpy(StatusOf(reply), &kNoStatus, sizeof kNoStatus);
+    }
+    Result result;
+    result.status =
+        StartIoEx3(shared_.handle, static_cast<unsigned char*>(const_cast<void*>(request)),
+                   requestLength, static_cast<unsigned char*>(reply), replyLength,
+                   result.privateData.data(), &result.privateDataLength);
+    if (result.status != KALO_DLL_STATUS_SUCCESS) {
+      // 2, 3 and 4 refuse the arguments; all else comes of the device.
+      const bool device = result.status == KALO_DLL_STATUS_FAILURE;
+      if (reply != nullptr) std::memset(reply, 0, replyLength);
+      if (device) shared_.GiveBack();
+      return Failed(device ? Outcome::kUnknown : Outcome::kNotSent, result.status);
+    }
+    uint32_t firmwareStatus;
+    std::memcpy(&firmwareStatus, StatusOf(reply), sizeof firmwareStatus);
+    if (firmwareStatus == kNoStatus) {
+      std::memset(StatusOf(reply), 0, sizeof firmwareStatus);
+      if (!shared_.IsClosed()) {
+        return {Outcome::kUnknown, 0, {}, 0, result.status, "the reply holds no status"};
+      }
+      shared_.GiveBack();
+      return {Outcome::kNotSent, 0, {}, 0, result.status, "the connection was closed"};
+    }
+    result.firmwareStatus = static_cast<int32_t>(firmwareStatus);
+    if (result.firmwareStatus < 0) result.outcome = Outcome::kRefused;
+    return result;
+  }
+
+ private:
+  // One handle for each firmware: handles that share a session need one lock, and a session that
+  // failed is renewed only when its last handle is given back.
+  struct Shared {
+    explicit Shared(Firmware which) : firmware(which) {}
+
+    KALO_DLL_STATUS Take() {
+      return firmware == Firmware::kKalo ? KaloInit3(&handle) : FenuInit3(&handle);
+    }
+    void GiveBack() {
+      if (handle == nullptr) return;
+      firmware == Firmware::kKalo ? KaloCleanup3(handle) : FenuCleanup3(handle);
+      handle = nullptr;
+    }
+    // After a failed reconnect: such a connection sends nothing and says nothing.
+    bool IsClosed() const {
+      const auto& connections = static_cast<const ClientSession*>(handle)->dremSessions;
+      return connections.empty() || connections.front()->deviceFd == -1;
+    }
+
+    const Firmware firmware;
+    std::mutex mutex;
+    void* handle = nullptr;
+    unsigned int clients = 0;
+    bool announced = false;
+  };
+
+  static Shared& SharedOf(Firmware firmware) {
+    static Shared kalo(Firmware::kKalo), fenu(Firmware::kFenu);
+    return firmware == Firmware::kKalo ? kalo : fenu;
+  }
+
+  static unsigned char* StatusOf(void* message) {
+    return static_cast<unsigned char*>(message) + offsetof(KaloMessageHeader, status);
+  }
+
+  static Result Failed(Outcome outcome, KALO_DLL_STATUS status) {
+    return {outcome, 0, {}, 0, status, gKaloDllState.apiErrorText};
+  }
+
+  Shared& shared_;
+};
+
+}  // namespace kalo

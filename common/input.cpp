@@ -1,0 +1,52 @@
+#include "common/input.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "common/text.h"
+
+namespace common {
+namespace {
+
+struct CloseUnlessStandard {
+  void operator()(std::FILE* file) const {
+    if (file != stdin) std::fclose(file);
+  }
+};
+
+}  // namespace
+
+void ReadBlocks(const std::string& path, const std::function<void(std::string_view)>& consumer) {
+  std::unique_ptr<std::FILE, CloseUnlessStandard> file(
+      path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
+  if (file != nullptr) {
+    std::vector<char> block(1 << 16);
+    std::size_t count = 0;
+    while ((count = std::fread(block.data(), 1, block.size(), file.get())) != 0) {
+      consumer(std::string_view(block.data(), count));
+    }
+    if (std::ferror(file.get()) == 0) return;
+  }
+  throw InputError(InputName(path) + " cannot be read: " + std::strerror(errno) +
+                   "; the name of a readable file is expected, or - for standard input");
+}
+
+std::string ReadInput(const std::string& path, std::size_t most) {
+  std::string content;
+  ReadBlocks(path, [&](std::string_view block) {
+    content += block;
+    if (content.size() <= most) return;
+    throw InputTooLong(InputName(path) + ": at most " + std::to_string(most) +
+                       " bytes are expected");
+  });
+  return content;
+}
+
+std::string InputName(const std::string& path) {
+  return path == "-" ? "standard input" : Quoted(path);
+}
+
+}  // namespace common

@@ -1,0 +1,148 @@
+#include "simulator/cli/options.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <iterator>
+#include <system_error>
+
+#include "common/command_line.h"
+#include "common/input_error.h"
+#include "common/text.h"
+#include "simulator/kernel/kernel_program.h"
+#include "simulator/kernel/kernel_server.h"
+#include "simulator/kernel/kernel_support.h"
+#include "simulator/preload/preloaded_program.h"
+#include "simulator/scenario/scenario_file.h"
+#include "simulator/scenario/scenario_options.h"
+
+namespace zulisim {
+namespace {
+
+using OptionParser = void (*)(const std::string& text, Scenario* scenario);
+
+void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, const char* shape,
+                    const char* description, OptionParser parse) {
+  const auto callback = [name, scenario, parse](const std::string& text) {
+    try {
+      parse(text, scenario);
+    } catch (const common::InputError& error) {
+      // What is wrong with a file begins with its name.
+      const std::string place = parse == AddScenarioFile ? "" : common::Quoted(text) + ": ";
+      throw CLI::ValidationError(name, place + error.what());
+    }
+  };
+  command
+      ->add_option_function<std::vector<std::string>>(
+          name,
+          [callback](const std::vector<std::string>& texts) {
+            std::for_each(texts.begin(), texts.end(), callback);
+          },
+          description)
+      ->type_name(shape)
+      ->type_size(1)
+      ->expected(1)
+      ->take_all()
+      ->trigger_on_parse();
+}
+
+struct NamedFile {
+  std::string option;
+  std::string path;
+};
+
+// Empty for an option that was not given.
+std::string ValueOf(const CLI::App& command, const char* name) {
+  const CLI::Option* option = command.get_option_no_throw(name);
+  return option == nullptr || option->results().empty() ? "" : option->results().front();
+}
+
+// Anything but a regular file, such as a terminal, may take the texts of several.
+bool SameFile(const std::string& one, const std::string& other) {
+  namespace fs = std::filesystem;
+  if (one.empty() || other.empty()) return false;
+  std::error_code error;
+  const auto type = fs::status(other, error).type();
+  if (type != fs::file_type::regular && type != fs::file_type::not_found) return false;
+  if (fs::equivalent(one, other, error)) return true;
+  const fs::path path = fs::weakly_canonical(fs::absolute(one), error);
+  return !error && path == fs::weakly_canonical(fs::absolute(other), error) && !error;
+}
+
+}  // namespace
+
+void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
+  std::vector<NamedFile> files;
+  for (const std::string& path : scenario.files) files.push_back({"--scenario", path});
+  for (const char* name : {"FILE", "--from", "--fuse"}) {
+    files.push_back({name, ValueOf(command, name)});
+  }
+  for (const char* name : {"--output", "--transcript", "--trace", "--report"}) {
+    const std::string path = ValueOf(command, name);
+    for (const NamedFile& other : files) {
+      if (!SameFile(other.path, path)) continue;
+      throw CLI::ValidationError(name, "'" + path + "' is named by " + other.option +
+                                           " as well; name another, it would be overwritten");
+    }
+    files.push_back({name, path});
+  }
+}
+
+void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
+  AddInstruction(command, scenario, "--scenario", "FILE",
+                 "What a scenario file says; it can be checked with 'zulisim check'",
+                 AddScenarioFile);
+  AddInstruction(command, scenario, "--client", "CLIENT:max=BYTES,version=N",
+                 "What a client reports of itself", AddClientOption);
+  AddInstruction(command, scenario, "--reply", "CLIENT:COMMAND=FIELD,...",
+                 "How a client answers a command (or '*'): status:N, body:HEX, private:HEX, "
+                 "latency:TIME, silent",
+                 AddReplyOption);
+  AddInstruction(command, scenario, "--fault", "OPERATION:WHEN=ERRNO", "An operation that fails",
+                 AddFaultOption);
+  AddInstruction(command, scenario, "--short", "OPERATION:WHEN=BYTES",
+                 "A read or write that moves only so many bytes", AddShortOption);
+  AddInstruction(
+      command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
+      "A device that is lost at an operation, for so many opens after it", AddLossOption);
+}
+
+bool HasInstructions(const CLI::App& command) {
+  const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
+  return std::any_of(std::begin(names), std::end(names),
+                     [&command](const char* name) { return command.count(name) > 0; });
+}
+
+void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
+  common::AddChoice<bool>(*command, "--device", options->fuse, {{"preload", false}, {"fuse", true}},
+                          KernelServer::Built()
+                              ? "How the program reaches the device (default: preload)"
+                              : "How the program reaches the device: by preload alone, because "
+                                "this zulisim was built without libfuse3");
+  common::AddFileOption(*command, "--root", options->root,
+                        "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
+                        "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
+                        "DIR");
+  AddOutputOptions(command, &options->output);
+}
+
+void AddOutputOptions(CLI::App* command, OutputOptions* options) {
+  common::AddFileOption(*command, "--transcript", options->transcriptFile,
+                        "Write the transcript to FILE as well");
+  common::AddFileOption(*command, "--trace", options->traceFile,
+                        "Write Chrome trace events to FILE, for the Perfetto viewer");
+  common::AddFileOption(*command, "--report", options->reportFile,
+                        "Write a sequence diagram to FILE, an HTML page that needs nothing else");
+  command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
+  command->add_flag("--connection-numbers", options->connectionNumbers,
+                    "In the transcript, name an open file by the engine's number (#1) instead of "
+                    "the program's descriptor, which only the preload library knows");
+}
+
+std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
+                                                 const std::vector<std::string>& arguments) {
+  if (!options.fuse) return std::make_unique<PreloadedProgram>(arguments, options.root);
+  CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
+  return std::make_unique<KernelProgram>(arguments, options.root);
+}
+
+}  // namespace zulisim

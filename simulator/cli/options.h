@@ -1,0 +1,42 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include <CLI/CLI.hpp>
+
+#include "simulator/output/run_output.h"
+#include "simulator/program/served_program.h"
+#include "simulator/scenario/scenario.h"
+
+namespace zulisim {
+
+// What the commands that start a program have in common.
+struct ProgramOptions {
+  bool fuse = false;  // --device
+  std::string root;   // --root
+  OutputOptions output;
+  Scenario scenario;
+};
+
+// --device, --root and the options of AddOutputOptions
+void AddProgramOptions(CLI::App* command, ProgramOptions* options);
+// --quiet, --transcript, --connection-numbers, --trace and --report
+void AddOutputOptions(CLI::App* command, OutputOptions* options);
+// --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
+void AddInstructionOptions(CLI::App* command, Scenario* scenario);
+// True when the command line had one of them.
+bool HasInstructions(const CLI::App& command);
+
+// Throws CLI::ValidationError when a file that is to be written is named by another option as well,
+// or was read for `scenario`. To be called before the first of them is opened.
+void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario);
+
+// The program that `arguments` start, to be served as `options` say. Make it before the first
+// thread. Throws ProgramError, or std::exception for what stands in the way of a start, such as a
+// client of the scenario that the kernel cannot carry.
+std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
+                                                 const std::vector<std::string>& arguments);
+
+}  // namespace zulisim

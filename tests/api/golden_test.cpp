@@ -1,0 +1,146 @@
+// What the library says, to the letter. Each file in golden/ is a transcript: what a driver and the
+// device do ("> ..."), the lines that are logged ("| ...") amid the device's operations ("<...>"),
+// and what a call returns ("= ..."). What stands behind ">" is done, and the whole must come out as
+// it was. Tags are left where they are fixed numbers. KALODLL_GOLDEN_WRITE=1 writes the files anew.
+
+#include <filesystem>
+#include <fstream>
+#include <regex>
+#include <set>
+
+#include "tests/api/model_fixture.h"
+#include "transport/cp_drem_session.h"
+
+namespace test {
+namespace {
+
+class Golden : public ModelTest, public testing::WithParamInterface<std::string> {
+ protected:
+  Golden() {
+    traced = true;
+    Start();
+  }
+
+  // What comes of one step.
+  std::string Do(const std::string& step) {
+    std::istringstream text(step);
+    words_ = {std::istream_iterator<std::string>(text), {}};
+    const auto operation = zulisim::OperationFromName(Word(1));
+    if (Word(0) == "fail" || Word(0) == "lose") {  // at the next operation, or at the n-th
+      zulisim::FaultEffect effect = zulisim::DeviceLoss{};
+      if (Word(0) == "fail") effect = zulisim::ErrnoFault{*zulisim::ErrnoFromName(Word(2))};
+      const std::string number = words_.back();
+      const bool counted = isdigit(number[0]);
+      engine.AddFault(
+          {*operation, Count(*operation) + (counted ? std::stoul(number) : 1), 1, effect});
+    } else if (Word(0) == "answer") {
+      negative = Has("negative");
+    } else if (Word(0) == "damage") {
+      state.kaloInterfaceVersion = 1;
+    } else if (Word(0) == "throw") {
+      trap = {Has("connect") ? Point::kConnectClient : Point::kDisconnectAllClients,
+              Has("own") ? Trap::kRefuse : Trap::kBreak, 0};
+    } else {
+      const std::string result = Call();
+      return Told() + "= " + result + "\n";
+    }
+    return "";
+  }
+
+ private:
+  std::string Word(size_t i) const { return i < words_.size() ? words_[i] : ""; }
+  bool Has(const std::string& word) const {
+    return std::find(words_.begin() + 1, words_.end(), word) != words_.end();
+  }
+
+  // Handles are those of the last initialisation; further words say what is odd about the call.
+  std::string Call() {
+    const bool numbered = Word(1).rfind("0x", 0) == 0;
+    const auto number = static_cast<uint32_t>(numbered ? std::stoul(Word(1), nullptr, 16) : 0x10);
+    Bytes request = Message(number, 32, 2, 0xfedc1, 0xabc), data(16);
+    Bytes reply = Message(0xffffffff, 32, 0x7001, 0x1234abcd);
+    unsigned char* const in = Has("null-input") ? nullptr : request.data();
+    unsigned char* const out = Has("null-output") ? nullptr : reply.data();
+    unsigned char* const privateData = Has("null-data") ? nullptr : data.data();
+    const unsigned inLength = Has("short-input") ? 15 : 32,
+                   outLength = Has("short-output") ? 15 : 32;
+    unsigned length = 16;
+    for (const std::string tag : {"IOCTLHND", "IOCTLFRE"}) {
+      if (Has(tag)) length = 9, std::copy(tag.begin(), tag.end(), data.begin());
+    }
+    void* const used = Has("null-handle") ? nullptr : handle_;
+    auto* const session = static_cast<ClientSession*>(handle_);
+    KALO_STATE_INIT_PARAMS params = {number, Has("shared")};
+    const auto thrown = [](const auto& call) { return [=] { return Thrown(call); }; };
+    const auto status = [](const auto& call) { return [=] { return std::to_string(call()); }; };
+    const std::map<std::string, std::function<std::string()>> calls = {
+        {"KaloStateInit", status([&] { return KaloStateInit(&params); })},
+        {"KaloInit3", status([&] { return KaloInit3(&handle_); })},
+        {"StartIoEx3", status([&] {
+           return StartIoEx3(used, in, inLength, out, outLength, privateData, &length);
+         })},
+        {"StartIo3", status([&] { return StartIo3(used, in, inLength, out, outLength); })},
+        {"KaloCleanup3", status([&] { return KaloCleanup3(used); })},
+        {"KaloInit", status([] { return KaloInit(); })},
+        {"StartIo", status([&] { return StartIo(in, inLength, out, outLength); })},
+        {"KaloCleanup", status([] { return KaloCleanup(); })},
+        {"FenuInit3", status([&] { return FenuInit3(&handle_); })},
+        {"FenuCleanup3", status([&] { return FenuCleanup3(used); })},
+        {"FenuInit", status([] { return FenuInit(); })},
+        {"FenuCleanup", status([] { return FenuCleanup(); })},
+        {"ClientSession::IoMessage",
+         thrown([&] { session->IoMessage(in, inLength, out, outLength, nullptr, nullptr); })},
+        {"CpDremSession::SendIoctlToZuli",
+         thrown([&] { session->dremSessions[0]->SendIoctlToZuli(1, nullptr); })}};
+    return calls.at(Word(0))();
+  }
+
+  std::string Told() {
+    static const std::regex fixed("(KaloInit|KaloCleanup|StartIoEx|Fenu[A-Za-z]+3?):[0-9]+: .*");
+    static const std::regex pointer("0x[0-9a-f]{6,}");
+    std::string told;
+    for (std::string line : TakeRaw()) {
+      if (line[0] != '<') line = "| " + (std::regex_match(line, fixed) ? line : WithoutTag(line));
+      std::smatch found;
+      if (std::regex_search(line, found, pointer)) {
+        const std::string name = "(address " + std::to_string(1 + addresses_.size()) + ")";
+        const auto known = addresses_.emplace(found.str(), name).first;
+        line.replace(static_cast<size_t>(found.position()), found.length(), known->second);
+      }
+      if (line.back() == '\n') line.replace(line.size() - 1, 1, "\\n");
+      told += line + "\n";
+    }
+    return told;
+  }
+
+  std::vector<std::string> words_;
+  void* handle_ = nullptr;
+  std::map<std::string, std::string> addresses_;
+};
+
+TEST_P(Golden, comes_out_as_it_was) {
+  const std::string path = GOLDEN_FOLDER "/" + GetParam() + ".txt";
+  std::ifstream file(path);
+  std::string before, now;
+  for (std::string line; std::getline(file, line);) {
+    before += line + "\n";
+    if (line[0] == '#') now += line + "\n";
+    if (line[0] == '>') now += line + "\n" + Do(line.substr(1));
+  }
+  if (getenv("KALODLL_GOLDEN_WRITE") != nullptr) std::ofstream(path) << now;
+  EXPECT_EQ(now, before);
+}
+
+Lines Names() {
+  Lines names;
+  for (const auto& entry : std::filesystem::directory_iterator(GOLDEN_FOLDER)) {
+    names.push_back(entry.path().stem().string());
+  }
+  return names;
+}
+
+INSTANTIATE_TEST_SUITE_P(Transcript, Golden, testing::ValuesIn(Names()),
+                         [](const auto& file) { return file.param; });
+
+}  // namespace
+}  // namespace test
