@@ -29,7 +29,7 @@
 /* A 32-bit boolean: 1 is success or true, 0 is failure or false. */
 typedef int32_t BOOL;
 
-/* A file descriptor, a module or an inert object, widened to the size of a pointer. */
+/* A file descriptor, a module or a stub of an object, widened to the size of a pointer. */
 typedef void* HANDLE;
 #define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
 

@@ -25,14 +25,14 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
   std::string Do(const std::string& step) {
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
-    const auto operation = zulisim::OperationFromName(Word(1));
     if (Word(0) == "fail" || Word(0) == "lose") {  // at the next operation, or at the n-th
+      const auto operation = zulisim::ParseOperation(Word(1));
       zulisim::FaultEffect effect = zulisim::DeviceLoss{};
-      if (Word(0) == "fail") effect = zulisim::ErrnoFault{*zulisim::ErrnoFromName(Word(2))};
+      if (Word(0) == "fail") effect = zulisim::ErrnoFault{zulisim::ParseErrno(Word(2))};
       const std::string number = words_.back();
       const bool counted = isdigit(number[0]);
       engine.AddFault(
-          {*operation, Count(*operation) + (counted ? std::stoul(number) : 1), 1, effect});
+          {operation, Count(operation) + (counted ? std::stoul(number) : 1), 1, effect});
     } else if (Word(0) == "answer") {
       negative = Has("negative");
     } else if (Word(0) == "damage") {

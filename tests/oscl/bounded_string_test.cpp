@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cerrno>
 #include <cstring>
 #include <functional>
 #include <memory>
@@ -37,10 +36,7 @@ TEST(BoundedStringTest, what_does_not_fit_is_refused_and_leaves_the_destination)
   EXPECT_EQ(Do(8, [](char* dst) { return _sntprintf_s(dst, 8, 0, "%d", 7); }), "1########");
 }
 
-TEST(BoundedStringTest, streams_and_times_come_from_libc) {
-  FILE* file = stdout;
-  EXPECT_EQ(fopen_s(&file, "/nonexistent/file", "r"), ENOENT);
-  EXPECT_EQ(file, nullptr);
+TEST(BoundedStringTest, times_come_from_libc) {
   const time_t moment = 86400;
   struct tm local = {};
   EXPECT_EQ(localtime_s(&local, &moment), 0);

@@ -95,7 +95,7 @@ TEST_F(FileTest, a_whole_file_helper_that_fails_keeps_the_code_of_the_failing_st
 
 TEST_F(FileTest, the_version_is_scanned_from_the_system) {
   zulisim::Engine engine;
-  const zulisim::Attachment attachment(engine, {{"/proc/version", path_}});
+  const zulisim::InProcessDevice attachment(engine, {{"/proc/version", path_}});
   OSVERSIONINFO info;
   Store("Linux version 4.9.1");
   ASSERT_EQ(GetVersionEx(&info), 1);
