@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|browser|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|coverage|browser|all]...      (default: build)
 #
 # A browser is not among all: it is large, and only a picture of a report needs it.
 #
@@ -16,6 +16,7 @@ fuzz=(clang-14 libclang-rt-14-dev)
 abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
 fuse=(fuse3)
 vm=(qemu-system-x86 busybox-static cpio)
+coverage=(gcovr)
 browser=(chromium fonts-dejavu-core)
 lint=(clang-format clang-tidy)
 
@@ -30,11 +31,13 @@ for group in "${@:-build}"; do
     fuse) wanted+=("${build[@]}" "${fuse[@]}") ;;
     lint) wanted+=("${lint[@]}") ;;
     vm) wanted+=("${build[@]}" "${vm[@]}") ;;
+    coverage) wanted+=("${build[@]}" "${coverage[@]}") ;;
     browser) wanted+=("${build[@]}" "${browser[@]}") ;;
     all)
-      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}" "${lint[@]}")
+      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}" "${lint[@]}"
+              "${coverage[@]}")
       ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, browser or all is expected" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, coverage, browser or all is expected" >&2; exit 2 ;;
   esac
 done
 

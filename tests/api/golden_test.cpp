@@ -6,7 +6,6 @@
 #include <filesystem>
 #include <fstream>
 #include <regex>
-#include <set>
 
 #include "tests/api/model_fixture.h"
 #include "transport/cp_drem_session.h"
@@ -55,44 +54,38 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
 
   // Handles are those of the last initialisation; further words say what is odd about the call.
   std::string Call() {
+    Step step = {};
+    const std::pair<const char*, unsigned> kShapes[] = {{"null-input", kNullInput},
+                                                        {"null-output", kNullOutput},
+                                                        {"short-input", kShortInput},
+                                                        {"short-output", kShortOutput},
+                                                        {"null-data", kNullPrivateData}};
+    for (const auto& [word, flag] : kShapes) step.shape |= Has(word) ? flag : 0;
+    while (step.tag < 3 && !Has(kTags[step.tag].data)) ++step.tag;
+    step.tag %= 3;
     const bool numbered = Word(1).rfind("0x", 0) == 0;
     const auto number = static_cast<uint32_t>(numbered ? std::stoul(Word(1), nullptr, 16) : 0x10);
-    Bytes request = Message(number, 32, 2, 0xfedc1, 0xabc), data(16);
-    Bytes reply = Message(0xffffffff, 32, 0x7001, 0x1234abcd);
-    unsigned char* const in = Has("null-input") ? nullptr : request.data();
-    unsigned char* const out = Has("null-output") ? nullptr : reply.data();
-    unsigned char* const privateData = Has("null-data") ? nullptr : data.data();
-    const unsigned inLength = Has("short-input") ? 15 : 32,
-                   outLength = Has("short-output") ? 15 : 32;
-    unsigned length = 16;
-    for (const std::string tag : {"IOCTLHND", "IOCTLFRE"}) {
-      if (Has(tag)) length = 9, std::copy(tag.begin(), tag.end(), data.begin());
-    }
-    void* const used = Has("null-handle") ? nullptr : handle_;
+    Arguments arguments(model_, step);
+    arguments.values = {number, Has("shared")};
+    arguments.input = Message(number, 32, 2, 0xfedc1, 0xabc);
+    arguments.output = Message(0xffffffff, 32, 0x7001, 0x1234abcd);
+    if (arguments.in != nullptr) arguments.in = arguments.input.data();
+    if (arguments.out != nullptr) arguments.out = arguments.output.data();
+    arguments.used = arguments.released = Has("null-handle") ? nullptr : handle_;
     auto* const session = static_cast<ClientSession*>(handle_);
-    KALO_STATE_INIT_PARAMS params = {number, Has("shared")};
-    const auto thrown = [](const auto& call) { return [=] { return Thrown(call); }; };
-    const auto status = [](const auto& call) { return [=] { return std::to_string(call()); }; };
-    const std::map<std::string, std::function<std::string()>> calls = {
-        {"KaloStateInit", status([&] { return KaloStateInit(&params); })},
-        {"KaloInit3", status([&] { return KaloInit3(&handle_); })},
-        {"StartIoEx3", status([&] {
-           return StartIoEx3(used, in, inLength, out, outLength, privateData, &length);
-         })},
-        {"StartIo3", status([&] { return StartIo3(used, in, inLength, out, outLength); })},
-        {"KaloCleanup3", status([&] { return KaloCleanup3(used); })},
-        {"KaloInit", status([] { return KaloInit(); })},
-        {"StartIo", status([&] { return StartIo(in, inLength, out, outLength); })},
-        {"KaloCleanup", status([] { return KaloCleanup(); })},
-        {"FenuInit3", status([&] { return FenuInit3(&handle_); })},
-        {"FenuCleanup3", status([&] { return FenuCleanup3(used); })},
-        {"FenuInit", status([] { return FenuInit(); })},
-        {"FenuCleanup", status([] { return FenuCleanup(); })},
-        {"ClientSession::IoMessage",
-         thrown([&] { session->IoMessage(in, inLength, out, outLength, nullptr, nullptr); })},
-        {"CpDremSession::SendIoctlToZuli",
-         thrown([&] { session->dremSessions[0]->SendIoctlToZuli(1, nullptr); })}};
-    return calls.at(Word(0))();
+    if (Word(0) == "ClientSession::IoMessage") {
+      return Thrown(
+          [&] { session->IoMessage(arguments.in, 32, arguments.out, 32, nullptr, nullptr); });
+    }
+    if (Word(0) == "CpDremSession::SendIoctlToZuli") {
+      return Thrown([&] { session->dremSessions[0]->SendIoctlToZuli(1, nullptr); });
+    }
+    const auto* call = std::find_if(std::begin(kCalls), std::end(kCalls),
+                                    [this](const auto& each) { return each.name == Word(0); });
+    if (call == std::end(kCalls)) return "no such call";
+    const std::string status = std::to_string(call->make(arguments));
+    if (arguments.handle != Model::kUnwritten) handle_ = arguments.handle;
+    return status;
   }
 
   std::string Told() {
@@ -115,6 +108,7 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
 
   std::vector<std::string> words_;
   void* handle_ = nullptr;
+  Model model_{true};
   std::map<std::string, std::string> addresses_;
 };
 

@@ -12,6 +12,7 @@
 #include <iomanip>
 #include <thread>
 
+#include "log/log_line.h"
 #include "oscl/last_error.h"
 #include "oscl/timing.h"
 #include "tests/support/library_test.h"
@@ -21,8 +22,12 @@ namespace {
 // What this program puts in the place of the clock's resolution and of the platform's log.
 std::optional<timespec> resolution;
 std::vector<std::string> formats, texts;
+std::string emitted;
 
 }  // namespace
+
+// Of the library's own statements, which are compiled into this program once more.
+void logging::Emit(int32_t, const char* text) noexcept { emitted = text; }
 
 extern "C" {
 
@@ -109,7 +114,7 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
 // No sink can be deleted safely while one is at work.
 TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
   struct Undeletable : LogSink {
-    ~Undeletable() override { _exit(9); }
+    ~Undeletable() override { _exit(static_cast<int>(gKaloDllState.kaloRefCountA)); }
     void logMessage(const char*) override {}
   };
   EXPECT_EXIT(
@@ -121,6 +126,7 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
       testing::ExitedWithCode(3), "");
   EXPECT_EXIT(
       {
+        state.kaloRefCountA = 9;  // the log's base goes first, the state after it
         Logger::logBase.sinks.push_back(new Undeletable);
         Say("text");
         exit(3);
@@ -181,6 +187,21 @@ TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
   text << std::ifstream(file).rdbuf();
   EXPECT_EQ(text.str(), "before one two ");
   FileLogSink((file + ".missing/log").c_str()).logMessage("dropped");
+}
+
+TEST(Line, holds_texts_of_any_length) {
+  for (size_t length = 1; length < 600; ++length) {
+    std::string expected = "f:1: ";
+    {
+      logging::LogLine line(0, "f", ":1: ");
+      while (expected.size() < length) {
+        const std::string piece(std::min(length - expected.size(), 1 + length % 7), 'a');
+        line << piece;
+        expected += piece;
+      }
+    }
+    ASSERT_EQ(emitted, expected);
+  }
 }
 
 TEST(Counter, counts_ticks_of_the_clock_or_fails_and_writes_nothing) {

@@ -2,7 +2,6 @@
 // other, in random sequences: all is as the model foretells, then and afterwards.
 
 #include "tests/api/model_fixture.h"
-#include "tests/robustness/driver.h"
 #include "tests/robustness/libc_faults.h"
 #include "tests/support/descriptors.h"
 

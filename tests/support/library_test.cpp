@@ -52,10 +52,6 @@ std::string Hex(uint64_t value) {
   return text.str();
 }
 
-std::string Pointer(const void* pointer) {
-  return pointer == nullptr ? "0" : "0x" + Hex(reinterpret_cast<uintptr_t>(pointer));
-}
-
 std::string WithoutTag(const std::string& line) {
   const size_t begin = line.find(':');
   if (line[0] == '<' || begin == std::string::npos) return line;
@@ -64,11 +60,6 @@ std::string WithoutTag(const std::string& line) {
     return "untagged " + line;
   }
   return line.substr(0, begin) + line.substr(end);
-}
-
-Lines operator+(Lines left, const Lines& right) {
-  left.insert(left.end(), right.begin(), right.end());
-  return left;
 }
 
 StateSnapshot::StateSnapshot() { std::memcpy(bytes_, &gKaloDllState, sizeof bytes_); }
@@ -120,11 +111,6 @@ LibraryTest::~LibraryTest() {
   std::filesystem::remove_all(folder_);
 }
 
-void LibraryTest::Trace() {
-  sink->onLine = [] { Logger::logBase.level = 100; };
-  sink->onLine();
-}
-
 void LibraryTest::Add(std::string line) {
   const std::lock_guard<std::mutex> lock(mutex_);
   lines_.push_back(std::move(line));
@@ -133,12 +119,6 @@ void LibraryTest::Add(std::string line) {
 Lines LibraryTest::TakeRaw() {
   const std::lock_guard<std::mutex> lock(mutex_);
   return std::exchange(lines_, {});
-}
-
-Lines LibraryTest::TakeLog() {
-  Lines lines = TakeRaw();
-  for (std::string& line : lines) line = WithoutTag(line);
-  return lines;
 }
 
 }  // namespace test

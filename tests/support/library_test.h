@@ -27,9 +27,8 @@ using Bytes = std::vector<unsigned char>;
 Bytes Message(uint32_t command, size_t size = 32, uint32_t status = 0, uint32_t word0 = 0,
               uint32_t word3 = 0);
 
-// As the log prints a count and a pointer.
+// As the log prints a count.
 std::string Hex(uint64_t value);
-std::string Pointer(const void* pointer);
 
 // "name:12: text" becomes "name: text"; a line with another lead-in shows.
 std::string WithoutTag(const std::string& line);
@@ -39,8 +38,6 @@ template <typename... Text>
 Lines List(const Text&... texts) {
   return {std::string(texts)...};
 }
-
-Lines operator+(Lines left, const Lines& right);
 
 // "type: text" of what a call throws. The type is told by name: where the library carries a runtime
 // that compares types by address, the program cannot catch the library's by theirs.
@@ -76,12 +73,8 @@ class LibraryTest : public ::testing::Test {
   explicit LibraryTest(zulisim::EngineOptions options = {});
   ~LibraryTest() override;
 
-  // Let trace messages through, also while KaloInit3, which lowers the threshold, is running.
-  void Trace();
-
-  // The lines since the last call, as "function:12: text", and without their tags.
+  // The lines since the last call, as "function:12: text".
   Lines TakeRaw();
-  Lines TakeLog();
   void Add(std::string line);
 
   std::string LogFile() const { return folder_ + "/Marvoleth.log"; }

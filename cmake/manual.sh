@@ -1,0 +1,26 @@
+#!/usr/bin/env bash
+# Makes the man pages of a tool and of each of its commands out of what --help says.
+#   manual.sh TOOL VERSION FOLDER
+set -euo pipefail
+tool=$1 version=$2 folder=$3
+name=${tool##*/}
+mkdir -p "$folder"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+
+page() { # page NAME COMMAND...: help2man takes the name of a page from the program that it runs
+  local page=$1
+  shift
+  printf '#!/bin/sh\nexec "%s" "$@"\n' "$* " | sed 's/" "$@"/ "$@"/; s/exec "/exec /' >"$scratch/$page"
+  chmod +x "$scratch/$page"
+  local about
+  about=$("$@" --help | head -n 1)
+  help2man --no-info --section=1 --source="kalodll $version" --version-string="$version" \
+    --manual="User Commands" --name="${about%%.*}" "$scratch/$page" >"$folder/$page.1"
+}
+
+page "$name" "$tool"
+# The commands stand under "Subcommands:", indented by two.
+for command in $("$tool" --help | sed -n '/^Subcommands:/,$s/^  \([a-z]\+\) .*/\1/p'); do
+  page "$name-$command" "$tool" "$command"
+done

@@ -1,0 +1,201 @@
+#!/usr/bin/env python3
+"""Plants faults in the library's sources, one at a time, and says which of them no test notices.
+
+  scripts/mutate.py [--seed N] [--count N] [--sanitizers] [FOLDER...]
+
+The faults are drawn evenly from the folders (api, transport, log and oscl by default). Each is built
+in a copy of the tree under build/mutate, so that the work tree stays as it is, and run against the
+release tests; one that is not caught there is run again under the address and the thread sanitizer
+where --sanitizers asks for it. A test that runs out of time counts as failed, a fault that does not
+compile is drawn anew. tests/equivalent_mutants.txt lists those that no test can tell from the
+original, with the reason; they are not drawn. Exits with 1 when a fault survives.
+"""
+
+import argparse
+import difflib
+import os
+import pathlib
+import random
+import re
+import shutil
+import subprocess
+import sys
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent
+WORK = ROOT / "build" / "mutate"
+TREE = WORK / "tree"
+EQUIVALENT = ROOT / "tests" / "equivalent_mutants.txt"
+FOLDERS = ["api", "transport", "log", "oscl"]
+# Slow, or at work on the tools alone.
+LEFT_OUT = "with_private_data|installed_package|pages_|machine|simulator_|tools_test|imported_functions"
+
+WORDS = [(r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "), (r" == ", " != "),
+         (r" != ", " == "), (r" && ", " || "), (r" \|\| ", " && "), (r" \+ ", " - "),
+         (r" - ", " + "), (r"\+\+", "--"), (r"--", "++"), (r" \+ 1\b", ""), (r" - 1\b", ""),
+         (r" & ", " | "), (r" \| ", " & "), (r"\+= ", "-= "), (r"\btrue\b", "false"),
+         (r"\bfalse\b", "true"), (r"!(?=[\w(])", ""), (r" \? (.+?) : (.+?)([;,)])", r" ? \2 : \1\3"),
+         (r"\bif \((.*)\) ", r"if (!(\1)) "), (r"\bwhile \((.*)\) ", r"while (!(\1)) "),
+         (r"\bbreak;", "continue;"), (r"\bcontinue;", "break;"), (r"return (.+);", "return {};"),
+         (r'"([^"\\%]+)"', r'"\1?"')]
+STATEMENT = re.compile(r"^ +(?!return\b|else\b|case\b|using\b|default\b|friend\b|static_assert)"
+                       r"[\w*(+:~!-][^{}]*;$")
+
+
+def number(match):
+    text = match.group(0)
+    value = int(text, 16 if text[:2] in ("0x", "0X") else 10)
+    return hex(value + 1) if text[:2] == "0x" else str(value + 1)
+
+
+def code_lines(path):
+    """(index, line) of what is code within functions and tables."""
+    comment = False
+    for index, line in enumerate(path.read_text().split("\n")):
+        text = line.strip()
+        comment = comment or text.startswith("/*")
+        skipped = comment or not text or text.startswith(("//", "#", "*", "static_assert", "namespace"))
+        if "*/" in text:
+            comment = False
+        if not skipped:
+            yield index, line.split(" // ")[0].rstrip()
+
+
+def faults(path):
+    """Every fault of a file: (index of the first line, lines before, lines after)."""
+    lines = list(code_lines(path))
+    for place, (index, line) in enumerate(lines):
+        code = re.sub(r'"[^"]*"', lambda text: "~" * len(text.group(0)), line)
+        for pattern, replacement in WORDS:
+            where = line if pattern.startswith('"') else code
+            for match in re.finditer(pattern, where):
+                new = line[:match.start()] + re.sub(
+                    pattern, replacement, line[match.start():match.end()]) + line[match.end():]
+                yield index, [line], [new]
+        for match in re.finditer(r"(?<![\w.])(0[xX][0-9a-fA-F]+|\d+)(?![\w.])", code):
+            yield index, [line], [line[:match.start()] + number(match) + line[match.end():]]
+        if not place or not STATEMENT.match(line) or not lines[place - 1][1].endswith((";", "{", "}", ":")):
+            continue
+        yield index, [line], [re.match(" *", line).group(0) + ";"]
+        after = lines[place + 1] if place + 1 < len(lines) else (0, "")
+        if after[0] == index + 1 and STATEMENT.match(after[1]):
+            yield index, [line, after[1]], [after[1], line]
+
+
+def equivalent():
+    known = set()
+    for line in EQUIVALENT.read_text().splitlines() if EQUIVALENT.exists() else []:
+        if line and not line.startswith("#"):
+            known.add(tuple(part.strip() for part in line.split(" => ")[:3]))
+    return known
+
+
+def key(path, before, after):
+    return (str(path), " / ".join(line.strip() for line in before),
+            " / ".join(line.strip() for line in after))
+
+
+def run(command, seconds, **options):
+    try:
+        return subprocess.run(command, timeout=seconds, stdout=subprocess.DEVNULL,
+                              stderr=subprocess.DEVNULL, check=False, **options).returncode
+    except subprocess.TimeoutExpired:
+        return -1
+
+
+def build(name):
+    return run(["ninja", "-C", str(WORK / name)], 1800)
+
+
+def caught(name):
+    """By the tests of one build; those of the fault's own folders come early, as they are short."""
+    command = ["ctest", "--test-dir", str(WORK / name), "-LE", "slow", "-E", LEFT_OUT, "-j2",
+               "--timeout", "90" if name == "release" else "400", "--stop-on-failure"]
+    return run(command, 1800) != 0
+
+
+def prepare(names):
+    TREE.mkdir(parents=True, exist_ok=True)
+    listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
+                            capture_output=True, text=True).stdout.split("\n")
+    for name in filter(None, listed):
+        source, copy = ROOT / name, TREE / name
+        if not source.is_file():
+            continue
+        if not copy.exists() or copy.read_bytes() != source.read_bytes():
+            copy.parent.mkdir(parents=True, exist_ok=True)
+            shutil.copy(source, copy)
+    kinds = {"release": [], "asan": ["-DKALODLL_SANITIZE=address,undefined"],
+             "tsan": ["-DKALODLL_SANITIZE=thread"]}
+    for name in names:
+        # Tests need no new link when only the library has changed.
+        flags = ["-DCMAKE_BUILD_TYPE=" + ("Release" if name == "release" else "Debug"),
+                 "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", *kinds[name]]
+        if run(["cmake", "-S", TREE, "-B", WORK / name, "-G", "Ninja", *flags], 600) or build(name):
+            sys.exit(f"mutate.py: the tree itself does not build: ninja -C {WORK / name}")
+        if caught(name):
+            sys.exit(f"mutate.py: the tests fail without a fault: ctest --test-dir {WORK / name}")
+
+
+def judge(path, fault, names):
+    """The build whose tests notice the fault, None when none does, "" when it does not compile."""
+    index, before, after = fault
+    original = (ROOT / path).read_text()
+    lines = original.split("\n")
+    lines[index:index + len(before)] = after
+    try:
+        for name in names:
+            (TREE / path).write_text("\n".join(lines))
+            if build(name):
+                return ""
+            if caught(name):
+                return name
+        return None
+    finally:
+        (TREE / path).write_text(original)
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
+    parser.add_argument("--seed", type=int, default=1)
+    parser.add_argument("--count", type=int, default=200, help="faults to plant (default: 200)")
+    parser.add_argument("--sanitizers", action="store_true")
+    parser.add_argument("folders", nargs="*", metavar="FOLDER", default=FOLDERS)
+    arguments = parser.parse_args()
+    if wrong := [folder for folder in arguments.folders if folder not in FOLDERS]:
+        parser.error(f"'{wrong[0]}' is not a folder of the library: {', '.join(FOLDERS)} are")
+    names = ["release"] + (["asan", "tsan"] if arguments.sanitizers else [])
+    os.nice(5)
+    prepare(names)
+    known, draw = equivalent(), random.Random(arguments.seed)
+    survivors, score = [], {folder: [0, 0] for folder in arguments.folders}
+    for turn, folder in enumerate(arguments.folders):
+        all_faults = [(path.relative_to(ROOT), fault)
+                      for path in sorted((ROOT / folder).iterdir()) if path.suffix in (".cpp", ".h")
+                      for fault in faults(path)]
+        all_faults = [(path, fault) for path, fault in all_faults
+                      if key(path, *fault[1:]) not in known]
+        draw.shuffle(all_faults)
+        due = len(range(turn, arguments.count, len(arguments.folders)))
+        while all_faults and score[folder][1] < due:
+            path, fault = all_faults.pop()
+            verdict = judge(path, fault, names)
+            if verdict == "":
+                continue
+            score[folder][1] += 1
+            score[folder][0] += verdict is not None
+            print(f"{folder} {score[folder][1]}/{due}: {path}:{fault[0] + 1} {verdict or 'SURVIVES'}",
+                  flush=True)
+            if verdict is None:
+                survivors.append((path, fault))
+                print("\n".join(f"  {line}" for line in difflib.ndiff(*fault[1:])
+                                if line[0] in "+-"), flush=True)
+    print(f"\nseed {arguments.seed}, {len(survivors)} survivors:")
+    for path, fault in survivors:
+        print("  " + " => ".join(key(path, *fault[1:])) + f"    (line {fault[0] + 1})")
+    for folder, (found, planted) in score.items():
+        print(f"{folder:10} {found} of {planted} caught, {100 * found // max(planted, 1)} %")
+    return 1 if survivors else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
