@@ -66,7 +66,7 @@ long FreeKeys() {
 
 int main(int, char** arguments) {
   zulisim::Engine engine({zulisim::DefaultClients(), false});
-  const zulisim::Attachment attachment(engine, {{"/data/Marvoleth.log", "/dev/null"}});
+  const zulisim::InProcessDevice attachment(engine, {{"/data/Marvoleth.log", "/dev/null"}});
   // The first cycles fill what the process keeps, such as the loader's books.
   for (int i = 0; i < 20; ++i) Cycle(arguments[1], engine);
   const long keys = FreeKeys(), descriptors = test::OpenDescriptors();
