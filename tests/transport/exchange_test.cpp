@@ -102,9 +102,9 @@ TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
     engine.AddFault(
         {Operation::kIoctl, Count(Operation::kIoctl) + 1 + 2 * i, 1, zulisim::DeviceLoss{}});
   }
-  int argument = 0;
-  session_->SendIoctlToZuli(static_cast<int>(kRequest), &argument);
-  EXPECT_EQ(argument, 1);
+  int argument[4] = {};  // as many bytes as the request says
+  session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);
+  EXPECT_EQ(argument[0], 1);
   EXPECT_EQ(Count(Operation::kIoctl), 10u);
 }
 
