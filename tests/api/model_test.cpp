@@ -17,15 +17,15 @@ using zulisim::Operation;
 // What runs now, for a run that the sanitizer ends.
 std::string running;
 
-#ifdef __SANITIZE_THREAD__  // which has little to see in one thread
+#if defined __SANITIZE_THREAD__  // which has little to see in one thread
 constexpr unsigned kSequences = 1000;
+constexpr bool kWalks = false, kWalksAll = false;
+#elif defined __SANITIZE_ADDRESS__
+constexpr unsigned kSequences = 10000;
+constexpr bool kWalks = true, kWalksAll = false;
 #else
 constexpr unsigned kSequences = 10000;
-#endif
-#if defined __SANITIZE_THREAD__ || defined __SANITIZE_ADDRESS__
-constexpr bool kSanitized = true;
-#else
-constexpr bool kSanitized = false;
+constexpr bool kWalks = true, kWalksAll = true;
 #endif
 
 unsigned FromEnvironment(const char* name, unsigned otherwise) {
@@ -90,13 +90,6 @@ class EveryPath : public ModelTest {
     }
   }
 
-  void WalkCommand(bool sign, unsigned shape) {
-    negative = sign;
-    traced = true;
-    Walk({{kFenuInit3}, {kStartIoEx3, 0, shape}});
-    Print(std::string(sign ? "negative" : "positive") + " status, shape " + std::to_string(shape));
-  }
-
   void Print(const std::string& of) {
     std::cout << of << ": " << paths_ << " paths\n";
     paths_ = 0;
@@ -119,19 +112,31 @@ class EveryPath : public ModelTest {
   uint64_t paths_ = 0;
 };
 
-TEST_F(EveryPath, of_a_command_ends_as_the_rules_say) {
-  for (const unsigned shape : {0u + kNullPrivateData, 0u + kNullPrivateLength, 0u}) {
-    for (const bool sign : {false, true}) {
-      if (sign && shape == 0) continue;
-      WalkCommand(sign, shape);
-    }
-  }
+class EveryPathOfACommand : public EveryPath,
+                            public testing::WithParamInterface<std::pair<bool, unsigned>> {};
+
+TEST_P(EveryPathOfACommand, ends_as_the_rules_say) {
+  const unsigned shape = GetParam().second;
+  negative = GetParam().first;
+  traced = true;
+  const bool halfAMillion = negative && shape == 0;
+  if (!(halfAMillion ? kWalksAll : kWalks)) GTEST_SKIP() << "too many for this sanitizer";
+  Walk({{kFenuInit3}, {kStartIoEx3, 0, shape}});
+  Print("command");
 }
 
-TEST_F(EveryPath, of_a_command_with_private_data_ends_as_the_rules_say) {
-  if (kSanitized) GTEST_SKIP() << "half a million paths are left to the builds without a sanitizer";
-  WalkCommand(true, 0);
-}
+INSTANTIATE_TEST_SUITE_P(Status, EveryPathOfACommand,
+                         testing::Values(std::pair(false, 0), std::pair(false, kNullPrivateData),
+                                         std::pair(false, kNullPrivateLength),
+                                         std::pair(true, kNullPrivateData),
+                                         std::pair(true, kNullPrivateLength), std::pair(true, 0)),
+                         [](const auto& given) {
+                           return std::string(given.param.first ? "negative" : "positive") +
+                                  (given.param.second == 0 ? "_with_private_data"
+                                   : given.param.second == kNullPrivateData
+                                       ? "_without_private_data"
+                                       : "_without_its_length");
+                         });
 
 TEST_F(EveryPath, of_an_initialisation_ends_as_the_rules_say) {
   const Step announce = {kKaloStateInit, 0}, damage = {kWriteState, 6};
