@@ -30,7 +30,7 @@ uint32_t Report(Body body) {
   return code;
 }
 
-// The prefix of key names under a root; null for a handle that is no root.
+// The prefix of key names under a root; null for a handle that is not a root.
 const char* RootPrefix(HKEY key) {
   switch (key) {
     case HKEY_CLASSES_ROOT:

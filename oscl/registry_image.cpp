@@ -92,7 +92,7 @@ class Scanner {
   }
 
  private:
-  // The NUL after the block is no white space.
+  // The NUL after the block is not white space.
   void SkipSpace() {
     while (IsSpace(*next_)) ++next_;
   }

@@ -59,7 +59,7 @@ bool OwnsData(uint32_t kind) {
          kind == USER_FEATURE_MULTI_STRING;
 }
 
-// Counts the strings in the buffer; 0 when it is no list of strings.
+// Counts the strings in the buffer; 0 when it is not a list of strings.
 uint32_t CountStrings(const char* buffer, uint32_t length) {
   uint32_t count = 0;
   uint32_t offset = 0;
@@ -214,7 +214,7 @@ HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, ui
     key->valueCount = 1;
   }
   key->values->type = kind;
-  // A number that stands there is no pointer.
+  // A number that stands there is not a pointer.
   if (OwnsData(kind)) ForgetData(*key->values);
   return OSCL_UserFeature_SetValueName(key->values, keptName);
 }

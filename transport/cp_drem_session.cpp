@@ -159,7 +159,7 @@ ZuliConnectRecord* NewConnectRecord() { return new ZuliConnectRecord(); }
 
 CpDremSession::CpDremSession(const _GUID* guid, CpDremSession*)
     : clientGuid(guid), deviceFd(-1), connectRecord(NewConnectRecord()) {
-  // Contract: what a failed connection leaves behind is not given back, so no owner holds it.
+  // Contract: a failed connection does not give its record back, so no owner holds it.
   Connect();
   KALO_LOG(kTraceLevel) << "Open ZULI.";
 }

@@ -63,7 +63,7 @@ class CpDremSession {
   void IoctlAllocWrapper(unsigned char* buffer, unsigned int length, unsigned char* output);
   void IoctlFreeWrapper(unsigned char* buffer, unsigned int length);
 
-  // Sessions are found by this pointer, never by the bytes behind it.
+  // Sessions are found by this pointer, never by the bytes that it points to.
   const _GUID* clientGuid;
   // -1 after a failed open; never reset after a close.
   int32_t deviceFd;

@@ -1,6 +1,6 @@
 // What the library says, to the letter. Each file in golden/ is a transcript: what a driver and the
 // device do ("> ..."), the lines that are logged ("| ...") amid the device's operations ("<...>"),
-// and what a call returns ("= ..."). What stands behind ">" is done, and the whole must come out as
+// and what a call returns ("= ..."). What stands after ">" is done, and the whole must come out as
 // it was. Tags are left where they are fixed numbers. KALODLL_GOLDEN_WRITE=1 writes the files anew.
 
 #include <filesystem>

@@ -107,7 +107,7 @@ TEST_F(UserFeatureTest, clearing_keeps_a_number_which_a_missing_value_leaves) {
   EXPECT_EQ(Read("none", USER_FEATURE_NUMBER32_A), S_OK);
   EXPECT_EQ(key_.values->data.number64, 0x100000007u);
   EXPECT_EQ(Read("none", USER_FEATURE_MULTI_STRING), E_FAIL);
-  EXPECT_EQ(key_.values->data.strings, nullptr) << "the number is no pointer";
+  EXPECT_EQ(key_.values->data.strings, nullptr) << "the number is not a pointer";
   EXPECT_EQ(OSCL_UserFeature_DeleteValues(&key_), S_OK);
   EXPECT_EQ(OSCL_UserFeature_Cleanup(nullptr, &key_), S_OK);
 }

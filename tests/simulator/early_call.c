@@ -1,4 +1,4 @@
-/* Preloaded behind the hooks: calls one of them before there is an environment, as the start-up of
+/* Preloaded after the hooks: calls one of them before there is an environment, as the start-up of
  * Android's libc does. */
 
 #include <unistd.h>

@@ -36,7 +36,7 @@ insmod /suite/fuse.ko && insmod /suite/cuse.ko || complain "a module cannot be l
 options=$(cat /suite/exchange_suite.options)
 serve -q --connection-numbers --transcript /tmp/transcript.cuse $options
 say "$(ls -l /dev/zuli)"
-[ -c /dev/zuli ] || complain "/dev/zuli is no character device"
+[ -c /dev/zuli ] || complain "/dev/zuli is not a character device"
 sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.cuse 2>&1
 kill -INT $engine
 wait $engine || complain "serve --cuse: exit status $? after SIGINT"

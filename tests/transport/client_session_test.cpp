@@ -1,4 +1,4 @@
-// The sessions behind a handle: which client serves a command, and what refuses.
+// What a handle points to: which client serves a command, and what refuses.
 
 #include "transport/client_session.h"
 

@@ -67,7 +67,7 @@ RegistryText ParseRewritten(std::string_view content);
 
 enum class RegistryStyle {
   kLoadable,   // in the order given
-  kRewritten,  // as RegSetValueEx leaves a file: in list order, with a blank behind each line
+  kRewritten,  // as RegSetValueEx leaves a file: in list order, with a blank after each line
 };
 
 std::string FormatRegistry(const RegistryText& registry, RegistryStyle style);
