@@ -125,13 +125,10 @@ inline std::string Describe(const Sequence& sequence) {
   std::ostringstream text;
   for (const Step& step : sequence) {
     text << "  " << kCalls[step.call].name << " #" << step.argument << " shape=" << step.shape
-         << ' ' << kTags[step.tag].data;
+         << " tag=" << step.tag << " exception=" << static_cast<int>(step.trap.point) << '.'
+         << step.trap.kind << '.' << step.trap.left;
     for (const auto& [operation, first, times, error] : step.faults) {
       text << ", " << OperationName(operation) << " +" << first << " x" << times << ": " << error;
-    }
-    if (step.trap.point != Point::kNone) {
-      text << ", exception " << step.trap.kind << " at point " << static_cast<int>(step.trap.point)
-           << " +" << step.trap.left;
     }
     text << '\n';
   }
