@@ -7,15 +7,10 @@
 #include "tests/api/model_fixture.h"
 #include "transport/cp_drem_session.h"
 
-extern "C" void __sanitizer_set_death_callback(void (*)()) __attribute__((weak));
-
 namespace test {
 namespace {
 
 using zulisim::Operation;
-
-// What runs now, for a run that the sanitizer ends.
-std::string running;
 
 #if defined __SANITIZE_THREAD__  // which has little to see in one thread
 constexpr unsigned kSequences = 1000;
@@ -38,14 +33,10 @@ class Sequences : public ModelTest {};
 TEST_F(Sequences, drawn_at_random_do_what_the_rules_say) {
   const unsigned seed = FromEnvironment("KALODLL_MODEL_SEED", 20240607);
   const unsigned sequences = FromEnvironment("KALODLL_MODEL_SEQUENCES", kSequences);
-  if (__sanitizer_set_death_callback != nullptr) {
-    __sanitizer_set_death_callback([] { std::cerr << running; });
-  }
   std::mt19937 random(seed);
   for (unsigned i = 0; i < sequences; ++i) {
     Sequence sequence = RandomSequence(random);
     traced = i % 2 == 1;
-    running = "the sequence that was running:\n" + Describe(sequence);
     std::optional<std::string> difference = Run(sequence);
     if (!difference) continue;
     // What is not needed for a failure goes, once through.

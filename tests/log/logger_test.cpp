@@ -9,8 +9,6 @@
 #include <cerrno>
 #include <cstdarg>
 #include <fstream>
-#include <iomanip>
-#include <thread>
 
 #include "log/log_line.h"
 #include "oscl/last_error.h"
@@ -149,29 +147,6 @@ TEST_F(Messages, of_the_child_that_a_sink_forks_are_delivered) {
   };
   Say("parent");
   EXPECT_EQ(TakeRaw(), List("parent"));
-}
-
-TEST_F(Messages, begin_with_the_standard_formats_whatever_earlier_ones_did) {
-  for (int round = 0; round < 2; ++round) {
-    Logger logger;
-    logger << std::hex << std::setfill('*') << std::setw(6) << std::boolalpha << 255;
-    logger.tie(&logger);
-    logger.exceptions(std::ios::badbit);
-    logger.setstate(std::ios::failbit);
-    Logger meanwhile;
-    meanwhile << std::setw(6) << 255 << true << meanwhile.exceptions() << !meanwhile.tie();
-  }
-  EXPECT_EQ(TakeRaw(), List("   255101", "****ff", "   255101", "****ff"));
-}
-
-TEST_F(Messages, are_delivered_under_the_lock) {
-  EnterCriticalSection(&Logger::logBase.lock);
-  std::thread other([] { Say("text"); });
-  std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  EXPECT_EQ(TakeRaw(), Lines{});
-  LeaveCriticalSection(&Logger::logBase.lock);
-  other.join();
-  EXPECT_EQ(TakeRaw(), Lines{"text"});
 }
 
 TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
