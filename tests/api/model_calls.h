@@ -15,7 +15,7 @@ struct Step {
   unsigned shape = 0;
   unsigned tag = 0;
   std::vector<CallFault> faults = {};
-  Trap trap = {};
+  InjectedFailure injected = {};
 };
 using Sequence = std::vector<Step>;
 
@@ -125,8 +125,8 @@ inline std::string Describe(const Sequence& sequence) {
   std::ostringstream text;
   for (const Step& step : sequence) {
     text << "  " << kCalls[step.call].name << " #" << step.argument << " shape=" << step.shape
-         << " tag=" << step.tag << " exception=" << static_cast<int>(step.trap.point) << '.'
-         << step.trap.kind << '.' << step.trap.left;
+         << " tag=" << step.tag << " exception=" << static_cast<int>(step.injected.point) << '.'
+         << step.injected.kind << '.' << step.injected.left;
     for (const auto& [operation, first, times, error] : step.faults) {
       text << ", " << OperationName(operation) << " +" << first << " x" << times << ": " << error;
     }
@@ -151,7 +151,8 @@ inline Sequence RandomSequence(std::mt19937& random) {
       step.faults.push_back({operation, below(5), 1 + below(6), loses ? ENODEV : EIO});
     }
     if (below(8) == 0) {
-      step.trap = {static_cast<Point>(1 + below(3)), static_cast<Trap::Kind>(below(3)), below(2)};
+      step.injected = {static_cast<Point>(1 + below(3)),
+                       static_cast<InjectedFailure::Kind>(below(3)), below(2)};
     }
   }
   return sequence;
