@@ -8,7 +8,8 @@ class ClientSession;
 
 // Marks an empty last-error record, and is the context of errors that have no handle.
 constexpr uint32_t kNoErrorMarker = 0xDEADBEEF;
-inline void* const kNoErrorContext = reinterpret_cast<void*>(static_cast<uintptr_t>(kNoErrorMarker));
+inline void* const kNoErrorContext =
+    reinterpret_cast<void*>(static_cast<uintptr_t>(kNoErrorMarker));
 
 // The code recorded for a failure that carries no status of its own.
 constexpr uint32_t kNoStatusCode = 0xFFFFFFFF;

@@ -1,4 +1,5 @@
-// The printers of GUIDs and byte buffers, to the byte and with the state that they leave the stream in.
+// The printers of GUIDs and byte buffers, to the byte and with the state that they leave the stream
+// in.
 
 #include "log/value_format.h"
 
