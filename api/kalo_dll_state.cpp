@@ -15,6 +15,23 @@ void __freeres();
 }  // namespace __gnu_cxx
 #endif
 
+#ifdef KALODLL_CARRIES_LIBCXX
+// In place of libc++abi's own, which keeps a thread's exceptions under one of the process's few
+// thread-specific keys and never gives it back: each load would use up one. Thread-local storage
+// goes with the library, which is why Android's keeps them in such itself.
+extern "C" {
+struct ThreadExceptions {
+  void* caught;
+  unsigned int uncaught;
+};
+ThreadExceptions* __cxa_get_globals() {
+  static thread_local ThreadExceptions exceptions;
+  return &exceptions;
+}
+ThreadExceptions* __cxa_get_globals_fast() { return __cxa_get_globals(); }
+}
+#endif
+
 // The first of the library's two static objects to be built, whatever the link order.
 __attribute__((init_priority(1001))) KaloDllState gKaloDllState;
 

@@ -56,6 +56,7 @@ elseif(NOT KALODLL_SANITIZE)
     target_link_options(kalodll PRIVATE -nostdlib++)
     target_link_libraries(kalodll PRIVATE
       "-Wl,-Bstatic" c++ c++abi "-Wl,-Bdynamic" Threads::Threads gcc_s)
+    target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBCXX)
   else()
     # The compiler refers to __cxa_pure_virtual weakly, which alone would not carry it along.
     target_link_options(kalodll PRIVATE -static-libstdc++ "LINKER:--undefined=__cxa_pure_virtual")
