@@ -36,10 +36,11 @@ WORDS = [(r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
          (r" & ", " | "), (r" \| ", " & "), (r"\+= ", "-= "), (r"\btrue\b", "false"),
          (r"\bfalse\b", "true"), (r"!(?=[\w(])", ""), (r" \? (.+?) : (.+?)([;,)])", r" ? \2 : \1\3"),
          (r"\bif \((.*)\) ", r"if (!(\1)) "), (r"\bwhile \((.*)\) ", r"while (!(\1)) "),
-         (r"\bbreak;", "continue;"), (r"\bcontinue;", "break;"), (r"return (.+);", "return {};"),
+         (r"\bbreak;", "continue;"), (r"\bcontinue;", "break;"), (r"KALO_DLL_STATUS_SUCCESS\b", "KALO_DLL_STATUS_FAILURE"),
+         (r"return (?!KALO_DLL_STATUS_SUCCESS|nullptr|0;|true|false|\{\}|\*this)(.+);", "return {};"),
          (r'"([^"\\%]+)"', r'"\1?"')]
 STATEMENT = re.compile(r"^ +(?!return\b|else\b|case\b|using\b|default\b|friend\b|static_assert)"
-                       r"[\w*(+:~!-][^{}]*;$")
+                       r"[\w*(+:~!-][^{}]*(?<!= delete)(?<!= default);$")
 
 
 def number(match):
@@ -68,10 +69,10 @@ def faults(path):
         code = re.sub(r'"[^"]*"', lambda text: "~" * len(text.group(0)), line)
         for pattern, replacement in WORDS:
             where = line if pattern.startswith('"') else code
-            for match in re.finditer(pattern, where):
-                new = line[:match.start()] + re.sub(
-                    pattern, replacement, line[match.start():match.end()]) + line[match.end():]
-                yield index, [line], [new]
+            for found in re.finditer(pattern, where):
+                if match := re.compile(pattern).match(line, found.start()):
+                    new = line[:match.start()] + match.expand(replacement) + line[match.end():]
+                    yield index, [line], [new]
         for match in re.finditer(r"(?<![\w.])(0[xX][0-9a-fA-F]+|\d+)(?![\w.])", code):
             yield index, [line], [line[:match.start()] + number(match) + line[match.end():]]
         if not place or not STATEMENT.match(line) or not lines[place - 1][1].endswith((";", "{", "}", ":")):
