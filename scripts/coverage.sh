@@ -19,8 +19,8 @@ ctest --test-dir "$folder" --parallel "$(nproc)" --output-on-failure \
   -E 'imported_functions|elf_hygiene|exported_surface' "$@"
 gcovr --root . --object-directory "$folder" --exclude-throw-branches --exclude-unreachable-branches \
   --filter api/ --filter transport/ --filter log/ --filter oscl/ \
-  --txt "$folder/lines.txt" --print-summary "$folder/CMakeFiles/kalodll.dir"
+  --txt "$folder/lines.txt" --print-summary "$folder"
 grep -v '100%  *$' "$folder/lines.txt"
 gcovr --root . --object-directory "$folder" --exclude-throw-branches --exclude-unreachable-branches \
   --filter api/ --filter transport/ --filter log/ --filter oscl/ \
-  --branches "$folder/CMakeFiles/kalodll.dir"
+  --branches "$folder"

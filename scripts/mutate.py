@@ -37,7 +37,7 @@ WORDS = [(r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
          (r"\bfalse\b", "true"), (r"!(?=[\w(])", ""), (r" \? (.+?) : (.+?)([;,)])", r" ? \2 : \1\3"),
          (r"\bif \((.*)\) ", r"if (!(\1)) "), (r"\bwhile \((.*)\) ", r"while (!(\1)) "),
          (r"\bbreak;", "continue;"), (r"\bcontinue;", "break;"), (r"KALO_DLL_STATUS_SUCCESS\b", "KALO_DLL_STATUS_FAILURE"),
-         (r"return (?!KALO_DLL_STATUS_SUCCESS|nullptr|0;|true|false|\{\}|\*this)(.+);", "return {};"),
+         (r"return (?!KALO_DLL_STATUS_SUCCESS|S_OK|nullptr|0;|true|false|\{\}|\*this)(.+);", "return {};"),
          (r'"([^"\\%]+)"', r'"\1?"')]
 STATEMENT = re.compile(r"^ +(?!return\b|else\b|case\b|using\b|default\b|friend\b|static_assert)"
                        r"[\w*(+:~!-][^{}]*(?<!= delete)(?<!= default);$")
@@ -79,7 +79,8 @@ def faults(path):
             continue
         yield index, [line], [re.match(" *", line).group(0) + ";"]
         after = lines[place + 1] if place + 1 < len(lines) else (0, "")
-        if after[0] == index + 1 and STATEMENT.match(after[1]):
+        acts = all("(" in text or " = " in text for text in (line, after[1]))
+        if acts and after[0] == index + 1 and STATEMENT.match(after[1]):
             yield index, [line, after[1]], [after[1], line]
 
 
