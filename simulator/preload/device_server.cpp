@@ -103,22 +103,25 @@ void DeviceServer::Work() {
       // A slow client must not hold up the others: somebody always waits for the next exchange.
       if (--idle_ == 0) StartWorker();
     }
-    Serve(channel);
+    const bool kept = Serve(channel);
     std::lock_guard<std::mutex> lock(mutex_);
-    // An open has taken its channel out of the set: it is the program's descriptor now.
-    if (channels_.erase(channel) > 0) close(channel);
+    // A channel that an open has kept may be closed by now, and its number another worker's.
+    if (!kept) {
+      channels_.erase(channel);
+      close(channel);
+    }
     ++idle_;
   }
 }
 
-void DeviceServer::Serve(int channel) {
+bool DeviceServer::Serve(int channel) {
   Request request;
   if (protocol::Receive(channel, &request, sizeof(request)) != 0 ||
       request.payload > kLongestMessage) {
-    return;
+    return false;
   }
   Bytes payload(request.payload);
-  if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return;
+  if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return false;
   // What a program closed by its end comes before what another does after that.
   ReleaseEnded();
   switch (request.kind) {
@@ -127,8 +130,7 @@ void DeviceServer::Serve(int channel) {
       SendResponse(channel, {});
       break;
     case Kind::kOpen:
-      Open(channel, request);
-      break;
+      return Open(channel, request);
     case Kind::kIoctl:
       Ioctl(channel, request, std::move(payload));
       break;
@@ -142,17 +144,22 @@ void DeviceServer::Serve(int channel) {
       Close(channel, request);
       break;
   }
+  return false;
 }
 
-void DeviceServer::Open(int channel, const Request& request) {
+bool DeviceServer::Open(int channel, const Request& request) {
   const Result result = device_.Open(request.flags, request.mode, request.descriptor);
-  if (result.value == -1) return SendResponse(channel, result);
+  if (result.value == -1) {
+    SendResponse(channel, result);
+    return false;
+  }
   // Under the lock, or the channel could be closed as ended while the answer is on its way. It is
   // the first on a fresh socket and never has to wait.
   std::lock_guard<std::mutex> lock(mutex_);
   channels_.erase(channel);
   tokens_[request.inode] = {channel, static_cast<std::uint64_t>(result.value), false};
   SendResponse(channel, result);
+  return true;
 }
 
 void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {

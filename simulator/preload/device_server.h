@@ -46,8 +46,9 @@ class DeviceServer {
 
   void Work();
   void StartWorker();
-  void Serve(int channel);
-  void Open(int channel, const protocol::Request& request);
+  // True when an open has kept the channel: it is the program's descriptor from then on.
+  bool Serve(int channel);
+  bool Open(int channel, const protocol::Request& request);
   void Ioctl(int channel, const protocol::Request& request, Bytes payload);
   void Read(int channel, const protocol::Request& request);
   void Write(int channel, const protocol::Request& request, const Bytes& payload);
