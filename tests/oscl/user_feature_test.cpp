@@ -68,6 +68,7 @@ TEST_F(UserFeatureTest, multi_strings_are_split_within_their_length) {
     if (strings == 0) FreeMem(buffer);
     OSCL_UserFeature_ClearValue(&value);
     OSCL_UserFeature_ClearValue(&value);
+    EXPECT_EQ(OSCL_UserFeature_SetValueName(&value, nullptr), E_FAIL);
   }
 }
 
