@@ -63,27 +63,25 @@ bool KeepRights(int from, int to) {
   return fchmod(to, status.st_mode & 07777) == 0;
 }
 
-// Writes the content to the disk, with the rights of `old`. False with errno.
-bool Fill(std::FILE* file, const std::string& content, std::FILE* old) {
-  return std::fwrite(content.data(), 1, content.size(), file) == content.size() &&
-         std::fflush(file) == 0 && KeepRights(fileno(old), fileno(file)) &&
-         fsync(fileno(file)) == 0;
-}
+std::string Because(const char* what) { return std::string(what) + std::strerror(errno); }
 
-// Puts a new file in the place of `target`, of which `old` is open. False with errno.
-bool Replace(const std::string& target, const std::string& content, std::FILE* old) {
+// Puts a new file in the place of `target`, of which `old` is open. Returns why not, or nothing.
+std::string Replace(const std::string& target, const std::string& content, std::FILE* old) {
   std::string name = target + ".XXXXXX";
   const int descriptor = mkostemp(name.data(), O_CLOEXEC);
-  if (descriptor < 0) return false;
+  if (descriptor < 0) return Because("no file can be made beside it: ");
   const File file(fdopen(descriptor, "w"));
-  if (file != nullptr && Fill(file.get(), content, old) &&
-      std::rename(name.c_str(), target.c_str()) == 0) {
-    return true;
+  std::string why;
+  if (std::fwrite(content.data(), 1, content.size(), file.get()) != content.size() ||
+      std::fflush(file.get()) != 0) {
+    why = Because("");
+  } else if (!KeepRights(fileno(old), descriptor)) {
+    why = Because("its owner and rights cannot be kept: ");
+  } else if (fsync(descriptor) != 0 || std::rename(name.c_str(), target.c_str()) != 0) {
+    why = Because("");
   }
-  const int error = errno;
-  unlink(name.c_str());
-  errno = error;
-  return false;
+  if (!why.empty()) unlink(name.c_str());
+  return why;
 }
 
 // So that the new name is on the disk too. What cannot be synced stays as it is.
@@ -148,13 +146,14 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
   };
   std::signal(SIGXFSZ, SIG_IGN);  // a limit is to be an error, and to leave nothing behind
   const File old(std::fopen(path.c_str(), "ae"));
-  if (old == nullptr) fail(std::strerror(errno));
+  if (old == nullptr) fail(Because(""));
   // The name that the system has for it: links are followed, for what they lead to is the file.
   std::error_code error;
   const std::filesystem::path target =
       std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fileno(old.get())), error);
   if (!std::filesystem::is_regular_file(target, error)) fail("a regular file is expected");
-  if (!Replace(target.string(), content, old.get())) fail(std::strerror(errno));
+  const std::string why = Replace(target.string(), content, old.get());
+  if (!why.empty()) fail(why);
   SyncFolder(target.parent_path());
 }
 
