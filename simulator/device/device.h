@@ -1,7 +1,9 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 #include "simulator/device/device_abi.h"
 #include "simulator/device/operation.h"
@@ -28,9 +30,12 @@ class Device {
   virtual Result Write(std::uint64_t connection, const void* buffer, std::size_t length) = 0;
   // The connection is gone afterwards, whatever the result.
   virtual Result Close(std::uint64_t connection) = 0;
-  // Closes a connection whose program never closed it, because it ended, for instance. One that is
-  // not open is left alone.
-  virtual void Release(std::uint64_t connection) = 0;
+  // Closes a connection whose program did not, and says `why` it was done. One that is not open is
+  // left alone. A read that waits on it returns.
+  virtual void Release(std::uint64_t connection, const char* why) = 0;
+  // From when on a read will not wait, in the time of Now(): at once when there is something to
+  // read, or an error. Nothing while no message is on its way. Does not wait itself.
+  virtual std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) = 0;
 
   // The observer is not owned and must stay alive until it is removed or the device is gone.
   virtual void AddObserver(OperationObserver* observer) = 0;

@@ -15,7 +15,6 @@ namespace zulisim {
 namespace {
 
 constexpr const char* kNames[kOperationCount] = {"open", "ioctl", "read", "write", "close"};
-constexpr const char* kAbandoned = "the program ended without a close";
 
 // From 1 on, as Linux numbers them here; "-" stands for a gap. Not every libc has the names.
 constexpr char kErrnos[] =
@@ -169,10 +168,10 @@ OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::si
   return record;
 }
 
-OperationRecord BeginClose(std::uint64_t connection, bool abandoned) {
+OperationRecord BeginClose(std::uint64_t connection, const char* why) {
   OperationRecord record = Begin(Operation::kClose, connection);
-  record.abandoned = abandoned;
-  if (abandoned) record.why = kAbandoned;
+  record.abandoned = why != nullptr;
+  if (why != nullptr) record.why = why;
   return record;
 }
 

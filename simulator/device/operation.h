@@ -47,7 +47,7 @@ inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
 // One operation on the device: what crossed its boundary, and what that means.
 struct OperationRecord {
   Operation operation = Operation::kOpen;
-  bool abandoned = false;        // a close that the program never made: it ended without one
+  bool abandoned = false;        // a close that the program did not make
   std::uint64_t connection = 0;  // the device's number of the open file; 0 for a failed open
   // What the program passed.
   int openFlags = 0;          // open: both arguments as passed, the mode also without O_CREAT
@@ -92,7 +92,10 @@ OperationRecord BeginOpen(int flags, unsigned mode);
 OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
 OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
 OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length);
-OperationRecord BeginClose(std::uint64_t connection, bool abandoned);
+// A close that the program did not make says why it was made.
+inline constexpr const char* kProgramEnded = "the program ended without a close";
+inline constexpr const char* kServiceEnded = "still open when the service of the device ended";
+OperationRecord BeginClose(std::uint64_t connection, const char* why = nullptr);
 
 // The bytes at `buffer`, none for null.
 Bytes Copied(const void* buffer, std::size_t length);

@@ -162,16 +162,25 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
 
 Result Engine::Close(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
-  return Close(connection, false);
+  return Close(connection, nullptr);
 }
 
-void Engine::Release(std::uint64_t connection) {
+void Engine::Release(std::uint64_t connection, const char* why) {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (connections_.count(connection) > 0) Close(connection, true);
+  if (connections_.count(connection) > 0) Close(connection, why);
 }
 
-Result Engine::Close(std::uint64_t connection, bool abandoned) {
-  Task task = Begin(BeginClose(connection, abandoned));
+std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connection) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = connections_.find(connection);
+  if (found == connections_.end()) return std::nullopt;
+  if (found->second.lost) return std::chrono::nanoseconds(0);
+  if (found->second.pending.empty()) return std::nullopt;
+  return found->second.pending.front().ready.time_since_epoch();
+}
+
+Result Engine::Close(std::uint64_t connection, const char* abandonedWhy) {
+  Task task = Begin(BeginClose(connection, abandonedWhy));
   if (task.connection == nullptr) return Fail(&task, EBADF, "the connection is not open");
   connections_.erase(connection);
   task.connection = nullptr;

@@ -56,7 +56,8 @@ class Engine : public Device {
   Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection) override;
+  void Release(std::uint64_t connection, const char* why) override;
+  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
   void AddObserver(OperationObserver* observer) override;
   void RemoveObserver(OperationObserver* observer) override;
 
@@ -120,7 +121,7 @@ class Engine : public Device {
   // Waits until a message is ready, without the lock; the failure, if there will be none.
   std::optional<Result> AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock);
   Result Connect(Task* task, void* record);
-  Result Close(std::uint64_t connection, bool abandoned);
+  Result Close(std::uint64_t connection, const char* abandonedWhy);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeCarried(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;

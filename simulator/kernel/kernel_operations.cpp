@@ -113,7 +113,7 @@ void KernelOperations::End() {
     std::lock_guard<std::mutex> lock(mutex_);
     open.swap(open_);
   }
-  for (const std::uint64_t connection : open) device_.Release(connection);
+  for (const std::uint64_t connection : open) device_.Release(connection, kServiceEnded);
 }
 
 void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset,

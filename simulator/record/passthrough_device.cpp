@@ -1,12 +1,18 @@
 #include "simulator/record/passthrough_device.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <condition_variable>
 #include <filesystem>
+#include <optional>
+#include <system_error>
+#include <thread>
 #include <utility>
 
 namespace zulisim {
@@ -30,7 +36,7 @@ Result SystemResult(std::int64_t value) { return {value, value == -1 ? errno : 0
 
 // A descriptor that stays open while an operation on it is under way, so that its number cannot be
 // another file's meanwhile.
-class PassthroughDevice::File {
+class PassthroughDevice::File : public std::enable_shared_from_this<File> {
  public:
   explicit File(int descriptor) : descriptor_(descriptor) {}
   ~File() {
@@ -42,9 +48,58 @@ class PassthroughDevice::File {
   int descriptor() const { return descriptor_; }
   Result Close() { return SystemResult(close(std::exchange(descriptor_, -1))); }
 
+  // Nothing when the reads were given up before the kernel had answered.
+  std::optional<Result> Read(void* buffer, std::size_t length);
+  void GiveUpReads();
+
  private:
+  // Each read's is shared with the thread that makes it.
+  struct PendingRead {
+    Bytes bytes;
+    std::optional<Result> result;
+    std::shared_ptr<File> file;  // once nobody waits: the descriptor stays open for the thread
+  };
+  // Outlives the file where a thread is still to say that its read has ended.
+  struct Reads {
+    std::mutex mutex;  // guards all that follows, and every PendingRead but its bytes
+    std::condition_variable changed;
+    bool givenUp = false;
+  };
+
   int descriptor_;
+  const std::shared_ptr<Reads> reads_ = std::make_shared<Reads>();
 };
+
+// No driver need obey anything that would interrupt a read, so a thread makes it that nobody has to
+// wait for.
+std::optional<Result> PassthroughDevice::File::Read(void* buffer, std::size_t length) {
+  const auto pending = std::make_shared<PendingRead>();
+  pending->bytes.resize(length);
+  void* const target = buffer == nullptr ? nullptr : pending->bytes.data();
+  try {
+    std::thread([reads = reads_, pending, target, length, descriptor = descriptor_] {
+      const Result result = SystemResult(read(descriptor, target, length));
+      const std::lock_guard<std::mutex> lock(reads->mutex);
+      pending->result = result;
+      reads->changed.notify_all();
+    }).detach();
+  } catch (const std::system_error&) {
+    return Result{-1, EAGAIN};
+  }
+  std::unique_lock<std::mutex> lock(reads_->mutex);
+  reads_->changed.wait(lock, [&] { return pending->result || reads_->givenUp; });
+  if (!pending->result) pending->file = shared_from_this();
+  if (pending->result && pending->result->value > 0) {
+    std::copy_n(pending->bytes.begin(), pending->result->value, static_cast<std::uint8_t*>(buffer));
+  }
+  return pending->result;
+}
+
+void PassthroughDevice::File::GiveUpReads() {
+  const std::lock_guard<std::mutex> lock(reads_->mutex);
+  reads_->givenUp = true;
+  reads_->changed.notify_all();
+}
 
 PassthroughDevice::PassthroughDevice(std::string path, std::vector<Client> clients)
     : path_(std::move(path)), folder_(OpenFolder(path_)), decoder_(std::move(clients)) {}
@@ -104,10 +159,14 @@ Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size
   OperationRecord record = BeginRead(connection, buffer, length);
   const auto file = FileOf(connection);
   if (file == nullptr) return Finish(&record, {-1, EBADF});
-  const Result result = SystemResult(read(file->descriptor(), buffer, length));
-  record.result = result.value;
+  const std::optional<Result> result = file->Read(buffer, length);
+  if (!result) {
+    record.why = "closed while a read waited";
+    return Finish(&record, {-1, EBADF});
+  }
+  record.result = result->value;
   record.output = Copied(buffer, record.OutputSize());
-  return Finish(&record, result);
+  return Finish(&record, *result);
 }
 
 Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
@@ -121,14 +180,26 @@ Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, st
   return Finish(&record, SystemResult(write(file->descriptor(), buffer, length)));
 }
 
-Result PassthroughDevice::Close(std::uint64_t connection) { return Close(connection, false); }
+Result PassthroughDevice::Close(std::uint64_t connection) { return Close(connection, nullptr); }
 
-void PassthroughDevice::Release(std::uint64_t connection) {
-  if (FileOf(connection) != nullptr) Close(connection, true);
+void PassthroughDevice::Release(std::uint64_t connection, const char* why) {
+  if (FileOf(connection) != nullptr) Close(connection, why);
 }
 
-Result PassthroughDevice::Close(std::uint64_t connection, bool abandoned) {
-  OperationRecord record = BeginClose(connection, abandoned);
+std::optional<std::chrono::nanoseconds> PassthroughDevice::ReadableAt(std::uint64_t connection) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = files_.find(connection);
+  if (found == files_.end()) return std::nullopt;
+  struct pollfd entry {
+    found->second->descriptor(), POLLIN, 0
+  };
+  if (poll(&entry, 1, 0) > 0) return std::chrono::nanoseconds(0);
+  // A guess: when to ask again.
+  return Now() + std::chrono::milliseconds(2);
+}
+
+Result PassthroughDevice::Close(std::uint64_t connection, const char* abandonedWhy) {
+  OperationRecord record = BeginClose(connection, abandonedWhy);
   std::shared_ptr<File> file;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -140,7 +211,9 @@ Result PassthroughDevice::Close(std::uint64_t connection, bool abandoned) {
   }
   if (file == nullptr) return Finish(&record, {-1, EBADF});
   // Where an operation is under way, its end closes the file.
-  return Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
+  const Result result = Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
+  file->GiveUpReads();
+  return result;
 }
 
 }  // namespace zulisim

@@ -14,7 +14,8 @@ namespace zulisim {
 
 // A device of the kernel's: every operation is passed on to the file at `path`, as this process
 // sees it at the beginning, before it may enter a file tree in which the path is the program's. An
-// operation that the kernel lets wait blocks no other.
+// operation that the kernel lets wait blocks no other. A read that it never answers returns when
+// its connection is closed; the thread that made it is left to the end of the process.
 class PassthroughDevice : public Device {
  public:
   // `clients` give names to GUIDs.
@@ -27,7 +28,8 @@ class PassthroughDevice : public Device {
   Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection) override;
+  void Release(std::uint64_t connection, const char* why) override;
+  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
   void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
   void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
@@ -38,7 +40,7 @@ class PassthroughDevice : public Device {
   std::shared_ptr<File> FileOf(std::uint64_t connection) const;
   int OpenFile(int flags, unsigned mode) const;
   Result Finish(OperationRecord* record, Result result);
-  Result Close(std::uint64_t connection, bool abandoned);
+  Result Close(std::uint64_t connection, const char* abandonedWhy);
 
   const std::string path_;
   const int folder_;  // that the file was in at the beginning

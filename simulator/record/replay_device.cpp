@@ -76,6 +76,7 @@ const OperationRecord* ReplayDevice::Compared(Indices* indices, const OperationR
     divergence_ = Divergence{std::nullopt, 0, got};
   }
   lost_ = true;
+  closed_.notify_all();
   return nullptr;
 }
 
@@ -91,13 +92,24 @@ std::uint64_t ReplayDevice::Match(const OperationRecord& got) {
   return recorded;
 }
 
-const OperationRecord* ReplayDevice::Next(const OperationRecord& got) {
+// A read that was waiting when its program or the run ended.
+bool ReplayDevice::EndsAfterClose(const Indices& indices, const OperationRecord& got) const {
+  if (indices.size() < 2 || got.operation != Operation::kRead) return false;
+  const OperationRecord& first = recording_.operations[indices[0]].record;
+  return first.operation == Operation::kClose &&
+         SameArguments(recording_.operations[indices[1]].record, got);
+}
+
+const OperationRecord* ReplayDevice::Next(const OperationRecord& got,
+                                          std::unique_lock<std::mutex>* lock) {
   if (lost_) return nullptr;
   const auto found = live_.find(got.connection);
   if (found == live_.end()) return Compared(&streams_[0], got);
   // Every live connection has consumed an open, so that one is left to be matched.
   if (!found->second) found->second = Match(got);
-  return Compared(&streams_[*found->second], got);
+  Indices* indices = &streams_[*found->second];
+  closed_.wait(*lock, [&] { return lost_ || !EndsAfterClose(*indices, got); });
+  return Compared(indices, got);
 }
 
 Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expected,
@@ -156,7 +168,8 @@ Result ReplayDevice::Write(std::uint64_t connection, const void* buffer, std::si
 
 Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
   std::unique_lock<std::mutex> lock(mutex_);
-  const Result result = Complete(got, Next(*got), &lock);
+  const OperationRecord* expected = Next(*got, &lock);
+  const Result result = Complete(got, expected, &lock);
   if (target != nullptr && !got->output.empty()) {
     std::memcpy(target, got->output.data(), got->output.size());
   }
@@ -164,16 +177,29 @@ Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
   return result;
 }
 
-Result ReplayDevice::Close(std::uint64_t connection) { return Close(connection, false); }
+Result ReplayDevice::Close(std::uint64_t connection) { return Close(connection, nullptr); }
 
-void ReplayDevice::Release(std::uint64_t connection) { Close(connection, true); }
+void ReplayDevice::Release(std::uint64_t connection, const char* why) { Close(connection, why); }
 
-Result ReplayDevice::Close(std::uint64_t connection, bool abandoned) {
-  OperationRecord got = BeginClose(connection, abandoned);
+std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t connection) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const auto found = live_.find(connection);
+  if (found == live_.end()) return std::nullopt;
+  if (lost_) return std::chrono::nanoseconds(0);
+  const auto stream = found->second ? streams_.find(*found->second) : streams_.end();
+  if (stream == streams_.end() || stream->second.empty()) return std::nullopt;
+  const OperationRecord& next = recording_.operations[stream->second.front()].record;
+  if (next.operation != Operation::kRead) return std::nullopt;
+  return std::chrono::nanoseconds(0);
+}
+
+Result ReplayDevice::Close(std::uint64_t connection, const char* abandonedWhy) {
+  OperationRecord got = BeginClose(connection, abandonedWhy);
   std::unique_lock<std::mutex> lock(mutex_);
-  if (abandoned && live_.count(connection) == 0) return {};
-  const OperationRecord* expected = Next(got);
+  if (got.abandoned && live_.count(connection) == 0) return {};
+  const OperationRecord* expected = Next(got, &lock);
   live_.erase(connection);
+  closed_.notify_all();
   const Result result = Complete(&got, expected, &lock);
   decoder_.Decode(std::move(got));
   return result;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <condition_variable>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -33,7 +34,8 @@ class ReplayDevice : public Device {
   Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection) override;
+  void Release(std::uint64_t connection, const char* why) override;
+  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
   void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
   void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
@@ -55,9 +57,11 @@ class ReplayDevice : public Device {
 
   // Performs an ioctl, read or write; what it delivers goes to `target`, which may be null.
   Result Transfer(OperationRecord* got, void* target);
-  Result Close(std::uint64_t connection, bool abandoned);
-  // All of these are called with the lock held.
-  const OperationRecord* Next(const OperationRecord& got);
+  Result Close(std::uint64_t connection, const char* abandonedWhy);
+  // All of these are called with the lock held. Next lets a read wait without it for the close of
+  // the connection when that was recorded before the read had ended.
+  const OperationRecord* Next(const OperationRecord& got, std::unique_lock<std::mutex>* lock);
+  bool EndsAfterClose(const Indices& indices, const OperationRecord& got) const;
   std::uint64_t Match(const OperationRecord& got);
   const OperationRecord* Compared(Indices* indices, const OperationRecord& got);
   // Completes `got` as recorded, or with the failure after a divergence, and releases the lock.
@@ -68,7 +72,8 @@ class ReplayDevice : public Device {
   const bool inTime_;
   OperationDecoder decoder_;
 
-  mutable std::mutex mutex_;  // guards all that follows
+  mutable std::mutex mutex_;        // guards all that follows
+  std::condition_variable closed_;  // a connection, or the device is lost
   Indices opens_;
   std::map<std::uint64_t, Indices> streams_;  // by recorded connection, its operations but the open
   std::vector<std::uint64_t> unmatched_;      // recorded connections that were opened

@@ -55,7 +55,7 @@ std::string Perform(Device* device) {
   keep(device->Read(2, buffer, 8));
   keep(device->Read(2, nullptr, 8));
   keep(device->Open(O_WRONLY, 0, -1));
-  device->Release(1);
+  device->Release(1, kProgramEnded);
   keep(device->Close(2));
   return got + buffer + " " + std::to_string(guid[1]);
 }
