@@ -12,6 +12,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <stdexcept>
+#include <system_error>
 
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/kernel/kernel_operations.h"
@@ -56,7 +57,7 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
     {
       std::lock_guard<std::mutex> turn(turn_);
-      StartWorker();
+      if (!StartWorker()) throw std::runtime_error("no thread can be started to serve the device");
     }
     if (!operations_->Ready()) {
       throw std::runtime_error("the kernel refused to serve '" + path_ + "'" +
@@ -114,10 +115,15 @@ void KernelServer::MakeNode() {
   }
 }
 
-// With the turn.
-void KernelServer::StartWorker() {
+// With the turn. False when there can be no more threads.
+bool KernelServer::StartWorker() {
+  try {
+    workers_.emplace_back([this] { Work(); });
+  } catch (const std::system_error&) {
+    return false;
+  }
   ++idle_;
-  workers_.emplace_back([this] { Work(); });
+  return true;
 }
 
 void KernelServer::Work() {
@@ -126,9 +132,9 @@ void KernelServer::Work() {
     std::unique_lock<std::mutex> turn(turn_);
     if (!Receive(&buffer)) break;
     // Anything else is quick, and is done in the order in which the kernel has it.
-    const bool alone = MayTakeLong(buffer);
+    const bool alone = MayTakeLong(buffer) && (idle_ > 1 || StartWorker());
     if (alone) {
-      if (--idle_ == 0) StartWorker();
+      --idle_;
       turn.unlock();
     }
     fuse_session_process_buf(session_, &buffer);

@@ -55,7 +55,7 @@ class KernelServer {
  private:
   void Mount(bool everyUser);
   void MakeNode();
-  void StartWorker();
+  bool StartWorker();
   void Work();
   bool Receive(struct fuse_buf* buffer);
   void Stop();
