@@ -24,14 +24,14 @@ results=$(mktemp -d /tmp/kalodll_results.XXXXXX)
 trap 'rm -rf "$results"' EXIT
 
 # What is compared runs interleaved, so that both sides meet the same machine.
-# run_times GROUP [COMMAND THAT RUNS THE PROGRAM...]
+# run_times NAME[=GROUP] [COMMAND THAT RUNS THE PROGRAM...]
 run_times() {
-  local group=$1
+  local name=${1%%=*} group=${1##*=}
   shift
-  echo "Timing: $group" >&2
+  echo "Timing: $name" >&2
   "$@" "$programs/bench_time" "$group" --benchmark_enable_random_interleaving=true \
     --benchmark_repetitions=11 --benchmark_min_time=0.03 --benchmark_report_aggregates_only=true \
-    --benchmark_out="$results/$group.json" --benchmark_out_format=json >/dev/null \
+    --benchmark_out="$results/$name.json" --benchmark_out_format=json >/dev/null \
     2>"$results/errors" || { cat "$results/errors" >&2; return 1; }
 }
 
@@ -46,6 +46,7 @@ else
     echo "Skipped: a command through the kernel, because nothing can serve /dev/zuli here" >&2
   }
 fi
+run_times preload=device build/bench/bin/zulisim run --quiet --
 
 echo "Counting instructions" >&2
 # Whether the counts are as they should be is for scripts/instructions.sh to say on its own.
