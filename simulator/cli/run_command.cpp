@@ -13,11 +13,23 @@ constexpr const char* kRunDescription =
 constexpr const char* kRunFooter = R"(
 Usage in full: zulisim run [OPTIONS] -- PROGRAM [ARGUMENTS...]
 
---device preload serves a dynamically linked program. --device fuse serves any program, in a
-mount namespace of its own (and without root in a user namespace): there, "/dev/zuli" is a
-file that the kernel's FUSE serves, and "/data" and "/etc/vrel_registry.txt" are those of
---root. Nobody else sees them, and they end with it. 'zulisim serve --help' tells what the
-kernel does differently.
+--device preload serves what a dynamically linked program asks of libc, by syscall(2) as well,
+and tells poll and its like the truth. What remains:
+  - A part of the program without the library (LD_PRELOAD cleared, RTLD_DEEPBIND, a program
+    that it starts statically linked) finds no device; nor does a path that is relative or
+    leads through links.
+  - A system call instruction of the program's own, or io_uring, on a descriptor that libc
+    opened: a write succeeds whatever the engine thinks of it, and a read returns 0 where the
+    engine fails it, as the transcript shows, or where libc made the write. An ioctl fails
+    with ENOTTY; a close shows as the end of the program.
+  - A program that changes its root folder or its user and no longer reaches the engine gets
+    ENODEV. fopen and fdopen of the device give EOPNOTSUPP.
+  - One to eight descriptors from three quarters of the limit on, of the library's own.
+
+--device fuse serves any program, in a mount namespace of its own (and without root in a
+user namespace): there, "/dev/zuli" is a file that the kernel's FUSE serves, and "/data"
+and "/etc/vrel_registry.txt" are those of --root. Nobody else sees them, and they end with
+it. 'zulisim serve --help' tells what the kernel does differently.
 
 WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
 third and all after it. OPERATION is open, ioctl, read, write or close; CLIENT is KALO,

@@ -37,6 +37,7 @@ Programs see the same results as under 'zulisim run', but for what the kernel de
   - It refuses bad addresses and moves 0 bytes without asking the engine, which does not count
     them, and it does not tell a program how a close of the device went.
   - What a program leaves open when it ends is closed like all else, and shows so.
+  - It tells poll and its like that the device is ready, whether or not it is.
   - It joins the pieces of readv and writev to one message.
   - Messages have at most 1044480 bytes with --fuse, 126976 with --cuse; a longer transfer
     shows in the transcript with what the kernel carries at once. Of a write that was split

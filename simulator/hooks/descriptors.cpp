@@ -15,6 +15,7 @@ namespace {
 struct Mark {
   std::atomic<std::uint64_t> inode;  // of the kernel object that the descriptor names; 0: no mark
   std::atomic<std::uint64_t> handle;
+  std::atomic<int> flags;
 };
 
 Mark marks[kDescriptorLimit];
@@ -41,12 +42,13 @@ std::uint64_t Inode(int descriptor) {
 
 }  // namespace
 
-bool MarkDescriptor(int descriptor, std::uint64_t handle) {
+bool MarkDescriptor(int descriptor, std::uint64_t handle, int flags) {
   if (descriptor < 0 || descriptor >= kDescriptorLimit) return false;
   const std::uint64_t inode = Inode(descriptor);
   if (inode == 0) return false;
   Mark& mark = marks[descriptor];
   mark.handle.store(handle, std::memory_order_relaxed);
+  mark.flags.store(flags, std::memory_order_relaxed);
   mark.inode.store(inode, std::memory_order_release);
   int end = markedEnd.load();
   while (end <= descriptor && !markedEnd.compare_exchange_weak(end, descriptor + 1)) {
@@ -64,6 +66,8 @@ std::optional<std::uint64_t> DeviceHandle(int descriptor) {
   mark.inode.compare_exchange_strong(inode, 0);
   return std::nullopt;
 }
+
+int DeviceFlags(int descriptor) { return marks[descriptor].flags.load(); }
 
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle) {
   if (owner.load() != getpid()) return false;

@@ -9,6 +9,7 @@
 #include "simulator/hooks/descriptors.h"
 #include "simulator/hooks/device.h"
 #include "simulator/hooks/libc.h"
+#include "simulator/hooks/paths.h"
 
 namespace zulisim::hooks {
 namespace {
@@ -21,14 +22,21 @@ std::int64_t Deliver(int savedErrno, const Result& result) {
   return result.value;
 }
 
-ssize_t ReadDevice(std::uint64_t handle, void* buffer, std::size_t length) {
+ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   const int savedErrno = errno;
-  return Deliver(savedErrno, DeviceRead(handle, buffer, length));
+  return Deliver(savedErrno, DeviceRead(handle, descriptor, buffer, length));
 }
 
 ssize_t WriteDevice(std::uint64_t handle, const void* buffer, std::size_t length) {
   const int savedErrno = errno;
   return Deliver(savedErrno, DeviceWrite(handle, buffer, length));
+}
+
+// A driver sees 32 bits of the request, whether or not the caller's int was sign-extended.
+int ControlDevice(std::uint64_t handle, unsigned long request, void* argument) {
+  const int savedErrno = errno;
+  return static_cast<int>(
+      Deliver(savedErrno, DeviceIoctl(handle, static_cast<std::uint32_t>(request), argument)));
 }
 
 // As the kernel does for a driver that knows no vectors: piece by piece, up to the first piece that
@@ -45,6 +53,18 @@ ssize_t EachPiece(const struct iovec* pieces, int count, Transfer transfer) {
   return total;
 }
 
+ssize_t ReadPieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
+  return EachPiece(pieces, count, [=](void* buffer, std::size_t length) {
+    return ReadDevice(handle, descriptor, buffer, length);
+  });
+}
+
+ssize_t WritePieces(std::uint64_t handle, const struct iovec* pieces, int count) {
+  return EachPiece(pieces, count, [=](const void* buffer, std::size_t length) {
+    return WriteDevice(handle, buffer, length);
+  });
+}
+
 // Closes a descriptor of the device.
 int CloseDevice(int descriptor, std::uint64_t handle) {
   if (!UnmarkDescriptor(descriptor, handle)) return Real().close(descriptor);
@@ -58,8 +78,8 @@ void CloseDevices(int first, int last) {
   }
 }
 
-int Duplicated(const std::optional<std::uint64_t>& handle, int duplicate) {
-  if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle)) {
+int Duplicated(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
+  if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle, DeviceFlags(source))) {
     Real().close(duplicate);
     errno = EMFILE;
     return -1;
@@ -75,31 +95,48 @@ int DuplicateOnto(int source, int target, Duplicate duplicate) {
   const bool possible = source != target && Real().fcntl(source, F_GETFD, nullptr) >= 0;
   if (replaced && possible) CloseDevice(target, *replaced);
   const int result = duplicate();
-  return source == target ? result : Duplicated(handle, result);
+  return source == target ? result : Duplicated(source, handle, result);
 }
 
-bool IsDuplication(int command) { return command == F_DUPFD || command == F_DUPFD_CLOEXEC; }
+// What fcntl has returned, as it must be for the device.
+int Controlled(int descriptor, int command, int result) {
+  const bool isDuplication = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
+  if (result < 0 || (!isDuplication && command != F_GETFL)) return result;
+  const auto handle = DeviceHandle(descriptor);
+  if (isDuplication) return Duplicated(descriptor, handle, result);
+  // The socket keeps what can be changed; the rest is as it was opened.
+  constexpr int kChangeable = O_APPEND | O_NONBLOCK | O_ASYNC;
+  constexpr int kOfTheCall = O_CREAT | O_EXCL | O_NOCTTY | O_TRUNC | O_CLOEXEC;
+  if (!handle) return result;
+  return (result & kChangeable) | (DeviceFlags(descriptor) & ~(kChangeable | kOfTheCall));
+}
+
+void CloseDevicesIn(unsigned first, unsigned last, int flags) {
+  constexpr int kMarkCloseOnExec = 1 << 2;
+  constexpr unsigned kHighest = kDescriptorLimit - 1;
+  if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
+    CloseDevices(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
+  }
+}
 
 }  // namespace
 
 ZULISIM_HOOK(ssize_t, read, int descriptor, void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().read(descriptor, buffer, length);
-  return ReadDevice(*handle, buffer, length);
+  return ReadDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, __read_chk, int descriptor, void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle || length > room) return Real().__read_chk(descriptor, buffer, length, room);
-  return ReadDevice(*handle, buffer, length);
+  return ReadDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, readv, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().readv(descriptor, pieces, count);
-  return EachPiece(pieces, count, [&handle](void* buffer, std::size_t length) {
-    return ReadDevice(*handle, buffer, length);
-  });
+  return ReadPieces(*handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(ssize_t, write, int descriptor, const void* buffer, size_t length) {
@@ -117,18 +154,13 @@ ZULISIM_HOOK(ssize_t, __write_chk, int descriptor, const void* buffer, size_t le
 ZULISIM_HOOK(ssize_t, writev, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().writev(descriptor, pieces, count);
-  return EachPiece(pieces, count, [&handle](const void* buffer, std::size_t length) {
-    return WriteDevice(*handle, buffer, length);
-  });
+  return WritePieces(*handle, pieces, count);
 }
 
 ZULISIM_HOOK(int, ioctl, int descriptor, unsigned long request, void* argument) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().ioctl(descriptor, request, argument);
-  const int savedErrno = errno;
-  // A driver sees 32 bits, whether or not the caller's int was sign-extended.
-  return static_cast<int>(
-      Deliver(savedErrno, DeviceIoctl(*handle, static_cast<std::uint32_t>(request), argument)));
+  return ControlDevice(*handle, request, argument);
 }
 
 ZULISIM_HOOK(int, close, int descriptor) {
@@ -138,13 +170,9 @@ ZULISIM_HOOK(int, close, int descriptor) {
 }
 
 ZULISIM_HOOK(int, close_range, unsigned first, unsigned last, int flags) {
-  constexpr int kMarkCloseOnExec = 1 << 2;
-  constexpr unsigned kHighest = kDescriptorLimit - 1;
-  if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
-    CloseDevices(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
-  }
+  CloseDevicesIn(first, last, flags);
   // Not libc's function, which Android's had only later.
-  return static_cast<int>(syscall(SYS_close_range, first, last, flags));
+  return static_cast<int>(Real().syscall(SYS_close_range, first, last, flags, 0, 0, 0));
 }
 
 ZULISIM_HOOK(void, closefrom, int first) {
@@ -153,7 +181,7 @@ ZULISIM_HOOK(void, closefrom, int first) {
 }
 
 ZULISIM_HOOK(int, dup, int descriptor) {
-  return Duplicated(DeviceHandle(descriptor), Real().dup(descriptor));
+  return Duplicated(descriptor, DeviceHandle(descriptor), Real().dup(descriptor));
 }
 
 ZULISIM_HOOK(int, dup2, int source, int target) {
@@ -165,13 +193,56 @@ ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
 }
 
 ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
-  const int result = Real().fcntl(descriptor, command, argument);
-  return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
+  return Controlled(descriptor, command, Real().fcntl(descriptor, command, argument));
 }
 
 ZULISIM_HOOK(int, fcntl64, int descriptor, int command, void* argument) {
-  const int result = Real().fcntl64(descriptor, command, argument);
-  return IsDuplication(command) ? Duplicated(DeviceHandle(descriptor), result) : result;
+  return Controlled(descriptor, command, Real().fcntl64(descriptor, command, argument));
+}
+
+// What programs ask of the kernel by number. The rest passes through, and so does what is none of
+// the device's.
+ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e, long f) {
+  const int descriptor = static_cast<int>(a);
+  switch (number) {
+#ifdef SYS_open
+    case SYS_open: {
+      const auto* path = reinterpret_cast<const char*>(a);
+      if (IsDevice(path)) return OpenDevice(static_cast<int>(b), static_cast<unsigned>(c));
+      break;
+    }
+#endif
+    case SYS_openat: {
+      const auto* path = reinterpret_cast<const char*>(b);
+      if (IsDevice(path)) return OpenDevice(static_cast<int>(c), static_cast<unsigned>(d));
+      break;
+    }
+    case SYS_close_range:
+      CloseDevicesIn(static_cast<unsigned>(a), static_cast<unsigned>(b), static_cast<int>(c));
+      break;
+    case SYS_read:
+    case SYS_write:
+    case SYS_readv:
+    case SYS_writev:
+    case SYS_ioctl:
+    case SYS_close:
+      if (const auto handle = DeviceHandle(descriptor)) {
+        auto* buffer = reinterpret_cast<void*>(b);
+        const auto* pieces = reinterpret_cast<const struct iovec*>(b);
+        const auto length = static_cast<std::size_t>(c);
+        const int count = static_cast<int>(c);
+        if (number == SYS_read) return ReadDevice(*handle, descriptor, buffer, length);
+        if (number == SYS_write) return WriteDevice(*handle, buffer, length);
+        if (number == SYS_readv) return ReadPieces(*handle, descriptor, pieces, count);
+        if (number == SYS_writev) return WritePieces(*handle, pieces, count);
+        if (number == SYS_close) return CloseDevice(descriptor, *handle);
+        return ControlDevice(*handle, static_cast<unsigned long>(b), reinterpret_cast<void*>(c));
+      }
+      break;
+    default:
+      break;
+  }
+  return Real().syscall(number, a, b, c, d, e, f);
 }
 
 }  // namespace zulisim::hooks

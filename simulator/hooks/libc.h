@@ -6,8 +6,8 @@
 #include <sys/uio.h>
 
 // Every function of libc that is hooked: name, result, parameters. A variadic function appears with
-// the one optional argument that it can have, which the calling conventions of all supported
-// machines pass alike.
+// the optional arguments that it can have, which the calling conventions of all supported machines
+// pass alike.
 #define ZULISIM_HOOKED_FUNCTIONS(X)                           \
   X(open, int, (const char*, int, unsigned))                  \
   X(open64, int, (const char*, int, unsigned))                \
@@ -61,7 +61,8 @@
   X(dup2, int, (int, int))                                    \
   X(dup3, int, (int, int, int))                               \
   X(fcntl, int, (int, int, void*))                            \
-  X(fcntl64, int, (int, int, void*))
+  X(fcntl64, int, (int, int, void*))                          \
+  X(syscall, long, (long, long, long, long, long, long, long))
 
 // Begins the definition of a hook: a C++ function that carries libc's name as its symbol, so that
 // it needs neither the parameter types nor the noexcept of libc's own declaration.

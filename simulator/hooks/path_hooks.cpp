@@ -2,6 +2,7 @@
 // device really is.
 
 #include <cerrno>
+#include <cstdint>
 
 #include "simulator/hooks/descriptors.h"
 #include "simulator/hooks/device.h"
@@ -14,30 +15,12 @@ namespace {
 // Any character device that is always there answers for the device's attributes.
 constexpr const char* kLookAlike = "/dev/null";
 
-bool IsDevice(const char* path) { return DeviceServed() && SamePath(path, kDevicePath); }
-
 const char* Target(const char* path) {
   const char* redirected = RedirectedPath(path);
   return redirected != nullptr ? redirected : path;
 }
 
 const char* AttributeTarget(const char* path) { return IsDevice(path) ? kLookAlike : Target(path); }
-
-int OpenDevice(int flags, unsigned mode) {
-  const int savedErrno = errno;
-  const OpenedDevice opened = DeviceOpen(flags, mode);
-  if (opened.descriptor < 0) {
-    errno = opened.error;
-    return -1;
-  }
-  if (!MarkDescriptor(opened.descriptor, opened.handle)) {
-    DeviceClose(opened.handle, opened.descriptor);
-    errno = EMFILE;
-    return -1;
-  }
-  errno = savedErrno;
-  return opened.descriptor;
-}
 
 // The device moves whole messages, which a buffered stream would cut: it cannot be one.
 FILE* NoStream() {
@@ -46,6 +29,26 @@ FILE* NoStream() {
 }
 
 }  // namespace
+
+bool IsDevice(const char* path) { return DeviceServed() && SamePath(path, kDevicePath); }
+
+int OpenDevice(int flags, unsigned mode) {
+  const int savedErrno = errno;
+  const OpenedDevice opened = DeviceOpen(flags, mode);
+  if (opened.descriptor < 0) {
+    errno = opened.error;
+    return -1;
+  }
+  if (!MarkDescriptor(opened.descriptor, opened.handle, flags)) {
+    DeviceClose(opened.handle, opened.descriptor);
+    errno = EMFILE;
+    return -1;
+  }
+  const std::uintptr_t kept = static_cast<unsigned>(flags) & (O_APPEND | O_NONBLOCK);
+  if (kept != 0) Real().fcntl(opened.descriptor, F_SETFL, reinterpret_cast<void*>(kept));
+  errno = savedErrno;
+  return opened.descriptor;
+}
 
 ZULISIM_HOOK(int, open, const char* path, int flags, unsigned mode) {
   return IsDevice(path) ? OpenDevice(flags, mode) : Real().open(Target(path), flags, mode);

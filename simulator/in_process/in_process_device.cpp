@@ -105,7 +105,7 @@ Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) 
   });
 }
 
-Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, int, void* buffer, std::size_t length) {
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
     return engine->Read(connection, buffer, length);
   });

@@ -19,12 +19,16 @@ std::string Servable(const std::string& name) {
 KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const std::string& root)
     : ServedProgram(Servable(arguments.front()), arguments, root) {}
 
-int KernelProgram::Run(Device& device) {
+int KernelProgram::Serve(Device& device) {
   EnterPrivateTree(folder(), root());
   KernelServer server(device, KernelServer::Kind::kFile, "/dev/zuli", true);
   const int status = RunChild(path(), arguments(), {});
   server.WaitForCloses();
   return status;
+}
+
+std::string KernelProgram::UnusedBecause() const {
+  return "'" + path() + "' never asked for \"/dev/zuli\"";
 }
 
 }  // namespace zulisim

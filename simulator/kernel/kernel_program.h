@@ -13,7 +13,10 @@ class KernelProgram : public ServedProgram {
  public:
   // As for PreloadedProgram.
   KernelProgram(const std::vector<std::string>& arguments, const std::string& root);
-  int Run(Device& device) override;
+
+ protected:
+  int Serve(Device& device) override;
+  std::string UnusedBecause() const override;
 };
 
 }  // namespace zulisim

@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <map>
 #include <stdexcept>
 
@@ -58,16 +57,23 @@ PreloadedProgram::PreloadedProgram(const std::vector<std::string>& arguments,
                                    const std::string& root)
     : ServedProgram(Preloadable(arguments.front()), arguments, root) {}
 
-int PreloadedProgram::Run(Device& device) {
+int PreloadedProgram::Serve(Device& device) {
   const std::string socket = folder() + "/engine";
   DeviceServer server(device, socket);
   const int status = RunChild(path(), arguments(), Environment(socket, root()));
-  server.ReleaseEnded();
-  if (server.Attached() == 0) {
-    std::cerr << "zulisim: warning: '" << path()
-              << "' never loaded the preload library, so it was not served\n";
-  }
+  server.AttendDescriptors();
+  attached_ = server.Attached() > 0;
   return status;
+}
+
+std::string PreloadedProgram::UnusedBecause() const {
+  if (!attached_) {
+    return "'" + path() + "' never loaded the preload library; --device fuse serves any program";
+  }
+  return "where '" + path() +
+         "' uses it, it runs without the preload library (LD_PRELOAD cleared or replaced) or "
+         "passes "
+         "it by (RTLD_DEEPBIND, system calls of its own); --device fuse serves any program";
 }
 
 }  // namespace zulisim

@@ -13,7 +13,13 @@ class PreloadedProgram : public ServedProgram {
   // `arguments` begin with the program's name; an empty `root` stands for a temporary folder.
   // Throws ProgramError, or std::exception for what stands in the way of a start.
   PreloadedProgram(const std::vector<std::string>& arguments, const std::string& root);
-  int Run(Device& device) override;
+
+ protected:
+  int Serve(Device& device) override;
+  std::string UnusedBecause() const override;
+
+ private:
+  bool attached_ = false;
 };
 
 }  // namespace zulisim

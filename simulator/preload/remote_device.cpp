@@ -4,6 +4,8 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <pthread.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -27,6 +29,7 @@ namespace {
 using protocol::Kind;
 using protocol::Request;
 using protocol::Response;
+using protocol::Then;
 
 struct Redirect {
   const char* from;
@@ -66,95 +69,196 @@ const Configuration& Settings() {
 
 constexpr Result kEngineGone{-1, ENODEV};
 
-// One connection to the engine, closed at the end of its scope.
-class Channel {
- public:
-  explicit Channel(int flags = SOCK_CLOEXEC) : socket_(socket(AF_UNIX, SOCK_STREAM | flags, 0)) {
-    const Configuration& settings = Settings();
-    const auto* address = reinterpret_cast<const struct sockaddr*>(&settings.address);
-    while (socket_ >= 0 && connect(socket_, address, sizeof(settings.address)) != 0) {
-      if (errno == EINTR) continue;
-      Close();
-    }
-  }
-  ~Channel() { Close(); }
-  Channel(const Channel&) = delete;
-  Channel& operator=(const Channel&) = delete;
-
-  int descriptor() const { return socket_; }
-  int Detach() {
-    const int descriptor = socket_;
-    socket_ = -1;
-    return descriptor;
-  }
-
-  // 0 or an errno; ENODEV when the engine ends first.
-  int Send(const void* bytes, std::size_t length) { return protocol::Send(socket_, bytes, length); }
-  int Receive(void* buffer, std::size_t length) {
-    return protocol::Receive(socket_, buffer, length);
-  }
-
- private:
-  void Close() {
-    if (socket_ >= 0) Real().close(socket_);
-    socket_ = -1;
-  }
-
-  int socket_;
-};
-
 std::uint64_t Inode(int descriptor) {
   struct stat status;
   return Real().fstat(descriptor, &status) == 0 ? status.st_ino : 0;
 }
 
-// `out` has room for `room` bytes of payload.
-Result Exchange(Request request, const void* in, void* out, std::size_t room) {
-  Channel channel;
-  if (channel.descriptor() < 0) return kEngineGone;
-  int sendError = channel.Send(&request, sizeof(request));
-  if (sendError == 0) sendError = channel.Send(in, request.payload);
-  if (sendError == EFAULT) {
-    // The engine is to know, and to say, that the program's address is bad.
-    request.hasBuffer = 0;
-    request.payload = 0;
-    return Exchange(request, nullptr, out, room);
+// A channel that is kept for the next exchange. Whoever has set `taken` owns the rest. The inode
+// tells whether the number is still ours: a program may close all that it has.
+struct KeptChannel {
+  std::atomic<bool> taken{false};
+  int socket = -1;
+  std::uint64_t inode = 0;
+  protocol::Patience patience;
+};
+
+// As many exchanges at a time go without a connection of their own.
+KeptChannel keptChannels[8];
+
+// The process that they belong to. A fork's child begins with none; a vfork's child, and any other
+// that runs no handler, leaves its parent's alone.
+std::atomic<pid_t> keeper{0};
+
+void KeepNone() {
+  for (KeptChannel& kept : keptChannels) {
+    if (kept.socket >= 0 && Inode(kept.socket) == kept.inode) Real().close(kept.socket);
+    kept.socket = -1;
+    kept.taken.store(false, std::memory_order_relaxed);
   }
-  Response response;
-  if (sendError != 0 || channel.Receive(&response, sizeof(response)) != 0) return kEngineGone;
-  if (response.payload > room) return kEngineGone;
-  if (response.payload > 0) {
-    if (const int error = channel.Receive(out, response.payload)) return {-1, error};
-  }
-  return {response.value, response.error};
+  keeper.store(getpid());
 }
 
-bool IsEngineEnd(int descriptor) {
-  struct sockaddr_un peer {};
-  socklen_t length = sizeof(peer);
-  return getpeername(descriptor, reinterpret_cast<struct sockaddr*>(&peer), &length) == 0 &&
-         peer.sun_family == AF_UNIX &&
-         strncmp(peer.sun_path, Settings().address.sun_path, sizeof(peer.sun_path)) == 0;
+// A number that a program will hardly meet: the low ones are its own.
+int OutOfTheWay(int descriptor) {
+  struct rlimit limit;
+  if (descriptor < 0 || getrlimit(RLIMIT_NOFILE, &limit) != 0) return descriptor;
+  const rlim_t least = (limit.rlim_cur < 1024 ? limit.rlim_cur : 1024) / 4 * 3;
+  const std::uintptr_t argument = least;
+  const int moved = Real().fcntl(descriptor, F_DUPFD_CLOEXEC, reinterpret_cast<void*>(argument));
+  if (moved < 0) return descriptor;
+  Real().close(descriptor);
+  return moved;
 }
 
-// Descriptors of the device that came through an exec.
+// -1 and errno when there is no way to the engine.
+int Connect() {
+  const int channel = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  const Configuration& settings = Settings();
+  const auto* address = reinterpret_cast<const struct sockaddr*>(&settings.address);
+  while (channel >= 0 && connect(channel, address, sizeof(settings.address)) != 0) {
+    if (errno == EINTR) continue;
+    Real().close(channel);
+    errno = ENODEV;
+    return -1;
+  }
+  return OutOfTheWay(channel);
+}
+
+// A channel to the engine for one exchange: a kept one, or one of its own when all are taken.
+class Channel {
+ public:
+  Channel() {
+    if (keeper.load() == getpid()) kept_ = Take();
+    const bool isOurs =
+        kept_ != nullptr && kept_->socket >= 0 && Inode(kept_->socket) == kept_->inode;
+    if (isOurs) {
+      socket_ = kept_->socket;
+    } else {
+      Open();
+    }
+  }
+  ~Channel() {
+    if (kept_ == nullptr) {
+      Drop();
+    } else {
+      kept_->socket = socket_;
+      kept_->taken.store(false, std::memory_order_release);
+    }
+  }
+  Channel(const Channel&) = delete;
+  Channel& operator=(const Channel&) = delete;
+
+  // `in` is the payload of the request, `out` has room for `room` bytes of the response's. `passed`
+  // is a descriptor that goes with the request, or -1. After any failure of the channel's own the
+  // engine counts as gone.
+  Result Exchange(Request request, const void* in, void* out, std::size_t room, Then* then,
+                  int passed = -1) {
+    if (socket_ < 0) return {-1, error_};
+    const int error =
+        protocol::Send(socket_, &request, sizeof(request), in, request.payload, passed);
+    if (error == EFAULT) {
+      // The engine is to know, and to say, that the program's address is bad.
+      Drop();
+      Open();
+      request.hasBuffer = 0;
+      request.payload = 0;
+      return Exchange(request, nullptr, out, room, then, passed);
+    }
+    // Where the engine has no room, its response is there although nobody took the request.
+    return error == 0 || error == EPIPE || error == ECONNRESET ? Receive(out, room, then) : Gone();
+  }
+
+  // The second part of a close.
+  Result Finish() {
+    const char closed = 0;
+    Then then;
+    if (socket_ < 0 || protocol::Send(socket_, &closed, sizeof(closed), nullptr, 0) != 0) return {};
+    const Result result = Receive(nullptr, 0, &then);
+    return socket_ < 0 ? Result{} : result;
+  }
+
+ private:
+  static KeptChannel* Take() {
+    for (KeptChannel& kept : keptChannels) {
+      if (!kept.taken.exchange(true, std::memory_order_acquire)) return &kept;
+    }
+    return nullptr;
+  }
+
+  void Open() {
+    socket_ = Connect();
+    if (socket_ < 0) error_ = errno == EMFILE || errno == ENFILE ? errno : ENODEV;
+    if (kept_ != nullptr) kept_->inode = Inode(socket_);
+  }
+
+  Result Receive(void* out, std::size_t room, Then* then) {
+    Response response;
+    std::size_t come = 0;
+    protocol::Patience own;
+    int error = protocol::ReceiveHead(socket_, &response, sizeof(response), out, room, &come,
+                                      kept_ != nullptr ? &kept_->patience : &own);
+    const bool badAddress = error == EFAULT;
+    if (badAddress) error = protocol::Receive(socket_, &response, sizeof(response));
+    if (error != 0 || response.payload > room) return Gone();
+    *then = response.then;
+    if (badAddress) error = EFAULT;
+    if (error == 0 && come < response.payload) {
+      error = protocol::Receive(socket_, static_cast<char*>(out) + come, response.payload - come);
+    }
+    if (error != 0 || response.then == Then::kDropChannel) Drop();  // with what it still holds
+    return error == 0 ? Result{response.value, response.error} : Result{-1, error};
+  }
+
+  Result Gone() {
+    Drop();
+    return kEngineGone;
+  }
+
+  void Drop() {
+    if (socket_ >= 0) Real().close(socket_);
+    socket_ = -1;
+  }
+
+  KeptChannel* kept_ = nullptr;
+  int socket_ = -1;
+  int error_ = 0;
+};
+
+Result Exchange(const Request& request, const void* in = nullptr, void* out = nullptr,
+                std::size_t room = 0) {
+  Then then;
+  return Channel().Exchange(request, in, out, room, &then);
+}
+
+// Descriptors of the device that came through an exec: the engine knows them.
 void AdoptInherited() {
   DIR* folder = opendir("/proc/self/fd");
   if (folder == nullptr) return;
   while (const struct dirent* entry = readdir(folder)) {
     const int descriptor = atoi(entry->d_name);
-    if (entry->d_name[0] != '.' && descriptor != dirfd(folder) && IsEngineEnd(descriptor)) {
-      MarkDescriptor(descriptor, Inode(descriptor));
+    struct stat status;
+    if (entry->d_name[0] == '.' || Real().fstat(descriptor, &status) != 0) continue;
+    if (!S_ISSOCK(status.st_mode)) continue;
+    Request request;
+    request.kind = Kind::kAdopt;
+    request.inode = status.st_ino;
+    const Result flags = Exchange(request);
+    if (flags.value != -1) {
+      MarkDescriptor(descriptor, request.inode, static_cast<int>(flags.value));
     }
   }
   closedir(folder);
 }
 
+// The channel that this uses is not kept: many a program never opens the device.
 __attribute__((constructor(103))) void AttachAtStart() {
   if (!Settings().served) return;
   const int savedErrno = errno;
   AdoptInherited();
-  Exchange(Request(), nullptr, nullptr, 0);
+  Exchange(Request());
+  pthread_atfork(nullptr, nullptr, KeepNone);
+  KeepNone();
   errno = savedErrno;
 }
 
@@ -170,21 +274,24 @@ const char* RedirectedPath(const char* path) {
 }
 
 OpenedDevice DeviceOpen(int flags, unsigned mode) {
-  Channel channel((flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0);
-  if (channel.descriptor() < 0) return {-1, 0, errno == EMFILE || errno == ENFILE ? errno : ENODEV};
+  Channel channel;
+  int ends[2];
+  if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) return {-1, 0, errno};
   Request request;
   request.kind = Kind::kOpen;
   request.flags = flags;
   request.mode = mode;
-  request.descriptor = channel.descriptor();
-  request.inode = Inode(channel.descriptor());
-  Response response;
-  if (channel.Send(&request, sizeof(request)) != 0 ||
-      channel.Receive(&response, sizeof(response)) != 0) {
-    return {-1, 0, ENODEV};
+  request.descriptor = ends[0];
+  request.inode = Inode(ends[0]);
+  Then then;
+  const Result result = channel.Exchange(request, nullptr, nullptr, 0, &then, ends[1]);
+  Real().close(ends[1]);
+  if (result.value == -1) {
+    Real().close(ends[0]);
+    return {-1, 0, result.error};
   }
-  if (response.value == -1) return {-1, 0, response.error};
-  return {channel.Detach(), request.inode, 0};
+  if ((flags & O_CLOEXEC) == 0) Real().fcntl(ends[0], F_SETFD, nullptr);
+  return {ends[0], request.inode, 0};
 }
 
 Result DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
@@ -197,13 +304,20 @@ Result DeviceIoctl(std::uint64_t handle, std::uint32_t number, void* argument) {
   return Exchange(request, argument, argument, request.payload);
 }
 
-Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   Request request;
   request.kind = Kind::kRead;
   request.inode = handle;
   request.length = length;
   request.hasBuffer = buffer != nullptr;
-  return Exchange(request, nullptr, buffer, length);
+  const std::size_t room = length < kLongestMessage ? length : kLongestMessage;
+  Then then = Then::kNothing;
+  const Result result =
+      Channel().Exchange(request, nullptr, buffer, buffer != nullptr ? room : 0, &then);
+  if (then == Then::kDiscardPacket) recv(descriptor, nullptr, 0, MSG_DONTWAIT);
+  if (then != Then::kTakePacket) return result;
+  const ssize_t taken = Real().read(descriptor, buffer, length);
+  return {taken, taken < 0 ? errno : 0};
 }
 
 Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
@@ -215,7 +329,7 @@ Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length)
   if (buffer != nullptr) {
     request.payload = length < kLongestMessage ? length : kLongestMessage;
   }
-  return Exchange(request, buffer, nullptr, 0);
+  return Exchange(request, buffer);
 }
 
 Result DeviceClose(std::uint64_t handle, int descriptor) {
@@ -223,17 +337,10 @@ Result DeviceClose(std::uint64_t handle, int descriptor) {
   Request request;
   request.kind = Kind::kClose;
   request.inode = handle;
-  Response response;
-  const bool announced = channel.descriptor() >= 0 &&
-                         channel.Send(&request, sizeof(request)) == 0 &&
-                         channel.Receive(&response, sizeof(response)) == 0;
+  Then then;
+  const bool announced = channel.Exchange(request, nullptr, nullptr, 0, &then).value == 0;
   Real().close(descriptor);
-  const char closed = 0;
-  if (!announced || channel.Send(&closed, sizeof(closed)) != 0 ||
-      channel.Receive(&response, sizeof(response)) != 0) {
-    return {};
-  }
-  return {response.value, response.error};
+  return announced ? channel.Finish() : Result{};
 }
 
 }  // namespace zulisim::hooks

@@ -2,8 +2,10 @@
 
 #include <stdlib.h>
 
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
+#include <iostream>
 #include <stdexcept>
 #include <system_error>
 #include <utility>
@@ -35,6 +37,22 @@ std::string PrepareRoot(const std::string& root) {
   return std::filesystem::canonical(path).string();
 }
 
+// Whether a device is used at all while an object lives.
+class Use : public OperationObserver {
+ public:
+  explicit Use(Device& device) : device_(device) { device_.AddObserver(this); }
+  ~Use() override { device_.RemoveObserver(this); }
+  Use(const Use&) = delete;
+  Use& operator=(const Use&) = delete;
+
+  void OnOperation(const OperationRecord&) override { seen_ = true; }
+  bool seen() const { return seen_; }
+
+ private:
+  Device& device_;
+  std::atomic<bool> seen_{false};
+};
+
 }  // namespace
 
 TemporaryFolder::TemporaryFolder() : path_(Parent() + "/zulisim.XXXXXX") {
@@ -49,5 +67,14 @@ ServedProgram::ServedProgram(std::string path, std::vector<std::string> argument
     : path_(std::move(path)),
       arguments_(std::move(arguments)),
       root_(PrepareRoot(root.empty() ? folder_.path() + "/root" : root)) {}
+
+int ServedProgram::Run(Device& device) {
+  const Use use(device);
+  const int status = Serve(device);
+  if (!use.seen()) {
+    std::cerr << "zulisim: warning: no operation has reached the device: " + UnusedBecause() + "\n";
+  }
+  return status;
+}
 
 }  // namespace zulisim

@@ -28,10 +28,15 @@ class TemporaryFolder {
 class ServedProgram {
  public:
   virtual ~ServedProgram() = default;
-  // Runs the program to its end and returns what RunChild returns.
-  virtual int Run(Device& device) = 0;
+  // Runs the program to its end and returns what RunChild returns. Warns of a run in which nothing
+  // reached the device.
+  int Run(Device& device);
 
  protected:
+  virtual int Serve(Device& device) = 0;
+  // Why nothing may have reached the device, for the warning.
+  virtual std::string UnusedBecause() const = 0;
+
   // `path` is the file of the program, `arguments` begin with its name; an empty `root` stands for
   // a temporary folder. Throws std::exception for what stands in the way of a start.
   ServedProgram(std::string path, std::vector<std::string> arguments, const std::string& root);

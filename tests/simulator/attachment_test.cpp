@@ -1,5 +1,6 @@
 #include "simulator/in_process/in_process_device.h"
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/ioctl.h>
@@ -35,7 +36,7 @@ int Connected() {
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wuser-defined-warnings"
 #endif
-int OpenWithMode() { return open("/dev//./zuli", O_RDWR | O_CLOEXEC, 0x101000); }
+int OpenWithMode() { return open("/dev/..//dev/./zuli", O_RDWR | O_CLOEXEC | O_APPEND, 0x101000); }
 #ifdef __clang__
 #pragma clang diagnostic pop
 #endif
@@ -75,9 +76,11 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
 
   errno = 77;
   const int descriptor = OpenWithMode();
-  EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC);
+  EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC | O_APPEND);
   EXPECT_EQ(engine.Records().at(0).openMode, 0x101000u);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
+  EXPECT_EQ(fcntl(descriptor, F_GETFL), O_RDWR | O_NONBLOCK);
   Guid guid = DefaultClients()[0].guid;
   // The request as a driver passes it that keeps it in an int.
   const int request = static_cast<int>(kConnectRequest);
@@ -95,9 +98,18 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
   EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
   // A number that was closed without the hooks is not taken for the device.
-  syscall(SYS_close, descriptor);
+  reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);
+  // What is asked of the kernel by number is served; other names of no file are not the device.
+  const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDONLY);
+  EXPECT_EQ(ErrorOf(syscall(SYS_read, direct, buffer, 1L)), ENOTCONN);
+  EXPECT_EQ(syscall(SYS_close, direct), 0);
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+  for (const char* other :
+       {"/dev/zuli/", "/dev/zuli/.", "/dev/zuli/..", "/x/dev/zuli", "/dev/xzuli"}) {
+    EXPECT_NE(ErrorOf(open(other, O_WRONLY)), 0) << other;
+  }
 }
 
 TEST(AttachmentTest, duplicates_share_one_open_file) {
@@ -144,8 +156,8 @@ TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {
             "\033[33m   3  #1     KALO  write    8 bytes  command 0x0  "
             "(the client stays silent: stuck)\033[0m");
   EXPECT_EQ(ErrorOf(read(descriptor, buffer, 8)), ENODEV);
-  engine.Release(1);
-  engine.Release(1);
+  engine.Release(1, kProgramEnded);
+  engine.Release(1, kProgramEnded);
   EXPECT_EQ(engine.Count(Operation::kClose), 1u);
 }
 

@@ -3,11 +3,14 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 #include <sys/ioctl.h>
+#include <sys/syscall.h>
 #include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -53,6 +56,81 @@ static long Pieces(size_t count) {
   return writev(device, pieces, (int)count);
 }
 
+static long SystemRead(size_t count) { return syscall(SYS_read, device, buffer, count); }
+static long SystemWrite(size_t count) { return syscall(SYS_write, device, buffer, count); }
+
+/* As a runtime makes them that has no use for libc. */
+static long Bare(long number, size_t count) {
+#ifdef __x86_64__
+  long result;
+  __asm__ volatile("syscall"
+                   : "=a"(result)
+                   : "a"(number), "D"(device), "S"(buffer), "d"(count)
+                   : "rcx", "r11", "memory");
+  if (result >= 0) return result;
+  errno = (int)-result;
+  return -1;
+#else
+  return syscall(number, device, buffer, count);
+#endif
+}
+static long BareRead(size_t count) { return Bare(SYS_read, count); }
+static long BareWrite(size_t count) { return Bare(SYS_write, count); }
+
+/* 1 for what can be read within so many milliseconds. */
+static long Poll(size_t timeout) {
+  struct pollfd entry = {device, POLLIN, 0};
+  return poll(&entry, 1, (int)timeout);
+}
+
+static long Flags(size_t command) { return fcntl(device, command ? (int)command : F_GETFL); }
+
+/* Opens until that fails, and closes all of it; 0 when it failed for the lack of descriptors. */
+static long Fill(size_t most) {
+  int opened[4096];
+  size_t count = 0;
+  while (count < most && (opened[count] = open("/dev//../dev/./zuli", O_RDWR)) >= 0) ++count;
+  const int reason = errno;
+  for (size_t i = 0; i < count; ++i) close(opened[i]);
+  errno = reason;
+  return count > 10 && reason == EMFILE ? 0 : -1;
+}
+
+static size_t rounds;
+
+/* Writes of a length of its own to the descriptor of all, exchanges on one of its own. */
+static void* UseShared(void* length) {
+  const size_t count = (size_t)length;
+  unsigned char bytes[64] = {0}, record[16];
+  size_t wrong = 0;
+  const int own = open("/dev/zuli", O_RDWR);
+  memcpy(record, clients[0], sizeof(record));
+  wrong += ioctl(own, 0xC0104801u, record) != 0;
+  for (size_t i = 0; i < rounds; ++i) {
+    wrong += write(device, bytes, count) != (ssize_t)count;
+    wrong += write(own, bytes, count) != (ssize_t)count;
+    wrong += read(own, bytes, sizeof(bytes)) != (ssize_t)count;
+  }
+  return (void*)(wrong + (close(own) != 0));
+}
+
+/* How much went wrong with two threads in each of two processes. */
+static long Share(size_t count) {
+  pthread_t thread;
+  void* wrong[2];
+  int status = 0;
+  rounds = count;
+  const pid_t child = fork();
+  const size_t length = child == 0 ? 20 : 40;
+  pthread_create(&thread, NULL, UseShared, (void*)length);
+  wrong[0] = UseShared((void*)(length + 1));
+  pthread_join(thread, &wrong[1]);
+  const long all = (long)((size_t)wrong[0] + (size_t)wrong[1]);
+  if (child == 0) _exit(all != 0);
+  waitpid(child, &status, 0);
+  return all + status;
+}
+
 static long On(size_t descriptor) { return device = (int)descriptor; }
 
 static long InChild(size_t count) {
@@ -82,10 +160,17 @@ static long Exit(size_t status) { exit((int)status); }
 static const struct {
   const char* name;
   long (*run)(size_t number);
-} steps[] = {{"open", Open},     {"connect", Connect}, {"ioctl", Ioctl},       {"read", Read},
-             {"write", Write},   {"badread", BadRead}, {"badwrite", BadWrite}, {"close", Close},
-             {"pieces", Pieces}, {"on", On},           {"child", InChild},     {"log", Log},
-             {"raise", Raise},   {"exit", Exit}};
+} steps[] = {{"open", Open},          {"connect", Connect},
+             {"ioctl", Ioctl},        {"read", Read},
+             {"write", Write},        {"badread", BadRead},
+             {"badwrite", BadWrite},  {"close", Close},
+             {"pieces", Pieces},      {"on", On},
+             {"child", InChild},      {"log", Log},
+             {"raise", Raise},        {"exit", Exit},
+             {"sysread", SystemRead}, {"poll", Poll},
+             {"fill", Fill},          {"syswrite", SystemWrite},
+             {"share", Share},        {"flags", Flags},
+             {"bareread", BareRead},  {"barewrite", BareWrite}};
 
 int main(int argc, char** argv) {
   self = argv[0];
