@@ -9,7 +9,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(engine registry settings strings scenario recording)
+all=(engine registry scenario recording kaloctl)
 seconds=${1:-30}
 [ $# -gt 0 ] && shift
 if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then

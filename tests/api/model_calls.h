@@ -135,7 +135,8 @@ inline std::string Describe(const Sequence& sequence) {
   return text.str();
 }
 
-inline Sequence RandomSequence(std::mt19937& random) {
+template <typename Random>
+Sequence RandomSequence(Random& random) {
   const auto below = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
   Sequence sequence(4 + below(40));
   for (Step& step : sequence) {

@@ -17,7 +17,7 @@ using testing::ThrowsMessage;
 
 TEST(Script, reads_calls_with_all_that_stands_behind_them) {
   const auto steps = ParseScript(
-      "# a comment\n\n  KaloStateInit 0x30000 1 # option\r\nKaloInit3 a\n"
+      "# a comment\n\v\f\n  KaloStateInit 0x30000 1 # option\r\nKaloInit3 a\n"
       "StartIoEx3 a 0x4 32 reply=8 private\nStartIoEx 0x30001 16 IOCTLFRE input=null reply=null\n"
       "KaloStateInit null\nKaloCleanup3 null",
       "day");
