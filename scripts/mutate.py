@@ -63,7 +63,7 @@ def code_lines(path):
         if "*/" in text:
             comment = False
         if not skipped:
-            yield index, line.split(" // ")[0].rstrip()
+            yield index, re.sub(r" (//|/\*).*", "", line).rstrip()
 
 
 def faults(path):

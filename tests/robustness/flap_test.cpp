@@ -209,6 +209,18 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
   std::array<std::atomic<uint32_t>, kDrivers> served_{};
 };
 
+TEST(FirstSink, may_come_while_others_log) {
+  zulisim::Engine engine;
+  const zulisim::InProcessDevice device(engine, {{"/data/Marvoleth.log", "/dev/null"}});
+  std::atomic<bool> done{false};
+  std::thread logs([&done] {
+    while (!done) KaloStateInit(nullptr);
+  });
+  EXPECT_EQ(KaloInit(), 0u);
+  done = true;
+  logs.join();
+}
+
 TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_and_nothing_grows) {
   const char* const given = getenv("KALODLL_FLAP_REQUESTS");
   const auto requests = static_cast<uint32_t>(given != nullptr ? std::atoi(given) : 5000);

@@ -67,6 +67,8 @@ std::string DriverMeets(zulisim::Engine* engine) {
 
 TEST(ScenariosTest, bring_what_their_comments_say) {
   std::map<std::string, std::string> met;
+  { const kalo::Client announcesNothing(kalo::Firmware::kFenu); }
+  EXPECT_EQ(gKaloDllState.firmwareApiVersion, 0u);
   for (const auto& entry : std::filesystem::directory_iterator(SCENARIOS)) {
     zulisim::Scenario scenario;
     zulisim::AddScenarioFile(entry.path().string(), &scenario);
@@ -75,6 +77,7 @@ TEST(ScenariosTest, bring_what_their_comments_say) {
     met[entry.path().stem().string()] = DriverMeets(&engine);
   }
   EXPECT_EQ(met, kMet);
+  EXPECT_EQ(gKaloDllState.firmwareApiVersion, uint32_t{KALO_FIRMWARE_API_32});
 }
 
 }  // namespace
