@@ -58,6 +58,11 @@ void ReadRegistry(const std::string& text) {
     code = fault.code();
   }
   FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
+  try {
+    kaloctl::ParseRewritten(text);
+  } catch (const kaloctl::RegistryFault& fault) {
+    FUZZ_CHECK(fault.line() > 0);
+  }
 }
 
 }  // namespace

@@ -149,7 +149,8 @@ Sequence RandomSequence(Random& random) {
     for (unsigned i = below(4); i < 2; ++i) {
       const auto operation = static_cast<zulisim::Operation>(below(zulisim::kOperationCount));
       const bool loses = operation != zulisim::Operation::kClose && below(2) != 0;
-      step.faults.push_back({operation, below(5), 1 + below(6), loses ? ENODEV : EIO});
+      step.faults.push_back(
+          {operation, below(5), 1 + below(6), loses ? ENODEV : EIO + static_cast<int>(below(8))});
     }
     if (below(8) == 0) {
       step.injected = {static_cast<Point>(1 + below(3)),
