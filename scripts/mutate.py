@@ -56,7 +56,10 @@ def number(match):
 def code_lines(path):
     """(index, line) of what is code within functions and tables."""
     comment = False
-    for index, line in enumerate(path.read_text().split("\n")):
+    # A help text is none: its lines stay, empty.
+    content = re.sub(r'R"\(.*?\)"', lambda text: "\n" * text.group(0).count("\n"), path.read_text(),
+                     flags=re.DOTALL)
+    for index, line in enumerate(content.split("\n")):
         text = line.strip()
         comment = comment or text.startswith("/*")
         skipped = comment or not text or text.startswith(("//", "#", "*", "static_assert", "namespace"))
