@@ -169,6 +169,7 @@ TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
   text << std::ifstream(file).rdbuf();
   EXPECT_EQ(text.str(), "before one two ");
   FileLogSink((file + ".missing/log").c_str()).logMessage("dropped");
+  FileLogSink(nullptr).logMessage("dropped");
 }
 
 TEST(Line, holds_texts_of_any_length) {

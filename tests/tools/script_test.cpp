@@ -2,9 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "api/kalo_dll_state.h"
-#include "tools/call/destroyed_sessions.h"
-
 namespace kaloctl {
 namespace {
 
@@ -25,16 +22,6 @@ TEST(Script, reads_calls_with_all_that_stands_behind_them) {
   EXPECT_TRUE(steps[3].command.nullInput);
   EXPECT_EQ(steps[3].command.privateData, PrivateData::kFreeTag);
   EXPECT_TRUE(steps[4].nullParams);
-}
-
-TEST(DestroyedSessions, forgets_a_session_when_a_new_one_takes_its_address) {
-  const auto session = gKaloDllState.kaloSessionA = reinterpret_cast<ClientSession*>(0x1000);
-  DestroyedSessions destroyed;
-  for (const uint32_t count : {1, 0, 1}) {
-    gKaloDllState.kaloRefCountA = count;
-    destroyed.AfterCall(EntryPoint::kKaloInit3, nullptr);
-    EXPECT_EQ(destroyed.Contains(session), count == 0);
-  }
 }
 
 }  // namespace
