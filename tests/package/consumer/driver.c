@@ -8,6 +8,7 @@
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
 #include "oscl/bounded_string.h"
+#include "oscl/last_error.h"
 #include "oscl/registry.h"
 
 int main(void) {
