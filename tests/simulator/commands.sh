@@ -7,7 +7,8 @@
 set -uo pipefail
 file=$1
 for program in "${@:2}"; do PATH=$(dirname "$program"):$PATH; done
-export PATH SCENARIOS=$(cd "$(dirname "$0")/../../simulator/scenarios" && pwd)
+SCENARIOS=$(cd "$(dirname "$0")/../../simulator/scenarios" && pwd)
+export PATH SCENARIOS
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
