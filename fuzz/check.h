@@ -3,8 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <memory>
-#include <string>
 
 // Ends the run as a finding.
 #define FUZZ_CHECK(condition)                                                            \
@@ -14,10 +12,3 @@
       std::abort();                                                                      \
     }                                                                                    \
   } while (false)
-
-// The text up to its first NUL and one NUL, in a block that is not a byte longer.
-inline std::unique_ptr<char[]> Exact(const std::string& text) {
-  std::unique_ptr<char[]> copy(new char[std::strlen(text.c_str()) + 1]);
-  std::strcpy(copy.get(), text.c_str());
-  return copy;
-}

@@ -1,16 +1,64 @@
 // Any file in the place of the registry: every call of the registry and every setting, held against
-// a second reader of the format.
+// a second reader of the format; and any bytes as what a caller hands to the settings.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include "fuzz/check.h"
 #include "fuzz/registry_file.h"
+#include "oscl/memory.h"
+#include "oscl/user_feature.h"
 #include "tests/oscl/registry_check.h"
 
+namespace {
+
+// The bytes as a list of strings, in a block that is not a byte longer.
+void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
+  const auto length = static_cast<uint32_t>(bytes.size());
+  auto* buffer = static_cast<char*>(AllocMem(length));
+  std::memcpy(buffer, bytes.data(), length);
+  UserFeatureValue value = {nullptr, USER_FEATURE_MULTI_STRING, {}, 0, 0};
+  if (OSCL_UserFeature_SetMultiStringValue(&value, buffer, length) != S_OK) {
+    FUZZ_CHECK(value.data.strings == nullptr);
+    return FreeMem(buffer);
+  }
+  FUZZ_CHECK(value.totalLength <= length && value.totalLength + 1 >= length);
+  uint32_t offset = 0;
+  for (uint32_t i = 0; i < value.size; ++i) {
+    const UserFeatureString& string = value.data.strings[i];
+    FUZZ_CHECK(string.text == buffer + offset && string.length == std::strlen(string.text));
+    offset += string.length + 1;
+  }
+  FUZZ_CHECK(offset == value.totalLength);
+  file.Store("[KEY]\n1\nkey\n");
+  OSCL_UserFeature_SetValueName(&value, "list");
+  FUZZ_CHECK(OSCL_UserFeature_WriteValueMultiString(1, &value) == S_OK);
+  OSCL_UserFeature_ClearValue(&value);
+}
+
+void ParsePath(const std::string& path) {
+  uint32_t root = 7;
+  char* rest = nullptr;
+  const HRESULT result = OSCL_UserFeature_ParsePath(nullptr, path.c_str(), &root, &rest);
+  const size_t backslash = path.find('\\');
+  const std::string prefix = path.substr(0, backslash);
+  const bool good = backslash != std::string::npos && backslash + 1 < path.size() &&
+                    (prefix == "HKEY_LOCAL_MACHINE" || prefix == "HKEY_CURRENT_USER");
+  FUZZ_CHECK((result == S_OK) == good);
+  FUZZ_CHECK(good ? rest == path.c_str() + backslash + 1 : root == 7 && rest == nullptr);
+}
+
+}  // namespace
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  static const RegistryFile* file = new RegistryFile;
+  static const RegistryFile* const file = new RegistryFile;
   FuzzedDataProvider input(bytes, size);
   auto choices = input.ConsumeIntegral<uint64_t>();
-  file->Store(input.ConsumeRemainingBytesAsString());
+  const std::string text = input.ConsumeRemainingBytesAsString();
+  const int32_t blocks = gAllocationCount;
+  SplitAndJoin(text, *file);
+  ParsePath(text.c_str());
+  FUZZ_CHECK(gAllocationCount == blocks);
+  file->Store(text);
   // An exception that nobody catches is a finding.
   CheckRegistry(file->path(), [&](size_t limit) {
     const auto choice = static_cast<uint32_t>(choices % limit);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds the fuzz targets and runs each for a while, from the seeds in fuzz/corpus/ and
-# what earlier runs found. Fails on a finding, and says how to run it again.
+# what earlier runs found. Fails on a finding, and says how to run it again. Ends with the lines of
+# each target's own code that the seeds reach.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
 #
@@ -9,7 +10,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-all=(engine registry settings strings scenario recording)
+all=(engine registry scenario recording kaloctl)
 seconds=${1:-30}
 [ $# -gt 0 ] && shift
 if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
@@ -66,5 +67,29 @@ for target in "${targets[@]}"; do
     echo "fuzz.sh: target $target found something; the whole report is in $log. Run it again:" >&2
     echo "  build/fuzz/fuzz/fuzz_$target build/fuzz/findings/$target-*" >&2
   fi
+done
+
+# The code that each target is about.
+declare -A own=(
+  [engine]='(api|transport|log)/[^/]*'
+  [registry]='oscl/(registry[^/]*|user_feature)'
+  [scenario]='simulator/scenario/[^/]*'
+  [recording]='simulator/record/(rec|rep)[^/]*'
+  [kaloctl]='[a-z/]*/(script|log_splitter|log_folder|registry_text)')
+cmake --preset fuzz -B build/fuzz-coverage -DKALODLL_SANITIZE=fuzzer-no-link \
+  -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
+cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||
+  { cat build/fuzz-coverage/build.log >&2; exit 1; }
+printf '\n%-10s %6s %7s %9s\n' target seeds lines reached
+for target in "${targets[@]}"; do
+  program=build/fuzz-coverage/fuzz/fuzz_$target
+  LLVM_PROFILE_FILE=$program.raw "$program" -runs=0 "fuzz/corpus/$target" 2>"$program.log" >&2
+  llvm-profdata-14 merge "$program.raw" -o "$program.profile"
+  llvm-cov-14 report "$program" -object build/fuzz-coverage/libkalodll.so \
+    -instr-profile "$program.profile" |
+    awk -v target="$target" -v seeds="$(find "fuzz/corpus/$target" -type f | wc -l)" \
+      -v own="^([.][.]/)*${own[$target]}[.]cpp$" '
+      $1 ~ own { lines += $8; missed += $9 }
+      END { printf "%-10s %6d %7d %7.0f %%\n", target, seeds, lines, 100 * (1 - missed / lines) }'
 done
 exit "$failed"

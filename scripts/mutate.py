@@ -3,11 +3,12 @@
 
   scripts/mutate.py [--seed N] [--count N] [--sanitizers] [FOLDER...]
 
-The faults are drawn evenly from the folders (api, transport, log and oscl by default). Each is built
-in a copy of the tree under build/mutate, so that the work tree stays as it is, and run against the
-release tests; one that is not caught there is run again under the address and the thread sanitizer
-where --sanitizers asks for it. A test that runs out of time counts as failed, a fault that does not
-compile is drawn anew. tests/equivalent_mutants.txt lists those that no test can tell from the
+The faults are drawn evenly from the folders (api, transport, log and oscl by default; common,
+simulator and tools can be named, and are held by their own tests alone). Each is built in a copy of
+the tree under build/mutate, so that the work tree stays as it is, and run against the release tests;
+one that is not caught there is run again under the address and the thread sanitizer where
+--sanitizers asks for it. A test that runs out of time counts as failed, a fault that does not compile
+is drawn anew. tests/equivalent_mutants.txt lists those that no test can tell from the
 original, with the reason; they are not drawn. Exits with 1 when a fault survives.
 """
 
@@ -26,9 +27,12 @@ WORK = ROOT / "build" / "mutate"
 TREE = WORK / "tree"
 EQUIVALENT = ROOT / "tests" / "equivalent_mutants.txt"
 FOLDERS = ["api", "transport", "log", "oscl"]
+BENCH = ["common", "simulator", "tools"]
 TESTS = ["api", "transport", "log", "oscl", "policy", "robustness", "simulator"]
+TESTS_OF_BENCH = ["simulator", "tools"]
 # Half a million paths, of which the others are a good part; and what is no test of the library.
 LEFT_OUT = "negative_with_private_data|pages_|machine|_device$"
+LEFT_OUT_OF_BENCH = "pages_browser"
 
 WORDS = [(r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "), (r" == ", " != "),
          (r" != ", " == "), (r" && ", " || "), (r" \|\| ", " && "), (r" \+ ", " - "),
@@ -52,14 +56,17 @@ def number(match):
 def code_lines(path):
     """(index, line) of what is code within functions and tables."""
     comment = False
-    for index, line in enumerate(path.read_text().split("\n")):
+    # A help text is none: its lines stay, empty.
+    content = re.sub(r'R"\(.*?\)"', lambda text: "\n" * text.group(0).count("\n"), path.read_text(),
+                     flags=re.DOTALL)
+    for index, line in enumerate(content.split("\n")):
         text = line.strip()
         comment = comment or text.startswith("/*")
         skipped = comment or not text or text.startswith(("//", "#", "*", "static_assert", "namespace"))
         if "*/" in text:
             comment = False
         if not skipped:
-            yield index, line.split(" // ")[0].rstrip()
+            yield index, re.sub(r" (//|/\*).*", "", line).rstrip()
 
 
 def faults(path):
@@ -105,20 +112,25 @@ def run(command, seconds, **options):
         return -1
 
 
-def build(name):
-    targets = [f"tests/{folder}/all" for folder in TESTS]
-    return run(["ninja", "-C", str(WORK / name), "zulisim", *targets], 1800)
+def tests_of(folder):
+    return TESTS_OF_BENCH if folder in BENCH else TESTS
 
 
-def caught(name, first=""):
+def build(name, folder=""):
+    targets = [f"tests/{tests}/all" for tests in tests_of(folder)]
+    return run(["ninja", "-C", str(WORK / name), "zulisim", "kaloctl", *targets], 1800)
+
+
+def caught(name, folder=""):
     """By the tests of one build, those of the fault's own folder first."""
     seconds = "120" if name == "release" else "600"
-    return any(run(["ctest", "--test-dir", str(WORK / name / "tests" / folder), "-E", LEFT_OUT, "-j2",
+    left_out = LEFT_OUT_OF_BENCH if folder in BENCH else LEFT_OUT
+    return any(run(["ctest", "--test-dir", str(WORK / name / "tests" / tests), "-E", left_out, "-j2",
                     "-LE", "slow", "--timeout", seconds, "--stop-on-failure"], 1800) != 0
-               for folder in sorted(TESTS, key=lambda folder: folder != first))
+               for tests in sorted(tests_of(folder), key=lambda tests: tests != folder))
 
 
-def prepare(names):
+def prepare(names, folders):
     TREE.mkdir(parents=True, exist_ok=True)
     listed = subprocess.run(["git", "ls-files", "-co", "--exclude-standard"], cwd=ROOT, check=True,
                             capture_output=True, text=True).stdout.split("\n")
@@ -135,9 +147,10 @@ def prepare(names):
         # Tests need no new link when only the library has changed.
         flags = ["-DCMAKE_BUILD_TYPE=" + ("Release" if name == "release" else "Debug"),
                  "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", *kinds[name]]
-        if run(["cmake", "-S", TREE, "-B", WORK / name, "-G", "Ninja", *flags], 600) or build(name):
+        if (run(["cmake", "-S", TREE, "-B", WORK / name, "-G", "Ninja", *flags], 600) or
+                any(build(name, folder) for folder in folders)):
             sys.exit(f"mutate.py: the tree itself does not build: ninja -C {WORK / name}")
-        if caught(name):
+        if any(caught(name, folder) for folder in {folders[0], folders[-1]}):
             sys.exit(f"mutate.py: the tests fail without a fault: ctest --test-dir {WORK / name}")
 
 
@@ -150,7 +163,7 @@ def judge(path, fault, names):
     try:
         for name in names:
             (TREE / path).write_text("\n".join(lines))
-            if build(name):
+            if build(name, path.parts[0]):
                 return ""
             if caught(name, path.parts[0]):
                 return name
@@ -166,16 +179,16 @@ def main():
     parser.add_argument("--sanitizers", action="store_true")
     parser.add_argument("folders", nargs="*", metavar="FOLDER", default=FOLDERS)
     arguments = parser.parse_args()
-    if wrong := [folder for folder in arguments.folders if folder not in FOLDERS]:
-        parser.error(f"'{wrong[0]}' is not a folder of the library: {', '.join(FOLDERS)} are")
+    if wrong := [folder for folder in arguments.folders if folder not in FOLDERS + BENCH]:
+        parser.error(f"'{wrong[0]}' is not a folder of sources: {', '.join(FOLDERS + BENCH)} are")
     names = ["release"] + (["asan", "tsan"] if arguments.sanitizers else [])
     os.nice(5)
-    prepare(names)
+    prepare(names, arguments.folders)
     known, draw = equivalent(), random.Random(arguments.seed)
     survivors, score = [], {folder: [0, 0] for folder in arguments.folders}
     for turn, folder in enumerate(arguments.folders):
         all_faults = [(path.relative_to(ROOT), fault)
-                      for path in sorted((ROOT / folder).iterdir()) if path.suffix in (".cpp", ".h")
+                      for path in sorted((ROOT / folder).rglob("*")) if path.suffix in (".cpp", ".h")
                       for fault in faults(path)]
         all_faults = [(path, fault) for path, fault in all_faults
                       if key(path, *fault[1:]) not in known]

@@ -12,7 +12,7 @@ build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlp
        nlohmann-json3-dev libfuse3-dev help2man)
 test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
 bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
-fuzz=(clang-14 libclang-rt-14-dev)
+fuzz=(clang-14 llvm-14 libclang-rt-14-dev libgmock-dev)
 abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
 fuse=(fuse3)
 vm=(qemu-system-x86 busybox-static cpio)

@@ -1,3 +1,4 @@
+#include <filesystem>
 #include <iostream>
 #include <memory>
 
@@ -40,7 +41,9 @@ bool IsGood(const std::string& path) {
       return true;
     }
     Scenario scenario;
-    const auto diagnostics = ReadScenarioFile(path, &scenario);
+    // Standard input cannot be read again.
+    const std::string folder = std::filesystem::path(path).parent_path().string();
+    const auto diagnostics = ReadScenario(text, folder, &scenario);
     for (const common::Diagnostic& each : diagnostics)
       std::cerr << common::DiagnosticText(path, each) << "\n";
     if (diagnostics.empty()) DescribeScenario(path, scenario);

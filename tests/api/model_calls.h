@@ -135,7 +135,8 @@ inline std::string Describe(const Sequence& sequence) {
   return text.str();
 }
 
-inline Sequence RandomSequence(std::mt19937& random) {
+template <typename Random>
+Sequence RandomSequence(Random& random) {
   const auto below = [&random](unsigned n) { return static_cast<unsigned>(random() % n); };
   Sequence sequence(4 + below(40));
   for (Step& step : sequence) {
@@ -148,7 +149,8 @@ inline Sequence RandomSequence(std::mt19937& random) {
     for (unsigned i = below(4); i < 2; ++i) {
       const auto operation = static_cast<zulisim::Operation>(below(zulisim::kOperationCount));
       const bool loses = operation != zulisim::Operation::kClose && below(2) != 0;
-      step.faults.push_back({operation, below(5), 1 + below(6), loses ? ENODEV : EIO});
+      step.faults.push_back(
+          {operation, below(5), 1 + below(6), loses ? ENODEV : EIO + static_cast<int>(below(8))});
     }
     if (below(8) == 0) {
       step.injected = {static_cast<Point>(1 + below(3)),

@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstdarg>
+#include <filesystem>
 #include <fstream>
 
 #include "log/log_line.h"
@@ -65,7 +66,7 @@ using testing::MatchesRegex;
 class Messages : public LibraryTest {};
 
 TEST_F(Messages, above_the_threshold_are_dropped) {
-  EXPECT_EQ(Logger().level, 0);
+  EXPECT_EQ(Logger().level + Logger::logBase.level, 0);
   for (const int threshold : {0, -1}) {
     Logger::logBase.level = threshold;
     for (const int level : {-1, 0, 1}) Say(std::to_string(level), level);
@@ -107,6 +108,10 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
   KaloStateInit(nullptr);
   EXPECT_EQ(errno, ENODEV);
   EXPECT_EQ(TakeRaw().size(), 6u) << "both sinks have every line";
+  std::filesystem::remove_all(std::filesystem::path(LogFile()).parent_path());
+  errno = ENODEV;
+  KaloInit();
+  EXPECT_EQ(errno, ENODEV) << "a log file that cannot be opened";
 }
 
 // No sink can be deleted safely while one is at work.
@@ -122,14 +127,16 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
         Say("text");
       },
       testing::ExitedWithCode(3), "");
-  EXPECT_EXIT(
-      {
-        state.kaloRefCountA = 9;  // the log's base goes first, the state after it
-        Logger::logBase.sinks.push_back(new Undeletable);
-        Say("text");
-        exit(3);
-      },
-      testing::ExitedWithCode(9), "");
+  for (const bool logs : {false, true}) {
+    EXPECT_EXIT(
+        {
+          state.kaloRefCountA = 9;  // the log's base goes first, the state after it
+          Logger::logBase.sinks.push_back(new Undeletable);
+          if (logs) Say("text");
+          exit(3);
+        },
+        testing::ExitedWithCode(9), "");
+  }
 }
 
 TEST_F(Messages, of_the_child_that_a_sink_forks_are_delivered) {
@@ -162,6 +169,7 @@ TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
   text << std::ifstream(file).rdbuf();
   EXPECT_EQ(text.str(), "before one two ");
   FileLogSink((file + ".missing/log").c_str()).logMessage("dropped");
+  FileLogSink(nullptr).logMessage("dropped");
 }
 
 TEST(Line, holds_texts_of_any_length) {

@@ -29,6 +29,14 @@ TEST(BoundedStringTest, what_does_not_fit_is_refused_and_leaves_the_destination)
   EXPECT_EQ(Do(3, [](char* dst) { return strncpy_s(dst, 3, "abc", 1); }), "1###");
   const auto append = [](char* dst) { return strcat_s(std::strcpy(dst, "ab"), 3, "c"); };
   EXPECT_EQ(Do(3, append), std::string("1ab\0", 4));
+  char text[4] = {};
+  for (const int32_t result :
+       {strcpy_s(nullptr, 3, "c"), strcpy_s(text, 3, nullptr), strncpy_s(nullptr, 3, "c", 1),
+        strncpy_s(text, 3, nullptr, 1), strcat_s(nullptr, 3, "c"), strcat_s(text, 3, nullptr),
+        memcpy_s(nullptr, 3, "c", 1), memcpy_s(text, 3, nullptr, 1),
+        _snprintf_s(nullptr, 3, 3, "c")}) {
+    EXPECT_EQ(result, 1);
+  }
   // The size limits the output, the count does not.
   const auto print = [](char* dst) { return _snprintf_s(dst, 8, 1, "%d", 123456789); };
   EXPECT_EQ(Do(8, print), std::string("91234567\0", 9));

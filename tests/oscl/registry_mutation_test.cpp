@@ -3,12 +3,22 @@
 #include <map>
 #include <random>
 #include <stdexcept>
-#include <string_view>
 
 #include "tests/oscl/registry_check.h"
 #include "tests/oscl/registry_fixture.h"
 
 namespace {
+
+// Lines that do not belong where they are put.
+std::vector<std::string> Others() {
+  using namespace std::string_literals;
+  std::istringstream text(
+      "| |[KEY]|[VALUE]|[KEY] |[VALUE]\r|0x|-1|3|1\0x|\0|\0 v|99999999999999999999|"
+      "-99999999999999999999|9223372036854775808|+5|+-5|-0X1|+0xg|\v\f|0x1 trailing|%s%n|\xFF\xA0"s);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line, '|');) lines.push_back(line);
+  return lines;
+}
 
 // Files that are nearly right, each from its own number alone.
 class Mutator {
@@ -29,12 +39,12 @@ class Mutator {
   }
 
  private:
-  using Choices = std::initializer_list<std::string_view>;
+  using Choices = std::vector<std::string>;
 
-  std::string OneOf(Choices choices) { return std::string(choices.begin()[Below(choices.size())]); }
+  const std::string& OneOf(const Choices& choices) { return choices[Below(choices.size())]; }
 
   // One of the choices, or a line about as long as the reader takes.
-  std::string OneOfOrLong(Choices choices) {
+  std::string OneOfOrLong(const Choices& choices) {
     if (Below(25) != 0) return OneOf(choices);
     const std::size_t length = Below(3) == 0 ? 127 : 253 + Below(4);
     return std::string(length, "x5 "[Below(3)]) + OneOf({"", " [VALUE]"});
@@ -54,30 +64,7 @@ class Mutator {
   }
 
   void MutateLine() {
-    using namespace std::string_view_literals;
-    const std::string other = OneOfOrLong({"",
-                                           " ",
-                                           "[KEY]",
-                                           "[VALUE]",
-                                           "[KEY] ",
-                                           "[VALUE]\r",
-                                           "0x",
-                                           "-1",
-                                           "3",
-                                           "1\0x"sv,
-                                           "\0"sv,
-                                           "\0 v"sv,
-                                           "99999999999999999999",
-                                           "-99999999999999999999",
-                                           "9223372036854775808",
-                                           "+5",
-                                           "+-5",
-                                           "-0X1",
-                                           "+0xg",
-                                           "\v\f",
-                                           "0x1 trailing",
-                                           "%s%n",
-                                           "\xFF\xA0"});
+    const std::string other = OneOfOrLong(others_);
     const auto place = lines_.begin() + Below(lines_.size());
     const uint32_t how = Below(6);
     if (how == 0) std::swap(*place, lines_[Below(lines_.size())]);
@@ -88,6 +75,7 @@ class Mutator {
     if (how == 5 && lines_.size() > 1) lines_.erase(place);
   }
 
+  static inline const Choices others_ = Others();
   std::minstd_rand random_;
   std::vector<std::string> lines_;
 };

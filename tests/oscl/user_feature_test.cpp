@@ -30,9 +30,42 @@ TEST_F(UserFeatureTest, full_paths_are_split_behind_the_root) {
   for (const char* path : {"HKEY_LOCAL_MACHINE\\", "HKEY_USERS\\a", "HKEY_LOCAL_MACHINES\\a"}) {
     EXPECT_EQ(OSCL_UserFeature_ParsePath(nullptr, path, &root, &sub), E_FAIL) << path;
   }
+  EXPECT_EQ(OSCL_UserFeature_ParsePath(nullptr, "HKEY_CURRENT_USER\\a", &root, &sub), S_OK);
+  EXPECT_EQ(root, 1u);
   EXPECT_EQ(OSCL_UserFeature_ParsePath(nullptr, "HKEY_LOCAL_MACHINE\\a", &root, &sub), S_OK);
   EXPECT_EQ(root, 2u);
   EXPECT_STREQ(sub, "a");
+}
+
+TEST_F(UserFeatureTest, null_is_refused_wherever_something_is_needed) {
+  UserFeatureValue listed = {nullptr, USER_FEATURE_MULTI_STRING, {}, 1, 0};
+  UserFeatureKey empty = {1, "K", nullptr, 1};
+  uint32_t size = 0;
+  void* data = nullptr;
+  char text[] = "a";
+  for (const HRESULT result : {OSCL_UserFeature_ParsePath(nullptr, nullptr, &size, nullptr),
+                               OSCL_UserFeature_SetValueName(nullptr, "a"),
+                               OSCL_UserFeature_ReadValueInit(nullptr, "a", 7),
+                               OSCL_UserFeature_ReadValueInit(&key_, nullptr, 7),
+                               OSCL_UserFeature_SetMultiStringValue(nullptr, text, 2),
+                               OSCL_UserFeature_SetMultiStringValue(&listed, nullptr, 2),
+                               OSCL_UserFeature_ReadValue(nullptr, nullptr, "a", 7),
+                               OSCL_UserFeature_ReadValueVarLen(1, "a", 0, nullptr, &size),
+                               OSCL_UserFeature_ReadValueVarLen(1, "a", 0, &data, nullptr),
+                               OSCL_UserFeature_ReadValueBinary(1, nullptr),
+                               OSCL_UserFeature_ReadValueString(1, nullptr),
+                               OSCL_UserFeature_ReadValueMultiString(1, nullptr),
+                               OSCL_UserFeature_ReadValuePrimitive(1, nullptr),
+                               OSCL_UserFeature_WriteValues(nullptr, nullptr),
+                               OSCL_UserFeature_WriteValues(nullptr, &empty),
+                               OSCL_UserFeature_WriteValueBinary(1, nullptr),
+                               OSCL_UserFeature_WriteValueString(1, nullptr),
+                               OSCL_UserFeature_WriteValueMultiString(1, nullptr),
+                               OSCL_UserFeature_WriteValueMultiString(1, &listed),
+                               OSCL_UserFeature_WriteValuePrimitive(1, nullptr),
+                               OSCL_UserFeature_EnableNotification(nullptr, nullptr)}) {
+    EXPECT_EQ(result, E_FAIL);
+  }
 }
 
 TEST_F(UserFeatureTest, a_value_that_is_read_takes_the_place_of_those_before) {

@@ -14,7 +14,9 @@
 #include <random>
 #include <thread>
 
-#include "tests/robustness/driver.h"
+#include "api/kalo_dll.h"
+#include "log/logger.h"
+#include "simulator/in_process/in_process_device.h"
 #include "tests/support/descriptors.h"
 #include "transport/client_session.h"
 
@@ -22,6 +24,30 @@ namespace {
 
 using zulisim::Bytes;
 using zulisim::Operation;
+
+// The tag is in header words 0 and 3 and all over the body.
+Bytes Request(uint32_t driver, uint32_t number) {
+  Bytes request(64);
+  for (size_t offset = 0; offset < request.size(); offset += 4) {
+    zulisim::SetWordAt(&request, offset, driver << 24 | number);
+  }
+  zulisim::SetWordAt(&request, zulisim::kCommandIdOffset, 0x10);
+  return request;
+}
+
+// Every third request is answered with private data, which holds the tag as well.
+zulisim::Reply Answer(const Bytes& request) {
+  if (*zulisim::WordAt(request, 12) % 3 != 0) return zulisim::EchoReply(request);
+  return zulisim::EchoReply(request, 0x80000001, Bytes(request.end() - 16, request.end()));
+}
+
+// KaloInit3 registers a sink each time; those beyond the first `kept` are taken away again.
+void TrimSinks(size_t kept) {
+  EnterCriticalSection(&Logger::logBase.lock);
+  std::vector<LogSink*>& sinks = Logger::logBase.sinks;
+  for (; sinks.size() > kept; sinks.pop_back()) delete sinks.back();
+  LeaveCriticalSection(&Logger::logBase.lock);
+}
 
 constexpr uint32_t kDrivers = 4;
 constexpr const _GUID* kClients[] = {
@@ -52,7 +78,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
     for (const char* client : {"KALO", "FENU", "SAB"}) {
       engine_.SetResponder(client, [this](const Bytes& request) {
         ++served_[request[3]];
-        return driver::Answer(request);
+        return Answer(request);
       });
     }
     KALO_STATE_INIT_PARAMS api32 = {KALO_FIRMWARE_API_32, 0};
@@ -63,7 +89,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
     EXPECT_GT(sinks_[0]->lines, 0u);
     EXPECT_EQ(sinks_[0]->lines, sinks_[1]->lines);
     EXPECT_EQ(sinks_[0]->sum, sinks_[1]->sum);
-    driver::TrimSinks(0);
+    TrimSinks(0);
   }
 
   // The device's own lock is held here, and so the only thread that the child has may go on.
@@ -129,7 +155,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
     EXPECT_EQ(KaloInit3(&handle), 0u);
     EXPECT_EQ(handle, first_);
     ++handles_;
-    driver::TrimSinks(3);
+    TrimSinks(3);
   }
 
   static inline thread_local pid_t child_ = -1;
@@ -140,8 +166,8 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
  private:
   bool Exchange(uint32_t who, uint32_t number, void* session) {
     Logger() << "driver " << who << ", request " << number;
-    Bytes request = driver::Request(who, number), reply(64), privateData(16);
-    const zulisim::Reply due = driver::Answer(request);
+    Bytes request = Request(who, number), reply(64), privateData(16);
+    const zulisim::Reply due = Answer(request);
     unsigned int length = 0;
     const uint32_t before = served_[who];
     const KALO_DLL_STATUS status =
@@ -182,6 +208,18 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
   std::array<SumSink*, 2> sinks_{};
   std::array<std::atomic<uint32_t>, kDrivers> served_{};
 };
+
+TEST(FirstSink, may_come_while_others_log) {
+  zulisim::Engine engine;
+  const zulisim::InProcessDevice device(engine, {{"/data/Marvoleth.log", "/dev/null"}});
+  std::atomic<bool> done{false};
+  std::thread logs([&done] {
+    while (!done) KaloStateInit(nullptr);
+  });
+  EXPECT_EQ(KaloInit(), 0u);
+  done = true;
+  logs.join();
+}
 
 TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_and_nothing_grows) {
   const char* const given = getenv("KALODLL_FLAP_REQUESTS");

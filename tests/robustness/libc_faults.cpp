@@ -101,12 +101,6 @@ int Ioctl(int descriptor, unsigned long request, void* argument) {
   return ioctl(descriptor, request, argument);
 }
 
-FILE* Fopen(const char* path, const char* mode) {
-  if (Fails("fopen")) return nullptr;
-  const Outside outside;
-  return fopen(path, mode);
-}
-
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
   if (!Fails("fread")) return fread(buffer, size, count, file);
   // What a stream for reading is given to write marks it as failed.
@@ -117,19 +111,10 @@ size_t Fwrite(const void* buffer, size_t size, size_t count, FILE* file) {
   return Fails("fwrite") ? 0 : fwrite(buffer, size, count, file);
 }
 
-// What the stream still has to write can fail beneath it.
-int Fclose(FILE* file) {
-  const int result = fclose(file);
-  return Fails("fclose") ? EOF : result;
-}
-
+template <auto kReal>
 void* New(size_t size) {
   if (Fails("malloc")) throw std::bad_alloc();
-  return operator new(size);
-}
-void* NewArray(size_t size) {
-  if (Fails("malloc")) throw std::bad_alloc();
-  return operator new[](size);
+  return kReal(size);
 }
 
 int Lock(pthread_mutex_t* mutex) {
@@ -146,34 +131,35 @@ int Unlock(pthread_mutex_t* mutex) {
 #define HOOK(function, kind) Hook<function, kind>(#function, function)
 #define OWN(function, own) \
   { #function, reinterpret_cast < void*>(own) }
-const std::map<std::string, void*> kReplacements = {OWN(open, Open),
-                                                    OWN(ioctl, Ioctl),
+const std::map<std::string, void*> kReplacements = {
+    OWN(open, Open),
+    OWN(ioctl, Ioctl),
 
-                                                    HOOK(close, kReleases),
-                                                    OWN(fopen, Fopen),
-                                                    OWN(fopen64, Fopen),
-                                                    OWN(fread, Fread),
-                                                    OWN(fwrite, Fwrite),
-                                                    OWN(_Znwm, New),
-                                                    OWN(_Znam, NewArray),
-                                                    OWN(pthread_mutex_lock, Lock),
-                                                    OWN(pthread_mutex_unlock, Unlock),
-                                                    HOOK(read, kActs),
-                                                    HOOK(write, kActs),
-                                                    HOOK(writev, kActs),
-                                                    HOOK(lseek, kActs),
-                                                    HOOK(fstat, kActs),
-                                                    HOOK(malloc, kActs),
-                                                    HOOK(clock_getres, kActs),
-                                                    HOOK(clock_gettime, kActs),
-                                                    HOOK(dlopen, kActs),
-                                                    HOOK(dlsym, kActs),
-                                                    HOOK(usleep, kActs),
-                                                    HOOK(localtime, kActs),
-                                                    HOOK(pthread_mutex_init, kActs),
-                                                    HOOK(pthread_mutex_destroy, kReleases),
-                                                    OWN(fclose, Fclose),
-                                                    HOOK(dlclose, kReleases)};
+    HOOK(close, kReleases),
+    HOOK(fopen, kActs),
+    {"fopen64", HOOK(fopen, kActs).second},
+    OWN(fread, Fread),
+    OWN(fwrite, Fwrite),
+    OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
+    OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
+    OWN(pthread_mutex_lock, Lock),
+    OWN(pthread_mutex_unlock, Unlock),
+    HOOK(read, kActs),
+    HOOK(write, kActs),
+    HOOK(writev, kActs),
+    HOOK(lseek, kActs),
+    HOOK(fstat, kActs),
+    HOOK(malloc, kActs),
+    HOOK(clock_getres, kActs),
+    HOOK(clock_gettime, kActs),
+    HOOK(dlopen, kActs),
+    HOOK(dlsym, kActs),
+    HOOK(usleep, kActs),
+    HOOK(localtime, kActs),
+    HOOK(pthread_mutex_init, kActs),
+    HOOK(pthread_mutex_destroy, kReleases),
+    HOOK(fclose, kReleases),
+    HOOK(dlclose, kReleases)};
 #undef OWN
 #undef HOOK
 
@@ -239,13 +225,5 @@ bool Disarm() {
 }
 
 int UnlocksAfterRefusal() { return unlocksAfterRefusal; }
-
-void Print(const Tally& tally) {
-  for (const auto& [name, calls] : tally) {
-    std::cout << name << ':';
-    for (const auto& [call, count] : calls) std::cout << "  " << call << ' ' << count;
-    std::cout << '\n';
-  }
-}
 
 }  // namespace faults

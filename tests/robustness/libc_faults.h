@@ -2,7 +2,6 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <map>
 #include <string>
 
 // Makes one call of libc fail that the library under test makes, and no other: the linkage table of
@@ -23,9 +22,5 @@ bool Disarm();
 
 // How often the library left a mutex that it could not enter, since Arm: once, by its contract.
 int UnlocksAfterRefusal();
-
-// How many calls have been made to fail, by what the library was asked for.
-using Tally = std::map<std::string, std::map<std::string, uint32_t>>;
-void Print(const Tally& tally);
 
 }  // namespace faults

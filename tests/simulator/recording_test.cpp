@@ -1,20 +1,14 @@
 #include "simulator/record/recording.h"
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 
-#include "simulator/engine/engine.h"
 #include "simulator/record/replay_device.h"
-#include "simulator/scenario/scenario_file.h"
 
 namespace zulisim {
 namespace {
-
-using testing::StartsWith;
 
 // Two connections, and every form of an operation.
 constexpr const char* kText = R"(zulisim recording 1
@@ -126,55 +120,6 @@ TEST(RecordingTest, is_good_up_to_wherever_it_is_cut) {
     }
   }
   EXPECT_EQ(most, 10u);
-}
-
-TEST(RecordingTest, names_what_an_edit_has_broken) {
-  const struct {
-    std::string from;
-    const char* to;
-    const char* message;
-  } cases[] = {
-      {"recording 1", "recording 2", ":1:19: '2' is not a version"},
-      {"zulisim", "zulusim", ":1:1: not a recording"},
-      {"#1  write", "1  write", ":7:17: '1' is not a connection"},
-      {"write 4  -> 4", "wrote 4  -> 4", ":7:21: 'wrote' is not an operation; open, ioctl"},
-      {"  > 61616161", "  > 616161", ":7:1: the operation has 4 bytes after '>', but 3 are there"},
-      {"  > 61616161", "  > 616161 6161", ":8:12: too many bytes"},
-      {"  < 6869", "  < 68xx", ":12:5: a piece of a message"},
-      {"read 8  -> 2", "read 1  -> 2", ":11:32: a result of 2 bytes is more than the 1"},
-      {"ENODEV", "ENODVE", ":9:33: 'ENODVE' is not a valid errno name; did you mean 'ENODEV'?"},
-      {"read 8  -> 2  in 0.000000001", "read 8  -> 2", ":11:33: 'in' is missing"},
-      {"#2  open", "-  open", ":6:17: an open that succeeds has a connection"},
-      {"end\n", "end\nmore\n", ":21:1: nothing may follow"},
-  };
-  for (const auto& each : cases) {
-    std::string text = kText;
-    text.replace(text.find(each.from), each.from.size(), each.to);
-    EXPECT_THAT(Verdict(text, Perform), StartsWith(each.message));
-  }
-}
-
-TEST(MutatedFilesTest, never_break_what_reads_and_plays_them) {
-  const std::string scenario =
-      "[[fault]]\noperation = 'write'\nat = '3-'\nlose = { opens = 2, drop-replies = true }\n"
-      "[[reply]]\nclient = 'KALO'\nstatus = -2\nbody = '0011 2233'\nprivate = '00 11'\n";
-  std::mt19937 random(20);
-  int good = 0;
-  for (int i = 0; i < 2000; ++i) {
-    std::string text = i % 2 == 0 ? kText : scenario;
-    const std::string piece = text.substr(random() % text.size(), random() % 12);
-    text.replace(random() % text.size(), random() % 12, piece);
-    Scenario changed;
-    if (i % 2 == 0) {
-      good += Verdict(text, Perform)[0] == ':' ? 0 : 1;
-    } else if (ReadScenario(text, "/nowhere", &changed).empty()) {
-      Engine engine({changed.clients, false});
-      Apply(changed, &engine);
-      Perform(&engine);
-      ++good;
-    }
-  }
-  EXPECT_GT(good, 100);
 }
 
 }  // namespace

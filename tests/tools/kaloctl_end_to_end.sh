@@ -29,46 +29,6 @@ lacks() { ! grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: shows 
 sim() { "$zulisim" run --root "$root/sim" "$@"; }
 script() { printf '%s\n' "$@" >"$root/script"; }
 
-expect 0 sim --client fenu:max=512,version=3 -- kaloctl probe
-shows "FENU  protocol version 3, maximum message length 512 bytes"
-expect 1 sim --fault ioctl:2=ENOTTY -- kaloctl probe
-shows "KALO  protocol version 1"
-shows "FENU  FenuInit3 failed: KALO_DLL_STATUS_FAILURE (1)"
-shows "Cannot connect to ZULI device."
-shows "errno = 25"
-
-expect 0 sim --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff,body:0102' \
-  -- kaloctl send --command 0x10 --body --data '01 02 03' --output "$root/reply"
-shows "status -2147483647 (0x80000001)"
-shows "00112233 44556677 8899aabb ccddeeff"
-[ "$(od -An -v -tx1 "$root/reply" | tr -d ' \n')" = 00000000100000000100008000000000"0102" ] ||
-  complain "--output: wrong bytes"
-expect 0 sim -- kaloctl send --data '11111111 22222222 33333333 44444444 55' --command 0x30001
-shows "word0 0x11111111  command 0x00030001  status 858993459  word3 0x44444444"
-expect 0 sim -- kaloctl send --generation earlier --command 0x30001
-shows "FENU  write"
-expect 2 sim -- kaloctl send --generation earlier --client kalo --command 0x30001
-shows "--client KALO: the earlier entry points send command 0x30001 to FENU"
-lacks "open"
-expect 1 sim --lose read:1-5 -- kaloctl send --command 4
-shows "Error reading message from ZULI."
-shows "(No such device)"
-expect 1 sim --short read:1=0 -- kaloctl send --command 4
-shows "reply untouched: nothing was received"
-expect 2 sim -- kaloctl send --command 4 --output "$root/none/reply"
-shows "$root/none/reply': No such file"
-lacks "open"
-expect 1 sim -- kaloctl send --data "04 00"
-shows "KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL (3)"
-expect 2 sim -- kaloctl send --data "04 00" --command 4
-shows "no header for --command to change"
-expect 2 sim -- kaloctl send --data "04 00" --body
-shows "for which command?"
-expect 2 sim -- kaloctl send "$root/none"
-shows "$root/none' cannot be read: No such file"
-expect 2 sim -- kaloctl send --command 4x
-shows "--command is a number from 0 to 4294967295"
-
 script 'KaloInit3 a' 'FenuInit3 f' 'FenuCleanup3 a  # the wrong session' 'StartIo3 a 4 16' \
   'KaloCleanup3 a' 'StartIoEx 4 16' 'KaloInit3 a' 'StartIoEx3 a 4 32 private'
 expect 1 sim -- kaloctl run "$root/script"

@@ -190,10 +190,12 @@ class LineParser {
 
 // Without comment and the blanks around it.
 std::string Trimmed(std::string line) {
+  // All that a stream takes for white space.
+  constexpr const char* kBlanks = " \t\r\v\f";
   line = line.substr(0, line.find('#'));
-  const std::size_t first = line.find_first_not_of(" \t\r");
+  const std::size_t first = line.find_first_not_of(kBlanks);
   if (first == std::string::npos) return "";
-  return line.substr(first, line.find_last_not_of(" \t\r") - first + 1);
+  return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
 }
 
 }  // namespace

@@ -8,13 +8,8 @@
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
 #include "oscl/bounded_string.h"
-#include "oscl/critical_section.h"
-#include "oscl/stubs.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
-#include "oscl/timing.h"
-#include "oscl/user_feature.h"
-#include "oscl/whole_file.h"
 
 int main(void) {
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_32, 0};

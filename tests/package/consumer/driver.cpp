@@ -1,9 +1,9 @@
 // A C++ driver on a machine without the device: catches what the exported classes throw, logs into
-// a sink of its own.
+// a sink of its own. It uses no stream before its first message.
 #undef NDEBUG
 #include <cassert>
 #include <cstring>
-#include <sstream>
+#include <string>
 #include <stdexcept>
 
 #include "api/kalo_dll.h"
@@ -14,30 +14,37 @@
 #include "transport/kalo_exception.h"
 
 #ifdef _LIBCPP_VERSION
-// libc++ compares standard types by address, and the library hides its own.
-#define CATCH_FAILURE catch (...)
+// It compares standard types by address, and the library hides its own. If this changes,
+// docs/android.md says it wrong.
+constexpr bool kStandardTypesPass = true;
 #else
-#define CATCH_FAILURE catch (const std::runtime_error&)
+constexpr bool kStandardTypesPass = false;
 #endif
+
+struct StringSink : LogSink {
+  void logMessage(const char* message) override { text += message; }
+  static inline std::string text;
+};
 
 // A driver that is a Windows-style module itself.
 extern "C" int DllMain(void*, unsigned int, void*) { return 1; }
 
 int main() {
-  std::ostringstream lines;
-  Logger::logBase.sinks.push_back(new StreamLogSink(&lines));
-  Logger() << ClientSession::KALO_CLIENT_GUID;
-  assert(lines.str() == "{fbf6fcf1,96cf,4e2e,a6,a6,1b,ab,8c,be,36,b1}");
-  int caught = 0;
+  Logger::logBase.sinks.push_back(new StringSink);
+  Logger() << ClientSession::KALO_CLIENT_GUID << 2.5 << std::endl;
+  assert(StringSink::text == "{fbf6fcf1,96cf,4e2e,a6,a6,1b,ab,8c,be,36,b1}2.5\n");
+  bool passed = false;
   try {
     ClientSession().ConnectClient(&ClientSession::KALO_CLIENT_GUID);
+  } catch (const std::runtime_error&) {
+  } catch (...) {
+    passed = true;
   }
-  CATCH_FAILURE { ++caught; }
+  assert(passed == kStandardTypesPass);
   try {
     throw KaloException(KALO_DLL_STATUS_INVALID_PARAMETER, "Invalid CP session handle");
   } catch (const KaloException& error) {
-    caught += std::strcmp(error.what(), "KALO Exception 0x2 Invalid CP session handle") == 0;
+    assert(std::strcmp(error.what(), "KALO Exception 0x2 Invalid CP session handle") == 0);
   }
-  assert(caught == 2);
   assert(gKaloDllState.lastErrorProcessId == 0xDEADBEEF);
 }

@@ -1,0 +1,77 @@
+// Any text as what kaloctl reads: a log, a script, a registry file.
+
+#include "common/input_error.h"
+#include "fuzz/check.h"
+#include "fuzz/registry_file.h"
+#include "oscl/last_error.h"
+#include "oscl/registry.h"
+#include "tools/call/script.h"
+#include "tools/log/log_folder.h"
+#include "tools/registry/registry_text.h"
+
+namespace {
+
+// The records of a log, each of a line.
+std::string Split(std::string_view log, size_t pieceSize) {
+  std::string records;
+  size_t copies = 0, folded = 0;
+  kaloctl::LogFolder folder([&](const kaloctl::LogRecord&, size_t number) { folded += number; });
+  kaloctl::LogSplitter splitter([&](kaloctl::LogRecord&& record) {
+    records +=
+        record.prefix + '\t' + record.function + '\t' + record.tag + '\t' + record.text + '\n';
+    ++copies;
+    folder.Add(std::move(record));
+  });
+  for (; !log.empty(); log.remove_prefix(std::min(pieceSize, log.size()))) {
+    splitter.Feed(log.substr(0, pieceSize));
+  }
+  splitter.Finish();
+  folder.Finish();
+  FUZZ_CHECK(folded == copies);
+  return records;
+}
+
+void ReadScript(const std::string& text) {
+  try {
+    for (const kaloctl::ScriptStep& step : kaloctl::ParseScript(text, "script")) {
+      const std::string again = step.handle.empty() || step.handle == kaloctl::kNullHandle
+                                    ? step.text
+                                    : "KaloInit3 " + step.handle + '\n' + step.text;
+      FUZZ_CHECK(kaloctl::ParseScript(again, "line").back().text == step.text);
+    }
+  } catch (const common::InputError& error) {
+    FUZZ_CHECK(*error.what() != '\0');
+  }
+}
+
+// The tool judges a file as the library does.
+void ReadRegistry(const std::string& text) {
+  static const RegistryFile* const file = new RegistryFile;
+  file->Store(text);
+  uint32_t code = 0;
+  HKEY key = 0;
+  try {
+    const kaloctl::RegistryText registry = kaloctl::ParseRegistry(text);
+    if (registry.FindByName("HKEY_USERS\\a") == nullptr) code = OSCL_ERROR_REG_ID_NOT_FOUND;
+    FormatRegistry(registry, kaloctl::RegistryStyle::kLoadable);
+  } catch (const kaloctl::RegistryFault& fault) {
+    code = fault.code();
+  }
+  FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
+  try {
+    kaloctl::ParseRewritten(text);
+  } catch (const kaloctl::RegistryFault& fault) {
+    FUZZ_CHECK(fault.line() > 0);
+  }
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const std::string text(data + 1, data + size);
+  if (*data == 'l') FUZZ_CHECK(Split(text, 1 + size % 7) == Split(text, size));
+  if (*data == 's') ReadScript(text);
+  if (*data == 'r') ReadRegistry(text);
+  return 0;
+}

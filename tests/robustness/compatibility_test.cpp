@@ -1,0 +1,296 @@
+// What the primitives of the compatibility layer return, and the code that each leaves in
+// gLastError: when all goes well, when a call of libc fails beneath it, and when it is called
+// wrongly.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <utility>
+
+#include "oscl/bounded_string.h"
+#include "oscl/critical_section.h"
+#include "oscl/file.h"
+#include "oscl/module.h"
+#include "oscl/registry.h"
+#include "oscl/stubs.h"
+#include "oscl/timing.h"
+#include "oscl/user_feature.h"
+#include "oscl/version.h"
+#include "oscl/whole_file.h"
+#include "tests/oscl/registry_fixture.h"
+#include "tests/robustness/libc_faults.h"
+
+extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
+
+namespace {
+
+// Its values are more than the reader has room for at first.
+constexpr char kRegistry[] =
+    "[KEY]\n1\nHKEY_CURRENT_USER\\a key of some length\n[VALUE]\nname of some length\n1\ntext\n"
+    "[VALUE]\nb\n4\n7\n[VALUE]\nc\n4\n7\n[VALUE]\nd\n4\n7\n[VALUE]\ne\n4\n7\n[VALUE]\nf\n4\n7\n"
+    "[KEY]\n2\nb\n[KEY]\n3\nc\n[KEY]\n4\nd\n[KEY]\n5\ne\n[KEY]\n6\nf\n[KEY]\n7\ng\n";
+constexpr char kKey[] = "a key of some length";
+constexpr char kValue[] = "name of some length";
+
+constexpr uint32_t kKept = 77;      // what gLastError holds before each call
+constexpr uint32_t kOfErrno = 100;  // the code that belongs to an errno
+constexpr uint64_t kStatus = 1000;  // as a failure: the result says which, the code counts not
+
+// By the call of libc that fails: the codes that this may leave, 0 where nobody hears of it.
+using Codes = std::map<std::string, std::set<uint32_t>>;
+struct Call {
+  const char* text;
+  std::function<uint64_t()> make;
+  uint64_t result;
+  uint64_t failure = 0;
+  Codes codes = {};
+};
+#define CALL(call, ...)                                  \
+  {                                                      \
+#call, [&] { return (uint64_t)(call); }, __VA_ARGS__ \
+  }
+
+class Compatibility : public RegistryFixture {
+ protected:
+  ~Compatibility() override {
+    OSCL_UserFeature_DeleteValues(&written_);
+    Reset();
+    std::remove(file_.c_str());
+  }
+
+  void Reset() {
+    FreeMem(std::exchange(block_, nullptr));
+    FreeMem(std::exchange(watch_.notifyData, nullptr));
+    if (handle_ != INVALID_HANDLE_VALUE) CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE));
+    OSCL_UserFeature_DeleteValues(&read_);
+    Store(kRegistry);
+    std::ofstream(file_) << "content";
+  }
+
+  // Makes the calls while the n-th call of `failing` fails. False when there is no such call.
+  bool Fail(const std::vector<Call>& calls, const std::string& failing, uint32_t number, int error,
+            uint32_t codeOfErrno) {
+    Reset();
+    const int32_t blocks = gAllocationCount;
+    const long descriptors = test::OpenDescriptors();
+    size_t made = 0;
+    uint64_t result = 0;
+    faults::Arm(failing, number, error);
+    do {
+      gLastError = kKept;
+      result = calls[made].make();
+    } while (result == calls[made].result && gLastError == 0 && ++made != calls.size());
+    const uint32_t code = std::exchange(gLastError, 0);
+    const bool struck = faults::Disarm();
+    if (struck) reached_.insert(failing);
+    const auto heard = [&](const Call& call) {
+      const auto codes = call.codes.find(failing);
+      return struck && codes != call.codes.end() ? codes->second : std::set<uint32_t>{0};
+    };
+    if (made == calls.size()) {
+      EXPECT_TRUE(std::all_of(calls.begin(), calls.end(), [&](const Call& call) {
+        return heard(call).count(0) != 0;
+      })) << "nobody heard of it";
+    } else {
+      const Call& call = calls[made];
+      std::set<uint32_t> codes = heard(call);
+      if (codes.erase(kOfErrno) != 0) codes.insert(codeOfErrno);
+      const auto told = call.failure == kStatus ? static_cast<uint32_t>(result) : code;
+      EXPECT_EQ(codes.count(told), 1u) << call.text << ": " << result << ", " << code;
+      EXPECT_TRUE(call.failure == kStatus || result == call.failure) << call.text;
+    }
+    Reset();
+    EXPECT_EQ(gAllocationCount, blocks);
+    EXPECT_EQ(test::OpenDescriptors(), descriptors);
+    return struck;
+  }
+
+  // Fails each call of libc in turn.
+  void Sweep(const std::vector<Call>& calls) {
+    std::istringstream names(kFailing);
+    for (std::string failing; names >> failing;) {
+      for (const auto& [error, code] : std::initializer_list<std::pair<int, uint32_t>>{
+               {EIO, 16}, {ENOENT, 5}, {EEXIST, 4}, {EINVAL, 2}, {EROFS, 6}}) {
+        for (uint32_t number = 1; Fail(calls, failing, number, error, code); ++number) {
+          ASSERT_FALSE(HasFailure()) << failing << " no. " << number << ", errno " << error;
+        }
+      }
+    }
+    if (__lsan_do_recoverable_leak_check != nullptr) {
+      ASSERT_EQ(__lsan_do_recoverable_leak_check(), 0) << calls[0].text;
+    }
+  }
+
+  static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
+    for (const Call& call : calls) {
+      gLastError = kKept;
+      EXPECT_EQ(call.make(), call.result) << call.text;
+      EXPECT_EQ(gLastError, code) << call.text;
+    }
+  }
+
+  HRESULT ReadSetting(uint32_t kind) {
+    return OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, kind);
+  }
+
+  // Two strings, to write.
+  void Describe() {
+    OSCL_UserFeature_ReadValueInit(&written_, "name", USER_FEATURE_MULTI_STRING);
+    char* text = static_cast<char*>(AllocAndZeroMem(4));
+    std::memcpy(text, "a\0b", 4);
+    OSCL_UserFeature_SetMultiStringValue(written_.values, text, 4);
+  }
+
+  static constexpr char kFailing[] =
+      "malloc open read write close lseek fstat fopen fread fwrite fclose lock unlock dlopen dlsym "
+      "dlclose usleep clock_getres clock_gettime pthread_mutex_init pthread_mutex_destroy";
+  const std::string file_ = path_ + ".file";
+  std::set<std::string> reached_;
+  unsigned char data_[32] = {};
+  uint32_t length_ = 0;
+  void* block_ = nullptr;
+  HANDLE handle_ = INVALID_HANDLE_VALUE;
+  HANDLE module_ = nullptr;
+  HANDLE wait_ = nullptr;
+  HKEY key_ = 0;
+  CRITICAL_SECTION section_ = PTHREAD_MUTEX_INITIALIZER;
+  LARGE_INTEGER ticks_ = 0;
+  OSVERSIONINFO info_ = {};
+  UserFeatureKey read_ = {1, kKey, nullptr, 0};
+  UserFeatureKey written_ = {1, kKey, nullptr, 0};
+  UserFeatureNotifyKey watch_ = {1, kKey, 0, nullptr};
+};
+
+TEST_F(Compatibility, leaves_0_on_success_and_tells_of_every_failure_beneath_it) {
+  ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
+  Describe();
+  const char* file = file_.c_str();
+  // A value that cannot be read is a success without data, once its key has been found.
+  const Codes reading = {{"malloc", {0, 1, E_FAIL}}, {"fopen", {0, 9}}, {"fread", {0, 15}}};
+  const Codes writing = {{"malloc", {1, E_FAIL}},
+                         {"fopen", {9, 10}},
+                         {"fread", {7, 15}},
+                         {"fwrite", {10}},
+                         {"fclose", {0, 10}}};
+  const Codes found = {{"malloc", {1, E_FAIL}}, {"fopen", {9}}, {"fread", {15}}};
+  const Codes clock = {{"clock_getres", {kKept}}, {"clock_gettime", {kKept}}};
+  const std::vector<Call> groups[] = {
+      {CALL((block_ = AllocAndZeroMem(8)) != nullptr, 1, 0, {{"malloc", {1}}}),
+       CALL((FillMemory(block_, 2, 0x1FE), 0), 0),
+       CALL(CopyMemory(data_, block_, 3) + (data_[1] != 0xFE) + data_[2], 0),
+       CALL((ZeroMemory(nullptr, 8), 0), 0), CALL((FillMemory(nullptr, 8, 1), 0), 0),
+       CALL((FreeMem(std::exchange(block_, nullptr)), 0), 0)},
+      {CALL((handle_ = CreateFile(file, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
+                                  nullptr)) != INVALID_HANDLE_VALUE,
+            1, 0, {{"open", {kOfErrno}}}),
+       CALL(GetFileSize(handle_, nullptr), 7, 0xFFFFFFFF, {{"fstat", {kOfErrno}}}),
+       CALL(ReadFile(handle_, data_, 7, &length_, nullptr), 1, 0, {{"read", {kOfErrno}}}),
+       CALL(WriteFile(handle_, "x", 1, &length_, nullptr), 1, 0, {{"write", {kOfErrno}}}),
+       CALL(SetFilePointer(handle_, 1, nullptr, FILE_BEGIN), 1, 0xFFFFFFFF,
+            {{"lseek", {kOfErrno}}}),
+       CALL(CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE)), 1),
+       CALL(CloseHandle(INVALID_HANDLE_VALUE), 1)},
+      {CALL((block_ = OSCL_ReadFile(file, nullptr, &length_)) != nullptr, 1, 0,
+            {{"open", {kOfErrno}}, {"fstat", {kOfErrno}}, {"read", {kOfErrno}}, {"malloc", {1}}})},
+      {CALL(OSCL_WriteFile(file, "x", 1), S_OK, E_FAIL,
+            {{"open", {kOfErrno}}, {"write", {kOfErrno}}})},
+      {CALL(OSCL_AppendFile(file, "x", 1), S_OK, E_FAIL, {{"write", {kOfErrno}}})},
+      {CALL((errno = EEXIST, module_ = LoadLibrary("libkalodll.so")) != nullptr && errno == EEXIST,
+            1, 0, {{"dlopen", {kOfErrno}}}),
+       CALL(GetProcAddress(module_, "KaloInit3") != nullptr, 1, 0, {{"dlsym", {0}}}),
+       CALL(GetProcAddress(module_, "no such function"), 0),
+       CALL(FreeLibrary(module_), 1, 0, {{"dlclose", {16}}})},
+      {CALL(GetVersionEx(&info_), 1, 0, {{"fopen", {kOfErrno}}})},
+      {CALL((InitializeCriticalSection(&section_), 0), 0, 0, {{"pthread_mutex_init", {kKept}}}),
+       CALL((EnterCriticalSection(&section_), 0), 0, 0, {{"lock", {kKept}}}),
+       CALL((LeaveCriticalSection(&section_), 0), 0, 0, {{"unlock", {kKept}}}),
+       CALL((DeleteCriticalSection(&section_), 0), 0, 0, {{"pthread_mutex_destroy", {kKept}}})},
+      {CALL(QueryPerformanceFrequency(&ticks_), 1, 0, clock)},
+      {CALL(QueryPerformanceCounter(&ticks_), 1, 0, clock)},
+      {CALL((Sleep(1), 0), 0, 0, {{"usleep", {kKept}}})},
+      {CALL(RegOpenKeyEx(HKEY_CURRENT_USER, kKey, 0, 0, &key_), 0, kStatus, found)},
+      {CALL(RegQueryValueExA(1, kValue, nullptr, nullptr, data_, &length_), 0, kStatus,
+            {{"malloc", {1}}, {"fopen", {9}}, {"fread", {7}}})},
+      {CALL(RegSetValueEx(1, "set", 0, REG_SZ, "text", 5), 0, kStatus, writing)},
+      {CALL(ReadSetting(USER_FEATURE_STRING), 0, kStatus, reading)},
+      {CALL(ReadSetting(USER_FEATURE_NUMBER32_A), 0, kStatus, reading)},
+      {CALL(ReadSetting(USER_FEATURE_MULTI_STRING), 0, kStatus,
+            {{"malloc", {1, E_FAIL}}, {"fopen", {9, E_FAIL}}, {"fread", {15, E_FAIL}}})},
+      {CALL(OSCL_UserFeature_WriteValues(nullptr, &written_), 0, kStatus, writing)},
+      {CALL(OSCL_UserFeature_EnableNotification(nullptr, &watch_), 0, kStatus, found)}};
+  for (const std::vector<Call>& calls : groups) Sweep(calls);
+  std::istringstream names(kFailing);
+  for (std::string name; names >> name;) EXPECT_EQ(reached_.count(name), 1u) << name;
+}
+
+TEST_F(Compatibility, has_other_names_and_stubs_that_succeed) {
+  Store(kRegistry);
+  ExpectCode(
+      0,
+      {CALL((module_ = OSCL_LoadLibrary(nullptr)) != nullptr, 1),
+       CALL(OSCL_GetProcAddress(module_, "malloc") != nullptr, 1),
+       CALL(OSCL_FreeLibrary(module_), S_OK), CALL(GetModuleHandle("c"), 0),
+       CALL(GetModuleFileName(nullptr, nullptr, 8), 0), CALL(GetWindowsDirectory(nullptr, 8), 0),
+       CALL(GetSystemWow64Directory(nullptr, 8), 0),
+       CALL(OSCL_QueryPerformanceFrequency(&ticks_), 1),
+       CALL(OSCL_QueryPerformanceCounter(&ticks_), 1), CALL((OSCL_SleepMs(1), 0), 0),
+       CALL(CreateEventEx(nullptr, nullptr, 0, 0), 1),
+       CALL(RegisterWaitForSingleObjectEx(nullptr, nullptr, nullptr, 0, 0), 1),
+       CALL((wait_ = &wait_, RegisterWaitForSingleObject(&wait_, 0, nullptr, nullptr, 0, 0)) == 1 &&
+                wait_ == nullptr,
+            1),
+       CALL(UnregisterWaitEx(nullptr, nullptr), 1),
+       CALL(RegNotifyChangeKeyValue(0, 0, 0, nullptr, 0), 0),
+       CALL(RegGetValue(1, "", kValue, 0, nullptr, data_, nullptr), 0),
+       CALL(RegOpenKeyExA(HKEY_CURRENT_USER, kKey, 0, 0, &key_), 0),
+       CALL(RegCloseKey_Linux(1), 0)});
+}
+
+TEST_F(Compatibility, leaves_the_code_alone_where_it_does_nothing_or_is_no_primitive) {
+  char text[8] = {};
+  FILE* file = stdout;
+  struct tm local;
+  const time_t moment = 0;
+  ExpectCode(kKept, {CALL(GetLastError(), kKept), CALL(OSCL_GetLastError(), kKept),
+                     CALL((ShowErrorInfo(17), 0), 0), CALL((NotifyRegistryChange(), 0), 0),
+                     CALL((DoxDebugBreak("", 1), 0), 0), CALL((DoxPrintMessage(0, ""), 0), 0),
+                     CALL(ExpandEnvironmentStrings("$HOME", text, 8), 0), CALL(text[0], 0),
+                     CALL((FreeMem(nullptr), 0), 0), CALL(strcpy_s(text, 8, "a"), 0),
+                     CALL(strncpy_s(text, 8, "a", 1), 0), CALL(strcat_s(text, 8, "a"), 0),
+                     CALL(memcpy_s(text, 8, "a", 2), 0), CALL(_snprintf_s(text, 8, 8, "%d", 77), 2),
+                     CALL(fopen_s(&file, "/nonexistent/file", "r") == ENOENT && file == nullptr, 1),
+                     CALL(localtime_s(&local, &moment), 0)});
+  ASSERT_TRUE(faults::Install());
+  faults::Arm("localtime", 1);
+  EXPECT_EQ(localtime_s(&local, &moment), 1);
+  EXPECT_TRUE(faults::Disarm());
+}
+
+TEST_F(Compatibility, leaves_the_code_of_a_wrong_call) {
+  const char* path = path_.c_str();
+  const auto fails = [&](uint32_t access, uint32_t disposition) {
+    return CreateFile(path, access, 0, nullptr, disposition, 0, nullptr) == INVALID_HANDLE_VALUE;
+  };
+  ExpectCode(
+      9, {CALL(RegOpenKeyEx(0, "a", 0, 0, &key_), 9), CALL(RegSetValueEx(1, "v", 0, 1, "", 1), 9)});
+  Store("[KEY]\n1\na\n");
+  ExpectCode(
+      2, {CALL(RegSetValueEx(1, nullptr, 0, 1, "", 1), 2), CALL(fails(0, OPEN_EXISTING), 1),
+          CALL(fails(GENERIC_READ, 6), 1), CALL(SetFilePointer(nullptr, 0, nullptr, 3), 0xFFFFFFFF),
+          CALL(CopyMemory(nullptr, "", 1), 1), CALL(OSCL_ReadFile(path, nullptr, nullptr), 0),
+          CALL(GetVersionEx(nullptr), 0)});
+  ExpectCode(4, {CALL(fails(GENERIC_WRITE, CREATE_NEW), 1)});
+  ExpectCode(5, {CALL(OSCL_WriteFile("/nonexistent/file", "", 1), E_FAIL)});
+  ExpectCode(16, {CALL(GetFileSize(INVALID_HANDLE_VALUE, nullptr), 0xFFFFFFFF),
+                  CALL(ReadFile(INVALID_HANDLE_VALUE, nullptr, 0, &length_, nullptr), 0),
+                  CALL(WriteFile(INVALID_HANDLE_VALUE, nullptr, 0, &length_, nullptr), 0),
+                  CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
+  // The loader sets no errno, and an older one is none of its business.
+  ExpectCode(0, {CALL((errno = EEXIST, LoadLibrary("libnonexistent_module.so")), 0)});
+}
+
+}  // namespace
