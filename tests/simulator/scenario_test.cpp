@@ -43,7 +43,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
   char folder[] = "/tmp/scenario_test.XXXXXX";
   std::ofstream(mkdtemp(folder) + std::string("/body")) << "body";
   Scenario scenario;
-  EXPECT_TRUE(ReadScenario(kWhole, folder, &scenario).empty());
+  EXPECT_TRUE(ReadScenario(kWhole, folder + std::string("/s.toml"), &scenario).empty());
   std::filesystem::remove_all(folder);
   EXPECT_EQ(GuidText(scenario.clients.at(3).guid), "{00112233-4455-6677-8899-AABBCCDDEEFF}");
   const ReplyRule& reply = scenario.replies.at(0);
@@ -69,7 +69,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
 std::string File(const std::string& text) {
   Scenario scenario;
   std::string said;
-  for (const common::Diagnostic& each : ReadScenario(text, "/nowhere", &scenario)) {
+  for (const common::Diagnostic& each : ReadScenario(text, "/nowhere/s.toml", &scenario)) {
     said += common::DiagnosticText("", each) + "\n";
   }
   EXPECT_TRUE(scenario.faults.empty() && scenario.replies.empty()) << text;
@@ -112,7 +112,7 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[reply]]\nclient = 'KAL0'", "2:10", "known are KALO, FENU, SAB; did you mean 'KA"},
       {File, "[[reply]]\nclient = 'SAB'\nbody-file = '/dev/zero'", "3:13", "at most 1048576 bytes"},
       {File, "[[reply]]\nclient = 'SAB'\nsilent = true\nstatus = 1", "4:10", "sends nothing"},
-      {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "line 1 tells SAB"},
+      {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "s.toml:1 tells SAB"},
       {File, "[[fault]]\noperation = 'read'\nat = 1.5\nshort = 1", "3:6", "not a number with a p"},
       {File, "[[fault]]\noperation = 'read'\nat = 1", "1:1", "one of 'errno', 'short' and 'lose'"},
       {File, "[[fault]]\noperation = 'read'\nprobability = nan\nshort = 1", "3:15",
@@ -126,9 +126,9 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[fault]]\ny = 2\n[[client]]\nz = 3", "1:1", "\n:4:1: unknown key 'z'"},
       {kFault, "", "", "'=' is missing"},
       {kFault, "read:0=EIO", "", "counted from 1"},
-      {kFault, "read:0x=EIO", "", "not '0x'"},
+      {kFault, "read:0x=EIO", "", "'0x' does not say which"},
       {kFault, "read:5-4=EIO", "", "ends before it begins"},
-      {kFault, "read:99999999999999999999=EIO", "", "0 to 4294967295"},
+      {kFault, "read:99999999999999999999=EIO", "", "up to 4294967295"},
       {kShort, "ioctl:1=3", "", "only read and write"},
       {kLoss, "read:1,", "", "'' is not part of a loss; opens=N"},
       {kClient, "kalo:max=1048577", "", "0 to 1048576"},
