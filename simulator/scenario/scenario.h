@@ -13,6 +13,7 @@ namespace zulisim {
 // All that an engine can be told before a program starts.
 struct Scenario {
   std::vector<Client> clients = DefaultClients();
+  std::size_t describedClients = 0;  // by files, as tables of their own
   std::vector<ReplyRule> replies;
   std::vector<Fault> faults;
   std::vector<std::string> files;  // that it was read from

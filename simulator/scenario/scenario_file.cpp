@@ -56,6 +56,7 @@ class Reader {
                                         " is described in line " + std::to_string(place->second) +
                                         " already");
     }
+    ++scenario_->describedClients;
     Client* client = FindClient(scenario_, *name);
     if (client == nullptr) {
       if (!section.Has("guid")) {

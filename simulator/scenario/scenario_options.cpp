@@ -170,12 +170,14 @@ void AddShortOption(const std::string& text, Scenario* scenario) {
 void AddLossOption(const std::string& text, Scenario* scenario) {
   const auto [place, fields] = SplitOnce(text, ',');
   Fault fault = FaultAt(place, scenario);
-  DeviceLoss loss;
-  if (fields) {
-    for (const std::string& field : Split(*fields, ',')) SetLossField(field, &loss);
-  }
-  fault.effect = loss;
+  fault.effect = fields ? ParseLoss(*fields, {}) : DeviceLoss{};
   Add(fault, "--lose " + text, scenario);
+}
+
+DeviceLoss ParseLoss(const std::string& fields, DeviceLoss loss) {
+  if (fields.empty()) return loss;
+  for (const std::string& field : Split(fields, ',')) SetLossField(field, &loss);
+  return loss;
 }
 
 }  // namespace zulisim
