@@ -95,7 +95,7 @@ std::string ControlServer::Ask(const std::string& served, const std::string& req
   if (answer.empty()) {
     throw std::runtime_error("nobody serves '" + served + "' ('" + path +
                              "': " + std::strerror(error) +
-                             "); the name is that of 'zulisim serve'");
+                             "); name what 'zulisim serve' serves");
   }
   if (answer[0] == kRefused) throw common::InputError(answer.substr(1));
   return answer.substr(1);
@@ -186,7 +186,7 @@ std::string ControlServer::Answer(const std::string& request) {
   } else if (word == "lose") {
     DeviceLoss untilBack;
     untilBack.failingOpens = kForever;
-    engine_->LoseDevice(ParseLoss(text, untilBack));
+    engine_->LoseDevice(text.empty() ? untilBack : ParseLoss(text, untilBack));
   } else if (!text.empty()) {
     throw common::InputError(common::Quoted(text) + " is too much after " + common::Quoted(word));
   } else if (word == "back") {

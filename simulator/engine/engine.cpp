@@ -22,7 +22,7 @@ Engine::Engine(EngineOptions options)
     : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {
   for (const Client& client : clients_) {
     if (client.maxMessageLength <= kLongestMessage) continue;
-    throw std::invalid_argument(client.name + "'s maximum message length of " +
+    throw std::invalid_argument(common::Printable(client.name) + "'s maximum message length of " +
                                 std::to_string(client.maxMessageLength) + " is above " +
                                 std::to_string(kLongestMessage));
   }
@@ -336,7 +336,7 @@ const Client& Engine::ClientNamed(const std::string& name) const {
   std::vector<std::string> known;
   for (const Client& client : clients_) {
     if (client.name == name) return client;
-    known.push_back(client.name);
+    known.push_back(common::Printable(client.name));
   }
   throw std::invalid_argument("no client is named " + common::Quoted(name) + "; known are " +
                               common::Joined(known));

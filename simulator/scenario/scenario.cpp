@@ -50,7 +50,7 @@ std::string InstructionText(const Instruction& each) {
 
 std::vector<std::string> ClientNames(const Scenario& scenario) {
   std::vector<std::string> names;
-  for (const Client& client : scenario.clients) names.push_back(client.name);
+  for (const Client& client : scenario.clients) names.push_back(common::Printable(client.name));
   return names;
 }
 
@@ -73,8 +73,8 @@ void AddReplyRule(ReplyRule rule, Scenario* scenario) {
   for (const ReplyRule& other : scenario->replies) {
     const bool overlap = rule.at && other.at ? rule.at->Overlap(*other.at) : !rule.at && !other.at;
     if (other.client != rule.client || other.command != rule.command || !overlap) continue;
-    throw common::InputError(other.origin + " tells " + rule.client +
-                             " already how to answer " +
+    throw common::InputError(common::Printable(other.origin) + " tells " +
+                             common::Printable(rule.client) + " already how to answer " +
                              (rule.command ? "this command" : "all other commands") +
                              (rule.at ? " at some of these times" : ""));
   }

@@ -19,6 +19,7 @@ struct Scenario {
   std::vector<std::string> files;  // that it was read from
 };
 
+// As messages show them.
 std::vector<std::string> ClientNames(const Scenario& scenario);
 // The client of that name, in either case of letters, or null.
 Client* FindClient(Scenario* scenario, const std::string& name);

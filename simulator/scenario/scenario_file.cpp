@@ -47,9 +47,7 @@ class Reader {
     const auto name = section.Text("name");
     if (!section.Has("name")) section.Report("", "a client needs a 'name'");
     if (!name) return;
-    if (name->empty() || common::Printable(*name) != *name) {
-      return section.Report("name", "a client's name consists of printable ASCII characters");
-    }
+    if (name->empty()) return section.Report("name", "a client's name is not empty");
     const auto [place, isNew] = clientLines_.emplace(*name, section.line());
     if (!isNew) {
       return section.Report("name", "the client " + common::Quoted(*name) +

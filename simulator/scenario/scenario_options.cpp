@@ -175,7 +175,6 @@ void AddLossOption(const std::string& text, Scenario* scenario) {
 }
 
 DeviceLoss ParseLoss(const std::string& fields, DeviceLoss loss) {
-  if (fields.empty()) return loss;
   for (const std::string& field : Split(fields, ',')) SetLossField(field, &loss);
   return loss;
 }

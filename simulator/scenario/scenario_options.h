@@ -25,7 +25,7 @@ void AddFaultOption(const std::string& text, Scenario* scenario);
 void AddShortOption(const std::string& text, Scenario* scenario);
 // OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]
 void AddLossOption(const std::string& text, Scenario* scenario);
-// What follows the place there, on top of `loss`; an empty text changes nothing.
+// What follows the place there, on top of `loss`.
 DeviceLoss ParseLoss(const std::string& fields, DeviceLoss loss);
 
 }  // namespace zulisim
