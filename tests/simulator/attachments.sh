@@ -136,9 +136,16 @@ expect 1 dd if=mount/zuli bs=16 count=1
 holds out 'not connected'
 expect 1 head -c 1 mount/zuli
 holds out 'Permission denied'
+"$zulisim" record -o held --from mount/zuli -- "$program" open connect write:9 read:9 >held.out 2>held.seen &
+holder=$!
+eventually grep -qs "write    9 bytes" held.seen
+tell 0 release
+holds out '^1 reply released$'
+eventually grep -qs 'read:9: 9' held.out
+wait $holder
 tell 0 counts
-holds out '^4 opens, .*; 0 open descriptors$'
-holds out '^told fault open:2=EACCES: happened 1 time in 2 opens$'
+holds out '^5 opens, 1 ioctl, .*; 0 open descriptors$'
+holds out '^told fault open:2=EACCES: happened 1 time in 3 opens$'
 tell 125 fault open:1=ENOSYS
 holds out 'does not pass ENOSYS'
 tell 125 lsoe
@@ -146,7 +153,7 @@ holds out "'lsoe' cannot be told"
 kill -INT $engine
 wait $engine
 [ $? -eq 122 ] || complain "serve --strict: what did not happen was no failure"
-holds served.told 'lose read:40: did not happen in 1 read$'
+holds served.told 'lose read:40: did not happen in 2 reads$'
 nothing_left || complain "something is left of what was told"
 
 # A file that is served until a signal.

@@ -164,6 +164,15 @@ TEST_F(RunTest, recording_is_kept_private_and_can_be_redacted) {
   EXPECT_THAT(Shell(ZULISIM " replay r true").err, HasSubstr("'r' is redacted"));
 }
 
+TEST_F(RunTest, what_a_file_names_controls_no_terminal) {
+  std::ofstream(folder / "s.toml") << "[[client]]\nname = 'KALO'\nguid = "
+                                      "'{00000000-0000-0000-0000-000000000001}'\n"
+                                      "[[client]]\nname = \"\\u001b[2J\"\nguid = "
+                                      "'{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}'\n";
+  const Outcome run = Run("--scenario s.toml", "open connect write:5000");
+  EXPECT_THAT(run.err, AllOf(HasSubstr("  \\x1b[2J  connect  ok"), Not(HasSubstr("\x1b"))));
+}
+
 TEST_F(RunTest, forked_and_executed_programs_share_the_device) {
   const Outcome run = Run("", "open connect child:20 read:20 close");
   EXPECT_THAT(run.out, HasSubstr("write:20: 20\nclose: 0\nchild:20: 0\nread:20: 20\nclose: 0\n"));

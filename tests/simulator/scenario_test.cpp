@@ -133,7 +133,7 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {kFault, "read:0x=EIO", "", "'0x' does not say which"},
       {kFault, "read:-1=EIO", "", "'-1' does not say which"},
       {kFault, "ioctl:1@kalo:3=EIO", "", "only read and write belong to a command"},
-      {kFault, "read:1@kola=EIO", "", "did you mean 'KALO'?"},
+      {kFault, "read:1@kal0=EIO", "", "did you mean 'KALO'?"},
       {kFault, "read:5-4=EIO", "", "ends before it begins"},
       {kFault, "read:99999999999999999999=EIO", "", "up to 4294967295"},
       {kShort, "ioctl:1=3", "", "only read and write"},
