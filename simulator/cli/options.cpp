@@ -110,8 +110,9 @@ void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict) 
   AddInstruction(
       command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
       "A device that is lost at an operation, for so many opens after it", AddLossOption);
-  command->add_flag("--strict", *strict,
-                    "Exit status 122 when a reply, fault or loss that was asked for did not happen");
+  command->add_flag(
+      "--strict", *strict,
+      "Exit status 122 when a reply, fault or loss that was asked for did not happen");
 }
 
 bool HasInstructions(const CLI::App& command) {
@@ -156,7 +157,8 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
                                                  const std::vector<std::string>& arguments) {
   for (const ReplyRule& rule : options.scenario.replies) {
     if (!rule.held) continue;
-    throw common::InputError(rule.origin + ": nobody can release a reply that is held here; "
+    throw common::InputError(rule.origin +
+                             ": nobody can release a reply that is held here; "
                              "'zulisim serve' can be told to");
   }
   if (!options.fuse) return std::make_unique<PreloadedProgram>(arguments, options.root);

@@ -98,8 +98,8 @@ void PrepareFile(const std::string& path, Cleaner* cleaner) {
   }
   cleaner->RemoveFile(path);
   if (!std::ofstream(path, std::ios::app)) {
-    throw std::runtime_error("the file '" + path + "' to mount on cannot be made: " +
-                             std::strerror(errno) +
+    throw std::runtime_error("the file '" + path +
+                             "' to mount on cannot be made: " + std::strerror(errno) +
                              "; name another: --fuse FILE, or let 'zulisim run --device fuse' "
                              "serve one program in a file tree of its own");
   }

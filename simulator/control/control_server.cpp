@@ -72,7 +72,8 @@ std::string CountsText(const Scenario& scenario, const Engine& engine) {
   std::string text;
   for (std::size_t i = 0; i < kOperationCount; ++i) {
     const auto operation = static_cast<Operation>(i);
-    text += (i == 0 ? "" : ", ") + common::Counted(engine.Count(operation), OperationName(operation));
+    text +=
+        (i == 0 ? "" : ", ") + common::Counted(engine.Count(operation), OperationName(operation));
   }
   text += "; " + common::Counted(engine.OpenDescriptors(), "open descriptor") + "\n";
   for (const std::string& line : Met(scenario, engine)) text += line + "\n";
@@ -94,8 +95,7 @@ std::string ControlServer::Ask(const std::string& served, const std::string& req
   close(asked);
   if (answer.empty()) {
     throw std::runtime_error("nobody serves '" + served + "' ('" + path +
-                             "': " + std::strerror(error) +
-                             "); name what 'zulisim serve' serves");
+                             "': " + std::strerror(error) + "); name what 'zulisim serve' serves");
   }
   if (answer[0] == kRefused) throw common::InputError(answer.substr(1));
   return answer.substr(1);
@@ -150,7 +150,7 @@ void ControlServer::Serve() {
 
 void ControlServer::Attend(int connection) {
   // One that says nothing holds up the others, and the end, no longer than this.
-  const struct timeval limit {2, 0};
+  const struct timeval limit { 2, 0 };
   setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
   setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
   std::string answer;

@@ -92,8 +92,8 @@ struct Fault {
 // Nothing when the fault can strike, else what is wrong with it and what would be right.
 std::optional<std::string> FaultError(const Fault& fault);
 
-// An ordered list of faults, each of which counts the operations that it is for; where several match
-// one, the first added strikes. Not thread-safe.
+// An ordered list of faults, each of which counts the operations that it is for; where several
+// match one, the first added strikes. Not thread-safe.
 class FaultPlan {
  public:
   // It counts on from `seen`. Throws std::invalid_argument with the text of FaultError.

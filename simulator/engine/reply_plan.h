@@ -33,8 +33,8 @@ struct ReplyRule {
 // Nothing when a firmware can send what `rule` says, else what is wrong and what would be right.
 std::optional<std::string> ReplyError(const ReplyRule& rule);
 
-// Reply rules; what is said of a command goes before what is said of all others, and what is said of
-// some requests before what is said of the rest. Not thread-safe.
+// Reply rules; what is said of a command goes before what is said of all others, and what is said
+// of some requests before what is said of the rest. Not thread-safe.
 class ReplyPlan {
  public:
   void Add(const ReplyRule& rule) { entries_.push_back({rule, {}}); }

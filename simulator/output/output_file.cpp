@@ -36,14 +36,12 @@ bool IsRegular(int descriptor) {
 }  // namespace
 
 OutputFile::OutputFile(const std::string& what, const std::string& path, Access access)
-    : name_("the " + what + " '" + path + "'"),
-      path_(path),
-      isPrivate_(access != Access::kShared) {
+    : name_("the " + what + " '" + path + "'"), path_(path), isPrivate_(access != Access::kShared) {
   const int named = DescriptorNamed(path);
   int descriptor = named < 0 ? -1 : fcntl(named, F_DUPFD_CLOEXEC, 0);
   if (named < 0) {
-    descriptor = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC,
-                      isPrivate_ ? 0600 : 0666);
+    descriptor =
+        open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, isPrivate_ ? 0600 : 0666);
     isNew_ = descriptor >= 0;
     if (!isNew_ && errno == EEXIST) {
       // A link that leads to no file yet is there by its name.

@@ -19,7 +19,8 @@ class OutputFile {
   enum class Access { kShared, kPrivate, kPrivateNew };
 
   // `what` names the file's kind in the text of the std::runtime_error for one that cannot be
-  // written. "-" and the names in "/dev" of what is open already are written on from where they are.
+  // written. "-" and the names in "/dev" of what is open already are written on from where they
+  // are.
   OutputFile(const std::string& what, const std::string& path, Access access = Access::kShared);
   ~OutputFile() { Close(); }
   OutputFile(const OutputFile&) = delete;

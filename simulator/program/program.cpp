@@ -145,8 +145,8 @@ void CheckPreloadable(const std::string& path) {
                                          "names its interpreter");
     }
     if (!IsRunnable(interpreter)) {
-      throw ProgramError(kNotFound, "the interpreter " + common::Quoted(interpreter) + " that '" + current +
-                                        "' names cannot be executed");
+      throw ProgramError(kNotFound, "the interpreter " + common::Quoted(interpreter) + " that '" +
+                                        current + "' names cannot be executed");
     }
     current = interpreter;
   }

@@ -207,8 +207,8 @@ class Reader {
     if (const auto command = section->Integer("command", 0, common::kMaxWord)) {
       fault->scope.command = static_cast<std::uint32_t>(*command);
     }
-    fault->scope.connection = static_cast<std::uint64_t>(
-        section->Integer("connection", 1, common::kMaxWord).value_or(0));
+    fault->scope.connection =
+        static_cast<std::uint64_t>(section->Integer("connection", 1, common::kMaxWord).value_or(0));
     const Occurrences when = ReadOccurrences(section);
     fault->first = when.first;
     fault->times = when.times;
@@ -287,7 +287,8 @@ std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std:
     Reader(path, &changed, &diagnostics).Read(root);
   } catch (const toml::parse_error& error) {
     const auto place = error.source().begin;
-    return {{place.line, place.column, "not valid TOML: " + common::Printable(error.description())}};
+    return {
+        {place.line, place.column, "not valid TOML: " + common::Printable(error.description())}};
   }
   std::stable_sort(
       diagnostics.begin(), diagnostics.end(),

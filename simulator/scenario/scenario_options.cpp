@@ -144,8 +144,8 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
   if (!command) Fail("the command is missing, as in " + common::Quoted(name + ":0x10=status:0"));
   if (*command != "*") rule.command = ParseCommand(*command);
   for (const std::string& field : Split(fields, ',')) SetReplyField(field, &rule);
-  if (rule.silent && (rule.status != 0 || rule.body || rule.privateData || rule.latency.count() ||
-                      rule.held)) {
+  if (rule.silent &&
+      (rule.status != 0 || rule.body || rule.privateData || rule.latency.count() || rule.held)) {
     Fail("a silent client sends nothing; leave out either 'silent' or the rest");
   }
   if (const auto error = ReplyError(rule)) Fail(*error);

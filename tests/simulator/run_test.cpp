@@ -121,7 +121,8 @@ TEST_F(RunTest, engine_gives_the_results_of_a_kernel_driver) {
 
 TEST_F(RunTest, what_was_asked_for_and_did_not_happen_is_named) {
   const char* const steps =
-      "open connect open connect:1 on:3 write:20 read:20 on:4 write:20 read:20 on:3 write:20 read:20 "
+      "open connect open connect:1 on:3 write:20 read:20 on:4 write:20 read:20 on:3 write:20 "
+      "read:20 "
       "write:20 read:20 on:4 write:20 read:20 on:3 write:20";
   const Outcome run =
       Run("-q --strict --fault 'write:2@fenu=EIO' --fault 'read:3-4@*:0x10=EINTR' "
@@ -131,11 +132,12 @@ TEST_F(RunTest, what_was_asked_for_and_did_not_happen_is_named) {
           "--reply 'kalo:*=body:112233' --reply fenu:0x10=at:2-5",
           steps);
   EXPECT_EQ(run.status, 122);
-  EXPECT_EQ(run.out,
-            "open: 0\nconnect: 4096\nopen: 0\nconnect:1: 4096\non:3: 3\nwrite:20: 20\nread:20: 4\n"
-            "on:4: 4\nwrite:20: 20\nread:20: 20\non:3: 3\nwrite:20: 20\nread:20: errno 4\n"
-            "write:20: 20\nread:20: errno 4\non:4: 4\nwrite:20: errno 5\nread:20: errno 11\non:3: 3\n"
-            "write:20: errno 6\n");
+  EXPECT_EQ(
+      run.out,
+      "open: 0\nconnect: 4096\nopen: 0\nconnect:1: 4096\non:3: 3\nwrite:20: 20\nread:20: 4\n"
+      "on:4: 4\nwrite:20: 20\nread:20: 20\non:3: 3\nwrite:20: 20\nread:20: errno 4\n"
+      "write:20: 20\nread:20: errno 4\non:4: 4\nwrite:20: errno 5\nread:20: errno 11\non:3: 3\n"
+      "write:20: errno 6\n");
   EXPECT_EQ(run.err,
             "zulisim: --lose write:1-3@#9: did not happen in 0 writes\n"
             "zulisim: --fault ioctl:1-3@sab=EIO: did not happen in 0 ioctls\n"
@@ -154,7 +156,8 @@ TEST_F(RunTest, recording_is_kept_private_and_can_be_redacted) {
   const std::string kept = Content(folder / "r");
   const std::string body =
       "redacted 48 17b0761f87b081d5cf10757ccc89f12be355c70e2e29df288b65b30710dcbcd1\n";
-  EXPECT_THAT(kept, AllOf(HasSubstr("  > " + body), HasSubstr("  < " + body), Not(HasSubstr(" write:"))));
+  EXPECT_THAT(kept,
+              AllOf(HasSubstr("  > " + body), HasSubstr("  < " + body), Not(HasSubstr(" write:"))));
   const Outcome again = Shell(record + steps);
   EXPECT_EQ(again.status, 125);
   EXPECT_THAT(again.err, HasSubstr("'r' is there already: name another, or --force"));
@@ -221,7 +224,9 @@ TEST_F(RunTest, signals_reach_the_program_and_a_closed_pipe_ends_nobody) {
 }
 
 TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
-  Shell("echo no program >text; echo '#!/nowhere/sh' >script; chmod +x text script; mkdir loop; ln -s / loop/data");
+  Shell(
+      "echo no program >text; echo '#!/nowhere/sh' >script; chmod +x text script; mkdir loop; ln "
+      "-s / loop/data");
   const struct {
     int status;
     const char* arguments;
@@ -243,7 +248,8 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
       {125, "run --reply 'kalo:*=hold' true", "'zulisim serve' can be told to"},
       {125, "tell x counts", "nobody serves 'x'"},
       {125, "run --root '' -- true", "--root: a name is expected"},
-      {125, "record -q -o /dev/full --engine " DEVICE_PROGRAM " open", "'/dev/full' is not complete"},
+      {125, "record -q -o /dev/full --engine " DEVICE_PROGRAM " open",
+       "'/dev/full' is not complete"},
       {125, "run --root /proc/none -- true", "'/proc/none' cannot be used"},
       {125, "run --scenario /none -- true", "'/none' cannot be read"},
       {125, "record -o /none/r --engine -- true", "'/none/r' cannot be written"},
