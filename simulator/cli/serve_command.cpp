@@ -111,6 +111,18 @@ void PrepareNode() {
                            "' already: end what serves it, or serve a file: --fuse FILE");
 }
 
+// What serves does so also where no socket can be made beside it; nothing is returned there.
+std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine,
+                                           Scenario* scenario) {
+  const auto check = [kind](const Scenario& told) { CheckKernelCarries(told, kind); };
+  try {
+    return std::make_unique<ControlServer>(path, engine, scenario, check);
+  } catch (const std::runtime_error& error) {
+    std::cerr << "zulisim: warning: nothing can be told: " << error.what() << "\n";
+    return nullptr;
+  }
+}
+
 // Returns at a signal that asks for the end, or when the service has ended without one.
 void WaitForEnd(KernelServer& server) {
   sigset_t ends;
@@ -145,8 +157,7 @@ int Serve(const ServeOptions& options) {
     const RunOutput output(options.output, {"zulisim", "serve", path}, &engine);
     cleaner.RemoveFile(ControlServer::PathFor(path));
     KernelServer server(engine, kind, path, geteuid() == 0);
-    const ControlServer control(path, &engine, &scenario,
-                                [kind](const Scenario& told) { CheckKernelCarries(told, kind); });
+    const auto control = MakeControl(kind, path, &engine, &scenario);
     std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
     WaitForEnd(server);
   }

@@ -94,8 +94,9 @@ std::string ControlServer::Ask(const std::string& served, const std::string& req
   const int error = errno;
   close(asked);
   if (answer.empty()) {
-    throw std::runtime_error("nobody serves '" + served + "' ('" + path +
-                             "': " + std::strerror(error) + "); name what 'zulisim serve' serves");
+    throw std::runtime_error("'" + served + "' cannot be told anything ('" + path +
+                             "': " + std::strerror(error) +
+                             "); name what a 'zulisim serve' of your own serves");
   }
   if (answer[0] == kRefused) throw common::InputError(answer.substr(1));
   return answer.substr(1);

@@ -177,7 +177,6 @@ class Reader {
 
   // What FaultError complains of.
   static const char* KeyOfError(const Fault& fault) {
-    if (fault.first == 0) return "at";
     if (!fault.scope.IsAll()) return "operation";
     return fault.probability > 0 && fault.probability <= 1 ? "short" : "probability";
   }

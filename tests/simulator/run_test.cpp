@@ -246,7 +246,7 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
       {125, "replay x", "write 'zulisim replay [OPTIONS] FILE PROGRAM"},
       {125, "run --root loop true", "symbolic link"},
       {125, "run --reply 'kalo:*=hold' true", "'zulisim serve' can be told to"},
-      {125, "tell x counts", "nobody serves 'x'"},
+      {125, "tell x counts", "'x' cannot be told anything"},
       {125, "run --root '' -- true", "--root: a name is expected"},
       {125, "record -q -o /dev/full --engine " DEVICE_PROGRAM " open",
        "'/dev/full' is not complete"},
