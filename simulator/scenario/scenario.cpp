@@ -13,6 +13,7 @@ namespace {
 
 struct Instruction {
   std::string origin;
+  const char* kind = "";
   std::uint64_t wanted = 1;  // how often it is to be met at least
   Tally tally;
   std::string counted;  // "12 reads"
@@ -24,14 +25,15 @@ std::vector<Instruction> Instructions(const Scenario& scenario, const Engine& en
   for (std::size_t i = 0; i < scenario.faults.size(); ++i) {
     const Fault& fault = scenario.faults[i];
     const bool isCertain = fault.probability >= 1 && fault.times != kForever;
-    all.push_back({fault.origin, isCertain ? fault.times : 1, faults.at(i),
-                   common::Counted(faults[i].seen, OperationName(fault.operation))});
+    const bool isLoss = std::holds_alternative<DeviceLoss>(fault.effect);
+    all.push_back({fault.origin, isLoss ? "loss" : "fault", isCertain ? fault.times : 1,
+                   faults.at(i), common::Counted(faults[i].seen, OperationName(fault.operation))});
   }
   const std::vector<Tally> replies = engine.ReplyTallies();
   for (std::size_t i = 0; i < scenario.replies.size(); ++i) {
     const ReplyRule& rule = scenario.replies[i];
     const bool isBounded = rule.at && rule.at->times != kForever;
-    all.push_back({rule.origin, isBounded ? rule.at->times : 1, replies.at(i),
+    all.push_back({rule.origin, "reply", isBounded ? rule.at->times : 1, replies.at(i),
                    common::Counted(replies[i].seen, "request")});
   }
   return all;
@@ -43,7 +45,8 @@ std::string InstructionText(const Instruction& each) {
                                 ? "happened " + std::to_string(each.tally.struck) + " of " +
                                       common::Counted(each.wanted, "time")
                                 : "happened " + common::Counted(each.tally.struck, "time");
-  return common::Printable(each.origin) + ": " + times + " in " + each.counted;
+  return common::Printable(each.origin) + ": the " + each.kind + " " + times + " in " +
+         each.counted;
 }
 
 }  // namespace

@@ -139,12 +139,12 @@ TEST_F(RunTest, what_was_asked_for_and_did_not_happen_is_named) {
       "write:20: 20\nread:20: errno 4\non:4: 4\nwrite:20: errno 5\nread:20: errno 11\non:3: 3\n"
       "write:20: errno 6\n");
   EXPECT_EQ(run.err,
-            "zulisim: --lose write:1-3@#9: did not happen in 0 writes\n"
-            "zulisim: --fault ioctl:1-3@sab=EIO: did not happen in 0 ioctls\n"
-            "zulisim: --fault read:1@sab=EIO: did not happen in 0 reads\n"
-            "zulisim: --fault write:4-5@#1=ENXIO: happened 1 of 2 times in 4 writes\n"
-            "zulisim: --reply kalo:*=body:112233: did not happen in 3 requests\n"
-            "zulisim: --reply fenu:0x10=at:2-5: did not happen in 1 request\n");
+            "zulisim: --lose write:1-3@#9: the loss did not happen in 0 writes\n"
+            "zulisim: --fault ioctl:1-3@sab=EIO: the fault did not happen in 0 ioctls\n"
+            "zulisim: --fault read:1@sab=EIO: the fault did not happen in 0 reads\n"
+            "zulisim: --fault write:4-5@#1=ENXIO: the fault happened 1 of 2 times in 4 writes\n"
+            "zulisim: --reply kalo:*=body:112233: the reply did not happen in 3 requests\n"
+            "zulisim: --reply fenu:0x10=at:2-5: the reply did not happen in 1 request\n");
 }
 
 TEST_F(RunTest, recording_is_kept_private_and_can_be_redacted) {
