@@ -35,7 +35,8 @@ install(EXPORT zulisimTargets NAMESPACE kalodll::
 # What a test includes; no package's header is among what these include.
 foreach(header common/colours.h common/hex.h common/input_error.h simulator/device/client.h
     simulator/device/device.h simulator/device/device_abi.h simulator/device/operation.h
-    simulator/engine/engine.h simulator/engine/fault.h simulator/in_process/in_process_device.h
+    simulator/engine/engine.h simulator/engine/fault.h simulator/engine/reply_plan.h
+    simulator/in_process/in_process_device.h
     simulator/output/output_file.h simulator/output/transcript.h simulator/scenario/scenario.h
     simulator/scenario/scenario_file.h)
   cmake_path(GET header PARENT_PATH _folder)

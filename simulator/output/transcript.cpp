@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "common/number.h"
+#include "common/text.h"
 
 namespace zulisim {
 namespace {
@@ -49,7 +50,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   std::snprintf(number, sizeof(number), "%4llu", static_cast<unsigned long long>(record.sequence));
   std::string line = number;
   Append(&line, Padded(Descriptor(record, style), 5));
-  Append(&line, Padded(record.client.empty() ? "-" : record.client, 4));
+  Append(&line, Padded(record.client.empty() ? "-" : common::Printable(record.client), 4));
   Append(&line, Padded(record.IsConnect() ? "connect" : OperationName(record.operation), 7));
   Append(&line, ResultText(record));
   Append(&line, Amount(record));
@@ -59,7 +60,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   if (record.payload == Payload::kPrivateData) Append(&line, "private data");
   if (record.commandId) Append(&line, "command " + common::Hex(*record.commandId));
   if (record.status) Append(&line, "status " + common::Hex(*record.status));
-  if (!record.why.empty()) Append(&line, "(" + record.why + ")");
+  if (!record.why.empty()) Append(&line, "(" + common::Printable(record.why) + ")");
   while (line.back() == ' ') line.pop_back();
   if (record.error != 0) return style.colours.bad + line + style.colours.reset;
   return record.why.empty() ? line : style.colours.warning + line + style.colours.reset;

@@ -26,6 +26,7 @@ guid = "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"
 client = "<i>\"&'\u0001\\]]>"
 status = 0x80000001
 private = "3c623e26 ff00"
+unusual = true
 '''
 COMMAND = ["write:1500", "read:4096", "read:16"]
 LOST = ["write:20", "read:20", "close", "open", "connect", "read:20", "read:16"]

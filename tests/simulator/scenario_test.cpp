@@ -37,7 +37,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
   char folder[] = "/tmp/scenario_test.XXXXXX";
   std::ofstream(mkdtemp(folder) + std::string("/body")) << "body";
   Scenario scenario;
-  EXPECT_TRUE(ReadScenario(kWhole, folder, &scenario).empty());
+  EXPECT_TRUE(ReadScenario(kWhole, folder + std::string("/s.toml"), &scenario).empty());
   std::filesystem::remove_all(folder);
   EXPECT_EQ(GuidText(scenario.clients.at(3).guid), "{00112233-4455-6677-8899-AABBCCDDEEFF}");
   const ReplyRule& reply = scenario.replies.at(0);

@@ -16,6 +16,8 @@ namespace {
 // By the wrapper, which takes a new handle after a failure, so that one more command shows whether
 // that helped.
 const std::map<std::string, std::string> kMet = {
+    {"busy_twice",
+     "refused -2147483647 private 16; done; done; refused -2147483647 private 16; 1 opens"},
     {"client_refuses",
      "not sent 'Cannot connect to ZULI device.'; not sent 'Cannot connect to ZULI device.'; not "
      "sent 'Cannot connect to ZULI device.'; done; 4 opens"},
