@@ -20,9 +20,9 @@ struct ProgramOptions {
   Scenario scenario;
 };
 
-// --device, --root and the options of AddOutputOptions
+// --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(CLI::App* command, ProgramOptions* options);
-// --quiet, --transcript, --connection-numbers, --trace and --report
+// --quiet, --transcript, --connection-numbers, --time, --bytes, --trace and --report
 void AddOutputOptions(CLI::App* command, OutputOptions* options);
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
 void AddInstructionOptions(CLI::App* command, Scenario* scenario);

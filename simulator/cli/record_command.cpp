@@ -59,8 +59,9 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
     const Recorder recorder(
         device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
         options.scenario.clients);
-    const RunOutput output(options.output, arguments, device.get());
-    status = program->Run(*device);
+    RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
+                     device.get());
+    status = output.Ended(program->Run(*device));
   }
   return file.Close() ? status : kOwnFailure;
 }

@@ -72,8 +72,9 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
   }
   const auto program = MakeServedProgram(options, arguments);
   ReplayDevice device(std::move(recording), options.inTime);
-  const RunOutput output(options.output, arguments, &device);
-  const int status = program->Run(device);
+  RunOutput output(options.output, {arguments, {"replay of " + options.file}, program->LogFile()},
+                   &device);
+  const int status = output.Ended(program->Run(device));
   device.End();
   return Report(device, options.file, operations, status);
 }

@@ -37,8 +37,9 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
   const auto program = MakeServedProgram(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const RunOutput output(options.output, arguments, &engine);
-  return program->Run(engine);
+  RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
+                   &engine);
+  return output.Ended(program->Run(engine));
 }
 
 void RequireProgram(const Invocation& invocation, const CLI::App& command) {

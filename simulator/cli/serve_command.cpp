@@ -132,7 +132,8 @@ int Serve(const ServeOptions& options) {
   }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const RunOutput output(options.output, {"zulisim", "serve", path}, &engine);
+  const RunOutput output(options.output,
+                         {{"zulisim", "serve", path}, options.scenario.instructions, ""}, &engine);
   KernelServer server(engine, kind, path, geteuid() == 0);
   std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
   WaitForEnd(server);

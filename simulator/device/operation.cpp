@@ -45,8 +45,16 @@ const std::vector<std::string>& ErrnoNames() {
   return names;
 }
 
+struct Caller {
+  int process = 0;
+  int thread = 0;
+};
+thread_local Caller caller;
+
 OperationRecord Begin(Operation operation, std::uint64_t connection) {
   OperationRecord record;
+  record.process = caller.process;
+  record.thread = caller.thread;
   record.operation = operation;
   record.connection = connection;
   record.start = Now();
@@ -134,6 +142,8 @@ Bytes OperationRecord::Message() const {
 
 std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
 
+void SetCaller(int process, int thread) { caller = {process, thread}; }
+
 Bytes Copied(const void* buffer, std::size_t length) {
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
   return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
@@ -172,7 +182,9 @@ OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::si
 OperationRecord BeginClose(std::uint64_t connection, bool abandoned) {
   OperationRecord record = Begin(Operation::kClose, connection);
   record.abandoned = abandoned;
-  if (abandoned) record.why = kAbandoned;
+  if (!abandoned) return record;
+  record.why = kAbandoned;
+  record.process = record.thread = 0;
   return record;
 }
 

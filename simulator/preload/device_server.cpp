@@ -124,6 +124,7 @@ bool DeviceServer::Serve(int channel) {
   if (protocol::Receive(channel, payload.data(), payload.size()) != 0) return false;
   // What a program closed by its end comes before what another does after that.
   ReleaseEnded();
+  SetCaller(request.process, request.thread);
   switch (request.kind) {
     case Kind::kHello:
       ++attached_;

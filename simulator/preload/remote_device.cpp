@@ -19,6 +19,7 @@
 #include "simulator/hooks/device.h"
 #include "simulator/hooks/libc.h"
 #include "simulator/hooks/paths.h"
+#include "simulator/preload/log_detail.h"
 #include "simulator/preload/protocol.h"
 
 namespace zulisim::hooks {
@@ -108,10 +109,16 @@ std::uint64_t Inode(int descriptor) {
   return Real().fstat(descriptor, &status) == 0 ? status.st_ino : 0;
 }
 
+void NameCaller(Request* request) {
+  request->process = getpid();
+  request->thread = gettid();
+}
+
 // `out` has room for `room` bytes of payload.
 Result Exchange(Request request, const void* in, void* out, std::size_t room) {
   Channel channel;
   if (channel.descriptor() < 0) return kEngineGone;
+  NameCaller(&request);
   int sendError = channel.Send(&request, sizeof(request));
   if (sendError == 0) sendError = channel.Send(in, request.payload);
   if (sendError == EFAULT) {
@@ -164,7 +171,9 @@ bool DeviceServed() { return Settings().served; }
 
 const char* RedirectedPath(const char* path) {
   for (const Redirect& redirect : Settings().redirects) {
-    if (redirect.to[0] != '\0' && SamePath(path, redirect.from)) return redirect.to;
+    if (redirect.to[0] == '\0' || !SamePath(path, redirect.from)) continue;
+    if (&redirect == Settings().redirects) RaiseLogLevel();
+    return redirect.to;
   }
   return nullptr;
 }
@@ -174,6 +183,7 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   if (channel.descriptor() < 0) return {-1, 0, errno == EMFILE || errno == ENFILE ? errno : ENODEV};
   Request request;
   request.kind = Kind::kOpen;
+  NameCaller(&request);
   request.flags = flags;
   request.mode = mode;
   request.descriptor = channel.descriptor();
@@ -222,6 +232,7 @@ Result DeviceClose(std::uint64_t handle, int descriptor) {
   Channel channel;
   Request request;
   request.kind = Kind::kClose;
+  NameCaller(&request);
   request.inode = handle;
   Response response;
   const bool announced = channel.descriptor() >= 0 &&

@@ -30,6 +30,8 @@ class ServedProgram {
   virtual ~ServedProgram() = default;
   // Runs the program to its end and returns what RunChild returns.
   virtual int Run(Device& device) = 0;
+  // What stands for "/data/Marvoleth.log".
+  std::string LogFile() const { return root_ + "/data/Marvoleth.log"; }
 
  protected:
   // `path` is the file of the program, `arguments` begin with its name; an empty `root` stands for

@@ -28,7 +28,8 @@ struct Scenario {
   std::vector<Client> clients = DefaultClients();
   std::vector<ReplyRule> replies;
   std::vector<Fault> faults;
-  std::vector<std::string> files;  // that it was read from
+  std::vector<std::string> files;         // that it was read from
+  std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
 };
 
 std::vector<std::string> ClientNames(const Scenario& scenario);
