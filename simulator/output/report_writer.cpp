@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kBeginning = 4000;
 constexpr std::size_t kEnd = 4000;
 constexpr std::size_t kSurroundings = 12000;  // of all failures together
-// Of one failure: while there is much room, and after that.
+// Of one failure: while there is much room; and after that, or when the library mended it.
 constexpr std::size_t kBefore = 20, kAfter = 10;
 constexpr std::size_t kBeforeOfMany = 6, kAfterOfMany = 2;
 
@@ -29,13 +29,14 @@ constexpr std::size_t kMostEvents = 100;  // of a list
 constexpr std::size_t kMostConnections = 50;
 constexpr std::size_t kMostBytes = 1024;  // of a message
 
-// An ordinary run of more steps is folded but for its beginning, in pieces that a reader can scan.
+// An ordinary run of more steps is folded but for its beginning and end, in pieces that a reader
+// can scan.
 constexpr std::size_t kLongRun = 32;
 constexpr std::size_t kShownOfRun = 12;
 constexpr std::size_t kPiece = 400;
 
 // The policy of the page admits no script but that of this hash.
-constexpr const char* kScriptHash = "CtozWS0m4NyOUnMSg3wc9PUxjDusyzcxD+zWq8GQnlw=";
+constexpr const char* kScriptHash = "3UZsyXGOr+WT8vrZjEg+L8obu3UA2j8ba3X8eRgih3g=";
 constexpr const char* kScript = R"(
 const failures = [...document.querySelectorAll('.f')];
 let at = -1;
@@ -48,6 +49,7 @@ addEventListener('keydown', event => {
   for (let fold = failure.closest('.fold'); fold; fold = fold.parentElement.closest('.fold'))
     fold.open = true;
   failure.classList.add('here');
+  document.body.className = 'whole';  // or what is above would move once it shows
   failure.scrollIntoView({block: 'center'});
 });
 )";
@@ -93,6 +95,7 @@ padding:8px 0;font-weight:600}
 .diagram{position:relative}
 .r{list-style:none;align-items:stretch;min-height:27px;content-visibility:auto;
 contain-intrinsic-size:auto 27px}
+.whole .r{content-visibility:visible}
 summary.r{cursor:pointer}summary.r::-webkit-details-marker{display:none}
 summary.r:hover,.fold>summary:hover{background:color-mix(in srgb,var(--out) 8%,transparent)}
 :target,.here{background:var(--hit);scroll-margin-top:60px}
@@ -141,7 +144,7 @@ text-align:center}
 .lanes .a{left:0;transform:none}.lanes .c{left:auto;right:0;transform:none}
 .t b,.t i{min-width:0}.bytes,.fold>summary,.gap{margin-left:0}
 .bytes pre{white-space:pre-wrap;font-size:11px}
-th,td{padding:3px 5px;font-size:12px}.cards div{min-width:0;flex:1 0 40%}
+.t:empty{display:none}th,td{padding:3px 5px;font-size:12px}.cards div{min-width:0;flex:1 0 40%}
 dl.head{grid-template-columns:1fr}}
 @media print{.lanes{position:static}.r{content-visibility:visible}}
 )";
@@ -416,9 +419,10 @@ class Page {
   std::string OrdinaryRun(std::size_t from, std::size_t to) const {
     if (to - from <= kLongRun) return Rows(from, to);
     std::size_t at = NextCommand(from + kShownOfRun, to);
+    const std::size_t folded = std::max(at, NextCommand(to - kShownOfRun, to));
     std::string html = Rows(from, at);
-    while (at < to) {
-      const std::size_t end = NextCommand(std::min(at + kPiece, to), to);
+    while (at < folded) {
+      const std::size_t end = NextCommand(std::min(at + kPiece, folded), folded);
       const OperationRecord& first = rows_[at].entry->record;
       const OperationRecord& last = rows_[end - 1].entry->record;
       const std::string title = "operations " + std::to_string(first.sequence) + " to " +
@@ -428,7 +432,7 @@ class Page {
               "\n";
       at = end;
     }
-    return html;
+    return html + Rows(folded, to);
   }
 
   // What is left out in front of a row; empty for nothing.
@@ -519,12 +523,16 @@ void ReportWriter::Add(const OperationRecord& record, std::vector<DiagramStep> s
   for (Bytes* bytes : {&entry->record.input, &entry->record.output}) {
     if (bytes->size() > kMostBytes) bytes->resize(kMostBytes);
   }
-  if (failed && report_.entries.size() < kBeginning + kSurroundings) {
-    const bool many = report_.entries.size() > kBeginning + kSurroundings / 2;
+  const bool remarkable = std::any_of(entry->steps.begin(), entry->steps.end(),
+                                      [](const DiagramStep& step) { return step.remarkable; });
+  // The driver's failures come first: what the library mended gets less, and half of the room.
+  const bool many = !failed || report_.entries.size() > kBeginning + kSurroundings / 2;
+  const std::size_t room = kBeginning + (failed ? kSurroundings : kSurroundings / 2);
+  if (remarkable && report_.entries.size() < room) {
     const std::size_t before = std::min(recent_.size(), 1 + (many ? kBeforeOfMany : kBefore));
     std::for_each(recent_.end() - static_cast<std::ptrdiff_t>(before), recent_.end(),
                   [](Entry& each) { each.kept = true; });
-    keepUntil_ = added_ + (many ? kAfterOfMany : kAfter);
+    keepUntil_ = std::max(keepUntil_, added_ + (many ? kAfterOfMany : kAfter));
   }
   if (recent_.size() <= kEnd) return;
   if (recent_.front().kept) report_.entries.push_back(std::move(recent_.front()));

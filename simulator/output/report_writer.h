@@ -23,7 +23,8 @@ struct ReportHead {
 
 // Collects a run and writes one page at its end: a sequence diagram of driver, library and engine,
 // complete in itself, with the bytes of each arrow. Of a long run the page shows the beginning, the
-// end and the surroundings of each failure that the driver saw; all the rest is only counted.
+// end and the surroundings of each failure that the driver saw, and of others as far as there is
+// room; all the rest is only counted.
 class ReportWriter : public OutputWriter {
  public:
   // An operation, or a line of the log before it, and what is drawn for it.

@@ -5,7 +5,10 @@
     pages.py browser ZULISIM PROGRAM    a browser shows the report; 77 where there is no chromium
 """
 
+import base64
+import hashlib
 import json
+import os
 import pathlib
 import re
 import shutil
@@ -51,16 +54,73 @@ def check_trace(text):
 
 def check_report(text):
     page = ElementTree.fromstring(text)
-    assert not {element.tag for element in page.iter()} & {"script", "link", "img", "iframe"}
+    assert not {element.tag for element in page.iter()} & {"link", "img", "iframe"}
+    script, = page.iter("script")
+    policy, = [each.get("content") for each in page.iter("meta") if each.get("http-equiv")]
+    digest = base64.b64encode(hashlib.sha256(script.text.encode()).digest()).decode()
+    assert f"script-src 'sha256-{digest}'" in policy, digest
     assert not re.search(r"\b(src|onload|onclick|style)=|url\(|@import|https?:", text)
     identifiers = [element.get("id") for element in page.iter() if element.get("id")]
     assert len(identifiers) == len(set(identifiers))
     assert {link.get("href") for link in page.iter("a")} <= {"#" + each for each in identifiers}
     shown = "".join(page.itertext())
-    for expected in ["reconnected to <i>\"&'\u2401\\]]> as #2", "failed: EIO", "command 0x10",
-                     "and 476 more bytes", "3c623e26 ff00", "<%script><b>"]:
+    for expected in ["reconnected to <i>\"&'\u2401\\]]> as #2", "command 0x10 failed: EIO",
+                     "write 0x10, 1500 bytes: EIO", "<i>\"&'\u2401\\]]> #2 fd", "exit status0",
+                     "--fault write:7-8=EIO", "and 476 more bytes", "3c623e26 ff00", "<%script><b>"]:
         assert expected in shown, expected
     assert len(list(page.iter("pre"))) > 100 and 'class="fold"' in text
+
+
+class Browser:
+    """A headless one, driven through the pipe that it reads from descriptor 3 on."""
+
+    def __init__(self, chromium, profile):
+        commands, self.output = os.pipe()
+        self.input, answers = os.pipe()
+        options = ["headless", "no-sandbox", "disable-gpu", "remote-debugging-pipe", "no-first-run",
+                   "disable-background-networking", "disable-component-update", "disable-sync"]
+        self.process = subprocess.Popen(
+            ["bash", "-c", f'exec 3<&{commands} 4>&{answers}; exec "$@"', "-", chromium,
+             f"--user-data-dir={profile}", *("--" + option for option in options)],
+            pass_fds=(commands, answers), stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        os.close(commands)
+        os.close(answers)
+        self.buffer, self.session = b"", {}
+        target = self.call("Target.createTarget", url="about:blank")["targetId"]
+        session = self.call("Target.attachToTarget", targetId=target, flatten=True)["sessionId"]
+        self.session = {"sessionId": session}
+        self.call("Page.enable")
+
+    def await_message(self, wanted):
+        while True:
+            while b"\0" not in self.buffer:
+                piece = os.read(self.input, 1 << 20)
+                assert piece, "the browser has ended"
+                self.buffer += piece
+            message, self.buffer = self.buffer.split(b"\0", 1)
+            if wanted(json.loads(message)):
+                return json.loads(message)
+
+    def call(self, method, **parameters):
+        os.write(self.output, json.dumps({"id": 1, "method": method, "params": parameters,
+                                          **self.session}).encode() + b"\0")
+        return self.await_message(lambda message: message.get("id") == 1)["result"]
+
+    def show(self, page, width):
+        self.call("Emulation.setDeviceMetricsOverride", width=width, height=900,
+                  deviceScaleFactor=1, mobile=False)
+        self.call("Page.navigate", url=f"file://{page}")
+        self.await_message(lambda message: message.get("method") == "Page.loadEventFired")
+
+    def value(self, script):
+        return self.call("Runtime.evaluate", expression=script, returnByValue=True)["result"]["value"]
+
+
+# The cells of the diagram that show less than they hold, or stand outside of the window.
+CUT = """[...document.querySelectorAll('.d *, .t *')].filter(each => each.scrollWidth >
+each.clientWidth + 1 && each.clientWidth || each.getBoundingClientRect().right > innerWidth).length"""
+AT = """(at => at.textContent + (at.getBoundingClientRect().top > 40 &&
+at.getBoundingClientRect().bottom < innerHeight))(document.querySelector('.here'))"""
 
 
 def check_browser(page):
@@ -68,15 +128,25 @@ def check_browser(page):
     if chromium is None:
         print("skipped: there is no chromium; scripts/setup.sh browser installs it")
         sys.exit(77)
-    picture = page.with_suffix(".png")
-    subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu", "--disable-quic",
-                    "--no-first-run", "--disable-background-networking", "--hide-scrollbars",
-                    "--disable-component-update", "--disable-sync", "--window-size=1280,2000",
-                    f"--user-data-dir={page.parent}/profile", f"--screenshot={picture}",
-                    f"file://{page}"],
-                   check=True, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, timeout=60)
-    # A page that shows nothing packs into a few thousand bytes.
-    assert picture.stat().st_size > 60000, picture.stat()
+    browser = Browser(chromium, page.parent / "profile")
+    try:
+        for width in (1280, 380):
+            browser.show(page, width)
+            assert browser.value(CUT) == 0
+            assert browser.value("document.documentElement.scrollWidth") <= width
+            seen = []
+            for _ in range(3):
+                browser.call("Input.dispatchKeyEvent", type="keyDown", key="n")
+                seen.append(browser.value(AT))
+            assert seen == ["command 0x10 failed: EMSGSIZEnext failuretrue",
+                            "command 0x10 failed: EIOnext failuretrue",
+                            "command 0x10 failed: EIOtrue"], seen
+        # A page that shows nothing packs into a few thousand bytes.
+        picture = browser.call("Page.captureScreenshot", format="png")["data"]
+        assert len(picture) > 20000, len(picture)
+    finally:
+        browser.process.terminate()
+        browser.process.wait()
 
 
 def main():
