@@ -18,9 +18,9 @@ namespace zulisim {
 namespace {
 
 // Of a long run. A browser shows their sum without pain.
-constexpr std::size_t kBeginning = 4000;
-constexpr std::size_t kEnd = 4000;
-constexpr std::size_t kSurroundings = 12000;  // of all failures together
+constexpr std::size_t kBeginning = 3000;
+constexpr std::size_t kEnd = 3000;
+constexpr std::size_t kSurroundings = 8000;  // of all failures together
 // Of one failure: while there is much room; and after that, or when the library mended it.
 constexpr std::size_t kBefore = 20, kAfter = 10;
 constexpr std::size_t kBeforeOfMany = 6, kAfterOfMany = 2;

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <cstdint>
 #include <ostream>
+#include <string>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -22,5 +25,11 @@ inline void PrintJson(std::ostream& out, const Json& json,
 inline CLI::Option* AddJsonFlag(CLI::App& command, bool& json) {
   return command.add_flag("--json", json, "Print JSON, as docs/json.md describes it");
 }
+
+// What a call that returned `status` left behind; `logLines` are those that it caused.
+Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::string>& logLines);
+
+// "0102ff"; null where there are none.
+Json BytesJson(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace kaloctl
