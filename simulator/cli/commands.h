@@ -22,6 +22,7 @@ void DefineRun(CLI::App* app, Invocation* invocation);
 void DefineCheck(CLI::App* app, Invocation* invocation);
 void DefineRecord(CLI::App* app, Invocation* invocation);
 void DefineReplay(CLI::App* app, Invocation* invocation);
+void DefineShow(CLI::App* app, Invocation* invocation);
 void DefineServe(CLI::App* app, Invocation* invocation);
 
 // Has `command` run `action` for the program after "--", without which it is refused. Implemented

@@ -8,6 +8,7 @@
 #include <system_error>
 
 #include "common/command_line.h"
+#include "common/input.h"
 #include "common/input_error.h"
 #include "common/text.h"
 #include "simulator/kernel/kernel_program.h"
@@ -149,6 +150,14 @@ void AddOutputOptions(CLI::App* command, OutputOptions* options) {
   command->add_flag("--connection-numbers", options->connectionNumbers,
                     "In the transcript, name an open file by the engine's number (#1) instead of "
                     "the program's descriptor, which only the preload library knows");
+}
+
+Recording ReadRecording(const std::string& path) {
+  try {
+    return ParseRecording(common::ReadInput(path, kLongestRecording));
+  } catch (const RecordingError& error) {
+    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
+  }
 }
 
 std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,

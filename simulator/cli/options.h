@@ -8,6 +8,7 @@
 
 #include "simulator/output/run_output.h"
 #include "simulator/program/served_program.h"
+#include "simulator/record/recording.h"
 #include "simulator/scenario/scenario.h"
 
 namespace zulisim {
@@ -32,6 +33,9 @@ bool HasInstructions(const CLI::App& command);
 // Throws CLI::ValidationError when a file that is to be written is named by another option as well,
 // or was read for `scenario`. To be called before the first of them is opened.
 void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario);
+
+// Throws common::InputError that names the file and the place in it.
+Recording ReadRecording(const std::string& path);
 
 // The program that `arguments` start, to be served as `options` say. Make it before the first
 // thread. Throws ProgramError, or std::exception for what stands in the way of a start, such as a

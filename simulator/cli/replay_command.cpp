@@ -2,7 +2,6 @@
 #include <memory>
 #include <utility>
 
-#include "common/input.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/record/replay_device.h"
@@ -30,14 +29,6 @@ struct ReplayOptions : ProgramOptions {
   std::string file;
   bool inTime = false;
 };
-
-Recording ReadRecording(const std::string& path) {
-  try {
-    return ParseRecording(common::ReadInput(path, kLongestRecording));
-  } catch (const RecordingError& error) {
-    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
-  }
-}
 
 // "all 7 operations of 'f' were replayed"
 std::string Replayed(std::size_t operations, const std::string& whose) {

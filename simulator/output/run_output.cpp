@@ -35,14 +35,15 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
   TranscriptStyle style;
   style.connectionNumbers = options.connectionNumbers;
   style.bytes = options.bytes.value_or(0);
-  if (options.time) style.start = Now();
+  if (options.time) style.start = device == nullptr ? std::chrono::nanoseconds() : Now();
   if (!options.transcriptFile.empty()) {
     writers_.push_back(
         std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
   }
-  if (!options.quiet) {
-    style.colours = common::ColoursFor(stderr);
-    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
+  if (!options.quiet || options.toStandardOutput) {
+    std::ostream& out = options.toStandardOutput ? std::cout : std::cerr;
+    style.colours = common::ColoursFor(options.toStandardOutput ? stdout : stderr);
+    const TextSink sink = [&out](const std::string& text) { out << text << std::flush; };
     writers_.push_back(std::make_unique<Transcript>(sink, style));
   }
   const std::string name = common::Joined(run.program, " ");
@@ -58,11 +59,11 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
   if ((options.log || options.logDetail) && !run.logFile.empty()) {
     log_ = std::make_unique<common::FileFollower>(run.logFile, common::FileFollower::From::kEnd);
   }
-  device_->AddObserver(this);
+  if (device_ != nullptr) device_->AddObserver(this);
 }
 
 RunOutput::~RunOutput() {
-  device_->RemoveObserver(this);
+  if (device_ != nullptr) device_->RemoveObserver(this);
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
 }

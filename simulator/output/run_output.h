@@ -20,6 +20,7 @@ struct OutputOptions {
   std::string traceFile;               // Chrome trace events
   std::string reportFile;              // one HTML page
   bool quiet = false;                  // no transcript on standard error
+  bool toStandardOutput = false;       // a transcript there
   bool connectionNumbers = false;      // TranscriptStyle::connectionNumbers
   bool time = false;                   // in the transcript
   std::optional<std::uint32_t> bytes;  // TranscriptStyle::bytes
@@ -35,8 +36,9 @@ struct RunDescription {
 };
 
 // Writes that down until the end of its life, which completes the files. The device must outlive
-// it. Throws std::runtime_error for a file that cannot be written.
-class RunOutput : private OperationObserver {
+// it; it is null for a recording, whose operations the caller tells of. Throws std::runtime_error
+// for a file that cannot be written.
+class RunOutput : public OperationObserver {
  public:
   RunOutput(const OutputOptions& options, const RunDescription& run, Device* device);
   ~RunOutput() override;
@@ -46,8 +48,9 @@ class RunOutput : private OperationObserver {
   // The program has ended with that status, which is handed back.
   int Ended(int status);
 
- private:
   void OnOperation(const OperationRecord& record) override;
+
+ private:
   void PassOnLog();  // with the lock held
 
   Device* device_;
