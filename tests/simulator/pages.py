@@ -6,6 +6,7 @@
 """
 
 import base64
+import difflib
 import hashlib
 import json
 import os
@@ -69,6 +70,38 @@ def check_report(text):
                      "--fault write:7-8=EIO", "and 476 more bytes", "3c623e26 ff00", "<%script><b>"]:
         assert expected in shown, expected
     assert len(list(page.iter("pre"))) > 100 and 'class="fold"' in text
+
+
+def check_transcript(zulisim, program, folder):
+    """Times, bytes, processes and the log, each in its place."""
+    shown = subprocess.run([zulisim, "run", "--time", "--bytes", "20", "--log", "--", program, "log",
+                            "open", "connect", "write:40", "child:20", "close"],
+                           cwd=folder, check=True, capture_output=True, text=True, timeout=60).stderr
+    line = re.escape("00000000 10000000 00000000 00000000  ................")
+    assert re.match(r" log  a line\n   1  0\.\d{6}   fd 3 ", shown), shown
+    assert re.search(rf"write    40 bytes  command 0x10\n +0000  {line}\n +0010 .*\n +and 20 more bytes\n",
+                     shown), shown
+    assert len(set(re.findall(r"\n +\d+  0\.\d+   (\d+) +fd 3 +KALO", shown))) == 2, shown
+
+
+def check_show(zulisim, program, folder):
+    """A scenario made from a recording brings about what was recorded."""
+    def recorded(name, *options):
+        subprocess.run([zulisim, "record", "-q", "-o", name, "--engine", *options, "--", program,
+                        *STEPS[:30], *"open connect write:30 read:10 read:40".split() * 5],
+                       cwd=folder, check=True, stdout=subprocess.DEVNULL, timeout=60)
+        return re.sub(r"  # .*|  \d+\.\d+|  in .*", "", (folder / name).read_text(encoding="utf-8"))
+
+    faults = ["--reply", "kalo:0x10=body:0102,status:-3,private:0011", "--client", "kalo:max=2000",
+              "--lose", "read:3,opens=1,drop-replies", "--lose", "write:8,opens=2,errno=ENOENT",
+              "--fault", "read:9-10=EIO", "--fault", "ioctl:3=EBUSY", "--short", "write:5=20"]
+    before = recorded("before.zul", *faults)
+    subprocess.run([zulisim, "show", "before.zul", "--scenario", "made.toml"], cwd=folder, check=True)
+    after = recorded("after.zul", "--scenario", "made.toml")
+    assert before == after, "\n".join(difflib.unified_diff(before.split("\n"), after.split("\n")))
+    shown = subprocess.run([zulisim, "show", "before.zul"], cwd=folder, check=True,
+                           capture_output=True, text=True).stdout
+    assert "status 0xfffffffd" in shown and "failed  ENOENT" in shown, shown
 
 
 class Browser:
@@ -164,6 +197,8 @@ def main():
         else:
             check_trace((folder / "trace").read_text(encoding="utf-8"))
             check_report((folder / "report.html").read_text(encoding="utf-8"))
+            check_transcript(zulisim, program, folder)
+            check_show(zulisim, program, folder)
 
 
 main()

@@ -26,6 +26,11 @@ expect() {
 shows() { grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: lacks '$1'"; }
 lacks() { ! grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: shows '$1'"; }
 
+# json EXPRESSION: another reader's view, as `d`, of what was printed.
+json() {
+  python3 -c "import json, sys; d = json.load(open(sys.argv[1])); assert $1, d" "$root/out" \
+    2>>"$root/err" || complain "$title: not $1"
+}
 sim() { "$zulisim" run --root "$root/sim" "$@"; }
 script() { printf '%s\n' "$@" >"$root/script"; }
 
@@ -36,8 +41,11 @@ shows "KALO  protocol version 1"
 shows "FENU  FenuInit3 failed: KALO_DLL_STATUS_FAILURE (1)"
 shows "Cannot connect to ZULI device."
 shows "errno = 25"
+expect 1 sim -q --fault ioctl:2=ENOTTY -- kaloctl probe --json
+json '[(c["name"], c["maxMessageLength"]) for c in d["clients"]] == [("KALO", 4096), ("FENU", None)]'
+json '"errno = 25" in d["clients"][1]["error"]["cause"]'
 
-expect 0 sim --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff,body:0102' \
+expect 3 sim --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff,body:0102' \
   -- kaloctl send --command 0x10 --body --data '01 02 03' --output "$root/reply"
 shows "status -2147483647 (0x80000001)"
 shows "00112233 44556677 8899aabb ccddeeff"
@@ -50,6 +58,12 @@ shows "FENU  write"
 expect 2 sim -- kaloctl send --generation earlier --client kalo --command 0x30001
 shows "--client KALO: the earlier entry points send command 0x30001 to FENU"
 lacks "open"
+expect 3 sim -q --reply 'kalo:4=status:-5,private:000102030405060708090a0b0c0d0e0f' -- \
+  kaloctl send --command 4 --json --log
+json '(d["firmwareStatus"], d["privateData"][:6], d["error"], d["reply"][8:16]) == (-5, "000102", None, "04000000")'
+json 'any("StartIoEx3" in line for line in d["log"])'
+expect 1 sim -q --lose read:1-5 -- kaloctl send --command 4 --json
+json 'd["reply"] is None and d["error"]["statusName"] == "KALO_DLL_STATUS_FAILURE"'
 expect 1 sim --lose read:1-5 -- kaloctl send --command 4
 shows "Error reading message from ZULI."
 shows "(No such device)"
@@ -87,6 +101,8 @@ sim -- kaloctl run "$root/script" >"$root/out" 2>"$root/err"
 script 'KaloInit3 a' 'KaloCleanup3 a'
 expect 0 sim -- kaloctl state "$root/script"
 grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || complain "no mark: destroyed"
+expect 0 sim -q -- kaloctl state --json "$root/script"
+json 'd["kaloSessionA"]["destroyed"] and d["kaloRefCountA"] == 0 and d["firmwareApiVersion"] == 0'
 script 'KaloInit3 a' 'StartIo b 4'
 expect 2 sim -- kaloctl run "$root/script"
 shows "line 2: wrong word 'b'"
@@ -104,6 +120,19 @@ sed -n 's/^ *log  *\([A-Za-z0-9~]*\):\([0-9]*\): /\1 \2 /p' "$root/out" | squeez
 kaloctl log "$root/sim/data/Marvoleth.log" | sed 's/^ *\(x[0-9]*\)* *//' | squeeze >"$root/read"
 diff "$root/caused" "$root/read" >"$root/out" || complain "the log read back differs"
 [ "$(wc -l <"$root/read")" -gt 100 ] || complain "the log is too short to prove anything"
+
+log=$root/sim/data/Marvoleth.log
+expect 0 kaloctl log --failures --function StartIoEx3,KaloInit --json "$log"
+[ "$(sort -u <<<"$(grep -o '"function":"[^"]*"' "$root/out")" | wc -l)" -eq 1 ] || complain "--function"
+head -n 1 "$root/out" >"$root/line" && mv "$root/line" "$root/out"
+json 'd["function"] == "StartIoEx3" and d["tag"] > 0 and "failed" in d["text"]'
+timeout 1.5 kaloctl log --follow "$root/later" >"$root/out" 2>"$root/err" &
+sleep 0.3 && printf 'KaloInit3:1: one' >"$root/later"
+sleep 0.6 && printf 'KaloInit3:2: two' >>"$root/later"
+wait $!
+title="log --follow"
+shows "2  two"
+[ "$(wc -l <"$root/out")" -eq 2 ] || complain "log --follow: not two lines"
 
 key='HKEY_LOCAL_MACHINE\Software\Video'
 mkdir -p "$root/sim/etc"
@@ -124,6 +153,23 @@ shows 'Title = "a b"  string'
 expect 2 sim -- kaloctl registry set "$key" Title ' a' --repair
 expect 1 sim -- kaloctl registry get "$key" Nothing
 shows "code 8"
+file=$root/r.txt
+printf '[KEY]\r\n7\r\nA\\b\r\n[VALUE]\r\nx\r\n4\r\n-3\r\n' >"$file"
+expect 1 kaloctl registry check --file "$file"
+shows "its lines end in CR LF"
+expect 0 kaloctl registry repair --file "$file"
+expect 0 kaloctl registry check --file "$file"
+expect 0 kaloctl registry add 'A\c' --file "$file"
+expect 2 kaloctl registry add 'A\d' --id 7 --file "$file"
+expect 0 kaloctl registry set 'A\c' name text --type string --repair --file "$file"
+expect 0 kaloctl registry list --json --file "$file"
+json '[(k["name"], k["id"], [v["data"] for v in k["values"]]) for k in d["keys"]] == [("A\\b", 7, [-3]), ("A\\c", 1, ["text"])]'
+expect 0 kaloctl registry delete 'A\c' name --file "$file"
+expect 0 kaloctl registry delete 'A\b' --file "$file"
+expect 1 kaloctl registry delete 'A\b' --file "$file"
+[ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || complain "registry delete: wrong content"
+expect 2 kaloctl registry get "$file" a b c d
+shows "not expected: b c d"
 printf '[KEY]\n1\na\n\n  [VALUE]\n  x\n  3\n' >"$root/sim/etc/vrel_registry.txt"
 expect 1 sim -- kaloctl registry list
 shows "line 7: type '3' of value 'x'"
@@ -136,6 +182,14 @@ expect 1 sim --fault write:1=EIO -- kaloctl doctor --skip registry
 shows "failed    round-trip"
 expect 0 sim -- kaloctl doctor --skip registry
 lacks failed
+shows "skipped   registry"
+expect 1 sim --fault open:1-=ENOENT -- kaloctl doctor --skip node
+shows "not made  permissions"
+expect 1 sim --client kalo:max=8 -- kaloctl doctor
+shows "the client's maximum is 8 bytes"
+expect 0 sim -q --fault ioctl:3=ENOENT -- kaloctl doctor --json
+json 'd["commandsCanBeSent"]'
+json '{c["name"] for c in d["checks"] if c["result"] == "warning"} == {"sab", "registry"}'
 expect 2 kaloctl frobnicate
 shows "unknown command 'frobnicate': one of probe, "
 expect 2 kaloctl run /dev/zero
