@@ -37,8 +37,9 @@ install(EXPORT zulisimTargets NAMESPACE kalodll::
 foreach(header common/colours.h common/hex.h common/input_error.h common/log_splitter.h
     simulator/device/client.h
     simulator/device/device.h simulator/device/device_abi.h simulator/device/operation.h
-    simulator/engine/engine.h simulator/engine/fault.h simulator/in_process/in_process_device.h
-    simulator/output/output_file.h simulator/output/output_writer.h simulator/output/transcript.h simulator/scenario/scenario.h
+    simulator/engine/engine.h simulator/engine/fault.h simulator/engine/reply_plan.h
+    simulator/in_process/in_process_device.h simulator/output/output_file.h
+    simulator/output/output_writer.h simulator/output/transcript.h simulator/scenario/scenario.h
     simulator/scenario/scenario_file.h)
   cmake_path(GET header PARENT_PATH _folder)
   install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll/${_folder}")

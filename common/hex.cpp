@@ -72,7 +72,7 @@ class HexParser {
     }
     const int value = DigitValue(text_[index]);
     if (value < 0) {
-      Complain(index, Quoted(Printable(text_.substr(index, 1))) + " is not a hexadecimal digit");
+      Complain(index, Quoted(text_.substr(index, 1)) + " is not a hexadecimal digit");
     }
     return value;
   }

@@ -44,7 +44,7 @@ std::string Printable(std::string_view text) {
   return printable;
 }
 
-std::string Quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+std::string Quoted(std::string_view text) { return "'" + Printable(text) + "'"; }
 
 std::string Counted(std::size_t count, const std::string& noun, const std::string& plural) {
   const std::string several = plural.empty() ? noun + "s" : plural;

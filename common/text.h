@@ -10,7 +10,7 @@ namespace common {
 // The text with "\xNN" for each byte that is not a printable ASCII character.
 std::string Printable(std::string_view text);
 
-// The text between single quotes, as messages name what the user wrote.
+// The same between single quotes, as messages name what the user wrote.
 std::string Quoted(std::string_view text);
 
 // "1 byte", "2 bytes"; `plural` is for nouns that take more than an s.

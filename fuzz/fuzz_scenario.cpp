@@ -42,7 +42,7 @@ void TakeOptions(FuzzedDataProvider& input) {
 
 void TakeFile(const std::string& text) {
   zulisim::Scenario scenario;
-  const auto wrong = zulisim::ReadScenario(text, "/nowhere", &scenario);
+  const auto wrong = zulisim::ReadScenario(text, "/nowhere/scenario.toml", &scenario);
   const auto lines = static_cast<uint32_t>(std::count(text.begin(), text.end(), '\n')) + 1;
   uint32_t last = 1;
   for (const common::Diagnostic& diagnostic : wrong) {

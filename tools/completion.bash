@@ -4,7 +4,7 @@ _kalodll_complete() {
   local word help commands="" words=("${COMP_WORDS[0]}")
   for word in "${COMP_WORDS[@]:1:COMP_CWORD}"; do
     help=$("${words[@]}" --help 2>/dev/null) || return
-    commands=$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")
+    commands=$(sed -n '/^\(Subcommands\|What can be told\):/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help")
     [ "$word" = -- ] && return
     grep -qxF -- "$word" <<<"$commands" && words+=("$word")
   done

@@ -20,14 +20,14 @@ Exit status: 0 when every file is good, 1 when one is not or cannot be read, 125
 command line that cannot be understood.)";
 
 void DescribeRecording(const std::string& path, const Recording& recording) {
-  std::cout << path << ": a recording of "
+  std::cout << path << (recording.redacted ? ": a redacted recording of " : ": a recording of ")
             << common::Counted(recording.operations.size(), "operation");
   if (recording.cut) std::cout << ", cut after the last of them";
   std::cout << "\n";
 }
 
 void DescribeScenario(const std::string& path, const Scenario& scenario) {
-  std::cout << path << ": a scenario of " << common::Counted(scenario.clients.size(), "client")
+  std::cout << path << ": a scenario of " << common::Counted(scenario.describedClients, "client")
             << ", " << common::Counted(scenario.replies.size(), "reply", "replies") << " and "
             << common::Counted(scenario.faults.size(), "fault") << "\n";
 }

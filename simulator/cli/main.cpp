@@ -22,6 +22,7 @@ int Main(int argc, char** argv) {
   zulisim::Invocation invocation;
   zulisim::DefineRun(&app, &invocation);
   zulisim::DefineServe(&app, &invocation);
+  zulisim::DefineTell(&app, &invocation);
   zulisim::DefineCheck(&app, &invocation);
   zulisim::DefineRecord(&app, &invocation);
   zulisim::DefineReplay(&app, &invocation);
@@ -30,6 +31,7 @@ int Main(int argc, char** argv) {
   std::vector<std::string> arguments(argv + 1, argv + argc);
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");
   if (separator != arguments.end()) {
+    invocation.separated = true;
     invocation.program.assign(separator + 1, arguments.end());
     arguments.erase(separator, arguments.end());
   }

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <iterator>
 #include <stdexcept>
 #include <system_error>
@@ -11,6 +12,7 @@
 #include "common/input.h"
 #include "common/input_error.h"
 #include "common/text.h"
+#include "simulator/cli/commands.h"
 #include "simulator/kernel/kernel_program.h"
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/kernel/kernel_support.h"
@@ -46,6 +48,7 @@ void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, con
       ->type_name(shape)
       ->type_size(1)
       ->expected(1)
+      ->allow_extra_args(false)  // what follows the value may be the program
       ->take_all()
       ->trigger_on_parse();
 }
@@ -77,7 +80,10 @@ bool SameFile(const std::string& one, const std::string& other) {
 
 void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
   std::vector<NamedFile> files;
-  for (const std::string& path : scenario.files) files.push_back({"--scenario", path});
+  for (const std::string& path : scenario.files) {
+    // Standard input is not standard output, which has the same name.
+    if (path != "-") files.push_back({"--scenario", path});
+  }
   for (const char* name : {"FILE", "--from", "--fuse"}) {
     files.push_back({name, ValueOf(command, name)});
   }
@@ -92,15 +98,15 @@ void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
   }
 }
 
-void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
+void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict) {
   AddInstruction(command, scenario, "--scenario", "FILE",
                  "What a scenario file says; it can be checked with 'zulisim check'",
                  AddScenarioFile);
   AddInstruction(command, scenario, "--client", "CLIENT:max=BYTES,version=N",
                  "What a client reports of itself", AddClientOption);
   AddInstruction(command, scenario, "--reply", "CLIENT:COMMAND=FIELD,...",
-                 "How a client answers a command (or '*'): status:N, body:HEX, private:HEX, "
-                 "latency:TIME, silent",
+                 "How a client answers a command (or '*'): at:WHEN, status:N, body:HEX, "
+                 "private:HEX, unusual, latency:TIME, hold, silent",
                  AddReplyOption);
   AddInstruction(command, scenario, "--fault", "OPERATION:WHEN=ERRNO", "An operation that fails",
                  AddFaultOption);
@@ -109,12 +115,21 @@ void AddInstructionOptions(CLI::App* command, Scenario* scenario) {
   AddInstruction(
       command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
       "A device that is lost at an operation, for so many opens after it", AddLossOption);
+  command->add_flag(
+      "--strict", *strict,
+      "Exit status 122 when a reply, fault or loss that was asked for did not happen");
 }
 
 bool HasInstructions(const CLI::App& command) {
   const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
   return std::any_of(std::begin(names), std::end(names),
                      [&command](const char* name) { return command.count(name) > 0; });
+}
+
+int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status) {
+  const std::vector<std::string> missed = Missed(scenario, engine);
+  for (const std::string& line : missed) std::cerr << "zulisim: " << line << "\n";
+  return strict && !missed.empty() ? kMissed : status;
 }
 
 void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
@@ -138,7 +153,7 @@ void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
 
 void AddOutputOptions(CLI::App* command, OutputOptions* options) {
   common::AddFileOption(*command, "--transcript", options->transcriptFile,
-                        "Write the transcript to FILE as well");
+                        "Write the transcript to FILE as well; - is standard output");
   common::AddFileOption(*command, "--trace", options->traceFile,
                         "Write Chrome trace events to FILE, for the Perfetto viewer");
   common::AddFileOption(*command, "--report", options->reportFile,
@@ -162,6 +177,12 @@ Recording ReadRecording(const std::string& path) {
 
 std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
                                                  const std::vector<std::string>& arguments) {
+  for (const ReplyRule& rule : options.scenario.replies) {
+    if (!rule.held) continue;
+    throw common::InputError(rule.origin +
+                             ": nobody can release a reply that is held here; "
+                             "'zulisim serve' can be told to");
+  }
   if (options.output.logDetail) {
     if (options.fuse) {
       throw std::runtime_error(

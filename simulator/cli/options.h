@@ -19,16 +19,22 @@ struct ProgramOptions {
   std::string root;   // --root
   OutputOptions output;
   Scenario scenario;
+  bool strict = false;  // --strict
 };
 
 // --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(CLI::App* command, ProgramOptions* options);
 // --quiet, --transcript, --connection-numbers, --time, --bytes, --trace and --report
 void AddOutputOptions(CLI::App* command, OutputOptions* options);
-// --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line.
-void AddInstructionOptions(CLI::App* command, Scenario* scenario);
-// True when the command line had one of them.
+// --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line, and
+// --strict.
+void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict);
+// True when the command line had one of them, but for --strict.
 bool HasInstructions(const CLI::App& command);
+
+// Names on standard error what of `scenario` did not happen; returns `status`, or kMissed if it is
+// strict about that.
+int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status);
 
 // Throws CLI::ValidationError when a file that is to be written is named by another option as well,
 // or was read for `scenario`. To be called before the first of them is opened.

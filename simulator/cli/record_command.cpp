@@ -2,10 +2,12 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 #include <memory>
 #include <stdexcept>
 
 #include "common/command_line.h"
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/output/output_file.h"
@@ -21,11 +23,18 @@ constexpr const char* kRecordDescription =
     "'zulisim replay' plays back.";
 
 constexpr const char* kRecordFooter = R"(
-Usage in full: zulisim record [OPTIONS] -o FILE -- PROGRAM [ARGUMENTS...]
+Usage in full: zulisim record [OPTIONS] -o FILE [--] PROGRAM [ARGUMENTS...]
+
+FILE can be read by you alone, for it holds what was sent. A file that is there already is
+kept, without --force. A run without any operation leaves no file.
+
+--redact keeps the first 16 bytes of requests and replies, and the connect record; of all
+else the recording has the length and the SHA-256 digest. The program's arguments are left
+out. It cannot be replayed. --trace and --report are not redacted.
 
 Examples:
-  zulisim record -o field.zul -- ./driver                      from the kernel's /dev/zuli
-  zulisim record -o loss.zul --scenario loss.toml -- ./driver  from the software engine
+  zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
+  zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine
 
 Exit status: as with 'zulisim run'; 125 also when the recording is not complete.)";
 
@@ -33,6 +42,8 @@ struct RecordOptions : ProgramOptions {
   std::string file;
   std::string device = "/dev/zuli";
   bool engine = false;
+  bool force = false;
+  bool redact = false;
 };
 
 std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
@@ -53,15 +64,25 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
 int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
   const auto program = MakeServedProgram(options, arguments);
   const std::unique_ptr<Device> device = MakeDevice(options);
-  OutputFile file("recording", options.file);
+  OutputFile file("recording", options.file,
+                  options.force ? OutputFile::Access::kPrivate : OutputFile::Access::kPrivateNew);
   int status = kOwnFailure;
   {
+    const std::vector<std::string> shown =
+        options.redact ? std::vector<std::string>{arguments.front()} : arguments;
     const Recorder recorder(
-        device.get(), [&file](const std::string& text) { file.Write(text); }, arguments,
-        options.scenario.clients);
-    RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
+        device.get(), [&file](const std::string& text) { file.Write(text); }, shown,
+        options.scenario.clients, options.redact);
+    RunOutput output(options.output, {shown, options.scenario.instructions, program->LogFile()},
                      device.get());
     status = output.Ended(program->Run(*device));
+    if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
+      status = ReportMissed(options.scenario, *engine, options.strict, status);
+    }
+  }
+  if (!file.Written()) {
+    std::cerr << "zulisim: there was no operation to record; " << common::Quoted(options.file)
+              << " was not written\n";
   }
   return file.Close() ? status : kOwnFailure;
 }
@@ -80,9 +101,12 @@ void DefineRecord(CLI::App* app, Invocation* invocation) {
       "--engine", options->engine,
       "Record the software engine; implied by --scenario, --client, --reply, --fault, "
       "--short and --lose");
+  command->add_flag("--force", options->force, "Write over a recording that is there already");
+  command->add_flag("--redact", options->redact,
+                    "Record lengths, headers and digests in place of bodies");
   AddProgramOptions(command, options.get());
-  AddInstructionOptions(command, &options->scenario);
-  DefineProgramRun(command, invocation, [=] {
+  AddInstructionOptions(command, &options->scenario, &options->strict);
+  DefineProgramRun(command, invocation, "[OPTIONS] -o FILE", [=] {
     options->engine = options->engine || HasInstructions(*command);
     if (options->engine && command->count("--from") > 0) {
       throw CLI::ValidationError("--from", "a device takes no instructions and is not the engine");

@@ -2,6 +2,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/record/replay_device.h"
@@ -17,7 +18,7 @@ constexpr const char* kReplayDescription =
     "byte, up to the first operation in which the program does not do what was recorded.";
 
 constexpr const char* kReplayFooter = R"(
-Usage in full: zulisim replay [OPTIONS] FILE -- PROGRAM [ARGUMENTS...]
+Usage in full: zulisim replay [OPTIONS] FILE [--] PROGRAM [ARGUMENTS...]
 
 Opens are answered in the order of the recording. Every other operation must be the next
 one on its connection; between connections the order is free.
@@ -57,6 +58,11 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
 int Replay(const ReplayOptions& options, const std::vector<std::string>& arguments) {
   Recording recording = ReadRecording(options.file);
   const std::size_t operations = recording.operations.size();
+  if (recording.redacted) {
+    throw common::InputError(common::Quoted(options.file) +
+                             " is redacted: it lacks the bodies that a replay answers with; record "
+                             "without --redact what is to be replayed");
+  }
   if (recording.cut) {
     std::cerr << "zulisim: '" << options.file << "' is cut after operation " << operations
               << "; it is replayed up to there\n";
@@ -79,7 +85,7 @@ void DefineReplay(CLI::App* app, Invocation* invocation) {
   command->add_option("FILE", options->file, "The recording")->required();
   command->add_flag("--in-time", options->inTime, "Let each operation take as long as it did");
   AddProgramOptions(command, options.get());
-  DefineProgramRun(command, invocation, [=] {
+  DefineProgramRun(command, invocation, "[OPTIONS] FILE", [=] {
     RefuseSharedFiles(*command, {});
     return Replay(*options, invocation->program);
   });

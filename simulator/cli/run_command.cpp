@@ -11,7 +11,7 @@ constexpr const char* kRunDescription =
     R"(Starts any unmodified program with a "/dev/zuli" that the software engine serves, and prints a line for each of its device operations.)";
 
 constexpr const char* kRunFooter = R"(
-Usage in full: zulisim run [OPTIONS] -- PROGRAM [ARGUMENTS...]
+Usage in full: zulisim run [OPTIONS] [--] PROGRAM [ARGUMENTS...]
 
 --device preload serves a dynamically linked program. --device fuse serves any program, in a
 mount namespace of its own (and without root in a user namespace): there, "/dev/zuli" is a
@@ -20,17 +20,23 @@ file that the kernel's FUSE serves, and "/data" and "/etc/vrel_registry.txt" are
 kernel does differently.
 
 WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
-third and all after it. OPERATION is open, ioctl, read, write or close; CLIENT is KALO,
-FENU or SAB. Without --reply a client echoes the request with status 0.
+third and all after it. 3@KALO counts those of a client alone, 3@KALO:0x10 and 3@*:0x10
+those of a command, 3@#2 those of the second connection. OPERATION is open, ioctl, read,
+write or close; CLIENT is KALO, FENU or SAB. Without --reply a client echoes the request
+with status 0; several with at:WHEN change its answer, counted for each command.
+
+What was asked for and did not happen is named at the end.
 
 Examples:
-  zulisim run -- ./driver
-  zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT -- ./driver
-  zulisim run --device fuse -- ./static_driver
+  zulisim run ./driver
+  zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
+  zulisim run --device fuse ./static_driver
+  zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 ./driver
   zulisim run --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff' \
-              --fault 'write:3-=EIO' -- ./driver --verbose
+              --fault 'write:3-=EIO' ./driver --verbose
 
-Exit status: the program's; 128 and the signal's number when a signal ended it; 125 when
+Exit status: the program's; 128 and the signal's number when a signal ended it; 122 with
+--strict when something that was asked for did not happen; 125 when
 zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
 
 int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
@@ -39,26 +45,35 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
   Apply(options.scenario, &engine);
   RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
                    &engine);
-  return output.Ended(program->Run(engine));
+  const int status = output.Ended(program->Run(engine));
+  return ReportMissed(options.scenario, engine, options.strict, status);
 }
 
-void RequireProgram(const Invocation& invocation, const CLI::App& command) {
-  const std::string words = common::Joined(command.remaining(), " ");
-  const bool missing = invocation.program.empty() || invocation.program.front().empty();
-  if (words.empty() && !missing) return;
-  throw CLI::ValidationError(
-      (words.empty() ? "the program is missing"
-                     : common::Quoted(words) + " is not expected in front of '--'") +
-      ": write 'zulisim " + command.get_name() + " [OPTIONS] -- PROGRAM [ARGUMENTS...]'");
+// The program of the command line: what follows "--", or what begins with the first word that is
+// neither an option nor its value.
+std::vector<std::string> ProgramOf(const Invocation& invocation, const CLI::App& command,
+                                   const std::string& form) {
+  std::vector<std::string> words = command.remaining();
+  if (!words.empty() && words.front()[0] == '-') {
+    std::vector<std::string> known;
+    for (const CLI::Option* option : command.get_options()) known.push_back(option->get_name());
+    throw CLI::ValidationError("unknown option " + common::Quoted(words.front()) +
+                               common::NearestHint(words.front(), known));
+  }
+  if (!words.empty() && invocation.separated) words.emplace_back("--");
+  words.insert(words.end(), invocation.program.begin(), invocation.program.end());
+  if (!words.empty() && !words.front().empty()) return words;
+  throw CLI::ValidationError("the program is missing: write 'zulisim " + command.get_name() + " " +
+                             form + " PROGRAM [ARGUMENTS...]'");
 }
 
 }  // namespace
 
-void DefineProgramRun(CLI::App* command, Invocation* invocation,
+void DefineProgramRun(CLI::App* command, Invocation* invocation, const std::string& form,
                       const std::function<int()>& action) {
-  command->allow_extras();  // which are refused with a hint
+  command->prefix_command();
   command->callback([=] {
-    RequireProgram(*invocation, *command);
+    invocation->program = ProgramOf(*invocation, *command, form);
     invocation->run = action;
   });
 }
@@ -68,8 +83,8 @@ void DefineRun(CLI::App* app, Invocation* invocation) {
   command->footer(kRunFooter);
   const auto options = std::make_shared<ProgramOptions>();
   AddProgramOptions(command, options.get());
-  AddInstructionOptions(command, &options->scenario);
-  DefineProgramRun(command, invocation, [=] {
+  AddInstructionOptions(command, &options->scenario, &options->strict);
+  DefineProgramRun(command, invocation, "[OPTIONS]", [=] {
     RefuseSharedFiles(*command, options->scenario);
     return Run(*options, invocation->program);
   });

@@ -15,6 +15,7 @@
 
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
+#include "simulator/control/control_server.h"
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/program/child_process.h"
@@ -48,18 +49,23 @@ Programs see the same results as under 'zulisim run', but for what the kernel de
 When the engine ends, a program's calls fail with ENODEV, ECONNABORTED or ENOTCONN at once,
 and an open with ENOENT where the node or file has gone.
 
+While it serves, 'zulisim tell' loses the device, brings it back, adds faults and releases
+replies that are held, through a socket beside the file: "/tmp/zuli.control", mode 0600.
+
 Examples:
   zulisim serve --cuse
   zulisim serve --fuse /tmp/zuli --lose read:2
 
-Exit status: 0 after SIGINT, SIGTERM or SIGHUP; 125 when the device cannot be served, or
-cannot be served any longer.)";
+Exit status: 0 after SIGINT, SIGTERM or SIGHUP, or 122 with --strict when something that was
+asked for did not happen; 125 when the device cannot be served, or cannot be served any
+longer.)";
 
 struct ServeOptions {
   bool characterDevice = false;
   std::string file;
   OutputOptions output;
   Scenario scenario;
+  bool strict = false;
 };
 
 // Whether a file system like that of --fuse is mounted on the file itself.
@@ -92,8 +98,10 @@ void PrepareFile(const std::string& path, Cleaner* cleaner) {
   }
   cleaner->RemoveFile(path);
   if (!std::ofstream(path, std::ios::app)) {
-    throw std::runtime_error("the file '" + path + "' to mount on cannot be made: " +
-                             std::strerror(errno) + "; name another: --fuse FILE");
+    throw std::runtime_error("the file '" + path +
+                             "' to mount on cannot be made: " + std::strerror(errno) +
+                             "; name another: --fuse FILE, or let 'zulisim run --device fuse' "
+                             "serve one program in a file tree of its own");
   }
 }
 
@@ -101,6 +109,18 @@ void PrepareNode() {
   if (access(kNode, F_OK) != 0) return;
   throw std::runtime_error(std::string("there is a '") + kNode +
                            "' already: end what serves it, or serve a file: --fuse FILE");
+}
+
+// What serves does so also where no socket can be made beside it; nothing is returned there.
+std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine,
+                                           Scenario* scenario) {
+  const auto check = [kind](const Scenario& told) { CheckKernelCarries(told, kind); };
+  try {
+    return std::make_unique<ControlServer>(path, engine, scenario, check);
+  } catch (const std::runtime_error& error) {
+    std::cerr << "zulisim: warning: nothing can be told: " << error.what() << "\n";
+    return nullptr;
+  }
 }
 
 // Returns at a signal that asks for the end, or when the service has ended without one.
@@ -132,12 +152,17 @@ int Serve(const ServeOptions& options) {
   }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const RunOutput output(options.output,
-                         {{"zulisim", "serve", path}, options.scenario.instructions, ""}, &engine);
-  KernelServer server(engine, kind, path, geteuid() == 0);
-  std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
-  WaitForEnd(server);
-  return 0;
+  Scenario scenario = options.scenario;
+  {
+    const RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
+                           &engine);
+    cleaner.RemoveFile(ControlServer::PathFor(path));
+    KernelServer server(engine, kind, path, geteuid() == 0);
+    const auto control = MakeControl(kind, path, &engine, &scenario);
+    std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
+    WaitForEnd(server);
+  }
+  return ReportMissed(scenario, engine, options.strict, 0);
 }
 
 }  // namespace
@@ -158,7 +183,7 @@ void DefineServe(CLI::App* app, Invocation* invocation) {
       ->expected(0, 1);
   mode->require_option(1);
   AddOutputOptions(command, &options->output);
-  AddInstructionOptions(command, &options->scenario);
+  AddInstructionOptions(command, &options->scenario, &options->strict);
   command->callback([=] {
     invocation->run = [=] {
       RefuseSharedFiles(*command, options->scenario);

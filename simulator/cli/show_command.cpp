@@ -41,11 +41,14 @@ int Show(ShowOptions options) {
     std::cerr << "zulisim: '" << options.file << "' is cut after operation "
               << recording.operations.size() << "\n";
   }
-  const OutputOptions& wanted = options.output;
-  const bool others = !wanted.transcriptFile.empty() || !wanted.traceFile.empty() ||
-                      !wanted.reportFile.empty() || !options.scenarioFile.empty();
-  options.output.toStandardOutput = !others && !wanted.quiet;
-  options.output.quiet = true;
+  if (recording.redacted) {
+    std::cerr << "zulisim: '" << options.file << "' is redacted: bytes that it lacks show as 0\n";
+  }
+  OutputOptions* const wanted = &options.output;
+  const bool others = !wanted->transcriptFile.empty() || !wanted->traceFile.empty() ||
+                      !wanted->reportFile.empty() || !options.scenarioFile.empty();
+  if (!others && !wanted->quiet) wanted->transcriptFile = "-";
+  wanted->quiet = true;
   {
     RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
     OperationDecoder decoder(recording.clients.empty() ? DefaultClients() : recording.clients);

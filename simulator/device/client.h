@@ -38,6 +38,7 @@ struct Reply {
   std::optional<Bytes> message;
   std::optional<Bytes> privateData;
   std::chrono::microseconds latency{0};  // a read waits so long, counted from the write
+  bool held = false;                     // and until the engine is told to release it
 };
 
 // Answers one request. Runs on the thread of the write, without the engine's lock, so it may call

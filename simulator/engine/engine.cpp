@@ -22,7 +22,7 @@ Engine::Engine(EngineOptions options)
     : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {
   for (const Client& client : clients_) {
     if (client.maxMessageLength <= kLongestMessage) continue;
-    throw std::invalid_argument(client.name + "'s maximum message length of " +
+    throw std::invalid_argument(common::Printable(client.name) + "'s maximum message length of " +
                                 std::to_string(client.maxMessageLength) + " is above " +
                                 std::to_string(kLongestMessage));
   }
@@ -33,9 +33,10 @@ Result Engine::Open(int flags, unsigned mode, int descriptor) {
   Task task = Begin(BeginOpen(flags, mode));
   std::optional<Result> failure = ApplyFault(&task);
   if (!failure && failingOpens_ > 0) {
-    --failingOpens_;
-    const std::string more = failingOpens_ == 0 ? "the next open succeeds"
-                                                : std::to_string(failingOpens_) + " more fail";
+    if (failingOpens_ != kForever) --failingOpens_;
+    const std::string more = failingOpens_ == kForever ? "it was not brought back yet"
+                             : failingOpens_ == 0      ? "the next open succeeds"
+                                                  : std::to_string(failingOpens_) + " more fail";
     failure = Fail(&task, openError_, "the device is still lost; " + more);
   }
   if (failure) {
@@ -71,14 +72,13 @@ Result Engine::Connect(Task* task, void* record) {
   Connection* connection = task->connection;
   if (connection->client != nullptr)
     return Fail(task, EBUSY, "the descriptor is connected already");
-  Guid guid;
-  std::memcpy(guid.data(), record, guid.size());
-  const auto client = std::find_if(clients_.begin(), clients_.end(),
-                                   [&guid](const Client& c) { return c.guid == guid; });
-  if (client == clients_.end()) {
+  const Client* client = ClientOf(task->record.input);
+  if (client == nullptr) {
+    Guid guid;
+    std::memcpy(guid.data(), record, guid.size());
     return Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
   }
-  connection->client = &*client;
+  connection->client = client;
   connection->pending = TakeCarried(*client);
   Bytes* out = &task->record.output;
   SetWordAt(out, 0, client->maxMessageLength);
@@ -87,6 +87,15 @@ Result Engine::Connect(Task* task, void* record) {
   task->record.client = client->name;
   task->record.payload = Payload::kConnectRecord;
   return Finish(task, 0);
+}
+
+const Client* Engine::ClientOf(const Bytes& connectRecord) const {
+  const auto names = [&connectRecord](const Client& client) {
+    return connectRecord.size() >= client.guid.size() &&
+           std::equal(client.guid.begin(), client.guid.end(), connectRecord.begin());
+  };
+  const auto client = std::find_if(clients_.begin(), clients_.end(), names);
+  return client == clients_.end() ? nullptr : &*client;
 }
 
 Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) {
@@ -118,8 +127,13 @@ std::optional<Result> Engine::AwaitMessage(Task* task, std::unique_lock<std::mut
     const MessageQueue& pending = task->connection->pending;
     if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
     const auto ready = pending.front().ready;
-    if (ready <= std::chrono::steady_clock::now()) return std::nullopt;
-    changed_.wait_until(*lock, ready);
+    if (pending.front().held) {
+      changed_.wait(*lock);
+    } else if (ready > std::chrono::steady_clock::now()) {
+      changed_.wait_until(*lock, ready);
+    } else {
+      return std::nullopt;
+    }
     const auto found = connections_.find(task->record.connection);
     task->connection = found == connections_.end() ? nullptr : &found->second;
     if (task->connection == nullptr) return Fail(task, EBADF, "closed while a read waited");
@@ -143,6 +157,11 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   const Bytes request = Copied(buffer, task.limit);
   record->payload = Payload::kRequest;
   record->commandId = WordAt(request, kCommandIdOffset);
+  task.connection->lastCommand = record->commandId;
+  if (const auto reply = replies_.Answer(client.name, request)) {
+    Queue(connection, *reply, record->commandId);
+    return Finish(&task, static_cast<std::int64_t>(task.limit));
+  }
   const Responder responder = ResponderFor(client, record->commandId);
 
   // The connection may be closed or lost meanwhile: it is looked up again afterwards.
@@ -216,10 +235,11 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
   if (found == connections_.end() || found->second.lost) return;
   MessageQueue* pending = &found->second.pending;
   const auto ready = std::chrono::steady_clock::now() + reply.latency;
-  if (reply.message) pending->push_back({Payload::kReply, *reply.message, command, ready});
-  if (reply.privateData) {
-    pending->push_back({Payload::kPrivateData, *reply.privateData, command, ready});
-  }
+  const auto add = [&](Payload payload, const std::optional<Bytes>& bytes) {
+    if (bytes) pending->push_back({payload, *bytes, command, ready, reply.held});
+  };
+  add(Payload::kReply, reply.message);
+  add(Payload::kPrivateData, reply.privateData);
 }
 
 // --- The course of an operation. ---
@@ -263,8 +283,24 @@ std::optional<Result> Engine::CheckDescriptor(Task* task) {
   return std::nullopt;
 }
 
+FaultScope Engine::ScopeOf(const Task& task) const {
+  const OperationRecord& record = task.record;
+  FaultScope scope{record.client, std::nullopt, record.connection};
+  if (record.IsConnect()) {
+    const Client* client = ClientOf(record.input);
+    if (client != nullptr) scope.client = client->name;
+  } else if (record.operation == Operation::kWrite) {
+    scope.command = WordAt(record.input, kCommandIdOffset);
+  } else if (record.operation == Operation::kRead && task.connection != nullptr) {
+    const Connection& connection = *task.connection;
+    scope.command =
+        connection.pending.empty() ? connection.lastCommand : connection.pending.front().commandId;
+  }
+  return scope;
+}
+
 std::optional<Result> Engine::ApplyFault(Task* task) {
-  const Fault* fault = faults_.Match(task->record.operation, task->record.occurrence);
+  const Fault* fault = faults_.Strike(task->record.operation, ScopeOf(*task));
   if (fault == nullptr) return std::nullopt;
   if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
     return Fail(task, errnoFault->error, "fault at " + Occurrence(task->record));
@@ -300,7 +336,7 @@ const Client& Engine::ClientNamed(const std::string& name) const {
   std::vector<std::string> known;
   for (const Client& client : clients_) {
     if (client.name == name) return client;
-    known.push_back(client.name);
+    known.push_back(common::Printable(client.name));
   }
   throw std::invalid_argument("no client is named " + common::Quoted(name) + "; known are " +
                               common::Joined(known));
@@ -318,14 +354,43 @@ void Engine::SetResponder(const std::string& client, Responder responder) {
   responders_[{client, std::nullopt}] = std::move(responder);
 }
 
+void Engine::AddReply(const ReplyRule& rule) {
+  ClientNamed(rule.client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  replies_.Add(rule);
+}
+
+std::size_t Engine::ReleaseReplies() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  std::size_t released = 0;
+  const auto release = [&released](MessageQueue* queue) {
+    for (Message& message : *queue) {
+      if (message.held && message.payload == Payload::kReply) ++released;
+      message.held = false;
+    }
+  };
+  for (auto& [number, connection] : connections_) release(&connection.pending);
+  for (auto& [client, queue] : carried_) release(&queue);
+  changed_.notify_all();
+  return released;
+}
+
 void Engine::SetIoctl(std::uint32_t request, IoctlHandler handler) {
   std::lock_guard<std::mutex> lock(mutex_);
   ioctls_[request] = std::move(handler);
 }
 
 void Engine::AddFault(const Fault& fault) {
+  if (!fault.scope.client.empty()) ClientNamed(fault.scope.client);
   std::lock_guard<std::mutex> lock(mutex_);
-  faults_.Add(fault);
+  const std::uint64_t counted = counts_[static_cast<std::size_t>(fault.operation)];
+  faults_.Add(fault, fault.scope.IsAll() ? counted : 0);
+}
+
+void Engine::AddFaultFromNow(const Fault& fault) {
+  if (!fault.scope.client.empty()) ClientNamed(fault.scope.client);
+  std::lock_guard<std::mutex> lock(mutex_);
+  faults_.Add(fault, 0);
 }
 
 void Engine::ClearFaults() {
@@ -339,16 +404,21 @@ void Engine::LoseDevice(const DeviceLoss& loss) {
   Lose(loss);
 }
 
+void Engine::RestoreDevice() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  failingOpens_ = 0;
+}
+
 void Engine::FailNext(Operation operation, int error, std::uint64_t times) {
-  AddFault({operation, Count(operation) + 1, times, ErrnoFault{error}});
+  AddFaultFromNow({operation, 1, times, ErrnoFault{error}});
 }
 
 void Engine::ShortenNext(Operation operation, std::size_t count) {
-  AddFault({operation, Count(operation) + 1, 1, ShortCount{count}});
+  AddFaultFromNow({operation, 1, 1, ShortCount{count}});
 }
 
 void Engine::LoseDeviceAtNext(Operation operation, std::uint64_t times, const DeviceLoss& loss) {
-  AddFault({operation, Count(operation) + 1, times, loss});
+  AddFaultFromNow({operation, 1, times, loss});
 }
 
 void Engine::AddObserver(OperationObserver* observer) {
@@ -369,6 +439,16 @@ std::uint64_t Engine::Count(Operation operation) const {
 std::size_t Engine::OpenDescriptors() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return connections_.size();
+}
+
+std::vector<Tally> Engine::FaultTallies() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return faults_.Tallies();
+}
+
+std::vector<Tally> Engine::ReplyTallies() const {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return replies_.Tallies();
 }
 
 std::vector<OperationRecord> Engine::Records() const {

@@ -17,6 +17,7 @@
 #include "simulator/device/device.h"
 #include "simulator/device/operation.h"
 #include "simulator/engine/fault.h"
+#include "simulator/engine/reply_plan.h"
 
 namespace zulisim {
 
@@ -66,13 +67,21 @@ class Engine : public Device {
   // their own. Throws std::invalid_argument for an unknown client.
   void SetResponder(const std::string& client, std::uint32_t command, Responder responder);
   void SetResponder(const std::string& client, Responder responder);
+  // The same as a rule, which goes before any responder. Throws the same.
+  void AddReply(const ReplyRule& rule);
+  // Lets the replies that are held go, and tells how many they are.
+  std::size_t ReleaseReplies();
   // Makes the device know one more ioctl request, before and after the connect alike.
   void SetIoctl(std::uint32_t request, IoctlHandler handler);
   // Throws std::invalid_argument when the fault could never strike.
   void AddFault(const Fault& fault);
+  // The same for a fault that counts from now on.
+  void AddFaultFromNow(const Fault& fault);
   void ClearFaults();
   // The device is lost at this moment.
   void LoseDevice(const DeviceLoss& loss = {});
+  // The next open finds it again, however many were still to fail.
+  void RestoreDevice();
   // Shorthands: the next operation of the kind, and the `times - 1` after it.
   void FailNext(Operation operation, int error, std::uint64_t times = 1);
   void ShortenNext(Operation operation, std::size_t count);
@@ -82,6 +91,9 @@ class Engine : public Device {
 
   std::uint64_t Count(Operation operation) const;  // failed ones included
   std::size_t OpenDescriptors() const;
+  // What came of each fault and each reply rule, in the order in which they were added.
+  std::vector<Tally> FaultTallies() const;
+  std::vector<Tally> ReplyTallies() const;
   std::vector<OperationRecord> Records() const;
   void ClearRecords();  // counts go on
   // The requests that the client took, byte for byte, in order.
@@ -93,12 +105,14 @@ class Engine : public Device {
     Bytes bytes;
     std::optional<std::uint32_t> commandId;
     std::chrono::steady_clock::time_point ready;  // no read gets it before
+    bool held = false;                            // nor before it is released
   };
   using MessageQueue = std::deque<Message>;
   struct Connection {
     int descriptor = -1;
     const Client* client = nullptr;
     bool lost = false;
+    std::optional<std::uint32_t> lastCommand;  // of the requests that it took
     MessageQueue pending;
   };
   struct Task {  // one operation that is under way
@@ -117,6 +131,8 @@ class Engine : public Device {
   std::optional<Result> CheckDescriptor(Task* task);
   std::optional<Result> CheckTransfer(Task* task);
   std::optional<Result> ApplyFault(Task* task);
+  // What faults can be bound to in the operation.
+  FaultScope ScopeOf(const Task& task) const;
   // Waits until a message is ready, without the lock; the failure, if there will be none.
   std::optional<Result> AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock);
   Result Connect(Task* task, void* record);
@@ -124,6 +140,7 @@ class Engine : public Device {
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeCarried(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;
+  const Client* ClientOf(const Bytes& connectRecord) const;
   void Queue(std::uint64_t connection, const Reply& reply, std::optional<std::uint32_t> command);
 
   const std::vector<Client> clients_;
@@ -134,6 +151,7 @@ class Engine : public Device {
   std::map<std::uint64_t, Connection> connections_;
   std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
   std::map<std::uint32_t, IoctlHandler> ioctls_;
+  ReplyPlan replies_;
   FaultPlan faults_;
   std::uint64_t failingOpens_ = 0;
   int openError_ = 0;

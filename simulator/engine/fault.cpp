@@ -16,8 +16,17 @@ double Draw(std::uint64_t seed, std::uint64_t occurrence) {
 
 }  // namespace
 
+bool FaultScope::Covers(const FaultScope& other) const {
+  return (client.empty() || client == other.client) && (!command || command == other.command) &&
+         (connection == 0 || connection == other.connection);
+}
+
+bool FaultScope::operator==(const FaultScope& other) const {
+  return client == other.client && command == other.command && connection == other.connection;
+}
+
 bool Fault::Strikes(Operation kind, std::uint64_t occurrence) const {
-  return kind == operation && occurrence >= first && occurrence - first < times &&
+  return kind == operation && When().Include(occurrence) &&
          (probability >= 1 || Draw(seed, occurrence) < probability);
 }
 
@@ -27,11 +36,19 @@ std::optional<std::string> FaultError(const Fault& fault) {
   if (!(fault.probability > 0 && fault.probability <= 1)) {
     return "a probability is above 0 and at most 1";
   }
+  if (fault.operation == Operation::kOpen && !fault.scope.IsAll()) {
+    return "an open has no client, command or connection yet, so it is bound to none";
+  }
+  const bool isTransfer =
+      fault.operation == Operation::kRead || fault.operation == Operation::kWrite;
+  if (fault.scope.command && !isTransfer) {
+    return std::string("only read and write belong to a command, not ") +
+           OperationName(fault.operation);
+  }
   if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault.effect)) {
     if (errnoFault->error <= 0) return "an errno above 0 is expected";
   }
-  if (std::holds_alternative<ShortCount>(fault.effect) && fault.operation != Operation::kRead &&
-      fault.operation != Operation::kWrite) {
+  if (std::holds_alternative<ShortCount>(fault.effect) && !isTransfer) {
     return std::string("only read and write move bytes and can fall short, not ") +
            OperationName(fault.operation);
   }
@@ -41,16 +58,28 @@ std::optional<std::string> FaultError(const Fault& fault) {
   return std::nullopt;
 }
 
-void FaultPlan::Add(const Fault& fault) {
+void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
   if (const auto error = FaultError(fault)) throw std::invalid_argument(*error);
-  faults_.push_back(fault);
+  entries_.push_back({fault, {seen, 0}});
 }
 
-const Fault* FaultPlan::Match(Operation operation, std::uint64_t occurrence) const {
-  for (const Fault& fault : faults_) {
-    if (fault.Strikes(operation, occurrence)) return &fault;
+const Fault* FaultPlan::Strike(Operation operation, const FaultScope& scope) {
+  const Fault* found = nullptr;
+  for (Entry& entry : entries_) {
+    const Fault& fault = entry.fault;
+    if (fault.operation != operation || !fault.scope.Covers(scope)) continue;
+    const std::uint64_t occurrence = ++entry.tally.seen;
+    if (found != nullptr || !fault.Strikes(operation, occurrence)) continue;
+    ++entry.tally.struck;
+    found = &fault;
   }
-  return nullptr;
+  return found;
+}
+
+std::vector<Tally> FaultPlan::Tallies() const {
+  std::vector<Tally> tallies;
+  for (const Entry& entry : entries_) tallies.push_back(entry.tally);
+  return tallies;
 }
 
 }  // namespace zulisim

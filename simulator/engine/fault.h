@@ -39,8 +39,40 @@ using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss>;
 
 inline constexpr std::uint64_t kForever = std::numeric_limits<std::uint64_t>::max();
 
+// The ones from `first` to `first + times - 1`, counted from 1.
+struct Occurrences {
+  std::uint64_t first = 1;
+  std::uint64_t times = 1;
+  bool Include(std::uint64_t number) const { return number >= first && number - first < times; }
+  std::uint64_t Last() const { return times == kForever ? kForever : first + times - 1; }
+  bool Overlap(const Occurrences& other) const {
+    return first <= other.Last() && other.first <= Last();
+  }
+};
+
+// Which operations of a kind a fault counts: those of a client, of a command, of a connection; all
+// where nothing is set. Threads make the order over all descriptors an accident; these have an
+// order of their own.
+struct FaultScope {
+  std::string client;
+  std::optional<std::uint32_t> command;  // reads and writes: of the exchange
+  std::uint64_t connection = 0;          // by the engine's number
+
+  bool IsAll() const { return client.empty() && !command && connection == 0; }
+  // Whether it counts what happens in `other`, in which all is set that is known.
+  bool Covers(const FaultScope& other) const;
+  bool operator==(const FaultScope& other) const;
+};
+
+// How much of an instruction has come about: what it counts, and how much of that it applied to.
+struct Tally {
+  std::uint64_t seen = 0;
+  std::uint64_t struck = 0;
+};
+
 // Strikes the operations `first` to `first + times - 1` of its kind, counted from 1 over the whole
-// life of the engine, failed operations included.
+// life of the engine, failed operations included; with a scope, over those in it since the fault
+// was added.
 struct Fault {
   Operation operation = Operation::kRead;
   std::uint64_t first = 1;
@@ -50,24 +82,33 @@ struct Fault {
   // the operation alone: the same in every run, whatever the threads do.
   double probability = 1;
   std::uint64_t seed = 0;
+  FaultScope scope = {};
+  std::string origin = {};  // where it was asked for, as in "--lose read:3" or "loss.toml:7"
 
+  Occurrences When() const { return {first, times}; }
   bool Strikes(Operation kind, std::uint64_t occurrence) const;
 };
 
 // Nothing when the fault can strike, else what is wrong with it and what would be right.
 std::optional<std::string> FaultError(const Fault& fault);
 
-// An ordered list of faults; where several match one operation, the first added strikes.
-// Not thread-safe.
+// An ordered list of faults, each of which counts the operations that it is for; where several
+// match one, the first added strikes. Not thread-safe.
 class FaultPlan {
  public:
-  // Throws std::invalid_argument with the text of FaultError.
-  void Add(const Fault& fault);
-  void Clear() { faults_.clear(); }
-  const Fault* Match(Operation operation, std::uint64_t occurrence) const;
+  // It counts on from `seen`. Throws std::invalid_argument with the text of FaultError.
+  void Add(const Fault& fault, std::uint64_t seen);
+  void Clear() { entries_.clear(); }
+  // Counts one operation. The fault that strikes it, or null.
+  const Fault* Strike(Operation operation, const FaultScope& scope);
+  std::vector<Tally> Tallies() const;  // in the order of Add
 
  private:
-  std::vector<Fault> faults_;
+  struct Entry {
+    Fault fault;
+    Tally tally;
+  };
+  std::vector<Entry> entries_;
 };
 
 }  // namespace zulisim

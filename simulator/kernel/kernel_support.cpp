@@ -7,6 +7,8 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/text.h"
+
 namespace zulisim {
 namespace {
 
@@ -85,7 +87,7 @@ void CheckKernelCarries(const Scenario& scenario, Kind kind) {
   const std::size_t longest = KernelServer::LongestMessage(kind);
   for (const Client& client : scenario.clients) {
     if (client.maxMessageLength <= longest) continue;
-    throw std::invalid_argument(client.name + "'s maximum message length of " +
+    throw std::invalid_argument(common::Printable(client.name) + "'s maximum message length of " +
                                 std::to_string(client.maxMessageLength) + " is above " +
                                 std::to_string(longest) +
                                 ": the kernel would split a message of that length");

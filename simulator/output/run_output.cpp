@@ -40,10 +40,9 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
     writers_.push_back(
         std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
   }
-  if (!options.quiet || options.toStandardOutput) {
-    std::ostream& out = options.toStandardOutput ? std::cout : std::cerr;
-    style.colours = common::ColoursFor(options.toStandardOutput ? stdout : stderr);
-    const TextSink sink = [&out](const std::string& text) { out << text << std::flush; };
+  if (!options.quiet) {
+    style.colours = common::ColoursFor(stderr);
+    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
     writers_.push_back(std::make_unique<Transcript>(sink, style));
   }
   const std::string name = common::Joined(run.program, " ");

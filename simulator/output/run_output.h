@@ -20,7 +20,6 @@ struct OutputOptions {
   std::string traceFile;               // Chrome trace events
   std::string reportFile;              // one HTML page
   bool quiet = false;                  // no transcript on standard error
-  bool toStandardOutput = false;       // a transcript there
   bool connectionNumbers = false;      // TranscriptStyle::connectionNumbers
   bool time = false;                   // in the transcript
   std::optional<std::uint32_t> bytes;  // TranscriptStyle::bytes

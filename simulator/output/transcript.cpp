@@ -88,7 +88,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   if (style.start) Append(&line, Padded(SecondsSince(*style.start, record.start), 9));
   if (style.threads) Append(&line, Padded(ThreadName(record), 11));
   Append(&line, Padded(Descriptor(record, style), 5));
-  Append(&line, Padded(record.client.empty() ? "-" : record.client, 4));
+  Append(&line, Padded(record.client.empty() ? "-" : common::Printable(record.client), 4));
   Append(&line, Padded(record.IsConnect() ? "connect" : OperationName(record.operation), 7));
   Append(&line, ResultText(record));
   Append(&line, Amount(record));
@@ -98,7 +98,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   if (record.payload == Payload::kPrivateData) Append(&line, "private data");
   if (record.commandId) Append(&line, "command " + common::Hex(*record.commandId));
   if (record.status) Append(&line, "status " + common::Hex(*record.status));
-  if (!record.why.empty()) Append(&line, "(" + record.why + ")");
+  if (!record.why.empty()) Append(&line, "(" + common::Printable(record.why) + ")");
   while (line.back() == ' ') line.pop_back();
   const char* colour = record.error != 0    ? style.colours.bad
                        : record.why.empty() ? ""

@@ -20,7 +20,7 @@ struct TranscriptStyle {
   // and threads, which are never the same, are not named then.
   bool connectionNumbers = false;
   // Show the time since this moment of the clock of Now().
-  std::optional<std::chrono::nanoseconds> start;
+  std::optional<std::chrono::nanoseconds> start = std::nullopt;
   // So many bytes of each message follow its line.
   std::size_t bytes = 0;
   // Name the process and, after a slash, the thread that is not its first.

@@ -12,6 +12,8 @@
 #include <sstream>
 #include <vector>
 
+#include "common/text.h"
+
 namespace zulisim {
 namespace {
 
@@ -96,7 +98,8 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
   }
   const std::string own = OwnDynamicLinker();
   if (!own.empty() && FileName(linker) != FileName(own)) {
-    throw ProgramError(kCannotRun, "'" + path + "' runs under the dynamic linker " + linker +
+    throw ProgramError(kCannotRun, "'" + path + "' runs under the dynamic linker " +
+                                       common::Printable(linker) +
                                        ", but the preload library needs " + own);
   }
   CheckPrivileges(path);
@@ -142,8 +145,8 @@ void CheckPreloadable(const std::string& path) {
                                          "names its interpreter");
     }
     if (!IsRunnable(interpreter)) {
-      throw ProgramError(kNotFound, "the interpreter '" + interpreter + "' that '" + current +
-                                        "' names cannot be executed");
+      throw ProgramError(kNotFound, "the interpreter " + common::Quoted(interpreter) + " that '" +
+                                        current + "' names cannot be executed");
     }
     current = interpreter;
   }

@@ -22,10 +22,17 @@ std::string Parent() {
 }
 
 // Makes `root` with the folders "data" and "etc" in it, as far as they are missing, and returns its
-// absolute path. Throws std::runtime_error that names the folder.
+// absolute path. Throws std::runtime_error that names the folder, or a link in it which would lead
+// what the program writes elsewhere.
 std::string PrepareRoot(const std::string& root) {
   std::error_code error;
   const std::filesystem::path path = std::filesystem::absolute(root, error);
+  for (const char* name : {"data", "etc", "data/Marvoleth.log", "etc/vrel_registry.txt"}) {
+    if (!std::filesystem::is_symlink(path / name)) continue;
+    throw std::runtime_error("'" + (path / name).string() +
+                             "' is a symbolic link, which is not followed: remove it, or name "
+                             "another folder: --root DIR");
+  }
   for (const char* name : {"data", "etc"}) {
     if (!error) std::filesystem::create_directories(path / name, error);
   }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <vector>
@@ -16,10 +17,11 @@ using RecordingSink = std::function<void(const std::string& text)>;
 // Writes every operation of a device into a recording as it completes.
 class Recorder : private OperationObserver {
  public:
-  // `program` and `clients` stand in the recording's head. The device must outlive the recorder,
-  // whose end completes the recording.
+  // `program` and `clients` stand in the recording's head, which is written with the first
+  // operation; without any, nothing is. `redact`: without bodies. The device must outlive the
+  // recorder, whose end completes the recording.
   Recorder(Device* device, RecordingSink sink, const std::vector<std::string>& program,
-           const std::vector<Client>& clients);
+           const std::vector<Client>& clients, bool redact = false);
   ~Recorder() override;
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
@@ -30,6 +32,8 @@ class Recorder : private OperationObserver {
   Device* device_;
   const std::chrono::nanoseconds start_;
   const RecordingSink sink_;
+  const std::string head_;
+  const bool redact_;
   std::uint64_t number_ = 0;
 };
 

@@ -13,6 +13,7 @@
 #include "common/hex.h"
 #include "common/input_error.h"
 #include "common/number.h"
+#include "common/sha256.h"
 #include "common/text.h"
 
 namespace zulisim {
@@ -25,6 +26,8 @@ using common::Quoted;
 constexpr const char* kMark = "zulisim recording ";
 constexpr const char* kShape =
     "NUMBER TIME CONNECTION OPERATION ... -> RESULT in TIME is the form of an operation";
+constexpr const char* kRedacted = "redacted";
+constexpr std::size_t kDigestDigits = 64;
 constexpr std::uint64_t kMaxCount = std::numeric_limits<std::int64_t>::max();
 
 // As the kernel shows it; to a 64-bit program the constant is 0.
@@ -96,13 +99,27 @@ std::string ResultText(const OperationRecord& record) {
   return counts ? std::to_string(record.result) : "ok";
 }
 
-std::string BytesText(char direction, const Bytes& bytes) {
+// The bytes up to `kept`, and for the others their digest.
+std::string BytesText(char direction, const Bytes& bytes, std::size_t kept) {
   std::string text;
-  for (std::size_t at = 0; at < bytes.size(); at += common::kHexLineSize) {
-    const common::HexLine line = common::HexLineAt(bytes, at);
-    text += std::string("  ") + direction + " " + line.digits + "  # " + line.characters + "\n";
+  const std::string start = std::string("  ") + direction + " ";
+  const Bytes shown(bytes.begin(),
+                    bytes.begin() + static_cast<std::ptrdiff_t>(std::min(kept, bytes.size())));
+  for (std::size_t at = 0; at < shown.size(); at += common::kHexLineSize) {
+    const common::HexLine line = common::HexLineAt(shown, at);
+    text += start + line.digits + "  # " + line.characters + "\n";
   }
-  return text;
+  if (shown.size() == bytes.size()) return text;
+  return text + start + kRedacted + " " + std::to_string(bytes.size() - shown.size()) + " " +
+         common::Sha256(bytes, shown.size()) + "\n";
+}
+
+// How many of an operation's bytes a redacted recording keeps: those that the driver and the
+// firmware do not have for themselves.
+std::size_t KeptOf(const OperationRecord& record) {
+  if (record.IsConnect()) return IoctlSize(kConnectRequest);
+  if (record.operation == Operation::kIoctl || record.payload == Payload::kPrivateData) return 0;
+  return kHeaderSize;
 }
 
 // --- Reading. ---
@@ -367,6 +384,14 @@ class Parser {
     const std::string& direction = line.words.front().text;
     Bytes* bytes = direction == ">" ? &record->input : &record->output;
     const std::size_t most = direction == ">" ? record->InputSize() : record->OutputSize();
+    if (line.words.size() == 4 && line.words[1].text == kRedacted &&
+        line.words[3].text.size() == kDigestDigits) {
+      const auto left = common::ParseNumber(line.words[2].text, most - bytes->size());
+      if (!left) FailAt(line.number, line.words[2].column, "too many bytes are redacted");
+      bytes->resize(bytes->size() + *left);
+      recording_.redacted = true;
+      return;
+    }
     for (std::size_t i = 1; i < line.words.size(); ++i) {
       const Word& word = line.words[i];
       try {
@@ -425,14 +450,15 @@ std::string RecordingHead(const std::vector<std::string>& program,
   return text + "\n";
 }
 
-std::string RecordingEntry(std::uint64_t number, const OperationRecord& record) {
+std::string RecordingEntry(std::uint64_t number, const OperationRecord& record, bool redact) {
   const std::string connection =
       record.connection == 0 ? "-" : "#" + std::to_string(record.connection);
   std::string text = std::to_string(number) + "  " + Seconds(record.start) + "  " + connection +
                      "  " + ArgumentsText(record) + "  -> " + ResultText(record) + "  in " +
                      Seconds(record.end - record.start);
   if (!record.why.empty()) text += "  # " + CommentText(record.why);
-  return text + "\n" + BytesText('>', record.input) + BytesText('<', record.output);
+  const std::size_t kept = redact ? KeptOf(record) : std::string::npos;
+  return text + "\n" + BytesText('>', record.input, kept) + BytesText('<', record.output, kept);
 }
 
 std::string OpenFlagsText(int flags) {

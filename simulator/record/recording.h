@@ -35,6 +35,9 @@ namespace zulisim {
 // ">" is what the program passed and "<" what it got. A null or bad address shows as "null" in
 // front of the arrow; "gone" is the end of a program that did not close the connection.
 //
+// In a redacted recording, "redacted 48 9f86d0..." stands for as many bytes, with their SHA-256
+// digest.
+//
 // Every operation is written as a whole when it completes. A text that lacks the last line is cut:
 // it is good up to the last operation of which nothing is missing.
 
@@ -47,6 +50,7 @@ struct Recording {
   std::vector<Client> clients;
   std::vector<RecordedOperation> operations;
   bool cut = false;
+  bool redacted = false;  // some bytes are unknown, and 0 here
 };
 
 class RecordingError : public std::runtime_error {
@@ -72,7 +76,8 @@ Recording ParseRecording(const std::string& text);
 // began, and the last line.
 std::string RecordingHead(const std::vector<std::string>& program,
                           const std::vector<Client>& clients);
-std::string RecordingEntry(std::uint64_t number, const OperationRecord& record);
+std::string RecordingEntry(std::uint64_t number, const OperationRecord& record,
+                           bool redact = false);
 inline constexpr const char* kRecordingEnd = "end\n";
 
 // "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.

@@ -18,6 +18,7 @@ namespace {
 
 // How a client answered one request, as the lines of a table.
 using Answer = std::string;
+constexpr std::size_t kPrivateDataSize = 16;  // a scenario marks any other as meant
 constexpr const char* kSilent = "silent = true\n";
 
 // As TOML writes a text; what a recording names has no control characters.
@@ -221,26 +222,29 @@ class ScenarioMaker : public OperationObserver {
     const Bytes& reply = record.output;
     const std::uint32_t status = record.status.value_or(0);
     if (status != 0) *answer += "status = " + common::Hex(status) + "\n";
-    const auto body = [](const Bytes& message) {
-      return Bytes(
-          message.begin() + static_cast<std::ptrdiff_t>(std::min(message.size(), kHeaderSize)),
-          message.end());
-    };
-    if (reply.size() < kHeaderSize && reply.size() < request.size()) {
-      AddEffect(record, "short = " + std::to_string(reply.size()));
-    } else if (body(reply) != body(request)) {
-      if (reply.size() > kHeaderSize) {
-        *answer += "body = \"" + Digits(reply.begin() + kHeaderSize, reply.end()) + "\"\n";
-      } else {
-        AddEffect(record, "short = " + std::to_string(reply.size()));
-      }
-    }
+    const Bytes body = BodyOf(reply);
+    const Bytes sent = BodyOf(request);
+    // What the program had no room for is not known.
+    const bool cut = reply.size() == record.length;
+    const bool echoed =
+        body == sent || (cut && std::equal(body.begin(), body.end(), sent.begin(),
+                                           sent.begin() + static_cast<std::ptrdiff_t>(
+                                                              std::min(body.size(), sent.size()))));
+    if (echoed) return;
+    if (body.empty()) return AddEffect(record, "short = " + std::to_string(reply.size()));
+    *answer += "body = \"" + Digits(body.begin(), body.end()) + "\"\n";
+  }
+
+  static Bytes BodyOf(const Bytes& message) {
+    const auto header = static_cast<std::ptrdiff_t>(std::min(message.size(), kHeaderSize));
+    return Bytes(message.begin() + header, message.end());
   }
 
   void OnPrivateData(const OperationRecord& record) {
     const auto found = lastAnswer_.find(record.client);
     if (found == lastAnswer_.end()) return;
     *found->second += "private = \"" + Digits(record.output.begin(), record.output.end()) + "\"\n";
+    if (record.output.size() != kPrivateDataSize) *found->second += "unusual = true\n";
   }
 
   // Nothing was there to be read: the client was silent, or a loss has taken its reply away.

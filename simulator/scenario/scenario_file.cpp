@@ -22,8 +22,8 @@ constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 
 class Reader {
  public:
-  Reader(std::string folder, Scenario* scenario, std::vector<common::Diagnostic>* diagnostics)
-      : folder_(std::move(folder)), scenario_(scenario), diagnostics_(diagnostics) {}
+  Reader(std::string path, Scenario* scenario, std::vector<common::Diagnostic>* diagnostics)
+      : path_(std::move(path)), scenario_(scenario), diagnostics_(diagnostics) {}
 
   void Read(const toml::table& root) {
     TomlSection section(root, "a scenario", {"about", "seed", "client", "reply", "fault"},
@@ -54,6 +54,7 @@ class Reader {
                                         " is described in line " + std::to_string(place->second) +
                                         " already");
     }
+    ++scenario_->describedClients;
     Client* client = FindClient(scenario_, *name);
     if (client == nullptr) {
       if (!section.Has("guid")) {
@@ -84,16 +85,19 @@ class Reader {
 
   void ReadReply(const toml::table& table) {
     TomlSection section(table, "a reply",
-                        {"client", "command", "status", "body", "body-file", "private",
-                         "private-file", "latency", "silent"},
+                        {"client", "command", "at", "status", "body", "body-file", "private",
+                         "private-file", "unusual", "latency", "hold", "silent"},
                         diagnostics_);
+    const std::size_t before = diagnostics_->size();
     ReplyRule rule;
+    rule.origin = Origin(section);
     if (!section.Has("client")) section.Report("", "a reply needs a 'client'");
     section.WithText(
         "client", [&](const std::string& name) { rule.client = ClientOf(scenario_, name).name; });
     if (const auto command = section.Integer("command", 0, common::kMaxWord)) {
       rule.command = static_cast<std::uint32_t>(*command);
     }
+    if (section.Has("at")) rule.at = ReadOccurrences(&section);
     // A status is signed to the library, and written with its highest bit in most documents.
     rule.status = static_cast<std::uint32_t>(
         section.Integer("status", kMinStatus, common::kMaxWord).value_or(0));
@@ -101,21 +105,29 @@ class Reader {
     rule.privateData = Content(&section, "private");
     section.WithText("latency",
                      [&rule](const std::string& text) { rule.latency = ParseDuration(text); });
+    rule.unusual = section.Flag("unusual").value_or(false);
+    rule.held = section.Flag("hold").value_or(false);
     rule.silent = section.Flag("silent").value_or(false);
     if (rule.silent) {
       for (const char* key :
-           {"status", "body", "body-file", "private", "private-file", "latency"}) {
+           {"status", "body", "body-file", "private", "private-file", "latency", "hold"}) {
         if (section.Has(key)) section.Report(key, "a silent client sends nothing");
       }
     }
-    const auto [place, isNew] =
-        replyLines_.emplace(std::make_pair(rule.client, rule.command), section.line());
-    if (!isNew && !rule.client.empty()) {
-      section.Report("command", "line " + std::to_string(place->second) + " tells " + rule.client +
-                                    " already how to answer " +
-                                    (rule.command ? "this command" : "all other commands"));
+    if (diagnostics_->size() != before) return;
+    if (const auto error = ReplyError(rule)) {
+      return section.Report(section.Has("private") ? "private" : "private-file", *error);
     }
-    scenario_->replies.push_back(std::move(rule));
+    try {
+      AddReplyRule(std::move(rule), scenario_);
+    } catch (const common::InputError& error) {
+      section.Report(section.Has("at") ? "at" : "command", error.what());
+    }
+  }
+
+  // "loss.toml:12"
+  std::string Origin(const TomlSection& section) const {
+    return path_ + ":" + std::to_string(section.line());
   }
 
   // The bytes of `key`, or of the file that "KEY-file" names.
@@ -124,7 +136,7 @@ class Reader {
     const std::string fileKey = key + "-file";
     section->WithText(key, [&](const std::string& text) { bytes = ParseBytes("a " + key, text); });
     section->WithText(fileKey, [&](const std::string& name) {
-      const std::string path = std::filesystem::path(folder_) / name;
+      const std::string path = std::filesystem::path(path_).parent_path() / name;
       const std::string content = common::ReadInput(path, kLongestMessage);
       scenario_->files.push_back(path);
       bytes = Bytes(content.begin(), content.end());
@@ -138,15 +150,17 @@ class Reader {
 
   void ReadFault(const toml::table& table) {
     TomlSection section(table, "a fault",
-                        {"operation", "at", "probability", "seed", "errno", "short", "lose"},
+                        {"operation", "at", "client", "command", "connection", "probability",
+                         "seed", "errno", "short", "lose"},
                         diagnostics_);
     const std::size_t before = diagnostics_->size();
     Fault fault;
     if (!section.Has("operation")) section.Report("", "a fault needs an 'operation'");
     section.WithText("operation",
                      [&](const std::string& text) { fault.operation = ParseOperation(text); });
-    ReadOccurrences(&section, &fault);
+    ReadWhen(&section, &fault);
     ReadEffect(&section, &fault);
+    fault.origin = Origin(section);
     if (diagnostics_->size() != before) return;
     if (const auto error = FaultError(fault)) return section.Report(KeyOfError(fault), *error);
     for (const PlacedFault& other : faults_) {
@@ -163,24 +177,38 @@ class Reader {
 
   // What FaultError complains of.
   static const char* KeyOfError(const Fault& fault) {
-    if (fault.first == 0) return "at";
+    if (!fault.scope.IsAll()) return "operation";
     return fault.probability > 0 && fault.probability <= 1 ? "short" : "probability";
   }
 
-  void ReadOccurrences(TomlSection* section, Fault* fault) {
+  // Of the key "at"; all without it.
+  static Occurrences ReadOccurrences(TomlSection* section) {
     Occurrences when{1, kForever};
     const toml::node* at = section->Node("at");
-    if (at == nullptr && !section->Has("probability")) {
-      section->Report("", "a fault needs an 'at', as in 3 or '3-5' or '3-', or a 'probability'");
-    } else if (at != nullptr && at->is_string()) {
+    if (at != nullptr && at->is_string()) {
       section->WithText("at", [&](const std::string& text) { when = ParseOccurrences(text); });
     } else if (at != nullptr && at->is_integer()) {
-      when.first =
-          static_cast<std::uint64_t>(section->Integer("at", 1, common::kMaxWord).value_or(1));
-      when.times = 1;
+      when = {static_cast<std::uint64_t>(section->Integer("at", 1, common::kMaxWord).value_or(1)),
+              1};
     } else if (at != nullptr) {
       section->ReportType("at", "an integer, or a text such as '3-5' or '3-'");
     }
+    return when;
+  }
+
+  void ReadWhen(TomlSection* section, Fault* fault) {
+    if (!section->Has("at") && !section->Has("probability")) {
+      section->Report("", "a fault needs an 'at', as in 3 or '3-5' or '3-', or a 'probability'");
+    }
+    section->WithText("client", [&](const std::string& name) {
+      fault->scope.client = ClientOf(scenario_, name).name;
+    });
+    if (const auto command = section->Integer("command", 0, common::kMaxWord)) {
+      fault->scope.command = static_cast<std::uint32_t>(*command);
+    }
+    fault->scope.connection =
+        static_cast<std::uint64_t>(section->Integer("connection", 1, common::kMaxWord).value_or(0));
+    const Occurrences when = ReadOccurrences(section);
     fault->first = when.first;
     fault->times = when.times;
     fault->probability = section->Real("probability").value_or(1);
@@ -230,38 +258,36 @@ class Reader {
   // Whether `earlier` leaves some of the operations of `later` to it that it names for certain, or
   // none of those that it may strike.
   static bool Hides(const Fault& earlier, const Fault& later) {
-    if (earlier.operation != later.operation || earlier.probability < 1) return false;
-    const auto last = [](const Fault& fault) {
-      return fault.times == kForever ? kForever : fault.first + fault.times - 1;
-    };
+    const bool sameCount = earlier.operation == later.operation && earlier.scope == later.scope;
+    if (!sameCount || earlier.probability < 1) return false;
     if (later.probability < 1) {
-      return earlier.first <= later.first && last(later) <= last(earlier);
+      return earlier.first <= later.first && later.When().Last() <= earlier.When().Last();
     }
-    return earlier.first <= last(later) && later.first <= last(earlier);
+    return earlier.When().Overlap(later.When());
   }
 
-  const std::string folder_;
+  const std::string path_;
   Scenario* scenario_;
   std::vector<common::Diagnostic>* diagnostics_;
   std::uint64_t seed_ = 0;
   std::uint64_t seeds_ = 0;
   std::map<std::string, std::uint32_t> clientLines_;
-  std::map<std::pair<std::string, std::optional<std::uint32_t>>, std::uint32_t> replyLines_;
   std::vector<PlacedFault> faults_;
 };
 
 }  // namespace
 
-std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
+std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& path,
                                              Scenario* scenario) {
   std::vector<common::Diagnostic> diagnostics;
   Scenario changed = *scenario;
   try {
     const toml::table root = toml::parse(text);
-    Reader(folder, &changed, &diagnostics).Read(root);
+    Reader(path, &changed, &diagnostics).Read(root);
   } catch (const toml::parse_error& error) {
     const auto place = error.source().begin;
-    return {{place.line, place.column, "not valid TOML: " + std::string(error.description())}};
+    return {
+        {place.line, place.column, "not valid TOML: " + common::Printable(error.description())}};
   }
   std::stable_sort(
       diagnostics.begin(), diagnostics.end(),
@@ -271,8 +297,7 @@ std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std:
 }
 
 std::vector<common::Diagnostic> ReadScenarioFile(const std::string& path, Scenario* scenario) {
-  const std::string folder = std::filesystem::path(path).parent_path().string();
-  return ReadScenario(common::ReadInput(path), folder, scenario);
+  return ReadScenario(common::ReadInput(path), path, scenario);
 }
 
 void AddScenarioFile(const std::string& path, Scenario* scenario) {

@@ -9,8 +9,9 @@
 namespace zulisim {
 
 // Adds what a scenario file says to `scenario`, or changes nothing and returns all that is wrong
-// with it, in order of its lines. Files that it names are looked up from `folder` on.
-std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& folder,
+// with it, in order of its lines. `path` is the file's; those that it names are looked up beside
+// it.
+std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& path,
                                              Scenario* scenario);
 
 // The same for the file at `path`. Throws InputError when it cannot be read.

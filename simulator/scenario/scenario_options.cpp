@@ -31,21 +31,42 @@ std::vector<std::string> Split(const std::string& text, char at) {
   return parts;
 }
 
-// OPERATION:WHEN into a fault without its effect.
-Fault FaultAt(const std::string& text) {
-  const auto [name, when] = SplitOnce(text, ':');
+std::uint32_t ParseCommand(const std::string& text) {
+  return static_cast<std::uint32_t>(common::RequireNumber("a command", text));
+}
+
+// CLIENT, CLIENT:COMMAND, *:COMMAND or #CONNECTION
+FaultScope ParseScope(const std::string& text, Scenario* scenario) {
+  FaultScope scope;
+  if (text[0] == '#') {
+    scope.connection = common::RequireNumber("a connection", text.substr(1));
+    if (scope.connection == 0) Fail("connections are counted from 1, not from 0");
+    return scope;
+  }
+  const auto [name, command] = SplitOnce(text, ':');
+  if (name != "*") scope.client = ClientOf(scenario, name).name;
+  if (command) scope.command = ParseCommand(*command);
+  return scope;
+}
+
+// OPERATION:WHEN[@SCOPE] into a fault without its effect.
+Fault FaultAt(const std::string& text, Scenario* scenario) {
+  const auto [place, scope] = SplitOnce(text, '@');
+  const auto [name, when] = SplitOnce(place, ':');
   Fault fault;
   fault.operation = ParseOperation(name);
   if (!when) Fail("which " + name + " is missing, as in " + common::Quoted(name + ":3"));
   const Occurrences occurrences = ParseOccurrences(*when);
   fault.first = occurrences.first;
   fault.times = occurrences.times;
+  if (scope) fault.scope = ParseScope(*scope, scenario);
   return fault;
 }
 
-void Add(const Fault& fault, Scenario* scenario) {
+void Add(Fault fault, const std::string& origin, Scenario* scenario) {
   if (const auto error = FaultError(fault)) Fail(*error);
-  scenario->faults.push_back(fault);
+  fault.origin = origin;
+  scenario->faults.push_back(std::move(fault));
 }
 
 std::pair<std::string, std::string> Assignment(const std::string& text, const char* shape) {
@@ -58,6 +79,12 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
   const auto [name, value] = SplitOnce(field, ':');
   if (name == "silent" && !value) {
     rule->silent = true;
+  } else if (name == "unusual" && !value) {
+    rule->unusual = true;
+  } else if (name == "hold" && !value) {
+    rule->held = true;
+  } else if (name == "at" && value) {
+    rule->at = ParseOccurrences(*value);
   } else if (name == "status" && value) {
     rule->status = ParseStatus(*value);
   } else if (name == "body" && value) {
@@ -68,8 +95,8 @@ void SetReplyField(const std::string& field, ReplyRule* rule) {
     rule->latency = ParseDuration(*value);
   } else {
     Fail(common::Quoted(field) +
-         " is not part of a reply; status:N, body:HEX, private:HEX, latency:TIME or "
-         "silent is expected");
+         " is not part of a reply; at:WHEN, status:N, body:HEX, private:HEX, unusual, "
+         "latency:TIME, hold or silent is expected");
   }
 }
 
@@ -115,38 +142,41 @@ void AddReplyOption(const std::string& text, Scenario* scenario) {
   ReplyRule rule;
   rule.client = ClientOf(scenario, name).name;
   if (!command) Fail("the command is missing, as in " + common::Quoted(name + ":0x10=status:0"));
-  if (*command != "*")
-    rule.command = static_cast<std::uint32_t>(common::RequireNumber("a command", *command));
+  if (*command != "*") rule.command = ParseCommand(*command);
   for (const std::string& field : Split(fields, ',')) SetReplyField(field, &rule);
-  if (rule.silent && (rule.status != 0 || rule.body || rule.privateData || rule.latency.count())) {
+  if (rule.silent &&
+      (rule.status != 0 || rule.body || rule.privateData || rule.latency.count() || rule.held)) {
     Fail("a silent client sends nothing; leave out either 'silent' or the rest");
   }
-  scenario->replies.push_back(std::move(rule));
+  if (const auto error = ReplyError(rule)) Fail(*error);
+  rule.origin = "--reply " + text;
+  AddReplyRule(std::move(rule), scenario);
 }
 
 void AddFaultOption(const std::string& text, Scenario* scenario) {
   const auto [place, error] = Assignment(text, "OPERATION:WHEN=ERRNO");
-  Fault fault = FaultAt(place);
+  Fault fault = FaultAt(place, scenario);
   fault.effect = ErrnoFault{ParseErrno(error)};
-  Add(fault, scenario);
+  Add(fault, "--fault " + text, scenario);
 }
 
 void AddShortOption(const std::string& text, Scenario* scenario) {
   const auto [place, count] = Assignment(text, "OPERATION:WHEN=BYTES");
-  Fault fault = FaultAt(place);
+  Fault fault = FaultAt(place, scenario);
   fault.effect = ShortCount{common::RequireNumber("a byte count", count)};
-  Add(fault, scenario);
+  Add(fault, "--short " + text, scenario);
 }
 
 void AddLossOption(const std::string& text, Scenario* scenario) {
   const auto [place, fields] = SplitOnce(text, ',');
-  Fault fault = FaultAt(place);
-  DeviceLoss loss;
-  if (fields) {
-    for (const std::string& field : Split(*fields, ',')) SetLossField(field, &loss);
-  }
-  fault.effect = loss;
-  Add(fault, scenario);
+  Fault fault = FaultAt(place, scenario);
+  fault.effect = fields ? ParseLoss(*fields, {}) : DeviceLoss{};
+  Add(fault, "--lose " + text, scenario);
+}
+
+DeviceLoss ParseLoss(const std::string& fields, DeviceLoss loss) {
+  for (const std::string& field : Split(fields, ',')) SetLossField(field, &loss);
+  return loss;
 }
 
 }  // namespace zulisim

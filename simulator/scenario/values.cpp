@@ -5,7 +5,6 @@
 #include "common/input_error.h"
 #include "common/number.h"
 #include "common/text.h"
-#include "simulator/engine/fault.h"
 
 namespace zulisim {
 namespace {
@@ -44,19 +43,21 @@ std::chrono::microseconds ParseDuration(const std::string& text) {
 
 Occurrences ParseOccurrences(const std::string& text) {
   const std::size_t dash = text.find('-');
-  Occurrences when;
-  when.first = common::RequireNumber("the occurrence", text.substr(0, dash));
-  if (dash == std::string::npos) return when;
-  if (dash + 1 == text.size()) {
-    when.times = kForever;
-    return when;
+  const bool isRange = dash != std::string::npos;
+  const bool isOpen = isRange && dash + 1 == text.size();
+  const auto first = common::ParseNumber(text.substr(0, dash));
+  const auto last = isRange && !isOpen ? common::ParseNumber(text.substr(dash + 1)) : first;
+  if (!first || !last) {
+    throw common::InputError(
+        common::Quoted(text) +
+        " does not say which; '3', '3-5' or '3-' is expected, with numbers up to " +
+        std::to_string(common::kMaxWord));
   }
-  const std::uint64_t last = common::RequireNumber("the last occurrence", text.substr(dash + 1));
-  if (last < when.first) {
+  if (*first == 0) throw common::InputError(common::Quoted(text) + ": all is counted from 1");
+  if (*last < *first) {
     throw common::InputError("the range " + common::Quoted(text) + " ends before it begins");
   }
-  when.times = last - when.first + 1;
-  return when;
+  return {*first, isOpen ? kForever : *last - *first + 1};
 }
 
 }  // namespace zulisim

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <string>
 
+#include "simulator/engine/fault.h"
+
 namespace zulisim {
 
 // How values are written in instructions, on the command line and in files. Each function throws
@@ -15,11 +17,7 @@ std::uint32_t ParseStatus(const std::string& text);
 // A number with "us", "ms" or "s" after it, as in "1.5ms"; at most a minute.
 std::chrono::microseconds ParseDuration(const std::string& text);
 
-// Operations `first` to `first + times - 1` of a kind: "3", "3-5", or "3-" for all from there on.
-struct Occurrences {
-  std::uint64_t first = 1;
-  std::uint64_t times = 1;
-};
+// "3", "3-5", or "3-" for all from there on.
 Occurrences ParseOccurrences(const std::string& text);
 
 }  // namespace zulisim

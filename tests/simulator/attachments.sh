@@ -121,6 +121,41 @@ holds out 'the kernel has split a write'
 holds out 'read:300: 256'
 holds out 'read:300: errno 11'
 
+# What is served can be told things, by its owner alone.
+"$zulisim" serve -q --fuse mount/zuli --strict --reply 'kalo:*=hold' --lose read:40 2>served.told &
+engine=$!
+eventually grep -qs serves served.told
+tell() { expect "$1" "$zulisim" tell mount/zuli "${@:2}"; }
+[ "$(stat -c %a mount/zuli.control)" = 600 ] || complain "others may tell"
+tell 0 lose
+expect 1 head -c 1 mount/zuli
+expect 1 head -c 1 mount/zuli
+tell 0 back
+tell 0 fault open:2=EACCES
+expect 1 dd if=mount/zuli bs=16 count=1
+holds out 'not connected'
+expect 1 head -c 1 mount/zuli
+holds out 'Permission denied'
+"$zulisim" record -o held --from mount/zuli -- "$program" open connect write:9 read:9 >held.out 2>held.seen &
+holder=$!
+eventually grep -qs "write    9 bytes" held.seen
+tell 0 release
+holds out '^1 reply released$'
+eventually grep -qs 'read:9: 9' held.out
+wait $holder
+tell 0 counts
+holds out '^5 opens, 1 ioctl, .*; 0 open descriptors$'
+holds out '^told fault open:2=EACCES: the fault happened 1 time in 3 opens$'
+tell 125 fault open:1=ENOSYS
+holds out 'does not pass ENOSYS'
+tell 125 lsoe
+holds out "'lsoe' cannot be told"
+kill -INT $engine
+wait $engine
+[ $? -eq 122 ] || complain "serve --strict: what did not happen was no failure"
+holds served.told 'lose read:40: the loss did not happen in 2 reads$'
+nothing_left || complain "something is left of what was told"
+
 # A file that is served until a signal.
 for signal in INT KILL; do
   "$zulisim" serve -q --fuse mount/zuli 2>served.$signal &

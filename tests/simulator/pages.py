@@ -30,6 +30,7 @@ guid = "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"
 client = "<i>\"&'\u0001\\]]>"
 status = 0x80000001
 private = "3c623e26 ff00"
+unusual = true
 '''
 COMMAND = ["write:1500", "read:4096", "read:16"]
 LOST = ["write:20", "read:20", "close", "open", "connect", "read:20", "read:16"]
@@ -88,13 +89,16 @@ def check_show(zulisim, program, folder):
     """A scenario made from a recording brings about what was recorded."""
     def recorded(name, *options):
         subprocess.run([zulisim, "record", "-q", "-o", name, "--engine", *options, "--", program,
-                        *STEPS[:30], *"open connect write:30 read:10 read:40".split() * 5],
+                        *f"open connect {command * 3} write:30 close open open connect {command}"
+                        f" write:30 read:64 {command} write:5000 read:9".split()],
                        cwd=folder, check=True, stdout=subprocess.DEVNULL, timeout=60)
         return re.sub(r"  # .*|  \d+\.\d+|  in .*", "", (folder / name).read_text(encoding="utf-8"))
 
-    faults = ["--reply", "kalo:0x10=body:0102,status:-3,private:0011", "--client", "kalo:max=2000",
-              "--lose", "read:3,opens=1,drop-replies", "--lose", "write:8,opens=2,errno=ENOENT",
-              "--fault", "read:9-10=EIO", "--fault", "ioctl:3=EBUSY", "--short", "write:5=20"]
+    command = "write:30 read:64 read:16 "
+    private = "00112233100000008899aabbccddeeff"  # the next request begins with it
+    faults = ["--reply", f"kalo:0x10=at:1-2,body:0102,status:-3,private:{private}", "--client",
+              "kalo:max=2000", "--lose", "write:4,opens=1,errno=ENOENT", "--fault", "read:9=EIO",
+              "--short", "write:3=20"]
     before = recorded("before.zul", *faults)
     subprocess.run([zulisim, "show", "before.zul", "--scenario", "made.toml"], cwd=folder, check=True)
     after = recorded("after.zul", "--scenario", "made.toml")

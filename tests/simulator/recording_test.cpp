@@ -157,7 +157,8 @@ TEST(RecordingTest, names_what_an_edit_has_broken) {
 TEST(MutatedFilesTest, never_break_what_reads_and_plays_them) {
   const std::string scenario =
       "[[fault]]\noperation = 'write'\nat = '3-'\nlose = { opens = 2, drop-replies = true }\n"
-      "[[reply]]\nclient = 'KALO'\nstatus = -2\nbody = '0011 2233'\nprivate = '00 11'\n";
+      "[[reply]]\nclient = 'KALO'\nstatus = -2\nbody = '0011 2233'\nprivate = '00 11'\n"
+      "unusual = true\n";
   std::mt19937 random(20);
   int good = 0;
   for (int i = 0; i < 2000; ++i) {

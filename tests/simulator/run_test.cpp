@@ -58,7 +58,7 @@ class RunTest : public testing::Test {
 TEST_F(RunTest, transcript_tells_what_happened_and_why) {
   const Outcome run =
       Run("--client kalo:max=0x12345,version=7 --reply "
-          "kalo:0x10=status:0x80000001,private:001122330000000044556677"
+          "kalo:0x10=status:0x80000001,private:001122330000000044556677,unusual"
           " --short write:4=20 --lose read:5",
           "open connect write:64 read:4096 read:16 read:16 badwrite:16 ioctl:7 write:24 badread:16"
           " write:64 read:64 exit:5");
@@ -119,6 +119,63 @@ TEST_F(RunTest, engine_gives_the_results_of_a_kernel_driver) {
   }
 }
 
+TEST_F(RunTest, what_was_asked_for_and_did_not_happen_is_named) {
+  const char* const steps =
+      "open connect open connect:1 on:3 write:20 read:20 on:4 write:20 read:20 on:3 write:20 "
+      "read:20 "
+      "write:20 read:20 on:4 write:20 read:20 on:3 write:20";
+  const Outcome run =
+      Run("-q --strict --fault 'write:2@fenu=EIO' --fault 'read:3-4@*:0x10=EINTR' "
+          "--lose 'write:1-3@#9' --short read:1@kalo=4 --fault 'ioctl:1-3@sab=EIO' "
+          "--fault 'read:1@sab=EIO' --fault 'write:4-5@#1=ENXIO' "
+          "--reply kalo:0x10=at:1-2,body:11 --reply 'kalo:0x10=at:3,body:1122' "
+          "--reply 'kalo:*=body:112233' --reply fenu:0x10=at:2-5",
+          steps);
+  EXPECT_EQ(run.status, 122);
+  EXPECT_EQ(
+      run.out,
+      "open: 0\nconnect: 4096\nopen: 0\nconnect:1: 4096\non:3: 3\nwrite:20: 20\nread:20: 4\n"
+      "on:4: 4\nwrite:20: 20\nread:20: 20\non:3: 3\nwrite:20: 20\nread:20: errno 4\n"
+      "write:20: 20\nread:20: errno 4\non:4: 4\nwrite:20: errno 5\nread:20: errno 11\non:3: 3\n"
+      "write:20: errno 6\n");
+  EXPECT_EQ(run.err,
+            "zulisim: --lose write:1-3@#9: the loss did not happen in 0 writes\n"
+            "zulisim: --fault ioctl:1-3@sab=EIO: the fault did not happen in 0 ioctls\n"
+            "zulisim: --fault read:1@sab=EIO: the fault did not happen in 0 reads\n"
+            "zulisim: --fault write:4-5@#1=ENXIO: the fault happened 1 of 2 times in 4 writes\n"
+            "zulisim: --reply kalo:*=body:112233: the reply did not happen in 3 requests\n"
+            "zulisim: --reply fenu:0x10=at:2-5: the reply did not happen in 1 request\n");
+}
+
+TEST_F(RunTest, recording_is_kept_private_and_can_be_redacted) {
+  const std::string record = ZULISIM " record -q -o r --engine ";
+  const std::string steps = DEVICE_PROGRAM " open connect write:64 read:64 close";
+  EXPECT_EQ(Shell(record + "true; test ! -e r").status, 0);
+  EXPECT_EQ(Shell("umask 0; " + record + "--redact " + steps).status, 0);
+  EXPECT_EQ(std::filesystem::status(folder / "r").permissions(), std::filesystem::perms{0600});
+  const std::string kept = Content(folder / "r");
+  const std::string body =
+      "redacted 48 17b0761f87b081d5cf10757ccc89f12be355c70e2e29df288b65b30710dcbcd1\n";
+  EXPECT_THAT(kept,
+              AllOf(HasSubstr("  > " + body), HasSubstr("  < " + body), Not(HasSubstr(" write:"))));
+  const Outcome again = Shell(record + steps);
+  EXPECT_EQ(again.status, 125);
+  EXPECT_THAT(again.err, HasSubstr("'r' is there already: name another, or --force"));
+  EXPECT_EQ(Shell(record + "--force true").status, 0);
+  EXPECT_EQ(Content(folder / "r"), kept);
+  EXPECT_EQ(Shell(ZULISIM " check r").out, "r: a redacted recording of 5 operations\n");
+  EXPECT_THAT(Shell(ZULISIM " replay r true").err, HasSubstr("'r' is redacted"));
+}
+
+TEST_F(RunTest, what_a_file_names_controls_no_terminal) {
+  std::ofstream(folder / "s.toml") << "[[client]]\nname = 'KALO'\nguid = "
+                                      "'{00000000-0000-0000-0000-000000000001}'\n"
+                                      "[[client]]\nname = \"\\u001b[2J\"\nguid = "
+                                      "'{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}'\n";
+  const Outcome run = Run("--scenario s.toml", "open connect write:5000");
+  EXPECT_THAT(run.err, AllOf(HasSubstr("  \\x1b[2J  connect  ok"), Not(HasSubstr("\x1b"))));
+}
+
 TEST_F(RunTest, forked_and_executed_programs_share_the_device) {
   const Outcome run = Run("", "open connect child:20 read:20 close");
   EXPECT_THAT(run.out, HasSubstr("write:20: 20\nclose: 0\nchild:20: 0\nread:20: 20\nclose: 0\n"));
@@ -143,6 +200,11 @@ TEST_F(RunTest, slow_client_holds_up_nobody_and_its_read_ends_with_the_connectio
 }
 
 TEST_F(RunTest, log_and_transcript_land_where_they_are_sent) {
+  EXPECT_EQ(Shell("{ echo first; " ZULISIM " run -q --transcript /dev/stdout " DEVICE_PROGRAM
+                  " exit:0; echo last; }")
+                .out,
+            "first\nlast\n");
+  EXPECT_THAT(Run("-q --transcript -", "open").out, StartsWith("   1  fd 3   -     open     ok\n"));
   const Outcome run = Run("-q --root root --transcript transcript", "log open log exit:7");
   EXPECT_EQ(run.status, 7);
   EXPECT_EQ(run.err, "");
@@ -162,7 +224,9 @@ TEST_F(RunTest, signals_reach_the_program_and_a_closed_pipe_ends_nobody) {
 }
 
 TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
-  Shell("echo no program >text; echo '#!/nowhere/sh' >script; chmod +x text script");
+  Shell(
+      "echo no program >text; echo '#!/nowhere/sh' >script; chmod +x text script; mkdir loop; ln "
+      "-s / loop/data");
   const struct {
     int status;
     const char* arguments;
@@ -178,9 +242,14 @@ TEST_F(RunTest, what_cannot_be_served_is_refused_before_it_starts) {
       {125, "run --fault read:1=EOI -- true",
        "--fault: 'read:1=EOI': 'EOI' is not a valid errno name; did you mean 'EIO'?"},
       {125, "run --trace t --report ./t -- true", "named by --trace as well"},
-      {125, "run true", "not expected in front of '--'"},
+      {125, "run --lsoe read:1 true", "unknown option '--lsoe'; did you mean '--lose'?"},
+      {125, "replay x", "write 'zulisim replay [OPTIONS] FILE PROGRAM"},
+      {125, "run --root loop true", "symbolic link"},
+      {125, "run --reply 'kalo:*=hold' true", "'zulisim serve' can be told to"},
+      {125, "tell x counts", "'x' cannot be told anything"},
       {125, "run --root '' -- true", "--root: a name is expected"},
-      {125, "record -q -o /dev/full --engine -- true", "'/dev/full' is not complete"},
+      {125, "record -q -o /dev/full --engine " DEVICE_PROGRAM " open",
+       "'/dev/full' is not complete"},
       {125, "run --root /proc/none -- true", "'/proc/none' cannot be used"},
       {125, "run --scenario /none -- true", "'/none' cannot be read"},
       {125, "record -o /none/r --engine -- true", "'/none/r' cannot be written"},

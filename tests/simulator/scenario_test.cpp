@@ -43,7 +43,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
   char folder[] = "/tmp/scenario_test.XXXXXX";
   std::ofstream(mkdtemp(folder) + std::string("/body")) << "body";
   Scenario scenario;
-  EXPECT_TRUE(ReadScenario(kWhole, folder, &scenario).empty());
+  EXPECT_TRUE(ReadScenario(kWhole, folder + std::string("/s.toml"), &scenario).empty());
   std::filesystem::remove_all(folder);
   EXPECT_EQ(GuidText(scenario.clients.at(3).guid), "{00112233-4455-6677-8899-AABBCCDDEEFF}");
   const ReplyRule& reply = scenario.replies.at(0);
@@ -69,7 +69,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
 std::string File(const std::string& text) {
   Scenario scenario;
   std::string said;
-  for (const common::Diagnostic& each : ReadScenario(text, "/nowhere", &scenario)) {
+  for (const common::Diagnostic& each : ReadScenario(text, "/nowhere/s.toml", &scenario)) {
     said += common::DiagnosticText("", each) + "\n";
   }
   EXPECT_TRUE(scenario.faults.empty() && scenario.replies.empty()) << text;
@@ -112,7 +112,11 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[reply]]\nclient = 'KAL0'", "2:10", "known are KALO, FENU, SAB; did you mean 'KA"},
       {File, "[[reply]]\nclient = 'SAB'\nbody-file = '/dev/zero'", "3:13", "at most 1048576 bytes"},
       {File, "[[reply]]\nclient = 'SAB'\nsilent = true\nstatus = 1", "4:10", "sends nothing"},
-      {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "line 1 tells SAB"},
+      {File, "[[reply]]\nclient = 'SAB'\n[[reply]]\nclient = 'sab'", "3:1", "s.toml:1 tells SAB"},
+      {File, "[[reply]]\nclient = 'SAB'\nat = '1-4'\n[[reply]]\nclient = 'SAB'\nat = '4-'", "6:6",
+       "s.toml:1 tells SAB already how to answer all other commands at some"},
+      {File, "[[reply]]\nclient = 'SAB'\nprivate = '00'", "3:11", "a negative status alone"},
+      {File, "[[client]]\nname = \"\\u001b[2J\"", "2:8", "'\\x1b[2J' is new"},
       {File, "[[fault]]\noperation = 'read'\nat = 1.5\nshort = 1", "3:6", "not a number with a p"},
       {File, "[[fault]]\noperation = 'read'\nat = 1", "1:1", "one of 'errno', 'short' and 'lose'"},
       {File, "[[fault]]\noperation = 'read'\nprobability = nan\nshort = 1", "3:15",
@@ -126,9 +130,12 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {File, "[[fault]]\ny = 2\n[[client]]\nz = 3", "1:1", "\n:4:1: unknown key 'z'"},
       {kFault, "", "", "'=' is missing"},
       {kFault, "read:0=EIO", "", "counted from 1"},
-      {kFault, "read:0x=EIO", "", "not '0x'"},
+      {kFault, "read:0x=EIO", "", "'0x' does not say which"},
+      {kFault, "read:-1=EIO", "", "'-1' does not say which"},
+      {kFault, "ioctl:1@kalo:3=EIO", "", "only read and write belong to a command"},
+      {kFault, "read:1@kal0=EIO", "", "did you mean 'KALO'?"},
       {kFault, "read:5-4=EIO", "", "ends before it begins"},
-      {kFault, "read:99999999999999999999=EIO", "", "0 to 4294967295"},
+      {kFault, "read:99999999999999999999=EIO", "", "up to 4294967295"},
       {kShort, "ioctl:1=3", "", "only read and write"},
       {kLoss, "read:1,", "", "'' is not part of a loss; opens=N"},
       {kClient, "kalo:max=1048577", "", "0 to 1048576"},
@@ -137,6 +144,8 @@ TEST(ScenarioTest, each_mistake_is_named_with_its_place_and_what_would_be_right)
       {kReply, "kalo:1=latency:5", "", "'1.5ms'"},
       {kReply, "kalo:1=latency:61s", "", "up to a minute"},
       {kReply, "kalo:1=silent,status:1", "", "leave out"},
+      {kReply, "kalo:1=status:-1,private:0011", "", "16 bytes, not 2; 'unusual' says that it is"},
+      {kReply, "kalo:1=private:00112233445566778899aabbccddeeff", "", "a negative status alone"},
   };
   for (const auto& each : cases) {
     const std::string said = each.read(each.text);

@@ -14,6 +14,7 @@
 namespace {
 
 const std::map<std::string, std::string> kMet = {
+    {"busy_twice", "init 0, 0 firmware 1 private 16, 0, 0; 1 opens"},
     {"client_refuses", "init 1 1 1 0, 0, 0, 0; 4 opens"},
     {"device_gone", "init 0, 0, 1 unchanged, 0 unchanged; 2 opens"},
     {"device_lost_once", "init 0, 0, 0, 0; 2 opens"},
@@ -66,6 +67,7 @@ std::string DriverMeets(zulisim::Engine* engine) {
 // The same by the wrapper, which takes a new handle after a failure, so that one more command shows
 // whether that helped.
 const std::map<std::string, std::string> kMetByClient = {
+    {"busy_twice", "refused -2147483647 private 16; done; done; refused -2147483647 private 16; "},
     {"client_refuses",
      "not sent 'Cannot connect to ZULI device.'; not sent 'Cannot connect to ZULI device.'; not "
      "sent 'Cannot connect to ZULI device.'; done; "},

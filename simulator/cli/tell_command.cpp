@@ -1,0 +1,53 @@
+#include <iostream>
+#include <memory>
+#include <string>
+
+#include "common/text.h"
+#include "simulator/cli/commands.h"
+#include "simulator/control/control_server.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kTellFooter = R"(
+What can be told:
+  lose                     the device is lost now, and every open fails until 'back'
+  lose opens=N,errno=E     ... only so many opens, with that errno; 'opens=0': none
+  lose OPERATION:WHEN      the device will be lost there
+  back                     the next open finds the device again
+  fault OPERATION:WHEN=E   an operation will fail
+  short OPERATION:WHEN=N   a read or write will move only so many bytes
+  release                  replies that are held (--reply ...,hold) go
+  counts                   what has happened so far
+
+WHEN counts from now on; otherwise all is as in the options of 'zulisim run'.
+
+Examples:
+  zulisim tell /tmp/zuli lose
+  zulisim tell /tmp/zuli fault 'read:1@kalo=EIO'
+
+Exit status: 0; 125 when nobody serves NAME, or for what it refuses.)";
+
+struct TellOptions {
+  std::string name;
+  std::vector<std::string> words;
+};
+
+int Tell(const TellOptions& options) {
+  std::cout << ControlServer::Ask(options.name, common::Joined(options.words, " "));
+  return 0;
+}
+
+}  // namespace
+
+void DefineTell(CLI::App* app, Invocation* invocation) {
+  CLI::App* command =
+      app->add_subcommand("tell", "Tells a running 'zulisim serve' what is to happen next.");
+  command->footer(kTellFooter);
+  const auto options = std::make_shared<TellOptions>();
+  command->add_option("NAME", options->name, "What is served, as in '/tmp/zuli'")->required();
+  command->add_option("WHAT", options->words, "One of those below")->required()->expected(1, 2);
+  command->callback([=] { invocation->run = [=] { return Tell(*options); }; });
+}
+
+}  // namespace zulisim

@@ -1,0 +1,61 @@
+#include "simulator/engine/reply_plan.h"
+
+namespace zulisim {
+namespace {
+
+constexpr std::size_t kPrivateDataSize = 16;
+
+Reply ReplyTo(const Bytes& request, const ReplyRule& rule) {
+  if (rule.silent) return {};
+  Reply reply = EchoReply(request, rule.status);
+  if (rule.body) {
+    reply.message->resize(kHeaderSize);
+    reply.message->insert(reply.message->end(), rule.body->begin(), rule.body->end());
+  }
+  reply.privateData = rule.privateData;
+  reply.latency = rule.latency;
+  reply.held = rule.held;
+  return reply;
+}
+
+}  // namespace
+
+std::optional<std::string> ReplyError(const ReplyRule& rule) {
+  if (!rule.privateData || rule.unusual) return std::nullopt;
+  if (!IsNegative(rule.status)) {
+    return "private data follows a negative status alone, such as 0x80000001; 'unusual' says that "
+           "it is meant";
+  }
+  if (rule.privateData->size() == kPrivateDataSize) return std::nullopt;
+  return "private data has 16 bytes, not " + std::to_string(rule.privateData->size()) +
+         "; 'unusual' says that it is meant";
+}
+
+std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& request) {
+  if (entries_.empty()) return std::nullopt;
+  const auto command = WordAt(request, kCommandIdOffset);
+  const std::uint64_t number = ++counts_[{client, command}];
+  Entry* chosen = nullptr;
+  int highest = -1;
+  for (Entry& entry : entries_) {
+    const ReplyRule& rule = entry.rule;
+    if (rule.client != client || (rule.command && rule.command != command)) continue;
+    ++entry.tally.seen;
+    if (rule.at && !rule.at->Include(number)) continue;
+    const int rank = (rule.command ? 2 : 0) + (rule.at ? 1 : 0);
+    if (rank <= highest) continue;
+    highest = rank;
+    chosen = &entry;
+  }
+  if (chosen == nullptr) return std::nullopt;
+  ++chosen->tally.struck;
+  return ReplyTo(request, chosen->rule);
+}
+
+std::vector<Tally> ReplyPlan::Tallies() const {
+  std::vector<Tally> tallies;
+  for (const Entry& entry : entries_) tallies.push_back(entry.tally);
+  return tallies;
+}
+
+}  // namespace zulisim
