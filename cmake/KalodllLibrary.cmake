@@ -19,10 +19,11 @@ set_target_properties(kalodll PROPERTIES
 
 target_link_options(kalodll PRIVATE
   "LINKER:--version-script=${_exports}"
-  "LINKER:-z,relro,-z,now,-z,noexecstack,-z,text"
+  "LINKER:-z,text"
   "LINKER:-z,max-page-size=16384,-z,common-page-size=16384"
   "LINKER:--gc-sections")
 target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections)
+kalodll_harden(kalodll)
 
 if(ANDROID)
   # The toolchain knows where its own is.

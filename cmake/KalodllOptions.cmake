@@ -15,3 +15,16 @@ if(KALODLL_SANITIZE)
                       -fno-omit-frame-pointer)
   add_link_options(-fsanitize=${KALODLL_SANITIZE})
 endif()
+
+# Hardens what ships, as the platform hardens its own. Fortified calls need optimisation, and would
+# hide from a sanitizer what they do.
+function(kalodll_harden)
+  foreach(target IN LISTS ARGN)
+    target_compile_options(${target} PRIVATE
+      -fstack-protector-strong -fstack-clash-protection -fcf-protection)
+    if(NOT KALODLL_SANITIZE AND NOT CMAKE_BUILD_TYPE STREQUAL "Debug")
+      target_compile_options(${target} PRIVATE -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=2)
+    endif()
+    target_link_options(${target} PRIVATE "LINKER:-z,relro,-z,now,-z,noexecstack")
+  endforeach()
+endfunction()

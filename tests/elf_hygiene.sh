@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
-# Holds the layout of a built library against what the platform demands.
-#   elf_hygiene.sh LIBRARY
+# Holds what a build ships, the library, the preload library and the tools, against what the platform
+# demands of their layout and how it hardens its own.
+#   elf_hygiene.sh BUILD_FOLDER CONFIGURATION
 set -euo pipefail
-library=$1
-dynamic=$(readelf -dW "$library")
-segments=$(readelf -lW "$library")
+build=$1 configuration=$2
+library=$build/libkalodll.so
 status=0
 check() { # check DESCRIPTION COMMAND...
   local description=$1
@@ -17,6 +17,11 @@ lacks() {
   has "$@" || found=$?
   [ $found -eq 1 ]
 }
+read_file() { # read_file FILE: the tables that the checks look at
+  dynamic=$(readelf -dW "$1")
+  segments=$(readelf -lW "$1")
+  imports=$(nm -D --undefined-only "$1")
+}
 
 aligned_for_16k() {
   local loads
@@ -28,10 +33,10 @@ relro_ends_on_16k() {
   read -r address size < <(awk '$1 == "GNU_RELRO" {print $3, $6}' <<<"$segments")
   [ -n "$address" ] && [ $(((address + size) % 0x4000)) -eq 0 ]
 }
-only_absolute_folders() {
+only_folders() { # only_folders PATTERN: every folder that dependencies are looked for in
   local folder
   while IFS= read -r -d: folder; do
-    [[ $folder == [/$]* ]] || return 1
+    [[ $folder =~ $1 ]] || return 1
   done < <(sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2:/p' <<<"$dynamic")
 }
 
@@ -44,14 +49,44 @@ reaches_own_functions() {
   [ "$(wc -l <<<"$functions")" -gt 80 ] && ! grep -qxF "$functions" <<<"$relocations"
 }
 
+# What cannot be seen in a linked file: libc's start-up objects may lack the mark that all objects
+# need, and the frame that a probe is for may not be there.
+shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
+objects_are_marked() {
+  local objects marked
+  mapfile -t objects < <(find "$build" -name '*.o' | grep -E "$shipped")
+  marked=$(readelf -nW "${objects[@]}" | grep -c 'x86 feature: IBT, SHSTK')
+  [ "${#objects[@]}" -gt 70 ] && [ "$marked" -eq "${#objects[@]}" ]
+}
+stack_is_protected() {
+  local commands
+  commands=$(grep -E -- "-o [^ ]*$shipped" "$build/compile_commands.json")
+  [ "$(wc -l <<<"$commands")" -gt 70 ] &&
+    ! grep -vqF -- '-fstack-protector-strong -fstack-clash-protection' <<<"$commands"
+}
+
+read_file "$library"
 check "the SONAME is libkalodll.so" has "$dynamic" 'SONAME.*\[libkalodll\.so\]'
-check "symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
-check "the relocated data are read-only after load" relro_ends_on_16k
-check "the stack is not executable" has "$segments" 'GNU_STACK .* RW +0'
-check "there are no text relocations" lacks "$dynamic" 'TEXTREL'
+check "the relocated data end on 16 KiB" relro_ends_on_16k
 check "segments are aligned for 16 KiB pages" aligned_for_16k
 check "no C++ runtime is needed from outside" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'
-check "no dependency is looked for in the current folder" only_absolute_folders
+check "no dependency is looked for but where the system has it" only_folders '^/usr/lib/'
 check "data is found where a program has copied it" lacks "$dynamic" 'SYMBOLIC'
 check "a program's functions do not replace the compatibility layer's" reaches_own_functions
+
+for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
+  name=${file##*/}
+  read_file "$file"
+  check "$name: loads at any address" has "$(readelf -hW "$file")" 'Type: +DYN'
+  check "$name: symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
+  check "$name: the relocated data are read-only after load" has "$segments" 'GNU_RELRO'
+  check "$name: the stack is not executable" has "$segments" 'GNU_STACK .* RW +0'
+  check "$name: there are no text relocations" lacks "$dynamic" 'TEXTREL'
+  check "$name: the stack is guarded" has "$imports" ' __stack_chk_fail'
+  [ "$configuration" = Debug ] || check "$name: calls are fortified" has "$imports" ' __[a-z]+_chk'
+  [ "$file" = "$library" ] ||
+    check "$name: dependencies are looked for beside it only" only_folders '^\$ORIGIN(/|$)'
+done
+check "every object is marked for control-flow protection" objects_are_marked
+check "every object guards and probes the stack" stack_is_protected
 exit "$status"

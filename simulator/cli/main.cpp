@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "common/command_line.h"
+#include "common/standard_streams.h"
 #include "simulator/cli/commands.h"
 #include "simulator/program/program.h"
 
@@ -49,6 +50,7 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  common::OccupyStandardDescriptors();
   try {
     return Main(argc, argv);
   } catch (const zulisim::ProgramError& error) {

@@ -2,7 +2,6 @@
 #include <memory>
 #include <string>
 
-#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/control/control_server.h"
 
@@ -30,11 +29,13 @@ Exit status: 0; 125 when nobody serves NAME, or for what it refuses.)";
 
 struct TellOptions {
   std::string name;
-  std::vector<std::string> words;
+  std::string what;
+  std::string argument;
 };
 
 int Tell(const TellOptions& options) {
-  std::cout << ControlServer::Ask(options.name, common::Joined(options.words, " "));
+  const std::string argument = options.argument.empty() ? "" : " " + options.argument;
+  std::cout << ControlServer::Ask(options.name, options.what + argument);
   return 0;
 }
 
@@ -46,7 +47,8 @@ void DefineTell(CLI::App* app, Invocation* invocation) {
   command->footer(kTellFooter);
   const auto options = std::make_shared<TellOptions>();
   command->add_option("NAME", options->name, "What is served, as in '/tmp/zuli'")->required();
-  command->add_option("WHAT", options->words, "One of those below")->required()->expected(1, 2);
+  command->add_option("WHAT", options->what, "One of those below")->required();
+  command->add_option("ARGUMENT", options->argument, "What belongs to it");
   command->callback([=] { invocation->run = [=] { return Tell(*options); }; });
 }
 

@@ -10,7 +10,7 @@
 namespace zulisim {
 
 // Lets other processes of the same user tell an engine things while it serves: through a local
-// socket beside the served file, with mode 0600. A request is a line of one or two words:
+// socket beside the served file, with mode 0600. A request is one or two words:
 //
 //   lose [FIELDS]       the device is lost now, until "back" or for so many opens
 //   lose PLACE[,FIELDS] it will be lost there

@@ -170,6 +170,32 @@ expect 1 kaloctl registry delete 'A\b' --file "$file"
 [ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || complain "registry delete: wrong content"
 expect 2 kaloctl registry get "$file" a b c d
 shows "not expected: b c d"
+# What stands after a text may be a part of it, however well it is made to look.
+for text in $'b\n[KEY]\n5\nHKEY_USERS\\evil' $'b \n[KEY] \n\t0x00000005 \n\tHKEY_USERS\\evil'; do
+  printf '[KEY] \n\t0x00000001 \n\t%s \n\t\t[VALUE] \n\t\t\tTitle \n\t\t\t1 \n\t\t\t%s \n' "$key" "$text" \
+    >"$root/sim/etc/vrel_registry.txt"
+  expect 2 sim -- kaloctl registry set "$key" Title c --repair
+  expect 2 sim -- kaloctl registry repair
+  shows 'evil  [0x00000005]'
+  shows 'was not changed'
+done
+expect 0 sim -- kaloctl registry repair --force
+# The file that a link leads to is replaced as a whole or not at all, with its rights.
+for number in {1..200}; do printf '[KEY]\n%x\na%s\n' "$number" "$number"; done >"$root/before"
+cp "$root/before" "$root/registry"
+chmod 640 "$root/registry"
+ln -s registry "$root/link"
+expect 0 kaloctl registry set a1 Level 5 --type dword --repair --file "$root/link"
+[ "$(stat -c %a "$root/registry")" = 640 ] && [ -L "$root/link" ] || complain "rights or link"
+expect 0 kaloctl registry get a1 Level --file "$root/registry"
+cp "$root/before" "$root/registry"
+expect 1 sh -c "ulimit -f 4; kaloctl registry set a1 Level 5 --type dword --repair --file '$root/link'"
+shows "was not changed: File too large"
+cmp -s "$root/before" "$root/registry" || complain "a cut file"
+[ "$(echo "$root"/registry*)" = "$root/registry" ] || complain "a file left behind"
+# The log or the device does not take the place of a closed stream.
+expect 1 sim -- sh -c 'kaloctl send --command 4 >&-'
+shows "standard output cannot be written"
 printf '[KEY]\n1\na\n\n  [VALUE]\n  x\n  3\n' >"$root/sim/etc/vrel_registry.txt"
 expect 1 sim -- kaloctl registry list
 shows "line 7: type '3' of value 'x'"

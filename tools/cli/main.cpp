@@ -7,6 +7,7 @@
 
 #include "common/command_line.h"
 #include "common/input_error.h"
+#include "common/standard_streams.h"
 #include "tools/cli/commands.h"
 
 namespace {
@@ -50,4 +51,7 @@ int Main(int argc, char** argv) {
 
 }  // namespace
 
-int main(int argc, char** argv) { return Main(argc, argv); }
+int main(int argc, char** argv) {
+  common::OccupyStandardDescriptors();
+  return Main(argc, argv);
+}

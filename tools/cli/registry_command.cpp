@@ -162,6 +162,7 @@ or --force to write it as the library does)");
   }
   RegistryText registry =
       options.repair ? LoadRegistryFileToEdit(options.file) : LoadRegistryFile(options.file);
+  RequireUndoubted(registry, options.file);
   Change(registry, options);
   const std::string loadable = FormatRegistry(registry, RegistryStyle::kLoadable);
   ProveLoadable(registry, loadable, options);
@@ -206,6 +207,13 @@ int Check(const RegistryOptions& options) {
 
 // Writes what the library would load; it has no way of its own to add or to delete.
 int WriteEdited(const RegistryText& registry, const RegistryOptions& options) {
+  RequireUndoubted(registry, options.file);
+  if (registry.endedEarly) {
+    throw common::InputError("'" + options.file + "', line " +
+                             std::to_string(*registry.endedEarly) +
+                             ": the library stops reading here, and what follows would be lost; "
+                             "nothing was changed");
+  }
   const std::string content = FormatRegistry(registry, RegistryStyle::kLoadable);
   ProveLoadable(registry, content, options);
   WriteRegistryFile(options.file, content);
@@ -245,6 +253,9 @@ int Repair(const RegistryOptions& options) {
               << "; nothing was changed\n";
     return kDone;
   }
+  PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
+  std::cout << std::flush;
+  if (!options.force) RequireUndoubted(registry, options.file);
   WriteRegistryFile(options.file, FormatRegistry(registry, RegistryStyle::kLoadable));
   std::cout << "'" << options.file << "' loads again: " << CountText(registry) << "\n";
   return kDone;
@@ -257,9 +268,11 @@ the library keeps in 32 bits). A file that does not load is reported with line a
 
 When the library sets a value it rewrites the file so that it does not load again. 'set'
 therefore asks for --repair (the file stays loadable) or --force (what the library does), and
-'repair' undoes what the library did to a file, the order of its keys included; it also mends lines
-that end in CR LF. 'add' and 'delete' leave the file loadable. 'set' adds a value that is not there
-when it is told the type.
+'repair' undoes what the library did to a file, the order of its keys included, and mends lines that
+end in CR LF. It shows the keys that the file will hold. A text with line ends can have brought in
+some of them: where a text is followed by anything, 'repair' asks for --force, and changes nothing
+without it. 'add' and 'delete' leave the file loadable. 'set' adds a value that is not there when it
+is told the type.
 
 Examples:
   kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
@@ -311,7 +324,8 @@ void AddRegistryCommand(CLI::App& app, int& exitStatus) {
       set->add_flag("--force", options->force, "Write as the library does: it does not load again");
   set->add_flag("--repair", options->repair, "Write so that the library loads it again")
       ->excludes(force);
-  add("repair", "Make a file load again that the library has rewritten, or that has CR LF", Repair);
+  add("repair", "Make a file load again that the library has rewritten, or that has CR LF", Repair)
+      ->add_flag("--force", options->force, "Also what a text may have brought in");
 }
 
 }  // namespace kaloctl

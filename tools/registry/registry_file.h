@@ -26,7 +26,12 @@ RegistryText LoadRegistryFile(const std::string& path);
 // The same, but a file that the library has rewritten is taken as it was before.
 RegistryText LoadRegistryFileToEdit(const std::string& path);
 
-// Replaces the content in place. Throws RegistryError.
+// Throws common::InputError when it is in doubt who wrote what was read from `path`.
+void RequireUndoubted(const RegistryText& registry, const std::string& path);
+
+// Puts a new file in the place of the one that `path` leads to, through links as well, with the
+// same owner and rights. The old one stays whole until the new one is on the disk. Throws
+// RegistryError.
 void WriteRegistryFile(const std::string& path, const std::string& content);
 
 // The place in `registry.keys` of the key of that full path, by the library's ways: the path leads

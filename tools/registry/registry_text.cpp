@@ -118,6 +118,22 @@ class RegistryParser {
   std::size_t lineOfText_ = 1;
 };
 
+// See RegistryText::doubt.
+std::string DoubtAbout(std::string_view content, const RegistryText& registry) {
+  if (FormatRegistry(registry, RegistryStyle::kRewritten) != content) {
+    return "not every line is as the library writes it";
+  }
+  std::string after;
+  for (const RegistryKey* key : registry.ListOrder()) {
+    if (!after.empty()) return "key '" + common::Printable(key->name) + after;
+    for (const RegistryValue& value : key->values) {
+      if (!after.empty()) return "value '" + common::Printable(value.name) + after;
+      if (value.text) after = "' follows the text of '" + common::Printable(value.name) + "'";
+    }
+  }
+  return "";
+}
+
 }  // namespace
 
 std::vector<const RegistryKey*> RegistryText::ListOrder() const {
@@ -161,10 +177,11 @@ bool IsRewritten(std::string_view content) {
 
 RegistryText ParseRewritten(std::string_view content) {
   std::string stripped;
-  for (std::size_t number = 1; !content.empty(); ++number) {
-    const std::size_t end = std::min(content.find('\n'), content.size());
-    std::string_view line = content.substr(0, end);
-    content.remove_prefix(std::min(end + 1, content.size()));
+  std::string_view rest = content;
+  for (std::size_t number = 1; !rest.empty(); ++number) {
+    const std::size_t end = std::min(rest.find('\n'), rest.size());
+    std::string_view line = rest.substr(0, end);
+    rest.remove_prefix(std::min(end + 1, rest.size()));
     if (!line.empty() && line.back() == ' ') line.remove_suffix(1);
     if (std::all_of(line.begin(), line.end(), IsSpace)) {
       throw RegistryFault(number, OSCL_ERROR_REG_ITEM_UNKNOWN,
@@ -175,6 +192,7 @@ RegistryText ParseRewritten(std::string_view content) {
   }
   RegistryText registry = ParseRegistry(stripped);
   if (!registry.keys.empty()) std::reverse(registry.keys.begin() + 1, registry.keys.end());
+  registry.doubt = DoubtAbout(content, registry);
   return registry;
 }
 

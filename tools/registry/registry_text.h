@@ -28,6 +28,9 @@ struct RegistryText {
   std::vector<RegistryKey> keys;
   // The line at which reading ended although the file goes on.
   std::optional<std::size_t> endedEarly;
+  // Of a rewritten file: why it may hold keys and values that nobody wrote. The library writes a
+  // text with its line ends, so that what stands after a text can be a part of it. Else empty.
+  std::string doubt;
 
   // The keys in the order in which the library searches and rewrites them: the first, then all
   // others from the last to the second.
