@@ -25,6 +25,7 @@ foreach(tool zulisim kaloctl)
 endforeach()
 install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES tools/demo/driver_day.c DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples")
 install(DIRECTORY simulator/scenarios DESTINATION "${CMAKE_INSTALL_DATADIR}/kalodll")
 
 set(_engine_dir "${CMAKE_INSTALL_LIBDIR}/kalodll")
@@ -33,11 +34,12 @@ install(TARGETS kalodll_common zulisim_engine zulisim_inprocess EXPORT zulisimTa
 install(EXPORT zulisimTargets NAMESPACE kalodll::
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/kalodll")
 # What a test includes; no package's header is among what these include.
-foreach(header common/colours.h common/hex.h common/input_error.h simulator/device/client.h
+foreach(header common/colours.h common/hex.h common/input_error.h common/log_splitter.h
+    simulator/device/client.h
     simulator/device/device.h simulator/device/device_abi.h simulator/device/operation.h
     simulator/engine/engine.h simulator/engine/fault.h simulator/engine/reply_plan.h
-    simulator/in_process/in_process_device.h
-    simulator/output/output_file.h simulator/output/transcript.h simulator/scenario/scenario.h
+    simulator/in_process/in_process_device.h simulator/output/output_file.h
+    simulator/output/output_writer.h simulator/output/transcript.h simulator/scenario/scenario.h
     simulator/scenario/scenario_file.h)
   cmake_path(GET header PARENT_PATH _folder)
   install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll/${_folder}")

@@ -47,6 +47,9 @@ std::string ErrorText(const CLI::App& app, const CLI::ParseError& error) {
   const std::string names = CommandNames(chosen);
   const std::vector<std::string> words = chosen.remaining();
   std::string text = error.what();
+  if (error.get_exit_code() == static_cast<int>(CLI::ExitCodes::ExtrasError) && names.empty()) {
+    text = "not expected: " + Joined(words, " ");  // which the parser lists from the last on
+  }
   if (!names.empty()) {
     if (!words.empty()) {
       const bool isOption = words.front().rfind('-', 0) == 0;

@@ -1,18 +1,22 @@
 #!/usr/bin/env bash
 # Sets up, builds, and shows a driver's day against the security engine in software.
+#
+#   scripts/demo.sh [BIN DRIVER]      tools that are installed in BIN, and a driver: builds nothing
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
-scripts/setup.sh build
-echo "Building the library and the tools ..."
+bin=${1:-build/release/bin}
+driver=${2:-$bin/driver_day}
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
-{
-  cmake --preset release -DKALODLL_BUILD_TOOLS=ON
-  cmake --build --preset release --target kalodll zulisim zulisim_preload kaloctl driver_day
-} >"$folder/build.log" 2>&1 || { cat "$folder/build.log" >&2; exit 1; }
-
-bin=build/release/bin
+if [ $# -eq 0 ]; then
+  scripts/setup.sh build
+  echo "Building the library and the tools ..."
+  {
+    cmake --preset release -DKALODLL_BUILD_TOOLS=ON
+    cmake --build --preset release --target kalodll zulisim zulisim_preload kaloctl driver_day
+  } >"$folder/build.log" 2>&1 || { cat "$folder/build.log" >&2; exit 1; }
+fi
 cat <<'END'
 A driver program talks to firmware in software through libkalodll.so. Numbered lines are what reaches
 the device: its descriptor, the firmware client, the operation, the bytes.
@@ -20,7 +24,7 @@ END
 "$bin/zulisim" run --root "$folder" \
   --reply 'kalo:0x20=status:0x80000001,private:000102030405060708090a0b0c0d0e0f' \
   --lose read:5 --lose write:5,opens=9,errno=ENOENT \
-  -- "$bin/driver_day" 2>&1
+  -- "$driver" 2>&1
 
 echo
 echo "-- what the log says of it, made readable (x2: each KaloInit3 adds a sink for the same file)"

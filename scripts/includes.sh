@@ -24,10 +24,9 @@ simulator/kernel: simulator/program simulator/scenario simulator/engine simulato
 simulator/control: simulator/scenario simulator/engine simulator/device common
 simulator/cli: simulator/control simulator/kernel simulator/preload simulator/program simulator/output simulator/record simulator/scenario simulator/engine simulator/device common
 
-tools/log: common
 tools/registry: oscl common
 tools/call: api transport log oscl common
-tools/cli: tools/call tools/registry tools/log api transport log oscl common
+tools/cli: tools/call tools/registry api transport log oscl common
 tools/demo: api
 '
 

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Installs the Debian packages that a task needs, and nothing that is already there.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|coverage|browser|all]...      (default: build)
+#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|coverage|package|browser|all]...      (default: build)
 #
 # A browser is not among all: it is large, and only a picture of a report needs it.
 #
@@ -19,6 +19,7 @@ vm=(qemu-system-x86 busybox-static cpio)
 coverage=(gcovr)
 browser=(chromium fonts-dejavu-core)
 lint=(clang-format clang-tidy)
+package=(dpkg-dev file)
 
 wanted=()
 for group in "${@:-build}"; do
@@ -32,12 +33,13 @@ for group in "${@:-build}"; do
     lint) wanted+=("${lint[@]}") ;;
     vm) wanted+=("${build[@]}" "${vm[@]}") ;;
     coverage) wanted+=("${build[@]}" "${coverage[@]}") ;;
+    package) wanted+=("${package[@]}") ;;
     browser) wanted+=("${build[@]}" "${browser[@]}") ;;
     all)
       wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}" "${lint[@]}"
-              "${coverage[@]}")
+              "${coverage[@]}" "${package[@]}")
       ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, coverage, browser or all is expected" >&2; exit 2 ;;
+    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, coverage, package, browser or all is expected" >&2; exit 2 ;;
   esac
 done
 

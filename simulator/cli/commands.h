@@ -25,6 +25,7 @@ void DefineRun(CLI::App* app, Invocation* invocation);
 void DefineCheck(CLI::App* app, Invocation* invocation);
 void DefineRecord(CLI::App* app, Invocation* invocation);
 void DefineReplay(CLI::App* app, Invocation* invocation);
+void DefineShow(CLI::App* app, Invocation* invocation);
 void DefineServe(CLI::App* app, Invocation* invocation);
 void DefineTell(CLI::App* app, Invocation* invocation);
 

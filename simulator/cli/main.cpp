@@ -27,6 +27,7 @@ int Main(int argc, char** argv) {
   zulisim::DefineCheck(&app, &invocation);
   zulisim::DefineRecord(&app, &invocation);
   zulisim::DefineReplay(&app, &invocation);
+  zulisim::DefineShow(&app, &invocation);
   // All after the first "--" is the program's, whatever it looks like.
   std::vector<std::string> arguments(argv + 1, argv + argc);
   const auto separator = std::find(arguments.begin(), arguments.end(), "--");

@@ -1,12 +1,15 @@
 #include "simulator/cli/options.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <iterator>
+#include <stdexcept>
 #include <system_error>
 
 #include "common/command_line.h"
+#include "common/input.h"
 #include "common/input_error.h"
 #include "common/text.h"
 #include "simulator/cli/commands.h"
@@ -14,6 +17,7 @@
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/preload/preloaded_program.h"
+#include "simulator/preload/protocol.h"
 #include "simulator/scenario/scenario_file.h"
 #include "simulator/scenario/scenario_options.h"
 
@@ -27,6 +31,7 @@ void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, con
   const auto callback = [name, scenario, parse](const std::string& text) {
     try {
       parse(text, scenario);
+      scenario->instructions.push_back(std::string(name) + " " + text);
     } catch (const common::InputError& error) {
       // What is wrong with a file begins with its name.
       const std::string place = parse == AddScenarioFile ? "" : common::Quoted(text) + ": ";
@@ -138,6 +143,12 @@ void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
                         "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
                         "DIR");
   AddOutputOptions(command, &options->output);
+  command->add_flag("--log", options->output.log,
+                    "Show the library's log lines in their places in transcript, trace and report");
+  command->add_flag(
+      "--log-detail", options->output.logDetail,
+      "The same with the library's detailed lines, which it does not write otherwise; "
+      "not with --device fuse, where nothing of zulisim is in the program");
 }
 
 void AddOutputOptions(CLI::App* command, OutputOptions* options) {
@@ -147,10 +158,21 @@ void AddOutputOptions(CLI::App* command, OutputOptions* options) {
                         "Write Chrome trace events to FILE, for the Perfetto viewer");
   common::AddFileOption(*command, "--report", options->reportFile,
                         "Write a sequence diagram to FILE, an HTML page that needs nothing else");
+  command->add_flag("--time", options->time, "In the transcript, show the seconds since the start");
+  common::AddNumberOption(*command, "--bytes", options->bytes,
+                          "In the transcript, show up to N bytes of each message");
   command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
   command->add_flag("--connection-numbers", options->connectionNumbers,
                     "In the transcript, name an open file by the engine's number (#1) instead of "
                     "the program's descriptor, which only the preload library knows");
+}
+
+Recording ReadRecording(const std::string& path) {
+  try {
+    return ParseRecording(common::ReadInput(path, kLongestRecording));
+  } catch (const RecordingError& error) {
+    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
+  }
 }
 
 std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
@@ -160,6 +182,14 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
     throw common::InputError(rule.origin +
                              ": nobody can release a reply that is held here; "
                              "'zulisim serve' can be told to");
+  }
+  if (options.output.logDetail) {
+    if (options.fuse) {
+      throw std::runtime_error(
+          "--log-detail needs --device preload: the library's threshold lies in the program's "
+          "memory, where --device fuse puts nothing; --log shows its ordinary lines");
+    }
+    setenv(protocol::kDetailVariable, "1", 1);  // the program inherits it
   }
   if (!options.fuse) return std::make_unique<PreloadedProgram>(arguments, options.root);
   CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);

@@ -8,6 +8,7 @@
 
 #include "simulator/output/run_output.h"
 #include "simulator/program/served_program.h"
+#include "simulator/record/recording.h"
 #include "simulator/scenario/scenario.h"
 
 namespace zulisim {
@@ -21,9 +22,9 @@ struct ProgramOptions {
   bool strict = false;  // --strict
 };
 
-// --device, --root and the options of AddOutputOptions
+// --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(CLI::App* command, ProgramOptions* options);
-// --quiet, --transcript, --connection-numbers, --trace and --report
+// --quiet, --transcript, --connection-numbers, --time, --bytes, --trace and --report
 void AddOutputOptions(CLI::App* command, OutputOptions* options);
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line, and
 // --strict.
@@ -38,6 +39,9 @@ int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, in
 // Throws CLI::ValidationError when a file that is to be written is named by another option as well,
 // or was read for `scenario`. To be called before the first of them is opened.
 void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario);
+
+// Throws common::InputError that names the file and the place in it.
+Recording ReadRecording(const std::string& path);
 
 // The program that `arguments` start, to be served as `options` say. Make it before the first
 // thread. Throws ProgramError, or std::exception for what stands in the way of a start, such as a

@@ -73,8 +73,9 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
     const Recorder recorder(
         device.get(), [&file](const std::string& text) { file.Write(text); }, shown,
         options.scenario.clients, options.redact);
-    const RunOutput output(options.output, arguments, device.get());
-    status = program->Run(*device);
+    RunOutput output(options.output, {shown, options.scenario.instructions, program->LogFile()},
+                     device.get());
+    status = output.Ended(program->Run(*device));
     if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
       status = ReportMissed(options.scenario, *engine, options.strict, status);
     }

@@ -2,7 +2,6 @@
 #include <memory>
 #include <utility>
 
-#include "common/input.h"
 #include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
@@ -31,14 +30,6 @@ struct ReplayOptions : ProgramOptions {
   std::string file;
   bool inTime = false;
 };
-
-Recording ReadRecording(const std::string& path) {
-  try {
-    return ParseRecording(common::ReadInput(path, kLongestRecording));
-  } catch (const RecordingError& error) {
-    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
-  }
-}
 
 // "all 7 operations of 'f' were replayed"
 std::string Replayed(std::size_t operations, const std::string& whose) {
@@ -78,8 +69,9 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
   }
   const auto program = MakeServedProgram(options, arguments);
   ReplayDevice device(std::move(recording), options.inTime);
-  const RunOutput output(options.output, arguments, &device);
-  const int status = program->Run(device);
+  RunOutput output(options.output, {arguments, {"replay of " + options.file}, program->LogFile()},
+                   &device);
+  const int status = output.Ended(program->Run(device));
   device.End();
   return Report(device, options.file, operations, status);
 }

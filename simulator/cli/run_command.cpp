@@ -55,8 +55,9 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
   const auto program = MakeServedProgram(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  const RunOutput output(options.output, arguments, &engine);
-  const int status = program->Run(engine);
+  RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
+                   &engine);
+  const int status = output.Ended(program->Run(engine));
   return ReportMissed(options.scenario, engine, options.strict, status);
 }
 

@@ -155,7 +155,8 @@ int Serve(const ServeOptions& options) {
   Apply(options.scenario, &engine);
   Scenario scenario = options.scenario;
   {
-    const RunOutput output(options.output, {"zulisim", "serve", path}, &engine);
+    const RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
+                           &engine);
     cleaner.RemoveFile(ControlServer::PathFor(path));
     KernelServer server(engine, kind, path, geteuid() == 0);
     const auto control = MakeControl(kind, path, &engine, &scenario);

@@ -44,8 +44,16 @@ const std::vector<std::string>& ErrnoNames() {
   return names;
 }
 
+struct Caller {
+  int process = 0;
+  int thread = 0;
+};
+thread_local Caller caller;
+
 OperationRecord Begin(Operation operation, std::uint64_t connection) {
   OperationRecord record;
+  record.process = caller.process;
+  record.thread = caller.thread;
   record.operation = operation;
   record.connection = connection;
   record.start = Now();
@@ -133,6 +141,8 @@ Bytes OperationRecord::Message() const {
 
 std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
 
+void SetCaller(int process, int thread) { caller = {process, thread}; }
+
 Bytes Copied(const void* buffer, std::size_t length) {
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
   return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
@@ -170,8 +180,10 @@ OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::si
 
 OperationRecord BeginClose(std::uint64_t connection, const char* why) {
   OperationRecord record = Begin(Operation::kClose, connection);
-  record.abandoned = why != nullptr;
-  if (why != nullptr) record.why = why;
+  if (why == nullptr) return record;
+  record.abandoned = true;
+  record.why = why;
+  record.process = record.thread = 0;
   return record;
 }
 

@@ -56,6 +56,8 @@ struct OperationRecord {
   std::uint64_t length = 0;   // read and write: the byte count that was asked for
   bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
   Bytes input;                // write: the message; ioctl: the argument before
+  int process = 0;            // who called; 0 where that is unknown
+  int thread = 0;             //
   // What it got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
   int error = 0;            // errno of a failure, else 0
@@ -86,6 +88,10 @@ struct OperationRecord {
 
 // The monotonic clock that operations are timed by.
 std::chrono::nanoseconds Now();
+
+// The program's process and thread that the operations of the calling thread are begun for from now
+// on; 0 for unknown. An attachment says so before it asks the device.
+void SetCaller(int process, int thread);
 
 // Operations that begin now: what the program passed, and no result yet.
 OperationRecord BeginOpen(int flags, unsigned mode);

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -16,7 +17,22 @@
 namespace zulisim {
 namespace {
 
+// The process of a thread, which the kernel names in its place; itself where that has ended.
+pid_t ProcessOf(pid_t thread) {
+  std::ifstream status("/proc/" + std::to_string(thread) + "/status");
+  for (std::string word; status >> word;) {
+    if (word == "Tgid:" && status >> thread) break;
+  }
+  return thread;
+}
+
 KernelOperations* Self(fuse_req_t request) {
+  thread_local pid_t thread = 0;
+  thread_local pid_t process = 0;
+  const pid_t caller = fuse_req_ctx(request)->pid;
+  if (caller != thread) process = caller == 0 ? 0 : ProcessOf(caller);
+  thread = caller;
+  SetCaller(process, thread);
   return static_cast<KernelOperations*>(fuse_req_userdata(request));
 }
 

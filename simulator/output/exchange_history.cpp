@@ -14,6 +14,16 @@ constexpr int kMostLosses = 5;  // the library gives up a transfer after so many
 
 using Kind = DiagramStep::Kind;
 
+// The engine does not look into a request that it refuses, but the driver's command is in it.
+std::optional<std::uint32_t> CommandOf(const OperationRecord& record) {
+  const bool refused = record.operation == Operation::kWrite && !record.commandId;
+  return refused ? WordAt(record.input, kCommandIdOffset) : record.commandId;
+}
+
+std::string CommandText(const std::optional<std::uint32_t>& command) {
+  return command ? "command " + common::Hex(*command) : "a command";
+}
+
 std::string Label(const OperationRecord& record) {
   std::string label = OperationName(record.operation);
   if (record.IsConnect()) label = "connect" + (record.client.empty() ? "" : " to " + record.client);
@@ -23,7 +33,7 @@ std::string Label(const OperationRecord& record) {
   if (record.payload == Payload::kPrivateData) label = "private data";
   if (record.payload == Payload::kReply) label = "reply";
   if (record.payload == Payload::kRequest) label = "request";
-  if (record.commandId) label += " " + common::Hex(*record.commandId);
+  if (const auto command = CommandOf(record)) label += " " + common::Hex(*command);
   const bool asks = record.operation == Operation::kRead && record.error != 0;
   if (record.IsTransfer()) label += asks ? " of up to " : ", ";
   if (record.IsTransfer()) {
@@ -37,7 +47,7 @@ std::string Label(const OperationRecord& record) {
 
 }  // namespace
 
-std::vector<DiagramStep> ExchangeHistory::Add(const OperationRecord& record, std::size_t index) {
+std::vector<DiagramStep> ExchangeHistory::Add(const OperationRecord& record) {
   steps_.clear();
   if (record.operation == Operation::kWrite) BeginCommand(record);
   const auto found = commands_.find(record.client);
@@ -48,7 +58,6 @@ std::vector<DiagramStep> ExchangeHistory::Add(const OperationRecord& record, std
   }
   AddOperation(record);
   AddConsequence(record);
-  for (DiagramStep& step : steps_) step.at = index;
   return std::move(steps_);
 }
 
@@ -67,21 +76,17 @@ void ExchangeHistory::BeginCommand(const OperationRecord& record) {
   const auto found = commands_.find(record.client);
   if (found != commands_.end()) {
     Command* earlier = &found->second;
-    if (earlier->lostInWrite) {  // it is sent again
-      if (record.commandId) earlier->id = record.commandId;
-      return;
-    }
+    if (earlier->lostInWrite) return;  // it is sent again
     if (earlier->status) {
       AddToDriver(record.client, "reply, status " + common::Hex(*earlier->status), false);
     }
   }
-  commands_[record.client] = {record.commandId, std::nullopt, 0, false};
+  commands_[record.client] = {CommandOf(record), std::nullopt, 0, false};
   DiagramStep step;
   step.kind = Kind::kToLibrary;
   step.inferred = true;
   step.beginsCommand = true;
-  step.label = record.commandId ? "command " + common::Hex(*record.commandId) : "a command";
-  step.label += ", " + common::Counted(record.length, "byte");
+  step.label = CommandText(CommandOf(record)) + ", " + common::Counted(record.length, "byte");
   steps_.push_back(std::move(step));
 }
 
@@ -98,15 +103,27 @@ void ExchangeHistory::AddOperation(const OperationRecord& record) {
   steps_.push_back(std::move(step));
 }
 
-void ExchangeHistory::Fail(const std::string& client, const std::string& why) {
-  if (commands_.count(client) > 0) AddToDriver(client, "failed: " + why, true);
+bool ExchangeHistory::Fail(const std::string& client, const std::string& why) {
+  const auto found = commands_.find(client);
+  if (found == commands_.end()) return false;
+  AddToDriver(client, CommandText(found->second.id) + " failed: " + why, true);
+  return true;
+}
+
+void ExchangeHistory::FailOpening(const OperationRecord& record) {
+  bool told = false;
+  for (const std::string& client : lost_) {
+    told = Fail(client, "the device cannot be reopened") || told;
+  }
+  lost_.clear();
+  if (told) return;
+  const std::string what = record.IsConnect() ? "connecting" : "opening";
+  AddToDriver(record.client, what + " failed: " + ErrnoName(record.error), true);
 }
 
 void ExchangeHistory::AddConsequence(const OperationRecord& record) {
   if ((record.operation == Operation::kOpen || record.IsConnect()) && record.error != 0) {
-    for (const std::string& client : lost_) Fail(client, "the device cannot be reopened");
-    lost_.clear();
-    return;
+    return FailOpening(record);
   }
   const auto found = commands_.find(record.client);
   if (record.error == ENODEV) {
@@ -133,7 +150,10 @@ void ExchangeHistory::AddConsequence(const OperationRecord& record) {
     return;
   }
   if (!record.IsTransfer() || found == commands_.end()) return;
-  if (record.error != 0) return Fail(record.client, ErrnoName(record.error));
+  if (record.error != 0) {
+    Fail(record.client, ErrnoName(record.error));
+    return;
+  }
   found->second.losses = 0;
   found->second.lostInWrite = false;
   if (record.payload == Payload::kPrivateData) {

@@ -12,7 +12,7 @@ namespace zulisim {
 
 // One arrow, or one note, of a sequence diagram of driver, library and engine.
 struct DiagramStep {
-  enum class Kind { kToLibrary, kToDriver, kToEngine, kFromEngine, kNote };
+  enum class Kind { kToLibrary, kToDriver, kToEngine, kFromEngine, kNote, kLog };
   Kind kind = Kind::kNote;
   bool inferred = false;    // of the driver, which no device sees
   bool remarkable = false;  // a failure, a fault, a loss, a reconnect
@@ -21,18 +21,20 @@ struct DiagramStep {
   bool beginsCommand = false;
   std::string label;
   std::string remark;        // why it is as it is
-  std::size_t at = 0;        // index of the operation that shows it
-  bool isOperation = false;  // it is that operation
+  bool isOperation = false;  // it is the operation that shows it, and no consequence of that
+
+  // The driver's own call failed.
+  bool IsDriverFailure() const { return kind == Kind::kToDriver && failed; }
 };
 
 // Puts together what an engine's operations mean as a sequence of steps. What passes between driver
 // and library is inferred from the way the library works: a request is a command of the driver,
 // unless it repeats one whose write met a lost device; the reply goes back when all of it was read;
-// a transfer that fails for good, or a reopening that does, fails the command.
+// a transfer that fails for good, or a reopening that does, fails the command; an open or connect
+// that fails otherwise fails the call that asked for a handle.
 class ExchangeHistory {
  public:
-  // `index` is handed back in the steps.
-  std::vector<DiagramStep> Add(const OperationRecord& record, std::size_t index);
+  std::vector<DiagramStep> Add(const OperationRecord& record);
 
  private:
   struct Command {  // under way at one client
@@ -44,7 +46,9 @@ class ExchangeHistory {
 
   void AddToDriver(const std::string& client, const std::string& label, bool failed);
   void BeginCommand(const OperationRecord& record);
-  void Fail(const std::string& client, const std::string& why);
+  // False when no command of that client is under way.
+  bool Fail(const std::string& client, const std::string& why);
+  void FailOpening(const OperationRecord& record);
   void AddOperation(const OperationRecord& record);
   void AddConsequence(const OperationRecord& record);
 

@@ -1,5 +1,6 @@
 #include "simulator/output/run_output.h"
 
+#include <ctime>
 #include <iostream>
 #include <utility>
 
@@ -18,32 +19,76 @@ TextSink FileSink(const char* what, const std::string& path) {
   return [file](const std::string& text) { file->Write(text); };
 }
 
-}  // namespace
-
-template <typename Observer, typename... Arguments>
-void RunOutput::Add(Arguments... arguments) {
-  observers_.push_back(std::make_unique<Observer>(std::move(arguments)...));
-  device_->AddObserver(observers_.back().get());
+std::string Date() {
+  const std::time_t now = std::time(nullptr);
+  char text[64] = "";
+  std::strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S %Z", std::localtime(&now));
+  return text;
 }
 
-RunOutput::RunOutput(const OutputOptions& options, const std::vector<std::string>& program,
-                     Device* device)
-    : device_(device) {
-  if (!options.quiet) {
-    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
-    Add<Transcript>(sink, TranscriptStyle{common::ColoursFor(stderr), options.connectionNumbers});
-  }
+}  // namespace
+
+RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, Device* device)
+    : device_(device), folder_([this](const common::LogRecord& record, std::size_t copies) {
+        for (const auto& writer : writers_) writer->OnLogLine({record, copies});
+      }) {
+  TranscriptStyle style;
+  style.connectionNumbers = options.connectionNumbers;
+  style.bytes = options.bytes.value_or(0);
+  if (options.time) style.start = device == nullptr ? std::chrono::nanoseconds() : Now();
   if (!options.transcriptFile.empty()) {
-    Add<Transcript>(FileSink("transcript", options.transcriptFile),
-                    TranscriptStyle{{}, options.connectionNumbers});
+    writers_.push_back(
+        std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
   }
-  const std::string name = common::Joined(program, " ");
-  if (!options.traceFile.empty()) Add<TraceWriter>(FileSink("trace", options.traceFile), name);
-  if (!options.reportFile.empty()) Add<ReportWriter>(FileSink("report", options.reportFile), name);
+  if (!options.quiet) {
+    style.colours = common::ColoursFor(stderr);
+    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
+    writers_.push_back(std::make_unique<Transcript>(sink, style));
+  }
+  const std::string name = common::Joined(run.program, " ");
+  if (!options.traceFile.empty()) {
+    writers_.push_back(std::make_unique<TraceWriter>(FileSink("trace", options.traceFile), name));
+  }
+  if (!options.reportFile.empty()) {
+    writers_.push_back(
+        std::make_unique<ReportWriter>(FileSink("report", options.reportFile),
+                                       ReportHead{name, common::Joined(run.instructions, " "),
+                                                  "zulisim " ZULISIM_VERSION, Date()}));
+  }
+  if ((options.log || options.logDetail) && !run.logFile.empty()) {
+    log_ = std::make_unique<common::FileFollower>(run.logFile, common::FileFollower::From::kEnd);
+  }
+  if (device_ != nullptr) device_->AddObserver(this);
 }
 
 RunOutput::~RunOutput() {
-  for (const auto& observer : observers_) device_->RemoveObserver(observer.get());
+  if (device_ != nullptr) device_->RemoveObserver(this);
+  const std::lock_guard<std::mutex> lock(mutex_);
+  PassOnLog();
+}
+
+int RunOutput::Ended(int status) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  PassOnLog();
+  for (const auto& writer : writers_) writer->OnExit(status);
+  return status;
+}
+
+void RunOutput::OnOperation(const OperationRecord& record) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  PassOnLog();
+  for (const auto& writer : writers_) writer->OnOperation(record);
+}
+
+// The program waits for the operation that this comes before, so that what its thread has written
+// is there as a whole.
+void RunOutput::PassOnLog() {
+  if (log_ == nullptr) return;
+  common::LogSplitter splitter(
+      [this](common::LogRecord&& record) { folder_.Add(std::move(record)); });
+  splitter.Feed(log_->Take());
+  splitter.Finish();
+  folder_.Finish();
 }
 
 }  // namespace zulisim

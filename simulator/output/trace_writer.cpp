@@ -17,6 +17,8 @@ using common::Hex;
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kShownBytes = 64;
+// No connection has that number; 0 is that of opens that failed.
+constexpr std::uint64_t kLogTrack = 1000000000;
 
 // What a program or a scenario names need not be UTF-8.
 std::string Text(const Json& event) {
@@ -60,6 +62,7 @@ TraceWriter::TraceWriter(TextSink sink, const std::string& name) : sink_(std::mo
 
 TraceWriter::~TraceWriter() {
   while (!exchanges_.empty()) Finish(exchanges_.begin()->first);
+  EmitLog(last_);
   sink_("\n]\n");
 }
 
@@ -70,6 +73,8 @@ void TraceWriter::Emit(const std::string& event) {
 
 void TraceWriter::OnOperation(const OperationRecord& record) {
   if (!start_) start_ = record.start;
+  EmitLog(record.start);
+  last_ = record.end;
   if (record.operation == Operation::kOpen || record.IsConnect()) {
     Emit(Metadata(record.connection, "thread_name", TrackName(record)));
   }
@@ -84,6 +89,17 @@ void TraceWriter::OnOperation(const OperationRecord& record) {
     events.push_back(Instant(record, "reconnect"));
   }
   Continue(record, events);
+}
+
+void TraceWriter::EmitLog(std::chrono::nanoseconds at) {
+  if (!log_.empty() && !logTrack_) Emit(Metadata(kLogTrack, "thread_name", "the library's log"));
+  logTrack_ = logTrack_ || !log_.empty();
+  for (const std::string& line : log_) {
+    Json event = Event("i", kLogTrack, line, Json::object());
+    event.update({{"s", "t"}, {"ts", Microseconds(at - start_.value_or(at))}, {"cat", "log"}});
+    Emit(Text(event));
+  }
+  log_.clear();
 }
 
 std::string TraceWriter::TrackName(const OperationRecord& record) const {
@@ -143,6 +159,10 @@ std::string TraceWriter::ExchangeSlice(const Exchange& exchange) const {
 std::string TraceWriter::OperationSlice(const OperationRecord& record) const {
   Json arguments = Json::object({{"operation", TranscriptLine(record)}});
   if (record.status) arguments["status"] = Hex(*record.status);
+  if (record.process != 0) {
+    arguments["process"] = record.process;
+    arguments["thread"] = record.thread;
+  }
   const Bytes message = record.Message();
   if (!message.empty()) arguments["bytes"] = Preview(message);
   Json event = Event("X", record.connection, Name(record), arguments);

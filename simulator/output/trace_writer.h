@@ -10,14 +10,15 @@
 
 #include "simulator/device/operation.h"
 #include "simulator/output/output_file.h"
+#include "simulator/output/output_writer.h"
 
 namespace zulisim {
 
 // Turns operations into Chrome trace events, for the Perfetto viewer: a track for each connection,
 // a slice for each operation and around those of one exchange another, and instants for failures,
-// faults and reconnects. Events are passed on as soon as they are complete; the viewer also takes
-// an array that lacks its end.
-class TraceWriter : public OperationObserver {
+// faults, reconnects and lines of the log. Events are passed on as soon as they are complete; the
+// viewer also takes an array that lacks its end.
+class TraceWriter : public OutputWriter {
  public:
   // `name` is that of the program.
   TraceWriter(TextSink sink, const std::string& name);
@@ -25,6 +26,7 @@ class TraceWriter : public OperationObserver {
   TraceWriter(const TraceWriter&) = delete;
   TraceWriter& operator=(const TraceWriter&) = delete;
   void OnOperation(const OperationRecord& record) override;
+  void OnLogLine(const LogLine& line) override { log_.push_back(LogLineText(line)); }
 
  private:
   // An exchange that may go on: its slice has to come before those of its operations.
@@ -37,6 +39,8 @@ class TraceWriter : public OperationObserver {
   };
 
   void Emit(const std::string& event);
+  // The lines of the log since the last operation, at that moment.
+  void EmitLog(std::chrono::nanoseconds at);
   std::string TrackName(const OperationRecord& record) const;
   std::string OperationSlice(const OperationRecord& record) const;
   std::string ExchangeSlice(const Exchange& exchange) const;
@@ -49,7 +53,10 @@ class TraceWriter : public OperationObserver {
   bool first_ = true;
   std::optional<std::chrono::nanoseconds> start_;
   std::map<std::uint64_t, Exchange> exchanges_;  // by connection
-  std::set<std::string> lost_;                   // clients whose device was lost and is not back
+  std::vector<std::string> log_;                 // since the last operation
+  bool logTrack_ = false;                        // it has its name
+  std::chrono::nanoseconds last_{};
+  std::set<std::string> lost_;  // clients whose device was lost and is not back
 };
 
 }  // namespace zulisim

@@ -1,7 +1,9 @@
 #include "simulator/output/transcript.h"
 
+#include <algorithm>
 #include <cstdio>
 
+#include "common/hex.h"
 #include "common/number.h"
 #include "common/text.h"
 
@@ -43,12 +45,48 @@ void Append(std::string* line, const std::string& field) {
   *line += "  " + field;
 }
 
+// "1234/1240", or "1234" for the first thread of a process; "-" where it is unknown.
+std::string ThreadName(const OperationRecord& record) {
+  if (record.process == 0) return "-";
+  const std::string process = std::to_string(record.process);
+  return record.thread == record.process ? process : process + "/" + std::to_string(record.thread);
+}
+
+std::string SecondsSince(std::chrono::nanoseconds start, std::chrono::nanoseconds time) {
+  char text[32];
+  std::snprintf(text, sizeof(text), "%.6f", static_cast<double>((time - start).count()) / 1e9);
+  return text;
+}
+
+// The first bytes of the message, each line of them after a line feed.
+std::string BytesText(const OperationRecord& record, std::size_t most) {
+  Bytes message = record.Message();
+  const std::size_t all = message.size();
+  if (most == 0 || all == 0) return "";
+  message.resize(std::min(all, most));
+  std::string dump = "\n" + common::HexDump(message, "        ");
+  if (all > most) return dump + "        and " + common::Counted(all - most, "more byte");
+  dump.pop_back();
+  return dump;
+}
+
 }  // namespace
+
+std::string LogLineText(const LogLine& line) {
+  const common::LogRecord& record = line.record;
+  std::string text = record.prefix.empty() ? "" : record.prefix + "  ";
+  if (!record.function.empty()) text += record.function + ":" + record.tag + "  ";
+  text += common::Printable(record.text);
+  text.resize(text.find_last_not_of(' ') + 1);
+  return line.copies > 1 ? text + "  x" + std::to_string(line.copies) : text;
+}
 
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style) {
   char number[24];
   std::snprintf(number, sizeof(number), "%4llu", static_cast<unsigned long long>(record.sequence));
   std::string line = number;
+  if (style.start) Append(&line, Padded(SecondsSince(*style.start, record.start), 9));
+  if (style.threads) Append(&line, Padded(ThreadName(record), 11));
   Append(&line, Padded(Descriptor(record, style), 5));
   Append(&line, Padded(record.client.empty() ? "-" : common::Printable(record.client), 4));
   Append(&line, Padded(record.IsConnect() ? "connect" : OperationName(record.operation), 7));
@@ -62,8 +100,23 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   if (record.status) Append(&line, "status " + common::Hex(*record.status));
   if (!record.why.empty()) Append(&line, "(" + common::Printable(record.why) + ")");
   while (line.back() == ' ') line.pop_back();
-  if (record.error != 0) return style.colours.bad + line + style.colours.reset;
-  return record.why.empty() ? line : style.colours.warning + line + style.colours.reset;
+  const char* colour = record.error != 0    ? style.colours.bad
+                       : record.why.empty() ? ""
+                                            : style.colours.warning;
+  if (*colour != '\0') line = colour + line + style.colours.reset;
+  return line + BytesText(record, style.bytes);
+}
+
+void Transcript::OnOperation(const OperationRecord& record) {
+  if (firstThread_ == 0) firstThread_ = record.thread;
+  const bool another = record.thread != 0 && record.thread != firstThread_;
+  style_.threads = style_.threads || (another && !style_.connectionNumbers);
+  sink_(TranscriptLine(record, style_) + "\n");
+}
+
+void Transcript::OnLogLine(const LogLine& line) {
+  sink_(std::string(style_.colours.dim) + " log  " + LogLineText(line) + style_.colours.reset +
+        "\n");
 }
 
 }  // namespace zulisim

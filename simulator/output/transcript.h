@@ -1,37 +1,49 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
+#include <optional>
 #include <string>
 #include <utility>
 
 #include "common/colours.h"
 #include "simulator/device/operation.h"
 #include "simulator/output/output_file.h"
+#include "simulator/output/output_writer.h"
 
 namespace zulisim {
 
 struct TranscriptStyle {
   common::Colours colours;
   // Name a descriptor by the engine's own number, "#1", which is the same however a program is
-  // attached, and not by the program's, "fd 5", which is the default where it is known.
+  // attached, and not by the program's, "fd 5", which is the default where it is known. Processes
+  // and threads, which are never the same, are not named then.
   bool connectionNumbers = false;
+  // Show the time since this moment of the clock of Now().
+  std::optional<std::chrono::nanoseconds> start = std::nullopt;
+  // So many bytes of each message follow its line.
+  std::size_t bytes = 0;
+  // Name the process and, after a slash, the thread that is not its first.
+  bool threads = false;
 };
 
-// One line about one operation, without a line end:
+// One line about one operation, without a line end, and those of its bytes:
 //   "   4  fd 5  KALO  read     64 of 4096 bytes  command 0x10  status 0x0"
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
-// Hands out a line, with its end, as each operation ends.
-class Transcript : public OperationObserver {
+// Hands out a line, with its end, as each operation ends, and those of the log between them. From
+// the first operation of a second process or thread on, each line names who made the call.
+class Transcript : public OutputWriter {
  public:
   Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(style) {}
-  void OnOperation(const OperationRecord& record) override {
-    sink_(TranscriptLine(record, style_) + "\n");
-  }
+  void OnOperation(const OperationRecord& record) override;
+  void OnLogLine(const LogLine& line) override;
 
  private:
   const TextSink sink_;
-  const TranscriptStyle style_;
+  TranscriptStyle style_;
+  int firstThread_ = 0;
 };
 
 }  // namespace zulisim

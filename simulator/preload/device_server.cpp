@@ -195,6 +195,7 @@ bool DeviceServer::Serve(int channel, protocol::Patience* patience) {
   }
   // What a program closed by its end comes before what another does after that.
   AttendDescriptors();
+  SetCaller(request.process, request.thread);
   switch (request.kind) {
     case Kind::kHello:
       ++attached_;

@@ -31,6 +31,8 @@ namespace zulisim::protocol {
 
 inline constexpr const char* kSocketVariable = "ZULISIM_SOCKET";
 inline constexpr const char* kRootVariable = "ZULISIM_ROOT";
+// Set for the library's detailed log lines.
+inline constexpr const char* kDetailVariable = "ZULISIM_LOG_DETAIL";
 
 enum class Kind : std::uint32_t {
   kHello,  // the library is loaded
@@ -52,6 +54,8 @@ struct Request {
   std::int32_t flags = 0;        // open
   std::uint32_t mode = 0;        // open
   std::int32_t descriptor = -1;  // open
+  std::int32_t process = 0;      // who calls
+  std::int32_t thread = 0;       //
   std::uint32_t hasBuffer = 0;   // 0: the program passed null or an address it cannot use
   std::uint64_t payload = 0;     // bytes that follow
 };
@@ -72,7 +76,7 @@ struct Response {
   std::uint32_t unused = 0;
 };
 
-static_assert(sizeof(Request) == 48 && sizeof(Response) == 24, "both sides must agree");
+static_assert(sizeof(Request) == 56 && sizeof(Response) == 24, "both sides must agree");
 
 // Receives `length` bytes: 0 or an errno, ENODEV when the other side ends first.
 inline int Receive(int socket, void* buffer, std::size_t length) {

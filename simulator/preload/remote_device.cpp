@@ -21,6 +21,7 @@
 #include "simulator/hooks/device.h"
 #include "simulator/hooks/libc.h"
 #include "simulator/hooks/paths.h"
+#include "simulator/preload/log_detail.h"
 #include "simulator/preload/protocol.h"
 
 namespace zulisim::hooks {
@@ -155,6 +156,8 @@ class Channel {
   Result Exchange(Request request, const void* in, void* out, std::size_t room, Then* then,
                   int passed = -1) {
     if (socket_ < 0) return {-1, error_};
+    request.process = getpid();
+    request.thread = gettid();
     const int error =
         protocol::Send(socket_, &request, sizeof(request), in, request.payload, passed);
     if (error == EFAULT) {
@@ -268,7 +271,9 @@ bool DeviceServed() { return Settings().served; }
 
 const char* RedirectedPath(const char* path) {
   for (const Redirect& redirect : Settings().redirects) {
-    if (redirect.to[0] != '\0' && SamePath(path, redirect.from)) return redirect.to;
+    if (redirect.to[0] == '\0' || !SamePath(path, redirect.from)) continue;
+    if (&redirect == Settings().redirects) RaiseLogLevel();
+    return redirect.to;
   }
   return nullptr;
 }

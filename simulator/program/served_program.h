@@ -31,6 +31,8 @@ class ServedProgram {
   // Runs the program to its end and returns what RunChild returns. Warns of a run in which nothing
   // reached the device.
   int Run(Device& device);
+  // What stands for "/data/Marvoleth.log".
+  std::string LogFile() const { return root_ + "/data/Marvoleth.log"; }
 
  protected:
   virtual int Serve(Device& device) = 0;

@@ -16,7 +16,8 @@ struct Scenario {
   std::size_t describedClients = 0;  // by files, as tables of their own
   std::vector<ReplyRule> replies;
   std::vector<Fault> faults;
-  std::vector<std::string> files;  // that it was read from
+  std::vector<std::string> files;         // that it was read from
+  std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
 };
 
 // As messages show them.

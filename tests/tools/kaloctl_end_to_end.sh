@@ -26,8 +26,23 @@ expect() {
 shows() { grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: lacks '$1'"; }
 lacks() { ! grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: shows '$1'"; }
 
+# json EXPRESSION: another reader's view, as `d`, of what was printed.
+json() {
+  python3 -c "import json, sys; d = json.load(open(sys.argv[1])); assert $1, d" "$root/out" \
+    2>>"$root/err" || complain "$title: not $1"
+}
 sim() { "$zulisim" run --root "$root/sim" "$@"; }
 script() { printf '%s\n' "$@" >"$root/script"; }
+
+expect 1 sim -q --fault ioctl:2=ENOTTY -- kaloctl probe --json
+json '[(c["name"], c["maxMessageLength"]) for c in d["clients"]] == [("KALO", 4096), ("FENU", None)]'
+json '"errno = 25" in d["clients"][1]["error"]["cause"]'
+expect 3 sim -q --reply 'kalo:4=status:-5,private:000102030405060708090a0b0c0d0e0f' -- \
+  kaloctl send --command 4 --json --log
+json '(d["firmwareStatus"], d["privateData"][:6], d["error"], d["reply"][8:16]) == (-5, "000102", None, "04000000")'
+json 'any("StartIoEx3" in line for line in d["log"])'
+expect 1 sim -q --lose read:1-5 -- kaloctl send --command 4 --json
+json 'd["reply"] is None and d["error"]["statusName"] == "KALO_DLL_STATUS_FAILURE"'
 
 script 'KaloInit3 a' 'FenuInit3 f' 'FenuCleanup3 a  # the wrong session' 'StartIo3 a 4 16' \
   'KaloCleanup3 a' 'StartIoEx 4 16' 'KaloInit3 a' 'StartIoEx3 a 4 32 private'
@@ -47,6 +62,8 @@ sim -- kaloctl run "$root/script" >"$root/out" 2>"$root/err"
 script 'KaloInit3 a' 'KaloCleanup3 a'
 expect 0 sim -- kaloctl state "$root/script"
 grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || complain "no mark: destroyed"
+expect 0 sim -q -- kaloctl state --json "$root/script"
+json 'd["kaloSessionA"]["destroyed"] and d["kaloRefCountA"] == 0 and d["firmwareApiVersion"] == 0'
 script 'KaloInit3 a' 'StartIo b 4'
 expect 2 sim -- kaloctl run "$root/script"
 shows "line 2: wrong word 'b'"
@@ -64,6 +81,19 @@ sed -n 's/^ *log  *\([A-Za-z0-9~]*\):\([0-9]*\): /\1 \2 /p' "$root/out" | squeez
 kaloctl log "$root/sim/data/Marvoleth.log" | sed 's/^ *\(x[0-9]*\)* *//' | squeeze >"$root/read"
 diff "$root/caused" "$root/read" >"$root/out" || complain "the log read back differs"
 [ "$(wc -l <"$root/read")" -gt 100 ] || complain "the log is too short to prove anything"
+
+log=$root/sim/data/Marvoleth.log
+expect 0 kaloctl log --failures --function StartIoEx3,KaloInit --json "$log"
+[ "$(sort -u <<<"$(grep -o '"function":"[^"]*"' "$root/out")" | wc -l)" -eq 1 ] || complain "--function"
+head -n 1 "$root/out" >"$root/line" && mv "$root/line" "$root/out"
+json 'd["function"] == "StartIoEx3" and d["tag"] > 0 and "failed" in d["text"]'
+timeout 1.5 kaloctl log --follow "$root/later" >"$root/out" 2>"$root/err" &
+sleep 0.3 && printf 'KaloInit3:1: one' >"$root/later"
+sleep 0.6 && printf 'KaloInit3:2: two' >>"$root/later"
+wait $!
+title="log --follow"
+shows "2  two"
+[ "$(wc -l <"$root/out")" -eq 2 ] || complain "log --follow: not two lines"
 
 key='HKEY_LOCAL_MACHINE\Software\Video'
 mkdir -p "$root/sim/etc"
@@ -84,6 +114,23 @@ shows 'Title = "a b"  string'
 expect 2 sim -- kaloctl registry set "$key" Title ' a' --repair
 expect 1 sim -- kaloctl registry get "$key" Nothing
 shows "code 8"
+file=$root/r.txt
+printf '[KEY]\r\n7\r\nA\\b\r\n[VALUE]\r\nx\r\n4\r\n-3\r\n' >"$file"
+expect 1 kaloctl registry check --file "$file"
+shows "its lines end in CR LF"
+expect 0 kaloctl registry repair --file "$file"
+expect 0 kaloctl registry check --file "$file"
+expect 0 kaloctl registry add 'A\c' --file "$file"
+expect 2 kaloctl registry add 'A\d' --id 7 --file "$file"
+expect 0 kaloctl registry set 'A\c' name text --type string --repair --file "$file"
+expect 0 kaloctl registry list --json --file "$file"
+json '[(k["name"], k["id"], [v["data"] for v in k["values"]]) for k in d["keys"]] == [("A\\b", 7, [-3]), ("A\\c", 1, ["text"])]'
+expect 0 kaloctl registry delete 'A\c' name --file "$file"
+expect 0 kaloctl registry delete 'A\b' --file "$file"
+expect 1 kaloctl registry delete 'A\b' --file "$file"
+[ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || complain "registry delete: wrong content"
+expect 2 kaloctl registry get "$file" a b c d
+shows "not expected: b c d"
 # What stands after a text may be a part of it, however well it is made to look.
 for text in $'b\n[KEY]\n5\nHKEY_USERS\\evil' $'b \n[KEY] \n\t0x00000005 \n\tHKEY_USERS\\evil'; do
   printf '[KEY] \n\t0x00000001 \n\t%s \n\t\t[VALUE] \n\t\t\tTitle \n\t\t\t1 \n\t\t\t%s \n' "$key" "$text" \
@@ -122,6 +169,14 @@ expect 1 sim --fault write:1=EIO -- kaloctl doctor --skip registry
 shows "failed    round-trip"
 expect 0 sim -- kaloctl doctor --skip registry
 lacks failed
+shows "skipped   registry"
+expect 1 sim --fault open:1-=ENOENT -- kaloctl doctor --skip node
+shows "not made  permissions"
+expect 1 sim --client kalo:max=8 -- kaloctl doctor
+shows "the client's maximum is 8 bytes"
+expect 0 sim -q --fault ioctl:3=ENOENT -- kaloctl doctor --json
+json 'd["commandsCanBeSent"]'
+json '{c["name"] for c in d["checks"] if c["result"] == "warning"} == {"sab", "registry"}'
 expect 2 kaloctl frobnicate
 shows "unknown command 'frobnicate': one of probe, "
 expect 2 kaloctl run /dev/zero

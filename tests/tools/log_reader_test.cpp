@@ -4,10 +4,10 @@
 #include <string>
 #include <vector>
 
-#include "tools/log/log_folder.h"
-#include "tools/log/log_splitter.h"
+#include "common/log_folder.h"
+#include "common/log_splitter.h"
 
-namespace kaloctl {
+namespace common {
 namespace {
 
 // "prefix|function|tag|text", "function" being "?" for text without one.
@@ -97,4 +97,4 @@ TEST(LogFolder, folds_copies_as_sinks_grow_and_keeps_true_repeats_apart) {
 }
 
 }  // namespace
-}  // namespace kaloctl
+}  // namespace common

@@ -55,6 +55,13 @@ std::string ProcessText(uint32_t processId) {
                                    : std::to_string(processId);
 }
 
+nlohmann::ordered_json SessionJson(const ClientSession* session,
+                                   const DestroyedSessions& destroyed) {
+  if (session == nullptr) return nullptr;
+  return {{"address", common::Hex(reinterpret_cast<uintptr_t>(session))},
+          {"destroyed", destroyed.Contains(session)}};
+}
+
 const char* BoolText(bool value) { return value ? "true" : "false"; }
 
 }  // namespace
@@ -84,6 +91,33 @@ void PrintState(std::ostream& out, const DestroyedSessions& destroyed) {
   Field(out, "kaloRefCountB", state.kaloRefCountB);
   Field(out, "fenuRefCount", state.fenuRefCount);
   Field(out, "sessionBShared", BoolText(state.sessionBShared));
+}
+
+nlohmann::ordered_json StateJson(const DestroyedSessions& destroyed) {
+  const KaloDllState& state = gKaloDllState;
+  return {
+      {"kaloInterfaceVersion", state.kaloInterfaceVersion},
+      {"fenuInterfaceVersion", state.fenuInterfaceVersion},
+      {"provisioningSession", SessionJson(state.provisioningSession, destroyed)},
+      {"kaloSessionA", SessionJson(state.kaloSessionA, destroyed)},
+      {"kaloSessionB", SessionJson(state.kaloSessionB, destroyed)},
+      {"fenuSession", SessionJson(state.fenuSession, destroyed)},
+      {"apiErrorText", BoundedText(state.apiErrorText, sizeof(state.apiErrorText))},
+      {"apiErrorCode", state.apiErrorCode},
+      {"kaloErrorText", BoundedText(state.kaloErrorText, sizeof(state.kaloErrorText))},
+      {"kaloErrorCode", state.kaloErrorCode},
+      {"fenuErrorText", BoundedText(state.fenuErrorText, sizeof(state.fenuErrorText))},
+      {"fenuErrorCode", state.fenuErrorCode},
+      {"lastErrorSource", state.lastErrorSource},
+      {"lastErrorContext", common::Hex(reinterpret_cast<uintptr_t>(state.lastErrorContext))},
+      {"lastErrorProcessId", state.lastErrorProcessId},
+      {"firmwareApiVersion", state.firmwareApiVersion},
+      {"stateInitFlag", state.stateInitFlag},
+      {"kaloRefCountA", state.kaloRefCountA},
+      {"kaloRefCountB", state.kaloRefCountB},
+      {"fenuRefCount", state.fenuRefCount},
+      {"sessionBShared", state.sessionBShared},
+  };
 }
 
 }  // namespace kaloctl

@@ -22,6 +22,7 @@
 #include "tools/call/message.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
 #include "tools/registry/registry_file.h"
 #include "tools/registry/registry_view.h"
 #include "transport/client_session.h"
@@ -37,12 +38,13 @@ struct DoctorOptions {
   uint32_t command = 0;
   // Names of checks to leave out.
   std::vector<std::string> skip;
+  bool json = false;
 };
 
 constexpr char kDevice[] = "/dev/zuli";
 
 struct Finding {
-  enum Kind { kOk, kFailed, kNotMade } kind;
+  enum Kind { kOk, kWarning, kFailed, kSkipped, kNotMade } kind;
   std::string text;
   std::string remedy;
 };
@@ -92,8 +94,8 @@ class Examination {
     try {
       session.ConnectClient(&ClientSession::SAB_CLIENT_GUID);
     } catch (...) {
-      return {Finding::kFailed, CauseIn(log_.Take()),
-              "drivers do without it: look whether the firmware holds the client, or --skip sab"};
+      return {Finding::kWarning, CauseIn(log_.Take()),
+              "drivers do without it: look whether the firmware holds the client"};
     }
     return Connected(session.dremSessions.front()->connectRecord->out);
   }
@@ -105,11 +107,20 @@ class Examination {
     if (session.status() != KALO_DLL_STATUS_SUCCESS) {
       return {Finding::kNotMade, "the client does not connect", ""};
     }
-    ReplyBuffer reply(session.Properties().maxMessageLength);
+    const uint32_t maximum = session.Properties().maxMessageLength;
+    ReplyBuffer reply(std::max<std::size_t>(maximum, kHeaderSize));
     std::vector<uint8_t> privateData;
     const uint32_t status =
         session.Exchange(MakeMessage(options_.command, {}), reply, &privateData);
-    if (status != KALO_DLL_STATUS_SUCCESS) return Failure(status);
+    if (status != KALO_DLL_STATUS_SUCCESS) {
+      Finding failure = Failure(status);
+      if (maximum < kHeaderSize) {
+        failure.remedy = "the client's maximum is " + std::to_string(maximum) +
+                         " bytes, and the header alone has " + std::to_string(kHeaderSize) +
+                         ": look at the version of its firmware";
+      }
+      return failure;
+    }
     const std::vector<uint8_t> received = reply.Received();
     if (received.size() < kHeaderSize) {
       return {Finding::kFailed, "reply " + ReplyText(received),
@@ -129,7 +140,7 @@ class Examination {
     std::FILE* file = std::fopen(path.c_str(), "a");
     if (file == nullptr) {
       return {
-          Finding::kFailed, path + ": " + std::strerror(errno),
+          Finding::kWarning, path + ": " + std::strerror(errno),
           "make its folder, writable for this user; the library works without, but logs nothing"};
     }
     std::fclose(file);
@@ -142,10 +153,9 @@ class Examination {
       return {Finding::kOk, CountText(registry) + " in " + kRegistryPath, ""};
     } catch (const RegistryError& error) {
       const bool missing = access(kRegistryPath, F_OK) != 0;
-      return {Finding::kFailed, error.what(),
+      return {Finding::kWarning, error.what(),
               std::string("only the settings functions need it: ") +
-                  (missing ? "make the file, an empty one will do" : "mend the file") +
-                  ", or --skip registry"};
+                  (missing ? "make the file, an empty one will do" : "mend the file")};
     }
   }
 
@@ -172,6 +182,7 @@ class Examination {
 struct Check {
   const char* name;
   Finding (*run)(Examination&);
+  bool isOptional = false;  // commands do without it
 };
 
 constexpr Check kChecks[] = {
@@ -179,16 +190,18 @@ constexpr Check kChecks[] = {
     {"permissions", [](Examination& examination) { return examination.Permissions(); }},
     {"kalo", [](Examination& examination) { return examination.Connects(Client::kKalo); }},
     {"fenu", [](Examination& examination) { return examination.Connects(Client::kFenu); }},
-    {"sab", [](Examination& examination) { return examination.ConnectsSab(); }},
+    {"sab", [](Examination& examination) { return examination.ConnectsSab(); }, true},
     {"round-trip", [](Examination& examination) { return examination.RoundTrip(); }},
     {"log", [](Examination& examination) { return examination.LogFile(); }},
     {"registry", [](Examination& examination) { return examination.Registry(); }},
 };
 
+constexpr const char* kWords[] = {"ok", "warning", "failed", "skipped", "not made"};
+
 void PrintFinding(std::ostream& out, const common::Colours& colours, const char* name,
                   const Finding& finding) {
-  constexpr const char* kWords[] = {"ok", "failed", "not made"};
-  const char* const kindColours[] = {colours.good, colours.bad, colours.dim};
+  const char* const kindColours[] = {colours.good, colours.warning, colours.bad, colours.dim,
+                                     colours.dim};
   out << kindColours[finding.kind] << std::left << std::setw(10) << kWords[finding.kind]
       << colours.reset << std::setw(13) << name << std::right << finding.text << '\n';
   if (!finding.remedy.empty()) out << std::string(10, ' ') << "remedy: " << finding.remedy << '\n';
@@ -201,18 +214,32 @@ std::vector<std::string> CheckNames() {
   return names;
 }
 
-// Runs the checks and prints a line for each, with a remedy below one that failed. A check that
-// needs one that failed is not made. True when none failed.
+// Runs the checks and prints a line for each, with a remedy below one that is not good. A check
+// that needs one that failed is not made. True when none that commands depend on was in vain.
 bool RunDoctor(std::ostream& out, const common::Colours& colours, const DoctorOptions& options) {
   Examination examination(options);
   bool good = true;
+  Json checks = Json::array();
   for (const Check& check : kChecks) {
     const bool skipped =
         std::find(options.skip.begin(), options.skip.end(), check.name) != options.skip.end();
-    const Finding finding =
-        skipped ? Finding{Finding::kNotMade, "left out", ""} : check.run(examination);
-    PrintFinding(out, colours, check.name, finding);
-    good = good && finding.kind != Finding::kFailed;
+    const Finding finding = skipped ? Finding{Finding::kSkipped, "", ""} : check.run(examination);
+    if (options.json) {
+      checks.push_back({{"name", check.name},
+                        {"result", kWords[finding.kind]},
+                        {"text", finding.text},
+                        {"remedy", finding.remedy.empty() ? Json() : Json(finding.remedy)}});
+    } else {
+      PrintFinding(out, colours, check.name, finding);
+    }
+    good = good && (finding.kind != Finding::kFailed &&
+                    (finding.kind != Finding::kNotMade || check.isOptional));
+  }
+  if (options.json) {
+    PrintJson(out, {{"commandsCanBeSent", good}, {"checks", checks}});
+  } else {
+    out << (good ? "Commands can be sent" : "Commands cannot be sent")
+        << (good && !options.skip.empty() ? ", as far as was checked.\n" : ".\n");
   }
   return good;
 }
@@ -237,16 +264,20 @@ void AddDoctorCommand(CLI::App& app, int& exitStatus) {
   };
   auto arguments = std::make_shared<Arguments>();
   CLI::App* command = app.add_subcommand(
-      "doctor", "Check all that the library needs, with a remedy for each fault");
+      "doctor", "Check whether commands can be sent, with a remedy for each fault");
   common::AddNumberOption(*command, "--command", arguments->command,
                           "Command of the round trip (default: 0)");
   command->add_option("--skip", arguments->options.skip, "Checks to leave out")
       ->type_name(common::Joined(CheckNames(), "|"))
       ->delimiter(',');
+  AddJsonFlag(*command, arguments->options.json);
   command->footer(
-      R"(Checks that the device node is there and opens, that the KALO and FENU clients connect, that
-a bare header with the command is answered, whatever the answer's status, that the log file
-can be written, and that the registry file loads. The exit status is 1 when a check failed.
+      R"(Checks that the device node is there and opens, that the KALO and FENU clients connect, and that
+a bare header with the command is answered, whatever the answer's status: without these no command
+can be sent. What commands do without is a warning at most: the SAB client, a log file that can be
+written, a registry file that loads. A check that is skipped decides nothing.
+
+Exit status: 0 when commands can be sent, 1 when not, 2 for wrong usage.
 )");
   command->callback([arguments, &exitStatus] {
     arguments->options.command = arguments->command.value_or(0);

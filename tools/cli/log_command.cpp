@@ -1,20 +1,32 @@
 #include <cstdio>
 #include <iomanip>
 #include <iostream>
+#include <algorithm>
+#include <chrono>
 #include <memory>
+#include <string>
+#include <thread>
+#include <vector>
 
 #include <CLI/CLI.hpp>
 
 #include "common/colours.h"
+#include "common/file_follower.h"
 #include "common/input.h"
+#include "common/input_error.h"
+#include "common/log_folder.h"
+#include "common/log_splitter.h"
+#include "common/number.h"
 #include "common/text.h"
 #include "tools/cli/commands.h"
-#include "tools/log/log_folder.h"
-#include "tools/log/log_splitter.h"
+#include "tools/cli/json.h"
 
 namespace kaloctl {
 namespace {
 
+using common::LogRecord;
+
+constexpr auto kPollInterval = std::chrono::milliseconds(200);
 constexpr int kFunctionWidth = 15;
 constexpr int kTagWidth = 5;
 constexpr int kLabelWidth = 36;
@@ -40,6 +52,12 @@ std::size_t ValueBegin(std::string_view text) {
   return address || number ? blank + 1 : std::string_view::npos;
 }
 
+bool TellsFailure(const LogRecord& record) {
+  constexpr const char* kMarks[] = {"failed", "Exception", "Error", "errno", "errorno"};
+  return std::any_of(std::begin(kMarks), std::end(kMarks),
+                     [&record](const char* mark) { return Contains(record.text, mark); });
+}
+
 // Prints a record as one line: copies, prefix, function, tag, text. A count or an address at the
 // end of the text stands in a column of its own. Bytes that are not printable appear as \xNN.
 void PrintLogRecord(std::ostream& out, const common::Colours& colours, const LogRecord& record,
@@ -55,8 +73,7 @@ void PrintLogRecord(std::ostream& out, const common::Colours& colours, const Log
       << std::setw(kTagWidth) << record.tag << colours.reset << "  ";
   const std::size_t value = ValueBegin(record.text);
   if (value == std::string_view::npos) {
-    const bool bad = Contains(record.text, "failed") || Contains(record.text, "Exception") ||
-                     Contains(record.text, "Error");
+    const bool bad = TellsFailure(record);
     out << (bad ? colours.bad : "") << common::Printable(record.text) << (bad ? colours.reset : "");
   } else {
     out << std::left << std::setw(kLabelWidth) << common::Printable(record.text.substr(0, value))
@@ -65,26 +82,103 @@ void PrintLogRecord(std::ostream& out, const common::Colours& colours, const Log
   out << '\n';
 }
 
-int ShowLog(const std::string& path) {
-  const common::Colours colours = common::ColoursFor(stdout);
-  LogFolder folder([&](const LogRecord& record, std::size_t copies) {
-    PrintLogRecord(std::cout, colours, record, copies);
-  });
-  LogSplitter splitter([&](LogRecord&& record) { folder.Add(std::move(record)); });
-  common::ReadBlocks(path, [&](std::string_view block) { splitter.Feed(block); });
-  splitter.Finish();
-  folder.Finish();
+// A record as one line of JSON.
+void PrintLogJson(std::ostream& out, const LogRecord& record, std::size_t copies) {
+  Json line = {{"copies", copies},    {"process", nullptr}, {"tick", nullptr},
+               {"function", nullptr}, {"tag", nullptr},     {"text", record.text}};
+  long long process = 0, tick = 0;
+  if (std::sscanf(record.prefix.c_str(), "[%lld] %lld", &process, &tick) == 2) {
+    line["process"] = process;
+    line["tick"] = tick;
+  }
+  if (!record.function.empty()) {
+    line["function"] = record.function;
+    line["tag"] = common::ParseNumber(record.tag).value_or(0);
+  }
+  PrintJson(out, line, JsonLayout::kLine);
+}
+
+struct LogOptions {
+  std::string path;
+  bool follow = false;
+  bool failures = false;
+  bool json = false;
+  std::vector<std::string> functions;
+};
+
+class LogView {
+ public:
+  explicit LogView(const LogOptions& options) : options_(options) {}
+
+  void Feed(std::string_view text) { splitter_.Feed(text); }
+  // What was fed ends with a whole message.
+  void Finish() {
+    splitter_.Finish();
+    folder_.Finish();
+    std::cout << std::flush;
+  }
+
+ private:
+  void Show(const LogRecord& record, std::size_t copies) const {
+    const std::vector<std::string>& functions = options_.functions;
+    const bool named =
+        std::find(functions.begin(), functions.end(), record.function) != functions.end();
+    if ((!functions.empty() && !named) || (options_.failures && !TellsFailure(record))) return;
+    options_.json ? PrintLogJson(std::cout, record, copies)
+                  : PrintLogRecord(std::cout, colours_, record, copies);
+  }
+
+  const LogOptions& options_;
+  const common::Colours colours_ = common::ColoursFor(stdout);
+  common::LogFolder folder_{
+      [this](const LogRecord& record, std::size_t copies) { Show(record, copies); }};
+  common::LogSplitter splitter_{[this](LogRecord&& record) { folder_.Add(std::move(record)); }};
+};
+
+// Goes on until a signal ends it. The library writes each message at once, so that one is whole
+// when nothing has come for a while.
+[[noreturn]] void Follow(const LogOptions& options) {
+  common::FileFollower file(options.path, common::FileFollower::From::kBeginning);
+  LogView view(options);
+  for (;;) {
+    const std::string text = file.Take();
+    text.empty() ? view.Finish() : view.Feed(text);
+    std::this_thread::sleep_for(kPollInterval);
+  }
+}
+
+int ShowLog(const LogOptions& options) {
+  if (options.follow) {
+    if (options.path != "-") Follow(options);
+    throw common::InputError("--follow: a file is expected; standard input is read to its end");
+  }
+  LogView view(options);
+  common::ReadBlocks(options.path, [&](std::string_view block) { view.Feed(block); });
+  view.Finish();
   return kDone;
 }
 
 }  // namespace
 
 void AddLogCommand(CLI::App& app, int& exitStatus) {
-  auto path = std::make_shared<std::string>();
+  auto options = std::make_shared<LogOptions>();
   CLI::App* command =
       app.add_subcommand("log", "Show a log of the library with one message a line");
-  command->add_option("FILE", *path, "The log, usually /data/Marvoleth.log; - reads standard input")
+  command
+      ->add_option("FILE", options->path,
+                   "The log, usually /data/Marvoleth.log; - reads standard input")
       ->required();
+  command->add_flag("-f,--follow", options->follow,
+                    "Go on with what is added, until a signal ends it; FILE may not be there yet");
+  command->add_flag("--failures", options->failures, "Show only messages that tell of a failure");
+  command
+      ->add_option("--function", options->functions,
+                   "Show only messages of these functions, such as KaloInit3,IoMessage")
+      ->type_name("NAME")
+      ->delimiter(',')
+      ->expected(1)
+      ->take_all();
+  AddJsonFlag(*command, options->json);
   command->footer(
       R"(The library's messages stand in its log mostly without line ends, and after n calls of
 KaloInit3 each of them n times. Here each is shown once, with x and the number of copies in
@@ -94,9 +188,10 @@ that cannot be printed appear as \xNN. A log may be of any size.
 
 Examples:
   kaloctl log /data/Marvoleth.log
+  kaloctl log --follow --failures /data/Marvoleth.log
   zulisim run -- sh -c './driver; kaloctl log /data/Marvoleth.log'
 )");
-  command->callback([path, &exitStatus] { exitStatus = ShowLog(*path); });
+  command->callback([options, &exitStatus] { exitStatus = ShowLog(*options); });
 }
 
 }  // namespace kaloctl

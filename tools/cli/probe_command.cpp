@@ -1,5 +1,6 @@
 #include <cstdio>
 #include <iostream>
+#include <memory>
 
 #include <CLI/CLI.hpp>
 
@@ -8,30 +9,58 @@
 #include "tools/call/log_capture.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
 #include "transport/kalo_status.h"
 
 namespace kaloctl {
 namespace {
 
-int Probe() {
+Json ClientJson(Client client, const DriverSession& session, const std::vector<std::string>& log) {
+  const bool connected = session.status() == KALO_DLL_STATUS_SUCCESS;
+  Json json = {{"name", ClientName(client)},
+               {"connected", connected},
+               {"protocolVersion", nullptr},
+               {"maxMessageLength", nullptr},
+               {"error", nullptr}};
+  if (connected) {
+    const ZuliConnectRecord::Properties properties = session.Properties();
+    json["protocolVersion"] = properties.protocolVersion;
+    json["maxMessageLength"] = properties.maxMessageLength;
+  } else {
+    json["error"] = FailureJson(session.InitName(), session.status(), log);
+  }
+  return json;
+}
+
+void PrintClient(Client client, const DriverSession& session, const std::vector<std::string>& log) {
   const common::Colours colours = common::ColoursFor(stdout);
+  std::cout << colours.bold << ClientName(client) << colours.reset << "  ";
+  if (session.status() == KALO_DLL_STATUS_SUCCESS) {
+    const ZuliConnectRecord::Properties properties = session.Properties();
+    std::cout << "protocol version " << +properties.protocolVersion << ", maximum message length "
+              << properties.maxMessageLength << " bytes\n";
+    return;
+  }
+  std::cout << session.InitName() << " failed: " << colours.bad << StatusText(session.status())
+            << colours.reset << '\n';
+  PrintFailure(std::cout, colours, "      ", session.status(), true, log);
+}
+
+int Probe(bool asJson) {
   LogCapture log(LogCapture::Detail::kTrace);
   int exitStatus = kDone;
+  Json clients = Json::array();
   for (const Client client : {Client::kKalo, Client::kFenu}) {
     const DriverSession session(client, Generation::kVersion3);
     const std::vector<std::string> lines = log.Take();
-    std::cout << colours.bold << ClientName(client) << colours.reset << "  ";
-    if (session.status() == KALO_DLL_STATUS_SUCCESS) {
-      const ZuliConnectRecord::Properties properties = session.Properties();
-      std::cout << "protocol version " << +properties.protocolVersion << ", maximum message length "
-                << properties.maxMessageLength << " bytes\n";
+    if (asJson) {
+      clients.push_back(ClientJson(client, session, lines));
     } else {
-      std::cout << session.InitName() << " failed: " << colours.bad << StatusText(session.status())
-                << colours.reset << '\n';
-      PrintFailure(std::cout, colours, "      ", session.status(), true, lines);
-      exitStatus = kFailed;
+      PrintClient(client, session, lines);
     }
+    if (session.status() != KALO_DLL_STATUS_SUCCESS) exitStatus = kFailed;
   }
+  if (asJson) PrintJson(std::cout, {{"clients", clients}});
   return exitStatus;
 }
 
@@ -44,7 +73,9 @@ void AddProbeCommand(CLI::App& app, int& exitStatus) {
       R"(KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is
 sent. A client that cannot be opened is shown with what the library recorded, and the exit
 status is then 1.)");
-  command->callback([&exitStatus] { exitStatus = Probe(); });
+  const auto json = std::make_shared<bool>(false);
+  AddJsonFlag(*command, *json);
+  command->callback([json, &exitStatus] { exitStatus = Probe(*json); });
 }
 
 }  // namespace kaloctl

@@ -14,6 +14,8 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
+#include "tools/registry/registry_edit.h"
 #include "tools/registry/registry_file.h"
 #include "tools/registry/registry_view.h"
 
@@ -26,14 +28,44 @@ struct RegistryOptions {
   std::string name;
   std::string data;
   std::optional<uint32_t> type;
+  std::optional<uint32_t> id;
+  bool json = false;
   bool raw = false;
   bool repair = false;
   bool force = false;
 };
 
+// A text, a number as the file has it, or null where the file ends before it.
+Json DataJson(const RegistryValue& value) {
+  if (value.text) return *value.text;
+  return value.number ? Json(static_cast<int32_t>(*value.number)) : Json();
+}
+
+Json RegistryJson(const RegistryText& registry) {
+  Json keys = Json::array();
+  for (const RegistryKey& key : registry.keys) {
+    Json values = Json::array();
+    for (const RegistryValue& value : key.values) {
+      values.push_back(
+          {{"name", value.name}, {"type", TypeText(value.type)}, {"data", DataJson(value)}});
+    }
+    keys.push_back({{"name", key.name},
+                    {"id", key.id},
+                    {"reachable", Reaches(registry, key)},
+                    {"values", values}});
+  }
+  Json json = {{"keys", keys}, {"endsEarlyAtLine", nullptr}};
+  if (registry.endedEarly) json["endsEarlyAtLine"] = *registry.endedEarly;
+  return json;
+}
+
 int List(const RegistryOptions& options) {
   const RegistryText registry = LoadRegistryFile(options.file);
-  PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
+  if (options.json) {
+    PrintJson(std::cout, RegistryJson(registry));
+  } else {
+    PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
+  }
   if (registry.endedEarly) {
     std::cout << std::flush;
     std::cerr << "kaloctl: '" << options.file << "', line " << *registry.endedEarly
@@ -58,7 +90,9 @@ int Get(const RegistryOptions& options) {
                         std::to_string(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ", " +
                         RegistryCodeText(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ")");
   }
-  if (!options.raw) {
+  if (options.json) {
+    PrintJson(std::cout, {{"type", TypeText(value->type)}, {"data", DataJson(*value)}});
+  } else if (!options.raw) {
     std::cout << TypeText(value->type) << " " << DataText(*value) << '\n';
   } else if (value->type == REG_SZ) {
     std::cout << value->text.value_or("") << '\n';
@@ -112,8 +146,9 @@ void ProveLoadable(const RegistryText& registry, const std::string& content,
   }
   if (readBack == FormatRegistry(registry, RegistryStyle::kLoadable)) return;
   throw common::InputError(
-      "'" + options.name + "' = '" + options.data +
-      "': names and texts of 1 to 255 characters are expected, without line ends and "
+      (options.name.empty() ? common::Quoted(options.key)
+                            : common::Quoted(options.name) + " = " + common::Quoted(options.data)) +
+      ": names and texts of 1 to 255 characters are expected, without line ends and "
       "without a blank in front; nothing was changed");
 }
 
@@ -141,7 +176,76 @@ or --force to write it as the library does)");
   return kDone;
 }
 
+// What the library would not load, or load in part.
+int Check(const RegistryOptions& options) {
+  std::vector<std::string> problems;
+  std::string counted;
+  try {
+    const RegistryText registry = LoadRegistryFile(options.file);
+    counted = CountText(registry);
+    if (registry.endedEarly) {
+      problems.push_back("'" + options.file + "', line " + std::to_string(*registry.endedEarly) +
+                         ": the library stops reading here, without an error");
+    }
+    for (const RegistryKey& key : registry.keys) {
+      if (Reaches(registry, key)) continue;
+      problems.push_back("key " + common::Quoted(key.name) + " is hidden by one of the same " +
+                         (registry.FindByName(key.name) != &key ? "name" : "id"));
+    }
+  } catch (const RegistryError& error) {
+    problems.emplace_back(error.what());
+  }
+  if (options.json) {
+    PrintJson(std::cout, {{"good", problems.empty()}, {"problems", problems}});
+  } else if (problems.empty()) {
+    std::cout << "'" << options.file << "' loads: " << counted << "\n";
+  } else {
+    for (const std::string& problem : problems) std::cerr << "kaloctl: " << problem << '\n';
+  }
+  return problems.empty() ? kDone : kFailed;
+}
+
+// Writes what the library would load; it has no way of its own to add or to delete.
+int WriteEdited(const RegistryText& registry, const RegistryOptions& options) {
+  RequireUndoubted(registry, options.file);
+  if (registry.endedEarly) {
+    throw common::InputError("'" + options.file + "', line " +
+                             std::to_string(*registry.endedEarly) +
+                             ": the library stops reading here, and what follows would be lost; "
+                             "nothing was changed");
+  }
+  const std::string content = FormatRegistry(registry, RegistryStyle::kLoadable);
+  ProveLoadable(registry, content, options);
+  WriteRegistryFile(options.file, content);
+  return kDone;
+}
+
+int AddKey(const RegistryOptions& options) {
+  RegistryText registry = LoadRegistryFileToEdit(options.file);
+  AddRegistryKey(registry, options.key, options.id);
+  return WriteEdited(registry, options);
+}
+
+int Delete(const RegistryOptions& options) {
+  RegistryText registry = LoadRegistryFileToEdit(options.file);
+  const std::size_t at = FindRegistryKey(registry, options.key, options.file);
+  if (options.name.empty()) {
+    registry.keys.erase(registry.keys.begin() + static_cast<std::ptrdiff_t>(at));
+  } else {
+    DeleteRegistryValue(registry.keys[at], options.name);
+  }
+  return WriteEdited(registry, options);
+}
+
+void MendLineEnds(const RegistryOptions& options) {
+  const std::string content = ReadRegistryFile(options.file);
+  if (!HasCarriageReturns(content)) return;
+  WriteRegistryFile(options.file, WithoutCarriageReturns(content));
+  std::cout << "'" << options.file << "': its lines end in LF now, no longer in CR LF\n";
+}
+
 int Repair(const RegistryOptions& options) {
+  MendLineEnds(options);
   const std::string content = ReadRegistryFile(options.file);
   const RegistryText registry = LoadRegistryFileToEdit(options.file);
   if (!IsRewritten(content)) {
@@ -164,13 +268,17 @@ the library keeps in 32 bits). A file that does not load is reported with line a
 
 When the library sets a value it rewrites the file so that it does not load again. 'set'
 therefore asks for --repair (the file stays loadable) or --force (what the library does), and
-'repair' undoes what the library did to a file, the order of its keys included. It shows the
-keys that the file will hold. A text with line ends can have brought in some of them: where a
-text is followed by anything, 'repair' asks for --force, and changes nothing without it.
+'repair' undoes what the library did to a file, the order of its keys included, and mends lines that
+end in CR LF. It shows the keys that the file will hold. A text with line ends can have brought in
+some of them: where a text is followed by anything, 'repair' asks for --force, and changes nothing
+without it. 'add' and 'delete' leave the file loadable. 'set' adds a value that is not there when it
+is told the type.
 
 Examples:
   kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
-  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --repair --file r.txt
+  kaloctl registry add 'HKEY_LOCAL_MACHINE\Software\Video' --file r.txt
+  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --repair --file r.txt
+  kaloctl registry delete 'HKEY_LOCAL_MACHINE\Software\Video' Level --file r.txt
 )";
 
 void AddValueArguments(CLI::App& command, RegistryOptions& options) {
@@ -192,10 +300,19 @@ void AddRegistryCommand(CLI::App& app, int& exitStatus) {
     command->callback([options, action, &exitStatus] { exitStatus = action(*options); });
     return command;
   };
-  add("list", "Show all keys and values as a tree", List);
+  AddJsonFlag(*add("list", "Show all keys and values as a tree", List), options->json);
+  AddJsonFlag(*add("check", "Say whether the library loads the file, and all of it", Check),
+              options->json);
   CLI::App* get = add("get", "Show a value with its type", Get);
   AddValueArguments(*get, *options);
-  get->add_flag("--raw", options->raw, "Show the data alone");
+  auto* raw = get->add_flag("--raw", options->raw, "Show the data alone");
+  AddJsonFlag(*get, options->json)->excludes(raw);
+  CLI::App* addKey = add("add", "Add a key without values", AddKey);
+  addKey->add_option("KEY", options->key, "Full path of the key")->required();
+  common::AddNumberOption(*addKey, "--id", options->id, "Its id (default: the first that is free)");
+  CLI::App* remove = add("delete", "Delete a key with its values, or one value of it", Delete);
+  remove->add_option("KEY", options->key, "Full path of the key")->required();
+  remove->add_option("NAME", options->name, "Name of the value; without it, the key is deleted");
   CLI::App* set = add("set", "Set a value", Set);
   AddValueArguments(*set, *options);
   set->add_option("DATA", options->data, "A text, or a number that is decimal or 0x hexadecimal")
@@ -207,7 +324,7 @@ void AddRegistryCommand(CLI::App& app, int& exitStatus) {
       set->add_flag("--force", options->force, "Write as the library does: it does not load again");
   set->add_flag("--repair", options->repair, "Write so that the library loads it again")
       ->excludes(force);
-  add("repair", "Make a file load again that the library has rewritten", Repair)
+  add("repair", "Make a file load again that the library has rewritten, or that has CR LF", Repair)
       ->add_flag("--force", options->force, "Also what a text may have brought in");
 }
 

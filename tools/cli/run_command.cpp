@@ -8,6 +8,7 @@
 #include "tools/call/script_runner.h"
 #include "tools/call/state_view.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
 
 namespace kaloctl {
 namespace {
@@ -16,6 +17,7 @@ struct ScriptOptions {
   std::string script;
   RunOptions run;
   bool noLog = false;
+  bool json = false;
 };
 
 int RunScript(const ScriptOptions& options, bool showState) {
@@ -23,9 +25,14 @@ int RunScript(const ScriptOptions& options, bool showState) {
   if (!options.script.empty()) {
     steps = ParseScript(common::ReadInput(options.script), common::InputName(options.script));
   }
-  ScriptRunner runner(std::cout, common::ColoursFor(stdout), options.run);
+  std::ostream& out = options.json ? std::cerr : std::cout;
+  ScriptRunner runner(out, common::ColoursFor(options.json ? stderr : stdout), options.run);
   const bool good = runner.Run(steps);
-  if (showState) PrintState(std::cout, runner.destroyed());
+  if (options.json) {
+    PrintJson(std::cout, StateJson(runner.destroyed()));
+  } else if (showState) {
+    PrintState(std::cout, runner.destroyed());
+  }
   return good ? kDone : kFailed;
 }
 
@@ -63,7 +70,9 @@ void AddStateCommand(CLI::App& app, int& exitStatus) {
   command->footer(
       R"(The state is that of this program's copy of the library, so without SCRIPT it is the state
 after loading. 'kaloctl run --help' tells how a script is written. Addresses of sessions that
-have been closed stay in the state and are marked.)");
+have been closed stay in the state and are marked. With --json, the calls of SCRIPT are shown on
+standard error.)");
+  AddJsonFlag(*command, options->json);
   command->callback([options, &exitStatus] { exitStatus = RunScript(*options, true); });
 }
 

@@ -20,6 +20,7 @@
 #include "tools/call/request_source.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
 
 namespace kaloctl {
 namespace {
@@ -37,6 +38,7 @@ struct SendOptions {
   std::optional<uint32_t> replySize;
   bool noPrivateData = false;
   bool showLog = false;
+  bool json = false;
   std::optional<std::string> outputFile;
 };
 
@@ -116,10 +118,7 @@ class SendCommand {
   int Exchange(DriverSession& session, Client client, const std::vector<uint8_t>& request) {
     ReplyBuffer reply(options_.replySize.value_or(std::clamp<uint32_t>(
         session.Properties().maxMessageLength, kHeaderSize, kLargestDefaultReply)));
-    std::cout << colours_.bold << "request" << colours_.reset << " to " << ClientName(client)
-              << ", " << request.size() << " bytes\n";
-    PrintMessage(std::cout, request);
-    std::cout << std::flush;
+    if (!options_.json) PrintRequest(client, request);
 
     std::vector<uint8_t> privateData;
     const uint32_t status =
@@ -127,6 +126,25 @@ class SendCommand {
     if (status != KALO_DLL_STATUS_SUCCESS) return Fail(session.CommandName(), status);
 
     const std::vector<uint8_t> received = reply.Received();
+    if (options_.json) {
+      PrintResult(nullptr, received, privateData, log_.Take());
+    } else {
+      PrintReply(received, privateData);
+    }
+    output_.Write(received);
+    if (received.empty()) return kFailed;
+    const bool whole = received.size() >= kHeaderSize;
+    return whole && transport::HeaderOf(received.data()).status < 0 ? kRefused : kDone;
+  }
+
+  void PrintRequest(Client client, const std::vector<uint8_t>& request) const {
+    std::cout << colours_.bold << "request" << colours_.reset << " to " << ClientName(client)
+              << ", " << request.size() << " bytes\n";
+    PrintMessage(std::cout, request);
+    std::cout << std::flush;
+  }
+
+  void PrintReply(const std::vector<uint8_t>& received, const std::vector<uint8_t>& privateData) {
     std::cout << colours_.bold << "reply" << colours_.reset << (received.empty() ? " " : ", ")
               << ReplyText(received) << '\n';
     PrintMessage(std::cout, received);
@@ -136,13 +154,30 @@ class SendCommand {
       std::cout << common::HexDump(privateData, "  ");
     }
     if (options_.showLog) PrintLog(log_.Take());
-    output_.Write(received);
-    return received.empty() ? kFailed : kDone;
+  }
+
+  // The one shape of all outcomes.
+  void PrintResult(const Json& error, const std::vector<uint8_t>& reply,
+                   const std::vector<uint8_t>& privateData,
+                   const std::vector<std::string>& log) const {
+    Json json = {{"error", error},
+                 {"reply", BytesJson(reply)},
+                 {"firmwareStatus", nullptr},
+                 {"privateData", BytesJson(privateData)}};
+    if (reply.size() >= kHeaderSize) {
+      json["firmwareStatus"] = transport::HeaderOf(reply.data()).status;
+    }
+    if (options_.showLog) json["log"] = log;
+    PrintJson(std::cout, json);
   }
 
   int Fail(const char* call, uint32_t status) {
     const common::Colours colours = common::ColoursFor(stderr);
     const std::vector<std::string> lines = log_.Take();
+    if (options_.json) {
+      PrintResult(FailureJson(call, status, lines), {}, {}, lines);
+      return kFailed;
+    }
     if (options_.showLog) PrintLog(lines);
     std::cout << std::flush;
     std::cerr << "kaloctl: " << call << " failed: " << colours.bad << StatusText(status)
@@ -173,7 +208,10 @@ byte that differs from a pattern put into the buffer before.
 Examples:
   kaloctl send --command 4
   kaloctl send --command 0x30001 --body --data '01 02 03 04'
-  kaloctl send --generation earlier request.bin --output reply.bin)";
+  kaloctl send --generation earlier request.bin --output reply.bin
+
+Exit status: 0 for a reply, 3 for one whose status is negative, 1 when the call failed or nothing
+was received, 2 for wrong usage or input.)";
 
 }  // namespace
 
@@ -211,6 +249,7 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
   command->add_option("--output", options->outputFile, "Write the raw reply to this file")
       ->type_name("FILE")
       ->check(common::NotEmpty());
+  AddJsonFlag(*command, options->json);
   command->footer(kFooter);
   command->callback([options, &exitStatus] {
     if (options->hex) options->source.format = RequestFormat::kHex;

@@ -19,6 +19,7 @@
 #include "common/number.h"
 #include "common/text.h"
 #include "oscl/last_error.h"
+#include "tools/registry/registry_edit.h"
 
 namespace kaloctl {
 namespace {
@@ -118,7 +119,9 @@ RegistryText LoadRegistryFile(const std::string& path) {
     FailAt(path, fault,
            IsRewritten(content) ? "; the library has rewritten the file: " +
                                       RegistryCommand("repair", path) + " makes it load again"
-                                : "");
+           : HasCarriageReturns(content)
+               ? "; its lines end in CR LF: " + RegistryCommand("repair", path) + " mends them"
+               : "");
   }
 }
 

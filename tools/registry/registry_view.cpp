@@ -91,6 +91,10 @@ std::string DataText(const RegistryValue& value) {
   return value.number ? NumberText(value) + " (" + common::Hex(*value.number) + ")" : "(no data)";
 }
 
+bool Reaches(const RegistryText& registry, const RegistryKey& key) {
+  return registry.FindByName(key.name) == &key && registry.FindById(key.id)->name == key.name;
+}
+
 std::string CountText(const RegistryText& registry) {
   return std::to_string(registry.keys.size()) + (registry.keys.size() == 1 ? " key" : " keys");
 }

@@ -18,6 +18,9 @@ std::string DataText(const RegistryValue& value);
 // "1 key", "2 keys"
 std::string CountText(const RegistryText& registry);
 
+// False for a key that another one of its name or id hides from the library.
+bool Reaches(const RegistryText& registry, const RegistryKey& key);
+
 // The keys as a tree, each with its id and its values. A key that the library does not reach is
 // marked.
 void PrintRegistry(std::ostream& out, const common::Colours& colours, const RegistryText& registry);

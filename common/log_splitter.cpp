@@ -1,10 +1,10 @@
-#include "tools/log/log_splitter.h"
+#include "common/log_splitter.h"
 
 #include <algorithm>
 #include <cctype>
 #include <utility>
 
-namespace kaloctl {
+namespace common {
 namespace {
 
 // The functions that the library's log lines begin with. A line may follow another without a line
@@ -58,6 +58,7 @@ void LogSplitter::Finish() {
   Emit(buffer_.size());
   buffer_.clear();
   text_ = scan_ = 0;
+  lineStart_ = true;
 }
 
 void LogSplitter::Scan(bool final) {
@@ -159,4 +160,4 @@ void LogSplitter::DropConsumed() {
   text_ = 0;
 }
 
-}  // namespace kaloctl
+}  // namespace common

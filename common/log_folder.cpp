@@ -1,6 +1,6 @@
-#include "tools/log/log_folder.h"
+#include "common/log_folder.h"
 
-namespace kaloctl {
+namespace common {
 namespace {
 
 bool AddsSink(const LogRecord& record) {
@@ -30,4 +30,4 @@ void LogFolder::Finish() {
   copies_ = 0;
 }
 
-}  // namespace kaloctl
+}  // namespace common

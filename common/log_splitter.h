@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace kaloctl {
+namespace common {
 
 // One message of a log.
 struct LogRecord {
@@ -59,4 +59,4 @@ class LogSplitter {
   LogRecord current_;
 };
 
-}  // namespace kaloctl
+}  // namespace common

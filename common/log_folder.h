@@ -4,9 +4,9 @@
 #include <functional>
 #include <utility>
 
-#include "tools/log/log_splitter.h"
+#include "common/log_splitter.h"
 
-namespace kaloctl {
+namespace common {
 
 // Folds the copies that stand in a row: every KaloInit3 of a process adds one more sink for the
 // same file, so that from its first line on each message is written once more. That line shows how
@@ -30,4 +30,4 @@ class LogFolder {
   std::size_t sinks_ = 0;
 };
 
-}  // namespace kaloctl
+}  // namespace common

@@ -1,0 +1,34 @@
+# `cpack`: a Debian package of the library with its headers, and one of the tools. Configure with
+# CMAKE_INSTALL_PREFIX=/usr, as scripts/package.sh does, so that the files lie where Debian has them.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_NAME kalodll)
+set(CPACK_PACKAGE_CONTACT "libkalodll maintainers <root@localhost>")
+set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_COMPONENTS_ALL library)
+if(KALODLL_BUILD_TOOLS)
+  list(APPEND CPACK_COMPONENTS_ALL tools)
+endif()
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+# dpkg-shlibdeps finds what the binaries need, liblog's package included; libkalodll itself belongs to
+# no package yet.
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
+
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libkalodll)
+set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
+  "Carries a driver's protected-media commands to firmware clients\n\
+ The shared library with its headers, a CMake package and a pkg-config file.")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kalodll-tools)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libkalodll (= ${PROJECT_VERSION})")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS fuse3)
+set(CPACK_COMPONENT_TOOLS_DESCRIPTION
+  "The bench of libkalodll: a security engine in software, and kaloctl\n\
+ zulisim serves any program the device in software; kaloctl drives the library as a driver would.\n\
+ With man pages, completion, documents and scenarios.")
+include(CPack)

@@ -1,0 +1,84 @@
+#include <iostream>
+#include <memory>
+
+#include "common/command_line.h"
+#include "common/input.h"
+#include "simulator/cli/commands.h"
+#include "simulator/cli/options.h"
+#include "simulator/device/operation_decoder.h"
+#include "simulator/output/output_file.h"
+#include "simulator/record/recording_scenario.h"
+
+namespace zulisim {
+namespace {
+
+constexpr const char* kShowDescription =
+    "Shows a recording without running a program: as a transcript, trace, report or scenario.";
+
+constexpr const char* kShowFooter = R"(
+Without --trace, --report and --scenario the transcript goes to standard output.
+
+A scenario made from a recording has the software engine answer, fail and vanish as recorded, for
+programs that do something else than was recorded; 'zulisim replay' is for those that do the same.
+It holds no times, and of a reply's header the status alone. What it says of the order of operations
+is that of their ends.
+
+Examples:
+  zulisim show field.zul --time --bytes 64
+  zulisim show field.zul --report field.html --scenario field.toml
+
+Exit status: 0; 125 for a recording that cannot be read or an output that cannot be written.)";
+
+struct ShowOptions {
+  std::string file;
+  std::string scenarioFile;
+  OutputOptions output;
+};
+
+int Show(ShowOptions options) {
+  const Recording recording = ReadRecording(options.file);
+  if (recording.cut) {
+    std::cerr << "zulisim: '" << options.file << "' is cut after operation "
+              << recording.operations.size() << "\n";
+  }
+  if (recording.redacted) {
+    std::cerr << "zulisim: '" << options.file << "' is redacted: bytes that it lacks show as 0\n";
+  }
+  OutputOptions* const wanted = &options.output;
+  const bool others = !wanted->transcriptFile.empty() || !wanted->traceFile.empty() ||
+                      !wanted->reportFile.empty() || !options.scenarioFile.empty();
+  if (!others && !wanted->quiet) wanted->transcriptFile = "-";
+  wanted->quiet = true;
+  {
+    RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
+    OperationDecoder decoder(recording.clients.empty() ? DefaultClients() : recording.clients);
+    decoder.AddObserver(&output);
+    for (const RecordedOperation& operation : recording.operations) {
+      decoder.Decode(operation.record);
+    }
+  }
+  if (options.scenarioFile.empty()) return 0;
+  OutputFile file("scenario", options.scenarioFile);
+  file.Write(ScenarioOf(recording, options.file));
+  return file.Close() ? 0 : kOwnFailure;
+}
+
+}  // namespace
+
+void DefineShow(CLI::App* app, Invocation* invocation) {
+  CLI::App* command = app->add_subcommand("show", kShowDescription);
+  command->footer(kShowFooter);
+  const auto options = std::make_shared<ShowOptions>();
+  command->add_option("FILE", options->file, "The recording")->required();
+  common::AddFileOption(*command, "--scenario", options->scenarioFile,
+                        "Write a scenario to FILE that has the engine do what was recorded");
+  AddOutputOptions(command, &options->output);
+  command->callback([=] {
+    invocation->run = [=] {
+      RefuseSharedFiles(*command, {});
+      return Show(*options);
+    };
+  });
+}
+
+}  // namespace zulisim

@@ -1,0 +1,32 @@
+#include "tools/cli/json.h"
+
+#include "tools/call/status_text.h"
+
+namespace kaloctl {
+
+Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::string>& logLines) {
+  const ErrorRecord record = LastErrorRecord();
+  const std::string cause = CauseIn(logLines);
+  const std::string name = StatusText(status);  // with the number after it
+  return {{"call", call},
+          {"status", status},
+          {"statusName", name.substr(0, name.find(' '))},
+          {"text", record.text},
+          {"source", record.source},
+          {"code", record.code},
+          {"cause", cause.empty() ? Json() : Json(cause)},
+          {"try", AdviceFor(status, record.text)}};
+}
+
+Json BytesJson(const std::vector<std::uint8_t>& bytes) {
+  if (bytes.empty()) return nullptr;
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
+}  // namespace kaloctl
