@@ -20,7 +20,8 @@ while IFS= read -r line <&3; do
   # Without what the test runner leaves open, a program's descriptors begin at 3.
   timeout 60 bash -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ${line#??}" >out 2>err
   status=$?
-  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" out err
+  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
+    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" out err
   [ $status -eq 0 ] || echo "? $status"
 done >now
 [ -z "$(ls -A tmp)" ] || { echo "zulisim left something behind: $(ls tmp)"; exit 1; }
