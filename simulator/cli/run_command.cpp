@@ -48,8 +48,8 @@ Examples:
               --fault 'write:3-=EIO' ./driver --verbose
 
 Exit status: the program's; 128 and the signal's number when a signal ended it; 122 with
---strict when something that was asked for did not happen; 125 when
-zulisim itself fails, 126 when the program cannot be run or served, 127 when there is none.)";
+--strict when something that was asked for did not happen; 125 when zulisim itself fails, 126
+when the program cannot be run or served, 127 when there is none.)";
 
 int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
   const auto program = MakeServedProgram(options, arguments);

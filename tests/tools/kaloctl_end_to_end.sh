@@ -72,7 +72,7 @@ lacks "open"
 # The log file, read back, holds the very lines that the calls caused: one each, whatever the number
 # of sinks, and trace lines too although each KaloInit3 lowers the level.
 rm -rf "$root/sim"
-script 'KaloInit3 a' 'KaloStateInit 0x30000 1' 'KaloInit3 b' 'KaloInit3 c' 'FenuInit' 'FenuInit3 f' \
+script 'KaloInit3 a' 'KaloStateInit 3.0 1' 'KaloInit3 b' 'KaloInit3 c' 'FenuInit' 'FenuInit3 f' \
   'StartIoEx3 a 4 32' 'StartIo3 null 4 16' 'StartIoEx 0x30002 64 private' 'StartIo 4 8' \
   'KaloInit' 'KaloCleanup3 b' 'KaloCleanup' 'KaloCleanup' 'FenuCleanup3 f' 'FenuCleanup' 'FenuInit'
 expect 1 sim --lose read:2 --fault close:1=EIO --fault write:2=EIO -- kaloctl run --trace "$root/script"

@@ -5,6 +5,7 @@
 #include <set>
 #include <sstream>
 
+#include "api/kalo_dll.h"
 #include "common/input_error.h"
 #include "common/number.h"
 #include "common/text.h"
@@ -135,7 +136,11 @@ class LineParser {
     const std::string version = Next();
     step_.nullParams = version == kNullHandle;
     if (step_.nullParams) return;
-    step_.apiVersion = Number(version, "a version such as 0x30000 or 0x30002, or null,");
+    if (version == "3.0" || version == "3.2") {
+      step_.apiVersion = version == "3.0" ? KALO_FIRMWARE_API_30 : KALO_FIRMWARE_API_32;
+    } else {
+      step_.apiVersion = Number(version, "a version such as 3.0 or 0x30000, or null,");
+    }
     step_.option = Number(Next(), "an option word such as 0 or 1");
   }
 

@@ -37,9 +37,9 @@ std::string CodeText(uint32_t code) {
 std::string ApiVersionText(uint32_t version) {
   switch (version) {
     case KALO_FIRMWARE_API_30:
-      return common::Hex(version) + " (API 3.0)";
+      return "3.0 (" + common::Hex(version) + ")";
     case KALO_FIRMWARE_API_32:
-      return common::Hex(version) + " (API 3.2)";
+      return "3.2 (" + common::Hex(version) + ")";
     default:
       return common::Hex(version) + " (not set)";
   }

@@ -238,7 +238,10 @@ void AddSendCommand(CLI::App& app, int& exitStatus) {
       {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
       "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
   common::AddChoice<uint32_t>(*command, "--api-version", options->apiVersion,
-                              {{"3.0", KALO_FIRMWARE_API_30}, {"3.2", KALO_FIRMWARE_API_32}},
+                              {{"3.0", KALO_FIRMWARE_API_30},
+                               {"3.2", KALO_FIRMWARE_API_32},
+                               {"0x30000", KALO_FIRMWARE_API_30},
+                               {"0x30002", KALO_FIRMWARE_API_32}},
                               "Firmware API to announce with KaloStateInit first (default: none)");
   common::AddNumberOption(*command, "--reply-size", options->replySize,
                           "Size of the reply buffer (default: the client's maximum length)");
