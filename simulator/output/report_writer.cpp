@@ -55,8 +55,8 @@ addEventListener('keydown', event => {
 )";
 
 constexpr const char* kStyle = R"(
-:root{--a:7%;--c:93%;--bg:#fbfbfc;--fg:#1d2433;--dim:#667085;--line:#d5dae3;--card:#fff;--out:#1f5fbf;--in:#197a4b;
---guess:#8a6fb5;--bad:#c02626;--badbg:#fdecec;--note:#9a5b00;--notebg:#fff4df;--hit:#fff3b0}
+:root{color-scheme:light dark;--a:7%;--c:93%;--bg:#fbfbfc;--fg:#1d2433;--dim:#667085;--line:#d5dae3;
+--card:#fff;--out:#1f5fbf;--in:#197a4b;--guess:#8a6fb5;--bad:#c02626;--badbg:#fdecec;--note:#9a5b00;--notebg:#fff4df;--hit:#fff3b0}
 @media(prefers-color-scheme:dark){:root{--bg:#12151b;--fg:#e4e8ef;--dim:#98a2b3;--line:#333b49;
 --card:#1a1f28;--out:#78aef5;--in:#62c793;--guess:#b9a3e0;--bad:#ff8a80;--badbg:#3a1d1f;
 --note:#ffc46b;--notebg:#352a15;--hit:#4d4519}}
@@ -65,7 +65,8 @@ body{margin:0 auto;padding:24px 28px 80px;max-width:1240px;background:var(--bg);
 font:14px/1.45 system-ui,"Segoe UI",Roboto,"DejaVu Sans",sans-serif}
 h1{font-size:22px;margin:0 0 2px}h2{font-size:16px;margin:30px 0 8px}
 dl.head{display:grid;grid-template-columns:max-content 1fr;gap:2px 16px;margin:8px 0 18px}
-dl.head dt{color:var(--dim)}dl.head dd{margin:0;overflow-wrap:anywhere}
+dl.head dt{color:var(--dim)}
+dl.head dd{margin:0;overflow:auto;max-height:4.5em;overflow-wrap:anywhere}
 kbd{border:1px solid var(--line);border-bottom-width:2px;border-radius:4px;padding:0 5px;
 background:var(--card);font:inherit;font-size:12px}
 .wide{overflow-x:auto}
