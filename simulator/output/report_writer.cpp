@@ -56,7 +56,8 @@ addEventListener('keydown', event => {
 
 constexpr const char* kStyle = R"(
 :root{color-scheme:light dark;--a:7%;--c:93%;--bg:#fbfbfc;--fg:#1d2433;--dim:#667085;--line:#d5dae3;
---card:#fff;--out:#1f5fbf;--in:#197a4b;--guess:#8a6fb5;--bad:#c02626;--badbg:#fdecec;--note:#9a5b00;--notebg:#fff4df;--hit:#fff3b0}
+--card:#fff;--out:#1f5fbf;--in:#197a4b;--guess:#8a6fb5;
+--bad:#c02626;--badbg:#fdecec;--note:#9a5b00;--notebg:#fff4df;--hit:#fff3b0}
 @media(prefers-color-scheme:dark){:root{--bg:#12151b;--fg:#e4e8ef;--dim:#98a2b3;--line:#333b49;
 --card:#1a1f28;--out:#78aef5;--in:#62c793;--guess:#b9a3e0;--bad:#ff8a80;--badbg:#3a1d1f;
 --note:#ffc46b;--notebg:#352a15;--hit:#4d4519}}
