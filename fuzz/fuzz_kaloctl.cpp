@@ -1,12 +1,13 @@
 // Any text as what kaloctl reads: a log, a script, a registry file.
 
 #include "common/input_error.h"
+#include "common/log_folder.h"
+#include "common/log_splitter.h"
 #include "fuzz/check.h"
 #include "fuzz/registry_file.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/call/script.h"
-#include "tools/log/log_folder.h"
 #include "tools/registry/registry_text.h"
 
 namespace {
@@ -15,8 +16,8 @@ namespace {
 std::string Split(std::string_view log, size_t pieceSize) {
   std::string records;
   size_t copies = 0, folded = 0;
-  kaloctl::LogFolder folder([&](const kaloctl::LogRecord&, size_t number) { folded += number; });
-  kaloctl::LogSplitter splitter([&](kaloctl::LogRecord&& record) {
+  common::LogFolder folder([&](const common::LogRecord&, size_t number) { folded += number; });
+  common::LogSplitter splitter([&](common::LogRecord&& record) {
     records +=
         record.prefix + '\t' + record.function + '\t' + record.tag + '\t' + record.text + '\n';
     ++copies;
