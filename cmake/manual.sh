@@ -14,7 +14,8 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   printf '#!/bin/sh\nexec "%s" "$@"\n' "$* " | sed 's/" "$@"/ "$@"/; s/exec "/exec /' >"$scratch/$page"
   chmod +x "$scratch/$page"
   local about
-  about=$("$@" --help | head -n 1)
+  # Reads on after the first line, so that nothing ends in a broken pipe.
+  about=$("$@" --help | sed -n 1p)
   help2man --no-info --section=1 --source="kalodll $version" --version-string="$version" \
     --manual="User Commands" --name="${about%%.*}" "$scratch/$page" >"$folder/$page.1"
 }
