@@ -194,8 +194,9 @@ std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connect
   const auto found = connections_.find(connection);
   if (found == connections_.end()) return std::nullopt;
   if (found->second.lost) return std::chrono::nanoseconds(0);
-  if (found->second.pending.empty()) return std::nullopt;
-  return found->second.pending.front().ready.time_since_epoch();
+  const MessageQueue& pending = found->second.pending;
+  if (pending.empty() || pending.front().held) return std::nullopt;
+  return pending.front().ready.time_since_epoch();
 }
 
 Result Engine::Close(std::uint64_t connection, const char* abandonedWhy) {

@@ -14,7 +14,6 @@ namespace kaloctl {
 namespace {
 
 using common::InputError;
-using common::Printable;
 using common::Quoted;
 
 constexpr uint32_t kLongestMessage = 1u << 26;
@@ -72,7 +71,7 @@ const CallForm& FindCall(const std::string& name) {
   }
   const std::string hint = common::NearestHint(name, names);
   throw InputError(
-      "unknown call " + Quoted(Printable(name)) +
+      "unknown call " + Quoted(name) +
       (hint.empty() ? ": one of these is expected: " + common::Joined(names, " ") : hint));
 }
 
@@ -106,9 +105,8 @@ class LineParser {
 
  private:
   [[noreturn]] void Reject(const std::string& word, const std::string& expected) const {
-    throw InputError(
-        (word.empty() ? "the line ends early" : "wrong word " + Quoted(Printable(word))) + ": " +
-        expected + " is expected (" + UsageOf(*form_) + ")");
+    throw InputError((word.empty() ? "the line ends early" : "wrong word " + Quoted(word)) + ": " +
+                     expected + " is expected (" + UsageOf(*form_) + ")");
   }
 
   // The next word, or an empty one.
