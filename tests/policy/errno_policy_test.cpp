@@ -21,10 +21,9 @@ std::string Row(const transport::ErrnoPolicy& policy) {
                                            "ioctl, passed through"};
   const bool only = &transport::PolicyFor(policy.call, ENODEV) == &policy;
   const std::string any = only ? "any" : "any other";
-  const std::string remedies[] = {"reconnect, " + std::to_string(transport::kMaxRecoveries) +
-                                      " times at most, and call again after all but the last; "
-                                      "then throw",
-                                  "throw", "log it and go on"};
+  const std::string remedies[] = {"reconnect up to " + std::to_string(transport::kMaxRecoveries) +
+                                      " times and retry after each but the last; then throw",
+                                  "throw", "log it and continue"};
   const std::string thrown = policy.thrown == nullptr ? "" : policy.thrown;
   return "| " + std::string(kCalls[static_cast<int>(policy.call)]) + " | " +
          (policy.error == transport::kAnyErrno ? any : zulisim::ErrnoName(policy.error)) + " | " +
