@@ -8,8 +8,8 @@
 # Without root the packages are only checked for, and the missing ones are named.
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libtomlplusplus-dev
-       nlohmann-json3-dev libfuse3-dev help2man)
+build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libfmt-dev
+       libtomlplusplus-dev nlohmann-json3-dev libfuse3-dev help2man)
 test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
 bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
 fuzz=(clang-14 llvm-14 libclang-rt-14-dev libgmock-dev)

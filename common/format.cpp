@@ -1,0 +1,13 @@
+// The only source that compiles fmtlib's formatting code, so that nothing is linked for it.
+#define FMT_HEADER_ONLY
+#include <fmt/format.h>
+
+#include "common/format.h"
+
+namespace common {
+
+std::string FormatArguments(fmt::string_view format, fmt::format_args arguments) {
+  return fmt::vformat(format, arguments);
+}
+
+}  // namespace common

@@ -1,0 +1,20 @@
+#pragma once
+
+#include <string>
+
+#include <fmt/core.h>
+
+namespace common {
+
+// Returns the text of `format` with `arguments`. Called by Format only.
+std::string FormatArguments(fmt::string_view format, fmt::format_args arguments);
+
+// Returns `format` with each "{}" replaced by the next argument: Format("{} of {}", 1, "many").
+// fmtlib's documentation describes the other fields, such as "{:08x}". Throws fmt::format_error for
+// a field that does not fit its argument.
+template <typename... T>
+std::string Format(fmt::format_string<T...> format, T&&... arguments) {
+  return FormatArguments(format, fmt::make_format_args(arguments...));
+}
+
+}  // namespace common
