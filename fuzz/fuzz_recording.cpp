@@ -37,13 +37,13 @@ void Perform(zulisim::ReplayDevice* device, const zulisim::OperationRecord& reco
       }
       break;
     case zulisim::Operation::kRead:
-      device->Read(record.connection, buffer, length);
+      device->Read(record.connection, buffer, length, false);
       break;
     case zulisim::Operation::kWrite:
       device->Write(record.connection, buffer, length);
       break;
     case zulisim::Operation::kClose:
-      device->Close(record.connection);
+      device->Close(record.connection, zulisim::CloseReason::kProgramClosed);
       break;
   }
 }

@@ -52,9 +52,10 @@ int Show(ShowOptions options) {
   {
     RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
     OperationDecoder decoder(recording.clients.empty() ? DefaultClients() : recording.clients);
-    decoder.AddObserver(&output);
     for (const RecordedOperation& operation : recording.operations) {
-      decoder.Decode(operation.record);
+      OperationRecord record = operation.record;
+      decoder.Decode(&record);
+      output.OnOperation(record);
     }
   }
   if (options.scenarioFile.empty()) return 0;

@@ -62,6 +62,18 @@ OperationRecord Begin(Operation operation, std::uint64_t connection) {
 
 }  // namespace
 
+const char* CloseReasonText(CloseReason reason) {
+  switch (reason) {
+    case CloseReason::kProgramEnded:
+      return "the program ended without a close";
+    case CloseReason::kServiceEnded:
+      return "still open when the service of the device ended";
+    case CloseReason::kProgramClosed:
+      break;
+  }
+  return "";
+}
+
 const char* OperationName(Operation operation) {
   return kNames[static_cast<std::size_t>(operation)];
 }
@@ -178,11 +190,11 @@ OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::si
   return record;
 }
 
-OperationRecord BeginClose(std::uint64_t connection, const char* why) {
+OperationRecord BeginClose(std::uint64_t connection, CloseReason reason) {
   OperationRecord record = Begin(Operation::kClose, connection);
-  if (why == nullptr) return record;
+  if (reason == CloseReason::kProgramClosed) return record;
   record.abandoned = true;
-  record.why = why;
+  record.why = CloseReasonText(reason);
   record.process = record.thread = 0;
   return record;
 }

@@ -13,6 +13,11 @@ namespace zulisim {
 
 using common::Bytes;
 
+// Why a connection is closed: by the program's own close, or without one.
+enum class CloseReason { kProgramClosed, kProgramEnded, kServiceEnded };
+// For transcripts: "the program ended without a close"; empty for kProgramClosed.
+const char* CloseReasonText(CloseReason reason);
+
 enum class Operation { kOpen, kIoctl, kRead, kWrite, kClose };
 inline constexpr std::size_t kOperationCount = 5;
 
@@ -86,6 +91,12 @@ struct OperationRecord {
   Bytes Message() const;
 };
 
+// Something that happens to the device between two operations.
+struct DeviceEvent {
+  std::chrono::nanoseconds time{};  // on the monotonic clock
+  std::string text;                 // for people, as in "the device is lost"; one line
+};
+
 // The monotonic clock that operations are timed by.
 std::chrono::nanoseconds Now();
 
@@ -98,10 +109,7 @@ OperationRecord BeginOpen(int flags, unsigned mode);
 OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
 OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
 OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length);
-// A close that the program did not make says why it was made.
-inline constexpr const char* kProgramEnded = "the program ended without a close";
-inline constexpr const char* kServiceEnded = "still open when the service of the device ended";
-OperationRecord BeginClose(std::uint64_t connection, const char* why = nullptr);
+OperationRecord BeginClose(std::uint64_t connection, CloseReason reason);
 
 // The bytes at `buffer`, none for null.
 Bytes Copied(const void* buffer, std::size_t length);
@@ -112,6 +120,8 @@ class OperationObserver {
  public:
   virtual ~OperationObserver() = default;
   virtual void OnOperation(const OperationRecord& record) = 0;
+  // Between two operations. The same rules hold.
+  virtual void OnDeviceEvent(const DeviceEvent& event) { static_cast<void>(event); }
 };
 
 }  // namespace zulisim

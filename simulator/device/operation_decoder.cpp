@@ -4,19 +4,16 @@
 
 namespace zulisim {
 
-void OperationDecoder::Decode(OperationRecord record) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  record.sequence = ++sequence_;
-  record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
-  if (record.connection != 0) {
-    Connection* connection = &connections_[record.connection];
-    if (record.operation == Operation::kOpen) connection->descriptor = record.descriptor;
-    if (record.result >= 0) Describe(connection, &record);
-    record.descriptor = connection->descriptor;
-    record.client = connection->client;
-    if (record.operation == Operation::kClose) connections_.erase(record.connection);
-  }
-  for (OperationObserver* observer : observers_) observer->OnOperation(record);
+void OperationDecoder::Decode(OperationRecord* record) {
+  record->sequence = ++sequence_;
+  record->occurrence = ++counts_[static_cast<std::size_t>(record->operation)];
+  if (record->connection == 0) return;
+  Connection* connection = &connections_[record->connection];
+  if (record->operation == Operation::kOpen) connection->descriptor = record->descriptor;
+  if (record->result >= 0) Describe(connection, record);
+  record->descriptor = connection->descriptor;
+  record->client = connection->client;
+  if (record->operation == Operation::kClose) connections_.erase(record->connection);
 }
 
 void OperationDecoder::Describe(Connection* connection, OperationRecord* record) const {
@@ -45,16 +42,6 @@ std::string OperationDecoder::ClientName(const Bytes& connectRecord) const {
     if (client.guid == guid) return client.name;
   }
   return GuidText(guid);
-}
-
-void OperationDecoder::AddObserver(OperationObserver* observer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  observers_.push_back(observer);
-}
-
-void OperationDecoder::RemoveObserver(OperationObserver* observer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
 }
 
 }  // namespace zulisim

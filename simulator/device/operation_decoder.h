@@ -3,7 +3,6 @@
 #include <array>
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -14,17 +13,15 @@
 
 namespace zulisim {
 
-// Tells observers of operations that the engine did not perform, with what can be read from their
-// bytes: the client from the connect record, commands and statuses from the messages. Any thread.
+// Completes the records of operations that the engine did not perform with what their bytes say:
+// the client from the connect record, commands and statuses from the messages. Not thread-safe.
 class OperationDecoder {
  public:
   explicit OperationDecoder(std::vector<Client> clients) : clients_(std::move(clients)) {}
 
-  // `record` is complete but for what the device knows of it; of its descriptor, that of an open
-  // counts alone.
-  void Decode(OperationRecord record);
-  void AddObserver(OperationObserver* observer);
-  void RemoveObserver(OperationObserver* observer);
+  // Fills in the members of `record` that the device knows, from its sequence number on. Only an
+  // open needs its descriptor. Records must come in the order of completion.
+  void Decode(OperationRecord* record);
 
  private:
   struct Connection {
@@ -38,11 +35,9 @@ class OperationDecoder {
   std::string ClientName(const Bytes& connectRecord) const;
 
   const std::vector<Client> clients_;
-  std::mutex mutex_;  // guards all that follows
   std::map<std::uint64_t, Connection> connections_;
   std::array<std::uint64_t, kOperationCount> counts_{};
   std::uint64_t sequence_ = 0;
-  std::vector<OperationObserver*> observers_;
 };
 
 }  // namespace zulisim

@@ -98,12 +98,12 @@ const Client* Engine::ClientOf(const Bytes& connectRecord) const {
   return client == clients_.end() ? nullptr : &*client;
 }
 
-Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) {
+Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking) {
   std::unique_lock<std::mutex> lock(mutex_);
   Task task = Begin(BeginRead(connection, buffer, length));
   if (const auto failure = CheckTransfer(&task)) return *failure;
   if (length == 0) return Finish(&task, 0);
-  if (const auto failure = AwaitMessage(&task, &lock)) return *failure;
+  if (const auto failure = AwaitMessage(&task, nonBlocking, &lock)) return *failure;
   MessageQueue* pending = &task.connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
@@ -122,17 +122,20 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length) 
   return Finish(&task, static_cast<std::int64_t>(count));
 }
 
-std::optional<Result> Engine::AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock) {
+std::optional<Result> Engine::AwaitMessage(Task* task, bool nonBlocking,
+                                           std::unique_lock<std::mutex>* lock) {
   while (true) {
     const MessageQueue& pending = task->connection->pending;
     if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
     const auto ready = pending.front().ready;
-    if (pending.front().held) {
+    const bool isHeld = pending.front().held;
+    if (!isHeld && ready <= std::chrono::steady_clock::now()) return std::nullopt;
+    if (nonBlocking)
+      return Fail(task, EAGAIN, "the reply is not ready and the read is non-blocking");
+    if (isHeld) {
       changed_.wait(*lock);
-    } else if (ready > std::chrono::steady_clock::now()) {
-      changed_.wait_until(*lock, ready);
     } else {
-      return std::nullopt;
+      changed_.wait_until(*lock, ready);
     }
     const auto found = connections_.find(task->record.connection);
     task->connection = found == connections_.end() ? nullptr : &found->second;
@@ -179,16 +182,6 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   return Finish(&task, static_cast<std::int64_t>(task.limit));
 }
 
-Result Engine::Close(std::uint64_t connection) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return Close(connection, nullptr);
-}
-
-void Engine::Release(std::uint64_t connection, const char* why) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (connections_.count(connection) > 0) Close(connection, why);
-}
-
 std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto found = connections_.find(connection);
@@ -199,8 +192,11 @@ std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connect
   return pending.front().ready.time_since_epoch();
 }
 
-Result Engine::Close(std::uint64_t connection, const char* abandonedWhy) {
-  Task task = Begin(BeginClose(connection, abandonedWhy));
+Result Engine::Close(std::uint64_t connection, CloseReason reason) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  const bool isOpen = connections_.count(connection) > 0;
+  if (!isOpen && reason != CloseReason::kProgramClosed) return {};
+  Task task = Begin(BeginClose(connection, reason));
   if (task.connection == nullptr) return Fail(&task, EBADF, "the connection is not open");
   connections_.erase(connection);
   task.connection = nullptr;
@@ -272,7 +268,7 @@ Result Engine::Finish(Task* task, std::int64_t value) {
   task->record.result = value;
   task->record.sequence = nextSequence_++;
   task->record.end = Now();
-  for (OperationObserver* observer : observers_) observer->OnOperation(task->record);
+  Notify(task->record);
   const int error = task->record.error;
   if (keepRecords_) records_.push_back(std::move(task->record));
   return {value, error};
@@ -412,11 +408,19 @@ void Engine::ClearFaults() {
 void Engine::LoseDevice(const DeviceLoss& loss) {
   std::lock_guard<std::mutex> lock(mutex_);
   Lose(loss);
+  const std::string opens =
+      loss.failingOpens == kForever ? "; every open fails with "
+      : loss.failingOpens > 0
+          ? "; the next " + common::Counted(loss.failingOpens, "open") + " will fail with "
+          : "";
+  Notify(DeviceEvent{
+      Now(), "the device is lost" + opens + (opens.empty() ? "" : ErrnoName(loss.openError))});
 }
 
 void Engine::RestoreDevice() {
   std::lock_guard<std::mutex> lock(mutex_);
   failingOpens_ = 0;
+  Notify(DeviceEvent{Now(), "the device is back"});
 }
 
 void Engine::FailNext(Operation operation, int error, std::uint64_t times) {
@@ -429,16 +433,6 @@ void Engine::ShortenNext(Operation operation, std::size_t count) {
 
 void Engine::LoseDeviceAtNext(Operation operation, std::uint64_t times, const DeviceLoss& loss) {
   AddFaultFromNow({operation, 1, times, loss});
-}
-
-void Engine::AddObserver(OperationObserver* observer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  observers_.push_back(observer);
-}
-
-void Engine::RemoveObserver(OperationObserver* observer) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  observers_.erase(std::remove(observers_.begin(), observers_.end(), observer), observers_.end());
 }
 
 std::uint64_t Engine::Count(Operation operation) const {

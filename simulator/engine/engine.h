@@ -42,7 +42,8 @@ struct EngineOptions {
 //   ENOTCONN   a transfer before the connect
 //   EMSGSIZE   a request longer than the client's maximum
 //   EAGAIN     a read with no message pending: the engine answers during the write, so nothing
-//              could arrive any more. Only a reply that has a latency is waited for.
+//              could arrive any more. A read waits only for a reply that has a latency or is
+//              held, and not when it is non-blocking.
 //   EFAULT     a null buffer
 //   EBADF      the connection is unknown or closed
 // A read takes one whole message; what does not fit its buffer is gone, as on any message device.
@@ -54,13 +55,11 @@ class Engine : public Device {
 
   Result Open(int flags, unsigned mode, int descriptor) override;
   Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length,
+              bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
-  Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection, const char* why) override;
+  Result Close(std::uint64_t connection, CloseReason reason) override;
   std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
-  void AddObserver(OperationObserver* observer) override;
-  void RemoveObserver(OperationObserver* observer) override;
 
   // --- Instructions. ---
 
@@ -134,10 +133,11 @@ class Engine : public Device {
   std::optional<Result> ApplyFault(Task* task);
   // What faults can be bound to in the operation.
   FaultScope ScopeOf(const Task& task) const;
-  // Waits until a message is ready, without the lock; the failure, if there will be none.
-  std::optional<Result> AwaitMessage(Task* task, std::unique_lock<std::mutex>* lock);
+  // Waits until a message is ready, without the lock. Returns the failure when none will be, or
+  // when the read must not wait.
+  std::optional<Result> AwaitMessage(Task* task, bool nonBlocking,
+                                     std::unique_lock<std::mutex>* lock);
   Result Connect(Task* task, void* record);
-  Result Close(std::uint64_t connection, const char* abandonedWhy);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeCarried(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;
@@ -160,7 +160,6 @@ class Engine : public Device {
   std::array<std::uint64_t, kOperationCount> counts_{};
   std::uint64_t nextConnection_ = 1;
   std::uint64_t nextSequence_ = 1;
-  std::vector<OperationObserver*> observers_;
   std::vector<OperationRecord> records_;
 };
 

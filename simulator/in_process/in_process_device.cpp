@@ -105,9 +105,10 @@ Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) 
   });
 }
 
-Result DeviceRead(std::uint64_t handle, int, void* buffer, std::size_t length) {
+Result DeviceRead(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
+  const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
-    return engine->Read(connection, buffer, length);
+    return engine->Read(connection, buffer, length, nonBlocking);
   });
 }
 
@@ -119,7 +120,7 @@ Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length)
 
 Result DeviceClose(std::uint64_t handle, int descriptor) {
   const Result result = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
-    return engine->Close(connection);
+    return engine->Close(connection, CloseReason::kProgramClosed);
   });
   Real().close(descriptor);
   return result;

@@ -119,7 +119,7 @@ void KernelOperations::Close(std::uint64_t connection) {
     std::lock_guard<std::mutex> lock(mutex_);
     if (open_.erase(connection) == 0) return;
   }
-  device_.Close(connection);
+  device_.Close(connection, CloseReason::kProgramClosed);
 }
 
 void KernelOperations::End() {
@@ -129,7 +129,7 @@ void KernelOperations::End() {
     std::lock_guard<std::mutex> lock(mutex_);
     open.swap(open_);
   }
-  for (const std::uint64_t connection : open) device_.Release(connection, kServiceEnded);
+  for (const std::uint64_t connection : open) device_.Close(connection, CloseReason::kServiceEnded);
 }
 
 void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset,
@@ -140,7 +140,8 @@ void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset
   }
   KernelOperations* self = Self(request);
   const std::unique_ptr<char[]> buffer(new char[length]);
-  const Result result = self->device_.Read(file->fh, buffer.get(), length);
+  const bool nonBlocking = (file->flags & O_NONBLOCK) != 0;
+  const Result result = self->device_.Read(file->fh, buffer.get(), length, nonBlocking);
   if (result.value == -1) {
     fuse_reply_err(request, self->ended_ ? ENODEV : result.error);
   } else {

@@ -254,17 +254,21 @@ void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {
 
 void DeviceServer::Read(int channel, const Request& request) {
   std::uint64_t connection = 0;
+  bool nonBlocking = false;  // as opened
   {
     std::lock_guard<std::mutex> lock(mutex_);
     const auto found = tokens_.find(request.inode);
-    if (found != tokens_.end()) connection = found->second.connection;
+    if (found != tokens_.end()) {
+      connection = found->second.connection;
+      nonBlocking = (found->second.flags & O_NONBLOCK) != 0;
+    }
     if (found != tokens_.end() && found->second.bypassed) {
       return SendResponse(channel, {}, {}, Then::kTakePacket);
     }
   }
   Bytes buffer(std::min<std::uint64_t>(request.length, kLongestMessage));
   void* target = request.hasBuffer != 0 ? buffer.data() : nullptr;
-  const Result result = device_.Read(connection, target, buffer.size());
+  const Result result = device_.Read(connection, target, buffer.size(), nonBlocking);
   buffer.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
   Then then = Then::kNothing;
   {
@@ -318,7 +322,7 @@ Result DeviceServer::FinishClose(std::uint64_t inode) {
     connection = found->second.connection;
     Forget(found);
   }
-  return device_.Close(connection);
+  return device_.Close(connection, CloseReason::kProgramClosed);
 }
 
 std::uint64_t DeviceServer::ConnectionOf(std::uint64_t inode) const {
@@ -365,10 +369,11 @@ void DeviceServer::Attend(std::uint64_t inode, bool ended) {
   while (true) {
     std::uint64_t connection = 0;
     ssize_t size = 0;
-    const char* why = kProgramEnded;
+    CloseReason reason = CloseReason::kProgramEnded;
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      if (stopping_) why = kServiceEnded;  // and the program gives up for lack of it
+      if (stopping_)
+        reason = CloseReason::kServiceEnded;  // and the program gives up for lack of it
       const auto found = tokens_.find(inode);
       if (found == tokens_.end()) return;
       connection = found->second.connection;
@@ -377,7 +382,10 @@ void DeviceServer::Attend(std::uint64_t inode, bool ended) {
       if (size <= 0 && !ended) return;  // nothing, or a write of nothing
       if (size <= 0) Forget(found);
     }
-    if (size <= 0) return device_.Release(connection, why);
+    if (size <= 0) {
+      device_.Close(connection, reason);
+      return;
+    }
     TakePacket(inode, static_cast<std::size_t>(size));
   }
 }
@@ -446,7 +454,7 @@ void DeviceServer::ReadAhead() {
     std::optional<nanoseconds> readable(0);
     while (readable && *readable <= Now()) {
       Bytes message(kLongestMessage);
-      const Result result = device_.Read(connection, message.data(), message.size());
+      const Result result = device_.Read(connection, message.data(), message.size(), false);
       message.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
       std::lock_guard<std::mutex> lock(mutex_);
       const auto found = tokens_.find(inode);
@@ -472,7 +480,8 @@ void DeviceServer::ReleaseAll() {
       Forget(tokens_.begin());
     }
   }
-  for (const std::uint64_t connection : connections) device_.Release(connection, kServiceEnded);
+  for (const std::uint64_t connection : connections)
+    device_.Close(connection, CloseReason::kServiceEnded);
 }
 
 }  // namespace zulisim

@@ -30,6 +30,14 @@ bool SameFile(int one, int other) {
          a.st_ino == b.st_ino;
 }
 
+// The program may have changed it since the open.
+void SetNonBlocking(int descriptor, bool nonBlocking) {
+  const int flags = fcntl(descriptor, F_GETFL);
+  if (flags >= 0 && ((flags & O_NONBLOCK) != 0) != nonBlocking) {
+    fcntl(descriptor, F_SETFL, flags ^ O_NONBLOCK);
+  }
+}
+
 Result SystemResult(std::int64_t value) { return {value, value == -1 ? errno : 0}; }
 
 }  // namespace
@@ -102,7 +110,7 @@ void PassthroughDevice::File::GiveUpReads() {
 }
 
 PassthroughDevice::PassthroughDevice(std::string path, std::vector<Client> clients)
-    : path_(std::move(path)), folder_(OpenFolder(path_)), decoder_(std::move(clients)) {}
+    : DecodedDevice(std::move(clients)), path_(std::move(path)), folder_(OpenFolder(path_)) {}
 
 PassthroughDevice::~PassthroughDevice() {
   if (folder_ >= 0) close(folder_);
@@ -118,7 +126,7 @@ Result PassthroughDevice::Finish(OperationRecord* record, Result result) {
   record->result = result.value;
   record->error = result.error;
   record->end = Now();
-  decoder_.Decode(std::move(*record));
+  Publish(std::move(*record));
   return result;
 }
 
@@ -155,10 +163,12 @@ Result PassthroughDevice::Ioctl(std::uint64_t connection, std::uint32_t request,
   return Finish(&record, result);
 }
 
-Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
+Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size_t length,
+                               bool nonBlocking) {
   OperationRecord record = BeginRead(connection, buffer, length);
   const auto file = FileOf(connection);
   if (file == nullptr) return Finish(&record, {-1, EBADF});
+  SetNonBlocking(file->descriptor(), nonBlocking);
   const std::optional<Result> result = file->Read(buffer, length);
   if (!result) {
     record.why = "closed while a read waited";
@@ -180,12 +190,6 @@ Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, st
   return Finish(&record, SystemResult(write(file->descriptor(), buffer, length)));
 }
 
-Result PassthroughDevice::Close(std::uint64_t connection) { return Close(connection, nullptr); }
-
-void PassthroughDevice::Release(std::uint64_t connection, const char* why) {
-  if (FileOf(connection) != nullptr) Close(connection, why);
-}
-
 std::optional<std::chrono::nanoseconds> PassthroughDevice::ReadableAt(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
   const auto found = files_.find(connection);
@@ -198,8 +202,8 @@ std::optional<std::chrono::nanoseconds> PassthroughDevice::ReadableAt(std::uint6
   return Now() + std::chrono::milliseconds(2);
 }
 
-Result PassthroughDevice::Close(std::uint64_t connection, const char* abandonedWhy) {
-  OperationRecord record = BeginClose(connection, abandonedWhy);
+Result PassthroughDevice::Close(std::uint64_t connection, CloseReason reason) {
+  OperationRecord record = BeginClose(connection, reason);
   std::shared_ptr<File> file;
   {
     std::lock_guard<std::mutex> lock(mutex_);
@@ -209,7 +213,7 @@ Result PassthroughDevice::Close(std::uint64_t connection, const char* abandonedW
       files_.erase(found);
     }
   }
-  if (file == nullptr) return Finish(&record, {-1, EBADF});
+  if (file == nullptr) return record.abandoned ? Result{} : Finish(&record, {-1, EBADF});
   // Where an operation is under way, its end closes the file.
   const Result result = Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
   file->GiveUpReads();

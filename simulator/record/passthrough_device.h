@@ -7,8 +7,7 @@
 #include <vector>
 
 #include "simulator/device/client.h"
-#include "simulator/device/device.h"
-#include "simulator/device/operation_decoder.h"
+#include "simulator/device/decoded_device.h"
 
 namespace zulisim {
 
@@ -16,22 +15,18 @@ namespace zulisim {
 // sees it at the beginning, before it may enter a file tree in which the path is the program's. An
 // operation that the kernel lets wait blocks no other. A read that it never answers returns when
 // its connection is closed; the thread that made it is left to the end of the process.
-class PassthroughDevice : public Device {
+class PassthroughDevice : public DecodedDevice {
  public:
   // `clients` give names to GUIDs.
   PassthroughDevice(std::string path, std::vector<Client> clients);
   ~PassthroughDevice() override;
-  PassthroughDevice(const PassthroughDevice&) = delete;
-  PassthroughDevice& operator=(const PassthroughDevice&) = delete;
   Result Open(int flags, unsigned mode, int descriptor) override;
   Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length,
+              bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
-  Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection, const char* why) override;
+  Result Close(std::uint64_t connection, CloseReason reason) override;
   std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
-  void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
-  void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
  private:
   class File;
@@ -40,11 +35,9 @@ class PassthroughDevice : public Device {
   std::shared_ptr<File> FileOf(std::uint64_t connection) const;
   int OpenFile(int flags, unsigned mode) const;
   Result Finish(OperationRecord* record, Result result);
-  Result Close(std::uint64_t connection, const char* abandonedWhy);
 
   const std::string path_;
-  const int folder_;  // that the file was in at the beginning
-  OperationDecoder decoder_;
+  const int folder_;          // that the file was in at the beginning
   mutable std::mutex mutex_;  // guards all that follows; never held during an operation
   std::map<std::uint64_t, std::shared_ptr<File>> files_;
   std::uint64_t next_ = 1;

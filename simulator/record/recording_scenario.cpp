@@ -41,14 +41,15 @@ std::string Range(std::uint64_t first, std::uint64_t last, bool forEver = false)
   return first == last ? "\"" + from + "\"" : "\"" + from + "-" + std::to_string(last) + "\"";
 }
 
-class ScenarioMaker : public OperationObserver {
+class ScenarioMaker {
  public:
   explicit ScenarioMaker(const Recording& recording)
       : clients_(recording.clients.empty() ? DefaultClients() : recording.clients) {
     OperationDecoder decoder(clients_);
-    decoder.AddObserver(this);
     for (const RecordedOperation& operation : recording.operations) {
-      decoder.Decode(operation.record);
+      OperationRecord record = operation.record;
+      decoder.Decode(&record);
+      OnOperation(record);
     }
   }
 
@@ -121,7 +122,7 @@ class ScenarioMaker : public OperationObserver {
     return keys.empty() ? "lose = true" : "lose = { " + common::Joined(keys) + " }";
   }
 
-  void OnOperation(const OperationRecord& record) override {
+  void OnOperation(const OperationRecord& record) {
     if (record.operation == Operation::kOpen) return OnOpen(record);
     if (record.error != 0) return OnError(record);
     if (record.IsConnect()) records_.emplace(record.client, record.output);

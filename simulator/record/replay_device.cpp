@@ -51,7 +51,7 @@ std::vector<Client> ClientsOf(const Recording& recording) {
 }  // namespace
 
 ReplayDevice::ReplayDevice(Recording recording, bool inTime)
-    : recording_(std::move(recording)), inTime_(inTime), decoder_(ClientsOf(recording_)) {
+    : DecodedDevice(ClientsOf(recording)), recording_(std::move(recording)), inTime_(inTime) {
   for (std::size_t i = 0; i < recording_.operations.size(); ++i) {
     const OperationRecord& record = recording_.operations[i].record;
     const bool isOpen = record.operation == Operation::kOpen;
@@ -147,7 +147,7 @@ Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
   }
   got.descriptor = descriptor;
   const Result result = Complete(&got, expected, &lock);
-  decoder_.Decode(got);
+  Publish(got);
   return result.value < 0 ? result : Result{static_cast<std::int64_t>(got.connection), 0};
 }
 
@@ -156,7 +156,8 @@ Result ReplayDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void
   return Transfer(&got, argument);
 }
 
-Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t length) {
+// A recorded read does what it did, whether it may wait or not.
+Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t length, bool) {
   OperationRecord got = BeginRead(connection, buffer, length);
   return Transfer(&got, buffer);
 }
@@ -173,13 +174,9 @@ Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
   if (target != nullptr && !got->output.empty()) {
     std::memcpy(target, got->output.data(), got->output.size());
   }
-  decoder_.Decode(std::move(*got));
+  Publish(std::move(*got));
   return result;
 }
-
-Result ReplayDevice::Close(std::uint64_t connection) { return Close(connection, nullptr); }
-
-void ReplayDevice::Release(std::uint64_t connection, const char* why) { Close(connection, why); }
 
 std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t connection) {
   std::lock_guard<std::mutex> lock(mutex_);
@@ -193,15 +190,15 @@ std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t c
   return std::chrono::nanoseconds(0);
 }
 
-Result ReplayDevice::Close(std::uint64_t connection, const char* abandonedWhy) {
-  OperationRecord got = BeginClose(connection, abandonedWhy);
+Result ReplayDevice::Close(std::uint64_t connection, CloseReason reason) {
+  OperationRecord got = BeginClose(connection, reason);
   std::unique_lock<std::mutex> lock(mutex_);
   if (got.abandoned && live_.count(connection) == 0) return {};
   const OperationRecord* expected = Next(got, &lock);
   live_.erase(connection);
   closed_.notify_all();
   const Result result = Complete(&got, expected, &lock);
-  decoder_.Decode(std::move(got));
+  Publish(std::move(got));
   return result;
 }
 

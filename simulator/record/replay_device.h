@@ -8,8 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "simulator/device/device.h"
-#include "simulator/device/operation_decoder.h"
+#include "simulator/device/decoded_device.h"
 #include "simulator/record/recording.h"
 
 namespace zulisim {
@@ -25,19 +24,17 @@ namespace zulisim {
 //
 // The first operation that is not as recorded is the divergence. From there on, as after the place
 // of a cut, the device is lost: every operation but a close fails with ENODEV.
-class ReplayDevice : public Device {
+class ReplayDevice : public DecodedDevice {
  public:
   // With `inTime`, an operation takes as long as it did.
   explicit ReplayDevice(Recording recording, bool inTime = false);
   Result Open(int flags, unsigned mode, int descriptor) override;
   Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length) override;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length,
+              bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
-  Result Close(std::uint64_t connection) override;
-  void Release(std::uint64_t connection, const char* why) override;
+  Result Close(std::uint64_t connection, CloseReason reason) override;
   std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
-  void AddObserver(OperationObserver* observer) override { decoder_.AddObserver(observer); }
-  void RemoveObserver(OperationObserver* observer) override { decoder_.RemoveObserver(observer); }
 
   // Tells the device that the program has ended: what it left undone is a divergence as well.
   void End();
@@ -57,7 +54,6 @@ class ReplayDevice : public Device {
 
   // Performs an ioctl, read or write; what it delivers goes to `target`, which may be null.
   Result Transfer(OperationRecord* got, void* target);
-  Result Close(std::uint64_t connection, const char* abandonedWhy);
   // All of these are called with the lock held. Next lets a read wait without it for the close of
   // the connection when that was recorded before the read had ended.
   const OperationRecord* Next(const OperationRecord& got, std::unique_lock<std::mutex>* lock);
@@ -70,7 +66,6 @@ class ReplayDevice : public Device {
 
   const Recording recording_;
   const bool inTime_;
-  OperationDecoder decoder_;
 
   mutable std::mutex mutex_;        // guards all that follows
   std::condition_variable closed_;  // a connection, or the device is lost

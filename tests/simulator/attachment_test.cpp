@@ -157,8 +157,8 @@ TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {
             "\033[33m   3  #1     KALO  write    8 bytes  command 0x0  "
             "(the client stays silent: stuck)\033[0m");
   EXPECT_EQ(ErrorOf(read(descriptor, buffer, 8)), ENODEV);
-  engine.Release(1, kProgramEnded);
-  engine.Release(1, kProgramEnded);
+  engine.Close(1, CloseReason::kProgramEnded);
+  engine.Close(1, CloseReason::kProgramEnded);
   EXPECT_EQ(engine.Count(Operation::kClose), 1u);
 }
 

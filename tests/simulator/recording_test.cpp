@@ -46,11 +46,11 @@ std::string Perform(Device* device) {
   keep(device->Write(1, "bbbb", 4));
   keep(device->Ioctl(1, kConnectRequest, guid.data()));
   keep(device->Write(2, "aaaa", 4));
-  keep(device->Read(2, buffer, 8));
-  keep(device->Read(2, nullptr, 8));
+  keep(device->Read(2, buffer, 8, false));
+  keep(device->Read(2, nullptr, 8, false));
   keep(device->Open(O_WRONLY, 0, -1));
-  device->Release(1, kProgramEnded);
-  keep(device->Close(2));
+  device->Close(1, CloseReason::kProgramEnded);
+  keep(device->Close(2, CloseReason::kProgramClosed));
   return got + buffer + " " + std::to_string(guid[1]);
 }
 
@@ -88,7 +88,7 @@ TEST(RecordingTest, reports_the_first_divergence_alone) {
     EXPECT_EQ(device->Write(1, "axaac", 5).error, ENODEV);
     EXPECT_EQ(device->Write(2, "bbbb", 4).error, ENODEV);
     EXPECT_EQ(device->Open(O_WRONLY, 0, 5).error, ENODEV);
-    EXPECT_EQ(device->Close(1).value, 0);
+    EXPECT_EQ(device->Close(1, CloseReason::kProgramClosed).value, 0);
   };
   EXPECT_EQ(Verdict(kText, diverge),
             "at operation 3 (line 7) on connection #1\n"
