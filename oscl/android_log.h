@@ -6,8 +6,8 @@ using AndroidLogFunction = int (*)(int priority, const char* tag, const char* fo
 
 constexpr int kAndroidLogDebug = 3;
 
-// The process's __android_log_print, or a stand-in that writes to standard error where the host has
-// none. Any thread.
+// Returns the process's __android_log_print, or a substitute that writes to standard error if the
+// host has none. Any thread.
 AndroidLogFunction AndroidLog();
 
 }  // namespace oscl

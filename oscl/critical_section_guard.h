@@ -6,7 +6,7 @@
 
 namespace oscl {
 
-// A failure is printed in the debug log only; the caller is never told.
+// Prints a failure to the debug log and does not report it to the caller.
 inline void ReportLockCall(int result, const char* failure) {
   if (result == 0) {
     SetLastErrorCode(OSCL_ERROR_SUCCESS);
@@ -15,7 +15,7 @@ inline void ReportLockCall(int result, const char* failure) {
   }
 }
 
-// What EnterCriticalSection and LeaveCriticalSection do, for the library's own use.
+// Do what EnterCriticalSection and LeaveCriticalSection do, inlined for the library's own calls.
 inline void Enter(CRITICAL_SECTION& section) {
   ReportLockCall(pthread_mutex_lock(&section), "can't lock the critical section\n");
 }
@@ -27,7 +27,7 @@ inline void Leave(CRITICAL_SECTION& section) {
 class CriticalSectionGuard {
  public:
   explicit CriticalSectionGuard(CRITICAL_SECTION& section) : section_(section) { Enter(section_); }
-  // Contract: leaves the section whatever became of entering it; each failure prints its line.
+  // Contract: leaves the section even if entering it failed. Each failure prints its line.
   ~CriticalSectionGuard() { Leave(section_); }
   CriticalSectionGuard(const CriticalSectionGuard&) = delete;
   CriticalSectionGuard& operator=(const CriticalSectionGuard&) = delete;

@@ -4,7 +4,7 @@
 
 namespace oscl {
 
-// Puts errno back, zero included, when the scope ends.
+// Restores errno, even to zero, when the scope ends.
 class ErrnoKeeper {
  public:
   ErrnoKeeper() : saved_(errno) {}

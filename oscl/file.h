@@ -4,9 +4,9 @@
 
 OSCL_BEGIN_C
 
-/* Files. A handle is a file descriptor, so it is shared with every other user of descriptors in the
- * process. A success stores 0 in gLastError, a failure the code of its errno: ENOENT 5, EEXIST 4,
- * EINVAL 2, EROFS 6, any other 16. Any thread; calls on one handle share its file position. */
+/* Files. A handle is a file descriptor of the process. A success stores 0 in gLastError, a failure
+ * the code of its errno: ENOENT 5, EEXIST 4, EINVAL 2, EROFS 6, any other 16. Any thread; calls on
+ * one handle share its file position. */
 
 #define GENERIC_READ 0x80000000u
 #define GENERIC_WRITE 0x40000000u
@@ -23,28 +23,28 @@ enum {
 /* Origins of SetFilePointer. */
 enum { FILE_BEGIN = 0, FILE_CURRENT = 1, FILE_END = 2 };
 
-/* Opens `name` and returns a handle that the caller closes with CloseHandle, or
- * INVALID_HANDLE_VALUE. `access` is GENERIC_READ, GENERIC_WRITE or both, and nothing else;
- * `disposition` is one of the five above; anything else, and a null name, is code 2. A created file
- * gets the permission bits 0660, less the process's umask. The other arguments are ignored. */
+/* Opens `name`. Returns a handle, which the caller closes with CloseHandle, or
+ * INVALID_HANDLE_VALUE. `access` must be GENERIC_READ, GENERIC_WRITE or both, and `disposition` one
+ * of the five above; otherwise, or if `name` is null, the code is 2. A new file has the permission
+ * bits 0660 minus the umask. The other arguments are ignored. */
 HANDLE CreateFile(const char* name, uint32_t access, uint32_t share, void* security,
                   uint32_t disposition, uint32_t attributes, HANDLE templateFile);
 
-/* The size in bytes, modulo 2^32, or 0xFFFFFFFF: a file may have that size too, and then
- * gLastError is 0. `high` is ignored and never written. */
+/* Returns the size in bytes modulo 2^32, or 0xFFFFFFFF on failure. A file may have that size too;
+ * gLastError is 0 then. `high` is ignored and never written. */
 uint32_t GetFileSize(HANDLE file, uint32_t* high);
 
-/* One read, or one write, of at most `length` bytes at the file position. Returns 1 and stores in
- * `*done` (may be null) how many bytes were moved: fewer than asked is a success too. Returns 0 on
- * failure and leaves `*done`. `overlapped` is ignored. */
+/* Read or write at most `length` bytes at the file position, with one system call. On success they
+ * return 1 and store the number of bytes in `*done` (may be null); a short count is a success. On
+ * failure they return 0 and do not write `*done`. `overlapped` is ignored. */
 BOOL ReadFile(HANDLE file, void* buffer, uint32_t length, uint32_t* done, void* overlapped);
 BOOL WriteFile(HANDLE file, const void* buffer, uint32_t length, uint32_t* done, void* overlapped);
 
-/* Moves the file position by `distance` bytes from the origin `method` (another one is code 2) and
- * returns it modulo 2^32, or 0xFFFFFFFF on failure. `high` is ignored. */
+/* Moves the file position by `distance` bytes from the origin `method`. Returns the new position
+ * modulo 2^32, or 0xFFFFFFFF on failure; an unknown origin is code 2. `high` is ignored. */
 uint32_t SetFilePointer(HANDLE file, int32_t distance, int32_t* high, uint32_t method);
 
-/* Closes the descriptor, ignores whether that failed, and returns 1. */
+/* Closes the descriptor. Returns 1, even if closing fails. */
 BOOL CloseHandle(HANDLE handle);
 
 OSCL_END_C

@@ -10,13 +10,13 @@
 
 namespace oscl {
 
-// The longest line that the file is read by, and so the longest name and text.
+// The longest line in bytes, and so the longest name and text.
 constexpr std::size_t kRegistryLineLimit = 255;
 
-// The most bytes that the data of a value read from the file has: a line and its NUL.
+// The largest data of a value in bytes: a line and its NUL.
 constexpr std::size_t kRegistryValueLimit = kRegistryLineLimit + 1;
 
-// A registry operation that ends with a code other than 0.
+// Thrown by a registry operation that fails with `code`.
 class RegistryFailure : public std::exception {
  public:
   explicit RegistryFailure(uint32_t code) : code_(code) {}
@@ -27,13 +27,13 @@ class RegistryFailure : public std::exception {
   uint32_t code_;
 };
 
-// Names and texts point into the image's block, or at what the caller handed over.
+// Names and texts point into the image's block or into the caller's arguments.
 struct RegistryValueRecord {
   std::string_view name;
   uint32_t type = 0;
-  uint32_t size = 0;      // bytes of the data with the NUL of a text; 0 without a data line
-  std::string_view text;  // the data, but for the types that are numbers
-  int32_t number = 0;     // the data of those
+  uint32_t size = 0;      // bytes of the data, including the NUL of a text; 0 without a data line
+  std::string_view text;  // the data of the types that are not numbers
+  int32_t number = 0;     // the data of the types that are
 };
 
 struct RegistryKeyRecord {
@@ -52,22 +52,22 @@ class RegistryImage {
   RegistryImage(const RegistryImage&) = delete;
   RegistryImage& operator=(const RegistryImage&) = delete;
 
-  // Reads the file in one piece, and parses it unless it is what was read before. One that ends
-  // early, in whatever place, is read as far as it goes. Records found before are gone. Throws
-  // RegistryFailure: 9 the file cannot be opened, 12 a value of an unknown type, 13 a line that is
-  // neither "[KEY]" nor "[VALUE]" where one of them is due.
+  // Reads the file in one piece, and parses it if its content has changed. Reads an incomplete file
+  // up to its end. Invalidates all records. Throws RegistryFailure: 9 the file cannot be opened, 12
+  // a value has an unknown type, 13 a line that should be "[KEY]" or "[VALUE]" is neither.
   void Load();
 
-  // The first key of that id or name, and the first value of a key, or null.
+  // Return the first key with that id or name, and the first value with that name in `key`, or
+  // null.
   RegistryKeyRecord* FindById(uint32_t keyId);
   RegistryKeyRecord* FindByName(std::string_view name);
   RegistryValueRecord* FindValue(const RegistryKeyRecord& key, std::string_view name);
 
-  // Adds a value after the key's others.
+  // Adds a value after the other values of `key`.
   RegistryValueRecord& AddValue(RegistryKeyRecord& key, std::string_view name);
 
-  // Rewrites the file in one piece with the keys in list order. Throws RegistryFailure 10 when the
-  // file cannot be opened or written; in the latter case it is left truncated.
+  // Rewrites the file in one piece with the keys in list order. Throws RegistryFailure 10 if the
+  // file cannot be opened, or cannot be written; then it is left truncated.
   void Save() const;
 
  private:
@@ -75,10 +75,10 @@ class RegistryImage {
   std::string Rendered() const;
 
   std::string block_;
-  // In list order, on which callers are built: the first key of the file, then the last, the last
-  // but one, and so on to the second.
+  // Contract: in list order, on which callers are built: the first key of the file, then the last,
+  // the one before it, and so on back to the second.
   std::vector<RegistryKeyRecord> keys_;
-  std::vector<RegistryValueRecord> values_;  // in the order of the file
+  std::vector<RegistryValueRecord> values_;  // in file order
 };
 
 }  // namespace oscl

@@ -4,36 +4,36 @@
 
 OSCL_BEGIN_C
 
-/* Events, waits, watches and debug output, which this platform does not have. They exist so that
- * shared code links and runs, and cannot fail. Those that report a success store 0 in gLastError,
- * those that do nothing leave it. Any thread. */
+/* Events, waits, watches and debug output, which this platform does not have. These functions let
+ * shared code link and run. They never fail. Those that report a success store 0 in gLastError; the
+ * others do not change it. Any thread. */
 
 typedef void (*OSCL_WAIT_CALLBACK)(void* context, uint8_t timedOut);
 
-/* Returns the constant 1 and stores 0 in gLastError: no event object exists, so the result must not
- * be waited for or closed (CloseHandle would close file descriptor 1). */
+/* Returns the constant 1 and stores 0 in gLastError. There is no event object: do not wait for the
+ * result and do not close it (CloseHandle would close file descriptor 1). */
 HANDLE CreateEventEx(void* security, const char* name, uint32_t flags, uint32_t access);
 
 /* Registers nothing, stores 0 in gLastError and returns 1. */
 HANDLE RegisterWaitForSingleObjectEx(HANDLE object, OSCL_WAIT_CALLBACK callback, void* context,
                                      uint32_t milliseconds, uint32_t flags);
 
-/* Registers nothing, stores a null wait handle in `*wait` (not null) and 0 in gLastError, and
- * returns 1. */
+/* Registers nothing, stores a null handle in `*wait`, stores 0 in gLastError and returns 1. `wait`
+ * must not be null. */
 BOOL RegisterWaitForSingleObject(HANDLE* wait, HANDLE object, OSCL_WAIT_CALLBACK callback,
                                  void* context, uint32_t milliseconds, uint32_t flags);
 
 /* Stores 0 in gLastError and returns 1. */
 BOOL UnregisterWaitEx(HANDLE wait, HANDLE completion);
 
-/* Does nothing: nobody watches the registry. */
+/* Does nothing: the registry has no watchers. */
 void NotifyRegistryChange(void);
 
 /* Watches nothing, stores 0 in gLastError and returns 0. */
 uint32_t RegNotifyChangeKeyValue(HKEY key, BOOL watchSubtree, uint32_t filter, HANDLE event,
                                  BOOL asynchronous);
 
-/* Do nothing; arguments beyond the named ones are ignored too. */
+/* Do nothing and ignore all arguments. */
 void DoxDebugBreak(const char* reason, ...);
 void DoxPrintMessage(uint32_t level, const char* format, ...);
 

@@ -4,18 +4,19 @@
 
 OSCL_BEGIN_C
 
-/* Ticks of the monotonic clock's resolution, and how many of them make a second (1,000,000,000
- * where the resolution is 1 ns). The resolution is asked for at every call. Both return 1 and store
- * 0 in gLastError; when the clock fails, or its resolution is a second or more, or 0 ns, they
- * return 0 and leave `*out` and gLastError alone. `out` must not be null. Any thread. */
+/* QueryPerformanceCounter stores the monotonic time in ticks of the clock's resolution;
+ * QueryPerformanceFrequency stores the number of ticks per second (1,000,000,000 for a resolution
+ * of 1 ns). Each call queries the resolution. Both return 1 and store 0 in gLastError. If the clock
+ * fails, or its resolution is 0 or a second or more, they return 0 and change neither `*out` nor
+ * gLastError. `out` must not be null. Any thread. */
 BOOL QueryPerformanceFrequency(LARGE_INTEGER* out);
 BOOL QueryPerformanceCounter(LARGE_INTEGER* out);
 BOOL OSCL_QueryPerformanceFrequency(LARGE_INTEGER* out);
 BOOL OSCL_QueryPerformanceCounter(LARGE_INTEGER* out);
 
-/* Pauses the calling thread for `duration` MICROseconds, despite the names: callers are built
- * against that unit. A signal handler may end the pause early; gLastError then stays as it was,
- * else it becomes 0. Any thread. */
+/* Pause the calling thread for `duration` MICROseconds, despite their names: callers are built
+ * against that unit. Store 0 in gLastError, unless a signal handler ends the pause early. Any
+ * thread. */
 void Sleep(uint32_t duration);
 void OSCL_SleepMs(uint32_t duration);
 

@@ -1,11 +1,12 @@
 #pragma once
 
-/* Windows-style types of the compatibility layer. Every header of oscl/ can be included from C. */
+/* Windows-style types of the compatibility layer. C programs can include the public headers of
+ * oscl/. */
 
 #include <stdint.h>
 
-/* Inside the library the functions between these two are protected: its own calls reach them and
- * never a program's functions of the same names, which are common. */
+/* Inside the library these two make the functions between them protected: the library's calls reach
+ * its own functions, even if the program has functions with the same common names. */
 #ifdef OSCL_IMPLEMENTATION
 #define OSCL_PUSH_VISIBILITY _Pragma("GCC visibility push(protected)")
 #define OSCL_POP_VISIBILITY _Pragma("GCC visibility pop")
@@ -23,23 +24,23 @@
 #define OSCL_END_C OSCL_POP_VISIBILITY
 #endif
 
-/* Data stays replaceable: a program at a fixed address holds a copy that both sides use. */
+/* Data stays preemptible: a program at a fixed address has a copy that both sides use. */
 #define OSCL_DATA extern __attribute__((visibility("default")))
 
 /* A 32-bit boolean: 1 is success or true, 0 is failure or false. */
 typedef int32_t BOOL;
 
-/* A file descriptor, a module or a stub of an object, widened to the size of a pointer. */
+/* A file descriptor, a module or a placeholder, widened to the size of a pointer. */
 typedef void* HANDLE;
 #define INVALID_HANDLE_VALUE ((HANDLE)(intptr_t)-1)
 
-/* A registry key: one of the root constants, or the id that the registry file gives to a key. */
+/* A registry key: a root constant, or the id of a key in the registry file. */
 typedef uint32_t HKEY;
 
 /* A signed 64-bit integer. */
 typedef int64_t LARGE_INTEGER;
 
-/* The result of an OSCL_ helper: 0, E_FAIL, or for registry work an error code. */
+/* The result of an OSCL_ function: 0, E_FAIL or, from some registry functions, an error code. */
 typedef uint32_t HRESULT;
 #define S_OK ((HRESULT)0)
 #define E_FAIL ((HRESULT)0x80004005u)

@@ -4,23 +4,23 @@
 
 OSCL_BEGIN_C
 
-/* A whole file in one call. Each opens, moves the bytes with one system call, and closes again, on
- * failure too; a failure leaves the code of the failing step in gLastError, a success 0. Any
- * thread; nothing keeps two writers of one file apart. */
+/* Read and write whole files. Each function opens the file, transfers the bytes with one system
+ * call and closes the file, even on failure. It stores the code of the failed step in gLastError,
+ * or 0. Any thread, but there is no locking between two writers of one file. */
 
-/* Returns the content of the file, `*size` bytes without a NUL, which the caller releases with
- * FreeMem. Returns null, with `*size` 0, when the file cannot be opened or read whole, when memory
- * is short (code 1), when `size` is null (code 2), and for an empty file or one that gave less than
- * its size in one call (code 0), as any of more than 2 GiB does. A file of 4 GiB or more is taken
- * for its size modulo 2^32. The second argument is not used. */
+/* Returns the content of the file: `*size` bytes without a NUL, which the caller releases with
+ * FreeMem. Returns null and sets `*size` to 0 if the file cannot be opened or read, if memory is
+ * exhausted (code 1), if `size` is null (code 2), if the file is empty (code 0), and if one read
+ * returns less than the whole file (code 0), which is always so above 2 GiB. The size of a file of
+ * 4 GiB or more is taken modulo 2^32. The second argument is not used. */
 void* OSCL_ReadFile(const char* path, void* unused, uint32_t* size);
 
-/* Writes `length` bytes over the start of the file, created when missing: what a longer file holds
- * after them stays. Returns 0, or E_FAIL. A write cut short, by a full disk for instance, is
- * not detected. */
+/* Writes `length` bytes at the start of the file, which is created if missing and not truncated: a
+ * longer file keeps the bytes after them. Returns 0 or E_FAIL. A short write, for example on a full
+ * disk, is not detected. */
 HRESULT OSCL_WriteFile(const char* path, const void* data, uint32_t length);
 
-/* As OSCL_WriteFile, after the end of the file. */
+/* Like OSCL_WriteFile, but writes at the end of the file. */
 HRESULT OSCL_AppendFile(const char* path, const void* data, uint32_t length);
 
 OSCL_END_C
