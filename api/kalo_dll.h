@@ -1,10 +1,9 @@
 #pragma once
 
-/* The entry points of libkalodll.so, for C (from C89 on) and C++ drivers. Both generations share
- * one set of sessions. No entry point lets an exception out that derives from std::exception. Apart
- * from these the library exports DllMain(void*, unsigned int, void*), with C++ linkage, which does
- * nothing and returns 1; it is not declared here, so that a driver may have a DllMain of its own.
- */
+/* The entry points of libkalodll.so, for C (C89 and later) and C++ drivers. Both generations share
+ * one set of sessions. No entry point throws an exception that derives from std::exception. The
+ * library also exports DllMain(void*, unsigned int, void*) with C++ linkage, which does nothing and
+ * returns 1. It is not declared here, so that a driver can define its own DllMain. */
 
 #include <stdint.h>
 
@@ -17,62 +16,70 @@ extern "C" {
 #define KALO_STATUS KALO_DLL_STATUS
 #endif
 
-/* Firmware API versions; any other value counts as not set. */
+/* Firmware API versions. Any other value counts as not announced. */
 #define KALO_FIRMWARE_API_30 0x30000u
 #define KALO_FIRMWARE_API_32 0x30002u
 
-/* What KaloStateInit takes. */
+/* The argument of KaloStateInit. */
 typedef struct KALO_STATE_INIT_PARAMS {
   uint32_t firmwareApiVersion;
-  /* 1 makes later callers under API 3.0 share the second session; anything else the first. */
+  /* API 3.0 only: with 1, the third and later callers share the second session, otherwise the
+   * first. */
   uint32_t stateInitOption;
 } KALO_STATE_INIT_PARAMS;
 
-/* Announces the firmware API version, once, before the first KaloInit3. `params` stays the
- * caller's; null changes nothing. Always 0. Takes no lock: nothing else of the library may run. */
+/* Announces the firmware API version. Call it once, before the first KaloInit3, while no other call
+ * of the library runs. `params` is only read; null changes nothing. Always returns 0. */
 KALO_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params);
 
-/* ---- Version 3: sessions by handle ---- */
+/* ---- Version 3: sessions with handles ---- */
 
-/* Gives out a handle for protected-media commands and stores it in `*handle` (not null, not
- * checked). The first caller opens a session; later ones share it, or under API 3.0 a second one.
- * Without an announced version a second caller gets 0 and `*handle` stays as it was. Every call
- * sets the log's threshold to 0 again and registers one more sink for the log file. Returns 1 when
- * the device fails, 5 when the generation marker is damaged; counts are not rolled back then. The
- * handle belongs to the library and is given back with KaloCleanup3, also after a status of 5, when
- * it may name a session that is gone. Each log file stays open until unload: initialise once, or a
- * few times, in a process. Any number of threads may call it at once; not beside a cleanup or an
- * earlier call, and not once the library's objects are gone, when Android's libc ends the process
+/* Stores a handle for protected-media commands in `*handle` (`handle` must not be null). The first
+ * call opens a session. Later calls share it or, with API 3.0, share a second one. If no version
+ * was announced, a second call returns 0 and does not write `*handle`.
+ *
+ * Returns 1 if the device fails, and 5 if kaloInterfaceVersion is neither 0 nor 3; counts are not
+ * rolled back then. The library owns the handle. Release it with KaloCleanup3, even after a status
+ * of 5, when its session may already be destroyed.
+ *
+ * Each call sets the log's threshold to 0 and adds a sink for the log file, which keeps a
+ * descriptor open until unload: initialise once per process, or a few times. Any number of threads
+ * may call it at the same time, but not during a cleanup or a call of the earlier generation, and
+ * not after the library's objects are destroyed: Android's libc then aborts the process
  * ("pthread_mutex_lock called on a destroyed mutex"). */
 KALO_STATUS KaloInit3(void** handle);
 
-/* Sends the request `input` and takes the reply into `output`; lengths are in bytes, at least the
- * 16 of the message header. Buffers stay the caller's. `privateData` is null or holds 16 bytes for
- * the private data after a reply of negative status; `*privateDataLength` then receives how many
- * were read. On entry a `*privateDataLength` of 9 with the tag "IOCTLHND" or "IOCTLFRE" in
- * `privateData` asks for an ioctl wrapper instead, which does nothing.
- * Returns 2 for a null handle or buffer, 3 or 4 for a short one, 1 when the transfer fails; a
- * firmware status is not a failure. A session whose device could not be opened again after a loss
- * sends nothing any more, and returns 0 with `output` as it was: clear it before the call, and take
- * a new handle after a status of 1. The handle must be live: it is used as passed. One thread at a
- * time on one handle; handles that share a session count as one. */
+/* Sends the request `input` and reads the reply into `output`. Lengths are in bytes and must be at
+ * least 16, the size of the message header. `privateData` is null or holds 16 bytes, which receive
+ * the private data that follows a reply with a negative status; `*privateDataLength` then receives
+ * the number of bytes. If `*privateDataLength` is 9 on entry and `privateData` holds the tag
+ * "IOCTLHND" or "IOCTLFRE", the call requests an ioctl wrapper, which does nothing.
+ *
+ * Returns 2 for a null handle or buffer, 3 or 4 for a buffer shorter than the header, and 1 if the
+ * transfer fails. A negative firmware status is not a failure. After a loss, a session whose device
+ * could not be reopened sends nothing, returns 0 and does not write `output`: clear `output` before
+ * the call, and take a new handle after a status of 1.
+ *
+ * The handle is used as passed, so its session must be open. Only one thread at a time may use a
+ * handle; handles that share a session count as one. */
 KALO_STATUS StartIoEx3(void* session, unsigned char* input, unsigned int inputLength,
                        unsigned char* output, unsigned int outputLength, unsigned char* privateData,
                        unsigned int* privateDataLength);
 
-/* StartIoEx3 without private data; the same rules for threads. */
+/* StartIoEx3 without private data. The same thread rules apply. */
 KALO_STATUS StartIo3(void* session, unsigned char* input, unsigned int inputLength,
                      unsigned char* output, unsigned int outputLength);
 
-/* Gives a handle of KaloInit3 back; the last one of a session closes it. A handle that is not out
- * changes nothing and returns 0; 1 when closing failed, which does not happen with this transport.
- * Takes no lock: not beside KaloInit3, another cleanup, or commands on the same session. */
+/* Releases a handle of KaloInit3. Releasing the last handle of a session closes it. An unknown
+ * handle changes nothing and returns 0. Returns 1 if closing fails, which does not happen with this
+ * transport. Takes no lock: do not call it during KaloInit3, another cleanup, or a command on the
+ * same session. */
 KALO_STATUS KaloCleanup3(void* handle);
 
-/* The same for the wireless display, which has a session and a count of its own. `*handle` (not
- * null, not checked) receives the handle, null when the session was closed by FenuCleanup. Returns
- * 1 or the status of the failure when the device fails, and changes nothing then. None of the four
- * FENU calls takes a lock: one at a time, and not beside FENU commands. */
+/* Stores a handle for wireless-display commands in `*handle` (`handle` must not be null). The
+ * wireless display has its own session and count. The handle is null if FenuCleanup closed the
+ * session. If the device fails, returns 1 or the status of the failure and changes nothing. The
+ * four FENU calls take no lock: call one at a time, and not during a FENU command. */
 KALO_STATUS FenuInit3(void** handle);
 
 /* Lowers the count; at zero closes the session of the handle as it was passed. Count and
@@ -82,34 +89,34 @@ KALO_STATUS FenuCleanup3(void* handle);
 
 /* ---- Earlier generation: one session per client, without handles ---- */
 
-/* Opens the KALO session through KaloInit3 unless the state holds the address of one, open or
- * closed; returns its status. Takes no lock: one thread at a time for all earlier calls, and not
- * beside KaloInit3 or a cleanup. A KaloInit that overtakes a KaloInit3 can lose a session. */
+/* Calls KaloInit3 and returns its status, unless kaloSessionA holds the address of a session, open
+ * or closed. Takes no lock: use one thread for all earlier calls, and do not call it during
+ * KaloInit3 or a cleanup. A KaloInit that overlaps a KaloInit3 can lose a session. */
 KALO_STATUS KaloInit(void);
 
-/* Lowers both KALO counts and closes the sessions that reach zero. Returns the status of the last
- * session closed: 1 when closing failed, as KaloCleanup3. Takes no lock: not beside any other call
- * of either generation but FENU ones. */
+/* Lowers both KALO counts and closes each session whose count reaches zero. Returns the status of
+ * the session closed last: 1 if closing fails, like KaloCleanup3. Takes no lock: do not call it
+ * during any other call except FENU calls. */
 KALO_STATUS KaloCleanup(void);
 
-/* Opens the FENU session through FenuInit3 unless the state holds the address of one, open or
- * closed; returns its status. Threads as for FenuInit3. */
+/* Calls FenuInit3 and returns its status, unless fenuSession holds the address of a session, open
+ * or closed. The thread rules of FenuInit3 apply. */
 KALO_STATUS FenuInit(void);
 
-/* Lowers the FENU count and closes the session at zero, and also when the count is zero already. A
- * session that the library has destroyed already is left alone. Returns 1 when closing failed, as
- * KaloCleanup3. Threads as for FenuInit3. */
+/* Lowers the FENU count and closes the session if the count reaches zero or already was zero. Never
+ * closes a session that the library has destroyed. Returns 1 if closing fails, like KaloCleanup3.
+ * The thread rules of FenuInit3 apply. */
 KALO_STATUS FenuCleanup(void);
 
-/* StartIoEx3 on the session that the command identifier (bytes 4 to 7 of `input`) selects: FENU for
- * 0x30000 to 0x3FFFF, KALO for all others. Returns 2, 3 or 4 for bad buffers, 6 when the session is
- * not open, and what StartIoEx3 returns. Takes no lock: one thread at a time for the commands of a
- * client, and not beside an initialisation or cleanup. */
+/* Calls StartIoEx3 on the session that the command identifier (bytes 4 to 7 of `input`) selects:
+ * FENU for 0x30000 to 0x3FFFF, KALO for all others. Returns 2, 3 or 4 for invalid buffers, 6 if the
+ * session is not open, and otherwise the status of StartIoEx3. Takes no lock: only one thread at a
+ * time may send commands of one client, and not during an initialisation or cleanup. */
 KALO_STATUS StartIoEx(unsigned char* input, unsigned int inputLength, unsigned char* output,
                       unsigned int outputLength, unsigned char* privateData,
                       unsigned int* privateDataLength);
 
-/* StartIoEx without private data; the same rules for threads. */
+/* StartIoEx without private data. The same thread rules apply. */
 KALO_STATUS StartIo(unsigned char* input, unsigned int inputLength, unsigned char* output,
                     unsigned int outputLength);
 
@@ -118,8 +125,8 @@ KALO_STATUS StartIo(unsigned char* input, unsigned int inputLength, unsigned cha
 
 /* ---- With C++ linkage ---- */
 
-/* StartIoEx3 without private data on gKaloDllState.provisioningSession, which the library never
- * sets: returns 2. */
+/* Calls StartIoEx3 without private data on gKaloDllState.provisioningSession. The library never
+ * sets this session, so the call returns 2. */
 KALO_DLL_STATUS ProvisioningStartIo(unsigned char* input, unsigned int inputLength,
                                     unsigned char* output, unsigned int outputLength);
 
@@ -129,10 +136,10 @@ KALO_DLL_STATUS ProvisioningStartIo(unsigned char* input, unsigned int inputLeng
  * that it made itself. Takes no lock: not beside any other use of the session. */
 KALO_DLL_STATUS SessionCleanup(void* session);
 
-/* Stores an error in the last-error record of gKaloDllState: `text` (copied; null, or longer than
- * 1023 characters, keeps the old one) and `code` under the source, `context` for source 1 only,
- * source and process id for any. No lock: a later error overwrites an earlier one, and two that are
- * recorded at the same time may leave a mixture of both. */
+/* Stores an error in the last-error record of gKaloDllState: the copied `text` and the `code` of
+ * that source, the source and the process id, and for source 1 also the `context`. A text that is
+ * null or longer than 1023 characters leaves the old text. Takes no lock: a later error overwrites
+ * an earlier one, and two threads may mix their texts. */
 void SaveLastErrorInfo(_KaloDllErrorSource source, const char* text, unsigned int code,
                        void* context, unsigned int processId);
 #endif

@@ -1,6 +1,6 @@
 #pragma once
 
-/* All that the library keeps between calls, for C and C++ drivers. */
+/* The state that the library keeps between calls, for C and C++ drivers. */
 
 #include <stddef.h>
 #include <stdint.h>
@@ -9,16 +9,16 @@
 
 #define KALO_ERROR_TEXT_SIZE 1024
 
-/* There is one state, gKaloDllState, from load to unload, and its layout is part of the binary
- * interface. Only KaloInit3 takes stateLock; everything else reads and writes the fields without
- * it, so that the driver serialises initialisation and cleanup. Unload destroys the lock: a
- * KaloInit3 after it returns 0 or 1 with glibc, and ends the process on Android. */
+/* There is one state, gKaloDllState, from load to unload. Its layout is part of the binary
+ * interface. Only KaloInit3 takes stateLock. All other calls read and write the fields without it,
+ * so the driver must serialise initialisation and cleanup. Unload destroys the lock: a later
+ * KaloInit3 returns 0 or 1 with glibc, and aborts the process on Android. */
 #ifdef __cplusplus
 class ClientSession;
 class KaloDllState {
  public:
   KaloDllState();
-  // Leaves sessions that are still referenced alone.
+  // Does not close open sessions.
   ~KaloDllState();
   KaloDllState(const KaloDllState&) = delete;
   KaloDllState& operator=(const KaloDllState&) = delete;
@@ -30,20 +30,20 @@ class KaloDllState {
 typedef struct ClientSession ClientSession;
 typedef struct KaloDllState {
 #endif
-  /* 0: none yet, 3: version 3. Never reset. */
+  /* 0 before the first KaloInit3, then 3. Never reset. */
   uint32_t kaloInterfaceVersion;
   /* 3 while FenuInit3 owns the FENU side. */
   uint32_t fenuInterfaceVersion;
   CRITICAL_SECTION stateLock;
   /* Never set by the library. */
   ClientSession* provisioningSession;
-  /* Owned while their counts are not 0. Not cleared by the version-3 cleanups. An address that the
-   * driver writes here itself counts as a live session, unless it is the very one of a session that
-   * the library has destroyed and still keeps in this field. */
+  /* Owned while their counts are not 0. The version-3 cleanups do not clear them. An address that
+   * the driver writes here counts as an open session, unless the field still holds that address
+   * from a session that the library destroyed. */
   ClientSession* kaloSessionA;
   ClientSession* kaloSessionB;
   ClientSession* fenuSession;
-  /* The last error of each source: text with its NUL, and status or 0xFFFFFFFF. */
+  /* The last error of each source: a text with its NUL, and the status or 0xFFFFFFFF. */
   char apiErrorText[KALO_ERROR_TEXT_SIZE];
   uint32_t apiErrorCode;
   char kaloErrorText[KALO_ERROR_TEXT_SIZE];
@@ -51,17 +51,17 @@ typedef struct KaloDllState {
   char fenuErrorText[KALO_ERROR_TEXT_SIZE];
   uint32_t fenuErrorCode;
   uint32_t lastErrorSource;
-  /* Of the last version-3 error: the handle as it was passed to StartIoEx3, null included;
-   * 0xDEADBEEF for an initialisation, or before any error. */
+  /* For the last version-3 error: the handle as passed to StartIoEx3, even if null. 0xDEADBEEF
+   * after a failed initialisation and before the first error. */
   void* lastErrorContext;
   uint32_t lastErrorProcessId;
   uint32_t firmwareApiVersion;
   bool stateInitFlag;
-  /* Handles that are out. */
+  /* The number of unreleased handles. */
   uint32_t kaloRefCountA;
   uint32_t kaloRefCountB;
   uint32_t fenuRefCount;
-  /* stateInitFlag as it was when kaloSessionA was opened. */
+  /* The value of stateInitFlag when kaloSessionA was opened. */
   bool sessionBShared;
 #ifdef __cplusplus
 };
@@ -72,7 +72,7 @@ typedef struct KaloDllState {
 extern KaloDllState gKaloDllState;
 
 #ifdef __cplusplus
-// Debuggers and other code of the process find the fields by these offsets.
+// Drivers and debuggers rely on these offsets.
 static_assert(sizeof(KaloDllState) == 3208);
 static_assert(offsetof(KaloDllState, stateLock) == 8);
 static_assert(offsetof(KaloDllState, provisioningSession) == 48);

@@ -16,16 +16,16 @@
 
 class CpDremSession;
 
-// What a driver's handle points to: the connections to one or more firmware clients, and the last
-// error of a call on this handle. Clients are named by the addresses of the constants below; a copy
-// of the bytes names none. Nothing in it is locked: the driver serialises the use of one session.
+// The object behind a driver's handle: the connections to one or more firmware clients, and the
+// last error on this handle. Clients are identified by the addresses of the constants below, not by
+// their bytes. A session has no lock: the driver serialises its use.
 class ClientSession {
  public:
   static const _GUID KALO_CLIENT_GUID;
   static const _GUID FENU_CLIENT_GUID;
   static const _GUID SAB_CLIENT_GUID;
 
-  // No connection; lastErrorText is left as the memory was.
+  // Creates a session without connections. lastErrorText is not initialised.
   ClientSession();
   ClientSession(const ClientSession&) = delete;
   ClientSession& operator=(const ClientSession&) = delete;
@@ -33,35 +33,35 @@ class ClientSession {
   // Closes every connection, in order.
   ~ClientSession();
 
-  // The client that serves a command. Any thread.
+  // Returns the client that serves a command. Any thread.
   static const _GUID* CommandIdToGuid(unsigned int commandId);
 
-  // Opens one more connection, a second one to the same client included. Throws std::runtime_error
-  // when the device fails; nothing is added then.
+  // Opens another connection, even to a client that is already connected. If the device fails,
+  // throws std::runtime_error and adds nothing.
   void ConnectClient(const _GUID* guid);
 
-  // The same for a client that is not connected yet while the parent client is; the new connection
-  // does not depend on the parent's. Throws std::runtime_error.
+  // The same, but requires that the client is not connected and that the parent client is. The new
+  // connection does not depend on the parent's. Throws std::runtime_error.
   void ConnectClient(const _GUID* guid, const _GUID* parentGuid);
 
-  // Closes the first connection to the client. Throws std::logic_error when there is none.
+  // Closes the first connection to the client. Throws std::logic_error if there is none.
   void DisconnectClient(const _GUID* guid);
 
   // Closes every connection, in order.
   void DisconnectAllClients();
 
-  // The first connection to the client, or null. It stays owned by this session.
+  // Returns the first connection to the client, which this session owns, or null.
   CpDremSession* GetDremSession(const _GUID* guid);
 
-  // The connection that serves a command. Throws std::logic_error when there is none.
+  // Returns the connection that serves a command. Throws std::logic_error if there is none.
   CpDremSession* GetDremSession(unsigned int commandId);
 
-  // Sends a request to the only connection, or with several to the one that serves its command, and
-  // takes the reply. Lengths are in bytes; `privateData` holds 16 bytes, and `privateDataLength`
-  // receives how many were read; either may be null. With a null `input` or `output` nothing, or no
-  // reply, is transferred. Throws std::logic_error without a connection
-  // for the command, KaloException for a length below the header's 16 bytes, and what
-  // CpDremSession::IoMessage throws.
+  // Sends a request and reads the reply. A session with one connection uses it for every command; a
+  // session with several uses the one that serves the command. Lengths are in bytes. `privateData`
+  // holds 16 bytes and `privateDataLength` receives the number read; either may be null. A null
+  // `input` transfers nothing; a null `output` reads no reply. Throws std::logic_error if no
+  // connection serves the command, KaloException if a length is below 16, the header's size, and
+  // whatever CpDremSession::IoMessage throws.
   void IoMessage(unsigned char* input, unsigned int inputLength, unsigned char* output,
                  unsigned int outputLength, unsigned char* privateData,
                  unsigned int* privateDataLength);
@@ -70,19 +70,20 @@ class ClientSession {
   void IoControl(unsigned char* input, unsigned int inputLength, unsigned char* output,
                  unsigned int outputLength);
 
-  // Do nothing on the only connection. Throw std::logic_error with none, or with several.
+  // Do nothing if there is exactly one connection, and otherwise throw std::logic_error.
   void IoctlAllocWrapper(unsigned char* buffer, unsigned int length, unsigned char* output);
   void IoctlFreeWrapper(unsigned char* buffer, unsigned int length);
 
-  // Records an error of this session; without a status it is stored as -1. At most 1024 characters
-  // are kept, without a NUL, in front of what an earlier, longer text left.
+  // Store the last error of this session; without a status, the status is -1. Copy at most 1024
+  // characters without a NUL, so the end of a longer earlier text remains.
   void storeErrInfo(KALO_DLL_STATUS status, const std::string& text);
   void storeErrInfo(const std::string& text);
 
-  // Owned, in order of connection.
+  // Owned, in the order in which they were connected.
   std::vector<CpDremSession*> dremSessions;
   int32_t lastErrorStatus;
-  // Not terminated, and not initialised before the first storeErrInfo: read 1024 bytes at most.
+  // Has no terminator and is not initialised before the first storeErrInfo: read at most 1024
+  // bytes.
   char lastErrorText[1024];
 };
 static_assert(sizeof(ClientSession) == 1056 && offsetof(ClientSession, lastErrorStatus) == 24 &&

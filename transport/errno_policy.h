@@ -2,34 +2,34 @@
 
 #include <cerrno>
 
-// What the transport does about an errno of the device: the one table that its code goes by, that
-// its tests walk through and that docs/errors.md shows.
+// How the transport reacts to an errno of the device. The code, its tests and docs/errors.md all
+// use this table.
 namespace transport {
 
-// Each call that the transport makes on the device.
+// The calls that the transport makes on the device.
 enum class DeviceCall { kOpen, kConnect, kClose, kWrite, kRead, kReadPrivateData, kIoctl };
 
 enum class Remedy {
-  // Reconnect, kMaxRecoveries times at most, and call again after all but the last; then throw.
+  // Reconnect up to kMaxRecoveries times and retry after each but the last; then throw.
   kReconnect,
   // Throw std::runtime_error.
   kThrow,
-  // Log it and go on.
+  // Log it and continue.
   kIgnore,
 };
 
 constexpr int kMaxRecoveries = 5;
 
-// Stands for every errno that has no row of its own.
+// Matches every errno without a row of its own.
 constexpr int kAnyErrno = 0;
 
 struct ErrnoPolicy {
   DeviceCall call;
   int error;
   Remedy remedy;
-  // The text of the exception, null where none is thrown.
+  // The text of the exception, or null if none is thrown.
   const char* thrown;
-  // What the log says about the errno, line by line; null where there is nothing more to say.
+  // The lines that the log adds for this errno; null for no line.
   const char* explanation[2];
 };
 
@@ -59,7 +59,7 @@ inline constexpr ErrnoPolicy kErrnoPolicies[] = {
 };
 // clang-format on
 
-// The first row for the call with this errno, else the call's row for any errno.
+// Returns the first row for the call with this errno, or the call's row for any errno.
 constexpr const ErrnoPolicy& PolicyFor(DeviceCall call, int error) {
   for (const ErrnoPolicy& policy : kErrnoPolicies) {
     if (policy.call == call && (policy.error == error || policy.error == kAnyErrno)) return policy;

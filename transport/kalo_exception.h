@@ -11,9 +11,9 @@
 
 #include "transport/kalo_status.h"
 
-// A failure found by the library's own checks. The entry point that catches it returns its status.
-// Where it crosses into a driver with another C++ runtime, std::uncaught_exceptions() there may
-// stay one off.
+// A failure that the library's own checks found. The entry point that catches it returns its
+// status. If it crosses into a driver with another C++ runtime, std::uncaught_exceptions() of that
+// runtime may stay off by one.
 class KaloException : public std::runtime_error {
  public:
   // `detail` is not copied: it must live as long as the program. It may be null.
@@ -21,9 +21,9 @@ class KaloException : public std::runtime_error {
 
   ~KaloException() override;
 
-  // "KALO Exception 0x<status in hexadecimal> <detail>", built at the first call and kept; the
-  // text lives as long as this object. Out of memory leaves the first two words. Not for two
-  // threads at once.
+  // Returns "KALO Exception 0x<status in hexadecimal> <detail>". The first call builds the text,
+  // which lives as long as this object. If memory is exhausted, the text is "KALO Exception". Only
+  // one thread at a time may call it.
   const char* what() const noexcept override;
 
   KALO_DLL_STATUS errorStatus;

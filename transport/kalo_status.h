@@ -1,7 +1,7 @@
 #pragma once
 
-/* Statuses and error sources. They sit below the entry points because the transport throws with
- * them. C and C++. */
+/* Statuses and error sources, for C and C++. They belong to the transport because it throws them.
+ */
 
 #include <stdint.h>
 
@@ -13,10 +13,10 @@
   enum
 #endif
 
-/* What every entry point returns. */
+/* The result of every entry point. */
 KALO_ENUM(KALO_DLL_STATUS){
     KALO_DLL_STATUS_SUCCESS = 0,
-    /* A transport failure, or a session that could not be closed (not with this transport). */
+    /* A transfer failed, or a session could not be closed (not with this transport). */
     KALO_DLL_STATUS_FAILURE = 1,
     /* A null handle or buffer. */
     KALO_DLL_STATUS_INVALID_PARAMETER = 2,
@@ -35,7 +35,7 @@ KALO_ENUM(_KaloDllErrorSource){
     KALO_ERROR_SOURCE_API3 = 1,
     /* StartIoEx and StartIo on the KALO session. */
     KALO_ERROR_SOURCE_KALO = 2,
-    /* StartIoEx and StartIo on any other. */
+    /* StartIoEx and StartIo on any other session. */
     KALO_ERROR_SOURCE_FENU = 3};
 
 #undef KALO_ENUM

@@ -4,13 +4,13 @@
 
 #include <stdint.h>
 
-/* Four little-endian words. The body that follows, and the meaning of word0 and word3, belong to
- * the driver and the firmware. */
+/* Four little-endian words. The driver and the firmware define the meaning of word0, word3 and the
+ * body that follows. */
 typedef struct KaloMessageHeader {
   uint32_t word0;
-  /* Chooses the firmware client. */
+  /* Selects the firmware client. */
   uint32_t commandId;
-  /* In a reply: negative means that a private-data block follows. */
+  /* In a reply: if negative, a private-data block follows. */
   int32_t status;
   uint32_t word3;
 } KaloMessageHeader;
@@ -22,7 +22,7 @@ static_assert(sizeof(KaloMessageHeader) == 16, "the header is part of the device
 
 namespace transport {
 
-// The header of a message of at least 16 bytes, at any alignment.
+// Returns the header of a message of at least 16 bytes at any alignment.
 inline KaloMessageHeader HeaderOf(const unsigned char* message) {
   KaloMessageHeader header;
   std::memcpy(&header, message, sizeof header);

@@ -15,16 +15,16 @@ namespace transport {
 
 constexpr char kZuliDevicePath[] = "/dev/zuli";
 
-// Contract: handed to open() as its mode, where it has no effect; the descriptor is not
+// Contract: passed to open() as the mode, where it has no effect. The descriptor is not
 // synchronous.
 constexpr unsigned int kZuliOpenMode = 0x101000;
 
 }  // namespace transport
 
-// Binds an open descriptor to the firmware client whose GUID the record holds.
+// Binds an open descriptor to the firmware client with the GUID in the record.
 constexpr unsigned int IOCTL_ZULI_CONNECT_CLIENT = 0xC0104801;
 
-// What the connect request takes and, over the same bytes, brings back.
+// The argument of the connect request, which the kernel overwrites with the result.
 union ZuliConnectRecord {
   _GUID inClientGuid;
   struct Properties {
