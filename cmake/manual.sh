@@ -5,6 +5,7 @@ set -euo pipefail
 tool=$1 version=$2 folder=$3
 name=${tool##*/}
 mkdir -p "$folder"
+rm -f "$folder/$name".1 "$folder/$name"-*.1
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -17,11 +18,11 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   # Reads on after the first line, so that nothing ends in a broken pipe.
   about=$("$@" --help | sed -n 1p)
   help2man --no-info --section=1 --source="kalodll $version" --version-string="$version" \
-    --manual="User Commands" --name="${about%%.*}" "$scratch/$page" >"$folder/$page.1"
+    --manual="User Commands" --name="${about%.}" "$scratch/$page" >"$folder/$page.1"
 }
 
 page "$name" "$tool"
-# The commands stand under "Subcommands:", indented by two.
-for command in $("$tool" --help | sed -n '/^Subcommands:/,$s/^  \([a-z]\+\) .*/\1/p'); do
+# The help lists the commands under "Commands:", indented by two.
+for command in $("$tool" --help | sed -n '/^Commands:/,$s/^  \([a-z]\+\) .*/\1/p'); do
   page "$name-$command" "$tool" "$command"
 done

@@ -63,12 +63,12 @@ int Check(const std::vector<std::string>& paths) {
 
 }  // namespace
 
-void DefineCheck(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("check", "Validates scenarios and recordings.");
-  command->footer(kCheckFooter);
+void DefineCheck(common::Command* program) {
+  common::Command* command = program->AddCommand("check", "Validates scenarios and recordings.");
+  command->SetFooter(kCheckFooter);
   const auto paths = std::make_shared<std::vector<std::string>>();
-  command->add_option("FILE", *paths, "Scenarios and recordings")->required();
-  command->callback([=] { invocation->run = [=] { return Check(*paths); }; });
+  command->AddList("FILE", paths.get(), "FILE", "Scenarios and recordings").Require();
+  command->SetAction([=] { return Check(*paths); });
 }
 
 }  // namespace zulisim

@@ -26,43 +26,25 @@ namespace {
 
 using OptionParser = void (*)(const std::string& text, Scenario* scenario);
 
-void AddInstruction(CLI::App* command, Scenario* scenario, const char* name, const char* shape,
-                    const char* description, OptionParser parse) {
-  const auto callback = [name, scenario, parse](const std::string& text) {
+void AddInstruction(common::Command* command, Scenario* scenario, const char* name,
+                    const char* shape, const char* description, OptionParser parse) {
+  const auto take = [name, scenario, parse](const std::string& text) {
     try {
       parse(text, scenario);
       scenario->instructions.push_back(std::string(name) + " " + text);
     } catch (const common::InputError& error) {
       // What is wrong with a file begins with its name.
       const std::string place = parse == AddScenarioFile ? "" : common::Quoted(text) + ": ";
-      throw CLI::ValidationError(name, place + error.what());
+      throw common::UsageError(std::string(name) + ": " + place + error.what());
     }
   };
-  command
-      ->add_option_function<std::vector<std::string>>(
-          name,
-          [callback](const std::vector<std::string>& texts) {
-            std::for_each(texts.begin(), texts.end(), callback);
-          },
-          description)
-      ->type_name(shape)
-      ->type_size(1)
-      ->expected(1)
-      ->allow_extra_args(false)  // what follows the value may be the program
-      ->take_all()
-      ->trigger_on_parse();
+  command->AddRepeated(name, take, shape, description);
 }
 
 struct NamedFile {
   std::string option;
   std::string path;
 };
-
-// Empty for an option that was not given.
-std::string ValueOf(const CLI::App& command, const char* name) {
-  const CLI::Option* option = command.get_option_no_throw(name);
-  return option == nullptr || option->results().empty() ? "" : option->results().front();
-}
 
 // Anything but a regular file, such as a terminal, may take the texts of several.
 bool SameFile(const std::string& one, const std::string& other) {
@@ -78,27 +60,27 @@ bool SameFile(const std::string& one, const std::string& other) {
 
 }  // namespace
 
-void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario) {
+void RefuseSharedFiles(const common::Command& command, const Scenario& scenario) {
   std::vector<NamedFile> files;
   for (const std::string& path : scenario.files) {
     // Standard input is not standard output, which has the same name.
     if (path != "-") files.push_back({"--scenario", path});
   }
   for (const char* name : {"FILE", "--from", "--fuse"}) {
-    files.push_back({name, ValueOf(command, name)});
+    files.push_back({name, command.ValueOf(name)});
   }
   for (const char* name : {"--output", "--transcript", "--trace", "--report"}) {
-    const std::string path = ValueOf(command, name);
+    const std::string path = command.ValueOf(name);
     for (const NamedFile& other : files) {
       if (!SameFile(other.path, path)) continue;
-      throw CLI::ValidationError(name, "'" + path + "' is named by " + other.option +
-                                           " as well; name another, it would be overwritten");
+      throw common::UsageError(std::string(name) + ": " + common::Quoted(path) + " is named by " +
+                               other.option + " as well; name another, it would be overwritten");
     }
     files.push_back({name, path});
   }
 }
 
-void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict) {
+void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
   AddInstruction(command, scenario, "--scenario", "FILE",
                  "What a scenario file says; it can be checked with 'zulisim check'",
                  AddScenarioFile);
@@ -115,15 +97,14 @@ void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict) 
   AddInstruction(
       command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
       "A device that is lost at an operation, for so many opens after it", AddLossOption);
-  command->add_flag(
-      "--strict", *strict,
-      "Exit status 122 when a reply, fault or loss that was asked for did not happen");
+  command->AddFlag("--strict", strict,
+                   "Exit status 122 when a reply, fault or loss that was asked for did not happen");
 }
 
-bool HasInstructions(const CLI::App& command) {
+bool HasInstructions(const common::Command& command) {
   const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
   return std::any_of(std::begin(names), std::end(names),
-                     [&command](const char* name) { return command.count(name) > 0; });
+                     [&command](const char* name) { return command.Has(name); });
 }
 
 int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status) {
@@ -132,39 +113,38 @@ int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, in
   return strict && !missed.empty() ? kMissed : status;
 }
 
-void AddProgramOptions(CLI::App* command, ProgramOptions* options) {
-  common::AddChoice<bool>(*command, "--device", options->fuse, {{"preload", false}, {"fuse", true}},
-                          KernelServer::Built()
-                              ? "How the program reaches the device (default: preload)"
-                              : "How the program reaches the device: by preload alone, because "
-                                "this zulisim was built without libfuse3");
-  common::AddFileOption(*command, "--root", options->root,
-                        "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
-                        "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
-                        "DIR");
+void AddProgramOptions(common::Command* command, ProgramOptions* options) {
+  command->AddChoice<bool>("--device", &options->fuse, {{"preload", false}, {"fuse", true}},
+                           KernelServer::Built()
+                               ? "How the program reaches the device (default: preload)"
+                               : "How the program reaches the device: by preload alone, because "
+                                 "this zulisim was built without libfuse3");
+  command->AddFile("--root", &options->root,
+                   "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
+                   "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
+                   "DIR");
   AddOutputOptions(command, &options->output);
-  command->add_flag("--log", options->output.log,
-                    "Show the library's log lines in their places in transcript, trace and report");
-  command->add_flag(
-      "--log-detail", options->output.logDetail,
-      "The same with the library's detailed lines, which it does not write otherwise; "
-      "not with --device fuse, where nothing of zulisim is in the program");
+  command->AddFlag("--log", &options->output.log,
+                   "Show the library's log lines in their places in transcript, trace and report");
+  command->AddFlag("--log-detail", &options->output.logDetail,
+                   "The same with the library's detailed lines, which it does not write otherwise; "
+                   "not with --device fuse, where nothing of zulisim is in the program");
 }
 
-void AddOutputOptions(CLI::App* command, OutputOptions* options) {
-  common::AddFileOption(*command, "--transcript", options->transcriptFile,
-                        "Write the transcript to FILE as well; - is standard output");
-  common::AddFileOption(*command, "--trace", options->traceFile,
-                        "Write Chrome trace events to FILE, for the Perfetto viewer");
-  common::AddFileOption(*command, "--report", options->reportFile,
-                        "Write a sequence diagram to FILE, an HTML page that needs nothing else");
-  command->add_flag("--time", options->time, "In the transcript, show the seconds since the start");
-  common::AddNumberOption(*command, "--bytes", options->bytes,
-                          "In the transcript, show up to N bytes of each message");
-  command->add_flag("-q,--quiet", options->quiet, "No transcript on standard error");
-  command->add_flag("--connection-numbers", options->connectionNumbers,
-                    "In the transcript, name an open file by the engine's number (#1) instead of "
-                    "the program's descriptor, which only the preload library knows");
+void AddOutputOptions(common::Command* command, OutputOptions* options) {
+  command->AddFile("--transcript", &options->transcriptFile,
+                   "Write the transcript to FILE as well; - is standard output");
+  command->AddFile("--trace", &options->traceFile,
+                   "Write Chrome trace events to FILE, for the Perfetto viewer");
+  command->AddFile("--report", &options->reportFile,
+                   "Write a sequence diagram to FILE, an HTML page that needs nothing else");
+  command->AddFlag("--time", &options->time, "In the transcript, show the seconds since the start");
+  command->AddNumber("--bytes", &options->bytes,
+                     "In the transcript, show up to N bytes of each message");
+  command->AddFlag("-q,--quiet", &options->quiet, "No transcript on standard error");
+  command->AddFlag("--connection-numbers", &options->connectionNumbers,
+                   "In the transcript, name an open file by the engine's number (#1) instead of "
+                   "the program's descriptor, which only the preload library knows");
 }
 
 Recording ReadRecording(const std::string& path) {

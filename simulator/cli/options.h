@@ -4,8 +4,7 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
+#include "common/command_line.h"
 #include "simulator/output/run_output.h"
 #include "simulator/program/served_program.h"
 #include "simulator/record/recording.h"
@@ -15,30 +14,31 @@ namespace zulisim {
 
 // What the commands that start a program have in common.
 struct ProgramOptions {
-  bool fuse = false;  // --device
-  std::string root;   // --root
+  std::vector<std::string> program;  // PROGRAM [ARGUMENTS...]
+  bool fuse = false;                 // --device
+  std::string root;                  // --root
   OutputOptions output;
   Scenario scenario;
   bool strict = false;  // --strict
 };
 
 // --device, --root, --log, --log-detail and the options of AddOutputOptions
-void AddProgramOptions(CLI::App* command, ProgramOptions* options);
+void AddProgramOptions(common::Command* command, ProgramOptions* options);
 // --quiet, --transcript, --connection-numbers, --time, --bytes, --trace and --report
-void AddOutputOptions(CLI::App* command, OutputOptions* options);
+void AddOutputOptions(common::Command* command, OutputOptions* options);
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line, and
 // --strict.
-void AddInstructionOptions(CLI::App* command, Scenario* scenario, bool* strict);
+void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
 // True when the command line had one of them, but for --strict.
-bool HasInstructions(const CLI::App& command);
+bool HasInstructions(const common::Command& command);
 
 // Names on standard error what of `scenario` did not happen; returns `status`, or kMissed if it is
 // strict about that.
 int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status);
 
-// Throws CLI::ValidationError when a file that is to be written is named by another option as well,
+// Throws common::UsageError when a file that is to be written is named by another option as well,
 // or was read for `scenario`. To be called before the first of them is opened.
-void RefuseSharedFiles(const CLI::App& command, const Scenario& scenario);
+void RefuseSharedFiles(const common::Command& command, const Scenario& scenario);
 
 // Throws common::InputError that names the file and the place in it.
 Recording ReadRecording(const std::string& path);

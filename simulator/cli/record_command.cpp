@@ -23,8 +23,6 @@ constexpr const char* kRecordDescription =
     "'zulisim replay' plays back.";
 
 constexpr const char* kRecordFooter = R"(
-Usage in full: zulisim record [OPTIONS] -o FILE [--] PROGRAM [ARGUMENTS...]
-
 FILE can be read by you alone, for it holds what was sent. A file that is there already is
 kept, without --force. A run without any operation leaves no file.
 
@@ -89,30 +87,29 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
 
 }  // namespace
 
-void DefineRecord(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("record", kRecordDescription);
-  command->footer(kRecordFooter);
+void DefineRecord(common::Command* program) {
+  common::Command* command = program->AddCommand("record", kRecordDescription);
+  command->SetFooter(kRecordFooter);
   const auto options = std::make_shared<RecordOptions>();
-  common::AddFileOption(*command, "-o,--output", options->file, "The recording")->required();
-  common::AddFileOption(*command, "--from", options->device,
-                        "The device to record; without it and without --engine, \"/dev/zuli\"",
-                        "PATH");
-  command->add_flag(
-      "--engine", options->engine,
-      "Record the software engine; implied by --scenario, --client, --reply, --fault, "
-      "--short and --lose");
-  command->add_flag("--force", options->force, "Write over a recording that is there already");
-  command->add_flag("--redact", options->redact,
-                    "Record lengths, headers and digests in place of bodies");
+  command->AddFile("-o,--output", &options->file, "The recording").Require();
+  command->AddFile("--from", &options->device,
+                   "The device to record; without it and without --engine, \"/dev/zuli\"", "PATH");
+  command->AddFlag("--engine", &options->engine,
+                   "Record the software engine; implied by --scenario, --client, --reply, --fault, "
+                   "--short and --lose");
+  command->AddFlag("--force", &options->force, "Write over a recording that is there already");
+  command->AddFlag("--redact", &options->redact,
+                   "Record lengths, headers and digests in place of bodies");
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
-  DefineProgramRun(command, invocation, "[OPTIONS] -o FILE", [=] {
+  command->TakeProgram(&options->program);
+  command->SetAction([=] {
     options->engine = options->engine || HasInstructions(*command);
-    if (options->engine && command->count("--from") > 0) {
-      throw CLI::ValidationError("--from", "a device takes no instructions and is not the engine");
+    if (options->engine && command->Has("--from")) {
+      throw common::UsageError("--from: a device takes no instructions and is not the engine");
     }
     RefuseSharedFiles(*command, options->scenario);
-    return Record(*options, invocation->program);
+    return Record(*options, options->program);
   });
 }
 

@@ -18,8 +18,6 @@ constexpr const char* kReplayDescription =
     "byte, up to the first operation in which the program does not do what was recorded.";
 
 constexpr const char* kReplayFooter = R"(
-Usage in full: zulisim replay [OPTIONS] FILE [--] PROGRAM [ARGUMENTS...]
-
 Opens are answered in the order of the recording. Every other operation must be the next
 one on its connection; between connections the order is free.
 
@@ -78,16 +76,17 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
 
 }  // namespace
 
-void DefineReplay(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("replay", kReplayDescription);
-  command->footer(kReplayFooter);
+void DefineReplay(common::Command* program) {
+  common::Command* command = program->AddCommand("replay", kReplayDescription);
+  command->SetFooter(kReplayFooter);
   const auto options = std::make_shared<ReplayOptions>();
-  command->add_option("FILE", options->file, "The recording")->required();
-  command->add_flag("--in-time", options->inTime, "Let each operation take as long as it did");
+  command->AddFile("FILE", &options->file, "The recording").Require();
+  command->AddFlag("--in-time", &options->inTime, "Let each operation take as long as it did");
   AddProgramOptions(command, options.get());
-  DefineProgramRun(command, invocation, "[OPTIONS] FILE", [=] {
+  command->TakeProgram(&options->program);
+  command->SetAction([=] {
     RefuseSharedFiles(*command, {});
-    return Replay(*options, invocation->program);
+    return Replay(*options, options->program);
   });
 }
 

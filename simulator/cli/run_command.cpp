@@ -1,6 +1,5 @@
 #include <memory>
 
-#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 
@@ -11,8 +10,6 @@ constexpr const char* kRunDescription =
     R"(Starts any unmodified program with a "/dev/zuli" that the software engine serves, and prints a line for each of its device operations.)";
 
 constexpr const char* kRunFooter = R"(
-Usage in full: zulisim run [OPTIONS] [--] PROGRAM [ARGUMENTS...]
-
 --device preload serves what a dynamically linked program asks of libc, by syscall(2) as well,
 and tells poll and its like the truth. What remains:
   - A part of the program without the library (LD_PRELOAD cleared, RTLD_DEEPBIND, a program
@@ -61,44 +58,18 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
   return ReportMissed(options.scenario, engine, options.strict, status);
 }
 
-// The program of the command line: what follows "--", or what begins with the first word that is
-// neither an option nor its value.
-std::vector<std::string> ProgramOf(const Invocation& invocation, const CLI::App& command,
-                                   const std::string& form) {
-  std::vector<std::string> words = command.remaining();
-  if (!words.empty() && words.front()[0] == '-') {
-    std::vector<std::string> known;
-    for (const CLI::Option* option : command.get_options()) known.push_back(option->get_name());
-    throw CLI::ValidationError("unknown option " + common::Quoted(words.front()) +
-                               common::NearestHint(words.front(), known));
-  }
-  if (!words.empty() && invocation.separated) words.emplace_back("--");
-  words.insert(words.end(), invocation.program.begin(), invocation.program.end());
-  if (!words.empty() && !words.front().empty()) return words;
-  throw CLI::ValidationError("the program is missing: write 'zulisim " + command.get_name() + " " +
-                             form + " PROGRAM [ARGUMENTS...]'");
-}
-
 }  // namespace
 
-void DefineProgramRun(CLI::App* command, Invocation* invocation, const std::string& form,
-                      const std::function<int()>& action) {
-  command->prefix_command();
-  command->callback([=] {
-    invocation->program = ProgramOf(*invocation, *command, form);
-    invocation->run = action;
-  });
-}
-
-void DefineRun(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("run", kRunDescription);
-  command->footer(kRunFooter);
+void DefineRun(common::Command* program) {
+  common::Command* command = program->AddCommand("run", kRunDescription);
+  command->SetFooter(kRunFooter);
   const auto options = std::make_shared<ProgramOptions>();
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
-  DefineProgramRun(command, invocation, "[OPTIONS]", [=] {
+  command->TakeProgram(&options->program);
+  command->SetAction([=] {
     RefuseSharedFiles(*command, options->scenario);
-    return Run(*options, invocation->program);
+    return Run(*options, options->program);
   });
 }
 

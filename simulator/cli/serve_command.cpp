@@ -168,28 +168,28 @@ int Serve(const ServeOptions& options) {
 
 }  // namespace
 
-void DefineServe(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand(
+void DefineServe(common::Command* program) {
+  common::Command* command = program->AddCommand(
       "serve",
       std::string("Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or "
                   "SIGTERM.") +
           (KernelServer::Built() ? ""
                                  : " Not with this zulisim, which was built without libfuse3."));
-  command->footer(kServeFooter);
+  command->SetFooter(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
-  CLI::Option_group* mode = command->add_option_group("Mode");
-  mode->add_flag("--cuse", options->characterDevice, "A character device, \"/dev/zuli\"");
-  mode->add_option("--fuse", options->file, "A file; without a name, \"/dev/zuli\"")
-      ->type_name("[FILE]")
-      ->expected(0, 1);
-  mode->require_option(1);
+  command->AddFlag("--cuse", &options->characterDevice, "A character device, \"/dev/zuli\"")
+      .Exclude(
+          command
+              ->AddText("--fuse", &options->file, "[FILE]", "A file; without a name, \"/dev/zuli\"")
+              .MakeValueOptional());
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);
-  command->callback([=] {
-    invocation->run = [=] {
-      RefuseSharedFiles(*command, options->scenario);
-      return Serve(*options);
-    };
+  command->SetAction([=] {
+    if (!options->characterDevice && !command->Has("--fuse")) {
+      throw common::UsageError("choose how to serve: --cuse or --fuse [FILE]");
+    }
+    RefuseSharedFiles(*command, options->scenario);
+    return Serve(*options);
   });
 }
 

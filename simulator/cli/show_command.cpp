@@ -66,19 +66,17 @@ int Show(ShowOptions options) {
 
 }  // namespace
 
-void DefineShow(CLI::App* app, Invocation* invocation) {
-  CLI::App* command = app->add_subcommand("show", kShowDescription);
-  command->footer(kShowFooter);
+void DefineShow(common::Command* program) {
+  common::Command* command = program->AddCommand("show", kShowDescription);
+  command->SetFooter(kShowFooter);
   const auto options = std::make_shared<ShowOptions>();
-  command->add_option("FILE", options->file, "The recording")->required();
-  common::AddFileOption(*command, "--scenario", options->scenarioFile,
-                        "Write a scenario to FILE that has the engine do what was recorded");
+  command->AddFile("FILE", &options->file, "The recording").Require();
+  command->AddFile("--scenario", &options->scenarioFile,
+                   "Write a scenario to FILE that has the engine do what was recorded");
   AddOutputOptions(command, &options->output);
-  command->callback([=] {
-    invocation->run = [=] {
-      RefuseSharedFiles(*command, {});
-      return Show(*options);
-    };
+  command->SetAction([=] {
+    RefuseSharedFiles(*command, {});
+    return Show(*options);
   });
 }
 

@@ -41,15 +41,15 @@ int Tell(const TellOptions& options) {
 
 }  // namespace
 
-void DefineTell(CLI::App* app, Invocation* invocation) {
-  CLI::App* command =
-      app->add_subcommand("tell", "Tells a running 'zulisim serve' what is to happen next.");
-  command->footer(kTellFooter);
+void DefineTell(common::Command* program) {
+  common::Command* command =
+      program->AddCommand("tell", "Tells a running 'zulisim serve' what is to happen next.");
+  command->SetFooter(kTellFooter);
   const auto options = std::make_shared<TellOptions>();
-  command->add_option("NAME", options->name, "What is served, as in '/tmp/zuli'")->required();
-  command->add_option("WHAT", options->what, "One of those below")->required();
-  command->add_option("ARGUMENT", options->argument, "What belongs to it");
-  command->callback([=] { invocation->run = [=] { return Tell(*options); }; });
+  command->AddText("NAME", &options->name, "", "What is served, as in '/tmp/zuli'").Require();
+  command->AddText("WHAT", &options->what, "", "One of those below").Require();
+  command->AddText("ARGUMENT", &options->argument, "", "What belongs to it");
+  command->SetAction([=] { return Tell(*options); });
 }
 
 }  // namespace zulisim

@@ -50,7 +50,7 @@ expect 1 sim -- kaloctl run "$root/script"
 shows "the session of 'a' has been destroyed"
 shows "KALO_DLL_STATUS_NOT_INITIALIZED (6)"
 shows "reply   32 bytes, status 0"
-expect 1 sim -- kaloctl state "$root/script"
+expect 1 sim -- kaloctl run --state "$root/script"
 shows "kaloRefCountA         1"
 shows 'fenuErrorText         "KALO Exception 0x6 StartIoEx() called before'
 # A session may be used while a handle is out, and when a new one has taken its address.
@@ -60,9 +60,9 @@ script 'KaloInit3 a' 'KaloCleanup3 a' 'KaloInit3 a' 'StartIo3 a 4 16' 'FenuInit3
 sim -- kaloctl run "$root/script" >"$root/out" 2>"$root/err"
 [ "$(grep -c 'not made' "$root/out")" -eq 2 ] || complain "calls on destroyed sessions"
 script 'KaloInit3 a' 'KaloCleanup3 a'
-expect 0 sim -- kaloctl state "$root/script"
+expect 0 sim -- kaloctl run --state "$root/script"
 grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || complain "no mark: destroyed"
-expect 0 sim -q -- kaloctl state --json "$root/script"
+expect 0 sim -q -- kaloctl run --state --json "$root/script"
 json 'd["kaloSessionA"]["destroyed"] and d["kaloRefCountA"] == 0 and d["firmwareApiVersion"] == 0'
 script 'KaloInit3 a' 'StartIo b 4'
 expect 2 sim -- kaloctl run "$root/script"
@@ -130,7 +130,7 @@ expect 0 kaloctl registry delete 'A\b' --file "$file"
 expect 1 kaloctl registry delete 'A\b' --file "$file"
 [ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || complain "registry delete: wrong content"
 expect 2 kaloctl registry get "$file" a b c d
-shows "not expected: b c d"
+shows "unexpected argument 'b'"
 # What stands after a text may be a part of it, however well it is made to look.
 for text in $'b\n[KEY]\n5\nHKEY_USERS\\evil' $'b \n[KEY] \n\t0x00000005 \n\tHKEY_USERS\\evil'; do
   printf '[KEY] \n\t0x00000001 \n\t%s \n\t\t[VALUE] \n\t\t\tTitle \n\t\t\t1 \n\t\t\t%s \n' "$key" "$text" \
@@ -178,9 +178,9 @@ expect 0 sim -q --fault ioctl:3=ENOENT -- kaloctl doctor --json
 json 'd["commandsCanBeSent"]'
 json '{c["name"] for c in d["checks"] if c["result"] == "warning"} == {"sab", "registry"}'
 expect 2 kaloctl frobnicate
-shows "unknown command 'frobnicate': one of probe, "
+shows "unknown command 'frobnicate'; expected one of probe, "
 expect 2 kaloctl run /dev/zero
 shows "/dev/zero': at most"
-[ ! -w /dev/full ] || expect 1 sh -c 'kaloctl state >/dev/full'
+[ ! -w /dev/full ] || expect 1 sh -c 'kaloctl run --state >/dev/full'
 
 [ "$failures" -eq 0 ]

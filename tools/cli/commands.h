@@ -1,8 +1,6 @@
 #pragma once
 
-namespace CLI {
-class App;
-}
+#include "common/command_line.h"
 
 namespace kaloctl {
 
@@ -18,15 +16,13 @@ constexpr char kExitStatusHelp[] =
     "Exit status: 0 done, 1 the library, the device or a check failed, 2 wrong usage or input,\n"
     "3 'send' was answered with a negative status.";
 
-// Each adds its command to the program. When the command is chosen it runs, stores one of
-// ExitStatus in `exitStatus`, which must outlive the parsing, and throws common::InputError for
-// wrong input.
-void AddProbeCommand(CLI::App& app, int& exitStatus);
-void AddSendCommand(CLI::App& app, int& exitStatus);
-void AddRunCommand(CLI::App& app, int& exitStatus);
-void AddLogCommand(CLI::App& app, int& exitStatus);
-void AddDoctorCommand(CLI::App& app, int& exitStatus);
-void AddRegistryCommand(CLI::App& app, int& exitStatus);
-void AddStateCommand(CLI::App& app, int& exitStatus);
+// Each adds a command to `program`. Its action returns an ExitStatus and throws common::InputError
+// for wrong input.
+void DefineProbe(common::Command* program);
+void DefineSend(common::Command* program);
+void DefineRun(common::Command* program);
+void DefineLog(common::Command* program);
+void DefineRegistry(common::Command* program);
+void DefineDoctor(common::Command* program);
 
 }  // namespace kaloctl

@@ -10,8 +10,6 @@
 #include <memory>
 #include <sstream>
 
-#include <CLI/CLI.hpp>
-
 #include "common/command_line.h"
 #include "common/input_error.h"
 #include "common/number.h"
@@ -257,21 +255,19 @@ int Examine(const DoctorOptions& options) {
 
 }  // namespace
 
-void AddDoctorCommand(CLI::App& app, int& exitStatus) {
+void DefineDoctor(common::Command* program) {
   struct Arguments {
     DoctorOptions options;
     std::optional<uint32_t> command;
   };
   auto arguments = std::make_shared<Arguments>();
-  CLI::App* command = app.add_subcommand(
+  common::Command* command = program->AddCommand(
       "doctor", "Check whether commands can be sent, with a remedy for each fault");
-  common::AddNumberOption(*command, "--command", arguments->command,
-                          "Command of the round trip (default: 0)");
-  command->add_option("--skip", arguments->options.skip, "Checks to leave out")
-      ->type_name(common::Joined(CheckNames(), "|"))
-      ->delimiter(',');
-  AddJsonFlag(*command, arguments->options.json);
-  command->footer(
+  command->AddNumber("--command", &arguments->command, "Command of the round trip (default: 0)");
+  command->AddList("--skip", &arguments->options.skip, "CHECK,...",
+                   "Leave out these checks: " + common::Joined(CheckNames()));
+  AddJsonFlag(command, &arguments->options.json);
+  command->SetFooter(
       R"(Checks that the device node is there and opens, that the KALO and FENU clients connect, and that
 a bare header with the command is answered, whatever the answer's status: without these no command
 can be sent. What commands do without is a warning at most: the SAB client, a log file that can be
@@ -279,9 +275,9 @@ written, a registry file that loads. A check that is skipped decides nothing.
 
 Exit status: 0 when commands can be sent, 1 when not, 2 for wrong usage.
 )");
-  command->callback([arguments, &exitStatus] {
+  command->SetAction([=] {
     arguments->options.command = arguments->command.value_or(0);
-    exitStatus = Examine(arguments->options);
+    return Examine(arguments->options);
   });
 }
 

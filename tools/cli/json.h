@@ -5,8 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
+
+#include "common/command_line.h"
 
 namespace kaloctl {
 
@@ -22,8 +23,8 @@ inline void PrintJson(std::ostream& out, const Json& json,
       << '\n';
 }
 
-inline CLI::Option* AddJsonFlag(CLI::App& command, bool& json) {
-  return command.add_flag("--json", json, "Print JSON, as docs/json.md describes it");
+inline common::Option AddJsonFlag(common::Command* command, bool* json) {
+  return command->AddFlag("--json", json, "Print JSON, as docs/json.md describes it");
 }
 
 // What a call that returned `status` left behind; `logLines` are those that it caused.

@@ -8,8 +8,6 @@
 #include <thread>
 #include <vector>
 
-#include <CLI/CLI.hpp>
-
 #include "common/colours.h"
 #include "common/file_follower.h"
 #include "common/input.h"
@@ -160,26 +158,21 @@ int ShowLog(const LogOptions& options) {
 
 }  // namespace
 
-void AddLogCommand(CLI::App& app, int& exitStatus) {
+void DefineLog(common::Command* program) {
   auto options = std::make_shared<LogOptions>();
-  CLI::App* command =
-      app.add_subcommand("log", "Show a log of the library with one message a line");
+  common::Command* command =
+      program->AddCommand("log", "Show a log of the library with one message a line");
   command
-      ->add_option("FILE", options->path,
-                   "The log, usually /data/Marvoleth.log; - reads standard input")
-      ->required();
-  command->add_flag("-f,--follow", options->follow,
-                    "Go on with what is added, until a signal ends it; FILE may not be there yet");
-  command->add_flag("--failures", options->failures, "Show only messages that tell of a failure");
-  command
-      ->add_option("--function", options->functions,
-                   "Show only messages of these functions, such as KaloInit3,IoMessage")
-      ->type_name("NAME")
-      ->delimiter(',')
-      ->expected(1)
-      ->take_all();
-  AddJsonFlag(*command, options->json);
-  command->footer(
+      ->AddFile("FILE", &options->path,
+                "The log, usually /data/Marvoleth.log; - reads standard input")
+      .Require();
+  command->AddFlag("-f,--follow", &options->follow,
+                   "Go on with what is added, until a signal ends it; FILE may not be there yet");
+  command->AddFlag("--failures", &options->failures, "Show only messages that tell of a failure");
+  command->AddList("--function", &options->functions, "NAME,...",
+                   "Show only messages of these functions, such as KaloInit3,IoMessage");
+  AddJsonFlag(command, &options->json);
+  command->SetFooter(
       R"(The library's messages stand in its log mostly without line ends, and after n calls of
 KaloInit3 each of them n times. Here each is shown once, with x and the number of copies in
 front, then the process and the tick where the log has them, the function and the tag; counts
@@ -191,7 +184,7 @@ Examples:
   kaloctl log --follow --failures /data/Marvoleth.log
   zulisim run -- sh -c './driver; kaloctl log /data/Marvoleth.log'
 )");
-  command->callback([options, &exitStatus] { exitStatus = ShowLog(*options); });
+  command->SetAction([=] { return ShowLog(*options); });
 }
 
 }  // namespace kaloctl

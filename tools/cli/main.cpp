@@ -3,8 +3,6 @@
 #include <exception>
 #include <iostream>
 
-#include <CLI/CLI.hpp>
-
 #include "common/command_line.h"
 #include "common/input_error.h"
 #include "common/standard_streams.h"
@@ -13,45 +11,36 @@
 namespace {
 
 int Main(int argc, char** argv) {
-  int exitStatus = kaloctl::kDone;
-  CLI::App app("Talks to the security engine's firmware clients through libkalodll.so", "kaloctl");
-  app.require_subcommand(1);
-  app.set_version_flag("--version", "kaloctl " KALOCTL_VERSION);
-  app.get_formatter()->column_width(26);
-  app.footer(std::string("kaloctl COMMAND --help tells all about a command.\n") +
-             "Without a device: zulisim run -- kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
-             "\nColour is used on a terminal only, and not while NO_COLOR is set.");
-  kaloctl::AddProbeCommand(app, exitStatus);
-  kaloctl::AddSendCommand(app, exitStatus);
-  kaloctl::AddRunCommand(app, exitStatus);
-  kaloctl::AddStateCommand(app, exitStatus);
-  kaloctl::AddLogCommand(app, exitStatus);
-  kaloctl::AddRegistryCommand(app, exitStatus);
-  kaloctl::AddDoctorCommand(app, exitStatus);
-  try {
-    app.parse(argc, argv);
-  } catch (const CLI::ParseError& error) {
-    if (error.get_exit_code() == 0) return app.exit(error);
-    std::cerr << common::ErrorText(app, error);
-    return kaloctl::kWrongInput;
-  } catch (const common::InputError& error) {
-    std::cerr << "kaloctl: " << error.what() << '\n';
-    return kaloctl::kWrongInput;
-  } catch (const std::exception& error) {
-    std::cerr << "kaloctl: " << error.what() << '\n';
-    return kaloctl::kFailed;
+  common::CommandLine line("kaloctl",
+                           "Talks to the security engine's firmware clients through libkalodll.so",
+                           KALOCTL_VERSION);
+  for (const auto define : {kaloctl::DefineProbe, kaloctl::DefineSend, kaloctl::DefineRun,
+                            kaloctl::DefineLog, kaloctl::DefineRegistry, kaloctl::DefineDoctor}) {
+    define(line.root());
   }
-  std::cout.flush();
-  if (!std::cout) {
-    std::cerr << "kaloctl: standard output cannot be written\n";
-    return kaloctl::kFailed;
-  }
-  return exitStatus;
+  line.root()->SetFooter(std::string("'kaloctl COMMAND --help' describes a command.\n") +
+                         "Without a device: zulisim run kaloctl COMMAND ...\n\n" +
+                         kaloctl::kExitStatusHelp +
+                         "\nOutput is coloured on a terminal, unless NO_COLOR is set.");
+  return line.Run(argc, argv);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   common::OccupyStandardDescriptors();
-  return Main(argc, argv);
+  int status = kaloctl::kDone;
+  try {
+    status = Main(argc, argv);
+  } catch (const common::InputError& error) {
+    std::cerr << "kaloctl: " << error.what() << '\n';
+    status = kaloctl::kWrongInput;
+  } catch (const std::exception& error) {
+    std::cerr << "kaloctl: " << error.what() << '\n';
+    status = kaloctl::kFailed;
+  }
+  std::cout.flush();
+  if (std::cout) return status;
+  std::cerr << "kaloctl: standard output cannot be written\n";
+  return kaloctl::kFailed;
 }

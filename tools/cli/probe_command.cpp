@@ -2,8 +2,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "common/colours.h"
 #include "tools/call/driver_session.h"
 #include "tools/call/log_capture.h"
@@ -66,16 +64,16 @@ int Probe(bool asJson) {
 
 }  // namespace
 
-void AddProbeCommand(CLI::App& app, int& exitStatus) {
-  CLI::App* command = app.add_subcommand(
+void DefineProbe(common::Command* program) {
+  common::Command* command = program->AddCommand(
       "probe", "Open each firmware client and show its version and maximum length");
-  command->footer(
+  command->SetFooter(
       R"(KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is
 sent. A client that cannot be opened is shown with what the library recorded, and the exit
 status is then 1.)");
   const auto json = std::make_shared<bool>(false);
-  AddJsonFlag(*command, *json);
-  command->callback([json, &exitStatus] { exitStatus = Probe(*json); });
+  AddJsonFlag(command, json.get());
+  command->SetAction([=] { return Probe(*json); });
 }
 
 }  // namespace kaloctl

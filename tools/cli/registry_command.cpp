@@ -4,8 +4,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "common/colours.h"
 #include "common/command_line.h"
 #include "common/input_error.h"
@@ -281,51 +279,55 @@ Examples:
   kaloctl registry delete 'HKEY_LOCAL_MACHINE\Software\Video' Level --file r.txt
 )";
 
-void AddValueArguments(CLI::App& command, RegistryOptions& options) {
-  command.add_option("KEY", options.key, "Full path of the key")->required();
-  command.add_option("NAME", options.name, "Name of the value")->required();
+void AddKeyArgument(common::Command* command, RegistryOptions* options) {
+  command->AddText("KEY", &options->key, "", "Full path of the key").Require();
+}
+
+void AddValueArguments(common::Command* command, RegistryOptions* options) {
+  AddKeyArgument(command, options);
+  command->AddText("NAME", &options->name, "", "Name of the value").Require();
 }
 
 }  // namespace
 
-void AddRegistryCommand(CLI::App& app, int& exitStatus) {
-  auto options = std::make_shared<RegistryOptions>();
-  CLI::App* registry = app.add_subcommand("registry", "Show, change and repair the registry file");
-  registry->require_subcommand(1)->footer(kFooter);
+void DefineRegistry(common::Command* program) {
+  const auto options = std::make_shared<RegistryOptions>();
+  common::Command* registry =
+      program->AddCommand("registry", "Show, change and repair the registry file");
+  registry->SetFooter(kFooter);
   const auto add = [&](const char* name, const char* help, int (*action)(const RegistryOptions&)) {
-    CLI::App* command = registry->add_subcommand(name, help);
-    command->add_option("--file", options->file, "The registry file")
-        ->type_name("F")
-        ->capture_default_str();
-    command->callback([options, action, &exitStatus] { exitStatus = action(*options); });
+    common::Command* command = registry->AddCommand(name, help);
+    command->AddFile("--file", &options->file,
+                     std::string("The registry file (default: ") + kRegistryPath + ")");
+    command->SetAction([=] { return action(*options); });
     return command;
   };
-  AddJsonFlag(*add("list", "Show all keys and values as a tree", List), options->json);
-  AddJsonFlag(*add("check", "Say whether the library loads the file, and all of it", Check),
-              options->json);
-  CLI::App* get = add("get", "Show a value with its type", Get);
-  AddValueArguments(*get, *options);
-  auto* raw = get->add_flag("--raw", options->raw, "Show the data alone");
-  AddJsonFlag(*get, options->json)->excludes(raw);
-  CLI::App* addKey = add("add", "Add a key without values", AddKey);
-  addKey->add_option("KEY", options->key, "Full path of the key")->required();
-  common::AddNumberOption(*addKey, "--id", options->id, "Its id (default: the first that is free)");
-  CLI::App* remove = add("delete", "Delete a key with its values, or one value of it", Delete);
-  remove->add_option("KEY", options->key, "Full path of the key")->required();
-  remove->add_option("NAME", options->name, "Name of the value; without it, the key is deleted");
-  CLI::App* set = add("set", "Set a value", Set);
-  AddValueArguments(*set, *options);
-  set->add_option("DATA", options->data, "A text, or a number that is decimal or 0x hexadecimal")
-      ->required();
-  common::AddChoice<uint32_t>(*set, "--type", options->type,
-                              {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
-                              "Type of the value (default: the one it has)");
-  auto* force =
-      set->add_flag("--force", options->force, "Write as the library does: it does not load again");
-  set->add_flag("--repair", options->repair, "Write so that the library loads it again")
-      ->excludes(force);
+  AddJsonFlag(add("list", "Show all keys and values as a tree", List), &options->json);
+  AddJsonFlag(add("check", "Say whether the library loads the file, and all of it", Check),
+              &options->json);
+  common::Command* get = add("get", "Show a value with its type", Get);
+  AddValueArguments(get, options.get());
+  AddJsonFlag(get, &options->json)
+      .Exclude(get->AddFlag("--raw", &options->raw, "Show the data only"));
+  common::Command* addKey = add("add", "Add a key without values", AddKey);
+  AddKeyArgument(addKey, options.get());
+  addKey->AddNumber("--id", &options->id, "Its id (default: the first that is free)");
+  common::Command* remove =
+      add("delete", "Delete a key with its values, or one of its values", Delete);
+  AddKeyArgument(remove, options.get());
+  remove->AddText("NAME", &options->name, "", "Name of the value; without it, delete the key");
+  common::Command* set = add("set", "Set a value", Set);
+  AddValueArguments(set, options.get());
+  set->AddText("DATA", &options->data, "", "A text, or a number that is decimal or 0x hexadecimal")
+      .Require();
+  set->AddChoice<uint32_t>("--type", &options->type,
+                           {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
+                           "Type of the value (default: the one it has)");
+  set->AddFlag("--repair", &options->repair, "Write so that the library loads it again")
+      .Exclude(set->AddFlag("--force", &options->force,
+                            "Write as the library does: it does not load again"));
   add("repair", "Make a file load again that the library has rewritten, or that has CR LF", Repair)
-      ->add_flag("--force", options->force, "Also what a text may have brought in");
+      ->AddFlag("--force", &options->force, "Also what a text may have brought in");
 }
 
 }  // namespace kaloctl

@@ -7,8 +7,6 @@
 #include <iostream>
 #include <memory>
 
-#include <CLI/CLI.hpp>
-
 #include "api/kalo_dll.h"
 #include "common/colours.h"
 #include "common/command_line.h"
@@ -30,6 +28,7 @@ constexpr uint32_t kLargestDefaultReply = 1 << 20;
 
 struct SendOptions {
   RequestSource source;
+  std::string hexText;
   bool hex = false;
   bool binary = false;
   std::optional<Client> client;
@@ -39,7 +38,7 @@ struct SendOptions {
   bool noPrivateData = false;
   bool showLog = false;
   bool json = false;
-  std::optional<std::string> outputFile;
+  std::string outputFile;
 };
 
 Client ChooseClient(const SendOptions& options, const std::vector<uint8_t>& request) {
@@ -60,9 +59,10 @@ Client ChooseClient(const SendOptions& options, const std::vector<uint8_t>& requ
 // content until there is a reply.
 class ReplyFile {
  public:
-  explicit ReplyFile(const std::optional<std::string>& path) : path_(path.value_or("")) {
-    if (path) file_.reset(std::fopen(path_.c_str(), "ab"));
-    if (path && file_ == nullptr) Fail();
+  explicit ReplyFile(const std::string& path) : path_(path) {
+    if (path_.empty()) return;
+    file_.reset(std::fopen(path_.c_str(), "ab"));
+    if (file_ == nullptr) Fail();
   }
 
   void Write(const std::vector<uint8_t>& reply) {
@@ -215,49 +215,46 @@ was received, 2 for wrong usage or input.)";
 
 }  // namespace
 
-void AddSendCommand(CLI::App& app, int& exitStatus) {
+void DefineSend(common::Command* program) {
   auto options = std::make_shared<SendOptions>();
-  CLI::App* command =
-      app.add_subcommand("send", "Send one request and show the reply and its private data");
-  auto* file =
-      command->add_option("FILE", options->source.file, "The request; - reads standard input");
-  command->add_option("--data", options->source.hex, "The request as hex text")
-      ->type_name("HEX")
-      ->excludes(file);
-  auto* hex = command->add_flag("--hex", options->hex, "FILE is hex text");
-  command->add_flag("--binary", options->binary, "FILE is raw bytes")->excludes(hex);
-  command->add_flag("--body", options->source.bodyOnly,
-                    "The input is a body: put a header in front (needs --command)");
-  common::AddNumberOption(*command, "--command", options->source.command,
-                          "Command identifier, decimal or 0x hexadecimal");
-  common::AddChoice<Client>(*command, "--client", options->client,
-                            {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
-                            "Firmware client (default: the one that serves the command)");
-  common::AddChoice<Generation>(
-      *command, "--generation", options->generation,
+  common::Command* command =
+      program->AddCommand("send", "Send one request and show the reply and its private data");
+  const common::Option file =
+      command->AddFile("FILE", &options->source.file, "The request; - reads standard input");
+  command->AddText("--data", &options->hexText, "HEX", "The request as hex text").Exclude(file);
+  const common::Option hex = command->AddFlag("--hex", &options->hex, "FILE is hex text");
+  command->AddFlag("--binary", &options->binary, "FILE is raw bytes").Exclude(hex);
+  command->AddFlag("--body", &options->source.bodyOnly,
+                   "The input is a body: put a header in front (needs --command)");
+  command->AddNumber("--command", &options->source.command,
+                     "Command identifier, decimal or 0x hexadecimal");
+  command->AddChoice<Client>("--client", &options->client,
+                             {{"kalo", Client::kKalo}, {"fenu", Client::kFenu}},
+                             "Firmware client (default: the one that serves the command)");
+  command->AddChoice<Generation>(
+      "--generation", &options->generation,
       {{"3", Generation::kVersion3}, {"earlier", Generation::kEarlier}},
       "Entry points: KaloInit3/StartIoEx3 or KaloInit/StartIoEx (default: 3)");
-  common::AddChoice<uint32_t>(*command, "--api-version", options->apiVersion,
-                              {{"3.0", KALO_FIRMWARE_API_30},
-                               {"3.2", KALO_FIRMWARE_API_32},
-                               {"0x30000", KALO_FIRMWARE_API_30},
-                               {"0x30002", KALO_FIRMWARE_API_32}},
-                              "Firmware API to announce with KaloStateInit first (default: none)");
-  common::AddNumberOption(*command, "--reply-size", options->replySize,
-                          "Size of the reply buffer (default: the client's maximum length)");
-  command->add_flag("--no-private-data", options->noPrivateData,
-                    "Offer no buffer for private data");
-  command->add_flag("--log", options->showLog,
-                    "Show the library's log lines, trace lines included");
-  command->add_option("--output", options->outputFile, "Write the raw reply to this file")
-      ->type_name("FILE")
-      ->check(common::NotEmpty());
-  AddJsonFlag(*command, options->json);
-  command->footer(kFooter);
-  command->callback([options, &exitStatus] {
+  command->AddChoice<uint32_t>("--api-version", &options->apiVersion,
+                               {{"3.0", KALO_FIRMWARE_API_30},
+                                {"3.2", KALO_FIRMWARE_API_32},
+                                {"0x30000", KALO_FIRMWARE_API_30},
+                                {"0x30002", KALO_FIRMWARE_API_32}},
+                               "Firmware API to announce with KaloStateInit first (default: none)");
+  command->AddNumber("--reply-size", &options->replySize,
+                     "Size of the reply buffer (default: the client's maximum length)");
+  command->AddFlag("--no-private-data", &options->noPrivateData,
+                   "Offer no buffer for private data");
+  command->AddFlag("--log", &options->showLog,
+                   "Show the library's log lines, trace lines included");
+  command->AddFile("--output", &options->outputFile, "Write the raw reply to this file");
+  AddJsonFlag(command, &options->json);
+  command->SetFooter(kFooter);
+  command->SetAction([=] {
+    if (command->Has("--data")) options->source.hex = options->hexText;
     if (options->hex) options->source.format = RequestFormat::kHex;
     if (options->binary) options->source.format = RequestFormat::kBinary;
-    exitStatus = SendCommand(*options).Run();
+    return SendCommand(*options).Run();
   });
 }
 
