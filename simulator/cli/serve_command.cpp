@@ -10,6 +10,7 @@
 #include <fstream>
 #include <iostream>
 #include <memory>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 
@@ -19,7 +20,6 @@
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/program/child_process.h"
-#include "simulator/program/cleaner.h"
 
 namespace zulisim {
 namespace {
@@ -79,7 +79,9 @@ bool IsServed(const std::string& path, const struct stat& status) {
          stat(parent.c_str(), &folder) == 0 && folder.st_dev != status.st_dev;
 }
 
-void PrepareFile(const std::string& path, Cleaner* cleaner) {
+// Throws std::runtime_error when `path` cannot be mounted on. Creates a file that is missing, and
+// returns whether it has.
+bool PrepareFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) {
     if (IsServed(path, status)) {
@@ -87,7 +89,7 @@ void PrepareFile(const std::string& path, Cleaner* cleaner) {
                                "' is served already: end what serves it, or name "
                                "another file: --fuse FILE");
     }
-    if (S_ISREG(status.st_mode)) return;
+    if (S_ISREG(status.st_mode)) return false;
     const std::string hint = S_ISDIR(status.st_mode)
                                  ? "name a file in it, such as '" + path + "/zuli'"
                                  : "name a file of your own";
@@ -97,14 +99,29 @@ void PrepareFile(const std::string& path, Cleaner* cleaner) {
     throw std::runtime_error("'" + path + "' is the mount of a server that has ended: 'umount " +
                              path + "' removes it");
   }
-  cleaner->RemoveFile(path);
   if (!std::ofstream(path, std::ios::app)) {
     throw std::runtime_error("the file '" + path +
                              "' to mount on cannot be made: " + std::strerror(errno) +
                              "; name another: --fuse FILE, or let 'zulisim run --device fuse' "
                              "serve one program in a file tree of its own");
   }
+  return true;
 }
+
+// The file to mount on, which is removed at the end of the scope if it was missing.
+class MountedFile {
+ public:
+  explicit MountedFile(const std::string& path) : path_(path), created_(PrepareFile(path)) {}
+  ~MountedFile() {
+    if (created_) unlink(path_.c_str());
+  }
+  MountedFile(const MountedFile&) = delete;
+  MountedFile& operator=(const MountedFile&) = delete;
+
+ private:
+  const std::string path_;
+  const bool created_;
+};
 
 void PrepareNode() {
   if (access(kNode, F_OK) != 0) return;
@@ -144,12 +161,11 @@ int Serve(const ServeOptions& options) {
   CheckKernelCarries(options.scenario, kind);
   CheckKernelServes(kind);
   const ChildSignals signals;
-  Cleaner cleaner;
+  std::optional<MountedFile> file;
   if (options.characterDevice) {
     PrepareNode();
   } else {
-    PrepareFile(path, &cleaner);
-    cleaner.Unmount(path);
+    file.emplace(path);
   }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
@@ -157,7 +173,6 @@ int Serve(const ServeOptions& options) {
   {
     const RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
                            &engine);
-    cleaner.RemoveFile(ControlServer::PathFor(path));
     KernelServer server(engine, kind, path, geteuid() == 0);
     const auto control = MakeControl(kind, path, &engine, &scenario);
     std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";

@@ -111,7 +111,7 @@ ControlServer::ControlServer(const std::string& served, Engine* engine, Scenario
       socket_(NewSocket(path_)) {
   try {
     const sockaddr_un address = AddressOf(path_);
-    // What a server has left that was killed together with its cleaner.
+    // SIGKILL leaves the socket of a server behind.
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path_.c_str());
     // Before the name is there, so that nobody else ever reaches it.

@@ -22,7 +22,7 @@ KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const st
 int KernelProgram::Serve(Device& device) {
   EnterPrivateTree(folder(), root());
   KernelServer server(device, KernelServer::Kind::kFile, "/dev/zuli", true);
-  const int status = RunChild(path(), arguments(), {});
+  const int status = RunChild(path(), arguments());
   server.WaitForCloses();
   return status;
 }

@@ -4,100 +4,78 @@
 #include <sched.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 #include <vector>
+
+#include "common/format.h"
 
 namespace zulisim {
 namespace {
 
 namespace fs = std::filesystem;
 
-// Where the new tree shows the folder that "/data" and "/etc" come from.
+// Where the new tree shows `root`.
 constexpr const char* kRootName = ".zulisim";
 
-[[noreturn]] void Fail(const std::string& what) {
-  throw std::runtime_error("no private file tree for the program: " + what + ": " +
-                           std::strerror(errno) +
-                           "; 'zulisim run --device preload' needs none and serves dynamically "
-                           "linked programs");
-}
-
-void Check(int result, const std::string& what) {
-  if (result != 0) Fail(what);
+void Check(bool done, const std::string& what) {
+  if (done) return;
+  throw std::runtime_error(common::Format(
+      "cannot give the program a file tree of its own: {}: {}; a dynamically linked program needs "
+      "none with --device preload",
+      what, std::strerror(errno)));
 }
 
 void WriteText(const char* path, const std::string& text) {
-  const int file = open(path, O_WRONLY | O_CLOEXEC);
-  const bool written =
-      file >= 0 && write(file, text.data(), text.size()) == static_cast<ssize_t>(text.size());
-  if (!written) Fail(path);
-  close(file);
+  Check(static_cast<bool>(std::ofstream(path) << text << std::flush), path);
 }
 
 void EnterNamespaces() {
   if (unshare(CLONE_NEWNS) == 0) return;
-  const std::string user = std::to_string(geteuid());
-  const std::string group = std::to_string(getegid());
-  Check(unshare(CLONE_NEWUSER | CLONE_NEWNS),
-        "the kernel allows neither this user nor an unprivileged user namespace to mount");
+  const auto user = geteuid();
+  const auto group = getegid();
+  Check(unshare(CLONE_NEWUSER | CLONE_NEWNS) == 0,
+        "this user may not mount, and the kernel refuses a user namespace");
   WriteText("/proc/self/setgroups", "deny");
-  WriteText("/proc/self/uid_map", user + " " + user + " 1");
-  WriteText("/proc/self/gid_map", group + " " + group + " 1");
+  WriteText("/proc/self/uid_map", common::Format("{0} {0} 1", user));
+  WriteText("/proc/self/gid_map", common::Format("{0} {0} 1", group));
 }
 
-bool Bind(const std::string& from, const std::string& to) {
+bool Bind(const fs::path& from, const fs::path& to) {
   return mount(from.c_str(), to.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
 }
 
-bool MakeFile(const std::string& path, mode_t mode) {
+bool MakeFile(const fs::path& path, mode_t mode) {
   const int file = open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode);
-  if (file < 0) return false;
-  fchmod(file, mode);
-  close(file);
-  return true;
+  return file >= 0 && fchmod(file, mode) == 0 && close(file) == 0;
 }
 
-// Shows an entry of the machine's tree at `to`. What cannot be shown is left out.
-void Show(const fs::path& from, const std::string& to) {
-  struct stat status {};
-  if (lstat(from.c_str(), &status) != 0) return;
-  if (S_ISLNK(status.st_mode)) {
-    std::error_code ignored;
-    fs::copy_symlink(from, to, ignored);
-  } else if (S_ISDIR(status.st_mode)) {
+// Shows an entry of the machine's tree at `to`, or leaves it out where that fails.
+void Show(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  const auto type = fs::symlink_status(from, error).type();
+  if (type == fs::file_type::symlink) {
+    fs::copy_symlink(from, to, error);
+  } else if (type == fs::file_type::directory) {
     if (mkdir(to.c_str(), 0755) == 0 && !Bind(from, to)) rmdir(to.c_str());
-  } else {
+  } else if (!error) {
     if (MakeFile(to, 0644) && !Bind(from, to)) unlink(to.c_str());
   }
 }
 
-// Makes the folder `to` with all that is in `from`, but for the names in `without`.
-void Mirror(const std::string& from, const std::string& to,
-            const std::vector<std::string>& without) {
-  if (mkdir(to.c_str(), 0755) != 0 && errno != EEXIST) Fail(to);
+// Makes the folder `to` with everything that is in `from`, except for the names in `without`.
+void Mirror(const fs::path& from, const fs::path& to, const std::vector<std::string>& without) {
+  Check(mkdir(to.c_str(), 0755) == 0 || errno == EEXIST, to);
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(from, error)) {
-    const std::string name = entry.path().filename().string();
-    if (std::find(without.begin(), without.end(), name) != without.end()) continue;
-    Show(entry.path(), to + "/" + name);
-  }
-}
-
-// Makes `tree` the root folder; the old one is no longer reachable.
-void Enter(const std::string& tree) {
-  Check(chdir(tree.c_str()), tree);
-  if (syscall(SYS_pivot_root, ".", ".") == 0) {
-    Check(umount2(".", MNT_DETACH), "the old root folder");
-  } else {
-    // The root folder of an initial RAM disk stays where it is.
-    Check(chroot("."), "the new root folder");
+    const std::string name = entry.path().filename();
+    if (std::find(without.begin(), without.end(), name) == without.end()) Show(entry, to / name);
   }
 }
 
@@ -107,25 +85,30 @@ void EnterPrivateTree(const std::string& work, const std::string& root) {
   std::error_code error;
   const fs::path before = fs::current_path(error);
   EnterNamespaces();
-  // What is mounted here stays here; what the machine mounts later still shows.
-  Check(mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr), "mounts of its own");
-  const std::string tree = work + "/tree";
-  if (mkdir(tree.c_str(), 0755) != 0) Fail(tree);
-  Check(mount("zulisim", tree.c_str(), "tmpfs", MS_NOSUID, "mode=0755"), "a tmpfs");
+  // Mounts made here stay here; mounts that the machine makes later still show.
+  Check(mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0, "private mounts");
+  const fs::path tree = fs::path(work) / "tree";
+  Check(mkdir(tree.c_str(), 0755) == 0, tree);
+  Check(mount("zulisim", tree.c_str(), "tmpfs", MS_NOSUID, "mode=0755") == 0, "a tmpfs");
+  // The new tree will show `work` too: whatever removes that there, such as "rm -r /tmp/*", must
+  // not descend into the tree again and from there into the machine's folders.
+  Check(mount(nullptr, tree.c_str(), nullptr, MS_UNBINDABLE, nullptr) == 0, "an unbindable tmpfs");
   Mirror("/", tree, {"dev", "etc", "data", kRootName});
-  Mirror("/dev", tree + "/dev", {"zuli"});
-  Mirror("/etc", tree + "/etc", {"vrel_registry.txt"});
-  for (const auto& [from, name] : {std::pair<std::string, std::string>{root, kRootName},
-                                   std::pair<std::string, std::string>{root + "/data", "data"}}) {
-    const std::string to = tree + "/" + name;
-    if (mkdir(to.c_str(), 0755) != 0 || !Bind(from, to)) Fail("'" + from + "'");
+  Mirror("/dev", tree / "dev", {"zuli"});
+  Mirror("/etc", tree / "etc", {"vrel_registry.txt"});
+  for (const auto& [from, to] : {std::pair<fs::path, fs::path>{root, tree / kRootName},
+                                 std::pair<fs::path, fs::path>{root + "/data", tree / "data"}}) {
+    Check(mkdir(to.c_str(), 0755) == 0 && Bind(from, to), from);
   }
-  // A link, so that the file may be missing, be made and be removed.
-  const std::string registry = std::string("/") + kRootName + "/etc/vrel_registry.txt";
-  Check(symlink(registry.c_str(), (tree + "/etc/vrel_registry.txt").c_str()), "the registry");
-  if (!MakeFile(tree + "/dev/zuli", 0666)) Fail("/dev/zuli");
-  Enter(tree);
-  Check(chdir(before.empty() ? "/" : before.c_str()), "the folder '" + before.string() + "'");
+  // A link, so that the program can create and remove the file.
+  fs::create_symlink(fs::path("/") / kRootName / "etc/vrel_registry.txt",
+                     tree / "etc/vrel_registry.txt");
+  Check(MakeFile(tree / "dev/zuli", 0666), "/dev/zuli");
+  // Unlike pivot_root, this also works where the root folder is an initial RAM disk.
+  Check(chdir(tree.c_str()) == 0 && mount(".", "/", nullptr, MS_MOVE, nullptr) == 0 &&
+            chroot(".") == 0,
+        "the new root folder");
+  Check(chdir(before.empty() ? "/" : before.c_str()) == 0, before);
 }
 
 }  // namespace zulisim

@@ -4,7 +4,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <map>
 #include <stdexcept>
 
 #include "simulator/preload/device_server.h"
@@ -35,13 +34,14 @@ std::string Extended(const char* variable, const std::string& addition, bool inF
   return inFront ? addition + ":" + present : present + (":" + addition);
 }
 
-std::map<std::string, std::string> Environment(const std::string& socket, const std::string& root) {
-  return {{protocol::kSocketVariable, socket},
-          {protocol::kRootVariable, root},
-          {"LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true)},
-          // A program that is built with the address sanitizer would refuse a library before its
-          // own runtime.
-          {"ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false)}};
+// Prepares this process's environment, which the program inherits.
+void SetEnvironment(const std::string& socket, const std::string& root) {
+  setenv(protocol::kSocketVariable, socket.c_str(), 1);
+  setenv(protocol::kRootVariable, root.c_str(), 1);
+  setenv("LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true).c_str(), 1);
+  // A program that is built with the address sanitizer would refuse a library before its own
+  // runtime.
+  setenv("ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false).c_str(), 1);
 }
 
 // The path of the program, if it can be served at all.
@@ -55,12 +55,13 @@ std::string Preloadable(const std::string& name) {
 
 PreloadedProgram::PreloadedProgram(const std::vector<std::string>& arguments,
                                    const std::string& root)
-    : ServedProgram(Preloadable(arguments.front()), arguments, root) {}
+    : ServedProgram(Preloadable(arguments.front()), arguments, root) {
+  SetEnvironment(folder() + "/engine", this->root());
+}
 
 int PreloadedProgram::Serve(Device& device) {
-  const std::string socket = folder() + "/engine";
-  DeviceServer server(device, socket);
-  const int status = RunChild(path(), arguments(), Environment(socket, root()));
+  DeviceServer server(device, getenv(protocol::kSocketVariable));
+  const int status = RunChild(path(), arguments());
   server.AttendDescriptors();
   attached_ = server.Attached() > 0;
   return status;

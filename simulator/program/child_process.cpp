@@ -7,94 +7,79 @@
 
 #include <cerrno>
 #include <cstring>
+#include <initializer_list>
 
+#include "common/format.h"
+#include "common/text.h"
 #include "simulator/program/program.h"
 
 namespace zulisim {
 namespace {
 
-sigset_t HeldSignals() {
+sigset_t SetOf(std::initializer_list<int> numbers) {
   sigset_t set;
   sigemptyset(&set);
-  for (const int number : {SIGCHLD, SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2}) {
-    sigaddset(&set, number);
-  }
+  for (const int number : numbers) sigaddset(&set, number);
   return set;
 }
 
-// What the child is to find as it was.
-sigset_t maskBefore;
-bool pipeEndsProgram = true;
+// RunChild waits for these and passes them on, except for SIGCHLD.
+sigset_t AwaitedSignals() {
+  return SetOf({SIGCHLD, SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2});
+}
 
-std::vector<char*> Pointers(const std::vector<std::string>& texts) {
+sigset_t maskBefore;  // the child starts with it
+
+pid_t Start(const std::string& path, const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
-  for (const std::string& text : texts) pointers.push_back(const_cast<char*>(text.c_str()));
+  for (const std::string& text : arguments) pointers.push_back(const_cast<char*>(text.c_str()));
   pointers.push_back(nullptr);
-  return pointers;
-}
-
-std::vector<std::string> Merged(const std::map<std::string, std::string>& additions) {
-  std::vector<std::string> merged;
-  for (char** entry = environ; *entry != nullptr; ++entry) {
-    const std::string text = *entry;
-    if (additions.count(text.substr(0, text.find('='))) == 0) merged.push_back(text);
-  }
-  for (const auto& [name, value] : additions) merged.push_back(name + "=" + value);
-  return merged;
-}
-
-pid_t Start(const std::string& path, const std::vector<std::string>& arguments,
-            const std::map<std::string, std::string>& environment) {
-  const std::vector<std::string> variables = Merged(environment);
   posix_spawnattr_t attributes;
   posix_spawnattr_init(&attributes);
   posix_spawnattr_setsigmask(&attributes, &maskBefore);
-  sigset_t defaults;
-  sigemptyset(&defaults);
-  if (pipeEndsProgram) sigaddset(&defaults, SIGPIPE);
-  posix_spawnattr_setsigdefault(&attributes, &defaults);
-  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK | POSIX_SPAWN_SETSIGDEF);
+  posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
   pid_t child = -1;
-  const int error = posix_spawn(&child, path.c_str(), nullptr, &attributes,
-                                Pointers(arguments).data(), Pointers(variables).data());
+  const int error =
+      posix_spawn(&child, path.c_str(), nullptr, &attributes, pointers.data(), environ);
   posix_spawnattr_destroy(&attributes);
-  if (error != 0) {
-    throw ProgramError(error == ENOENT ? kNotFound : kCannotRun,
-                       "'" + path + "' cannot be started: " + std::strerror(error));
-  }
-  return child;
+  if (error == 0) return child;
+  throw ProgramError(
+      error == ENOENT ? kNotFound : kCannotRun,
+      common::Format("cannot start {}: {}", common::Quoted(path), std::strerror(error)));
 }
 
 }  // namespace
 
 ChildSignals::ChildSignals() {
-  const sigset_t held = HeldSignals();
-  signal(SIGCHLD, SIG_DFL);  // a shell may have left it ignored, and a wait would fail
-  pipeEndsProgram = signal(SIGPIPE, SIG_IGN) == SIG_DFL;
-  pthread_sigmask(SIG_BLOCK, &held, &maskBefore);
+  signal(SIGCHLD, SIG_DFL);  // a shell may have left it ignored, and waitpid would fail
+  // While they are blocked, a write to a closed pipe or past a limit fails with an errno instead.
+  const sigset_t ofWrites = SetOf({SIGPIPE, SIGXFSZ});
+  const sigset_t awaited = AwaitedSignals();
+  pthread_sigmask(SIG_BLOCK, &ofWrites, &maskBefore);
+  pthread_sigmask(SIG_BLOCK, &awaited, nullptr);
 }
 
 ChildSignals::~ChildSignals() {
-  // What arrived too late to be passed on is not to end this process either.
-  const sigset_t held = HeldSignals();
+  // Signals that arrived too late to be passed on do not end this process either.
+  sigset_t blocked;
+  sigfillset(&blocked);
   const struct timespec now {};
-  while (sigtimedwait(&held, nullptr, &now) > 0) {
+  while (sigtimedwait(&blocked, nullptr, &now) > 0) {
   }
   pthread_sigmask(SIG_SETMASK, &maskBefore, nullptr);
 }
 
-int RunChild(const std::string& path, const std::vector<std::string>& arguments,
-             const std::map<std::string, std::string>& environment) {
-  const pid_t child = Start(path, arguments, environment);
-  const sigset_t held = HeldSignals();
+int RunChild(const std::string& path, const std::vector<std::string>& arguments) {
+  const pid_t child = Start(path, arguments);
+  const sigset_t awaited = AwaitedSignals();
   while (true) {
     int status = 0;
     if (waitpid(child, &status, WNOHANG) == child) {
       return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     }
     siginfo_t info;
-    const int number = sigwaitinfo(&held, &info);
-    // A terminal's signals reach the child without help.
+    const int number = sigwaitinfo(&awaited, &info);
+    // The signals of a terminal reach the child without help.
     if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) kill(child, number);
   }
 }

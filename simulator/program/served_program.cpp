@@ -1,6 +1,8 @@
 #include "simulator/program/served_program.h"
 
+#include <fcntl.h>
 #include <stdlib.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cerrno>
@@ -10,8 +12,13 @@
 #include <system_error>
 #include <utility>
 
+#include "common/format.h"
+#include "common/text.h"
+
 namespace zulisim {
 namespace {
+
+namespace fs = std::filesystem;
 
 // A local socket's address has room for little more than a hundred characters.
 constexpr std::size_t kLongestParent = 64;
@@ -23,28 +30,31 @@ std::string Parent() {
   return usable ? parent : "/tmp";
 }
 
-// Makes `root` with the folders "data" and "etc" in it, as far as they are missing, and returns its
-// absolute path. Throws std::runtime_error that names the folder, or a link in it which would lead
-// what the program writes elsewhere.
+// Creates `root` and the folders "data" and "etc" in it, as far as they are missing, and returns
+// its absolute path. Throws std::runtime_error when that fails, and for a symbolic link in the
+// folder, which would lead the program's files elsewhere.
 std::string PrepareRoot(const std::string& root) {
   std::error_code error;
-  const std::filesystem::path path = std::filesystem::absolute(root, error);
+  const fs::path path = fs::absolute(root, error);
   for (const char* name : {"data", "etc", "data/Marvoleth.log", "etc/vrel_registry.txt"}) {
-    if (!std::filesystem::is_symlink(path / name)) continue;
-    throw std::runtime_error("'" + (path / name).string() +
-                             "' is a symbolic link, which is not followed: remove it, or name "
-                             "another folder: --root DIR");
+    std::error_code missing;
+    if (!fs::is_symlink(path / name, missing)) continue;
+    throw std::runtime_error(common::Format(
+        "cannot use the folder {}: {} is a symbolic link; remove it or choose another folder with "
+        "--root DIR",
+        common::Quoted(root), common::Quoted((path / name).string())));
   }
   for (const char* name : {"data", "etc"}) {
-    if (!error) std::filesystem::create_directories(path / name, error);
+    if (!error) fs::create_directories(path / name, error);
   }
-  if (error) {
-    throw std::runtime_error("the folder '" + root + "' cannot be used: " + error.message());
-  }
-  return std::filesystem::canonical(path).string();
+  const fs::path absolute = error ? fs::path() : fs::canonical(path, error);
+  if (!error) return absolute.string();
+  throw std::runtime_error(
+      common::Format("cannot use the folder {}: {}; choose another folder with --root DIR",
+                     common::Quoted(root), error.message()));
 }
 
-// Whether a device is used at all while an object lives.
+// Notices whether a device is used while an object of this class lives.
 class Use : public OperationObserver {
  public:
   explicit Use(Device& device) : device_(device) { device_.AddObserver(this); }
@@ -64,9 +74,20 @@ class Use : public OperationObserver {
 
 TemporaryFolder::TemporaryFolder() : path_(Parent() + "/zulisim.XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(), "the temporary folder " + path_);
+    throw std::system_error(errno, std::generic_category(),
+                            "cannot create the temporary folder " + common::Quoted(path_));
   }
-  cleaner_.RemoveFolder(path_);
+  parent_ = open(fs::path(path_).parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  const std::string parent = "/proc/self/fd/" + std::to_string(parent_);
+  std::error_code error;
+  fs::remove_all(parent / fs::path(path_).filename(), error);
+  close(parent_);
+  if (!error) return;
+  std::cerr << common::Format("zulisim: warning: cannot remove the temporary folder {}: {}\n",
+                              common::Quoted(path_), error.message());
 }
 
 ServedProgram::ServedProgram(std::string path, std::vector<std::string> arguments,
