@@ -2,11 +2,13 @@
 
 #include <signal.h>
 #include <spawn.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
 #include <cstring>
+#include <fstream>
 #include <initializer_list>
 
 #include "common/format.h"
@@ -70,11 +72,14 @@ ChildSignals::~ChildSignals() {
 }
 
 int RunChild(const std::string& path, const std::vector<std::string>& arguments) {
+  // Processes whose parent ends become children of this one, so that RemainingProcesses finds them.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t child = Start(path, arguments);
   const sigset_t awaited = AwaitedSignals();
   while (true) {
     int status = 0;
-    if (waitpid(child, &status, WNOHANG) == child) {
+    for (pid_t ended; (ended = waitpid(-1, &status, WNOHANG)) > 0;) {
+      if (ended != child) continue;
       return WIFSIGNALED(status) ? 128 + WTERMSIG(status) : WEXITSTATUS(status);
     }
     siginfo_t info;
@@ -82,6 +87,21 @@ int RunChild(const std::string& path, const std::vector<std::string>& arguments)
     // The signals of a terminal reach the child without help.
     if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) kill(child, number);
   }
+}
+
+std::string RemainingProcesses() {
+  pid_t ended = 0;
+  while ((ended = waitpid(-1, nullptr, WNOHANG)) > 0) {
+  }
+  if (ended < 0) return "";
+  std::vector<std::string> processes;
+  std::ifstream children("/proc/thread-self/children");
+  for (std::string process; children >> process;) {
+    std::string name;
+    std::getline(std::ifstream("/proc/" + process + "/comm"), name);
+    processes.push_back(common::Format("{} ({})", process, common::Printable(name)));
+  }
+  return processes.empty() ? "unknown" : common::Joined(processes);  // a kernel without that file
 }
 
 }  // namespace zulisim

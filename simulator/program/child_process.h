@@ -21,4 +21,8 @@ class ChildSignals {
 // that ended it. Needs a ChildSignals. Throws ProgramError when the file cannot be started.
 int RunChild(const std::string& path, const std::vector<std::string>& arguments);
 
+// The processes that the child has started and that have no other parent left: "12 (sh), 15 (cat)".
+// Empty when all have ended.
+std::string RemainingProcesses();
+
 }  // namespace zulisim

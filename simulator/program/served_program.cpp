@@ -102,6 +102,12 @@ int ServedProgram::Run(Device& device) {
   if (!use.seen()) {
     std::cerr << "zulisim: warning: no operation has reached the device: " + UnusedBecause() + "\n";
   }
+  const std::string remaining = RemainingProcesses();
+  if (!remaining.empty()) {
+    std::cerr << "zulisim: warning: the program has ended and the device is gone, but these of its "
+                 "processes are still running: " +
+                     remaining + "\n";
+  }
   return status;
 }
 

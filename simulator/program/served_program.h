@@ -29,7 +29,7 @@ class ServedProgram {
  public:
   virtual ~ServedProgram() = default;
   // Runs the program to its end and returns what RunChild returns. Prints a warning when nothing
-  // reached the device.
+  // reached the device, and when processes of the program are still running.
   int Run(Device& device);
   // The file that the program knows as "/data/Marvoleth.log".
   std::string LogFile() const { return root_ + "/data/Marvoleth.log"; }
