@@ -32,7 +32,7 @@ elseif(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
   target_link_libraries(kalodll PRIVATE "${KALODLL_LIBLOG}")
   target_include_directories(kalodll SYSTEM PRIVATE "${KALODLL_LIBLOG_INCLUDE}")
 else()
-  message(STATUS "Android's log library was not found: its messages go to standard error")
+  kalodll_left_out("Android's log; its messages go to standard error" android-liblog-dev)
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
 endif()
 
@@ -47,8 +47,12 @@ elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 if(ANDROID)
-  # The toolchain's c++_static carries library and unwinder, and the version script hides both.
+  # The toolchain's c++_static carries library and unwinder, and the version script hides both. With
+  # emulated thread-local storage, each cycle of load, throw and unload would leak 192 bytes.
   target_link_options(kalodll PRIVATE "LINKER:--no-undefined")
+  target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBCXX)
+  set_source_files_properties("${PROJECT_SOURCE_DIR}/api/kalo_dll_state.cpp"
+    TARGET_DIRECTORY kalodll PROPERTIES COMPILE_OPTIONS -fno-emulated-tls)
 elseif(NOT KALODLL_SANITIZE)
   # The C++ standard library travels inside, hidden. The unwinder stays the process's shared one:
   # exceptions of the exported classes cross into callers, which a private unwinder cannot serve.

@@ -15,8 +15,8 @@ if(KALODLL_HELP2MAN AND NOT CMAKE_CROSSCOMPILING AND NOT KALODLL_SANITIZE)
   add_custom_target(manual ALL DEPENDS ${_pages})
   install(DIRECTORY "${PROJECT_BINARY_DIR}/man/" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
     FILES_MATCHING PATTERN "*.1")
-else()
-  message(STATUS "Without help2man, or for another system, no man pages are made")
+elseif(NOT KALODLL_HELP2MAN)
+  kalodll_left_out("the man pages" help2man)
 endif()
 
 foreach(tool zulisim kaloctl)

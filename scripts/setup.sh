@@ -1,46 +1,42 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that a task needs, and nothing that is already there.
+# Installs the Debian packages that a task needs and that are not installed yet. A package that this
+# system does not have is skipped by name; CMake then leaves out the part that needs it.
 #
-#   scripts/setup.sh [build|test|bench|fuzz|abi|fuse|vm|lint|coverage|package|browser|all]...      (default: build)
+#   scripts/setup.sh [GROUP]...      (default: build; the groups are the names below, and all)
 #
-# A browser is not among all: it is large, and only a picture of a report needs it.
-#
-# Without root the packages are only checked for, and the missing ones are named.
+# The group browser is not part of all: it is large, and only the picture of a report needs it.
+# Without root, the script only names the packages that are missing.
 set -euo pipefail
 
-build=(cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libfmt-dev
-       libtomlplusplus-dev nlohmann-json3-dev libfuse3-dev help2man)
-test=(googletest binutils python3 clang-14 lld-14 libc++-14-dev libc++abi-14-dev)
-bench=(libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3)
-fuzz=(clang-14 llvm-14 libclang-rt-14-dev libgmock-dev)
-abi=(abigail-tools clang-14 libc++-14-dev libc++abi-14-dev)
-fuse=(fuse3)
-vm=(qemu-system-x86 busybox-static cpio)
-coverage=(gcovr)
-browser=(chromium fonts-dejavu-core)
-lint=(clang-format clang-tidy)
-package=(dpkg-dev file)
+# Compilers without a version: any clang from 14 on, and any g++ from 12 on, will do.
+declare -A groups=(
+  [build]="cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libfmt-dev
+    libtomlplusplus-dev nlohmann-json3-dev libfuse3-dev help2man"
+  [test]="googletest binutils python3 fuse3 clang lld libc++-dev libc++abi-dev"
+  [bench]="libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3"
+  [fuzz]="clang llvm libclang-rt-dev libgmock-dev"
+  [abi]="abigail-tools"
+  [vm]="qemu-system-x86 busybox-static cpio"
+  [lint]="clang-format clang-tidy"
+  [coverage]="gcovr"
+  [package]="dpkg-dev file lintian"
+  [browser]="chromium fonts-dejavu-core")
 
 wanted=()
 for group in "${@:-build}"; do
   case "$group" in
-    build) wanted+=("${build[@]}") ;;
-    test) wanted+=("${build[@]}" "${test[@]}") ;;
-    bench) wanted+=("${build[@]}" "${bench[@]}") ;;
-    fuzz) wanted+=("${build[@]}" "${fuzz[@]}") ;;
-    abi) wanted+=("${build[@]}" "${abi[@]}") ;;
-    fuse) wanted+=("${build[@]}" "${fuse[@]}") ;;
-    lint) wanted+=("${lint[@]}") ;;
-    vm) wanted+=("${build[@]}" "${vm[@]}") ;;
-    coverage) wanted+=("${build[@]}" "${coverage[@]}") ;;
-    package) wanted+=("${package[@]}") ;;
-    browser) wanted+=("${build[@]}" "${browser[@]}") ;;
-    all)
-      wanted+=("${build[@]}" "${test[@]}" "${bench[@]}" "${fuzz[@]}" "${abi[@]}" "${fuse[@]}" "${vm[@]}" "${lint[@]}"
-              "${coverage[@]}" "${package[@]}")
-      ;;
-    *) echo "setup.sh: unknown group '$group': build, test, bench, fuzz, abi, fuse, vm, lint, coverage, package, browser or all is expected" >&2; exit 2 ;;
+    all) members=(build test bench fuzz abi vm lint coverage package) ;;
+    lint | package) members=("$group") ;;
+    *) members=(build "$group") ;;
   esac
+  for member in "${members[@]}"; do
+    [ -n "${groups[$member]:-}" ] || {
+      echo "setup.sh: unknown group '$group'; expected all or one of: ${!groups[*]}" >&2
+      exit 2
+    }
+    # shellcheck disable=SC2206  # a list of words
+    wanted+=(${groups[$member]})
+  done
 done
 
 missing=()
@@ -52,18 +48,29 @@ done
 
 if [ "$(id -u)" -eq 0 ]; then as_root=(); elif command -v sudo >/dev/null; then as_root=(sudo)
 else
-  echo "setup.sh: run as root, or install first: ${missing[*]}" >&2
+  echo "setup.sh: cannot install packages: not root: install these first: ${missing[*]}" >&2
   exit 1
 fi
-echo "Installing: ${missing[*]}" >&2
 export DEBIAN_FRONTEND=noninteractive
 log=$(mktemp)
 trap 'rm -f "$log"' EXIT
-for step in "update" "install -y --no-install-recommends ${missing[*]}"; do
-  # shellcheck disable=SC2086  # words are meant
-  "${as_root[@]}" apt-get -q $step >"$log" 2>&1 || {
+apt() { # apt ARGUMENTS...
+  "${as_root[@]}" apt-get -q "$@" >"$log" 2>&1 || {
     cat "$log" >&2
-    echo "setup.sh: apt-get $step has failed" >&2
+    echo "setup.sh: apt-get $*: failed: see above" >&2
     exit 1
   }
+}
+
+apt update
+available=()
+for package in "${missing[@]}"; do
+  if apt-cache policy "$package" | grep -q 'Candidate: [^(]'; then
+    available+=("$package")
+  else
+    echo "setup.sh: skipped the package $package: this system does not have it" >&2
+  fi
 done
+[ "${#available[@]}" -eq 0 ] && exit 0
+echo "Installing: ${available[*]}" >&2
+apt install -y --no-install-recommends "${available[@]}"
