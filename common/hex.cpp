@@ -144,6 +144,16 @@ std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLin
   return text;
 }
 
+std::string HexDigits(const Bytes& bytes) {
+  constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const std::uint8_t byte : bytes) {
+    text += kDigits[byte >> 4];
+    text += kDigits[byte & 15];
+  }
+  return text;
+}
+
 Bytes ParseHex(std::string_view text) { return HexParser(text).Parse(); }
 
 bool LooksLikeText(std::string_view content) {

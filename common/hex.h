@@ -27,6 +27,9 @@ std::string HexDump(const Bytes& bytes, const std::string& indent = "");
 // "+", with their offset; at most so many, and a last line that counts the rest.
 std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLines = 8);
 
+// Returns two lower-case hexadecimal digits for each byte.
+std::string HexDigits(const Bytes& bytes);
+
 // Bytes written as pairs of hexadecimal digits. Pairs may stand together or be separated by white
 // space, ',' or ':'; each run may begin with "0x"; '#' starts a comment that ends with the line.
 // Throws InputError that names line, column and character.

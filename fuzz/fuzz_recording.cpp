@@ -11,12 +11,9 @@
 namespace {
 
 std::string Written(const zulisim::Recording& recording) {
-  std::string text = zulisim::RecordingHead({"driver"}, recording.clients);
-  uint64_t number = 0;
-  for (const zulisim::RecordedOperation& operation : recording.operations) {
-    text += zulisim::RecordingEntry(++number, operation.record);
-  }
-  return text + zulisim::kRecordingEnd;
+  std::string text = zulisim::HeaderLine(recording.header);
+  for (const auto& operation : recording.operations) text += zulisim::OperationLine(operation);
+  return text + zulisim::kCompleteLine;
 }
 
 // As the recorded program called, with room for what a device may write.
@@ -65,7 +62,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(Written(again) == written);
 
   zulisim::ReplayDevice device(recording);
-  for (const auto& operation : recording.operations) Perform(&device, operation.record);
+  for (const auto& operation : recording.operations) Perform(&device, operation);
   device.End();
   FUZZ_CHECK(device.Replayed() <= recording.operations.size());
   return 0;

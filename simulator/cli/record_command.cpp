@@ -19,16 +19,17 @@ namespace {
 
 constexpr const char* kRecordDescription =
     "Starts a program like 'run', passes its device operations on to a real device or to the "
-    "software engine, and writes each of them with its bytes and timing into a text file, which "
-    "'zulisim replay' plays back.";
+    "software engine, and writes each of them with its bytes and timing into a text file of JSON "
+    "Lines, which 'zulisim replay' plays back.";
 
 constexpr const char* kRecordFooter = R"(
 FILE can be read by you alone, for it holds what was sent. A file that is there already is
 kept, without --force. A run without any operation leaves no file.
 
---redact keeps the first 16 bytes of requests and replies, and the connect record; of all
-else the recording has the length and the SHA-256 digest. The program's arguments are left
-out. It cannot be replayed. --trace and --report are not redacted.
+--redact keeps only the 16-byte headers of requests and replies, the connect record and all
+lengths, in every file that the run writes and in the transcript. Message bodies, private
+data, the program's arguments and the instructions for the engine are left out. Such a
+recording cannot be replayed.
 
 Examples:
   zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
@@ -41,7 +42,6 @@ struct RecordOptions : ProgramOptions {
   std::string device = "/dev/zuli";
   bool engine = false;
   bool force = false;
-  bool redact = false;
 };
 
 std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
@@ -66,13 +66,15 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
                   options.force ? OutputFile::Access::kPrivate : OutputFile::Access::kPrivateNew);
   int status = kOwnFailure;
   {
+    const bool redact = options.output.redact;
     const std::vector<std::string> shown =
-        options.redact ? std::vector<std::string>{arguments.front()} : arguments;
+        redact ? std::vector<std::string>{arguments.front()} : arguments;
+    const std::vector<std::string> instructions =
+        redact ? std::vector<std::string>() : options.scenario.instructions;
     const Recorder recorder(
-        device.get(), [&file](const std::string& text) { file.Write(text); }, shown,
-        options.scenario.clients, options.redact);
-    RunOutput output(options.output, {shown, options.scenario.instructions, program->LogFile()},
-                     device.get());
+        device.get(), [&file](const std::string& line) { file.Write(line); },
+        {"zulisim " ZULISIM_VERSION, "", shown, options.scenario.clients, redact});
+    RunOutput output(options.output, {shown, instructions, program->LogFile()}, device.get());
     status = output.Ended(program->Run(*device));
     if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
       status = ReportMissed(options.scenario, *engine, options.strict, status);
@@ -98,8 +100,8 @@ void DefineRecord(common::Command* program) {
                    "Record the software engine; implied by --scenario, --client, --reply, --fault, "
                    "--short and --lose");
   command->AddFlag("--force", &options->force, "Write over a recording that is there already");
-  command->AddFlag("--redact", &options->redact,
-                   "Record lengths, headers and digests in place of bodies");
+  command->AddFlag("--redact", &options->output.redact,
+                   "Write only headers and lengths, no message bodies");
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);

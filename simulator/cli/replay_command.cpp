@@ -56,7 +56,7 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
 int Replay(const ReplayOptions& options, const std::vector<std::string>& arguments) {
   Recording recording = ReadRecording(options.file);
   const std::size_t operations = recording.operations.size();
-  if (recording.redacted) {
+  if (recording.header.redacted) {
     throw common::InputError(common::Quoted(options.file) +
                              " is redacted: it lacks the bodies that a replay answers with; record "
                              "without --redact what is to be replayed");

@@ -5,7 +5,6 @@
 #include "common/input.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
-#include "simulator/device/operation_decoder.h"
 #include "simulator/output/output_file.h"
 #include "simulator/record/recording_scenario.h"
 
@@ -41,8 +40,8 @@ int Show(ShowOptions options) {
     std::cerr << "zulisim: '" << options.file << "' is cut after operation "
               << recording.operations.size() << "\n";
   }
-  if (recording.redacted) {
-    std::cerr << "zulisim: '" << options.file << "' is redacted: bytes that it lacks show as 0\n";
+  if (recording.header.redacted) {
+    std::cerr << "zulisim: '" << options.file << "' is redacted: it holds no message bodies\n";
   }
   OutputOptions* const wanted = &options.output;
   const bool others = !wanted->transcriptFile.empty() || !wanted->traceFile.empty() ||
@@ -51,12 +50,7 @@ int Show(ShowOptions options) {
   wanted->quiet = true;
   {
     RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
-    OperationDecoder decoder(recording.clients.empty() ? DefaultClients() : recording.clients);
-    for (const RecordedOperation& operation : recording.operations) {
-      OperationRecord record = operation.record;
-      decoder.Decode(&record);
-      output.OnOperation(record);
-    }
+    for (const OperationRecord& record : recording.operations) output.OnOperation(record);
   }
   if (options.scenarioFile.empty()) return 0;
   OutputFile file("scenario", options.scenarioFile);

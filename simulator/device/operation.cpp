@@ -151,6 +151,16 @@ Bytes OperationRecord::Message() const {
   return Bytes(input.begin(), input.begin() + static_cast<std::ptrdiff_t>(taken));
 }
 
+void RemoveBodies(OperationRecord* record) {
+  if (record->IsConnect()) return;
+  const bool isRequest = record->operation == Operation::kWrite;
+  // Where a device does not say what a message is, private data can pass for a reply.
+  const bool isReply = record->payload == Payload::kReply && record->commandId &&
+                       WordAt(record->output, kCommandIdOffset) == record->commandId;
+  record->input.resize(isRequest ? std::min(record->input.size(), kHeaderSize) : 0);
+  record->output.resize(isReply ? std::min(record->output.size(), kHeaderSize) : 0);
+}
+
 std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
 
 void SetCaller(int process, int thread) { caller = {process, thread}; }

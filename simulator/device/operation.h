@@ -97,6 +97,10 @@ struct DeviceEvent {
   std::string text;                 // for people, as in "the device is lost"; one line
 };
 
+// Removes message bodies and private data. What stays is the connect record and the headers of
+// requests and replies; lengths and results still count all bytes.
+void RemoveBodies(OperationRecord* record);
+
 // The monotonic clock that operations are timed by.
 std::chrono::nanoseconds Now();
 

@@ -29,7 +29,9 @@ std::string Date() {
 }  // namespace
 
 RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, Device* device)
-    : device_(device), folder_([this](const common::LogRecord& record, std::size_t copies) {
+    : device_(device),
+      redact_(options.redact),
+      folder_([this](const common::LogRecord& record, std::size_t copies) {
         for (const auto& writer : writers_) writer->OnLogLine({record, copies});
       }) {
   TranscriptStyle style;
@@ -77,7 +79,9 @@ int RunOutput::Ended(int status) {
 void RunOutput::OnOperation(const OperationRecord& record) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
-  for (const auto& writer : writers_) writer->OnOperation(record);
+  OperationRecord shown = record;
+  if (redact_) RemoveBodies(&shown);
+  for (const auto& writer : writers_) writer->OnOperation(shown);
 }
 
 // The program waits for the operation that this comes before, so that what its thread has written

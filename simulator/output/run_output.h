@@ -25,6 +25,7 @@ struct OutputOptions {
   std::optional<std::uint32_t> bytes;  // TranscriptStyle::bytes
   bool log = false;                    // the library's log lines, in their places
   bool logDetail = false;              // its detailed ones too
+  bool redact = false;                 // no message bodies and no private data
 };
 
 // What the report says of the run.
@@ -53,6 +54,7 @@ class RunOutput : public OperationObserver {
   void PassOnLog();  // with the lock held
 
   Device* device_;
+  const bool redact_;
   std::mutex mutex_;  // guards all that follows: the program may have left another behind
   std::vector<std::unique_ptr<OutputWriter>> writers_;
   std::unique_ptr<common::FileFollower> log_;

@@ -1,32 +1,32 @@
 #include "simulator/record/recorder.h"
 
+#include <ctime>
 #include <utility>
-
-#include "simulator/record/recording.h"
 
 namespace zulisim {
 
-Recorder::Recorder(Device* device, RecordingSink sink, const std::vector<std::string>& program,
-                   const std::vector<Client>& clients, bool redact)
-    : device_(device),
-      start_(Now()),
-      sink_(std::move(sink)),
-      head_(RecordingHead(program, clients)),
-      redact_(redact) {
+Recorder::Recorder(Device* device, RecordingSink sink, RecordingHeader header)
+    : device_(device), start_(Now()), sink_(std::move(sink)), header_(std::move(header)) {
+  const std::time_t now = std::time(nullptr);
+  std::tm time{};
+  char text[32] = "";
+  std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &time));
+  header_.started = text;
   device_->AddObserver(this);
 }
 
 Recorder::~Recorder() {
   device_->RemoveObserver(this);
-  if (number_ > 0) sink_(kRecordingEnd);
+  if (started_) sink_(kCompleteLine);
 }
 
 void Recorder::OnOperation(const OperationRecord& record) {
   OperationRecord moved = record;
   moved.start -= start_;
   moved.end -= start_;
-  if (number_ == 0) sink_(head_);
-  sink_(RecordingEntry(++number_, moved, redact_));
+  if (header_.redacted) RemoveBodies(&moved);
+  if (!std::exchange(started_, true)) sink_(HeaderLine(header_));
+  sink_(OperationLine(moved));
 }
 
 }  // namespace zulisim

@@ -1,27 +1,24 @@
 #pragma once
 
 #include <chrono>
-#include <cstdint>
 #include <functional>
 #include <string>
-#include <vector>
 
-#include "simulator/device/client.h"
 #include "simulator/device/device.h"
+#include "simulator/record/recording.h"
 
 namespace zulisim {
 
-// Takes what a recording is made of, piece by piece; each piece is to be kept at once.
-using RecordingSink = std::function<void(const std::string& text)>;
+// Receives the lines of a recording, one in each call, and must store each at once.
+using RecordingSink = std::function<void(const std::string& line)>;
 
-// Writes every operation of a device into a recording as it completes.
+// Writes every operation of a device into a recording as it completes. Thread-safe.
 class Recorder : private OperationObserver {
  public:
-  // `program` and `clients` stand in the recording's head, which is written with the first
-  // operation; without any, nothing is. `redact`: without bodies. The device must outlive the
-  // recorder, whose end completes the recording.
-  Recorder(Device* device, RecordingSink sink, const std::vector<std::string>& program,
-           const std::vector<Client>& clients, bool redact = false);
+  // Fills in the start time of `header`, which is written with the first operation: without
+  // operations nothing is written. The device must outlive the recorder. The destructor completes
+  // the recording.
+  Recorder(Device* device, RecordingSink sink, RecordingHeader header);
   ~Recorder() override;
   Recorder(const Recorder&) = delete;
   Recorder& operator=(const Recorder&) = delete;
@@ -32,9 +29,8 @@ class Recorder : private OperationObserver {
   Device* device_;
   const std::chrono::nanoseconds start_;
   const RecordingSink sink_;
-  const std::string head_;
-  const bool redact_;
-  std::uint64_t number_ = 0;
+  RecordingHeader header_;
+  bool started_ = false;
 };
 
 }  // namespace zulisim

@@ -3,37 +3,34 @@
 #include <fcntl.h>
 
 #include <algorithm>
-#include <cctype>
-#include <cinttypes>
-#include <cstdio>
 #include <iterator>
 #include <limits>
-#include <utility>
+#include <optional>
+#include <string_view>
 
-#include "common/hex.h"
-#include "common/input_error.h"
+#include <nlohmann/json.hpp>
+
+#include "common/format.h"
 #include "common/number.h"
-#include "common/sha256.h"
 #include "common/text.h"
+#include "simulator/device/operation_decoder.h"
 
 namespace zulisim {
 namespace {
 
-using common::Hex;
-using common::InputError;
-using common::Quoted;
+using common::Format;
+using Json = nlohmann::ordered_json;
 
-constexpr const char* kMark = "zulisim recording ";
-constexpr const char* kShape =
-    "NUMBER TIME CONNECTION OPERATION ... -> RESULT in TIME is the form of an operation";
-constexpr const char* kRedacted = "redacted";
-constexpr std::size_t kDigestDigits = 64;
+constexpr const char* kFormat = "zulisim recording";
+constexpr std::uint64_t kVersion = 2;
+constexpr const char* kVersion1Mark = "zulisim recording ";
 constexpr std::uint64_t kMaxCount = std::numeric_limits<std::int64_t>::max();
+constexpr std::uint64_t kMaxTime = kMaxCount / 2;  // the sum of two is a time
 
-// As the kernel shows it; to a 64-bit program the constant is 0.
+// The kernel's value; in a 64-bit program the constant is 0.
 constexpr int kKernelLargeFile = 0100000;
 
-// The flags of an open that have a name: `value` under `mask`.
+// A flag of an open: `value` under `mask`.
 struct OpenFlag {
   const char* name;
   int mask;
@@ -54,411 +51,214 @@ constexpr OpenFlag kOpenFlags[] = {
     {"O_LARGEFILE", kKernelLargeFile, kKernelLargeFile},
 };
 
-// --- Writing. ---
-
-std::string Seconds(std::chrono::nanoseconds time) {
-  char text[48];
-  const std::int64_t count = std::max<std::int64_t>(0, time.count());
-  std::snprintf(text, sizeof(text), "%" PRId64 ".%09" PRId64, count / 1000000000,
-                count % 1000000000);
-  return text;
-}
-
-std::string ModeText(unsigned mode) {
-  char text[24];
-  std::snprintf(text, sizeof(text), " mode 0%o", mode);
-  return mode == 0 ? "" : text;
-}
-
-// A comment ends with its line.
-std::string CommentText(const std::string& text) {
-  std::string comment;
-  for (const char c : text) comment += static_cast<unsigned char>(c) < ' ' || c == 0x7f ? '?' : c;
-  return comment;
-}
-
-std::string ArgumentsText(const OperationRecord& record) {
-  if (record.abandoned) return "gone";
-  std::string text = OperationName(record.operation);
-  if (record.operation == Operation::kOpen) {
-    text += " " + OpenFlagsText(record.openFlags) + ModeText(OpenMode(record));
-  }
-  if (record.operation == Operation::kIoctl) text += " " + Hex(record.request, 8);
-  if (record.IsTransfer()) text += " " + std::to_string(record.length);
-  return record.hasBuffer ? text : text + " null";
-}
-
-// "ok", a count, or the name of an errno; "E512" for one that has none.
-std::string ResultText(const OperationRecord& record) {
-  if (record.result < 0) {
-    const std::string name = ErrnoName(record.error);
-    return name[0] == 'E' ? name : "E" + name;  // a bare number would be a count
-  }
-  const bool counts =
-      record.IsTransfer() || (record.operation == Operation::kIoctl && record.result > 0);
-  return counts ? std::to_string(record.result) : "ok";
-}
-
-// The bytes up to `kept`, and for the others their digest.
-std::string BytesText(char direction, const Bytes& bytes, std::size_t kept) {
-  std::string text;
-  const std::string start = std::string("  ") + direction + " ";
-  const Bytes shown(bytes.begin(),
-                    bytes.begin() + static_cast<std::ptrdiff_t>(std::min(kept, bytes.size())));
-  for (std::size_t at = 0; at < shown.size(); at += common::kHexLineSize) {
-    const common::HexLine line = common::HexLineAt(shown, at);
-    text += start + line.digits + "  # " + line.characters + "\n";
-  }
-  if (shown.size() == bytes.size()) return text;
-  return text + start + kRedacted + " " + std::to_string(bytes.size() - shown.size()) + " " +
-         common::Sha256(bytes, shown.size()) + "\n";
-}
-
-// How many of an operation's bytes a redacted recording keeps: those that the driver and the
-// firmware do not have for themselves.
-std::size_t KeptOf(const OperationRecord& record) {
-  if (record.IsConnect()) return IoctlSize(kConnectRequest);
-  if (record.operation == Operation::kIoctl || record.payload == Payload::kPrivateData) return 0;
-  return kHeaderSize;
-}
-
-// --- Reading. ---
-
-[[noreturn]] void FailAt(std::uint32_t line, std::size_t column, const std::string& message) {
-  throw RecordingError({line, static_cast<std::uint32_t>(column), message});
-}
-
-struct Word {
-  std::string text;
-  std::size_t column = 1;
-};
-
-struct Line {
-  std::uint32_t number = 0;
-  std::vector<Word> words;  // without the comment
-  std::string comment;
-  bool ended = true;  // by a line feed
-};
-
-bool IsDigitAt(const std::string& text, std::size_t at) {
-  return at < text.size() && isdigit(static_cast<unsigned char>(text[at])) != 0;
-}
-
-void Split(const std::string& text, Line* line) {
-  constexpr const char* kBlanks = " \t\r";
-  std::size_t at = text.find_first_not_of(kBlanks);
-  while (at != std::string::npos) {
-    // A connection such as "#1" begins with the sign of a comment, but a digit follows.
-    if (text[at] == '#' && !IsDigitAt(text, at + 1)) {
-      const std::size_t from = text.find_first_not_of(kBlanks, at + 1);
-      if (from != std::string::npos) line->comment = text.substr(from);
-      return;
-    }
-    const std::size_t end = text.find_first_of(kBlanks, at);
-    line->words.push_back({text.substr(at, end - at), at + 1});
-    at = text.find_first_not_of(kBlanks, end);
-  }
-}
-
-std::chrono::nanoseconds ParseSeconds(const std::string& text) {
-  const std::size_t point = text.find('.');
-  const bool wellPlaced = point != std::string::npos && point <= 9 && text.size() - point == 10;
-  const std::string digits = wellPlaced ? std::string(text).erase(point, 1) : "?";
-  if (digits.find_first_not_of("0123456789") == std::string::npos) {
-    return std::chrono::nanoseconds(std::stoll(digits));
-  }
-  throw InputError(Quoted(text) + " is not a time in seconds, as in 0.000103000");
-}
-
-std::uint64_t ParseConnection(const std::string& text) {
-  if (text == "-") return 0;
-  const auto number =
-      common::ParseNumber(text[0] == '#' ? std::string_view(text).substr(1) : "", kMaxCount);
-  if (number.value_or(0) > 0) return *number;
-  throw InputError(Quoted(text) + " is not a connection; '#1' or '-' is expected");
-}
-
-int ParseFlags(const std::string& text) {
+int ParseOpenFlags(const std::string& text) {
   std::uint32_t flags = 0;
   for (std::size_t at = 0; at <= text.size();) {
     const std::size_t end = std::min(text.find('|', at), text.size());
     const std::string name = text.substr(at, end - at);
     const auto* known = std::find_if(std::begin(kOpenFlags), std::end(kOpenFlags),
                                      [&name](const OpenFlag& flag) { return flag.name == name; });
-    flags |= static_cast<std::uint32_t>(known != std::end(kOpenFlags)
-                                            ? static_cast<std::uint64_t>(known->value)
-                                            : common::RequireNumber("a flag without a name", name));
+    flags |= known != std::end(kOpenFlags)
+                 ? static_cast<std::uint32_t>(known->value)
+                 : static_cast<std::uint32_t>(common::RequireNumber("a flag without a name", name));
     at = end + 1;
   }
   return static_cast<int>(flags);
 }
 
-unsigned ParseMode(const std::string& text) {
-  const bool isOctal = text.find_first_not_of("01234567") == std::string::npos;
-  if (isOctal && !text.empty() && text.size() <= 10) {
-    return static_cast<unsigned>(std::stoul(text, nullptr, 8));
-  }
-  throw InputError(Quoted(text) + " is not a mode; octal digits are expected");
+// Replaces what is not UTF-8, for example in the arguments of a program.
+std::string LineOf(const Json& json) {
+  return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
 
-Result ParseResult(const std::string& text, const OperationRecord& record) {
-  if (text == "ok" && !record.IsTransfer()) return {};
-  if (text[0] == 'E' && IsDigitAt(text, 1)) {
-    return {-1, static_cast<int>(common::RequireNumber("an errno", text.substr(1), 4095))};
-  }
-  if (!IsDigitAt(text, 0)) return {-1, ParseErrno(text)};
-  const std::uint64_t value = common::RequireNumber("a result", text, kMaxCount);
-  const bool isIoctl = record.operation == Operation::kIoctl;
-  if ((isIoctl && value <= common::kMaxWord) || (record.IsTransfer() && value <= record.length)) {
-    return {static_cast<std::int64_t>(value), 0};
-  }
-  throw InputError(record.IsTransfer()
-                       ? "a result of " + text + " bytes is more than the " +
-                             std::to_string(record.length) + " that were asked for"
-                       : Quoted(text) + " is not a result; 'ok' or an errno is expected");
+[[noreturn]] void Fail(std::uint32_t line, const std::string& message, std::size_t column = 1) {
+  throw RecordingError({line, static_cast<std::uint32_t>(column), message});
 }
 
-// Reads the words of an operation, one after the other. What is wrong with one is thrown as a
-// RecordingError at its place.
-class OperationParser {
+// Reads the members of one line. A member that is missing or wrong is a RecordingError.
+class LineReader {
  public:
-  explicit OperationParser(const Line& line) : line_(line) {}
-
-  // The operation without its bytes.
-  OperationRecord Parse() {
-    OperationRecord record;
-    NextNumber("the number of an operation");
-    record.start = ParseNext("the time", ParseSeconds);
-    record.connection = ParseNext("the connection", ParseConnection);
-    record.abandoned = TakeIf("gone");
-    record.operation =
-        record.abandoned ? Operation::kClose : ParseNext("the operation", ParseOperation);
-    ParseArguments(&record);
-    TakeSign("->");
-    const Result result = ParseNext(
-        "the result", [&record](const std::string& text) { return ParseResult(text, record); });
-    record.result = result.value;
-    record.error = result.error;
-    TakeSign("in");
-    record.end = record.start + ParseNext("the time that it took", ParseSeconds);
-    if (!AtEnd())
-      Fail(line_.words[next_], Quoted(line_.words[next_].text) + " is too much; " + kShape);
-    const bool failed = record.result < 0;
-    if (record.operation == Operation::kOpen && (record.connection == 0) != failed) {
-      Fail(line_.words[2], "an open that succeeds has a connection, and one that fails has '-'");
+  LineReader(std::uint32_t line, std::string_view text) : line_(line) {
+    try {
+      json_ = Json::parse(text);
+    } catch (const Json::parse_error& error) {
+      zulisim::Fail(line, "not valid JSON", std::max<std::size_t>(error.byte, 1));
     }
-    record.why = line_.comment;
-    return record;
+    if (!json_.is_object()) Fail("expected a JSON object");
   }
 
- private:
-  void ParseArguments(OperationRecord* record) {
-    if (record->operation == Operation::kOpen) {
-      record->openFlags = ParseNext("the flags", ParseFlags);
-      if (TakeIf("mode")) record->openMode = ParseNext("the mode", ParseMode);
-    } else if (record->operation == Operation::kIoctl) {
-      record->request =
-          static_cast<std::uint32_t>(NextNumber("an ioctl request", common::kMaxWord));
-    } else if (record->IsTransfer()) {
-      record->length = NextNumber("a byte count");
-    }
-    record->hasBuffer = !TakeIf("null");
+  [[noreturn]] void Fail(const std::string& message) const { zulisim::Fail(line_, message); }
+
+  bool Has(const char* name) const { return json_.contains(name); }
+
+  const Json& Get(const char* name) const {
+    const auto found = json_.find(name);
+    if (found == json_.end()) Fail(Format("the member \"{}\" is missing", name));
+    return *found;
   }
 
-  [[noreturn]] void Fail(const Word& word, const std::string& message) const {
-    FailAt(line_.number, word.column, message);
+  bool IsTrue(const char* name) const { return Has(name) && Get(name) == true; }
+
+  std::uint64_t Number(const char* name, std::uint64_t highest) const {
+    const Json& json = Get(name);
+    if (json.is_number_unsigned() && json.get<std::uint64_t>() <= highest) return json;
+    Fail(Format("\"{}\": expected a number from 0 to {}", name, highest));
   }
 
-  bool AtEnd() const { return next_ == line_.words.size(); }
-
-  const Word& Take(const std::string& what) {
-    if (!AtEnd()) return line_.words[next_++];
-    const Word& last = line_.words.back();
-    FailAt(line_.number, last.column + last.text.size(), what + " is missing; " + kShape);
+  // Returns 0 when the member is missing.
+  std::uint64_t NumberIfAny(const char* name, std::uint64_t highest) const {
+    return Has(name) ? Number(name, highest) : 0;
   }
 
-  // Takes the next word if it is `sign`.
-  bool TakeIf(const char* sign) {
-    const bool found = !AtEnd() && line_.words[next_].text == sign;
-    if (found) ++next_;
-    return found;
+  std::string Text(const char* name) const {
+    const Json& json = Get(name);
+    if (!json.is_string()) Fail(Format("\"{}\": expected a text", name));
+    return json;
   }
 
-  void TakeSign(const char* sign) {
-    const Word& word = Take(Quoted(sign));
-    if (word.text != sign) Fail(word, Quoted(sign) + " is expected, not " + Quoted(word.text));
-  }
+  // Returns an empty text when the member is missing.
+  std::string TextIfAny(const char* name) const { return Has(name) ? Text(name) : ""; }
 
-  // Calls `parse` with the next word; an InputError is reported there.
+  // Calls `parse` with the text of a member; its InputError names the member.
   template <typename Function>
-  auto ParseNext(const std::string& what, Function parse) -> decltype(parse(what)) {
-    const Word& word = Take(what);
+  auto Parse(const char* name, Function parse) const -> decltype(parse(std::string())) {
+    const std::string text = Text(name);
     try {
-      return parse(word.text);
-    } catch (const InputError& error) {
-      Fail(word, error.what());
+      return parse(text);
+    } catch (const common::InputError& error) {
+      Fail(Format("\"{}\": {}", name, error.what()));
     }
-  }
-
-  std::uint64_t NextNumber(const std::string& what, std::uint64_t highest = kMaxCount) {
-    return ParseNext(
-        what, [&](const std::string& text) { return common::RequireNumber(what, text, highest); });
-  }
-
-  const Line& line_;
-  std::size_t next_ = 0;
-};
-
-class Parser {
- public:
-  explicit Parser(const std::string& text) : text_(text) {}
-
-  Recording Parse() {
-    ParseHead();
-    while (at_ < text_.size() && !ended_) ParseLine(NextLine());
-    while (at_ < text_.size()) {
-      const Line line = NextLine();
-      if (!line.words.empty()) FailAt(line.number, 1, "nothing may follow the line 'end'");
-    }
-    if (!ended_) DropUnfinished();
-    return std::move(recording_);
   }
 
  private:
-  Line NextLine() {
-    Line line;
-    line.number = ++number_;
-    const std::size_t feed = text_.find('\n', at_);
-    line.ended = feed != std::string::npos;
-    Split(text_.substr(at_, feed - at_), &line);
-    at_ = line.ended ? feed + 1 : text_.size();
-    return line;
-  }
-
-  void ParseHead() {
-    if (!IsRecording(text_) || text_.find('\n') == std::string::npos) {
-      FailAt(1, 1, "not a recording: the first line is not " + Quoted(kMark + std::string("1")));
-    }
-    const Line line = NextLine();
-    const Word& last = line.words.back();
-    if (line.words.size() == 3 && last.text == "1") return;
-    FailAt(1, last.column,
-           Quoted(last.text) + " is not a version that this zulisim knows; it knows 1");
-  }
-
-  void ParseLine(const Line& line) {
-    if (line.words.empty()) return;
-    const std::string& first = line.words.front().text;
-    if (first == "end" && line.words.size() == 1) {
-      CheckFinished();
-      ended_ = true;
-    } else if (!line.ended) {
-      return;  // a line without its end is the place of a cut
-    } else if (first == "client") {
-      ParseClient(line);
-    } else if (first == ">" || first == "<") {
-      ParseMessage(line);
-    } else {
-      CheckFinished();
-      recording_.operations.push_back({OperationParser(line).Parse(), line.number});
-    }
-  }
-
-  void ParseClient(const Line& line) {
-    if (line.words.size() < 3) FailAt(line.number, 1, "'client NAME GUID' is expected");
-    Client client;
-    client.name = line.words[1].text;
-    for (std::size_t i = 2; i + 1 < line.words.size(); ++i) client.name += " " + line.words[i].text;
-    try {
-      client.guid = ParseGuid(line.words.back().text);
-    } catch (const InputError& error) {
-      FailAt(line.number, line.words.back().column, error.what());
-    }
-    recording_.clients.push_back(std::move(client));
-  }
-
-  void ParseMessage(const Line& line) {
-    if (recording_.operations.empty()) FailAt(line.number, 1, "bytes must follow an operation");
-    const RecordedOperation& operation = recording_.operations.back();
-    OperationRecord* record = &recording_.operations.back().record;
-    const std::string& direction = line.words.front().text;
-    Bytes* bytes = direction == ">" ? &record->input : &record->output;
-    const std::size_t most = direction == ">" ? record->InputSize() : record->OutputSize();
-    if (line.words.size() == 4 && line.words[1].text == kRedacted &&
-        line.words[3].text.size() == kDigestDigits) {
-      const auto left = common::ParseNumber(line.words[2].text, most - bytes->size());
-      if (!left) FailAt(line.number, line.words[2].column, "too many bytes are redacted");
-      bytes->resize(bytes->size() + *left);
-      recording_.redacted = true;
-      return;
-    }
-    for (std::size_t i = 1; i < line.words.size(); ++i) {
-      const Word& word = line.words[i];
-      try {
-        const Bytes more = ParseBytes("a piece of a message", word.text);
-        bytes->insert(bytes->end(), more.begin(), more.end());
-      } catch (const InputError& error) {
-        FailAt(line.number, word.column, error.what());
-      }
-      if (bytes->size() > most) {
-        FailAt(line.number, word.column,
-               "too many bytes: the operation of line " + std::to_string(operation.line) + " has " +
-                   std::to_string(most) + " after " + Quoted(direction));
-      }
-    }
-  }
-
-  bool IsFinished() const {
-    if (recording_.operations.empty()) return true;
-    const OperationRecord& record = recording_.operations.back().record;
-    return record.input.size() == record.InputSize() && record.output.size() == record.OutputSize();
-  }
-
-  void CheckFinished() const {
-    if (IsFinished()) return;
-    const OperationRecord& record = recording_.operations.back().record;
-    const bool input = record.input.size() != record.InputSize();
-    FailAt(recording_.operations.back().line, 1,
-           "the operation has " +
-               common::Counted(input ? record.InputSize() : record.OutputSize(), "byte") +
-               " after " + (input ? "'>'" : "'<'") + ", but " +
-               std::to_string(input ? record.input.size() : record.output.size()) + " are there");
-  }
-
-  void DropUnfinished() {
-    recording_.cut = true;
-    if (!IsFinished()) recording_.operations.pop_back();
-  }
-
-  const std::string& text_;
-  std::size_t at_ = 0;
-  std::uint32_t number_ = 0;
-  bool ended_ = false;
-  Recording recording_;
+  const std::uint32_t line_;
+  Json json_;
 };
+
+RecordingHeader ParseHeader(const LineReader& line) {
+  if (!line.Has("format") || line.Get("format") != kFormat) {
+    line.Fail(Format("not a recording: expected \"format\":\"{}\"", kFormat));
+  }
+  const std::uint64_t version = line.Number("version", kMaxCount);
+  if (version != kVersion) {
+    line.Fail(Format("version {} of the format is not supported, only version {}; {}", version,
+                     kVersion,
+                     version > kVersion ? "use a newer zulisim" : "record the program again"));
+  }
+  RecordingHeader header;
+  header.tool = line.TextIfAny("tool");
+  header.started = line.TextIfAny("started");
+  header.redacted = line.IsTrue("redacted");
+  try {
+    if (line.Has("program")) line.Get("program").get_to(header.program);
+    if (!line.Has("clients")) header.clients = DefaultClients();
+    for (const Json& each : line.Has("clients") ? line.Get("clients") : Json()) {
+      Client client;
+      each.at("name").get_to(client.name);
+      client.guid = ParseGuid(each.at("guid"));
+      header.clients.push_back(std::move(client));
+    }
+  } catch (const Json::exception&) {
+    line.Fail("expected \"program\" with texts and \"clients\" with objects of name and guid");
+  } catch (const common::InputError& error) {
+    line.Fail(error.what());
+  }
+  return header;
+}
+
+void ParseResult(const LineReader& line, OperationRecord* record) {
+  if (line.Has("errno")) {
+    record->result = -1;
+    record->error = line.Parse("errno", [](const std::string& name) {
+      const auto number = common::ParseNumber(name, 4095);
+      return number.value_or(0) > 0 ? static_cast<int>(*number) : ParseErrno(name);
+    });
+    return;
+  }
+  const std::uint64_t highest = record->IsTransfer()                     ? record->length
+                                : record->operation == Operation::kIoctl ? common::kMaxWord
+                                                                         : 0;
+  record->result = static_cast<std::int64_t>(line.Number("result", highest));
+}
+
+Bytes ParseMessage(const LineReader& line, const char* name, std::size_t size, bool redacted) {
+  Bytes bytes;
+  if (line.Has(name)) {
+    bytes = line.Parse(name, [](const std::string& text) { return ParseBytes("a message", text); });
+  }
+  if (bytes.size() > size || (bytes.size() < size && !redacted)) {
+    line.Fail(
+        Format("\"{}\": expected {}, not {}", name, common::Counted(size, "byte"), bytes.size()));
+  }
+  return bytes;
+}
+
+OperationRecord ParseOperationLine(const LineReader& line, bool redacted) {
+  OperationRecord record;
+  record.operation = line.Parse("operation", ParseOperation);
+  record.start = std::chrono::nanoseconds(line.NumberIfAny("start_ns", kMaxTime));
+  record.end = record.start + std::chrono::nanoseconds(line.NumberIfAny("duration_ns", kMaxTime));
+  record.process = static_cast<int>(line.NumberIfAny("process", common::kMaxWord / 2));
+  record.thread = static_cast<int>(line.NumberIfAny("thread", common::kMaxWord / 2));
+  record.connection = line.NumberIfAny("connection", kMaxCount);
+  record.abandoned = record.operation == Operation::kClose && line.IsTrue("abandoned");
+  record.hasBuffer = !line.IsTrue("null");
+  record.why = line.TextIfAny("note");
+  if (record.operation == Operation::kOpen) {
+    record.openFlags = line.Parse("flags", ParseOpenFlags);
+    record.openMode = static_cast<unsigned>(line.NumberIfAny("mode", common::kMaxWord));
+  } else if (record.operation == Operation::kIoctl) {
+    record.request = line.Parse("request", [](const std::string& text) {
+      return static_cast<std::uint32_t>(common::RequireNumber("an ioctl request", text));
+    });
+  } else if (record.IsTransfer()) {
+    record.length = line.Number("length", kMaxCount);
+  }
+  ParseResult(line, &record);
+  if (record.operation == Operation::kOpen && (record.connection == 0) != (record.result < 0)) {
+    line.Fail("an open that succeeds needs a \"connection\", one that fails must have none");
+  }
+  record.input = ParseMessage(line, "input", record.InputSize(), redacted);
+  record.output = ParseMessage(line, "output", record.OutputSize(), redacted);
+  return record;
+}
 
 }  // namespace
 
-std::string RecordingHead(const std::vector<std::string>& program,
-                          const std::vector<Client>& clients) {
-  std::string text = kMark + std::string("1\n#");
-  for (const std::string& argument : program) text += " " + CommentText(argument);
-  text += "\n";
-  for (const Client& client : clients) {
-    text += "client " + client.name + " " + GuidText(client.guid) + "\n";
+std::string HeaderLine(const RecordingHeader& header) {
+  Json json = {{"format", kFormat},         {"version", kVersion},
+               {"tool", header.tool},       {"started", header.started},
+               {"program", header.program}, {"clients", Json::array()}};
+  for (const Client& client : header.clients) {
+    json["clients"].push_back({{"name", client.name}, {"guid", GuidText(client.guid)}});
   }
-  return text + "\n";
+  if (header.redacted) json["redacted"] = true;
+  return LineOf(json);
 }
 
-std::string RecordingEntry(std::uint64_t number, const OperationRecord& record, bool redact) {
-  const std::string connection =
-      record.connection == 0 ? "-" : "#" + std::to_string(record.connection);
-  std::string text = std::to_string(number) + "  " + Seconds(record.start) + "  " + connection +
-                     "  " + ArgumentsText(record) + "  -> " + ResultText(record) + "  in " +
-                     Seconds(record.end - record.start);
-  if (!record.why.empty()) text += "  # " + CommentText(record.why);
-  const std::size_t kept = redact ? KeptOf(record) : std::string::npos;
-  return text + "\n" + BytesText('>', record.input, kept) + BytesText('<', record.output, kept);
+std::string OperationLine(const OperationRecord& record) {
+  Json json = {{"number", record.sequence},
+               {"start_ns", std::max<std::int64_t>(0, record.start.count())},
+               {"duration_ns", std::max<std::int64_t>(0, (record.end - record.start).count())}};
+  if (record.process > 0) json["process"] = record.process;
+  if (record.thread > 0) json["thread"] = record.thread;
+  if (record.connection > 0) json["connection"] = record.connection;
+  if (!record.client.empty()) json["client"] = record.client;
+  json["operation"] = OperationName(record.operation);
+  if (record.abandoned) json["abandoned"] = true;
+  if (record.operation == Operation::kOpen) json["flags"] = OpenFlagsText(record.openFlags);
+  if (OpenMode(record) != 0) json["mode"] = OpenMode(record);
+  if (record.operation == Operation::kIoctl) json["request"] = common::Hex(record.request, 8);
+  if (record.IsTransfer()) json["length"] = record.length;
+  if (!record.hasBuffer) json["null"] = true;
+  if (record.commandId) json["command"] = common::Hex(*record.commandId);
+  if (!record.input.empty()) json["input"] = common::HexDigits(record.input);
+  json["result"] = record.result;
+  if (record.result < 0) json["errno"] = ErrnoName(record.error);
+  if (record.status) json["status"] = common::Hex(*record.status);
+  if (!record.output.empty()) json["output"] = common::HexDigits(record.output);
+  if (!record.why.empty()) json["note"] = record.why;
+  return LineOf(json);
 }
 
 std::string OpenFlagsText(int flags) {
@@ -468,7 +268,7 @@ std::string OpenFlagsText(int flags) {
     names.emplace_back(flag.name);
     flags &= ~flag.mask;
   }
-  if (flags != 0) names.push_back(Hex(static_cast<std::uint32_t>(flags)));
+  if (flags != 0) names.push_back(common::Hex(static_cast<std::uint32_t>(flags)));
   return common::Joined(names, "|");
 }
 
@@ -478,8 +278,40 @@ unsigned OpenMode(const OperationRecord& record) {
   return counts ? record.openMode : 0;
 }
 
-bool IsRecording(const std::string& text) { return text.rfind(kMark, 0) == 0; }
+bool IsRecording(const std::string& text) {
+  return text.rfind('{', 0) == 0 || text.rfind(kVersion1Mark, 0) == 0;
+}
 
-Recording ParseRecording(const std::string& text) { return Parser(text).Parse(); }
+Recording ParseRecording(const std::string& text) {
+  if (text.rfind(kVersion1Mark, 0) == 0) {
+    Fail(1, "version 1 of the format is no longer supported; record the program again");
+  }
+  if (!IsRecording(text)) Fail(1, Format("not a recording: expected \"format\":\"{}\"", kFormat));
+  Recording recording;
+  std::optional<OperationDecoder> decoder;
+  bool complete = false;
+  std::uint32_t number = 0;
+  for (std::size_t at = 0; at < text.size();) {
+    const std::size_t feed = std::min(text.find('\n', at), text.size());
+    const std::string_view content(text.data() + at, feed - at);
+    at = feed + 1;
+    ++number;
+    if (complete) Fail(number, "unexpected line after the line that completes the recording");
+    // No part of an object is an object, so a last line that can be read is whole.
+    if (number > 1 && feed == text.size() && !Json::accept(content)) break;
+    const LineReader line(number, content);
+    if (number == 1) {
+      recording.header = ParseHeader(line);
+      decoder.emplace(recording.header.clients);
+    } else if (line.IsTrue("complete")) {
+      complete = true;
+    } else {
+      recording.operations.push_back(ParseOperationLine(line, recording.header.redacted));
+      decoder->Decode(&recording.operations.back());
+    }
+  }
+  recording.cut = !complete;
+  return recording;
+}
 
 }  // namespace zulisim

@@ -11,46 +11,52 @@
 
 namespace zulisim {
 
-// A recording is a text: a first line with the version of its form, the clients by name and GUID,
-// the operations in order of their completion, and a last line "end". What follows a "#" is a
-// comment; after an operation it is the operation's note.
+// A recording is a text of JSON Lines: a header, one line for each operation in the order of
+// completion, and a last line that says that the recording is complete. Here the lines are wrapped:
 //
-//   zulisim recording 1
-//   # ./driver --frames 3
-//   client KALO {FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}
+//   {"format":"zulisim
+//   recording","version":2,"tool":"zulisim 1.0","started":"2026-11-21T20:15:00Z",
+//    "program":["./driver"],
+//    "clients":[{"name":"KALO","guid":"{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"}]}
+//   {"number":1,"start_ns":103000,"duration_ns":10000,"process":70,"thread":71,"connection":1,
+//    "operation":"open","flags":"O_RDWR","result":0}
+//   {"number":2,"start_ns":214000,"duration_ns":7000,"process":70,"thread":71,"connection":1,
+//    "client":"KALO","operation":"ioctl","request":"0xc0104801",
+//    "input":"f1fcf6fbcf962e4ea6a61bab8cbe36b1","result":0,
+//    "output":"0010000001000000a6a61bab8cbe36b1"}
+//   {"number":3,...,"operation":"write","length":20,"command":"0x10","input":"0000...","result":20}
+//   {"number":4,...,"operation":"read","length":4096,"result":-1,"errno":"ENODEV",
+//    "note":"the device is lost at read 1"}
+//   {"number":5,...,"operation":"close","result":0}
+//   {"complete":true}
 //
-//   1  0.000103000  #1  open O_RDWR  -> ok  in 0.000010000
-//   2  0.000214000  #1  ioctl 0xc0104801  -> ok  in 0.000007000
-//     > f1fcf6fb cf962e4e a6a61bab 8cbe36b1  # .......N........
-//     < 00100000 01000000 a6a61bab 8cbe36b1  # ................
-//   3  0.000305000  #1  write 20  -> 20  in 0.000009000
-//     > 00000000 10000000 00000000 00000000 6f6b6f6b  # ................okok
-//   4  0.000390000  #1  read 4096  -> ENODEV  in 0.000004000  # the device is lost at read 1
-//   5  0.000433000  #1  close  -> ok  in 0.000002000
-//   end
+// Times are nanoseconds; "start_ns" counts from the start of the recording. Operations with the
+// same "connection" used the same open file; a failed open has none. "input" is what the program
+// passed and "output" is what it got. "null":true marks a null or bad address, and
+// "abandoned":true a close that the program did not make. Operations may be removed, inserted and
+// changed. The reader ignores "number", "client", "command" and "status", which follow from the
+// rest, and members that it does not know.
 //
-// The first two columns are the number and the start in seconds since the recording began. The
-// number is for the reader alone; operations may be taken out, put in and changed. The third is the
-// connection: every operation with the same one was on the same open of the device, "-" had none.
-// ">" is what the program passed and "<" what it got. A null or bad address shows as "null" in
-// front of the arrow; "gone" is the end of a program that did not close the connection.
+// A redacted recording has "redacted":true in its header. Its inputs and outputs end after the
+// message header; "length" and "result" still count all bytes.
 //
-// In a redacted recording, "redacted 48 9f86d0..." stands for as many bytes, with their SHA-256
-// digest.
-//
-// Every operation is written as a whole when it completes. A text that lacks the last line is cut:
-// it is good up to the last operation of which nothing is missing.
+// Each line is written at once. A text without the last line is cut. It holds every operation up to
+// the cut.
 
-struct RecordedOperation {
-  OperationRecord record;  // `start` is since the recording began; nothing is decoded
-  std::uint32_t line = 0;  // where it begins
+struct RecordingHeader {
+  std::string tool;                  // "zulisim 1.0"
+  std::string started;               // in UTC, as in "2026-11-21T20:15:00Z"
+  std::vector<std::string> program;  // with its arguments; only its name in a redacted recording
+  std::vector<Client> clients;       // name and GUID
+  bool redacted = false;
 };
 
 struct Recording {
-  std::vector<Client> clients;
-  std::vector<RecordedOperation> operations;
+  RecordingHeader header;
+  // Operation i is on line i + 2. All members are filled in except the descriptor; `start` and
+  // `end` count from the start of the recording.
+  std::vector<OperationRecord> operations;
   bool cut = false;
-  bool redacted = false;  // some bytes are unknown, and 0 here
 };
 
 class RecordingError : public std::runtime_error {
@@ -63,26 +69,24 @@ class RecordingError : public std::runtime_error {
   common::Diagnostic diagnostic_;
 };
 
-// Enough for hours.
+// In bytes; enough for hours.
 inline constexpr std::size_t kLongestRecording = 1 << 28;
 
-// True for the text of a recording of any version.
+// Returns true for text that cannot be a scenario but may be a recording, of any version.
 bool IsRecording(const std::string& text);
 
 // Throws RecordingError.
 Recording ParseRecording(const std::string& text);
 
-// The pieces of a recording: what comes first, an operation with its `start` since the recording
-// began, and the last line.
-std::string RecordingHead(const std::vector<std::string>& program,
-                          const std::vector<Client>& clients);
-std::string RecordingEntry(std::uint64_t number, const OperationRecord& record,
-                           bool redact = false);
-inline constexpr const char* kRecordingEnd = "end\n";
+// The lines of a recording: the header, an operation, and the last line.
+std::string HeaderLine(const RecordingHeader& header);
+std::string OperationLine(const OperationRecord& record);
+inline constexpr const char* kCompleteLine = "{\"complete\":true}\n";
 
-// "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
+// Returns for example "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
 std::string OpenFlagsText(int flags);
-// The mode of an open, or 0 where the flags give it no meaning: it is whatever lay on the stack.
+// Returns the mode of an open, or 0 when the flags give it no meaning: then the value is whatever
+// was on the stack.
 unsigned OpenMode(const OperationRecord& record);
 
 }  // namespace zulisim

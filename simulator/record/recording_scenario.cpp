@@ -44,13 +44,8 @@ std::string Range(std::uint64_t first, std::uint64_t last, bool forEver = false)
 class ScenarioMaker {
  public:
   explicit ScenarioMaker(const Recording& recording)
-      : clients_(recording.clients.empty() ? DefaultClients() : recording.clients) {
-    OperationDecoder decoder(clients_);
-    for (const RecordedOperation& operation : recording.operations) {
-      OperationRecord record = operation.record;
-      decoder.Decode(&record);
-      OnOperation(record);
-    }
+      : clients_(recording.header.clients) {
+    for (const OperationRecord& record : recording.operations) OnOperation(record);
   }
 
   std::string Clients() const {

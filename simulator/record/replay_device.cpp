@@ -44,16 +44,12 @@ std::string ArgumentsText(const OperationRecord& record) {
   return text;
 }
 
-std::vector<Client> ClientsOf(const Recording& recording) {
-  return recording.clients.empty() ? DefaultClients() : recording.clients;
-}
-
 }  // namespace
 
 ReplayDevice::ReplayDevice(Recording recording, bool inTime)
-    : DecodedDevice(ClientsOf(recording)), recording_(std::move(recording)), inTime_(inTime) {
+    : DecodedDevice(recording.header.clients), recording_(std::move(recording)), inTime_(inTime) {
   for (std::size_t i = 0; i < recording_.operations.size(); ++i) {
-    const OperationRecord& record = recording_.operations[i].record;
+    const OperationRecord& record = recording_.operations[i];
     const bool isOpen = record.operation == Operation::kOpen;
     (isOpen ? opens_ : streams_[record.connection]).push_back(i);
   }
@@ -63,11 +59,11 @@ const OperationRecord* ReplayDevice::Compared(Indices* indices, const OperationR
   if (lost_) return nullptr;
   if (!indices->empty()) {
     const std::size_t index = indices->front();
-    const RecordedOperation& expected = recording_.operations[index];
-    if (SameArguments(expected.record, got)) {
+    const OperationRecord& expected = recording_.operations[index];
+    if (SameArguments(expected, got)) {
       indices->pop_front();
       ++replayed_;
-      return &expected.record;
+      return &expected;
     }
     divergence_ = Divergence{expected, index + 1, got};
   } else if (recording_.cut) {
@@ -83,7 +79,7 @@ const OperationRecord* ReplayDevice::Compared(Indices* indices, const OperationR
 std::uint64_t ReplayDevice::Match(const OperationRecord& got) {
   const auto begins = [&](std::uint64_t recorded) {
     const Indices& indices = streams_[recorded];
-    return !indices.empty() && SameArguments(recording_.operations[indices.front()].record, got);
+    return !indices.empty() && SameArguments(recording_.operations[indices.front()], got);
   };
   auto found = std::find_if(unmatched_.begin(), unmatched_.end(), begins);
   if (found == unmatched_.end()) found = unmatched_.begin();
@@ -95,9 +91,9 @@ std::uint64_t ReplayDevice::Match(const OperationRecord& got) {
 // A read that was waiting when its program or the run ended.
 bool ReplayDevice::EndsAfterClose(const Indices& indices, const OperationRecord& got) const {
   if (indices.size() < 2 || got.operation != Operation::kRead) return false;
-  const OperationRecord& first = recording_.operations[indices[0]].record;
+  const OperationRecord& first = recording_.operations[indices[0]];
   return first.operation == Operation::kClose &&
-         SameArguments(recording_.operations[indices[1]].record, got);
+         SameArguments(recording_.operations[indices[1]], got);
 }
 
 const OperationRecord* ReplayDevice::Next(const OperationRecord& got,
@@ -185,7 +181,7 @@ std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t c
   if (lost_) return std::chrono::nanoseconds(0);
   const auto stream = found->second ? streams_.find(*found->second) : streams_.end();
   if (stream == streams_.end() || stream->second.empty()) return std::nullopt;
-  const OperationRecord& next = recording_.operations[stream->second.front()].record;
+  const OperationRecord& next = recording_.operations[stream->second.front()];
   if (next.operation != Operation::kRead) return std::nullopt;
   return std::chrono::nanoseconds(0);
 }
@@ -233,22 +229,22 @@ std::size_t ReplayDevice::Replayed() const {
 std::string DivergenceText(const ReplayDevice::Divergence& divergence) {
   std::string text;
   if (divergence.expected) {
-    const RecordedOperation& expected = *divergence.expected;
+    const OperationRecord& expected = *divergence.expected;
     text = "at operation " + std::to_string(divergence.number) + " (line " +
-           std::to_string(expected.line) + ")";
-    if (expected.record.connection != 0) {
-      text += " on connection #" + std::to_string(expected.record.connection);
+           std::to_string(divergence.number + 1) + ")";
+    if (expected.connection != 0) {
+      text += " on connection #" + std::to_string(expected.connection);
     }
-    text += "\n  expected  " + ArgumentsText(expected.record);
+    text += "\n  expected  " + ArgumentsText(expected);
   } else {
     text = "after its last operation\n  expected  the end of the program";
   }
   text += "\n  got       " +
           (divergence.got ? ArgumentsText(*divergence.got) : "the end of the program") + "\n";
   const bool sameKind = divergence.expected && divergence.got &&
-                        divergence.expected->record.operation == divergence.got->operation;
+                        divergence.expected->operation == divergence.got->operation;
   if (sameKind) {
-    text += common::HexDiff(divergence.expected->record.input, divergence.got->input);
+    text += common::HexDiff(divergence.expected->input, divergence.got->input);
   }
   return text;
 }

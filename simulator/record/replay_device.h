@@ -40,9 +40,9 @@ class ReplayDevice : public DecodedDevice {
   void End();
 
   struct Divergence {
-    std::optional<RecordedOperation> expected;  // nothing: the recording had come to its end
-    std::size_t number = 0;                     // of `expected` in the recording, from 1 on
-    std::optional<OperationRecord> got;         // nothing: the program had come to its end
+    std::optional<OperationRecord> expected;  // nothing: the recording had come to its end
+    std::size_t number = 0;                   // of `expected` in the recording, from 1 on
+    std::optional<OperationRecord> got;       // nothing: the program had come to its end
   };
   std::optional<Divergence> FirstDivergence() const;
   // The program came to where the recording is cut.

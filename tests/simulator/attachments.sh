@@ -90,8 +90,8 @@ slow=(--reply 'kalo:*=latency:60s')
 left_behind "$zulisim" record --device $device -o left.engine "${slow[@]}"
 [ $device = fuse ] || left_behind "$zulisim" run -q "${slow[@]}" -- "$zulisim" record -o left.device
 for left in left.*; do
-  holds $left 'gone  -> ok .*# still open when the service of the device ended'
-  holds $left 'read 9  -> EBADF'
+  holds $left '"abandoned":true,.*"still open when the service of the device ended"'
+  holds $left '"read","length":9,.*"errno":"EBADF"'
   left_behind "$zulisim" replay -q --device $device $left
 done
 # A program that runs into its limit learns it and goes on; many threads share what is open.

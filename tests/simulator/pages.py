@@ -92,7 +92,8 @@ def check_show(zulisim, program, folder):
                         *f"open connect {command * 3} write:30 close open open connect {command}"
                         f" write:30 read:64 {command} write:5000 read:9".split()],
                        cwd=folder, check=True, stdout=subprocess.DEVNULL, timeout=60)
-        return re.sub(r"  # .*|  \d+\.\d+|  in .*", "", (folder / name).read_text(encoding="utf-8"))
+        return re.sub(r'"(started|start_ns|duration_ns|process|thread|note|program)":[^,\n]*', "",
+                      (folder / name).read_text(encoding="utf-8"))
 
     command = "write:30 read:64 read:16 "
     private = "00112233100000008899aabbccddeeff"  # the next request begins with it

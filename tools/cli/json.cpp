@@ -1,5 +1,6 @@
 #include "tools/cli/json.h"
 
+#include "common/hex.h"
 #include "tools/call/status_text.h"
 
 namespace kaloctl {
@@ -19,14 +20,7 @@ Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::
 }
 
 Json BytesJson(const std::vector<std::uint8_t>& bytes) {
-  if (bytes.empty()) return nullptr;
-  constexpr char kDigits[] = "0123456789abcdef";
-  std::string text;
-  for (const std::uint8_t byte : bytes) {
-    text += kDigits[byte >> 4];
-    text += kDigits[byte & 15];
-  }
-  return text;
+  return bytes.empty() ? Json() : Json(common::HexDigits(bytes));
 }
 
 }  // namespace kaloctl
