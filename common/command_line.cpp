@@ -104,6 +104,17 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
+// Throws UsageError that names the option when `text` is none of `words`.
+std::size_t IndexOf(const std::string& text, const std::vector<std::string>& words,
+                    const std::string& option) {
+  const auto found = std::find(words.begin(), words.end(), text);
+  if (found == words.end()) {
+    throw UsageError(
+        Format("{}: unknown value {}; expected {}", option, Quoted(text), Joined(words, " or ")));
+  }
+  return static_cast<std::size_t>(found - words.begin());
+}
+
 }  // namespace
 
 Option& Option::Require() {
@@ -162,16 +173,15 @@ Option Command::AddNumber(const std::string& names, std::optional<std::uint32_t>
 
 Option Command::AddWord(const std::string& names, const std::vector<std::string>& words,
                         const std::function<void(std::size_t)>& choose, const std::string& help) {
-  const auto store = [=](const std::string& text) {
-    const auto found = std::find(words.begin(), words.end(), text);
-    if (found == words.end()) {
-      throw UsageError(
-          Format("{}: unknown value {}; expected {}", names, Quoted(text), Joined(words, " or ")));
-    }
-    choose(static_cast<std::size_t>(found - words.begin()));
-  };
+  const auto store = [=](const std::string& text) { choose(IndexOf(text, words, names)); };
   return InGroup(
       app_->add_option_function<std::string>(names, store, help)->type_name(Joined(words, "|")));
+}
+
+Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
+                              std::string* target, const std::string& help) {
+  CLI::Option* option = app_->add_flag(name + "{" + words.front() + "}", *target, help);
+  return InGroup(option->each([=](const std::string& text) { IndexOf(text, words, name); }));
 }
 
 Option Command::AddList(const std::string& names, std::vector<std::string>* target,

@@ -84,6 +84,9 @@ class Command {
     return AddWord(
         names, words, [=](std::size_t index) { *target = choices[index].second; }, help);
   }
+  // Takes one of `words` after "=", and the first of them without a value.
+  Option AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
+                       std::string* target, const std::string& help);
   // Takes several values: an option with commas between them, or a positional argument that takes
   // all words.
   Option AddList(const std::string& names, std::vector<std::string>* target,

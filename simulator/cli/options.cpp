@@ -2,15 +2,14 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <filesystem>
 #include <iostream>
 #include <iterator>
 #include <stdexcept>
-#include <system_error>
 
 #include "common/command_line.h"
 #include "common/input.h"
 #include "common/input_error.h"
+#include "common/number.h"
 #include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/kernel/kernel_program.h"
@@ -18,6 +17,7 @@
 #include "simulator/kernel/kernel_support.h"
 #include "simulator/preload/preloaded_program.h"
 #include "simulator/preload/protocol.h"
+#include "simulator/program/program.h"
 #include "simulator/scenario/scenario_file.h"
 #include "simulator/scenario/scenario_options.h"
 
@@ -41,43 +41,40 @@ void AddInstruction(common::Command* command, Scenario* scenario, const char* na
   command->AddRepeated(name, take, shape, description);
 }
 
-struct NamedFile {
-  std::string option;
-  std::string path;
-};
-
-// Anything but a regular file, such as a terminal, may take the texts of several.
-bool SameFile(const std::string& one, const std::string& other) {
-  namespace fs = std::filesystem;
-  if (one.empty() || other.empty()) return false;
-  std::error_code error;
-  const auto type = fs::status(other, error).type();
-  if (type != fs::file_type::regular && type != fs::file_type::not_found) return false;
-  if (fs::equivalent(one, other, error)) return true;
-  const fs::path path = fs::weakly_canonical(fs::absolute(one), error);
-  return !error && path == fs::weakly_canonical(fs::absolute(other), error) && !error;
+// "failures", "client=NAME" or "command=NUMBER"
+void AddFilter(const std::string& text, TranscriptFilter* filter) {
+  const std::size_t end = std::min(text.find('='), text.size());
+  const std::string name = text.substr(0, end);
+  const std::string value = text.substr(std::min(end + 1, text.size()));
+  if (text == "failures") {
+    filter->failures = true;
+  } else if (name == "client" && !value.empty()) {
+    filter->client = value;
+  } else if (name == "command") {
+    filter->command = static_cast<std::uint32_t>(common::RequireNumber("--only: a command", value));
+  } else {
+    throw common::UsageError("--only: expected failures, client=NAME or command=NUMBER, not " +
+                             common::Quoted(text));
+  }
 }
 
 }  // namespace
 
-void RefuseSharedFiles(const common::Command& command, const Scenario& scenario) {
+std::vector<NamedFile> InputFiles(const Scenario& scenario) {
   std::vector<NamedFile> files;
-  for (const std::string& path : scenario.files) {
-    // Standard input is not standard output, which has the same name.
-    if (path != "-") files.push_back({"--scenario", path});
+  for (const std::string& path : scenario.files) files.push_back({"--scenario", path});
+  return files;
+}
+
+std::vector<NamedFile> InputFiles(const ProgramOptions& options,
+                                  const std::vector<std::string>& arguments) {
+  std::vector<NamedFile> files = InputFiles(options.scenario);
+  files.push_back({"the program", FindProgram(arguments.front())});
+  if (options.root.empty()) return files;
+  for (const char* name : {"/data/Marvoleth.log", "/etc/vrel_registry.txt"}) {
+    files.push_back({"the program's", options.root + name});
   }
-  for (const char* name : {"FILE", "--from", "--fuse"}) {
-    files.push_back({name, command.ValueOf(name)});
-  }
-  for (const char* name : {"--output", "--transcript", "--trace", "--report"}) {
-    const std::string path = command.ValueOf(name);
-    for (const NamedFile& other : files) {
-      if (!SameFile(other.path, path)) continue;
-      throw common::UsageError(std::string(name) + ": " + common::Quoted(path) + " is named by " +
-                               other.option + " as well; name another, it would be overwritten");
-    }
-    files.push_back({name, path});
-  }
+  return files;
 }
 
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
@@ -137,8 +134,20 @@ void AddOutputOptions(common::Command* command, OutputOptions* options) {
   command->AddFile("--trace", &options->traceFile,
                    "Write Chrome trace events to FILE, for the Perfetto viewer");
   command->AddFile("--report", &options->reportFile,
-                   "Write a sequence diagram to FILE, an HTML page that needs nothing else");
-  command->AddFlag("--time", &options->time, "In the transcript, show the seconds since the start");
+                   "Write one HTML page about the run to FILE; implies --log");
+  command->AddFlagOrWord("--time", {"start", "clock"}, &options->time,
+                         "In the transcript, show the seconds since the start, or with "
+                         "--time=clock the local date and time, as logcat does");
+  command->AddRepeated(
+      "--only", [options](const std::string& text) { AddFilter(text, &options->only); },
+      "failures|client=NAME|command=NUMBER",
+      "In the transcript, show only failed operations and negative statuses, one client, or one "
+      "command; repeat it to combine them");
+  command->AddFlag("--summary", &options->summary,
+                   "At the end, print the operations by kind, the failures by errno, and the "
+                   "commands with their latency");
+  command->AddFile("--summary-json", &options->summaryFile,
+                   "Write the same to FILE as JSON; - is standard output");
   command->AddNumber("--bytes", &options->bytes,
                      "In the transcript, show up to N bytes of each message");
   command->AddFlag("-q,--quiet", &options->quiet, "No transcript on standard error");

@@ -24,7 +24,8 @@ struct ProgramOptions {
 
 // --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(common::Command* command, ProgramOptions* options);
-// --quiet, --transcript, --connection-numbers, --time, --bytes, --trace and --report
+// --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report, --summary
+// and --summary-json
 void AddOutputOptions(common::Command* command, OutputOptions* options);
 // --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line, and
 // --strict.
@@ -36,9 +37,12 @@ bool HasInstructions(const common::Command& command);
 // strict about that.
 int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status);
 
-// Throws common::UsageError when a file that is to be written is named by another option as well,
-// or was read for `scenario`. To be called before the first of them is opened.
-void RefuseSharedFiles(const common::Command& command, const Scenario& scenario);
+// The files that `scenario` was read from, for CheckOutputs.
+std::vector<NamedFile> InputFiles(const Scenario& scenario);
+// The same, with the program that `arguments` start and what it reads and writes in --root. Throws
+// ProgramError when there is no such program.
+std::vector<NamedFile> InputFiles(const ProgramOptions& options,
+                                  const std::vector<std::string>& arguments);
 
 // Throws common::InputError that names the file and the place in it.
 Recording ReadRecording(const std::string& path);

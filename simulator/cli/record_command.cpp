@@ -60,11 +60,17 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
 }
 
 int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
+  std::vector<NamedFile> inputs = InputFiles(options, arguments);
+  inputs.push_back({"--from", options.device});
+  std::vector<NamedFile> outputs = options.output.Files();
+  outputs.push_back({"--output", options.file});
+  CheckOutputs(outputs, inputs);
   const auto program = MakeServedProgram(options, arguments);
   const std::unique_ptr<Device> device = MakeDevice(options);
   OutputFile file("recording", options.file,
-                  options.force ? OutputFile::Access::kPrivate : OutputFile::Access::kPrivateNew);
+                  options.force ? OutputFile::Existing::kReplace : OutputFile::Existing::kRefuse);
   int status = kOwnFailure;
+  bool complete = false;
   {
     const bool redact = options.output.redact;
     const std::vector<std::string> shown =
@@ -75,7 +81,8 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
         device.get(), [&file](const std::string& line) { file.Write(line); },
         {"zulisim " ZULISIM_VERSION, "", shown, options.scenario.clients, redact});
     RunOutput output(options.output, {shown, instructions, program->LogFile()}, device.get());
-    status = output.Ended(program->Run(*device));
+    status = program->Run(*device);
+    complete = output.Finish(status);
     if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
       status = ReportMissed(options.scenario, *engine, options.strict, status);
     }
@@ -84,7 +91,7 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
     std::cerr << "zulisim: there was no operation to record; " << common::Quoted(options.file)
               << " was not written\n";
   }
-  return file.Close() ? status : kOwnFailure;
+  return file.Close() && complete ? status : kOwnFailure;
 }
 
 }  // namespace
@@ -110,7 +117,6 @@ void DefineRecord(common::Command* program) {
     if (options->engine && command->Has("--from")) {
       throw common::UsageError("--from: a device takes no instructions and is not the engine");
     }
-    RefuseSharedFiles(*command, options->scenario);
     return Record(*options, options->program);
   });
 }

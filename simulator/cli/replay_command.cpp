@@ -65,13 +65,18 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
     std::cerr << "zulisim: '" << options.file << "' is cut after operation " << operations
               << "; it is replayed up to there\n";
   }
+  std::vector<NamedFile> inputs = InputFiles(options, arguments);
+  inputs.push_back({"the recording", options.file});
+  CheckOutputs(options.output.Files(), inputs);
   const auto program = MakeServedProgram(options, arguments);
   ReplayDevice device(std::move(recording), options.inTime);
   RunOutput output(options.output, {arguments, {"replay of " + options.file}, program->LogFile()},
                    &device);
-  const int status = output.Ended(program->Run(device));
+  const int programStatus = program->Run(device);
+  const bool complete = output.Finish(programStatus);
   device.End();
-  return Report(device, options.file, operations, status);
+  const int status = Report(device, options.file, operations, programStatus);
+  return complete ? status : kOwnFailure;
 }
 
 }  // namespace
@@ -85,7 +90,6 @@ void DefineReplay(common::Command* program) {
   AddProgramOptions(command, options.get());
   command->TakeProgram(&options->program);
   command->SetAction([=] {
-    RefuseSharedFiles(*command, {});
     return Replay(*options, options->program);
   });
 }

@@ -45,17 +45,20 @@ Examples:
               --fault 'write:3-=EIO' ./driver --verbose
 
 Exit status: the program's; 128 and the signal's number when a signal ended it; 122 with
---strict when something that was asked for did not happen; 125 when zulisim itself fails, 126
+--strict when something that was asked for did not happen; 125 when zulisim itself fails or an output is incomplete, 126
 when the program cannot be run or served, 127 when there is none.)";
 
 int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
+  CheckOutputs(options.output.Files(), InputFiles(options, arguments));
   const auto program = MakeServedProgram(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
                    &engine);
-  const int status = output.Ended(program->Run(engine));
-  return ReportMissed(options.scenario, engine, options.strict, status);
+  const int programStatus = program->Run(engine);
+  const bool complete = output.Finish(programStatus);
+  const int status = ReportMissed(options.scenario, engine, options.strict, programStatus);
+  return complete ? status : kOwnFailure;
 }
 
 }  // namespace
@@ -68,7 +71,6 @@ void DefineRun(common::Command* program) {
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
   command->SetAction([=] {
-    RefuseSharedFiles(*command, options->scenario);
     return Run(*options, options->program);
   });
 }

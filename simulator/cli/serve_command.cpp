@@ -158,6 +158,9 @@ int Serve(const ServeOptions& options) {
   // Empty with --cuse, and with --fuse that names no file.
   const std::string path =
       options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
+  std::vector<NamedFile> inputs = InputFiles(options.scenario);
+  inputs.push_back({"--fuse", options.file});
+  CheckOutputs(options.output.Files(), inputs);
   CheckKernelCarries(options.scenario, kind);
   CheckKernelServes(kind);
   const ChildSignals signals;
@@ -170,15 +173,17 @@ int Serve(const ServeOptions& options) {
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   Scenario scenario = options.scenario;
+  RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
+                   &engine);
   {
-    const RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
-                           &engine);
     KernelServer server(engine, kind, path, geteuid() == 0);
     const auto control = MakeControl(kind, path, &engine, &scenario);
     std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
     WaitForEnd(server);
   }
-  return ReportMissed(scenario, engine, options.strict, 0);
+  const bool complete = output.Finish(std::nullopt);
+  const int status = ReportMissed(scenario, engine, options.strict, 0);
+  return complete ? status : kOwnFailure;
 }
 
 }  // namespace
@@ -203,7 +208,6 @@ void DefineServe(common::Command* program) {
     if (!options->characterDevice && !command->Has("--fuse")) {
       throw common::UsageError("choose how to serve: --cuse or --fuse [FILE]");
     }
-    RefuseSharedFiles(*command, options->scenario);
     return Serve(*options);
   });
 }

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <iostream>
 #include <memory>
 
@@ -35,6 +36,9 @@ struct ShowOptions {
 };
 
 int Show(ShowOptions options) {
+  std::vector<NamedFile> outputs = options.output.Files();
+  outputs.push_back({"--scenario", options.scenarioFile});
+  CheckOutputs(outputs, {{"the recording", options.file}});
   const Recording recording = ReadRecording(options.file);
   if (recording.cut) {
     std::cerr << "zulisim: '" << options.file << "' is cut after operation "
@@ -44,18 +48,20 @@ int Show(ShowOptions options) {
     std::cerr << "zulisim: '" << options.file << "' is redacted: it holds no message bodies\n";
   }
   OutputOptions* const wanted = &options.output;
-  const bool others = !wanted->transcriptFile.empty() || !wanted->traceFile.empty() ||
-                      !wanted->reportFile.empty() || !options.scenarioFile.empty();
+  const bool others =
+      wanted->summary || std::any_of(outputs.begin(), outputs.end(),
+                                     [](const NamedFile& file) { return !file.path.empty(); });
   if (!others && !wanted->quiet) wanted->transcriptFile = "-";
   wanted->quiet = true;
-  {
-    RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
-    for (const OperationRecord& record : recording.operations) output.OnOperation(record);
+  RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
+  for (const OperationRecord& record : recording.operations) output.OnOperation(record);
+  bool complete = output.Finish(std::nullopt);
+  if (!options.scenarioFile.empty()) {
+    OutputFile file("scenario", options.scenarioFile);
+    file.Write(ScenarioOf(recording, options.file));
+    complete = file.Close() && complete;
   }
-  if (options.scenarioFile.empty()) return 0;
-  OutputFile file("scenario", options.scenarioFile);
-  file.Write(ScenarioOf(recording, options.file));
-  return file.Close() ? 0 : kOwnFailure;
+  return complete ? 0 : kOwnFailure;
 }
 
 }  // namespace
@@ -69,7 +75,6 @@ void DefineShow(common::Command* program) {
                    "Write a scenario to FILE that has the engine do what was recorded");
   AddOutputOptions(command, &options->output);
   command->SetAction([=] {
-    RefuseSharedFiles(*command, {});
     return Show(*options);
   });
 }

@@ -3,25 +3,36 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <vector>
 
 namespace zulisim {
 
 // Takes a text piece by piece.
 using TextSink = std::function<void(const std::string& text)>;
 
-// A file that a run writes as it goes: each piece reaches the file at once, so that a crash loses
-// nothing, and the program does not inherit the descriptor. Not thread-safe.
+// A file of the command line.
+struct NamedFile {
+  std::string name;  // the option, "--report", or "the program"
+  std::string path;  // empty for an option that was not given
+};
+
+// Throws common::InputError when an output is the same regular file as an input or another output,
+// by whatever name. Call it before any output is opened.
+void CheckOutputs(const std::vector<NamedFile>& outputs, const std::vector<NamedFile>& inputs);
+
+// A file that a run writes as it goes. Each piece reaches the file at once, so that a crash loses
+// nothing, and the program does not inherit the descriptor. Only the owner can read the file,
+// because it may hold messages. Not thread-safe.
 class OutputFile {
  public:
-  // kShared: what is there is written over. The others make a file that its owner alone can read,
-  // and leave what is there, or nothing, as it was until the first Write; kPrivateNew refuses a
-  // file that is there already.
-  enum class Access { kShared, kPrivate, kPrivateNew };
+  enum class Existing { kReplace, kRefuse };
 
   // `what` names the file's kind in the text of the std::runtime_error for one that cannot be
-  // written. "-" and the names in "/dev" of what is open already are written on from where they
-  // are.
-  OutputFile(const std::string& what, const std::string& path, Access access = Access::kShared);
+  // written, such as a FIFO without a reader, for which this does not wait. An existing file keeps
+  // its content, and a new one exists, only from the first Write on. "-", "/dev/stdout" and their
+  // like stand for descriptors that are open already and are not emptied.
+  OutputFile(const std::string& what, const std::string& path,
+             Existing existing = Existing::kReplace);
   ~OutputFile() { Close(); }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
@@ -30,7 +41,7 @@ class OutputFile {
   void Write(const std::string& text);
   // Whether there was a Write.
   bool Written() const { return written_; }
-  // False, with a complaint on standard error the first time, when anything written was lost.
+  // False when anything written was lost; the first call then says so on standard error.
   bool Close();
 
  private:
@@ -39,7 +50,6 @@ class OutputFile {
 
   const std::string name_;
   const std::string path_;
-  const bool isPrivate_;
   bool isNew_ = false;
   bool written_ = false;
   std::FILE* file_ = nullptr;

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string>
 
 #include "common/log_splitter.h"
@@ -8,22 +10,32 @@
 
 namespace zulisim {
 
+class RunSummary;
+
 // A line of the library's log; each KaloInit3 of a program has one more copy of it written.
 struct LogLine {
   common::LogRecord record;
   std::size_t copies = 1;
+
+  // True for the one line that the library writes when an API call fails.
+  bool IsFailure() const {
+    return record.text.find("Exception") != std::string::npos ||
+           record.text.find("API failed") != std::string::npos;
+  }
 };
 
 // "KaloInit3:80  Executing call to KaloInit3()  x2"
 std::string LogLineText(const LogLine& line);
 
-// What a run tells those who write it down. Calls come one at a time.
+// Writes one of a run's outputs. Calls come one at a time.
 class OutputWriter : public OperationObserver {
  public:
-  // The line was written before the next operation that is told of ended.
+  // The library wrote the line before the next operation ended.
   virtual void OnLogLine(const LogLine& line) = 0;
-  // The program has ended; none of this comes for one that nobody waits for.
-  virtual void OnExit(int /*status*/) {}
+  // Something else happened at `time`, in the time of Now(): "tell lose".
+  virtual void OnNote(const std::string& text, std::chrono::nanoseconds time) = 0;
+  // The run has ended; nothing follows. `status` is the program's exit status, if there is one.
+  virtual void Finish(const RunSummary& /*summary*/, std::optional<int> /*status*/) {}
 };
 
 }  // namespace zulisim

@@ -1,41 +1,60 @@
 #pragma once
 
+#include <chrono>
+#include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <optional>
+#include <string>
 #include <vector>
 
-#include "simulator/output/exchange_history.h"
+#include <nlohmann/json_fwd.hpp>
+
 #include "simulator/output/output_file.h"
 #include "simulator/output/output_writer.h"
-#include "simulator/output/report_page.h"
 
 namespace zulisim {
 
-// Collects a run and writes one page at its end: a sequence diagram of driver, library and engine,
-// complete in itself, with the bytes of each arrow. Of a long run the page shows the beginning, the
-// end and the surroundings of each failure that the driver saw, and of others as far as there is
-// room; all the rest is only counted.
+// What the page says of the run. An empty text is left out.
+struct ReportHead {
+  std::string program;
+  std::string instructions;
+  std::string version;
+  std::string date;
+};
+
+// Collects a run and writes one HTML page at its end: report.html with its style and script, and
+// the run as JSON within. The page refers to nothing outside of itself. Of a long run it holds the
+// first and last 100,000 lines and those around each failure; all others are only counted.
 class ReportWriter : public OutputWriter {
  public:
-  ReportWriter(TextSink sink, ReportHead head);
-  ~ReportWriter() override;
-  ReportWriter(const ReportWriter&) = delete;
-  ReportWriter& operator=(const ReportWriter&) = delete;
+  // `clock` is the system clock's time, since its epoch, at the zero of Now().
+  ReportWriter(TextSink sink, ReportHead head, std::chrono::nanoseconds clock);
   void OnOperation(const OperationRecord& record) override;
   void OnLogLine(const LogLine& line) override;
-  void OnExit(int status) override { report_.exitStatus = status; }
+  void OnNote(const std::string& text, std::chrono::nanoseconds time) override;
+  void Finish(const RunSummary& summary, std::optional<int> status) override;
 
  private:
-  void Count(const OperationRecord& record, const std::vector<DiagramStep>& steps);
-  void Add(const OperationRecord& record, std::vector<DiagramStep> steps);
+  // An operation, a line of the log, or a note.
+  struct Row {
+    std::string json;
+    std::uint64_t number = 0;  // in the run, from 1 on
+    bool kept = false;
+  };
+
+  void Add(const nlohmann::ordered_json& row, bool failed);
+  double SinceStart(std::chrono::nanoseconds time);
 
   const TextSink sink_;
-  Report report_;
-  ExchangeHistory history_;
-  std::deque<Report::Entry> recent_;  // the end so far
+  const ReportHead head_;
+  const std::chrono::nanoseconds clock_;
+  std::vector<Row> kept_;
+  std::deque<Row> recent_;
   std::uint64_t added_ = 0;
-  std::uint64_t keepUntil_ = 0;  // by Report::Entry::number
-  OperationRecord last_;
+  std::uint64_t keepUntil_;  // by Row::number
+  std::size_t held_ = 0;     // bytes of all rows
+  std::optional<std::chrono::nanoseconds> start_;
 };
 
 }  // namespace zulisim

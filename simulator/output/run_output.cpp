@@ -1,23 +1,19 @@
 #include "simulator/output/run_output.h"
 
+#include <algorithm>
 #include <ctime>
 #include <iostream>
 #include <utility>
 
+#include <nlohmann/json.hpp>
+
 #include "common/colours.h"
 #include "common/text.h"
-#include "simulator/output/output_file.h"
 #include "simulator/output/report_writer.h"
 #include "simulator/output/trace_writer.h"
-#include "simulator/output/transcript.h"
 
 namespace zulisim {
 namespace {
-
-TextSink FileSink(const char* what, const std::string& path) {
-  const auto file = std::make_shared<OutputFile>(what, path);
-  return [file](const std::string& text) { file->Write(text); };
-}
 
 std::string Date() {
   const std::time_t now = std::time(nullptr);
@@ -26,27 +22,31 @@ std::string Date() {
   return text;
 }
 
+// How far the system clock is ahead of Now().
+std::chrono::nanoseconds SystemClock() {
+  return std::chrono::system_clock::now().time_since_epoch() - Now();
+}
+
 }  // namespace
 
 RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, Device* device)
     : device_(device),
+      printsSummary_(options.summary),
       redact_(options.redact),
       folder_([this](const common::LogRecord& record, std::size_t copies) {
+        summary_.Add(LogLine{record, copies});
         for (const auto& writer : writers_) writer->OnLogLine({record, copies});
       }) {
+  const std::chrono::nanoseconds clock = SystemClock();
   TranscriptStyle style;
   style.connectionNumbers = options.connectionNumbers;
   style.bytes = options.bytes.value_or(0);
-  if (options.time) style.start = device == nullptr ? std::chrono::nanoseconds() : Now();
-  if (!options.transcriptFile.empty()) {
-    writers_.push_back(
-        std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
+  style.only = options.only;
+  if (options.time == "clock") style.clock = clock;
+  if (options.time == "start") {
+    style.start = device == nullptr ? std::chrono::nanoseconds() : Now();
   }
-  if (!options.quiet) {
-    style.colours = common::ColoursFor(stderr);
-    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
-    writers_.push_back(std::make_unique<Transcript>(sink, style));
-  }
+  AddTranscripts(options, style);
   const std::string name = common::Joined(run.program, " ");
   if (!options.traceFile.empty()) {
     writers_.push_back(std::make_unique<TraceWriter>(FileSink("trace", options.traceFile), name));
@@ -55,9 +55,12 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
     writers_.push_back(
         std::make_unique<ReportWriter>(FileSink("report", options.reportFile),
                                        ReportHead{name, common::Joined(run.instructions, " "),
-                                                  "zulisim " ZULISIM_VERSION, Date()}));
+                                                  "zulisim " ZULISIM_VERSION, Date()},
+                                       clock));
   }
-  if ((options.log || options.logDetail) && !run.logFile.empty()) {
+  if (!options.summaryFile.empty()) summarySink_ = FileSink("summary", options.summaryFile);
+  const bool log = options.log || options.logDetail || !options.reportFile.empty();
+  if (log && !run.logFile.empty()) {
     log_ = std::make_unique<common::FileFollower>(run.logFile, common::FileFollower::From::kEnd);
   }
   if (device_ != nullptr) device_->AddObserver(this);
@@ -65,23 +68,56 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
 
 RunOutput::~RunOutput() {
   if (device_ != nullptr) device_->RemoveObserver(this);
-  const std::lock_guard<std::mutex> lock(mutex_);
-  PassOnLog();
 }
 
-int RunOutput::Ended(int status) {
+TextSink RunOutput::FileSink(const char* what, const std::string& path) {
+  const auto file = std::make_shared<OutputFile>(what, path);
+  files_.push_back(file);
+  return [file](const std::string& text) { file->Write(text); };
+}
+
+void RunOutput::AddTranscripts(const OutputOptions& options, TranscriptStyle style) {
+  if (!options.transcriptFile.empty()) {
+    writers_.push_back(
+        std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
+  }
+  if (options.quiet) return;
+  style.colours = common::ColoursFor(stderr);
+  const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
+  writers_.push_back(std::make_unique<Transcript>(sink, style));
+}
+
+bool RunOutput::Finish(std::optional<int> status) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
-  for (const auto& writer : writers_) writer->OnExit(status);
-  return status;
+  for (const auto& writer : writers_) writer->Finish(summary_, status);
+  writers_.clear();
+  if (printsSummary_) std::cerr << "zulisim: " << summary_.Text();
+  if (summarySink_) {
+    using Json = nlohmann::ordered_json;
+    summarySink_(summary_.Json().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+  }
+  bool complete = true;
+  for (const auto& file : files_) {
+    file->Write("");  // a transcript without operations
+    complete = file->Close() && complete;
+  }
+  return complete;
 }
 
 void RunOutput::OnOperation(const OperationRecord& record) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
+  summary_.Add(record);
   OperationRecord shown = record;
   if (redact_) RemoveBodies(&shown);
   for (const auto& writer : writers_) writer->OnOperation(shown);
+}
+
+void RunOutput::Note(const std::string& text) {
+  const std::lock_guard<std::mutex> lock(mutex_);
+  PassOnLog();
+  for (const auto& writer : writers_) writer->OnNote(text, Now());
 }
 
 // The program waits for the operation that this comes before, so that what its thread has written

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
+#include <strings.h>
 
 #include "common/hex.h"
 #include "common/number.h"
@@ -52,9 +54,21 @@ std::string ThreadName(const OperationRecord& record) {
   return record.thread == record.process ? process : process + "/" + std::to_string(record.thread);
 }
 
-std::string SecondsSince(std::chrono::nanoseconds start, std::chrono::nanoseconds time) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "%.6f", static_cast<double>((time - start).count()) / 1e9);
+// "0.000123", or "11-21 23:57:52.123456" as logcat has it; empty for neither.
+std::string TimeText(std::chrono::nanoseconds time, const TranscriptStyle& style) {
+  char text[64] = "";
+  if (style.start) {
+    const std::chrono::duration<double> seconds = time - *style.start;
+    std::snprintf(text, sizeof(text), "%-9.6f", seconds.count());
+  } else if (style.clock) {
+    const std::int64_t microseconds = (time + *style.clock).count() / 1000;
+    const std::time_t seconds = microseconds / 1000000;
+    struct tm local {};
+    localtime_r(&seconds, &local);
+    const std::size_t length = std::strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
+    std::snprintf(text + length, sizeof(text) - length, ".%06d",
+                  static_cast<int>(microseconds % 1000000));
+  }
   return text;
 }
 
@@ -85,7 +99,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   char number[24];
   std::snprintf(number, sizeof(number), "%4llu", static_cast<unsigned long long>(record.sequence));
   std::string line = number;
-  if (style.start) Append(&line, Padded(SecondsSince(*style.start, record.start), 9));
+  Append(&line, TimeText(record.start, style));
   if (style.threads) Append(&line, Padded(ThreadName(record), 11));
   Append(&line, Padded(Descriptor(record, style), 5));
   Append(&line, Padded(record.client.empty() ? "-" : common::Printable(record.client), 4));
@@ -107,16 +121,41 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
   return line + BytesText(record, style.bytes);
 }
 
+bool Transcript::Shows(const OperationRecord& record) {
+  const TranscriptFilter& only = style_.only;
+  if (record.operation == Operation::kWrite) {
+    commands_[record.connection] = WordAt(record.input, kCommandIdOffset).value_or(0);
+  } else if (!record.IsTransfer()) {
+    commands_.erase(record.connection);
+  }
+  const bool failed = record.error != 0 || (record.status && IsNegative(*record.status));
+  if (only.failures && !failed) return false;
+  if (only.client && strcasecmp(only.client->c_str(), record.client.c_str()) != 0) return false;
+  if (!only.command) return true;
+  const auto command = commands_.find(record.connection);
+  return command != commands_.end() && command->second == *only.command;
+}
+
 void Transcript::OnOperation(const OperationRecord& record) {
   if (firstThread_ == 0) firstThread_ = record.thread;
   const bool another = record.thread != 0 && record.thread != firstThread_;
   style_.threads = style_.threads || (another && !style_.connectionNumbers);
-  sink_(TranscriptLine(record, style_) + "\n");
+  if (Shows(record)) sink_(TranscriptLine(record, style_) + "\n");
 }
 
 void Transcript::OnLogLine(const LogLine& line) {
-  sink_(std::string(style_.colours.dim) + " log  " + LogLineText(line) + style_.colours.reset +
-        "\n");
+  const TranscriptFilter& only = style_.only;
+  if (only.client || only.command || (only.failures && !line.IsFailure())) return;
+  WriteDim(" log  " + LogLineText(line));
+}
+
+void Transcript::OnNote(const std::string& text, std::chrono::nanoseconds time) {
+  const std::string at = TimeText(time, style_);
+  WriteDim("      " + (at.empty() ? "" : at + "  ") + common::Printable(text));
+}
+
+void Transcript::WriteDim(const std::string& line) {
+  sink_(style_.colours.dim + line + style_.colours.reset + "\n");
 }
 
 }  // namespace zulisim

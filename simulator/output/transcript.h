@@ -2,6 +2,8 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <map>
 #include <optional>
 #include <string>
 #include <utility>
@@ -13,16 +15,26 @@
 
 namespace zulisim {
 
+// Which lines a transcript has. Each condition that is set must hold.
+struct TranscriptFilter {
+  bool failures = false;                         // failed operations, negative statuses
+  std::optional<std::string> client;             // by its name, in either case of letters
+  std::optional<std::uint32_t> command;          // reads and writes of its exchanges
+};
+
 struct TranscriptStyle {
   common::Colours colours;
   // Name a descriptor by the engine's own number, "#1", which is the same however a program is
   // attached, and not by the program's, "fd 5", which is the default where it is known. Processes
   // and threads, which are never the same, are not named then.
   bool connectionNumbers = false;
-  // Show the time since this moment of the clock of Now().
+  // Show the seconds since this moment of the clock of Now().
   std::optional<std::chrono::nanoseconds> start = std::nullopt;
+  // Show the local date and time; the value is what the system clock is ahead of Now().
+  std::optional<std::chrono::nanoseconds> clock = std::nullopt;
   // So many bytes of each message follow its line.
   std::size_t bytes = 0;
+  TranscriptFilter only = {};
   // Name the process and, after a slash, the thread that is not its first.
   bool threads = false;
 };
@@ -39,11 +51,16 @@ class Transcript : public OutputWriter {
   Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(style) {}
   void OnOperation(const OperationRecord& record) override;
   void OnLogLine(const LogLine& line) override;
+  void OnNote(const std::string& text, std::chrono::nanoseconds time) override;
 
  private:
+  bool Shows(const OperationRecord& record);
+  void WriteDim(const std::string& line);
+
   const TextSink sink_;
   TranscriptStyle style_;
   int firstThread_ = 0;
+  std::map<std::uint64_t, std::uint32_t> commands_;  // the last of each connection
 };
 
 }  // namespace zulisim
