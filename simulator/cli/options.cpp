@@ -71,9 +71,8 @@ std::vector<NamedFile> InputFiles(const ProgramOptions& options,
   std::vector<NamedFile> files = InputFiles(options.scenario);
   files.push_back({"the program", FindProgram(arguments.front())});
   if (options.root.empty()) return files;
-  for (const char* name : {"/data/Marvoleth.log", "/etc/vrel_registry.txt"}) {
-    files.push_back({"the program's", options.root + name});
-  }
+  files.push_back({"the program's log", options.root + "/data/Marvoleth.log"});
+  files.push_back({"the program's registry file", options.root + "/etc/vrel_registry.txt"});
   return files;
 }
 

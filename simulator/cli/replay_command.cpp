@@ -89,9 +89,7 @@ void DefineReplay(common::Command* program) {
   command->AddFlag("--in-time", &options->inTime, "Let each operation take as long as it did");
   AddProgramOptions(command, options.get());
   command->TakeProgram(&options->program);
-  command->SetAction([=] {
-    return Replay(*options, options->program);
-  });
+  command->SetAction([=] { return Replay(*options, options->program); });
 }
 
 }  // namespace zulisim

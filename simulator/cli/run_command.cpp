@@ -70,9 +70,7 @@ void DefineRun(common::Command* program) {
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
-  command->SetAction([=] {
-    return Run(*options, options->program);
-  });
+  command->SetAction([=] { return Run(*options, options->program); });
 }
 
 }  // namespace zulisim

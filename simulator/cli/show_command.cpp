@@ -74,9 +74,7 @@ void DefineShow(common::Command* program) {
   command->AddFile("--scenario", &options->scenarioFile,
                    "Write a scenario to FILE that has the engine do what was recorded");
   AddOutputOptions(command, &options->output);
-  command->SetAction([=] {
-    return Show(*options);
-  });
+  command->SetAction([=] { return Show(*options); });
 }
 
 }  // namespace zulisim

@@ -71,10 +71,10 @@ void CheckOutputs(const std::vector<NamedFile>& outputs, const std::vector<Named
     const Target target(output.path, STDOUT_FILENO);
     for (const auto& [file, other] : seen) {
       if (!target.SameAs(other)) continue;
-      throw common::InputError(
-          common::Format("{}: {} is the same file as {}; choose another output file", output.name,
-                         common::Quoted(output.path),
-                         file.name + (file.path == output.path ? "" : " " + common::Quoted(file.path))));
+      throw common::InputError(common::Format(
+          "{}: {} is the same file as {}; choose another output file", output.name,
+          common::Quoted(output.path),
+          file.name + (file.path == output.path ? "" : " " + common::Quoted(file.path))));
     }
     seen.emplace_back(output, target);
   }

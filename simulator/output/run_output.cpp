@@ -52,11 +52,10 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
     writers_.push_back(std::make_unique<TraceWriter>(FileSink("trace", options.traceFile), name));
   }
   if (!options.reportFile.empty()) {
-    writers_.push_back(
-        std::make_unique<ReportWriter>(FileSink("report", options.reportFile),
-                                       ReportHead{name, common::Joined(run.instructions, " "),
-                                                  "zulisim " ZULISIM_VERSION, Date()},
-                                       clock));
+    writers_.push_back(std::make_unique<ReportWriter>(
+        FileSink("report", options.reportFile),
+        ReportHead{name, common::Joined(run.instructions, " "), "zulisim " ZULISIM_VERSION, Date()},
+        clock));
   }
   if (!options.summaryFile.empty()) summarySink_ = FileSink("summary", options.summaryFile);
   const bool log = options.log || options.logDetail || !options.reportFile.empty();

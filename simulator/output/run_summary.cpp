@@ -70,14 +70,9 @@ nlohmann::ordered_json RunSummary::Json() const {
     }
     commands.push_back(entry);
   }
-  return {{"operations", operations},
-          {"failures", failures},
-          {"commands", commands},
-          {"negative_statuses", negative_},
-          {"failed_calls", failedCalls_},
-          {"bytes_sent", sent_},
-          {"bytes_received", received_},
-          {"seconds", Seconds()}};
+  return {{"operations", operations},       {"failures", failures},         {"commands", commands},
+          {"negative_statuses", negative_}, {"failed_calls", failedCalls_}, {"bytes_sent", sent_},
+          {"bytes_received", received_},    {"seconds", Seconds()}};
 }
 
 std::string RunSummary::Text() const {

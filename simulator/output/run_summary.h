@@ -44,8 +44,8 @@ class RunSummary {
   double Seconds() const { return std::chrono::duration<double>(end_ - start_).count(); }
 
   std::array<std::uint64_t, kOperationCount> operations_{};
-  std::map<int, std::uint64_t> failures_;                                     // by errno
-  std::map<std::pair<std::string, std::string>, Command> commands_;           // by client and number
+  std::map<int, std::uint64_t> failures_;                            // by errno
+  std::map<std::pair<std::string, std::string>, Command> commands_;  // by client and number
   std::map<std::uint64_t, Request> requests_;  // the last one of each connection
   std::uint64_t negative_ = 0, failedCalls_ = 0;
   std::int64_t sent_ = 0, received_ = 0;

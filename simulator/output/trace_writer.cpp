@@ -86,6 +86,8 @@ void TraceWriter::OnOperation(const OperationRecord& record) {
   if (isRequest || !record.IsTransfer()) EndCommand(record, record.start);
   if (isRequest) BeginCommand(record);
   EmitOperation(record);
+  const auto command = commands_.find(record.connection);
+  if (command != commands_.end() && record.status) command->second = Hex(*record.status);
   if (record.error != 0) {
     EmitInstant(record.connection, ErrnoName(record.error), record.end);
   } else if (!record.why.empty()) {
@@ -113,7 +115,7 @@ void TraceWriter::EmitInstant(std::uint64_t track, const std::string& name,
 }
 
 void TraceWriter::BeginCommand(const OperationRecord& record) {
-  commands_.insert(record.connection);
+  commands_[record.connection] = "";
   const auto id = WordAt(record.input, kCommandIdOffset);
   Json event = Event("B", record.connection, "command " + (id ? Hex(*id) : "unknown"),
                      Json::object({{"bytes", record.length}}));
@@ -122,11 +124,13 @@ void TraceWriter::BeginCommand(const OperationRecord& record) {
 }
 
 void TraceWriter::EndCommand(const OperationRecord& record, std::chrono::nanoseconds time) {
-  if (commands_.erase(record.connection) == 0) return;
+  const auto command = commands_.find(record.connection);
+  if (command == commands_.end()) return;
   Json event = Event("E", record.connection, "");
   event["ts"] = SinceStart(time);
   if (record.error != 0) event["args"]["failure"] = ErrnoName(record.error);
-  if (record.status) event["args"]["status"] = Hex(*record.status);
+  if (!command->second.empty()) event["args"]["status"] = command->second;
+  commands_.erase(command);
   Emit(event);
 }
 

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <set>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -43,8 +43,8 @@ class TraceWriter : public OutputWriter {
   bool first_ = true;
   std::optional<std::chrono::nanoseconds> start_;
   std::chrono::nanoseconds last_{};
-  std::set<std::uint64_t> commands_;  // connections with a command that has not ended
-  std::vector<std::string> log_;      // since the last operation
+  std::map<std::uint64_t, std::string> commands_;  // statuses of open commands, by connection
+  std::vector<std::string> log_;                   // since the last operation
 };
 
 }  // namespace zulisim

@@ -17,9 +17,9 @@ namespace zulisim {
 
 // Which lines a transcript has. Each condition that is set must hold.
 struct TranscriptFilter {
-  bool failures = false;                         // failed operations, negative statuses
-  std::optional<std::string> client;             // by its name, in either case of letters
-  std::optional<std::uint32_t> command;          // reads and writes of its exchanges
+  bool failures = false;                 // failed operations, negative statuses
+  std::optional<std::string> client;     // by its name, in either case of letters
+  std::optional<std::uint32_t> command;  // reads and writes of its exchanges
 };
 
 struct TranscriptStyle {

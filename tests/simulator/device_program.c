@@ -147,11 +147,11 @@ static long InChild(size_t count) {
   return WEXITSTATUS(status);
 }
 
-static long Log(size_t none) {
+static long Log(size_t failed) {
   FILE* file = fopen("/data/Marvoleth.log", "a");
   if (file == NULL) return -1;
-  fputs("a line\n", file);
-  return fclose(file) + (long)none;
+  fputs(failed ? "StartIoEx3:200: General Exception : </script><b>\n" : "a line\n", file);
+  return fclose(file);
 }
 
 static long Raise(size_t number) { return raise((int)number); }
