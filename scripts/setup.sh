@@ -42,7 +42,8 @@ done
 missing=()
 for package in "${wanted[@]}"; do
   status=$(dpkg-query -W -f='${Status}' "$package" 2>/dev/null || true)
-  [ "$status" = "install ok installed" ] || missing+=("$package")
+  [ "$status" = "install ok installed" ] || [[ " ${missing[*]} " == *" $package "* ]] ||
+    missing+=("$package")
 done
 [ "${#missing[@]}" -eq 0 ] && exit 0
 
@@ -65,7 +66,7 @@ apt() { # apt ARGUMENTS...
 apt update
 available=()
 for package in "${missing[@]}"; do
-  if apt-cache policy "$package" | grep -q 'Candidate: [^(]'; then
+  if [[ $(apt-cache policy "$package") =~ Candidate:\ [^\(] ]]; then
     available+=("$package")
   else
     echo "setup.sh: skipped the package $package: this system does not have it" >&2

@@ -13,6 +13,13 @@ case "$preset" in
 esac
 
 scripts/setup.sh test
-cmake --preset "$preset" >/dev/null
+cmake --preset "$preset" -DKALODLL_BUILD_TESTS=ON | sed -n '/Left out/p'
 cmake --build --preset "$preset"
-ctest --preset "$preset" --parallel "$(nproc)" "$@"
+log=build/$preset/Testing/Temporary/LastTest.log
+status=0
+ctest --preset "$preset" --parallel "$(nproc)" "$@" || status=$?
+# ctest does not show why a test was skipped, which each such test prints.
+awk '/^[0-9]+\/[0-9]+ Testing: / { name = $3 }
+     /^(skipped|SKIPPED): / { sub("^[^:]*: ", ""); print "skipped: " name ": " $0 }
+     /: Skipped$/ { getline; print "skipped: " name ": " $0 }' "$log"
+exit "$status"
