@@ -33,14 +33,21 @@ install(TARGETS kalodll_common zulisim_engine zulisim_inprocess EXPORT zulisimTa
   ARCHIVE DESTINATION "${_engine_dir}" OBJECTS DESTINATION "${_engine_dir}")
 install(EXPORT zulisimTargets NAMESPACE kalodll::
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/kalodll")
-# What a test includes; no package's header is among what these include.
-foreach(header common/colours.h common/hex.h common/input_error.h common/log_splitter.h
-    simulator/device/client.h
-    simulator/device/device.h simulator/device/device_abi.h simulator/device/operation.h
-    simulator/engine/engine.h simulator/engine/fault.h simulator/engine/reply_plan.h
-    simulator/in_process/in_process_device.h simulator/output/output_file.h
-    simulator/output/output_writer.h simulator/output/transcript.h simulator/scenario/scenario.h
-    simulator/scenario/scenario_file.h)
-  cmake_path(GET header PARENT_PATH _folder)
-  install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll/${_folder}")
+# The headers that a test includes, with all that these include. None includes a package's header.
+function(kalodll_install_header header)
+  get_property(installed GLOBAL PROPERTY KALODLL_INSTALLED_HEADERS)
+  if(header IN_LIST installed)
+    return()
+  endif()
+  set_property(GLOBAL APPEND PROPERTY KALODLL_INSTALLED_HEADERS ${header})
+  cmake_path(GET header PARENT_PATH folder)
+  install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll/${folder}")
+  file(STRINGS ${header} includes REGEX "^#include \"")
+  list(TRANSFORM includes REPLACE "^#include \"(.*)\".*" "\\1")
+  foreach(include IN LISTS includes)
+    kalodll_install_header(${include})
+  endforeach()
+endfunction()
+foreach(header in_process/in_process_device.h output/transcript.h scenario/scenario_file.h)
+  kalodll_install_header(simulator/${header})
 endforeach()

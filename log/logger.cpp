@@ -26,7 +26,7 @@ Logger::LogBase::LogBase() : level(0), plainOutput(true) {
   // A carried standard library numbers the parts of a locale when it makes its first one. A
   // caller's stream, whose parts are numbered in that order, may come before any stream of the
   // library's.
-  std::locale::classic();
+  static_cast<void>(std::locale::classic());
   InitializeCriticalSection(&lock);
   if (this == &logBase) pthread_atfork(nullptr, nullptr, FreeLock);
 }

@@ -26,6 +26,7 @@ scripts/includes.sh
 [ "${1:-}" = --quick ] && exit 0
 
 scripts/setup.sh build
+scripts/android_sources.py
 cmake --preset release >/dev/null
 # The library and the tools; tests may be terser.
 run-clang-tidy -quiet -j "$(nproc)" -p build/release \
