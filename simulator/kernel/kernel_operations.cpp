@@ -8,29 +8,44 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <iostream>
 #include <memory>
 #include <string>
 
+#include "common/format.h"
+
 namespace zulisim {
 namespace {
 
-// The process of a thread, which the kernel names in its place; itself where that has ended.
-pid_t ProcessOf(pid_t thread) {
+// Signals that end no process by default: SIGCHLD, SIGCONT, SIGURG, SIGWINCH and those that stop
+// it.
+constexpr std::uint64_t kHarmless = 0x87F0000;
+
+// The word after `field` in the kernel's description of a thread; empty when the thread has ended.
+std::string ThreadStatus(pid_t thread, const char* field) {
   std::ifstream status("/proc/" + std::to_string(thread) + "/status");
   for (std::string word; status >> word;) {
-    if (word == "Tgid:" && status >> thread) break;
+    if (word == field && status >> word) return word;
   }
-  return thread;
+  return "";
+}
+
+bool IsBeingKilled(pid_t thread) {
+  const auto set = [thread](const char* field) {
+    return std::strtoull(ThreadStatus(thread, field).c_str(), nullptr, 16);
+  };
+  const std::uint64_t pending = set("SigPnd:") | set("ShdPnd:");
+  return (pending & ~set("SigBlk:") & ~set("SigCgt:") & ~kHarmless) != 0;
 }
 
 KernelOperations* Self(fuse_req_t request) {
   thread_local pid_t thread = 0;
   thread_local pid_t process = 0;
-  const pid_t caller = fuse_req_ctx(request)->pid;
-  if (caller != thread) process = caller == 0 ? 0 : ProcessOf(caller);
+  const pid_t caller = fuse_req_ctx(request)->pid;  // a thread
+  if (caller != thread) process = std::atoi(ThreadStatus(caller, "Tgid:").c_str());
   thread = caller;
   SetCaller(process, thread);
   return static_cast<KernelOperations*>(fuse_req_userdata(request));
@@ -66,7 +81,6 @@ fuse_lowlevel_ops KernelOperations::ForFile() {
 cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
   cuse_lowlevel_ops operations{};
   operations.init = Init;
-  operations.init_done = InitDone;
   operations.open = Open;
   operations.read = Read;
   operations.write = Write;
@@ -78,18 +92,18 @@ cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
   return operations;
 }
 
-void KernelOperations::SetReady(bool ready) {
-  std::call_once(readySet_, [=] { ready_.set_value(ready); });
+void KernelOperations::AnswerKilled() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  for (PendingRead* read : reads_) {
+    if (read->answered || !IsBeingKilled(read->thread)) continue;
+    fuse_reply_err(read->request, EINTR);
+    read->answered = true;
+  }
 }
 
-void KernelOperations::Init(void* self, struct fuse_conn_info* connection) {
-  // Each close is to arrive before whatever the program does next.
+void KernelOperations::Init(void*, struct fuse_conn_info* connection) {
+  // Without a limit, each close arrives before the next operation of its program.
   connection->max_background = 65535;
-  if (static_cast<KernelOperations*>(self)->isFile_) InitDone(self);
-}
-
-void KernelOperations::InitDone(void* self) {
-  static_cast<KernelOperations*>(self)->SetReady(true);
 }
 
 void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
@@ -99,8 +113,8 @@ void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
     fuse_reply_err(request, result.error);
     return;
   }
-  // As a stream, a file has no position: whatever has one is the rest of a transfer that the kernel
-  // has split. libfuse has no name for that flag, so the answer is written out here.
+  // A stream has no position, so a transfer with one is the rest of a transfer that the kernel has
+  // split. libfuse has no name for that flag, so the answer is written out here.
   struct fuse_open_out answer {};
   answer.fh = static_cast<std::uint64_t>(result.value);
   answer.open_flags = FOPEN_DIRECT_IO | FOPEN_STREAM;
@@ -108,7 +122,7 @@ void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
     std::lock_guard<std::mutex> lock(self->mutex_);
     self->open_.insert(answer.fh);
   }
-  // A program that was interrupted meanwhile will not close what it never got.
+  // A program that was interrupted meanwhile has no descriptor to close.
   if (fuse_reply_buf(request, reinterpret_cast<const char*>(&answer), sizeof(answer)) != 0) {
     self->Close(answer.fh);
   }
@@ -134,14 +148,24 @@ void KernelOperations::End() {
 
 void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset,
                             struct fuse_file_info* file) {
-  if (offset > 0) {  // one read takes one message, however much room is left
+  if (offset > 0) {  // the rest of a split read: one read takes one message
     fuse_reply_buf(request, nullptr, 0);
     return;
   }
   KernelOperations* self = Self(request);
+  PendingRead read{request, fuse_req_ctx(request)->pid};
+  {
+    std::lock_guard<std::mutex> lock(self->mutex_);
+    self->reads_.insert(&read);
+  }
   const std::unique_ptr<char[]> buffer(new char[length]);
   const bool nonBlocking = (file->flags & O_NONBLOCK) != 0;
   const Result result = self->device_.Read(file->fh, buffer.get(), length, nonBlocking);
+  {
+    std::lock_guard<std::mutex> lock(self->mutex_);
+    self->reads_.erase(&read);
+    if (read.answered) return;
+  }
   if (result.value == -1) {
     fuse_reply_err(request, self->ended_ ? ENODEV : result.error);
   } else {
@@ -153,13 +177,13 @@ void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t 
                              off_t offset, struct fuse_file_info* file) {
   KernelOperations* self = Self(request);
   if (self->isFile_ && (file->flags & O_APPEND) != 0) {
-    Warn("a write with O_APPEND was refused with EINVAL: where a message ends would be unknown");
+    Warn("refused a write with O_APPEND (EINVAL): the end of the message would be unknown");
     fuse_reply_err(request, EINVAL);
     return;
   }
   if (offset > 0) {
-    Warn("the kernel has split a write; all but its first " + std::to_string(offset) +
-         " bytes were refused with EIO");
+    Warn(common::Format("the kernel has split a write; refused all but its first {} bytes (EIO)",
+                        offset));
     fuse_reply_err(request, EIO);
     return;
   }
@@ -171,8 +195,7 @@ void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t 
   }
 }
 
-// The kernel has taken as many bytes from the program as the request number says, and brings as
-// many back.
+// The kernel copies as many bytes from and to the program as the request number says.
 void KernelOperations::Ioctl(fuse_req_t request, std::uint32_t number, void* argument,
                              struct fuse_file_info* file, const void* in, std::size_t inSize,
                              std::size_t outSize) {
@@ -197,7 +220,7 @@ void KernelOperations::GetAttributes(fuse_req_t request, fuse_ino_t inode, struc
   status.st_ino = inode;
   status.st_mode = S_IFREG | 0666;
   status.st_nlink = 1;
-  status.st_uid = geteuid();  // nobody may write to a file whose owner a user namespace lacks
+  status.st_uid = geteuid();  // the kernel refuses to write to an owner outside a user namespace
   status.st_gid = getegid();
   fuse_reply_attr(request, &status, 0);
 }

@@ -14,14 +14,14 @@
 #include <stdexcept>
 #include <system_error>
 
-#include "simulator/kernel/kernel_support.h"
+#include "common/format.h"
+#include "common/text.h"
 #include "simulator/kernel/kernel_operations.h"
 
 namespace zulisim {
 namespace {
 
-// What libfuse says of a failure is kept for the message of ours.
-std::string libraryText;
+std::string libraryText;  // libfuse's last message, for ours
 
 void KeepText(enum fuse_log_level, const char* format, va_list arguments) {
   char text[512];
@@ -30,18 +30,23 @@ void KeepText(enum fuse_log_level, const char* format, va_list arguments) {
   while (!libraryText.empty() && libraryText.back() == '\n') libraryText.pop_back();
 }
 
-bool MayTakeLong(const struct fuse_buf& buffer) {
-  const auto opcode = static_cast<const struct fuse_in_header*>(buffer.mem)->opcode;
-  return opcode == FUSE_READ || opcode == FUSE_WRITE;
-}
+constexpr int kCheckMilliseconds = 100;
+
+// Holds one request of the kernel. libfuse allocates its memory.
+struct Request : fuse_buf {
+  Request() : fuse_buf{} {}
+  ~Request() { std::free(mem); }
+  Request(const Request&) = delete;
+  Request& operator=(const Request&) = delete;
+  std::uint32_t opcode() const { return static_cast<const struct fuse_in_header*>(mem)->opcode; }
+};
 
 }  // namespace
 
 bool KernelServer::Built() { return true; }
 
 KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, bool everyUser)
-    : kind_(kind),
-      path_(path),
+    : path_(path),
       operations_(std::make_unique<KernelOperations>(device, kind == Kind::kFile)),
       stop_(eventfd(0, EFD_CLOEXEC)) {
   fuse_set_log_func(KeepText);
@@ -55,23 +60,19 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
     const int descriptor = fuse_session_fd(session_);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
-    {
-      std::lock_guard<std::mutex> turn(turn_);
-      if (!StartWorker()) throw std::runtime_error("no thread can be started to serve the device");
-    }
-    if (!operations_->Ready()) {
-      throw std::runtime_error("the kernel refused to serve '" + path_ + "'" +
-                               (libraryText.empty() ? "" : ": " + libraryText));
-    }
-    WaitForCloses();  // the kernel learns the owner of the file
+    AgreeWithKernel();
     if (kind == Kind::kCharacterDevice && chmod(path_.c_str(), 0666) != 0) {
-      throw std::runtime_error("the kernel made the device, but '" + path_ +
-                               "' did not appear: /dev must be a devtmpfs");
+      throw std::runtime_error(
+          common::Format("the kernel made the device, but {} is missing: /dev must be a devtmpfs",
+                         common::Quoted(path_)));
     }
+    const std::lock_guard<std::mutex> turn(turn_);
+    if (!StartWorker()) throw std::runtime_error("cannot start a thread to serve the device");
   } catch (...) {
     Stop();
     throw;
   }
+  WaitForCloses();  // the kernel learns the owner of the file
 }
 
 KernelServer::~KernelServer() { Stop(); }
@@ -87,15 +88,13 @@ void KernelServer::Mount(bool everyUser) {
   session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
   fuse_opt_free_args(&arguments);
   if (session_ == nullptr || fuse_session_mount(session_, path_.c_str()) != 0) {
-    throw std::runtime_error("the kernel does not let '" + path_ + "' be served as a file" +
-                             (libraryText.empty() ? "" : " (" + libraryText + ")") + "; " +
-                             OtherWays(Kind::kFile));
+    throw std::runtime_error(common::Format("cannot mount on {}: {}", common::Quoted(path_),
+                                            libraryText.empty() ? "refused" : libraryText));
   }
 }
 
 void KernelServer::MakeNode() {
   const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
-  if (control < 0) throw std::runtime_error(MissingSupport(kind_));
   const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
   const char* variables[] = {variable.c_str()};
   struct cuse_info info {};
@@ -111,11 +110,21 @@ void KernelServer::MakeNode() {
   const std::string taken = "/dev/fd/" + std::to_string(control);
   if (session_ == nullptr || fuse_session_mount(session_, taken.c_str()) != 0) {
     close(control);
-    throw std::runtime_error("the character device cannot be set up: " + libraryText);
+    throw std::runtime_error(
+        common::Format("cannot create {}: {}", common::Quoted(path_), libraryText));
   }
 }
 
-// With the turn. False when there can be no more threads.
+// In its first request the kernel offers a protocol. The answer also creates a device's node.
+void KernelServer::AgreeWithKernel() {
+  Request request;
+  if (Receive(&request)) fuse_session_process_buf(session_, &request);
+  if (request.mem != nullptr && !fuse_session_exited(session_)) return;
+  throw std::runtime_error(
+      common::Format("the kernel does not serve {}: {}", common::Quoted(path_), libraryText));
+}
+
+// Call it with the turn. False when the system allows no more threads.
 bool KernelServer::StartWorker() {
   try {
     workers_.emplace_back([this] { Work(); });
@@ -127,31 +136,34 @@ bool KernelServer::StartWorker() {
 }
 
 void KernelServer::Work() {
-  struct fuse_buf buffer {};
+  Request request;
   while (true) {
     std::unique_lock<std::mutex> turn(turn_);
-    if (!Receive(&buffer)) break;
-    // Anything else is quick, and is done in the order in which the kernel has it.
-    const bool alone = MayTakeLong(buffer) && (idle_ > 1 || StartWorker());
-    if (alone) {
+    if (!Receive(&request)) break;
+    // The turn's holder performs quick requests itself, in the kernel's order.
+    const bool mayWait = request.opcode() == FUSE_READ || request.opcode() == FUSE_WRITE;
+    const bool passesTurn = mayWait && (idle_ > 1 || StartWorker());
+    if (passesTurn) {
       --idle_;
       turn.unlock();
     }
-    fuse_session_process_buf(session_, &buffer);
-    if (alone) ++idle_;
+    fuse_session_process_buf(session_, &request);
+    if (request.opcode() == FUSE_INTERRUPT) operations_->AnswerKilled();
+    if (passesTurn) ++idle_;
   }
-  std::free(buffer.mem);
   serving_ = false;
-  // Whoever still waits for the first agreement learns that it will not come.
-  operations_->SetReady(false);
 }
 
 // False at the end of the service.
 bool KernelServer::Receive(struct fuse_buf* buffer) {
   while (true) {
     struct pollfd entries[] = {{fuse_session_fd(session_), POLLIN, 0}, {stop_, POLLIN, 0}};
-    if (poll(entries, 2, -1) < 0 && errno != EINTR) return false;
+    // The kernel reports only the first signal that a program gets during a read.
+    const bool busy = idle_ < static_cast<int>(workers_.size());
+    const int ready = poll(entries, 2, busy ? kCheckMilliseconds : -1);
+    if (ready < 0 && errno != EINTR) return false;
     if (entries[1].revents != 0) return false;
+    if (ready == 0) operations_->AnswerKilled();
     if (entries[0].revents == 0) continue;
     const int received = fuse_session_receive_buf(session_, buffer);
     if (received > 0) return true;
@@ -165,8 +177,8 @@ void KernelServer::WaitForCloses() {
 }
 
 void KernelServer::Stop() {
-  // The event ends every poll for good. A worker that waits in the device returns because its
-  // connection is closed.
+  // The event ends every poll from now on. A read that waits in the device returns because its
+  // connection closes.
   eventfd_write(stop_, 1);
   operations_->End();
   while (true) {
@@ -184,7 +196,7 @@ void KernelServer::Stop() {
     fuse_session_unmount(session_);
     fuse_session_destroy(session_);
   }
-  operations_->End();  // of what was opened meanwhile
+  operations_->End();  // connections opened meanwhile
   close(stop_);
 }
 

@@ -55,12 +55,12 @@ class KernelServer {
  private:
   void Mount(bool everyUser);
   void MakeNode();
+  void AgreeWithKernel();
   bool StartWorker();
   void Work();
   bool Receive(struct fuse_buf* buffer);
   void Stop();
 
-  const Kind kind_;
   const std::string path_;
   const std::unique_ptr<KernelOperations> operations_;
   struct fuse_session* session_ = nullptr;

@@ -1,4 +1,4 @@
-// Takes the place of kernel_server.cpp in a build without libfuse3.
+// Replaces kernel_server.cpp in a build without libfuse3.
 
 #include <stdexcept>
 
@@ -8,15 +8,14 @@ namespace zulisim {
 
 class KernelOperations {};
 
-KernelServer::KernelServer(Device&, Kind kind, const std::string& path, bool)
-    : kind_(kind), path_(path) {
-  throw std::logic_error("'" + path + "' cannot be served without libfuse3");
+KernelServer::KernelServer(Device&, Kind, const std::string& path, bool) : path_(path) {
+  throw std::logic_error("this zulisim was built without libfuse3");
 }
 
 bool KernelServer::Built() { return false; }
 
 KernelServer::~KernelServer() = default;
 
-void KernelServer::WaitForCloses() { static_cast<void>(kind_); }
+void KernelServer::WaitForCloses() {}
 
 }  // namespace zulisim
