@@ -127,8 +127,8 @@ Option& Option::Exclude(const Option& other) {
   return *this;
 }
 
-Option& Option::MakeValueOptional() {
-  option_->expected(0, 1);
+Option& Option::MakeValueOptional(const std::string& value) {
+  option_->expected(0, 1)->default_str(value);
   return *this;
 }
 

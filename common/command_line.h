@@ -34,8 +34,8 @@ class Option {
   Option& Require();
   // The command line may have this option or the other.
   Option& Exclude(const Option& other);
-  // The value may be left out.
-  Option& MakeValueOptional();
+  // The option stands for `value` when it has none.
+  Option& MakeValueOptional(const std::string& value);
 
  private:
   CLI::Option* option_;

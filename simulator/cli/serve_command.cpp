@@ -14,6 +14,8 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "common/format.h"
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/control/control_server.h"
@@ -44,7 +46,6 @@ Programs see the same results as under 'zulisim run', but for what the kernel de
     shows in the transcript with what the kernel carries at once. Of a write that was split
     all the same, the rest is refused with EIO and a warning, and the program gets a short
     count.
-  - A program that is killed while a read waits for a late reply ends when the reply comes.
   - With --fuse, O_APPEND is refused (EINVAL), and fstat shows
     a regular file.
 When the engine ends, a program's calls fail with ENODEV, ECONNABORTED or ENOTCONN at once,
@@ -85,25 +86,27 @@ bool PrepareFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) {
     if (IsServed(path, status)) {
-      throw std::runtime_error("'" + path +
-                               "' is served already: end what serves it, or name "
-                               "another file: --fuse FILE");
+      throw std::runtime_error(common::Format(
+          "{} is already served; end that server or choose another file with --fuse FILE",
+          common::Quoted(path)));
     }
     if (S_ISREG(status.st_mode)) return false;
-    const std::string hint = S_ISDIR(status.st_mode)
-                                 ? "name a file in it, such as '" + path + "/zuli'"
-                                 : "name a file of your own";
-    throw std::runtime_error("'" + path + "' is not a regular file to mount on; " + hint);
+    throw std::runtime_error(common::Format(
+        "cannot mount on {}: not a regular file; choose a file with --fuse, such as {}",
+        common::Quoted(path),
+        common::Quoted(S_ISDIR(status.st_mode) ? path + "/zuli" : "/tmp/zuli")));
   }
   if (errno == ENOTCONN) {
-    throw std::runtime_error("'" + path + "' is the mount of a server that has ended: 'umount " +
-                             path + "' removes it");
+    throw std::runtime_error(common::Format(
+        "{} is still mounted, but its server has ended; remove the mount with '{} {}'",
+        common::Quoted(path), geteuid() == 0 ? "umount" : "fusermount3 -u",
+        common::Printable(path)));
   }
   if (!std::ofstream(path, std::ios::app)) {
-    throw std::runtime_error("the file '" + path +
-                             "' to mount on cannot be made: " + std::strerror(errno) +
-                             "; name another: --fuse FILE, or let 'zulisim run --device fuse' "
-                             "serve one program in a file tree of its own");
+    throw std::runtime_error(common::Format(
+        "cannot create the file {} to mount on: {}; choose another file with --fuse FILE, or use "
+        "'zulisim run --device fuse', which serves one program in a file tree of its own",
+        common::Quoted(path), std::strerror(errno)));
   }
   return true;
 }
@@ -125,8 +128,9 @@ class MountedFile {
 
 void PrepareNode() {
   if (access(kNode, F_OK) != 0) return;
-  throw std::runtime_error(std::string("there is a '") + kNode +
-                           "' already: end what serves it, or serve a file: --fuse FILE");
+  throw std::runtime_error(common::Format(
+      "{} already exists; end the server that made it, or serve a file with --fuse FILE",
+      common::Quoted(kNode)));
 }
 
 // What serves does so also where no socket can be made beside it; nothing is returned there.
@@ -168,6 +172,7 @@ int Serve(const ServeOptions& options) {
   if (options.characterDevice) {
     PrepareNode();
   } else {
+    CheckCanMount();
     file.emplace(path);
   }
   Engine engine({options.scenario.clients, false});
@@ -200,8 +205,8 @@ void DefineServe(common::Command* program) {
   command->AddFlag("--cuse", &options->characterDevice, "A character device, \"/dev/zuli\"")
       .Exclude(
           command
-              ->AddText("--fuse", &options->file, "[FILE]", "A file; without a name, \"/dev/zuli\"")
-              .MakeValueOptional());
+              ->AddFile("--fuse", &options->file, "A file; without a name, \"/dev/zuli\"", "[FILE]")
+              .MakeValueOptional(kNode));
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->SetAction([=] {

@@ -7,92 +7,84 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "common/format.h"
 #include "common/text.h"
+#include "simulator/program/program.h"
 
 namespace zulisim {
 namespace {
 
 using Kind = KernelServer::Kind;
 
-const char* ControlNode(Kind kind) { return kind == Kind::kFile ? "/dev/fuse" : "/dev/cuse"; }
+constexpr const char* kOtherWay = "use 'zulisim run --device preload', which works without it";
 
-// 0 or an errno.
-int TryOpen(const char* path) {
-  const int descriptor = open(path, O_RDWR | O_CLOEXEC);
-  if (descriptor < 0) return errno;
-  close(descriptor);
-  return 0;
-}
-
-// The kernel takes these answers to an open or an ioctl for messages to itself: it tries again, or
-// never asks again.
-bool IsKernelsOwn(Operation operation, int error) {
-  if (operation == Operation::kOpen) return error == ENOSYS || error == ESTALE || error == ECHILD;
-  return operation == Operation::kIoctl && error == ENOSYS;
-}
-
+// The kernel interprets these answers itself: it tries again, or never asks again.
 void CheckErrno(Operation operation, int error) {
-  if (!IsKernelsOwn(operation, error)) return;
-  throw std::invalid_argument(std::string("the kernel does not pass ") + ErrnoName(error) + " of " +
-                              OperationName(operation) +
-                              " on to a program; choose another errno, or --device preload");
-}
-
-void CheckFault(const Fault& fault) {
-  if (const auto* error = std::get_if<ErrnoFault>(&fault.effect)) {
-    CheckErrno(fault.operation, error->error);
-  } else if (const auto* loss = std::get_if<DeviceLoss>(&fault.effect)) {
-    if (loss->failingOpens > 0) CheckErrno(Operation::kOpen, loss->openError);
-  }
+  const bool isKernels = operation == Operation::kOpen
+                             ? error == ENOSYS || error == ESTALE || error == ECHILD
+                             : operation == Operation::kIoctl && error == ENOSYS;
+  if (!isKernels) return;
+  throw std::invalid_argument(common::Format(
+      "the kernel does not pass {} of {} on to a program; choose another errno or --device preload",
+      ErrnoName(error), OperationName(operation)));
 }
 
 }  // namespace
 
-std::string OtherWays(Kind kind) {
-  std::string ways = "'zulisim run --device preload' serves dynamically linked programs";
-  if (kind != Kind::kFile && TryOpen(ControlNode(Kind::kFile)) == 0) {
-    ways += ", and 'zulisim serve --fuse' and 'zulisim run --device fuse' any program";
-  }
-  if (kind != Kind::kCharacterDevice && TryOpen(ControlNode(Kind::kCharacterDevice)) == 0) {
-    ways += ", and 'zulisim serve --cuse' any program";
-  }
-  return "what works here: " + ways;
-}
-
-std::string MissingSupport(Kind kind) {
-  const std::string node = ControlNode(kind);
-  const std::string module = node.substr(sizeof("/dev/") - 1);
-  const int error = TryOpen(node.c_str());
-  std::string reason = node + " cannot be opened: " + std::strerror(error);
-  if (error == ENOENT || error == ENODEV || error == ENXIO) {
-    reason = "there is no " + node + ": load the kernel's module ('modprobe " + module +
-             "'), or give the container that device";
-  } else if (error == EACCES || error == EPERM) {
-    reason += "; root may open it";
-  }
-  return reason + "; " + OtherWays(kind);
-}
-
 void CheckKernelServes(Kind kind) {
   if (!KernelServer::Built()) {
     throw std::runtime_error(
-        "this zulisim was built without libfuse3 and serves nothing through "
-        "the kernel: build it where libfuse3-dev is, or use 'zulisim run "
-        "--device preload', which serves dynamically linked programs");
+        std::string(
+            "this zulisim was built without libfuse3, which --fuse, --cuse and "
+            "--device fuse need; build it where the package libfuse3-dev is installed, or ") +
+        kOtherWay);
   }
-  if (TryOpen(ControlNode(kind)) != 0) throw std::runtime_error(MissingSupport(kind));
+  const bool isFile = kind == Kind::kFile;
+  const char* const node = isFile ? "/dev/fuse" : "/dev/cuse";
+  const int control = open(node, O_RDWR | O_CLOEXEC);
+  if (control >= 0) {
+    close(control);
+    return;
+  }
+  const std::string remedy =
+      errno == EACCES || errno == EPERM
+          ? "run zulisim as root"
+          : common::Format("load the kernel module with 'modprobe {}'", isFile ? "fuse" : "cuse");
+  throw std::runtime_error(common::Format("cannot open {}: {}; {}, or {}", node,
+                                          std::strerror(errno), remedy, kOtherWay));
+}
+
+void CheckCanMount() {
+  if (geteuid() == 0) return;
+  if (access("/etc/mtab", R_OK) != 0) {
+    throw std::runtime_error(
+        "cannot mount without root: fusermount3 could not unmount again without /etc/mtab; create "
+        "it with 'ln -s /proc/self/mounts /etc/mtab' as root");
+  }
+  try {
+    FindProgram("fusermount3");
+  } catch (const ProgramError&) {
+    throw std::runtime_error(
+        "cannot mount without root or the program fusermount3; install the package fuse3");
+  }
 }
 
 void CheckKernelCarries(const Scenario& scenario, Kind kind) {
   const std::size_t longest = KernelServer::LongestMessage(kind);
   for (const Client& client : scenario.clients) {
     if (client.maxMessageLength <= longest) continue;
-    throw std::invalid_argument(common::Printable(client.name) + "'s maximum message length of " +
-                                std::to_string(client.maxMessageLength) + " is above " +
-                                std::to_string(longest) +
-                                ": the kernel would split a message of that length");
+    throw std::invalid_argument(common::Format(
+        "the maximum message length of {}, {}, is above {}: the kernel would split such a message; "
+        "choose a smaller max or --device preload",
+        common::Printable(client.name), client.maxMessageLength, longest));
   }
-  for (const Fault& fault : scenario.faults) CheckFault(fault);
+  for (const Fault& fault : scenario.faults) {
+    if (const auto* error = std::get_if<ErrnoFault>(&fault.effect)) {
+      CheckErrno(fault.operation, error->error);
+    } else if (const auto* loss = std::get_if<DeviceLoss>(&fault.effect)) {
+      if (loss->failingOpens > 0) CheckErrno(Operation::kOpen, loss->openError);
+    }
+  }
 }
 
 }  // namespace zulisim

@@ -7,16 +7,14 @@
 
 namespace zulisim {
 
-// Why the kernel cannot serve in this way, and which ways would work here.
-std::string MissingSupport(KernelServer::Kind kind);
-// Which other ways would work here.
-std::string OtherWays(KernelServer::Kind kind);
-
-// Throws std::runtime_error with the text of MissingSupport unless the kernel offers the way.
+// Throws std::runtime_error, with the remedy, unless the kernel and this build offer the way.
 void CheckKernelServes(KernelServer::Kind kind);
+// Throws std::runtime_error, with the remedy, unless this user can mount a file system that
+// KernelServer serves.
+void CheckCanMount();
 
-// Throws std::invalid_argument for what the kernel would not pass on unchanged: messages that it
-// would split, and errno values that mean something to the kernel itself.
+// Throws std::invalid_argument for a scenario that programs would not see unchanged: the kernel
+// splits long messages, and interprets some errno values itself.
 void CheckKernelCarries(const Scenario& scenario, KernelServer::Kind kind);
 
 }  // namespace zulisim
