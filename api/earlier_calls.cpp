@@ -58,7 +58,7 @@ _KaloDllErrorSource SourceOf(const ClientSession* selected) {
 // was the last reference, and only then is `status` replaced.
 bool DropReference(SessionField& field, uint32_t& count, KALO_DLL_STATUS& status) {
   if (field.Get() == nullptr || count == 0 || --count != 0) return false;
-  status = SessionCleanup(field.Live());
+  status = CloseSession(field.Live(), kKaloSide);
   field.Set(nullptr);
   return true;
 }

@@ -71,7 +71,9 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
     // Contract: the handle as passed, and the field keeps its address.
-    status = SessionCleanup(handle);
+    auto* session = static_cast<ClientSession*>(handle);
+    // A handle that is not FENU's may be one of KALO's.
+    status = CloseSession(session, session == fenuField.Get() ? kFenuSide : kBothSides);
     gKaloDllState.fenuInterfaceVersion = 0;
   }
   KALO_LOG_TAGGED(kTraceLevel, 734) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
@@ -105,7 +107,7 @@ KALO_DLL_STATUS FenuCleanup(void) {
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
   // Contract: a count of 0 closes the session too, and the generation stays.
   if (gKaloDllState.fenuRefCount == 0 || --gKaloDllState.fenuRefCount == 0) {
-    status = SessionCleanup(fenuField.Live());
+    status = CloseSession(fenuField.Live(), kFenuSide);
     fenuField.Set(nullptr);
   }
   KALO_LOG_TAGGED(kTraceLevel, 927) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);

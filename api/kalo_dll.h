@@ -83,8 +83,9 @@ KALO_STATUS KaloCleanup3(void* handle);
 KALO_STATUS FenuInit3(void** handle);
 
 /* Lowers the count; at zero closes the session of the handle as it was passed. Count and
- * handle are not compared: pass what FenuInit3 returned, once for each call. Returns 1 when closing
- * failed, as KaloCleanup3. */
+ * handle are not compared: pass what FenuInit3 returned, once for each call. The session that the
+ * library destroyed last on this side is left alone. Returns 1 when closing failed, as
+ * KaloCleanup3. */
 KALO_STATUS FenuCleanup3(void* handle);
 
 /* ---- Earlier generation: one session per client, without handles ---- */
@@ -131,7 +132,8 @@ KALO_DLL_STATUS ProvisioningStartIo(unsigned char* input, unsigned int inputLeng
                                     unsigned char* output, unsigned int outputLength);
 
 /* Closes the connections of a session and frees it, also when closing failed: 1 then, else 0. A
- * null session is left alone; any other must be live: it is used as passed. Frees with the
+ * null session is left alone, and so is the one that the library destroyed last on the KALO or the
+ * FENU side; any other must be live: it is used as passed. Frees with the
  * library's own operator delete, so a driver that replaces operator new must not pass a session
  * that it made itself. Takes no lock: not beside any other use of the session. */
 KALO_DLL_STATUS SessionCleanup(void* session);

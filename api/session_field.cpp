@@ -5,26 +5,44 @@
 #include "api/kalo_dll.h"
 #include "log/log_line.h"
 #include "transport/client_session.h"
+#include "transport/last_destroyed.h"
+
+using transport::lastDestroyedFenu;
+using transport::lastDestroyedKalo;
 
 SessionField kaloFieldA(&KaloDllState::kaloSessionA);
 SessionField kaloFieldB(&KaloDllState::kaloSessionB);
 SessionField fenuField(&KaloDllState::fenuSession);
 
-void SessionField::Destroy(ClientSession* session) {
-  for (SessionField* field : {&kaloFieldA, &kaloFieldB, &fenuField}) field->MarkIf(session);
+void DestroySession(ClientSession* session, Sides sides) {
+  if ((sides & kKaloSide) != 0) {
+    kaloFieldA.MarkIf(session);
+    kaloFieldB.MarkIf(session);
+    lastDestroyedKalo = session;
+  }
+  if ((sides & kFenuSide) != 0) {
+    fenuField.MarkIf(session);
+    lastDestroyedFenu = session;
+  }
   delete session;
 }
 
-KALO_DLL_STATUS SessionCleanup(void* handle) {
-  auto* session = static_cast<ClientSession*>(handle);
-  if (session == nullptr) return KALO_DLL_STATUS_SUCCESS;
+KALO_DLL_STATUS CloseSession(ClientSession* session, Sides sides) {
+  if (session == nullptr || ((sides & kKaloSide) != 0 && session == lastDestroyedKalo) ||
+      ((sides & kFenuSide) != 0 && session == lastDestroyedFenu)) {
+    return KALO_DLL_STATUS_SUCCESS;
+  }
   try {
     session->DisconnectAllClients();
   } catch (const std::exception& exception) {
-    SessionField::Destroy(session);
-    KALO_LOG(logging::kOrdinaryLevel) << exception.what();
+    DestroySession(session, sides);
+    KALO_LOG_AS(logging::kOrdinaryLevel, "SessionCleanup") << exception.what();
     return KALO_DLL_STATUS_FAILURE;
   }
-  SessionField::Destroy(session);
+  DestroySession(session, sides);
   return KALO_DLL_STATUS_SUCCESS;
+}
+
+KALO_DLL_STATUS SessionCleanup(void* handle) {
+  return CloseSession(static_cast<ClientSession*>(handle), kBothSides);
 }

@@ -25,10 +25,10 @@ constexpr uint32_t kVersion3 = 3;
 constexpr char kInit[] = "KaloInit3";
 
 // The session that a failure of this call must destroy.
-struct DestroySession {
-  void operator()(ClientSession* session) const { SessionField::Destroy(session); }
+struct PendingDeleter {
+  void operator()(ClientSession* session) const { DestroySession(session, kKaloSide); }
 };
-using PendingSession = std::unique_ptr<ClientSession, DestroySession>;
+using PendingSession = std::unique_ptr<ClientSession, PendingDeleter>;
 
 // The handle variable may be a session field of another pointer type, so it is reached by copying.
 void WriteHandle(void** handle, ClientSession* session) {
@@ -146,8 +146,6 @@ struct Buffers {
 };
 
 void LogEntry(const void* session, const Buffers& buffers) {
-  // One look for a sink serves the four lines.
-  if (!logging::Wanted(kOrdinaryLevel)) return;
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "Executing call to StartIoEx3() API...";
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "CpSession: " << Address{session} << '\n';
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "InputBufferLength: " << buffers.inputLength << '\n';
@@ -212,7 +210,7 @@ constexpr char kCleanup[] = "KaloCleanup3";
 bool DropReference(const void* handle, SessionField& field, uint32_t& count,
                    KALO_DLL_STATUS& result) {
   if (handle != field.Get() || count == 0 || --count != 0) return false;
-  result = SessionCleanup(field.Live());
+  result = CloseSession(field.Live(), kKaloSide);
   return true;
 }
 

@@ -6,6 +6,7 @@
 
 #include "transport/cp_drem_session.h"
 #include "transport/kalo_exception.h"
+#include "transport/last_destroyed.h"
 #include "transport/message_header.h"
 
 const _GUID ClientSession::KALO_CLIENT_GUID = {
@@ -35,7 +36,13 @@ CpDremSession& Only(const std::vector<CpDremSession*>& sessions) {
 
 }  // namespace
 
-ClientSession::ClientSession() : lastErrorStatus(-1) {}
+ClientSession::ClientSession() : lastErrorStatus(-1) {
+  for (transport::LastDestroyed* last :
+       {&transport::lastDestroyedKalo, &transport::lastDestroyedFenu}) {
+    const ClientSession* self = this;
+    last->compare_exchange_strong(self, nullptr);
+  }
+}
 
 ClientSession::~ClientSession() {
   for (CpDremSession* session : dremSessions) delete session;

@@ -62,7 +62,7 @@ TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
   state.kaloRefCountA = 1;
   EXPECT_EQ(KaloCleanup(), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
-  EXPECT_EQ(FenuCleanup(), 0u);
+  EXPECT_EQ(SessionCleanup(own), 0u) << "it is gone already";
 }
 
 TEST_F(EntryPoints, leave_a_session_alone_that_a_driver_makes_at_an_old_address) {
@@ -80,6 +80,41 @@ TEST_F(EntryPoints, leave_a_session_alone_that_a_driver_makes_at_an_old_address)
   EXPECT_EQ(Send(0x30000), 6u);
   EXPECT_EQ(FenuCleanup(), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
+}
+
+TEST_F(EntryPoints, destroy_a_session_once_whoever_gives_its_handle_back_again) {
+  void *handle = nullptr, *second = nullptr;
+  FenuInit3(&handle);
+  FenuInit();
+  FenuCleanup();
+  FenuInit3(&second);
+  EXPECT_EQ(FenuCleanup3(handle), 0u) << "closed by FenuCleanup";
+  EXPECT_EQ(SessionCleanup(handle), 0u);
+  KaloInit3(&handle);
+  EXPECT_EQ(SessionCleanup(handle), 0u);
+  EXPECT_EQ(SessionCleanup(handle), 0u);
+  EXPECT_EQ(KaloCleanup3(handle), 0u);
+  KaloInit3(&handle);
+  FenuInit3(&second);
+  EXPECT_EQ(FenuCleanup3(handle), 0u) << "of the other side";
+  EXPECT_EQ(KaloCleanup3(handle), 0u);
+  EXPECT_EQ(SessionCleanup(second), 0u);
+  EXPECT_EQ(engine.OpenDescriptors(), 0u);
+}
+
+TEST_F(EntryPoints, destroy_a_new_session_at_the_address_of_the_last) {
+  void* handle = nullptr;
+  FenuInit3(&handle);
+  FenuCleanup3(handle);
+  std::vector<std::unique_ptr<ClientSession>> others;
+  auto session = std::make_unique<ClientSession>();
+  for (; session.get() != handle && others.size() < 100; session.reset(new ClientSession)) {
+    others.push_back(std::move(session));
+  }
+  if (session.get() != handle) GTEST_SKIP() << "the allocator does not reuse addresses";
+  session->ConnectClient(&ClientSession::SAB_CLIENT_GUID);
+  EXPECT_EQ(SessionCleanup(session.release()), 0u);
+  EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }
 
 TEST_F(EntryPoints, find_both_locks_free_in_the_child_of_a_fork) {
