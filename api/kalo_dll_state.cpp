@@ -7,6 +7,7 @@
 #include "api/error_record.h"
 #include "api/kalo_dll.h"
 #include "log/log_line.h"
+#include "oscl/kept_stores.h"
 
 #ifdef KALODLL_CARRIES_LIBSTDCXX
 namespace __gnu_cxx {
@@ -75,6 +76,7 @@ KaloDllState::~KaloDllState() {
   kaloRefCountB = 0;
   fenuRefCount = 0;
   sessionBShared = false;
+  oscl::KeepStores(this);
 #ifdef KALODLL_CARRIES_LIBSTDCXX
   // The carried copy is unloaded with the library and would lose it.
   if (this == &gKaloDllState) __gnu_cxx::__freeres();

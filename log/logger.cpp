@@ -7,6 +7,7 @@
 
 #include "log/delivery.h"
 #include "oscl/errno_keeper.h"
+#include "oscl/kept_stores.h"
 #include "oscl/timing.h"
 
 // The second of the library's two static objects to be built, whatever the link order.
@@ -36,11 +37,14 @@ Logger::LogBase::~LogBase() {
   // a thread that the process does not wait for, and then no sink can be deleted safely.
   if (this == &logBase && logging::DeliveryUnderWay()) {
     new (keptSinks) std::vector<LogSink*>(std::move(sinks));
+    oscl::KeepStores(keptSinks);
+    oscl::KeepStores(this);
     return;
   }
   // A message that comes after unload has begun must find no sink.
   std::vector<LogSink*> owned;
   owned.swap(sinks);
+  oscl::KeepStores(this);
   for (LogSink* sink : owned) delete sink;
 }
 

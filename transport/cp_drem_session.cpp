@@ -9,6 +9,7 @@
 #include <string_view>
 
 #include "log/log_line.h"
+#include "oscl/kept_stores.h"
 #include "transport/errno_policy.h"
 #include "transport/message_header.h"
 #include "transport/zuli_device.h"
@@ -168,6 +169,7 @@ CpDremSession::~CpDremSession() {
   Disconnect();
   delete connectRecord;
   connectRecord = nullptr;
+  oscl::KeepStores(this);
   KALO_LOG(kTraceLevel) << "Closed ZULI.";
 }
 
