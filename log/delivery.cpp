@@ -16,9 +16,9 @@ namespace logging {
 
 namespace {
 
-// Written under the log's lock only. A child of a fork finds it set when a delivery was cut short
-// there, and that sink must not be deleted either.
-std::atomic<bool> delivering{false};
+// Deliveries under way: one, or several when the log's lock fails. A child of a fork inherits the
+// count, because a sink whose delivery the fork cut short must not be deleted there either.
+std::atomic<int> deliveries{0};
 
 std::string Prefix() {
   char text[64];
@@ -27,20 +27,32 @@ std::string Prefix() {
   return text;
 }
 
+// A sink may write into the text it gets, so each gets a copy; the last one needs none. Without
+// memory for a copy the sink gets the line itself.
+const char* TextForSink(const char* line, bool last, std::string& copy) {
+  if (last) return line;
+  try {
+    return copy.assign(line).c_str();
+  } catch (...) {
+    return line;
+  }
+}
+
 void Deliver(const char* line) {
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
   const std::vector<LogSink*>& sinks = Logger::logBase.sinks;
-  delivering.store(true, std::memory_order_relaxed);
+  deliveries.fetch_add(1, std::memory_order_relaxed);
+  std::string copy;
   // A sink holds the lock and so may append another.
   for (size_t i = 0; i < sinks.size(); ++i) {
     if (sinks[i] == nullptr) continue;
     try {
-      sinks[i]->logMessage(line);
+      sinks[i]->logMessage(TextForSink(line, i + 1 == sinks.size(), copy));
     } catch (...) {
       // The other sinks get the line all the same.
     }
   }
-  delivering.store(false, std::memory_order_relaxed);
+  deliveries.fetch_sub(1, std::memory_order_relaxed);
 }
 
 }  // namespace
@@ -64,7 +76,7 @@ void Emit(int32_t level, const char* text) noexcept {
   }
 }
 
-bool DeliveryUnderWay() { return delivering.load(std::memory_order_relaxed); }
+bool DeliveryUnderWay() { return deliveries.load(std::memory_order_relaxed) != 0; }
 
 void AppendFileSink() {
   const oscl::ErrnoKeeper keeper;

@@ -20,7 +20,8 @@ extern std::atomic<bool> sinkSeen;
 bool LookForSink();
 
 // False when no sink is registered; the log's lock has then been taken and released once, as it is
-// for a message that is delivered. Any thread.
+// for a message that is delivered. Only the first message after a driver has appended a sink itself
+// takes the lock twice: it is not held while the message is built. Any thread.
 inline bool SinkRegistered() { return sinkSeen.load(std::memory_order_relaxed) || LookForSink(); }
 
 // Hands the message to every sink in order, under the log's lock, unless its level is above the

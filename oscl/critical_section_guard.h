@@ -1,18 +1,16 @@
 #pragma once
 
-#include "oscl/android_log.h"
 #include "oscl/critical_section.h"
 #include "oscl/last_error.h"
 
 namespace oscl {
 
-// Prints a failure to the debug log and does not report it to the caller.
+// Prints a failure to the debug log and does not report it to the caller. Keeps errno.
+void ReportLockFailure(const char* failure);
+
 inline void ReportLockCall(int result, const char* failure) {
-  if (result == 0) {
-    SetLastErrorCode(OSCL_ERROR_SUCCESS);
-  } else {
-    AndroidLog()(kAndroidLogDebug, nullptr, failure);
-  }
+  if (result != 0) return ReportLockFailure(failure);
+  SetLastErrorCode(OSCL_ERROR_SUCCESS);
 }
 
 // Do what EnterCriticalSection and LeaveCriticalSection do, inlined for the library's own calls.

@@ -2,16 +2,18 @@
 
 #include "log/logger.h"
 
+#include <dlfcn.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
+#include <thread>
 
-#include "log/log_line.h"
 #include "oscl/last_error.h"
 #include "oscl/timing.h"
 #include "tests/support/library_test.h"
@@ -21,14 +23,35 @@ namespace {
 // What this program puts in the place of the clock's resolution and of the platform's log.
 std::optional<timespec> resolution;
 std::vector<std::string> formats, texts;
-std::string emitted;
+// Calls on the log's lock, and whether it fails to be taken.
+std::atomic<int> locked{0}, unlocked{0};
+std::atomic<bool> lockFails{false};
+
+template <auto kFunction>
+decltype(kFunction) Real(const char* name) {
+  static const auto real = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
+  return real;
+}
 
 }  // namespace
 
-// Of the library's own statements, which are compiled into this program once more.
-void logging::Emit(int32_t, const char* text) noexcept { emitted = text; }
-
 extern "C" {
+
+int pthread_mutex_lock(pthread_mutex_t* mutex) {
+  if (mutex == &Logger::logBase.lock) {
+    ++locked;
+    if (lockFails) return EINVAL;
+  }
+  return Real<pthread_mutex_lock>("pthread_mutex_lock")(mutex);
+}
+
+int pthread_mutex_unlock(pthread_mutex_t* mutex) {
+  if (mutex == &Logger::logBase.lock) {
+    ++unlocked;
+    if (lockFails) return EPERM;
+  }
+  return Real<pthread_mutex_unlock>("pthread_mutex_unlock")(mutex);
+}
 
 int clock_getres(clockid_t id, timespec* out) {
   if (!resolution) return static_cast<int>(syscall(SYS_clock_getres, id, out));
@@ -45,6 +68,7 @@ __attribute__((format(printf, 3, 4))) int __android_log_print(int priority, cons
   const int length = std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   EXPECT_TRUE(priority == 3 && tag == nullptr);
+  errno = 99;
   formats.emplace_back(format);
   texts.emplace_back(text);
   return length;
@@ -114,6 +138,52 @@ TEST_F(Messages, never_trouble_the_code_that_logs) {
   EXPECT_EQ(errno, ENODEV) << "a log file that cannot be opened";
 }
 
+TEST_F(Messages, take_and_release_the_lock_once_each_with_or_without_a_sink) {
+  ClientSession session;
+  session.ConnectClient(&ClientSession::KALO_CLIENT_GUID);
+  Bytes message = Message(0x10);
+  for (const bool withSink : {false, true}) {
+    std::vector<LogSink*> sinks;
+    if (!withSink) sinks.swap(Logger::logBase.sinks);
+    // The first statement after a driver has appended a sink by itself also looks for one.
+    KaloStateInit(nullptr);
+    TakeRaw();
+    locked = unlocked = 0;
+    StartIoEx3(&session, message.data(), 32, message.data(), 32, nullptr, nullptr);
+    Say("a driver's own");
+    Say("above the threshold", 1);
+    EXPECT_EQ(locked, 6);
+    EXPECT_EQ(unlocked, 6);
+    EXPECT_EQ(TakeRaw().size(), withSink ? 6u : 0u);
+    if (!withSink) sinks.swap(Logger::logBase.sinks);
+  }
+}
+
+TEST_F(Messages, are_whole_for_every_sink_although_another_writes_into_them) {
+  struct Scribbler : LogSink {
+    void logMessage(const char* message) override { *const_cast<char*>(message) = '!'; }
+  };
+  auto& sinks = Logger::logBase.sinks;
+  auto* last = new Sink(this);
+  for (LogSink* added : {static_cast<LogSink*>(new Scribbler), static_cast<LogSink*>(last)}) {
+    sinks.push_back(added);
+  }
+  Say("a text that no string keeps within itself");
+  EXPECT_EQ(TakeRaw(), Lines(2, "a text that no string keeps within itself"));
+}
+
+TEST_F(Messages, leave_errno_alone_although_the_lock_fails) {
+  std::vector<LogSink*> sinks;
+  sinks.swap(Logger::logBase.sinks);
+  lockFails = true;
+  errno = ENODEV;
+  KaloStateInit(nullptr);
+  EXPECT_EQ(errno, ENODEV);
+  lockFails = false;
+  EXPECT_EQ(texts.size(), 4u) << "each lock and each unlock is told of";
+  sinks.swap(Logger::logBase.sinks);
+}
+
 // No sink can be deleted safely while one is at work.
 TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
   struct Undeletable : LogSink {
@@ -123,7 +193,13 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
   EXPECT_EXIT(
       {
         Logger::logBase.sinks.push_back(new Undeletable);
-        sink->onLine = [] { exit(3); };
+        sink->onLine = [this] {
+          // Where the lock fails, another thread's delivery ends before this one.
+          sink->onLine = nullptr;
+          lockFails = true;
+          std::thread([] { Say("text"); }).join();
+          exit(3);
+        };
         Say("text");
       },
       testing::ExitedWithCode(3), "");
@@ -170,21 +246,6 @@ TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
   EXPECT_EQ(text.str(), "before one two ");
   FileLogSink((file + ".missing/log").c_str()).logMessage("dropped");
   FileLogSink(nullptr).logMessage("dropped");
-}
-
-TEST(Line, holds_texts_of_any_length) {
-  for (size_t length = 1; length < 600; ++length) {
-    std::string expected = "f:1: ";
-    {
-      logging::LogLine line(0, "f", ":1: ");
-      while (expected.size() < length) {
-        const std::string piece(std::min(length - expected.size(), 1 + length % 7), 'a');
-        line << piece;
-        expected += piece;
-      }
-    }
-    ASSERT_EQ(emitted, expected);
-  }
 }
 
 TEST(Counter, counts_ticks_of_the_clock_or_fails_and_writes_nothing) {
