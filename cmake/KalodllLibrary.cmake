@@ -22,7 +22,8 @@ target_link_options(kalodll PRIVATE
   "LINKER:-z,text"
   "LINKER:-z,max-page-size=16384,-z,common-page-size=16384"
   "LINKER:--gc-sections")
-target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections)
+# All is bound at load, so that a call through the linkage table would only be longer.
+target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections -fno-plt)
 kalodll_harden(kalodll)
 
 if(ANDROID)

@@ -2,7 +2,8 @@
 
 #include <charconv>
 #include <cstdint>
-#include <string>
+#include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "log/delivery.h"
@@ -39,16 +40,25 @@ struct Address {
 
 // One message with its lead-in of function and tag, emitted when the statement ends. What stream
 // insertion would print, without a stream: the text lies in the message itself, so that no memory
-// is needed for it, unless it is longer than any text of the library's own.
+// is needed for it. Appending is inline, where the length of most pieces is known.
 class LogLine {
  public:
   // `tag` is the lead-in's rest, ":<number>: ".
-  LogLine(int32_t level, std::string_view function, std::string_view tag);
+  LogLine(int32_t level, std::string_view function, std::string_view tag) : level_(level) {
+    *this << function << tag;
+  }
   ~LogLine();
   LogLine(const LogLine&) = delete;
   LogLine& operator=(const LogLine&) = delete;
 
-  LogLine& operator<<(std::string_view text);
+  LogLine& operator<<(std::string_view text) {
+    // No message of the library's own is longer than the buffer; a piece that is would be left out.
+    if (text.size() < static_cast<size_t>(std::end(text_) - end_)) {
+      std::memcpy(end_, text.data(), text.size());
+      end_ += text.size();
+    }
+    return *this;
+  }
   LogLine& operator<<(char character) { return *this << std::string_view(&character, 1); }
   LogLine& operator<<(int32_t number) { return AppendNumber(number, 10); }
   LogLine& operator<<(uint32_t number) { return AppendNumber(number, 10); }
@@ -67,11 +77,7 @@ class LogLine {
   const oscl::ErrnoKeeper keeper_;
   const int32_t level_;
   char* end_ = text_;
-  // Leaves room for the NUL. Equal to end_ once the text has outgrown text_.
-  char* limit_ = text_ + sizeof text_ - 1;
   char text_[256];
-  // The whole text, once it has outgrown text_.
-  std::string longText_;
 };
 
 // Gives both arms of a log statement the type void; binds looser than <<.
