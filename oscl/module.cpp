@@ -17,12 +17,13 @@ uint32_t NotAvailable() {
 
 HANDLE LoadLibrary(const char* name) {
   // The loader does not promise to set errno: what an earlier call left must not be reported, and
-  // stays where nothing failed.
+  // stays unless the loader sets another.
   const int earlier = errno;
   errno = 0;
   HANDLE module = dlopen(name, RTLD_LAZY);
-  oscl::SetLastErrorFromErrno(module == nullptr ? errno : 0);
-  if (module != nullptr) errno = earlier;
+  const int error = module == nullptr ? errno : 0;
+  oscl::SetLastErrorFromErrno(error);
+  if (error == 0) errno = earlier;
   return module;
 }
 
