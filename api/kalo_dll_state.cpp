@@ -17,9 +17,9 @@ void __freeres();
 #endif
 
 #ifdef KALODLL_CARRIES_LIBCXX
-// In place of libc++abi's own, which keeps a thread's exceptions under one of the process's few
-// thread-specific keys and never gives it back: each load would use up one. Thread-local storage
-// goes with the library, which is why Android's keeps them in such itself.
+// In place of libc++abi's own. That one keeps a thread's exceptions under one of the process's few
+// thread-specific keys, or in emulated thread-local storage, and frees neither at unload. True
+// thread-local storage goes with the library.
 extern "C" {
 struct ThreadExceptions {
   void* caught;
