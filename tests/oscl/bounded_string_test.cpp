@@ -44,6 +44,20 @@ TEST(BoundedStringTest, what_does_not_fit_is_refused_and_leaves_the_destination)
   EXPECT_EQ(Do(8, [](char* dst) { return _sntprintf_s(dst, 8, 0, "%d", 7); }), "1########");
 }
 
+// Fortified calls end the process for such a format.
+TEST(BoundedStringTest, any_format_gets_what_plain_vsnprintf_makes_of_it) {
+  char second[] = "%2$s";
+  EXPECT_EQ(Do(3, [&](char* dst) { return _snprintf_s(dst, 3, 1, second, "a", "b"); }),
+            std::string("1b\0#", 4));
+#ifndef __ANDROID__  // whose vsnprintf refuses it
+  char count[] = "ab%n";
+  int32_t written = 0;
+  EXPECT_EQ(Do(3, [&](char* dst) { return _sntprintf_s(dst, 3, 1, count, &written); }),
+            std::string("2ab\0", 4));
+  EXPECT_EQ(written, 2);
+#endif
+}
+
 TEST(BoundedStringTest, times_come_from_libc) {
   const time_t moment = 86400;
   struct tm local = {};
