@@ -1,5 +1,6 @@
 #include "tests/oscl/registry_check.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -53,6 +54,17 @@ struct Model {
   }
 };
 
+// "%x\n". A "0x" that no digits follow is 0; the C libraries differ on it.
+bool ReadId(FILE* file, uint32_t* id) {
+  const long start = std::ftell(file);
+  char text[5] = {};
+  std::fread(text, 1, 4, file);
+  const char* digits = text + (text[0] == '+' || text[0] == '-');
+  const bool bare = digits[0] == '0' && (digits[1] | 0x20) == 'x' && !std::isxdigit(digits[2]);
+  std::fseek(file, start + (bare ? digits + 2 - text : 0), SEEK_SET);
+  return fscanf(file, bare ? "\n" : "%x\n", id) == 1 || bare;
+}
+
 // Reads what the loader does up to the first read that fails.
 uint32_t ReadKeys(FILE* file, std::vector<ModelKey>& keys, ModelKey*& key) {
   char line[256];
@@ -60,7 +72,7 @@ uint32_t ReadKeys(FILE* file, std::vector<ModelKey>& keys, ModelKey*& key) {
   while (read()) {
     if (std::strcmp(line, "[KEY]") == 0) {
       key = &*keys.emplace(keys.begin() + (keys.empty() ? 0 : 1));
-      if (fscanf(file, "%x\n", &key->id) != 1 || !read()) return 0;
+      if (!ReadId(file, &key->id) || !read()) return 0;
       key->name = line;
     } else if (std::strcmp(line, "[VALUE]") == 0) {
       if (key == nullptr || !read()) return 0;

@@ -154,9 +154,11 @@ expect 1 sh -c "ulimit -f 4; kaloctl registry set a1 Level 5 --type dword --repa
 shows "was not changed: File too large"
 cmp -s "$root/before" "$root/registry" || complain "a cut file"
 [ "$(echo "$root"/registry*)" = "$root/registry" ] || complain "a file left behind"
-# The log or the device does not take the place of a closed stream.
-expect 1 sim -- sh -c 'kaloctl send --command 4 >&-'
-shows "standard output cannot be written"
+# The log or the device does not take the place of a closed stream. Android's libc reopens it.
+if ! env test -e /proc/self/fd/1 >&-; then
+  expect 1 sim -- sh -c 'kaloctl send --command 4 >&-'
+  shows "standard output cannot be written"
+fi
 printf '[KEY]\n1\na\n\n  [VALUE]\n  x\n  3\n' >"$root/sim/etc/vrel_registry.txt"
 expect 1 sim -- kaloctl registry list
 shows "line 7: type '3' of value 'x'"
