@@ -14,7 +14,7 @@ common:
 simulator/device: common
 simulator/engine: simulator/device common
 simulator/scenario: simulator/engine simulator/device common
-simulator/record: simulator/device common
+simulator/record: simulator/scenario simulator/engine simulator/device common
 simulator/output: simulator/device common
 simulator/hooks: simulator/device
 simulator/program: simulator/device common

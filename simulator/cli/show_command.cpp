@@ -18,10 +18,12 @@ constexpr const char* kShowDescription =
 constexpr const char* kShowFooter = R"(
 Without --trace, --report and --scenario the transcript goes to standard output.
 
-A scenario made from a recording has the software engine answer, fail and vanish as recorded, for
-programs that do something else than was recorded; 'zulisim replay' is for those that do the same.
-It holds no times, and of a reply's header the status alone. What it says of the order of operations
-is that of their ends.
+A scenario made from a recording makes the software engine answer, fail and vanish as recorded.
+Use it for programs that do something else than was recorded, and 'zulisim replay' for those
+that do the same. It holds no delays. For a program that makes the recorded calls in the
+recorded order it gives the recorded results; a recording for which no scenario can do that is
+refused. Examples are an ioctl other than the connect and a reply whose header differs from the
+request's in more than the status.
 
 Examples:
   zulisim show field.zul --time --bytes 64

@@ -9,267 +9,463 @@
 #include <utility>
 #include <vector>
 
-#include "common/number.h"
+#include <nlohmann/json.hpp>
+
+#include "common/format.h"
 #include "common/text.h"
-#include "simulator/device/operation_decoder.h"
+#include "simulator/engine/engine.h"
+#include "simulator/scenario/scenario_file.h"
 
 namespace zulisim {
 namespace {
 
-// How a client answered one request, as the lines of a table.
-using Answer = std::string;
-constexpr std::size_t kPrivateDataSize = 16;  // a scenario marks any other as meant
-constexpr const char* kSilent = "silent = true\n";
+using common::Format;
 
-// As TOML writes a text; what a recording names has no control characters.
+constexpr std::size_t kPrivateDataSize = 16;  // any other needs `unusual`
+
+// A TOML string; JSON has the same escapes.
 std::string Text(const std::string& text) {
-  std::string quoted = "\"";
-  for (const char c : text) quoted += (c == '"' || c == '\\' ? "\\" : "") + std::string(1, c);
-  return quoted + "\"";
+  return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
 
-std::string Digits(Bytes::const_iterator from, Bytes::const_iterator to) {
-  std::string digits;
-  for (; from != to; ++from) digits += common::Hex(*from, 2).substr(2);
-  return digits;
+std::string Range(std::uint64_t first, std::uint64_t last) {
+  return first == last ? Format("\"{}\"", first) : Format("\"{}-{}\"", first, last);
 }
 
-// "3", "3-5", or "3-" for a range that goes on for ever.
-std::string Range(std::uint64_t first, std::uint64_t last, bool forEver = false) {
-  if (forEver) return "\"" + std::to_string(first) + "-\"";
-  const std::string from = std::to_string(first);
-  return first == last ? "\"" + from + "\"" : "\"" + from + "-" + std::to_string(last) + "\"";
+// How to read what a recording leaves open.
+struct Reading {
+  bool lateReplies;       // a read with EAGAIN failed by a fault, and its reply came later
+  bool privateDataFirst;  // a message that could be both is private data, not the next reply
+};
+
+// The most likely first.
+constexpr Reading kReadings[] = {{false, false}, {true, false}, {false, true}, {true, true}};
+
+// A request that a client took, and what is known of its reply.
+struct Exchange {
+  std::string client;
+  std::optional<std::uint32_t> command;
+  Bytes request;
+  bool answered = false;
+  std::uint32_t status = 0;
+  std::optional<Bytes> body;  // nothing for an echo
+  std::optional<Bytes> privateData;
+
+  // The lines of a [[reply]] after those that say which request it answers; empty for an echo.
+  std::string Lines() const {
+    if (!answered) return "silent = true\n";
+    std::string text;
+    if (status != 0) text += Format("status = {:#x}\n", status);
+    if (body) text += Format("body = \"{}\"\n", common::HexDigits(*body));
+    if (!privateData) return text;
+    text += Format("private = \"{}\"\n", common::HexDigits(*privateData));
+    const bool usual = privateData->size() == kPrivateDataSize && IsNegative(status);
+    return usual ? text : text + "unusual = true\n";
+  }
+};
+
+// True when `message` has the header of `request`, but for the status, as far as it reaches.
+bool IsReplyTo(Bytes request, const Bytes& message) {
+  request.resize(std::max(request.size(), kHeaderSize));
+  for (std::size_t i = 0; i < std::min(message.size(), kHeaderSize); ++i) {
+    const bool inStatus = i >= kStatusOffset && i < kStatusOffset + 4;
+    if (!inStatus && message[i] != request[i]) return false;
+  }
+  return true;
 }
 
-class ScenarioMaker {
+// Finds the operations at which the device was lost. A loss ends every connection that is open: it
+// happened after the last success on each of them, at an operation that failed with ENODEV or at a
+// close.
+class LossFinder {
  public:
-  explicit ScenarioMaker(const Recording& recording)
-      : clients_(recording.header.clients) {
-    for (const OperationRecord& record : recording.operations) OnOperation(record);
-  }
-
-  std::string Clients() const {
-    std::string text;
-    for (const Client& client : clients_) {
-      text += "\n[[client]]\nname = " + Text(client.name) +
-              "\nguid = " + Text(GuidText(client.guid)) + "\n";
-      const auto found = records_.find(client.name);
-      if (found == records_.end()) continue;
-      text += "max = " + std::to_string(WordAt(found->second, 0).value_or(0)) +
-              "\nversion = " + std::to_string(WordAt(found->second, 4).value_or(0) & 0xff) + "\n";
+  explicit LossFinder(const std::vector<OperationRecord>& operations) : operations_(operations) {
+    for (std::size_t i = 0; i < operations.size(); ++i) {
+      const OperationRecord& record = operations[i];
+      if (record.connection == 0) continue;
+      Life* life = &lives_[record.connection];
+      if (record.operation == Operation::kOpen) life->begin = i;
+      if (record.operation == Operation::kClose) life->end = i;
+      if (record.result >= 0 && record.operation != Operation::kClose) life->lastSuccess = i;
     }
-    return text;
   }
 
-  std::string Replies() const {
-    std::string text;
-    for (const auto& [whose, answers] : answers_) {
-      const std::string head = "\n[[reply]]\nclient = " + Text(whose.first) +
-                               "\ncommand = " + common::Hex(whose.second) + "\n";
-      for (std::size_t at = 0; at < answers.size();) {
-        std::size_t end = at + 1;
-        while (end < answers.size() && answers[end] == answers[at]) ++end;
-        const bool all = at == 0 && end == answers.size();
-        // Without a table a client echoes.
-        if (!answers[at].empty()) {
-          const std::string when = "at = " + Range(at + 1, end, end == answers.size()) + "\n";
-          text += head + (all ? "" : when) + answers[at];
-        }
-        at = end;
+  // Returns their indices.
+  std::set<std::size_t> Find() {
+    std::set<std::size_t> losses;
+    for (std::size_t i = 0; i < operations_.size(); ++i) {
+      const OperationRecord& record = operations_[i];
+      const bool lost = record.error == ENODEV && record.operation != Operation::kOpen &&
+                        record.operation != Operation::kClose;
+      const auto latest = losses.empty() ? 0 : *losses.rbegin() + 1;
+      const Life& life = lives_[record.connection];
+      if (!lost || life.begin < latest) continue;
+      for (std::size_t at = i + 1; at-- > std::max(latest, life.lastSuccess + 1);) {
+        if (!CanBeAt(at)) continue;
+        losses.insert(at);
+        break;
       }
     }
-    return text;
-  }
-
-  std::string Faults() const {
-    std::string text;
-    for (const Fault& fault : faults_) {
-      text += "\n[[fault]]\noperation = \"" + std::string(OperationName(fault.operation)) +
-              "\"\nat = " + Range(fault.first, fault.last) + "\n" + EffectText(fault) + "\n";
-    }
-    return text;
+    return losses;
   }
 
  private:
-  struct Fault {
-    Operation operation;
-    std::uint64_t first;
-    std::uint64_t last;
-    std::string effect;  // empty for a loss
-    std::uint64_t failingOpens = 0;
-    int openError = ENODEV;
-    bool dropsReplies = false;
-  };
-  struct Request {
-    std::uint32_t command = 0;
-    Bytes message;
-    std::size_t answer = 0;  // its place among those to the command
+  struct Life {
+    std::size_t begin = 0;
+    std::size_t lastSuccess = 0;
+    std::size_t end = SIZE_MAX;
   };
 
-  static std::string EffectText(const Fault& fault) {
-    if (!fault.effect.empty()) return fault.effect;
-    std::vector<std::string> keys;
-    if (fault.failingOpens > 0) {
-      keys.push_back("opens = " + std::to_string(fault.failingOpens));
-      keys.push_back("errno = \"" + ErrnoName(fault.openError) + "\"");
-    }
-    if (fault.dropsReplies) keys.emplace_back("drop-replies = true");
-    return keys.empty() ? "lose = true" : "lose = { " + common::Joined(keys) + " }";
+  bool CanBeAt(std::size_t at) const {
+    const OperationRecord& record = operations_[at];
+    const bool closes = record.operation == Operation::kClose && record.error == 0;
+    if (record.error != ENODEV && !closes) return false;
+    return std::all_of(lives_.begin(), lives_.end(), [at](const auto& each) {
+      const Life& life = each.second;
+      return life.begin > at || life.end <= at || life.lastSuccess < at;
+    });
   }
 
-  void OnOperation(const OperationRecord& record) {
-    if (record.operation == Operation::kOpen) return OnOpen(record);
-    if (record.error != 0) return OnError(record);
-    if (record.IsConnect()) records_.emplace(record.client, record.output);
-    if (record.operation == Operation::kWrite) OnRequest(record);
-    if (record.payload == Payload::kReply) OnReply(record);
-    if (record.payload == Payload::kPrivateData) OnPrivateData(record);
-    if (record.operation == Operation::kClose) open_.erase(record.connection);
+  const std::vector<OperationRecord>& operations_;
+  std::map<std::uint64_t, Life> lives_;
+};
+
+// Follows the engine's state through a recording and notes where the engine needs an instruction.
+class ScenarioMaker {
+ public:
+  ScenarioMaker(const Recording& recording, Reading reading)
+      : reading_(reading), clients_(recording.header.clients) {
+    const std::set<std::size_t> losses = LossFinder(recording.operations).Find();
+    for (std::size_t i = 0; i < recording.operations.size(); ++i) {
+      Follow(recording.operations[i], losses.count(i) > 0);
+    }
   }
 
-  void OnOpen(const OperationRecord& record) {
-    if (record.error == 0) {
-      open_.insert(record.connection);
-      afterLoss_ = false;
-      return;
-    }
-    // Opens that fail right after a loss belong to it.
-    Fault* const loss = afterLoss_ ? &faults_.back() : nullptr;
-    if (loss != nullptr && (loss->failingOpens == 0 || loss->openError == record.error)) {
-      ++loss->failingOpens;
-      loss->openError = record.error;
-      return;
-    }
-    afterLoss_ = false;
-    AddErrno(record);
+  std::string ScenarioText(const std::string& name) const {
+    return Format("about = {}\n", Text("made from the recording " + name)) + ClientTables() +
+           ReplyTables() + FaultTables();
   }
 
-  void OnError(const OperationRecord& record) {
-    if (record.operation == Operation::kClose) open_.erase(record.connection);
-    if (record.error == ENODEV) {
-      if (lost_.count(record.connection) > 0) return;  // it follows from the loss
-      faults_.push_back({record.operation, record.occurrence, record.occurrence, ""});
-      lost_.insert(open_.begin(), open_.end());
-      afterLoss_ = true;
-      return;
+ private:
+  // A message that the engine has for a connection: a reply, or private data after one.
+  struct Message {
+    Exchange* exchange;
+    bool isPrivate;
+    std::vector<std::uint64_t> emptyReads;  // that failed with EAGAIN while it may have been there
+  };
+  using Queue = std::deque<Message>;
+  struct Connection {
+    std::string client;
+    bool lost = false;
+    Queue pending;
+  };
+
+  std::string ClientTables() const {
+    std::string text;
+    for (const Client& client : clients_) {
+      text += Format("\n[[client]]\nname = {}\nguid = {}\n", Text(client.name),
+                     Text(GuidText(client.guid)));
+      const auto found = connectRecords_.find(client.name);
+      if (found == connectRecords_.end()) continue;
+      text += Format("max = {}\nversion = {}\n", WordAt(found->second, 0).value_or(0),
+                     WordAt(found->second, 4).value_or(0) & 0xff);
     }
-    if (record.operation == Operation::kRead && record.error == EAGAIN) return OnSilence(record);
-    if (!FollowsFromState(record)) AddErrno(record);
+    return text;
   }
 
-  // The engine fails these by itself.
-  bool FollowsFromState(const OperationRecord& record) const {
-    if (record.IsConnect() && record.error == ENOENT && record.input.size() >= sizeof(Guid)) {
-      return std::none_of(clients_.begin(), clients_.end(), [&record](const Client& client) {
-        return std::equal(client.guid.begin(), client.guid.end(), record.input.begin());
-      });
+  // One table for each run of requests of a command that were answered alike.
+  std::string ReplyTables() const {
+    std::map<std::pair<std::string, std::uint32_t>, std::vector<std::string>> answers;
+    for (const Exchange& each : exchanges_) {
+      if (each.command) answers[{each.client, *each.command}].push_back(each.Lines());
     }
-    const bool connected = !record.client.empty();
-    if (record.IsConnect() && !(record.error == EBUSY && connected)) return false;
-    const int own[] = {EMSGSIZE, ENOTTY, EBUSY, ENOTCONN, EFAULT, EBADF};
-    return std::find(std::begin(own), std::end(own), record.error) != std::end(own);
+    std::string text;
+    for (const auto& [whose, lines] : answers) {
+      for (std::size_t at = 0, end = 0; at < lines.size(); at = end) {
+        while (end < lines.size() && lines[end] == lines[at]) ++end;
+        if (lines[at].empty()) continue;
+        text +=
+            Format("\n[[reply]]\nclient = {}\ncommand = {:#x}\n", Text(whose.first), whose.second);
+        if (end < lines.size()) {
+          text += Format("at = {}\n", Range(at + 1, end));
+        } else if (at > 0) {
+          text += Format("at = \"{}-\"\n", at + 1);
+        }
+        text += lines[at];
+      }
+    }
+    return text;
   }
 
-  void AddErrno(const OperationRecord& record) {
-    AddEffect(record, "errno = \"" + ErrnoName(record.error) + "\"");
+  std::string FaultTables() const {
+    std::string text;
+    for (auto at = effects_.begin(); at != effects_.end();) {
+      const auto& [operation, first] = at->first;
+      const std::string& effect = at->second;
+      std::uint64_t last = first;
+      for (++at; at != effects_.end() && at->first == std::pair(operation, last + 1) &&
+                 at->second == effect;
+           ++at) {
+        ++last;
+      }
+      text += Format("\n[[fault]]\noperation = \"{}\"\nat = {}\n{}\n", OperationName(operation),
+                     Range(first, last), effect);
+    }
+    return text;
+  }
+
+  void Follow(const OperationRecord& record, bool isLoss) {
+    const bool closes = record.operation == Operation::kClose && open_.erase(record.connection) > 0;
+    if (isLoss) {
+      AddEffect(record, "lose = true");
+      Lose();
+    }
+    if (record.operation == Operation::kOpen) {
+      if (record.error == 0) open_[record.connection] = {};
+      if (record.error != 0) carried_.clear();
+    }
+    if (isLoss) return;
+    if (closes && record.error != 0) AddErrno(record);
+    if (closes) return;
+    const auto found = open_.find(record.connection);
+    Connection* const connection = found == open_.end() ? nullptr : &found->second;
+    if (record.error != 0) return OnError(record, connection);
+    if (connection == nullptr) return;
+    if (record.IsConnect()) OnConnect(record, connection);
+    if (record.operation == Operation::kWrite) OnRequest(record, connection);
+    if (record.operation == Operation::kRead && record.length > 0) OnMessage(record, connection);
+  }
+
+  void Lose() {
+    carried_.clear();
+    for (auto& [number, connection] : open_) {
+      connection.lost = true;
+      if (!connection.pending.empty()) {
+        carried_.emplace_back(connection.client, std::move(connection.pending));
+      }
+      connection.pending.clear();
+    }
   }
 
   void AddEffect(const OperationRecord& record, const std::string& effect) {
-    for (Fault& fault : faults_) {
-      const bool goesOn = fault.operation == record.operation && fault.effect == effect &&
-                          fault.last + 1 == record.occurrence;
-      if (goesOn) {
-        fault.last = record.occurrence;
-        return;
-      }
+    effects_[{record.operation, record.occurrence}] = effect;
+  }
+
+  void OnError(const OperationRecord& record, Connection* connection) {
+    if (connection != nullptr && record.error == OwnError(record, *connection)) return;
+    const bool isRead = record.operation == Operation::kRead;
+    if (connection != nullptr && isRead && record.error == EAGAIN && !connection->client.empty()) {
+      for (Message& each : connection->pending) each.emptyReads.push_back(record.occurrence);
+      // Without a late reply, the client was silent.
+      if (!reading_.lateReplies) connection->pending.clear();
+      return;
     }
-    faults_.push_back({record.operation, record.occurrence, record.occurrence, effect});
+    const bool isGone = connection == nullptr && record.connection != 0;
+    if (isGone && record.error == EBADF) return;
+    AddErrno(record);
   }
 
-  void OnRequest(const OperationRecord& record) {
-    if (static_cast<std::uint64_t>(record.result) < record.length) {
-      AddEffect(record, "short = " + std::to_string(record.result));
+  void AddErrno(const OperationRecord& record) {
+    AddEffect(record, Format("errno = \"{}\"", ErrnoName(record.error)));
+  }
+
+  // The errno that the engine gives without an instruction, in the order of its own checks; 0 for
+  // none.
+  int OwnError(const OperationRecord& record, const Connection& connection) const {
+    if (connection.lost) return ENODEV;
+    const bool connected = !connection.client.empty();
+    if (record.operation == Operation::kIoctl) {
+      if (!record.IsConnect()) return ENOTTY;
+      if (!record.hasBuffer) return EFAULT;
+      if (connected) return EBUSY;
+      return std::any_of(clients_.begin(), clients_.end(),
+                         [&](const Client& client) {
+                           return std::equal(client.guid.begin(), client.guid.end(),
+                                             record.input.begin());
+                         })
+                 ? 0
+                 : ENOENT;
     }
-    if (!record.commandId) return;
-    std::deque<Answer>& answers = answers_[{record.client, *record.commandId}];
-    unread_[record.client].push_back({*record.commandId, record.Message(), answers.size()});
-    answers.emplace_back(kSilent);
+    if (!record.IsTransfer()) return 0;
+    if (!connected) return ENOTCONN;
+    if (!record.hasBuffer && record.length > 0) return EFAULT;
+    const auto found = connectRecords_.find(connection.client);
+    const bool isLong = found != connectRecords_.end() && record.length > WordAt(found->second, 0);
+    return record.operation == Operation::kWrite && isLong ? EMSGSIZE : 0;
   }
 
-  Answer* AnswerTo(const std::string& client, const Request& request) {
-    return &answers_[{client, request.command}][request.answer];
-  }
-
-  // A reply that a failed read has left behind is read by the next: the header tells whose it is.
-  void OnReply(const OperationRecord& record) {
-    std::vector<Request>& unread = unread_[record.client];
-    if (unread.empty()) return;
-    const auto command = WordAt(record.output, kCommandIdOffset);
-    auto found = std::find_if(unread.begin(), unread.end(), [&command](const Request& request) {
-      return request.command == command;
+  void OnConnect(const OperationRecord& record, Connection* connection) {
+    connection->client = record.client;
+    connectRecords_.emplace(record.client, record.output);
+    const auto found = std::find_if(carried_.begin(), carried_.end(), [&record](const auto& each) {
+      return each.first == record.client;
     });
-    if (found == unread.end()) --found;
-    const Request answered = *found;
-    unread.erase(unread.begin(), found + 1);
-    lastAnswer_[record.client] = AnswerTo(record.client, answered);
-    Answer* const answer = lastAnswer_[record.client];
-    answer->clear();
-    const Bytes& request = answered.message;
-    const Bytes& reply = record.output;
-    const std::uint32_t status = record.status.value_or(0);
-    if (status != 0) *answer += "status = " + common::Hex(status) + "\n";
-    const Bytes body = BodyOf(reply);
-    const Bytes sent = BodyOf(request);
-    // What the program had no room for is not known.
-    const bool cut = reply.size() == record.length;
-    const bool echoed =
-        body == sent || (cut && std::equal(body.begin(), body.end(), sent.begin(),
-                                           sent.begin() + static_cast<std::ptrdiff_t>(
-                                                              std::min(body.size(), sent.size()))));
-    if (echoed) return;
-    if (body.empty()) return AddEffect(record, "short = " + std::to_string(reply.size()));
-    *answer += "body = \"" + Digits(body.begin(), body.end()) + "\"\n";
+    if (found == carried_.end()) return;
+    connection->pending = std::move(found->second);
+    carried_.erase(found);
   }
 
-  static Bytes BodyOf(const Bytes& message) {
-    const auto header = static_cast<std::ptrdiff_t>(std::min(message.size(), kHeaderSize));
-    return Bytes(message.begin() + header, message.end());
-  }
-
-  void OnPrivateData(const OperationRecord& record) {
-    const auto found = lastAnswer_.find(record.client);
-    if (found == lastAnswer_.end()) return;
-    *found->second += "private = \"" + Digits(record.output.begin(), record.output.end()) + "\"\n";
-    if (record.output.size() != kPrivateDataSize) *found->second += "unusual = true\n";
-  }
-
-  // Nothing was there to be read: the client was silent, or a loss has taken its reply away.
-  void OnSilence(const OperationRecord& record) {
-    std::vector<Request>& unread = unread_[record.client];
-    if (!unread.empty() && !faults_.empty() && faults_.back().effect.empty()) {
-      faults_.back().dropsReplies = true;
-      AnswerTo(record.client, unread.back())->clear();
+  void OnRequest(const OperationRecord& record, Connection* connection) {
+    if (static_cast<std::uint64_t>(record.result) < record.length) {
+      AddEffect(record, Format("short = {}", record.result));
     }
-    unread.clear();
+    if (record.result == 0) return;
+    Exchange exchange;
+    exchange.client = connection->client;
+    exchange.request = record.Message();
+    exchange.command = WordAt(exchange.request, kCommandIdOffset);
+    exchanges_.push_back(std::move(exchange));
+    connection->pending.push_back({&exchanges_.back(), false, {}});
   }
 
+  void OnMessage(const OperationRecord& record, Connection* connection) {
+    Queue* const pending = &connection->pending;
+    const bool privateNext = !pending->empty() && pending->front().isPrivate;
+    // An echo tells most surely whose reply it is.
+    auto found = std::find_if(pending->begin(), pending->end(), [&](const Message& message) {
+      return !message.isPrivate && message.exchange->request == record.output;
+    });
+    if (found == pending->end()) {
+      found = std::find_if(pending->begin(), pending->end(), [&](const Message& message) {
+        return !message.isPrivate && IsReplyTo(message.exchange->request, record.output);
+      });
+    }
+    if (privateNext && (found == pending->end() || reading_.privateDataFirst)) {
+      found = pending->begin();
+    }
+    if (found == pending->end()) return;
+    const Message message = std::move(*found);
+    // The clients did not send what would have come before it.
+    pending->erase(pending->begin(), found + 1);
+    for (const std::uint64_t read : message.emptyReads) {
+      effects_[{Operation::kRead, read}] = "errno = \"EAGAIN\"";
+    }
+    if (message.isPrivate) {
+      message.exchange->privateData = record.output;
+      if (!record.output.empty()) return;
+      message.exchange->privateData = Bytes(kPrivateDataSize);
+      return AddEffect(record, "short = 0");
+    }
+    SetReply(record, message.exchange);
+    // Where private data follows, it comes next.
+    pending->push_front({message.exchange, true, {}});
+  }
+
+  void SetReply(const OperationRecord& record, Exchange* exchange) {
+    const Bytes& reply = record.output;
+    exchange->answered = true;
+    Bytes head = reply;
+    head.resize(kHeaderSize);  // a short read can end within the status
+    exchange->status = *WordAt(head, kStatusOffset);
+    Bytes echo = exchange->request;
+    SetWordAt(&echo, kStatusOffset, exchange->status);
+    const bool isPart =
+        reply.size() <= echo.size() && std::equal(reply.begin(), reply.end(), echo.begin());
+    // The program may have had no room for the rest.
+    if (isPart && (reply.size() == echo.size() || reply.size() == record.length)) return;
+    if (reply.size() > kHeaderSize) {
+      exchange->body = Bytes(reply.begin() + kHeaderSize, reply.end());
+      return;
+    }
+    if (!isPart) exchange->body = Bytes(1);
+    AddEffect(record, Format("short = {}", reply.size()));
+  }
+
+  const Reading reading_;
   const std::vector<Client> clients_;
-  std::map<std::string, Bytes> records_;  // of the connects, by client
-  std::map<std::pair<std::string, std::uint32_t>, std::deque<Answer>> answers_;
-  std::map<std::string, std::vector<Request>> unread_;  // by client
-  std::map<std::string, Answer*> lastAnswer_;
-  std::vector<Fault> faults_;
-  std::set<std::uint64_t> open_;  // connections
-  std::set<std::uint64_t> lost_;
-  bool afterLoss_ = false;  // the last fault is a loss, and no open has succeeded since
+  std::map<std::string, Bytes> connectRecords_;  // the first of each client
+  std::map<std::uint64_t, Connection> open_;
+  std::vector<std::pair<std::string, Queue>> carried_;                  // over a loss, by client
+  std::deque<Exchange> exchanges_;                                      // in order; never moved
+  std::map<std::pair<Operation, std::uint64_t>, std::string> effects_;  // by occurrence
 };
+
+// Makes the recorded calls of an engine, one after the other.
+class Rehearsal {
+ public:
+  explicit Rehearsal(const Scenario& scenario) : engine_({scenario.clients, false}) {
+    Apply(scenario, &engine_);
+  }
+
+  // Makes the call of `record`. Returns what it gave when that is not as recorded.
+  std::optional<std::string> Perform(const OperationRecord& record) {
+    Bytes bytes = record.input;
+    if (record.operation == Operation::kRead) {
+      bytes.resize(std::min<std::uint64_t>(record.length, kLongestMessage));
+    }
+    const Result result = Call(record, record.hasBuffer ? bytes.data() : nullptr);
+    if (result.error != 0 || record.error != 0) {
+      if (result.error == record.error) return std::nullopt;
+      return result.error == 0 ? "a success" : ErrnoName(result.error);
+    }
+    if (record.operation == Operation::kOpen) {
+      numbers_[record.connection] = static_cast<std::uint64_t>(result.value);
+      return std::nullopt;
+    }
+    if (result.value != record.result) return common::Counted(result.value, "byte");
+    bytes.resize(record.OutputSize());
+    const bool delivers =
+        record.operation == Operation::kRead || record.operation == Operation::kIoctl;
+    return delivers && bytes != record.output ? std::optional("other bytes") : std::nullopt;
+  }
+
+ private:
+  Result Call(const OperationRecord& record, void* buffer) {
+    const auto found = numbers_.find(record.connection);
+    const std::uint64_t connection = found == numbers_.end() ? 0 : found->second;
+    switch (record.operation) {
+      case Operation::kOpen:
+        return engine_.Open(record.openFlags, record.openMode, -1);
+      case Operation::kIoctl:
+        return engine_.Ioctl(connection, record.request, buffer);
+      case Operation::kRead:
+        return engine_.Read(connection, buffer, record.length, false);
+      case Operation::kWrite:
+        return engine_.Write(connection, buffer, record.length);
+      case Operation::kClose:
+        break;
+    }
+    return engine_.Close(
+        connection, record.abandoned ? CloseReason::kProgramEnded : CloseReason::kProgramClosed);
+  }
+
+  Engine engine_;
+  std::map<std::uint64_t, std::uint64_t> numbers_;  // the engine's, by the recorded one
+};
+
+// Returns what of the recording the scenario does not reproduce, or an empty text.
+std::string FirstDifference(const Recording& recording, const std::string& text) {
+  Scenario scenario;
+  const auto diagnostics = ReadScenario(text, "scenario", &scenario);
+  if (!diagnostics.empty()) return diagnostics.front().message;
+  Rehearsal rehearsal(scenario);
+  for (const OperationRecord& record : recording.operations) {
+    const auto got = rehearsal.Perform(record);
+    if (!got) continue;
+    const std::string recorded = record.error != 0     ? ErrnoName(record.error)
+                                 : record.IsTransfer() ? common::Counted(record.result, "byte")
+                                                       : "a success";
+    return Format("operation {} (line {}, {}) gave {}, and the software engine can only give {}",
+                  record.sequence, record.sequence + 1, OperationName(record.operation), recorded,
+                  *got);
+  }
+  return "";
+}
 
 }  // namespace
 
 std::string ScenarioOf(const Recording& recording, const std::string& name) {
-  const ScenarioMaker maker(recording);
-  return "about = " + Text("made of the recording " + name) + "\n" + maker.Clients() +
-         maker.Replies() + maker.Faults();
+  std::string difference = recording.header.redacted ? "it is redacted" : "";
+  for (const Reading& reading : kReadings) {
+    if (recording.header.redacted) break;
+    const std::string text = ScenarioMaker(recording, reading).ScenarioText(name);
+    const std::string found = FirstDifference(recording, text);
+    if (found.empty()) return text;
+    if (difference.empty()) difference = found;
+  }
+  throw common::InputError(
+      Format("cannot make a scenario from {}: {}; use 'zulisim replay' for this recording",
+             common::Quoted(name), difference));
 }
 
 }  // namespace zulisim

@@ -6,10 +6,15 @@
 
 namespace zulisim {
 
-// A scenario file with which the software engine does to a program what was done in the recording:
-// the clients, what each command was answered with, and what failed, fell short or was lost, by the
-// numbers of the operations. A scenario cannot hold what a client put into the other words of a
-// reply's header, nor any times. `name` stands for the recording in it.
+// Returns a scenario file with which the software engine does what the recorded device did: the
+// clients, their replies, and what failed, fell short or was lost, by the numbers of the
+// operations. A program that makes the recorded calls in the recorded order gets the recorded
+// results; this is checked before the function returns. `name` stands for the recording in the
+// text.
+//
+// Throws common::InputError when a scenario cannot express the recording: a redacted one, an ioctl
+// other than the connect, or a reply whose header differs from the request's in more than the
+// status.
 std::string ScenarioOf(const Recording& recording, const std::string& name);
 
 }  // namespace zulisim
