@@ -1,10 +1,17 @@
 #pragma once
 
+#include <string>
+
 namespace common {
 
-// Occupies those of the descriptors 0 to 2 that are closed, so that no file or device opened later
-// is taken for a standard stream. Reading and writing there fails as before, and a program started
-// by exec finds them closed. To be called before anything is opened.
-void OccupyStandardDescriptors();
+// Call this before anything is opened. It opens /dev/null for those of the descriptors 0 to 2 that
+// are closed, so that no file or device takes the place of a standard stream: reading and writing
+// there still fails, and a program started by exec finds them closed. A write beyond the limit of a
+// file's size now fails with EFBIG; without this it ends the process.
+void PrepareStandardStreams();
+
+// Call this last. Writes what standard output still buffers. Returns false, after one line on
+// standard error that begins with the name of `program`, if any output was lost.
+bool FlushStandardOutput(const std::string& program);
 
 }  // namespace common

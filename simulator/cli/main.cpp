@@ -23,14 +23,15 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  common::OccupyStandardDescriptors();
+  common::PrepareStandardStreams();
+  int status = zulisim::kOwnFailure;
   try {
-    return Main(argc, argv);
+    status = Main(argc, argv);
   } catch (const zulisim::ProgramError& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
-    return error.status();
+    status = error.status();
   } catch (const std::exception& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
-    return zulisim::kOwnFailure;
   }
+  return common::FlushStandardOutput("zulisim") ? status : zulisim::kOwnFailure;
 }

@@ -28,7 +28,7 @@ int Main(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  common::OccupyStandardDescriptors();
+  common::PrepareStandardStreams();
   int status = kaloctl::kDone;
   try {
     status = Main(argc, argv);
@@ -39,8 +39,5 @@ int main(int argc, char** argv) {
     std::cerr << "kaloctl: " << error.what() << '\n';
     status = kaloctl::kFailed;
   }
-  std::cout.flush();
-  if (std::cout) return status;
-  std::cerr << "kaloctl: standard output cannot be written\n";
-  return kaloctl::kFailed;
+  return common::FlushStandardOutput("kaloctl") ? status : kaloctl::kFailed;
 }
