@@ -8,7 +8,7 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/call/script.h"
-#include "tools/registry/registry_text.h"
+#include "tools/registry/registry_repair.h"
 
 namespace {
 
@@ -45,25 +45,20 @@ void ReadScript(const std::string& text) {
   }
 }
 
-// The tool judges a file as the library does.
+// The tool reads a file as the library does, and what it makes of one loads.
 void ReadRegistry(const std::string& text) {
   static const RegistryFile* const file = new RegistryFile;
   file->Store(text);
-  uint32_t code = 0;
+  const kaloctl::RegistryText registry = kaloctl::ParseRegistry(text);
+  uint32_t code = registry.stop ? registry.stop->code : 0;
+  const bool found = registry.FindByName("HKEY_USERS\\a") != nullptr;
+  if (code == 0 && !found) code = OSCL_ERROR_REG_ID_NOT_FOUND;
   HKEY key = 0;
-  try {
-    const kaloctl::RegistryText registry = kaloctl::ParseRegistry(text);
-    if (registry.FindByName("HKEY_USERS\\a") == nullptr) code = OSCL_ERROR_REG_ID_NOT_FOUND;
-    FormatRegistry(registry, kaloctl::RegistryStyle::kLoadable);
-  } catch (const kaloctl::RegistryFault& fault) {
-    code = fault.code();
-  }
   FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
-  try {
-    kaloctl::ParseRewritten(text);
-  } catch (const kaloctl::RegistryFault& fault) {
-    FUZZ_CHECK(fault.line() > 0);
-  }
+  const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(text);
+  if (repaired.stop || repaired.doubtful || repaired.keys.empty()) return;
+  const std::string written = FormatRegistry(repaired);
+  FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(written)) == written);
 }
 
 }  // namespace

@@ -204,20 +204,23 @@ void RegistryImage::Load() {
   std::string block;
   // Once more, or half a file would be taken for the whole.
   if (!ReadWhole(block)) ReadWhole(block);
-  if (block == block_) return;
+  if (block != block_) Parse(std::move(block));
+}
+
+void RegistryImage::Parse(std::string block) {
   block_ = std::move(block);
   keys_.clear();
   values_.clear();
   // About as many as such a file holds, so that the records seldom move.
   keys_.reserve(block_.size() / 64);
   values_.reserve(block_.size() / 32);
-  Parse();
+  ParseItems();
   // A key that the end of the file leaves without a name is not kept.
   if (!keys_.empty() && keys_.back().name.empty()) keys_.pop_back();
   if (!keys_.empty()) std::reverse(keys_.begin() + 1, keys_.end());
 }
 
-void RegistryImage::Parse() {
+void RegistryImage::ParseItems() {
   Scanner scanner(block_);
   std::string_view line;
   bool more = scanner.ReadLine(line);

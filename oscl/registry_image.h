@@ -4,6 +4,7 @@
 #include <exception>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "oscl/registry.h"
@@ -49,6 +50,8 @@ inline bool IsRegistryNumber(uint32_t type) { return type == REG_DWORD || type =
 class RegistryImage {
  public:
   RegistryImage() { Load(); }
+  // Parses `block` in place of the file. Throws 12 and 13 as Load does.
+  explicit RegistryImage(std::string block) { Parse(std::move(block)); }
   RegistryImage(const RegistryImage&) = delete;
   RegistryImage& operator=(const RegistryImage&) = delete;
 
@@ -56,6 +59,13 @@ class RegistryImage {
   // up to its end. Invalidates all records. Throws RegistryFailure: 9 the file cannot be opened, 12
   // a value has an unknown type, 13 a line that should be "[KEY]" or "[VALUE]" is neither.
   void Load();
+
+  // The keys in list order: the first of the file, then the last, and so on back to the second.
+  const std::vector<RegistryKeyRecord>& keys() const { return keys_; }
+  // The first of the `valueCount` values of `key`.
+  const RegistryValueRecord* ValuesOf(const RegistryKeyRecord& key) const {
+    return values_.data() + key.firstValue;
+  }
 
   // Return the first key with that id or name, and the first value with that name in `key`, or
   // null.
@@ -69,10 +79,12 @@ class RegistryImage {
   // Rewrites the file in one piece with the keys in list order. Throws RegistryFailure 10 if the
   // file cannot be opened, or cannot be written; then it is left truncated.
   void Save() const;
+  // What Save writes.
+  std::string Rendered() const;
 
  private:
-  void Parse();
-  std::string Rendered() const;
+  void Parse(std::string block);
+  void ParseItems();
 
   std::string block_;
   // Contract: in list order, on which callers are built: the first key of the file, then the last,

@@ -1,9 +1,9 @@
-// The tool's reader and writer against the library's own.
-
-#include "tools/registry/registry_file.h"
+// The tool's view of a registry file against the library's.
 
 #include "oscl/registry.h"
 #include "tests/oscl/registry_fixture.h"
+#include "tools/registry/registry_file.h"
+#include "tools/registry/registry_repair.h"
 
 namespace kaloctl {
 namespace {
@@ -27,68 +27,67 @@ class RegistryToolTest : public RegistryFixture {
   }
 };
 
-TEST_F(RegistryToolTest, writes_and_repairs_what_the_library_writes_to_the_byte) {
-  RegistryText registry = LoadRegistryFile(path_);
-  registry.keys[1].values[0].number = 9;
-  const uint32_t nine = 9;
-  ASSERT_EQ(RegSetValueEx(2, "Wide", 0, REG_QWORD, &nine, 4), 0u);
-  EXPECT_EQ(FormatRegistry(registry, RegistryStyle::kRewritten), Stored());
+TEST_F(RegistryToolTest, repairs_what_the_library_writes_to_the_byte) {
+  const uint32_t seven = 7;
+  ASSERT_EQ(RegSetValueEx(2, "Wide", 0, REG_QWORD, &seven, 4), 0u);
   ASSERT_EQ(LibraryOpens("a"), 13u);
   EXPECT_THROW(LoadRegistryFile(path_), RegistryError);
-  registry = LoadRegistryFileToEdit(path_);
-  registry.keys[1].values[0].number = 7;
-  WriteRegistryFile(path_, FormatRegistry(registry, RegistryStyle::kLoadable));
+  const RegistryText repaired = RepairRegistry(Stored());
+  EXPECT_TRUE(repaired.doubtful) << "a text is followed by keys";
+  WriteRegistryFile(path_, FormatRegistry(repaired));
   EXPECT_EQ(Stored(), kThreeKeys);
   EXPECT_EQ(LibraryOpens("c"), 0u);
 }
 
-TEST_F(RegistryToolTest, refuses_to_repair_what_would_read_differently) {
+TEST_F(RegistryToolTest, does_not_repair_what_would_read_differently) {
   ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_SZ, "", 1), 0u);
-  EXPECT_THROW(LoadRegistryFileToEdit(path_), RegistryError);
+  EXPECT_TRUE(RepairRegistry(Stored()).stop);
+  Store("[KEY]\n1\na\n[VALUE]\nTitle\n1\nx\n");
+  ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_SZ, "", 1), 0u);
+  EXPECT_TRUE(RepairRegistry(Stored()).doubtful);
   Store(kThreeKeys);
   ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_BINARY, "x", 1), 0u);
-  EXPECT_THROW(LoadRegistryFileToEdit(path_), RegistryError);
+  EXPECT_EQ(RepairRegistry(Stored()).stop->code, 12u);
 }
 
 TEST_F(RegistryToolTest, adds_no_data_to_a_value_that_lacks_it) {
   const std::string cut = "[KEY]\n\t0x00000001\n\ta\n\t\t[VALUE]\n\t\t\tx\n\t\t\t4\n";
-  EXPECT_EQ(FormatRegistry(ParseRegistry(cut), RegistryStyle::kLoadable), cut);
+  EXPECT_EQ(FormatRegistry(ParseRegistry(cut)), cut);
 }
 
-TEST_F(RegistryToolTest, judges_files_as_the_library_does) {
+TEST(RegistryStopTest, names_the_line_at_which_the_library_stops) {
   const std::string key = "[KEY]\n1\nHKEY_USERS\\a\n";
-  const std::string cases[] = {"",
-                               "\n" + key,
-                               key,
-                               key + "\n \n\t[VALUE]\nx\n1\ny",
-                               key + "[VALUE]\nx\n3\ny\n",
-                               key + "[VALUE] \nx\n1\ny\n",
-                               key + "[KEY]\n",
-                               "[VALUE]\nx\n1\ny\n" + key,
-                               "[KEY]\n0xHKEY_USERS\\a\n",
-                               "[KEY]\n-0x\n\tHKEY_USERS\\a\n",
-                               "[KEY]\n0x1 HKEY_USERS\\a\n",
-                               key + "[KEY]\n2\n" + std::string(254, 'n') + "too long\n",
-                               key + "[VALUE]\nx\n0x4\n5\n",
-                               std::string("[KEY]\0x\n1\nHKEY_USERS\\a\n", 22)};
-  for (const std::string& content : cases) {
-    Store(content);
-    uint32_t tool = 0;
-    try {
-      if (ParseRegistry(content).FindByName("HKEY_USERS\\a") == nullptr) tool = 15;
-    } catch (const RegistryFault& fault) {
-      tool = fault.code();
-    }
-    EXPECT_EQ(tool, LibraryOpens("a")) << content;
+  const struct {
+    std::string content;
+    std::size_t line;  // 0 if the library reads it all
+    uint32_t code;
+  } cases[] = {{"", 0, 0},
+               {key, 0, 0},
+               {"\n" + key, 1, 0},
+               {" \n" + key, 1, 13},
+               {key + "\n \n\t[VALUE]\nx\n1\ny", 0, 0},
+               {key + "[VALUE]\n", 0, 0},
+               {key + "[VALUE]\nx\n3\ny\n", 6, 12},
+               {key + "[VALUE] \nx\n1\ny\n", 4, 13},
+               {key + "[KEY]", 0, 0},
+               {"[VALUE]\nx\n1\ny\n" + key, 1, 0},
+               {key + "[KEY]\nzz\n" + key, 5, 0},
+               {"[KEY]\n0x\n\nHKEY_USERS\\a\n", 0, 0},
+               {key + "[KEY]\n2\n" + std::string(254, 'n') + "too long\n", 6, 13}};
+  for (const auto& each : cases) {
+    const auto stop = ParseRegistry(each.content).stop;
+    EXPECT_EQ(stop ? stop->line : 0, each.line) << each.content;
+    EXPECT_EQ(stop ? stop->code : 0, each.code) << each.content;
   }
 }
 
-TEST_F(RegistryToolTest, finds_the_key_that_the_library_finds) {
+TEST(RegistryFindTest, finds_the_key_that_the_library_finds) {
   const RegistryText registry =
       ParseRegistry("[KEY]\n1\na\n[KEY]\n2\na\n[KEY]\n3\nb\n[KEY]\n3\nc\n");
-  EXPECT_EQ(FindRegistryKey(registry, "a"), 0u);
-  EXPECT_EQ(FindRegistryKey(registry, "c"), 3u);
-  EXPECT_THROW(FindRegistryKey(registry, "b"), RegistryError) << "its id leads to c";
+  EXPECT_EQ(registry.FindByName("a"), &registry.keys[0]);
+  EXPECT_FALSE(registry.Reaches(registry.keys[1])) << "its name leads to the first";
+  EXPECT_FALSE(registry.Reaches(registry.keys[2])) << "its id leads to c";
+  EXPECT_TRUE(registry.Reaches(registry.keys[3]));
 }
 
 }  // namespace

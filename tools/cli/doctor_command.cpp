@@ -22,7 +22,6 @@
 #include "tools/cli/commands.h"
 #include "tools/cli/json.h"
 #include "tools/registry/registry_file.h"
-#include "tools/registry/registry_view.h"
 #include "transport/client_session.h"
 #include "transport/cp_drem_session.h"
 #include "transport/kalo_status.h"
@@ -148,12 +147,12 @@ class Examination {
   Finding Registry() const {
     try {
       const RegistryText registry = LoadRegistryFile(kRegistryPath);
-      return {Finding::kOk, CountText(registry) + " in " + kRegistryPath, ""};
-    } catch (const RegistryError& error) {
+      return {Finding::kOk, common::Counted(registry.keys.size(), "key") + " in " + kRegistryPath, ""};
+    } catch (const std::exception& error) {
       const bool missing = access(kRegistryPath, F_OK) != 0;
       return {Finding::kWarning, error.what(),
-              std::string("only the settings functions need it: ") +
-                  (missing ? "make the file, an empty one will do" : "mend the file")};
+              std::string(missing ? "create the file, which may be empty" : "correct the file") +
+                  "; only the settings functions need it"};
     }
   }
 

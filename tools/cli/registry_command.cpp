@@ -1,24 +1,26 @@
-#include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <iostream>
 #include <memory>
+#include <stdexcept>
 
 #include "common/colours.h"
 #include "common/command_line.h"
-#include "common/input_error.h"
+#include "common/format.h"
+#include "common/input.h"
 #include "common/number.h"
 #include "common/text.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/json.h"
-#include "tools/registry/registry_edit.h"
 #include "tools/registry/registry_file.h"
-#include "tools/registry/registry_view.h"
+#include "tools/registry/registry_repair.h"
 
 namespace kaloctl {
 namespace {
+
+using common::Format;
+using common::Quoted;
 
 struct RegistryOptions {
   std::string file = kRegistryPath;
@@ -28,265 +30,223 @@ struct RegistryOptions {
   std::optional<uint32_t> type;
   std::optional<uint32_t> id;
   bool json = false;
-  bool raw = false;
-  bool repair = false;
   bool force = false;
 };
 
-// A text, a number as the file has it, or null where the file ends before it.
-Json DataJson(const RegistryValue& value) {
-  if (value.text) return *value.text;
-  return value.number ? Json(static_cast<int32_t>(*value.number)) : Json();
+constexpr char kHidden[] = ": another key with its name or id hides it";
+
+const char* TypeText(uint32_t type) {
+  return type == REG_SZ ? "string" : type == REG_DWORD ? "dword" : "qword";
 }
 
-Json RegistryJson(const RegistryText& registry) {
-  Json keys = Json::array();
-  for (const RegistryKey& key : registry.keys) {
-    Json values = Json::array();
-    for (const RegistryValue& value : key.values) {
-      values.push_back(
-          {{"name", value.name}, {"type", TypeText(value.type)}, {"data", DataJson(value)}});
-    }
-    keys.push_back({{"name", key.name},
-                    {"id", key.id},
-                    {"reachable", Reaches(registry, key)},
-                    {"values", values}});
+// A text, a number as the file has it, or null if the file ends before it.
+Json DataJson(const RegistryValue& value) {
+  if (!value.data) return nullptr;
+  return value.type == REG_SZ ? Json(*value.data) : Json(std::stoi(*value.data));
+}
+
+// "5 (0x5)  dword"
+std::string ValueText(const RegistryValue& value) {
+  std::string data = "(no data)";
+  if (value.data && value.type == REG_SZ) data = "\"" + common::Printable(*value.data) + "\"";
+  if (value.data && value.type != REG_SZ) {
+    data = Format("{} ({:#x})", *value.data, static_cast<uint32_t>(std::stoi(*value.data)));
   }
-  Json json = {{"keys", keys}, {"endsEarlyAtLine", nullptr}};
-  if (registry.endedEarly) json["endsEarlyAtLine"] = *registry.endedEarly;
-  return json;
+  return data + "  " + TypeText(value.type);
+}
+
+Json KeyJson(const RegistryText& registry, const RegistryKey& key) {
+  Json values = Json::array();
+  for (const RegistryValue& value : key.values) {
+    values.push_back(
+        {{"name", value.name}, {"type", TypeText(value.type)}, {"data", DataJson(value)}});
+  }
+  return {
+      {"name", key.name}, {"id", key.id}, {"reachable", registry.Reaches(key)}, {"values", values}};
+}
+
+void PrintRegistry(const RegistryText& registry) {
+  const common::Colours colours = common::ColoursFor(stdout);
+  for (const RegistryKey& key : registry.keys) {
+    std::cout << colours.bold << common::Printable(key.name) << colours.reset
+              << Format("  [{:#010x}]", key.id) << colours.bad
+              << (registry.Reaches(key) ? "" : kHidden) << colours.reset << '\n';
+    for (const RegistryValue& value : key.values) {
+      std::cout << "  " << common::Printable(value.name) << " = " << ValueText(value) << '\n';
+    }
+  }
+  std::cout << std::flush;
 }
 
 int List(const RegistryOptions& options) {
   const RegistryText registry = LoadRegistryFile(options.file);
   if (options.json) {
-    PrintJson(std::cout, RegistryJson(registry));
+    Json keys = Json::array();
+    for (const RegistryKey& key : registry.keys) keys.push_back(KeyJson(registry, key));
+    PrintJson(std::cout, {{"keys", keys},
+                          {"endsEarlyAtLine", registry.stop ? Json(registry.stop->line) : Json()}});
   } else {
-    PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
+    PrintRegistry(registry);
   }
-  if (registry.endedEarly) {
-    std::cout << std::flush;
-    std::cerr << "kaloctl: '" << options.file << "', line " << *registry.endedEarly
-              << ": the library stops reading here, without an error\n";
-  }
+  if (registry.stop) std::cerr << "kaloctl: " << registry.stop->Text(options.file) << '\n';
   return kDone;
 }
 
-RegistryValue* FindValue(RegistryKey& key, const std::string& name) {
-  for (RegistryValue& value : key.values) {
-    if (value.name == name) return &value;
+// The key with the path of the command line. Throws RegistryError if the library finds none, or
+// another one: the path leads it to an id, the id to a name, and the name to a key.
+RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
+  const RegistryKey* key = registry.FindByName(options.key);
+  if (key == nullptr) {
+    throw RegistryError(Format("{} has no key {}", Quoted(options.file), Quoted(options.key)),
+                        OSCL_ERROR_REG_ID_NOT_FOUND);
   }
-  return nullptr;
+  if (!registry.Reaches(*key)) {
+    throw common::InputError("key " + Quoted(options.key) + kHidden +
+                             "; give each key its own name and id");
+  }
+  return registry.keys[static_cast<std::size_t>(key - registry.keys.data())];
+}
+
+RegistryValue& FindValue(RegistryKey& key, const std::string& name) {
+  if (RegistryValue* value = key.Find(name)) return *value;
+  throw RegistryError(Format("key {} has no value {}", Quoted(key.name), Quoted(name)),
+                      OSCL_ERROR_REG_VALUE_NOT_FOUND);
 }
 
 int Get(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
-  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
-  const RegistryValue* value = FindValue(key, options.name);
-  if (value == nullptr) {
-    throw RegistryError("key '" + options.key + "' has no value '" + options.name + "' (code " +
-                        std::to_string(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ", " +
-                        RegistryCodeText(OSCL_ERROR_REG_VALUE_NOT_FOUND) + ")");
-  }
+  const RegistryValue& value = FindValue(FindKey(registry, options), options.name);
   if (options.json) {
-    PrintJson(std::cout, {{"type", TypeText(value->type)}, {"data", DataJson(*value)}});
-  } else if (!options.raw) {
-    std::cout << TypeText(value->type) << " " << DataText(*value) << '\n';
-  } else if (value->type == REG_SZ) {
-    std::cout << value->text.value_or("") << '\n';
+    PrintJson(std::cout, {{"type", TypeText(value.type)}, {"data", DataJson(value)}});
   } else {
-    std::cout << NumberText(*value) << '\n';
+    std::cout << ValueText(value) << '\n';
   }
   return kDone;
 }
 
-uint32_t NumberOf(const std::string& data) {
+// "5" or "-5" for a number of a value.
+std::string NumberText(const std::string& data) {
   const bool negative = !data.empty() && data[0] == '-';
-  const auto number = common::ParseNumber(negative ? data.substr(1) : data,
-                                          negative ? 0x80000000u : common::kMaxWord);
-  if (!number) {
-    throw common::InputError(common::Quoted(data) +
-                             ": a number from -2147483648 to 4294967295 is expected, decimal or 0x "
-                             "hexadecimal");
-  }
-  return static_cast<uint32_t>(negative ? 0 - *number : *number);
+  const std::uint64_t number = common::RequireNumber("DATA", data.substr(negative ? 1 : 0),
+                                                     negative ? 0x80000000u : common::kMaxWord);
+  return std::to_string(static_cast<int32_t>(negative ? 0 - number : number));
 }
 
-// Changes the value in the key that the library would change, or adds it there.
-void Change(RegistryText& registry, const RegistryOptions& options) {
-  RegistryKey& key = registry.keys[FindRegistryKey(registry, options.key, options.file)];
-  RegistryValue* value = FindValue(key, options.name);
-  if (value == nullptr) {
-    if (!options.type) {
-      throw common::InputError("value '" + options.name + "' is new in '" + options.key +
-                               "': give it a type with --type string, dword or qword");
-    }
-    value = &key.values.emplace_back();
-    value->name = options.name;
+// The registry of a file that the library reads to its end.
+RegistryText LoadToEdit(const RegistryOptions& options) {
+  RegistryText registry = LoadRegistryFile(options.file);
+  if (!registry.stop) return registry;
+  throw common::InputError(registry.stop->Text(options.file) +
+                           "; correct the line, because a change would lose what follows");
+}
+
+// Writes a file from which the library reads `registry`, or throws.
+int Write(const RegistryText& registry, const RegistryOptions& options) {
+  const std::string content = FormatRegistry(registry);
+  const RegistryText again = ParseRegistry(content);
+  if (again.stop || FormatRegistry(again) != content) {
+    throw common::InputError(Quoted(options.file) +
+                             " was not changed: the library would read something else; give names "
+                             "and texts 1 to 255 characters, no line feed and no leading blank");
   }
-  value->type = options.type.value_or(value->type);
-  value->text.reset();
-  value->number.reset();
-  if (value->type == REG_SZ) {
-    value->text = options.data;
+  WriteRegistryFile(options.file, content);
+  return kDone;
+}
+
+int AddKey(const RegistryOptions& options) {
+  RegistryText registry = LoadToEdit(options);
+  if (registry.FindByName(options.key) != nullptr) {
+    throw common::InputError("key " + Quoted(options.key) + " already exists");
+  }
+  uint32_t id = options.id.value_or(1);
+  while (!options.id && registry.FindById(id) != nullptr) ++id;
+  if (const RegistryKey* owner = registry.FindById(id)) {
+    throw common::InputError(
+        Format("--id {:#x} is the id of {}; choose another", id, Quoted(owner->name)));
+  }
+  registry.keys.push_back({id, options.key, {}});
+  return Write(registry, options);
+}
+
+int Delete(const RegistryOptions& options) {
+  RegistryText registry = LoadToEdit(options);
+  RegistryKey& key = FindKey(registry, options);
+  if (options.name.empty()) {
+    registry.keys.erase(registry.keys.begin() + (&key - registry.keys.data()));
   } else {
-    value->number = NumberOf(options.data);
+    key.values.erase(key.values.begin() + (&FindValue(key, options.name) - key.values.data()));
   }
-}
-
-// Throws common::InputError unless the library would read from `content` what `registry` holds.
-void ProveLoadable(const RegistryText& registry, const std::string& content,
-                   const RegistryOptions& options) {
-  std::string readBack;
-  try {
-    readBack = FormatRegistry(ParseRegistry(content), RegistryStyle::kLoadable);
-  } catch (const RegistryFault&) {
-  }
-  if (readBack == FormatRegistry(registry, RegistryStyle::kLoadable)) return;
-  throw common::InputError(
-      (options.name.empty() ? common::Quoted(options.key)
-                            : common::Quoted(options.name) + " = " + common::Quoted(options.data)) +
-      ": names and texts of 1 to 255 characters are expected, without line ends and "
-      "without a blank in front; nothing was changed");
+  return Write(registry, options);
 }
 
 int Set(const RegistryOptions& options) {
-  if (!options.repair && !options.force) {
-    throw common::InputError(
-        "nothing was changed: as the library writes it, " + common::Quoted(options.file) +
-        R"( would not load again: each line would end in a blank, and every later call would fail
-with code 13. Add --repair to write it without the blanks and with its keys in their order,
-or --force to write it as the library does)");
+  RegistryText registry = LoadToEdit(options);
+  RegistryKey& key = FindKey(registry, options);
+  if (options.type && key.Find(options.name) == nullptr)
+    key.values.push_back({options.name, 0, {}});
+  RegistryValue* value = key.Find(options.name);
+  if (value == nullptr) {
+    throw common::InputError(Format("key {} has no value {} yet; add --type to create it",
+                                    Quoted(options.key), Quoted(options.name)));
   }
-  RegistryText registry =
-      options.repair ? LoadRegistryFileToEdit(options.file) : LoadRegistryFile(options.file);
-  RequireUndoubted(registry, options.file);
-  Change(registry, options);
-  const std::string loadable = FormatRegistry(registry, RegistryStyle::kLoadable);
-  ProveLoadable(registry, loadable, options);
-  WriteRegistryFile(options.file, options.repair
-                                      ? loadable
-                                      : FormatRegistry(registry, RegistryStyle::kRewritten));
-  if (options.force) {
-    std::cerr << "kaloctl: '" << options.file << "' does not load any more until "
-              << RegistryCommand("repair", options.file) << " is run\n";
-  }
-  return kDone;
+  value->type = options.type.value_or(value->type);
+  value->data = value->type == REG_SZ ? options.data : NumberText(options.data);
+  return Write(registry, options);
 }
 
-// What the library would not load, or load in part.
 int Check(const RegistryOptions& options) {
   std::vector<std::string> problems;
-  std::string counted;
+  RegistryText registry;
   try {
-    const RegistryText registry = LoadRegistryFile(options.file);
-    counted = CountText(registry);
-    if (registry.endedEarly) {
-      problems.push_back("'" + options.file + "', line " + std::to_string(*registry.endedEarly) +
-                         ": the library stops reading here, without an error");
-    }
-    for (const RegistryKey& key : registry.keys) {
-      if (Reaches(registry, key)) continue;
-      problems.push_back("key " + common::Quoted(key.name) + " is hidden by one of the same " +
-                         (registry.FindByName(key.name) != &key ? "name" : "id"));
-    }
+    registry = LoadRegistryFile(options.file);
+    if (registry.stop) problems.push_back(registry.stop->Text(options.file));
   } catch (const RegistryError& error) {
     problems.emplace_back(error.what());
+  }
+  for (const RegistryKey& key : registry.keys) {
+    if (!registry.Reaches(key)) problems.push_back("key " + Quoted(key.name) + kHidden);
   }
   if (options.json) {
     PrintJson(std::cout, {{"good", problems.empty()}, {"problems", problems}});
   } else if (problems.empty()) {
-    std::cout << "'" << options.file << "' loads: " << counted << "\n";
+    std::cout << Quoted(options.file) << " loads: " << common::Counted(registry.keys.size(), "key")
+              << '\n';
   } else {
     for (const std::string& problem : problems) std::cerr << "kaloctl: " << problem << '\n';
   }
   return problems.empty() ? kDone : kFailed;
 }
 
-// Writes what the library would load; it has no way of its own to add or to delete.
-int WriteEdited(const RegistryText& registry, const RegistryOptions& options) {
-  RequireUndoubted(registry, options.file);
-  if (registry.endedEarly) {
-    throw common::InputError("'" + options.file + "', line " +
-                             std::to_string(*registry.endedEarly) +
-                             ": the library stops reading here, and what follows would be lost; "
-                             "nothing was changed");
-  }
-  const std::string content = FormatRegistry(registry, RegistryStyle::kLoadable);
-  ProveLoadable(registry, content, options);
-  WriteRegistryFile(options.file, content);
-  return kDone;
-}
-
-int AddKey(const RegistryOptions& options) {
-  RegistryText registry = LoadRegistryFileToEdit(options.file);
-  AddRegistryKey(registry, options.key, options.id);
-  return WriteEdited(registry, options);
-}
-
-int Delete(const RegistryOptions& options) {
-  RegistryText registry = LoadRegistryFileToEdit(options.file);
-  const std::size_t at = FindRegistryKey(registry, options.key, options.file);
-  if (options.name.empty()) {
-    registry.keys.erase(registry.keys.begin() + static_cast<std::ptrdiff_t>(at));
-  } else {
-    DeleteRegistryValue(registry.keys[at], options.name);
-  }
-  return WriteEdited(registry, options);
-}
-
-void MendLineEnds(const RegistryOptions& options) {
-  const std::string content = ReadRegistryFile(options.file);
-  if (!HasCarriageReturns(content)) return;
-  WriteRegistryFile(options.file, WithoutCarriageReturns(content));
-  std::cout << "'" << options.file << "': its lines end in LF now, no longer in CR LF\n";
-}
-
 int Repair(const RegistryOptions& options) {
-  MendLineEnds(options);
-  const std::string content = ReadRegistryFile(options.file);
-  const RegistryText registry = LoadRegistryFileToEdit(options.file);
-  if (!IsRewritten(content)) {
-    std::cout << "'" << options.file << "' loads as it is: " << CountText(registry)
-              << "; nothing was changed\n";
-    return kDone;
+  const std::string content = common::ReadInput(options.file);
+  if (RepairableDamage(content).empty()) {
+    if (Check(options) == kDone) return kDone;
+    throw std::runtime_error("'repair' cannot correct this; edit the file");
   }
-  PrintRegistry(std::cout, common::ColoursFor(stdout), registry);
-  std::cout << std::flush;
-  if (!options.force) RequireUndoubted(registry, options.file);
-  WriteRegistryFile(options.file, FormatRegistry(registry, RegistryStyle::kLoadable));
-  std::cout << "'" << options.file << "' loads again: " << CountText(registry) << "\n";
-  return kDone;
+  const RegistryText repaired = RepairRegistry(content);
+  const auto& stop = repaired.stop;
+  if (stop) throw std::runtime_error(stop->Text(options.file) + "; correct the line first");
+  PrintRegistry(repaired);
+  if (repaired.doubtful && !options.force) {
+    throw common::InputError(Quoted(options.file) +
+                             " was not changed: a text with line feeds may have added keys and "
+                             "values; check the list above, and add --force if all of it is right");
+  }
+  Write(repaired, options);
+  return Check(options);
 }
 
 constexpr char kFooter[] =
     R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video', NAME a value in
-it. The file is read as the library reads it. Types are string, dword and qword (whose data
-the library keeps in 32 bits). A file that does not load is reported with line and code.
+it. A number has 32 bits, also in a qword.
 
-When the library sets a value it rewrites the file so that it does not load again. 'set'
-therefore asks for --repair (the file stays loadable) or --force (what the library does), and
-'repair' undoes what the library did to a file, the order of its keys included, and mends lines that
-end in CR LF. It shows the keys that the file will hold. A text with line ends can have brought in
-some of them: where a text is followed by anything, 'repair' asks for --force, and changes nothing
-without it. 'add' and 'delete' leave the file loadable. 'set' adds a value that is not there when it
-is told the type.
+A file that the library has written does not load again. 'repair' removes the blanks at its
+line ends, restores the order of its keys, replaces CR LF, and shows the keys. A text with line
+feeds may have added some of them: if anything follows a text, 'repair' requires --force.
 
 Examples:
   kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
-  kaloctl registry add 'HKEY_LOCAL_MACHINE\Software\Video' --file r.txt
-  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --repair --file r.txt
-  kaloctl registry delete 'HKEY_LOCAL_MACHINE\Software\Video' Level --file r.txt
-)";
-
-void AddKeyArgument(common::Command* command, RegistryOptions* options) {
-  command->AddText("KEY", &options->key, "", "Full path of the key").Require();
-}
-
-void AddValueArguments(common::Command* command, RegistryOptions* options) {
-  AddKeyArgument(command, options);
-  command->AddText("NAME", &options->name, "", "Name of the value").Require();
-}
+  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --file r.txt)";
 
 }  // namespace
 
@@ -298,36 +258,35 @@ void DefineRegistry(common::Command* program) {
   const auto add = [&](const char* name, const char* help, int (*action)(const RegistryOptions&)) {
     common::Command* command = registry->AddCommand(name, help);
     command->AddFile("--file", &options->file,
-                     std::string("The registry file (default: ") + kRegistryPath + ")");
+                     Format("Use FILE as the registry (default: {})", kRegistryPath));
     command->SetAction([=] { return action(*options); });
     return command;
   };
-  AddJsonFlag(add("list", "Show all keys and values as a tree", List), &options->json);
-  AddJsonFlag(add("check", "Say whether the library loads the file, and all of it", Check),
-              &options->json);
+  const auto addKey = [&](common::Command* command) {
+    command->AddText("KEY", &options->key, "", "Full path of the key").Require();
+  };
+  AddJsonFlag(add("list", "Show all keys and values", List), &options->json);
+  AddJsonFlag(add("check", "Check that the library loads all of the file", Check), &options->json);
   common::Command* get = add("get", "Show a value with its type", Get);
-  AddValueArguments(get, options.get());
-  AddJsonFlag(get, &options->json)
-      .Exclude(get->AddFlag("--raw", &options->raw, "Show the data only"));
-  common::Command* addKey = add("add", "Add a key without values", AddKey);
-  AddKeyArgument(addKey, options.get());
-  addKey->AddNumber("--id", &options->id, "Its id (default: the first that is free)");
-  common::Command* remove =
+  addKey(get);
+  get->AddText("NAME", &options->name, "", "Name of the value").Require();
+  AddJsonFlag(get, &options->json);
+  common::Command* addition = add("add", "Add a key without values", AddKey);
+  addKey(addition);
+  addition->AddNumber("--id", &options->id, "Give the key this id (default: the first free one)");
+  common::Command* deletion =
       add("delete", "Delete a key with its values, or one of its values", Delete);
-  AddKeyArgument(remove, options.get());
-  remove->AddText("NAME", &options->name, "", "Name of the value; without it, delete the key");
-  common::Command* set = add("set", "Set a value", Set);
-  AddValueArguments(set, options.get());
-  set->AddText("DATA", &options->data, "", "A text, or a number that is decimal or 0x hexadecimal")
-      .Require();
+  addKey(deletion);
+  deletion->AddText("NAME", &options->name, "", "Name of the value; without it, delete the key");
+  common::Command* set = add("set", "Set a value, or add it with --type", Set);
+  addKey(set);
+  set->AddText("NAME", &options->name, "", "Name of the value").Require();
+  set->AddText("DATA", &options->data, "", "A text, or a decimal or hexadecimal number").Require();
   set->AddChoice<uint32_t>("--type", &options->type,
                            {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
-                           "Type of the value (default: the one it has)");
-  set->AddFlag("--repair", &options->repair, "Write so that the library loads it again")
-      .Exclude(set->AddFlag("--force", &options->force,
-                            "Write as the library does: it does not load again"));
-  add("repair", "Make a file load again that the library has rewritten, or that has CR LF", Repair)
-      ->AddFlag("--force", &options->force, "Also what a text may have brought in");
+                           "Give the value this type");
+  add("repair", "Make a file load again that the library has written, or that has CR LF", Repair)
+      ->AddFlag("--force", &options->force, "Keep also what a text may have added");
 }
 
 }  // namespace kaloctl

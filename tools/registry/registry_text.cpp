@@ -1,140 +1,99 @@
 #include "tools/registry/registry_text.h"
 
 #include <algorithm>
-#include <cctype>
-#include <cstdio>
-#include <cstdlib>
 
-#include "common/number.h"
+#include "common/format.h"
 #include "common/text.h"
 #include "oscl/last_error.h"
-#include "oscl/registry.h"
+#include "oscl/registry_image.h"
 
 namespace kaloctl {
 namespace {
 
-constexpr char kKeyMark[] = "[KEY]";
-constexpr char kValueMark[] = "[VALUE]";
-constexpr std::size_t kLineLimit = 255;
-
-bool IsSpace(char character) { return std::isspace(static_cast<unsigned char>(character)) != 0; }
-
-// The number at the start of the line, 0 without one; bits above the 32nd are lost.
-uint32_t DecimalOf(const std::string& line) {
-  return static_cast<uint32_t>(std::strtol(line.c_str(), nullptr, 10));
+// The keys that the library reads from `content`. Throws oscl::RegistryFailure.
+std::vector<RegistryKey> ReadKeys(const std::string& content) {
+  const oscl::RegistryImage image(content);
+  std::vector<RegistryKey> keys;
+  for (const oscl::RegistryKeyRecord& record : image.keys()) {
+    RegistryKey& key = keys.emplace_back();
+    key.id = record.keyId;
+    key.name = record.name;
+    for (std::uint32_t i = 0; i < record.valueCount; ++i) {
+      const oscl::RegistryValueRecord& source = image.ValuesOf(record)[i];
+      RegistryValue& value = key.values.emplace_back(
+          RegistryValue{std::string(source.name), source.type, std::string(source.text)});
+      if (oscl::IsRegistryNumber(value.type)) value.data = std::to_string(source.number);
+      if (source.size == 0) value.data.reset();
+    }
+  }
+  if (!keys.empty()) std::reverse(keys.begin() + 1, keys.end());
+  return keys;
 }
 
-class RegistryParser {
- public:
-  explicit RegistryParser(std::string_view content) : content_(content) {}
-
-  RegistryText Parse() {
-    RegistryText registry;
-    std::string mark;
-    bool more = ReadLine(mark);
-    while (more) {
-      const std::size_t line = lineOfText_;
-      if (mark == kKeyMark) {
-        more = ReadKey(registry.keys.emplace_back());
-      } else if (mark == kValueMark) {
-        more = !registry.keys.empty() && ReadValue(registry.keys.back());
-      } else {
-        throw RegistryFault(
-            line, OSCL_ERROR_REG_ITEM_UNKNOWN,
-            "'" + common::Printable(mark) + "': [KEY] or [VALUE] is expected" + BlankHint(mark));
-      }
-      if (!more && position_ < content_.size()) registry.endedEarly = line;
-      more = more && ReadLine(mark);
-    }
-    if (registry.keys.empty() && !content_.empty()) registry.endedEarly = 1;
-    // A key that the end of the file leaves without a name is not kept.
-    if (!registry.keys.empty() && registry.keys.back().name.empty()) registry.keys.pop_back();
-    return registry;
+// 0, or why the library does not load `content`.
+std::uint32_t LoadCode(const std::string& content) {
+  try {
+    const oscl::RegistryImage image(content);
+    return OSCL_ERROR_SUCCESS;
+  } catch (const oscl::RegistryFailure& failure) {
+    return failure.code();
   }
+}
 
- private:
-  static std::string BlankHint(const std::string& mark) {
-    const bool known = mark == std::string(kKeyMark) + " " || mark == std::string(kValueMark) + " ";
-    return known ? " without the blank after it" : "";
+// True if the library reads `content` to its end. Then it also reads the lines added here: they
+// complete an item that the end has cut, and after that it refuses them.
+bool IsReadToEnd(std::string content) {
+  if (!content.empty() && content.back() != '\n') content += '\n';
+  return LoadCode(content + "1\n1\n1\n1\n") != OSCL_ERROR_SUCCESS;
+}
+
+std::string StopMessage(std::uint32_t code, const std::string& line) {
+  if (code == 0) return "the library ignores the file from here on, without an error";
+  const std::size_t begin = std::min(line.find_first_not_of(" \t"), line.size());
+  return common::Format("{}: expected {}", common::Quoted(line.substr(begin)),
+                        code == OSCL_ERROR_REG_TYPE_UNKNOWN
+                            ? "a type: 1 (string), 4 (dword) or 11 (qword)"
+                            : "'[KEY]' or '[VALUE]'");
+}
+
+// nullopt if the library reads all of `content`.
+std::optional<RegistryStop> FindStop(const std::string& content) {
+  const std::uint32_t code = LoadCode(content);
+  const auto isRead = [code](const std::string& text) {
+    return code == OSCL_ERROR_SUCCESS ? IsReadToEnd(text) : LoadCode(text) == OSCL_ERROR_SUCCESS;
+  };
+  if (isRead(content)) return std::nullopt;
+  std::vector<std::size_t> ends;  // of the lines
+  for (std::size_t at = 0; at < content.size(); at = ends.back() + 1) {
+    ends.push_back(std::min(content.find('\n', at), content.size()));
   }
+  const auto found = std::partition_point(ends.begin(), ends.end(), [&](std::size_t end) {
+    return isRead(content.substr(0, end + 1));
+  });
+  const std::size_t begin = found == ends.begin() ? 0 : found[-1] + 1;
+  return RegistryStop{static_cast<std::size_t>(found - ends.begin()) + 1, code,
+                      StopMessage(code, content.substr(begin, *found - begin))};
+}
 
-  // At most 255 characters up to the line end, then all white space after it. False at a line end
-  // and at the end of the file.
-  bool ReadLine(std::string& line) {
-    lineOfText_ = lineNumber_;
-    const std::string_view rest = content_.substr(position_);
-    const std::size_t length = std::min({rest.find('\n'), rest.size(), kLineLimit});
-    if (length == 0) return false;
-    line = rest.substr(0, length);
-    line.resize(std::min(line.find('\0'), line.size()));
-    position_ += length;
-    SkipSpace();
-    return true;
-  }
-
-  void SkipSpace() {
-    while (position_ < content_.size() && IsSpace(content_[position_])) {
-      if (content_[position_] == '\n') ++lineNumber_;
-      ++position_;
-    }
-  }
-
-  // What follows the digits on their line is the next line.
-  bool ReadHexadecimal(uint32_t& number) {
-    const std::size_t end = content_.find_first_not_of("+-0123456789abcdefABCDEFxX", position_);
-    const std::string digits(content_.substr(position_, end - position_));
-    int length = 0;
-    // As the library, which takes a "0x" for 0 that no digits follow.
-    if (std::sscanf(digits.c_str(), "%x%n", &number, &length) != 1) return false;
-    position_ += static_cast<std::size_t>(length);
-    SkipSpace();
-    return true;
-  }
-
-  bool ReadKey(RegistryKey& key) { return ReadHexadecimal(key.id) && ReadLine(key.name); }
-
-  bool ReadValue(RegistryKey& key) {
-    RegistryValue value;
-    std::string line;
-    if (!ReadLine(value.name) || !ReadLine(line)) return false;
-    value.type = DecimalOf(line);
-    if (value.type != REG_SZ && value.type != REG_DWORD && value.type != REG_QWORD) {
-      throw RegistryFault(lineOfText_, OSCL_ERROR_REG_TYPE_UNKNOWN,
-                          "type '" + common::Printable(line) + "' of value '" +
-                              common::Printable(value.name) +
-                              "': 1 (text), 4 (number) or 11 (number) is expected");
-    }
-    const bool whole = ReadLine(line);
-    if (whole && value.type == REG_SZ) value.text = line;
-    if (whole && value.type != REG_SZ) value.number = DecimalOf(line);
-    key.values.push_back(std::move(value));
-    return whole;
-  }
-
-  std::string_view content_;
-  std::size_t position_ = 0;
-  std::size_t lineNumber_ = 1;
-  // Of what was read last.
-  std::size_t lineOfText_ = 1;
-};
-
-// See RegistryText::doubt.
-std::string DoubtAbout(std::string_view content, const RegistryText& registry) {
-  if (FormatRegistry(registry, RegistryStyle::kRewritten) != content) {
-    return "not every line is as the library writes it";
-  }
-  std::string after;
+template <typename Field, typename Wanted>
+const RegistryKey* First(const RegistryText& registry, Field RegistryKey::*field, Wanted wanted) {
   for (const RegistryKey* key : registry.ListOrder()) {
-    if (!after.empty()) return "key '" + common::Printable(key->name) + after;
-    for (const RegistryValue& value : key->values) {
-      if (!after.empty()) return "value '" + common::Printable(value.name) + after;
-      if (value.text) after = "' follows the text of '" + common::Printable(value.name) + "'";
-    }
+    if (key->*field == wanted) return key;
   }
-  return "";
+  return nullptr;
 }
 
 }  // namespace
+
+std::string RegistryStop::Text(const std::string& path) const {
+  return common::Format("{}, line {}: {}", common::Quoted(path), line, message);
+}
+
+RegistryValue* RegistryKey::Find(std::string_view valueName) {
+  const auto found = std::find_if(values.begin(), values.end(),
+                                  [&](const auto& value) { return value.name == valueName; });
+  return found == values.end() ? nullptr : &*found;
+}
 
 std::vector<const RegistryKey*> RegistryText::ListOrder() const {
   std::vector<const RegistryKey*> order;
@@ -144,75 +103,32 @@ std::vector<const RegistryKey*> RegistryText::ListOrder() const {
 }
 
 const RegistryKey* RegistryText::FindByName(std::string_view name) const {
-  for (const RegistryKey* key : ListOrder()) {
-    if (key->name == name) return key;
-  }
-  return nullptr;
+  return First(*this, &RegistryKey::name, name);
 }
 
-const RegistryKey* RegistryText::FindById(uint32_t id) const {
-  for (const RegistryKey* key : ListOrder()) {
-    if (key->id == id) return key;
-  }
-  return nullptr;
+const RegistryKey* RegistryText::FindById(std::uint32_t id) const {
+  return First(*this, &RegistryKey::id, id);
 }
 
-const char* RegistryCodeText(uint32_t code) {
-  switch (code) {
-#define REGISTRY_CODE(name, value, message) \
-  case value:                               \
-    return message;
-    OSCL_ERROR_TABLE(REGISTRY_CODE)
-#undef REGISTRY_CODE
-    default:
-      return "unknown error";
-  }
+bool RegistryText::Reaches(const RegistryKey& key) const {
+  return FindByName(key.name) == &key && FindById(key.id)->name == key.name;
 }
 
-RegistryText ParseRegistry(std::string_view content) { return RegistryParser(content).Parse(); }
-
-bool IsRewritten(std::string_view content) {
-  return content.substr(0, content.find('\n')) == std::string(kKeyMark) + " ";
+RegistryText ParseRegistry(const std::string& content) {
+  std::optional<RegistryStop> stop = FindStop(content);
+  const bool loads = !stop || stop->code == OSCL_ERROR_SUCCESS;
+  return {loads ? ReadKeys(content) : std::vector<RegistryKey>(), std::move(stop), false};
 }
 
-RegistryText ParseRewritten(std::string_view content) {
-  std::string stripped;
-  std::string_view rest = content;
-  for (std::size_t number = 1; !rest.empty(); ++number) {
-    const std::size_t end = std::min(rest.find('\n'), rest.size());
-    std::string_view line = rest.substr(0, end);
-    rest.remove_prefix(std::min(end + 1, rest.size()));
-    if (!line.empty() && line.back() == ' ') line.remove_suffix(1);
-    if (std::all_of(line.begin(), line.end(), IsSpace)) {
-      throw RegistryFault(number, OSCL_ERROR_REG_ITEM_UNKNOWN,
-                          "an empty line: texts cannot be empty in this file; write one, or take "
-                          "the value out");
-    }
-    stripped.append(line).append("\n");
-  }
-  RegistryText registry = ParseRegistry(stripped);
-  if (!registry.keys.empty()) std::reverse(registry.keys.begin() + 1, registry.keys.end());
-  registry.doubt = DoubtAbout(content, registry);
-  return registry;
-}
-
-std::string FormatRegistry(const RegistryText& registry, RegistryStyle style) {
-  std::vector<const RegistryKey*> order = registry.ListOrder();
-  if (style == RegistryStyle::kLoadable && !order.empty()) {
-    std::reverse(order.begin() + 1, order.end());
-  }
-  const std::string end = style == RegistryStyle::kRewritten ? " \n" : "\n";
+std::string FormatRegistry(const RegistryText& registry) {
   std::string content;
-  for (const RegistryKey* key : order) {
-    content += kKeyMark + end + "\t" + common::Hex(key->id, 8) + end + "\t" + key->name + end;
-    for (const RegistryValue& value : key->values) {
-      content += "\t\t" + std::string(kValueMark) + end;
-      if (!value.name.empty()) content += "\t\t\t" + value.name + end;
-      content += "\t\t\t" + std::to_string(static_cast<int32_t>(value.type)) + end;
-      if (value.text) content += "\t\t\t" + *value.text + end;
-      if (value.number) {
-        content += "\t\t\t" + std::to_string(static_cast<int32_t>(*value.number)) + end;
-      }
+  for (const RegistryKey& key : registry.keys) {
+    content += common::Format("[KEY]\n\t{:#010x}\n\t{}\n", key.id, key.name);
+    for (const RegistryValue& value : key.values) {
+      content += "\t\t[VALUE]\n";
+      if (!value.name.empty()) content += "\t\t\t" + value.name + '\n';
+      content += common::Format("\t\t\t{}\n", value.type);
+      if (value.data) content += "\t\t\t" + *value.data + '\n';
     }
   }
   return content;
