@@ -25,14 +25,12 @@ bool Holds(const zulisim::Scenario& scenario) {
 }
 
 void TakeOptions(FuzzedDataProvider& input) {
-  static constexpr decltype(&zulisim::AddClientOption) kOptions[] = {
-      zulisim::AddClientOption, zulisim::AddReplyOption, zulisim::AddFaultOption,
-      zulisim::AddShortOption, zulisim::AddLossOption};
+  const auto& options = zulisim::InstructionOptions();
   zulisim::Scenario scenario;
   while (input.remaining_bytes() != 0) {
-    const auto option = input.PickValueInArray(kOptions);
+    const auto& option = options[input.ConsumeIntegralInRange<size_t>(0, options.size() - 1)];
     try {
-      option(input.ConsumeRandomLengthString(), &scenario);
+      option.add(input.ConsumeRandomLengthString(), &scenario);
     } catch (const std::invalid_argument& error) {
       FUZZ_CHECK(*error.what() != '\0');
     }

@@ -20,7 +20,8 @@ Exit status: 0 when every file is good, 1 when one is not or cannot be read, 125
 command line that cannot be understood.)";
 
 void DescribeRecording(const std::string& path, const Recording& recording) {
-  std::cout << path << (recording.header.redacted ? ": a redacted recording of " : ": a recording of ")
+  std::cout << path
+            << (recording.header.redacted ? ": a redacted recording of " : ": a recording of ")
             << common::Counted(recording.operations.size(), "operation");
   if (recording.cut) std::cout << ", cut after the last of them";
   std::cout << "\n";

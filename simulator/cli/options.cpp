@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "common/command_line.h"
+#include "common/format.h"
 #include "common/input.h"
 #include "common/input_error.h"
 #include "common/number.h"
@@ -24,21 +25,37 @@
 namespace zulisim {
 namespace {
 
-using OptionParser = void (*)(const std::string& text, Scenario* scenario);
+constexpr const char* kScenarioOption = "scenario";
 
-void AddInstruction(common::Command* command, Scenario* scenario, const char* name,
-                    const char* shape, const char* description, OptionParser parse) {
-  const auto take = [name, scenario, parse](const std::string& text) {
+void AddScenarioFile(const std::string& path, Scenario* scenario) {
+  const std::string text = common::ReadInput(path);
+  if (!IsRecording(text)) return AddScenario(text, path, scenario);
+  throw common::InputError(
+      common::Format("{0} is a recording; use 'zulisim replay', or make a scenario from it with "
+                     "'zulisim show {1} --scenario FILE'",
+                     common::Quoted(path), common::Printable(path)));
+}
+
+std::vector<InstructionOption> AllInstructions() {
+  std::vector<InstructionOption> options = InstructionOptions();
+  options.insert(options.begin(),
+                 {kScenarioOption, "FILE", "Follow a scenario file; 'zulisim check' validates it",
+                  AddScenarioFile});
+  return options;
+}
+
+void AddInstruction(common::Command* command, Scenario* scenario, const InstructionOption& option) {
+  const auto take = [option, scenario](const std::string& text) {
     try {
-      parse(text, scenario);
-      scenario->instructions.push_back(std::string(name) + " " + text);
+      option.add(text, scenario);
+      scenario->instructions.push_back(common::Format("--{} {}", option.name, text));
     } catch (const common::InputError& error) {
-      // What is wrong with a file begins with its name.
-      const std::string place = parse == AddScenarioFile ? "" : common::Quoted(text) + ": ";
-      throw common::UsageError(std::string(name) + ": " + place + error.what());
+      // A message about a file begins with the file's name.
+      const std::string place = option.name == kScenarioOption ? "" : common::Quoted(text) + ": ";
+      throw common::UsageError(common::Format("--{}: {}{}", option.name, place, error.what()));
     }
   };
-  command->AddRepeated(name, take, shape, description);
+  command->AddRepeated("--" + option.name, take, option.form, option.help);
 }
 
 // "failures", "client=NAME" or "command=NUMBER"
@@ -77,34 +94,21 @@ std::vector<NamedFile> InputFiles(const ProgramOptions& options,
 }
 
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
-  AddInstruction(command, scenario, "--scenario", "FILE",
-                 "What a scenario file says; it can be checked with 'zulisim check'",
-                 AddScenarioFile);
-  AddInstruction(command, scenario, "--client", "CLIENT:max=BYTES,version=N",
-                 "What a client reports of itself", AddClientOption);
-  AddInstruction(command, scenario, "--reply", "CLIENT:COMMAND=FIELD,...",
-                 "How a client answers a command (or '*'): at:WHEN, status:N, body:HEX, "
-                 "private:HEX, unusual, latency:TIME, hold, silent",
-                 AddReplyOption);
-  AddInstruction(command, scenario, "--fault", "OPERATION:WHEN=ERRNO", "An operation that fails",
-                 AddFaultOption);
-  AddInstruction(command, scenario, "--short", "OPERATION:WHEN=BYTES",
-                 "A read or write that moves only so many bytes", AddShortOption);
-  AddInstruction(
-      command, scenario, "--lose", "OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]",
-      "A device that is lost at an operation, for so many opens after it", AddLossOption);
+  for (const InstructionOption& option : AllInstructions())
+    AddInstruction(command, scenario, option);
   command->AddFlag("--strict", strict,
-                   "Exit status 122 when a reply, fault or loss that was asked for did not happen");
+                   "Exit with status 122 when a requested reply or fault never happened");
 }
 
 bool HasInstructions(const common::Command& command) {
-  const char* const names[] = {"--scenario", "--client", "--reply", "--fault", "--short", "--lose"};
-  return std::any_of(std::begin(names), std::end(names),
-                     [&command](const char* name) { return command.Has(name); });
+  const std::vector<InstructionOption> options = AllInstructions();
+  return std::any_of(options.begin(), options.end(), [&command](const InstructionOption& option) {
+    return command.Has("--" + option.name);
+  });
 }
 
 int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status) {
-  const std::vector<std::string> missed = Missed(scenario, engine);
+  const std::vector<std::string> missed = TallyLines(scenario, engine, true);
   for (const std::string& line : missed) std::cerr << "zulisim: " << line << "\n";
   return strict && !missed.empty() ? kMissed : status;
 }
@@ -167,9 +171,9 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
                                                  const std::vector<std::string>& arguments) {
   for (const ReplyRule& rule : options.scenario.replies) {
     if (!rule.held) continue;
-    throw common::InputError(rule.origin +
-                             ": nobody can release a reply that is held here; "
-                             "'zulisim serve' can be told to");
+    throw common::InputError(common::Printable(rule.origin) +
+                             ": 'hold' works only with 'zulisim serve', where 'zulisim tell' "
+                             "releases the reply");
   }
   if (options.output.logDetail) {
     if (options.fuse) {

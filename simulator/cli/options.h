@@ -27,14 +27,13 @@ void AddProgramOptions(common::Command* command, ProgramOptions* options);
 // --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report, --summary
 // and --summary-json
 void AddOutputOptions(common::Command* command, OutputOptions* options);
-// --scenario, --client, --reply, --fault, --short and --lose, in the order of the command line, and
-// --strict.
+// --scenario and those of InstructionOptions(), in the order of the command line, and --strict.
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
 // True when the command line had one of them, but for --strict.
 bool HasInstructions(const common::Command& command);
 
-// Names on standard error what of `scenario` did not happen; returns `status`, or kMissed if it is
-// strict about that.
+// Names on standard error the instructions of `scenario` that never happened. Returns `status`, or
+// kMissed for such a line with `strict`.
 int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status);
 
 // The files that `scenario` was read from, for CheckOutputs.

@@ -29,12 +29,12 @@ and "/etc/vrel_registry.txt" are those of --root. Nobody else sees them, and the
 it. 'zulisim serve --help' tells what the kernel does differently.
 
 WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
-third and all after it. 3@KALO counts those of a client alone, 3@KALO:0x10 and 3@*:0x10
+third and all after it. 3@KALO counts only those of a client, 3@KALO:0x10 and 3@*:0x10
 those of a command, 3@#2 those of the second connection. OPERATION is open, ioctl, read,
 write or close; CLIENT is KALO, FENU or SAB. Without --reply a client echoes the request
 with status 0; several with at:WHEN change its answer, counted for each command.
 
-What was asked for and did not happen is named at the end.
+At the end, zulisim names the requested replies and faults that never happened.
 
 Examples:
   zulisim run ./driver
@@ -45,8 +45,8 @@ Examples:
               --fault 'write:3-=EIO' ./driver --verbose
 
 Exit status: the program's; 128 and the signal's number when a signal ended it; 122 with
---strict when something that was asked for did not happen; 125 when zulisim itself fails or an output is incomplete, 126
-when the program cannot be run or served, 127 when there is none.)";
+--strict when a requested reply or fault never happened; 125 when zulisim itself fails or an
+output is incomplete, 126 when the program cannot be run or served, 127 when there is none.)";
 
 int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
   CheckOutputs(options.output.Files(), InputFiles(options, arguments));

@@ -58,8 +58,8 @@ Examples:
   zulisim serve --cuse
   zulisim serve --fuse /tmp/zuli --lose read:2
 
-Exit status: 0 after SIGINT, SIGTERM or SIGHUP, or 122 with --strict when something that was
-asked for did not happen; 125 when the device cannot be served, or cannot be served any
+Exit status: 0 after SIGINT, SIGTERM or SIGHUP, or 122 with --strict when a requested reply or
+fault never happened; 125 when the device cannot be served, or cannot be served any
 longer.)";
 
 struct ServeOptions {

@@ -2,30 +2,42 @@
 #include <memory>
 #include <string>
 
+#include "common/format.h"
 #include "simulator/cli/commands.h"
 #include "simulator/control/control_server.h"
+#include "simulator/scenario/instruction.h"
 
 namespace zulisim {
 namespace {
 
 constexpr const char* kTellFooter = R"(
-What can be told:
-  lose                     the device is lost now, and every open fails until 'back'
-  lose opens=N,errno=E     ... only so many opens, with that errno; 'opens=0': none
-  lose OPERATION:WHEN      the device will be lost there
-  back                     the next open finds the device again
-  fault OPERATION:WHEN=E   an operation will fail
-  short OPERATION:WHEN=N   a read or write will move only so many bytes
-  release                  replies that are held (--reply ...,hold) go
-  counts                   what has happened so far
-
-WHEN counts from now on; otherwise all is as in the options of 'zulisim run'.
+WHEN counts from now on; otherwise arguments are as in the options of 'zulisim run'.
 
 Examples:
   zulisim tell /tmp/zuli lose
   zulisim tell /tmp/zuli fault 'read:1@kalo=EIO'
 
-Exit status: 0; 125 when nobody serves NAME, or for what it refuses.)";
+Exit status: 0; 125 when no zulisim serves NAME or it refuses the instruction.)";
+
+std::string Footer() {
+  std::string text = R"(
+Instructions:
+  lose
+    Lose the device now; every open fails until 'back'
+  lose opens=N,errno=ERRNO
+    The same, but only the next N opens fail, with that errno
+  back
+    Let the next open find the device again
+  release
+    Release the replies that are held (--reply ...,hold)
+  counts
+    Show how often each operation and each instruction has happened
+)";
+  for (const FaultKind& kind : FaultKinds()) {
+    text += common::Format("  {} {}\n    {}\n", kind.option, kind.Form(), kind.help);
+  }
+  return text + kTellFooter;
+}
 
 struct TellOptions {
   std::string name;
@@ -42,13 +54,12 @@ int Tell(const TellOptions& options) {
 }  // namespace
 
 void DefineTell(common::Command* program) {
-  common::Command* command =
-      program->AddCommand("tell", "Tells a running 'zulisim serve' what is to happen next.");
-  command->SetFooter(kTellFooter);
+  common::Command* command = program->AddCommand("tell", "Instructs a running 'zulisim serve'.");
+  command->SetFooter(Footer());
   const auto options = std::make_shared<TellOptions>();
-  command->AddText("NAME", &options->name, "", "What is served, as in '/tmp/zuli'").Require();
-  command->AddText("WHAT", &options->what, "", "One of those below").Require();
-  command->AddText("ARGUMENT", &options->argument, "", "What belongs to it");
+  command->AddText("NAME", &options->name, "", "The served file, as in '/tmp/zuli'").Require();
+  command->AddText("WHAT", &options->what, "", "An instruction; see below").Require();
+  command->AddText("ARGUMENT", &options->argument, "", "The instruction's argument");
   command->SetAction([=] { return Tell(*options); });
 }
 

@@ -8,11 +8,13 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <stdexcept>
 #include <utility>
 
+#include "common/format.h"
 #include "common/input_error.h"
 #include "common/text.h"
 #include "simulator/scenario/scenario_options.h"
@@ -20,7 +22,6 @@
 namespace zulisim {
 namespace {
 
-constexpr const char* kCommands = "lose, back, fault, short, release or counts is expected";
 constexpr char kDone = '+';
 constexpr char kRefused = '-';
 constexpr std::size_t kLongestRequest = 4096;
@@ -76,7 +77,7 @@ std::string CountsText(const Scenario& scenario, const Engine& engine) {
         (i == 0 ? "" : ", ") + common::Counted(engine.Count(operation), OperationName(operation));
   }
   text += "; " + common::Counted(engine.OpenDescriptors(), "open descriptor") + "\n";
-  for (const std::string& line : Met(scenario, engine)) text += line + "\n";
+  for (const std::string& line : TallyLines(scenario, engine, false)) text += line + "\n";
   return text;
 }
 
@@ -163,12 +164,12 @@ void ControlServer::Attend(int connection) {
   Send(connection, answer);
 }
 
-void ControlServer::Add(void (*option)(const std::string&, Scenario*), const std::string& text) {
+void ControlServer::Add(const FaultKind& kind, const std::string& text) {
   Scenario changed = *scenario_;
-  option(text, &changed);
+  AddFault(kind, text, &changed);
   check_(changed);
   Fault* fault = &changed.faults.back();
-  fault->origin = "told " + fault->origin.substr(2);  // without the dashes of the option
+  fault->origin = common::Format("tell {} {}", kind.option, text);
   engine_->AddFaultFromNow(*fault);
   *scenario_ = std::move(changed);
 }
@@ -177,28 +178,31 @@ std::string ControlServer::Answer(const std::string& request) {
   const std::size_t end = request.find(' ');
   const std::string word = request.substr(0, end);
   const std::string text = end == std::string::npos ? "" : request.substr(end + 1);
-  const bool hasPlace = text.find(':') != std::string::npos;
-  if (word == "fault") {
-    Add(AddFaultOption, text);
-  } else if (word == "short") {
-    Add(AddShortOption, text);
-  } else if (word == "lose" && hasPlace) {
-    Add(AddLossOption, text);
-  } else if (word == "lose") {
+  const bool losesNow = word == "lose" && text.find(':') == std::string::npos;
+  std::vector<std::string> known = {"back", "release", "counts"};
+  for (const FaultKind& kind : FaultKinds()) {
+    known.push_back(kind.option);
+    if (kind.option != word || losesNow) continue;
+    Add(kind, text);
+    return "";
+  }
+  if (losesNow) {
     DeviceLoss untilBack;
     untilBack.failingOpens = kForever;
     engine_->LoseDevice(text.empty() ? untilBack : ParseLoss(text, untilBack));
+  } else if (std::find(known.begin(), known.end(), word) == known.end()) {
+    throw common::InputError(common::Format("unknown instruction {}; expected {}",
+                                            common::Quoted(word), common::Joined(known)));
   } else if (!text.empty()) {
-    throw common::InputError(common::Quoted(text) + " is too much after " + common::Quoted(word));
+    throw common::InputError(common::Format("unexpected argument {} after {}", common::Quoted(text),
+                                            common::Quoted(word)));
   } else if (word == "back") {
     engine_->RestoreDevice();
   } else if (word == "release") {
     const std::size_t count = engine_->ReleaseReplies();
     return common::Counted(count, "reply", "replies") + " released\n";
-  } else if (word == "counts") {
-    return CountsText(*scenario_, *engine_);
   } else {
-    throw common::InputError(common::Quoted(word) + " cannot be told: " + kCommands);
+    return CountsText(*scenario_, *engine_);
   }
   return "";
 }

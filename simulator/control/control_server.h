@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "simulator/engine/engine.h"
+#include "simulator/scenario/instruction.h"
 #include "simulator/scenario/scenario.h"
 
 namespace zulisim {
@@ -43,7 +44,7 @@ class ControlServer {
   void Serve();
   void Attend(int connection);
   std::string Answer(const std::string& request);
-  void Add(void (*option)(const std::string&, Scenario*), const std::string& text);
+  void Add(const FaultKind& kind, const std::string& text);
 
   const std::string path_;
   Engine* const engine_;

@@ -82,7 +82,7 @@ Operation ParseOperation(const std::string& name) {
   const auto* found = std::find(std::begin(kNames), std::end(kNames), name);
   if (found != std::end(kNames)) return static_cast<Operation>(found - kNames);
   throw common::InputError(common::Quoted(name) +
-                           " is not an operation; open, ioctl, read, write or close is expected" +
+                           " is not an operation; expected open, ioctl, read, write or close" +
                            common::NearestHint(name, {std::begin(kNames), std::end(kNames)}));
 }
 
@@ -98,9 +98,11 @@ int ParseErrno(const std::string& name) {
     return candidate != "-" && strcasecmp(candidate.c_str(), name.c_str()) == 0;
   });
   if (found != names.end()) return static_cast<int>(found - names.begin());
-  const std::string hint = common::NearestHint(name, names);
+  std::vector<std::string> candidates = names;
+  candidates.erase(std::remove(candidates.begin(), candidates.end(), "-"), candidates.end());
+  const std::string hint = common::NearestHint(name, candidates);
   throw common::InputError(common::Quoted(name) + " is not a valid errno name" +
-                           (hint.empty() ? "; one such as EIO or ENODEV is expected" : hint));
+                           (hint.empty() ? "; expected one such as EIO or ENODEV" : hint));
 }
 
 Bytes ParseBytes(const std::string& what, const std::string& text) {

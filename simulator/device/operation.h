@@ -46,7 +46,8 @@ inline constexpr std::size_t kStatusOffset = 8;
 std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset);
 // Writes the word at `offset`, as far as the message reaches.
 void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
-// The firmware announces private data by one.
+// The firmware sends private data after a reply with a negative status.
+inline constexpr std::size_t kPrivateDataSize = 16;
 inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
 
 // One operation on the device: what crossed its boundary, and what that means.

@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "common/format.h"
 #include "common/number.h"
 #include "common/text.h"
 
@@ -13,7 +14,17 @@ namespace zulisim {
 namespace {
 
 std::string Occurrence(const OperationRecord& record) {
-  return std::string(OperationName(record.operation)) + " " + std::to_string(record.occurrence);
+  return common::Format("{} {}", OperationName(record.operation), record.occurrence);
+}
+
+// Its private data is 00 11 22 and so on.
+Reply FaultyReply(const ReplyFault& fault, const Bytes& request) {
+  if (!fault.status) return {};
+  Bytes privateData(kPrivateDataSize);
+  for (std::size_t i = 0; i < privateData.size(); ++i) {
+    privateData[i] = static_cast<std::uint8_t>(i * 0x11);
+  }
+  return EchoReply(request, *fault.status, privateData);
 }
 
 }  // namespace
@@ -22,9 +33,9 @@ Engine::Engine(EngineOptions options)
     : clients_(std::move(options.clients)), keepRecords_(options.keepRecords) {
   for (const Client& client : clients_) {
     if (client.maxMessageLength <= kLongestMessage) continue;
-    throw std::invalid_argument(common::Printable(client.name) + "'s maximum message length of " +
-                                std::to_string(client.maxMessageLength) + " is above " +
-                                std::to_string(kLongestMessage));
+    throw std::invalid_argument(common::Format("{}'s maximum message length of {} is above {}",
+                                               common::Printable(client.name),
+                                               client.maxMessageLength, kLongestMessage));
   }
 }
 
@@ -34,9 +45,10 @@ Result Engine::Open(int flags, unsigned mode, int descriptor) {
   std::optional<Result> failure = ApplyFault(&task);
   if (!failure && failingOpens_ > 0) {
     if (failingOpens_ != kForever) --failingOpens_;
-    const std::string more = failingOpens_ == kForever ? "it was not brought back yet"
-                             : failingOpens_ == 0      ? "the next open succeeds"
-                                                  : std::to_string(failingOpens_) + " more fail";
+    const std::string more = failingOpens_ == kForever ? "every open fails"
+                             : failingOpens_ == 0
+                                 ? "the next open succeeds"
+                                 : common::Counted(failingOpens_, "more open") + " will fail";
     failure = Fail(&task, openError_, "the device is still lost; " + more);
   }
   if (failure) {
@@ -108,7 +120,7 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   const Message message = std::move(pending->front());
   pending->pop_front();
   changed_.notify_all();
-  const std::size_t count = std::min(message.bytes.size(), task.limit);
+  const std::size_t count = Moved(&task, message.bytes.size());
   // A null source or an empty message leaves nothing to copy, and memcpy wants no null.
   if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
   OperationRecord* record = &task.record;
@@ -117,7 +129,7 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   if (message.payload == Payload::kReply) record->status = WordAt(message.bytes, kStatusOffset);
   record->output.assign(message.bytes.begin(), message.bytes.begin() + static_cast<long>(count));
   if (count < message.bytes.size() && record->why.empty()) {
-    record->why = "cut: the message has " + std::to_string(message.bytes.size()) + " bytes";
+    record->why = common::Format("cut: the message has {} bytes", message.bytes.size());
   }
   return Finish(&task, static_cast<std::int64_t>(count));
 }
@@ -152,18 +164,21 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   const Client& client = *task.connection->client;
   if (length > client.maxMessageLength) {
     return Fail(&task, EMSGSIZE,
-                "longer than " + client.name + "'s maximum of " +
-                    std::to_string(client.maxMessageLength) + " bytes");
+                common::Format("longer than {}'s maximum of {} bytes", client.name,
+                               client.maxMessageLength));
   }
-  if (task.limit == 0) return Finish(&task, 0);
+  const std::size_t count = Moved(&task, length);
+  if (count == 0) return Finish(&task, 0);
   OperationRecord* record = &task.record;
-  const Bytes request = Copied(buffer, task.limit);
+  const Bytes request = Copied(buffer, count);
   record->payload = Payload::kRequest;
   record->commandId = WordAt(request, kCommandIdOffset);
   task.connection->lastCommand = record->commandId;
-  if (const auto reply = replies_.Answer(client.name, request)) {
-    Queue(connection, *reply, record->commandId);
-    return Finish(&task, static_cast<std::int64_t>(task.limit));
+  std::optional<Reply> planned = replies_.Answer(client.name, request);
+  if (task.reply) planned = FaultyReply(*task.reply, request);
+  if (planned) {
+    Queue(connection, *planned, record->commandId);
+    return Finish(&task, static_cast<std::int64_t>(count));
   }
   const Responder responder = ResponderFor(client, record->commandId);
 
@@ -179,7 +194,7 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   }
   lock.lock();
   Queue(connection, reply, record->commandId);
-  return Finish(&task, static_cast<std::int64_t>(task.limit));
+  return Finish(&task, static_cast<std::int64_t>(count));
 }
 
 std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connection) {
@@ -210,7 +225,7 @@ void Engine::Lose(const DeviceLoss& loss) {
   for (auto& [number, connection] : connections_) {
     if (connection.lost) continue;
     connection.lost = true;
-    if (loss.keepReplies && !connection.pending.empty()) {
+    if (!loss.dropReplies && !connection.pending.empty()) {
       carried_.emplace_back(connection.client, std::move(connection.pending));
     }
     connection.pending.clear();
@@ -253,7 +268,6 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
 Engine::Task Engine::Begin(OperationRecord record) {
   Task task;
   record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
-  task.limit = record.length;
   const auto found = connections_.find(record.connection);
   if (found != connections_.end()) {
     task.connection = &found->second;
@@ -318,12 +332,21 @@ std::optional<Result> Engine::ApplyFault(Task* task) {
     task->record.why = why;
     return std::nullopt;
   }
-  const std::size_t count = std::get<ShortCount>(fault->effect).count;
-  if (count < task->limit) {
-    task->limit = count;
-    task->record.why = "cut by a fault at " + Occurrence(task->record);
+  if (const auto* cut = std::get_if<ShortCount>(&fault->effect)) task->cut = *cut;
+  if (const auto* reply = std::get_if<ReplyFault>(&fault->effect)) {
+    task->reply = *reply;
+    task->record.why = (reply->status ? "refused by a fault at " : "no reply: a fault at ") +
+                       Occurrence(task->record);
   }
   return std::nullopt;
+}
+
+std::size_t Engine::Moved(Task* task, std::size_t size) {
+  const std::size_t possible = std::min<std::uint64_t>(size, task->record.length);
+  if (!task->cut) return possible;
+  const std::size_t moved = std::min(possible, task->cut->half ? possible / 2 : task->cut->count);
+  if (moved < possible) task->record.why = "cut by a fault at " + Occurrence(task->record);
+  return moved;
 }
 
 std::optional<Result> Engine::CheckTransfer(Task* task) {
@@ -344,7 +367,7 @@ const Client& Engine::ClientNamed(const std::string& name) const {
     if (client.name == name) return client;
     known.push_back(common::Printable(client.name));
   }
-  throw std::invalid_argument("no client is named " + common::Quoted(name) + "; known are " +
+  throw std::invalid_argument("unknown client " + common::Quoted(name) + "; expected " +
                               common::Joined(known));
 }
 

@@ -118,7 +118,8 @@ class Engine : public Device {
   struct Task {  // one operation that is under way
     OperationRecord record;
     Connection* connection = nullptr;
-    std::size_t limit = 0;  // a read or write moves no more bytes than this
+    std::optional<ShortCount> cut;    // of a read or write
+    std::optional<ReplyFault> reply;  // of a write, in place of the client's own
   };
 
   const Client& ClientNamed(const std::string& name) const;
@@ -131,6 +132,8 @@ class Engine : public Device {
   std::optional<Result> CheckDescriptor(Task* task);
   std::optional<Result> CheckTransfer(Task* task);
   std::optional<Result> ApplyFault(Task* task);
+  // How many of `size` bytes the read or write moves.
+  static std::size_t Moved(Task* task, std::size_t size);
   // What faults can be bound to in the operation.
   FaultScope ScopeOf(const Task& task) const;
   // Waits until a message is ready, without the lock. Returns the failure when none will be, or

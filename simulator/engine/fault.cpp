@@ -2,6 +2,9 @@
 
 #include <stdexcept>
 
+#include "common/format.h"
+#include "common/text.h"
+
 namespace zulisim {
 namespace {
 
@@ -31,29 +34,33 @@ bool Fault::Strikes(Operation kind, std::uint64_t occurrence) const {
 }
 
 std::optional<std::string> FaultError(const Fault& fault) {
-  if (fault.first == 0) return "operations are counted from 1, not from 0";
-  if (fault.times == 0) return "a fault that strikes 0 times has no effect; 1 or more is expected";
+  if (fault.first == 0) return "positions count from 1";
+  if (fault.times == 0) return "expected a fault that happens at least once";
   if (!(fault.probability > 0 && fault.probability <= 1)) {
-    return "a probability is above 0 and at most 1";
+    return "expected a probability above 0 and at most 1";
   }
   if (fault.operation == Operation::kOpen && !fault.scope.IsAll()) {
-    return "an open has no client, command or connection yet, so it is bound to none";
+    return "an open has no client, command or connection yet; leave them out";
   }
-  const bool isTransfer =
-      fault.operation == Operation::kRead || fault.operation == Operation::kWrite;
-  if (fault.scope.command && !isTransfer) {
-    return std::string("only read and write belong to a command, not ") +
-           OperationName(fault.operation);
+  const std::string name = OperationName(fault.operation);
+  if (fault.scope.command && (Bit(fault.operation) & ShortCount::kOperations) == 0) {
+    return "only read and write belong to a command, not " + name;
   }
-  if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault.effect)) {
-    if (errnoFault->error <= 0) return "an errno above 0 is expected";
+  const unsigned possible =
+      std::visit([](const auto& effect) { return effect.kOperations; }, fault.effect);
+  if ((possible & Bit(fault.operation)) == 0) {
+    std::vector<std::string> names;
+    for (const Operation each : {Operation::kRead, Operation::kWrite}) {
+      if ((possible & Bit(each)) != 0) names.emplace_back(OperationName(each));
+    }
+    return common::Format("this kind of fault is only for {}, not {}",
+                          common::Joined(names, " and "), name);
   }
-  if (std::holds_alternative<ShortCount>(fault.effect) && !isTransfer) {
-    return std::string("only read and write move bytes and can fall short, not ") +
-           OperationName(fault.operation);
-  }
-  if (const auto* loss = std::get_if<DeviceLoss>(&fault.effect)) {
-    if (loss->openError <= 0) return "an errno above 0 is expected for the opens after a loss";
+  const auto* errnoFault = std::get_if<ErrnoFault>(&fault.effect);
+  const auto* loss = std::get_if<DeviceLoss>(&fault.effect);
+  if ((errnoFault != nullptr && errnoFault->error <= 0) ||
+      (loss != nullptr && loss->openError <= 0)) {
+    return "expected an errno above 0";
   }
   return std::nullopt;
 }

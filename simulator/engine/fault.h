@@ -12,30 +12,48 @@
 
 namespace zulisim {
 
+// A set of operations.
+constexpr unsigned Bit(Operation operation) { return 1U << static_cast<unsigned>(operation); }
+inline constexpr unsigned kEveryOperation = (1U << kOperationCount) - 1;
+
 // The operation fails with `error` and has no other effect: a request is not taken, a pending
 // reply stays pending, no descriptor is made. A close frees its descriptor all the same, as
 // Linux does.
 struct ErrnoFault {
+  static constexpr unsigned kOperations = kEveryOperation;
   int error = EIO;
 };
 
 // A read delivers, or a write takes, at most `count` bytes of the message; the rest is gone.
 struct ShortCount {
+  static constexpr unsigned kOperations = Bit(Operation::kRead) | Bit(Operation::kWrite);
   std::size_t count = 0;
+  bool half = false;  // half of what would move, rounded down, in place of `count`
 };
 
 // Every descriptor that is open now answers ENODEV from here on, in read, write and ioctl; only a
 // new open gives a live one. The operation that meets the loss fails with ENODEV itself, but for a
 // close, which succeeds.
 struct DeviceLoss {
+  static constexpr unsigned kOperations = kEveryOperation;
   std::uint64_t failingOpens = 0;  // so many opens after the loss fail
   int openError = ENODEV;          // with this errno
-  // Replies that were not read yet are handed to the next descriptor that connects to the same
-  // client, provided that the next open succeeds: a program that reconnects at once loses nothing.
-  bool keepReplies = true;
+  // Otherwise, replies that were not read yet go to the next descriptor that connects to the same
+  // client, if the next open succeeds: a program that reconnects at once loses nothing.
+  bool dropReplies = false;
 };
 
-using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss>;
+// The client takes the request but does not answer it as it would: it refuses it with `status` and
+// private data, or never answers.
+struct ReplyFault {
+  static constexpr unsigned kOperations = Bit(Operation::kWrite);
+  std::optional<std::uint32_t> status;
+};
+
+inline constexpr std::uint32_t kRefusedStatus = 0x80000001;
+
+// Each kind of effect says which operations it can be bound to.
+using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss, ReplyFault>;
 
 inline constexpr std::uint64_t kForever = std::numeric_limits<std::uint64_t>::max();
 

@@ -1,9 +1,9 @@
 #include "simulator/engine/reply_plan.h"
 
+#include "common/format.h"
+
 namespace zulisim {
 namespace {
-
-constexpr std::size_t kPrivateDataSize = 16;
 
 Reply ReplyTo(const Bytes& request, const ReplyRule& rule) {
   if (rule.silent) return {};
@@ -21,14 +21,18 @@ Reply ReplyTo(const Bytes& request, const ReplyRule& rule) {
 }  // namespace
 
 std::optional<std::string> ReplyError(const ReplyRule& rule) {
+  if (rule.silent &&
+      (rule.status != 0 || rule.body || rule.privateData || rule.latency.count() || rule.held)) {
+    return "a silent client sends nothing; remove 'silent' or the fields of the reply";
+  }
   if (!rule.privateData || rule.unusual) return std::nullopt;
   if (!IsNegative(rule.status)) {
-    return "private data follows a negative status alone, such as 0x80000001; 'unusual' says that "
-           "it is meant";
+    return "private data needs a negative status, such as 0x80000001; add 'unusual' if this is "
+           "intended";
   }
   if (rule.privateData->size() == kPrivateDataSize) return std::nullopt;
-  return "private data has 16 bytes, not " + std::to_string(rule.privateData->size()) +
-         "; 'unusual' says that it is meant";
+  return common::Format("private data has {} bytes, not {}; add 'unusual' if this is intended",
+                        kPrivateDataSize, rule.privateData->size());
 }
 
 std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& request) {

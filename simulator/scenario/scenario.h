@@ -10,7 +10,7 @@
 
 namespace zulisim {
 
-// All that an engine can be told before a program starts.
+// The instructions for an engine: clients, replies and faults.
 struct Scenario {
   std::vector<Client> clients = DefaultClients();
   std::size_t describedClients = 0;  // by files, as tables of their own
@@ -27,18 +27,14 @@ Client* FindClient(Scenario* scenario, const std::string& name);
 // The same, or InputError with the names that there are.
 Client& ClientOf(Scenario* scenario, const std::string& name);
 
-// Adds a rule that ReplyError has nothing against. Throws InputError that names the rule which
-// answers some of the same requests already.
-void AddReplyRule(ReplyRule rule, Scenario* scenario);
-
-// Tells `engine`, which was made with the scenario's clients, about replies and faults. Throws
-// std::invalid_argument for an unknown client or a fault that can never strike.
+// Adds the replies and faults to `engine`, which was made with the scenario's clients. Throws
+// std::invalid_argument for an unknown client or an impossible fault.
 void Apply(const Scenario& scenario, Engine* engine);
 
-// A line for each fault and reply of the scenario that `engine`, to which it was applied, has not
-// met, or not as often as was asked for.
-std::vector<std::string> Missed(const Scenario& scenario, const Engine& engine);
-// A line for each of them all, with how often it was met.
-std::vector<std::string> Met(const Scenario& scenario, const Engine& engine);
+// A line for each fault and reply of the scenario with how often it happened. `engine` is the one
+// that the scenario was applied to. With `onlyMissed`, only those that happened less often than the
+// scenario says.
+std::vector<std::string> TallyLines(const Scenario& scenario, const Engine& engine,
+                                    bool onlyMissed);
 
 }  // namespace zulisim

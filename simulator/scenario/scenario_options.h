@@ -1,31 +1,31 @@
 #pragma once
 
+#include <functional>
 #include <string>
+#include <vector>
 
-#include "simulator/scenario/scenario.h"
+#include "simulator/scenario/instruction.h"
 
 namespace zulisim {
 
-// The instructions of a command line. Each adds what its text says to the scenario, or throws
-// InputError with a message that names the text and what would be right. Numbers are
-// decimal, or hexadecimal after "0x"; names count in either case of letters.
+// The instructions of a command line. Numbers are decimal, or hexadecimal after "0x". Letters count
+// alike in either case in the names of clients and errnos.
 //
 // TIME is a number with its unit, as in "1.5ms". WHEN picks operations of a kind, counted from 1:
-// "3", "3-5", or "3-" for the third and all after; "3@KALO" counts those of a client alone,
+// "3", "3-5", or "3-" for the third and all after it. "3@KALO" counts only those of a client,
 // "3@KALO:0x10" and "3@*:0x10" those of a command, "3@#2" those of the second connection.
+struct InstructionOption {
+  std::string name;  // without dashes
+  std::string form;  // of its value
+  std::string help;
+  // Adds what the value says. Throws InputError.
+  std::function<void(const std::string& value, Scenario* scenario)> add;
+};
 
-// NAME:FIELD[,FIELD]... with FIELD one of max=BYTES, version=N
-void AddClientOption(const std::string& text, Scenario* scenario);
-// CLIENT:COMMAND=FIELD[,FIELD]... with COMMAND a number or "*" for every command, and FIELD one of
-// at:WHEN, status:N, body:HEX, private:HEX, unusual, latency:TIME, hold, silent
-void AddReplyOption(const std::string& text, Scenario* scenario);
-// OPERATION:WHEN=ERRNO
-void AddFaultOption(const std::string& text, Scenario* scenario);
-// OPERATION:WHEN=BYTES
-void AddShortOption(const std::string& text, Scenario* scenario);
-// OPERATION:WHEN[,opens=N][,errno=ERRNO][,drop-replies]
-void AddLossOption(const std::string& text, Scenario* scenario);
-// What follows the place there, on top of `loss`.
-DeviceLoss ParseLoss(const std::string& fields, DeviceLoss loss);
+// "client", "reply" and one for each kind of fault.
+const std::vector<InstructionOption>& InstructionOptions();
+
+// Adds the fault of an option or of 'zulisim tell'. Throws InputError.
+void AddFault(const FaultKind& kind, const std::string& value, Scenario* scenario);
 
 }  // namespace zulisim

@@ -1,7 +1,10 @@
 #include "simulator/scenario/values.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <limits>
 
+#include "common/format.h"
 #include "common/input_error.h"
 #include "common/number.h"
 #include "common/text.h"
@@ -15,10 +18,14 @@ constexpr std::size_t kLongestNumber = 12;
 
 std::uint32_t ParseStatus(const std::string& text) {
   constexpr std::uint64_t kLowest = std::uint64_t{1} << 31;
-  const bool negative = !text.empty() && text[0] == '-';
-  if (!negative) return static_cast<std::uint32_t>(common::RequireNumber("a status", text));
-  return 0 - static_cast<std::uint32_t>(
-                 common::RequireNumber("a status after '-'", text.substr(1), kLowest));
+  const bool isNegative = !text.empty() && text[0] == '-';
+  const auto number =
+      isNegative ? common::ParseNumber(text.substr(1), kLowest) : common::ParseNumber(text);
+  if (!number) {
+    throw common::InputError(common::Format("{} is not a status; expected a number from -{} to {}",
+                                            common::Quoted(text), kLowest, common::kMaxWord));
+  }
+  return static_cast<std::uint32_t>(isNegative ? 0 - *number : *number);
 }
 
 std::chrono::microseconds ParseDuration(const std::string& text) {
@@ -38,7 +45,29 @@ std::chrono::microseconds ParseDuration(const std::string& text) {
   }
   throw common::InputError(
       common::Quoted(text) +
-      " is not a duration of up to a minute; '250us', '1.5ms' or '2s' is expected");
+      " is not a duration; expected a number with a unit, up to a minute, such as '1.5ms' or '2s'");
+}
+
+std::uint32_t ParseCommand(const std::string& text) {
+  return static_cast<std::uint32_t>(common::RequireNumber("a command", text));
+}
+
+std::uint64_t ParseConnection(const std::string& text) {
+  const std::uint64_t number = common::RequireNumber("a connection", text);
+  if (number == 0) throw common::InputError("connections count from 1");
+  return number;
+}
+
+double ParseProbability(const std::string& text) {
+  char* end = nullptr;
+  const double value = std::strtod(text.c_str(), &end);
+  if (!text.empty() && *end == '\0' && value > 0 && value <= 1) return value;
+  throw common::InputError(common::Quoted(text) +
+                           " is not a probability; expected a number above 0 and at most 1");
+}
+
+std::uint64_t ParseSeed(const std::string& text) {
+  return common::RequireNumber("a seed", text, std::numeric_limits<std::int64_t>::max());
 }
 
 Occurrences ParseOccurrences(const std::string& text) {
@@ -48,14 +77,14 @@ Occurrences ParseOccurrences(const std::string& text) {
   const auto first = common::ParseNumber(text.substr(0, dash));
   const auto last = isRange && !isOpen ? common::ParseNumber(text.substr(dash + 1)) : first;
   if (!first || !last) {
-    throw common::InputError(
-        common::Quoted(text) +
-        " does not say which; '3', '3-5' or '3-' is expected, with numbers up to " +
-        std::to_string(common::kMaxWord));
+    throw common::InputError(common::Format(
+        "{} is not a valid position; expected '3', '3-5' or '3-', with numbers up to {}",
+        common::Quoted(text), common::kMaxWord));
   }
-  if (*first == 0) throw common::InputError(common::Quoted(text) + ": all is counted from 1");
-  if (*last < *first) {
-    throw common::InputError("the range " + common::Quoted(text) + " ends before it begins");
+  if (*first == 0 || *last < *first) {
+    throw common::InputError(
+        common::Quoted(text) + " is not a valid position; " +
+        (*first == 0 ? "positions count from 1" : "the range ends before it begins"));
   }
   return {*first, isOpen ? kForever : *last - *first + 1};
 }

@@ -17,6 +17,15 @@ std::uint32_t ParseStatus(const std::string& text);
 // A number with "us", "ms" or "s" after it, as in "1.5ms"; at most a minute.
 std::chrono::microseconds ParseDuration(const std::string& text);
 
+// A command's 32-bit number.
+std::uint32_t ParseCommand(const std::string& text);
+// The number of a connection, from 1 on.
+std::uint64_t ParseConnection(const std::string& text);
+// Above 0 and at most 1.
+double ParseProbability(const std::string& text);
+// What random choices follow from: a number of 63 bits.
+std::uint64_t ParseSeed(const std::string& text);
+
 // "3", "3-5", or "3-" for all from there on.
 Occurrences ParseOccurrences(const std::string& text);
 

@@ -139,7 +139,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
       for (; driving; ++losses_) {
         // The replies go with the device. Where they outlived it, any connection to the same client
         // could be handed those of another, which no library could tell.
-        engine_.LoseDevice({random() % 4 == 0 ? 1u : 0u, ENODEV, false});
+        engine_.LoseDevice({random() % 4 == 0 ? 1u : 0u, ENODEV, true});
         std::this_thread::sleep_for(std::chrono::microseconds(100 + random() % 1500));
       }
     });

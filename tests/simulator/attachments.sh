@@ -176,15 +176,15 @@ eventually grep -qs 'read:9: 9' held.out
 wait $holder
 tell 0 counts
 holds out '^5 opens, 1 ioctl, .*; 0 open descriptors$'
-holds out '^told fault open:2=EACCES: the fault happened 1 time in 3 opens$'
+holds out '^tell fault open:2=EACCES: happened 1 time in 3 opens$'
 tell 125 fault open:1=ENOSYS
 holds out 'does not pass ENOSYS'
 tell 125 lsoe
-holds out "'lsoe' cannot be told"
+holds out "unknown instruction 'lsoe'"
 kill -INT $engine
 wait $engine
 [ $? -eq 122 ] || complain "serve --strict: what did not happen was no failure"
-holds served.told 'lose read:40: the loss did not happen in 2 reads$'
+holds served.told 'lose read:40: never happened in 2 reads$'
 nothing_left || complain "something is left of what was told"
 
 # A file that is served until a signal.

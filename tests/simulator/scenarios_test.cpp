@@ -8,6 +8,7 @@
 #include <string>
 
 #include "api/kalo_client.h"
+#include "common/input.h"
 #include "simulator/in_process/in_process_device.h"
 #include "simulator/scenario/scenario_file.h"
 
@@ -73,7 +74,8 @@ TEST(ScenariosTest, bring_what_their_comments_say) {
   EXPECT_EQ(gKaloDllState.firmwareApiVersion, 0u);
   for (const auto& entry : std::filesystem::directory_iterator(SCENARIOS)) {
     zulisim::Scenario scenario;
-    zulisim::AddScenarioFile(entry.path().string(), &scenario);
+    const std::string path = entry.path().string();
+    zulisim::AddScenario(common::ReadInput(path), path, &scenario);
     zulisim::Engine engine({scenario.clients, true});
     zulisim::Apply(scenario, &engine);
     met[entry.path().stem().string()] = DriverMeets(&engine);
