@@ -19,7 +19,8 @@ constexpr const char* kReplayDescription =
 
 constexpr const char* kReplayFooter = R"(
 Opens are answered in the order of the recording. Every other operation must be the next
-one on its connection; between connections the order is free.
+one on its connection; the order between connections is free. Connections that did the same
+so far are interchangeable, so threads may race.
 
 Exit status: 124 when the program left the recording, 123 when it came to where the
 recording is cut; otherwise as with 'zulisim run'.)";

@@ -8,6 +8,7 @@
 #include <thread>
 #include <utility>
 
+#include "common/format.h"
 #include "common/hex.h"
 #include "common/number.h"
 #include "common/text.h"
@@ -19,12 +20,16 @@ namespace {
 // some of it to itself, so that it depends on how the program is attached.
 constexpr int kDeviceFlags = O_ACCMODE | O_APPEND | O_NONBLOCK | O_SYNC | O_DSYNC;
 
-// True when a program that passes what `b` passes does what it did in `a`.
+// Returns true when the program passed the same in both operations.
 bool SameArguments(const OperationRecord& a, const OperationRecord& b) {
   if (a.operation != b.operation || a.abandoned != b.abandoned) return false;
   if (a.operation == Operation::kOpen) return ((a.openFlags ^ b.openFlags) & kDeviceFlags) == 0;
   return a.request == b.request && a.length == b.length && a.hasBuffer == b.hasBuffer &&
          a.input == b.input;
+}
+
+bool SameResults(const OperationRecord& a, const OperationRecord& b) {
+  return a.result == b.result && a.error == b.error && a.output == b.output;
 }
 
 // "write 64 bytes, command 0x11"
@@ -47,65 +52,101 @@ std::string ArgumentsText(const OperationRecord& record) {
 }  // namespace
 
 ReplayDevice::ReplayDevice(Recording recording, bool inTime)
-    : DecodedDevice(recording.header.clients), recording_(std::move(recording)), inTime_(inTime) {
+    : DecodedDevice(recording.header.clients),
+      recording_(std::move(recording)),
+      inTime_(inTime),
+      done_(recording_.operations.size()) {
+  std::map<std::uint64_t, Node*> nodes;
+  Node* stray = &strays_;
+  const OperationRecord* firstOpen = nullptr;
   for (std::size_t i = 0; i < recording_.operations.size(); ++i) {
     const OperationRecord& record = recording_.operations[i];
-    const bool isOpen = record.operation == Operation::kOpen;
-    (isOpen ? opens_ : streams_[record.connection]).push_back(i);
+    const auto found = nodes.find(record.connection);
+    if (record.operation == Operation::kOpen) {
+      if (firstOpen == nullptr) firstOpen = &record;
+      opensRace_ = opensRace_ || record.thread != firstOpen->thread;
+      opens_.push_back(i);
+      if (record.result >= 0) nodes[record.connection] = &start_;
+    } else {
+      AddToHistory(i, found == nodes.end() ? &stray : &found->second);
+    }
   }
+  for (const auto& [connection, node] : nodes) node->isEnd = true;
 }
 
-const OperationRecord* ReplayDevice::Compared(Indices* indices, const OperationRecord& got) {
-  if (lost_) return nullptr;
-  if (!indices->empty()) {
-    const std::size_t index = indices->front();
-    const OperationRecord& expected = recording_.operations[index];
-    if (SameArguments(expected, got)) {
-      indices->pop_front();
-      ++replayed_;
-      return &expected;
-    }
-    divergence_ = Divergence{expected, index + 1, got};
-  } else if (recording_.cut) {
-    reachedCut_ = true;
-  } else {
-    divergence_ = Divergence{std::nullopt, 0, got};
+void ReplayDevice::AddToHistory(std::size_t operation, Node** node) const {
+  const OperationRecord& record = recording_.operations[operation];
+  for (const auto& next : (*node)->next) {
+    const OperationRecord& other = recording_.operations[next->operations.front()];
+    if (!SameArguments(record, other) || !SameResults(record, other)) continue;
+    next->operations.push_back(operation);
+    *node = next.get();
+    return;
   }
+  (*node)->next.push_back(std::make_unique<Node>());
+  *node = (*node)->next.back().get();
+  (*node)->operations.push_back(operation);
+}
+
+std::optional<ReplayDevice::Choice> ReplayDevice::Choose(const Node& from,
+                                                         const OperationRecord* got) const {
+  std::optional<Choice> chosen;
+  for (const auto& next : from.next) {
+    for (const std::size_t operation : next->operations) {
+      const OperationRecord& record = recording_.operations[operation];
+      if (got != nullptr && !SameArguments(record, *got)) break;
+      if (chosen && chosen->operation < operation) break;
+      if (!opensRace_ && &from != &strays_ && opened_.count(record.connection) == 0) continue;
+      chosen = {next.get(), operation};
+      break;
+    }
+  }
+  return chosen;
+}
+
+const OperationRecord* ReplayDevice::Accept(std::size_t operation) {
+  done_[operation] = true;
+  ++replayed_;
+  return &recording_.operations[operation];
+}
+
+void ReplayDevice::Diverge(std::optional<std::size_t> expected, const OperationRecord* got,
+                           bool mayBeCut) {
   lost_ = true;
   closed_.notify_all();
-  return nullptr;
+  reachedCut_ = recording_.cut && (mayBeCut || !expected);
+  if (reachedCut_) return;
+  divergence_.emplace();
+  if (expected) divergence_->expected = recording_.operations[*expected];
+  if (got != nullptr) divergence_->got = *got;
 }
 
-std::uint64_t ReplayDevice::Match(const OperationRecord& got) {
-  const auto begins = [&](std::uint64_t recorded) {
-    const Indices& indices = streams_[recorded];
-    return !indices.empty() && SameArguments(recording_.operations[indices.front()], got);
-  };
-  auto found = std::find_if(unmatched_.begin(), unmatched_.end(), begins);
-  if (found == unmatched_.end()) found = unmatched_.begin();
-  const std::uint64_t recorded = *found;
-  unmatched_.erase(found);
-  return recorded;
-}
-
-// A read that was waiting when its program or the run ended.
-bool ReplayDevice::EndsAfterClose(const Indices& indices, const OperationRecord& got) const {
-  if (indices.size() < 2 || got.operation != Operation::kRead) return false;
-  const OperationRecord& first = recording_.operations[indices[0]];
-  return first.operation == Operation::kClose &&
-         SameArguments(recording_.operations[indices[1]], got);
+// True for a read that was waiting when its program or the run ended.
+bool ReplayDevice::EndsAfterClose(const Node& node, const OperationRecord& got) const {
+  if (got.operation != Operation::kRead || Choose(node, &got)) return false;
+  return std::any_of(node.next.begin(), node.next.end(), [&](const auto& next) {
+    return !next->operations.empty() && Choose(*next, &got) &&
+           recording_.operations[next->operations.front()].operation == Operation::kClose;
+  });
 }
 
 const OperationRecord* ReplayDevice::Next(const OperationRecord& got,
                                           std::unique_lock<std::mutex>* lock) {
   if (lost_) return nullptr;
-  const auto found = live_.find(got.connection);
-  if (found == live_.end()) return Compared(&streams_[0], got);
-  // Every live connection has consumed an open, so that one is left to be matched.
-  if (!found->second) found->second = Match(got);
-  Indices* indices = &streams_[*found->second];
-  closed_.wait(*lock, [&] { return lost_ || !EndsAfterClose(*indices, got); });
-  return Compared(indices, got);
+  const auto found = live_.try_emplace(got.connection, Live{&strays_}).first;
+  Live* const live = &found->second;
+  closed_.wait(*lock, [&] { return lost_ || !EndsAfterClose(*live->node, got); });
+  if (lost_) return nullptr;
+  const auto choice = Choose(*live->node, &got);
+  if (!choice) {
+    const auto expected = Choose(*live->node, nullptr);
+    Diverge(expected ? std::optional(expected->operation) : std::nullopt, &got, live->node->isEnd);
+    return nullptr;
+  }
+  std::deque<std::size_t>* const operations = &choice->node->operations;
+  operations->erase(std::find(operations->begin(), operations->end(), choice->operation));
+  live->node = choice->node;
+  return Accept(choice->operation);
 }
 
 Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expected,
@@ -135,11 +176,20 @@ Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expec
 Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
   OperationRecord got = BeginOpen(flags, mode);
   std::unique_lock<std::mutex> lock(mutex_);
-  const OperationRecord* expected = Compared(&opens_, got);
+  const OperationRecord* expected = nullptr;
+  if (!lost_) {
+    const auto next = opens_.empty() ? std::nullopt : std::optional(opens_.front());
+    if (next && SameArguments(recording_.operations[*next], got)) {
+      expected = Accept(*next);
+      opens_.pop_front();
+    } else {
+      Diverge(next, &got, false);
+    }
+  }
   if (expected != nullptr && expected->result >= 0) {
     got.connection = nextConnection_++;
-    live_[got.connection] = std::nullopt;
-    unmatched_.push_back(expected->connection);
+    live_[got.connection] = {&start_};
+    opened_.insert(expected->connection);
   }
   got.descriptor = descriptor;
   const Result result = Complete(&got, expected, &lock);
@@ -179,19 +229,19 @@ std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t c
   const auto found = live_.find(connection);
   if (found == live_.end()) return std::nullopt;
   if (lost_) return std::chrono::nanoseconds(0);
-  const auto stream = found->second ? streams_.find(*found->second) : streams_.end();
-  if (stream == streams_.end() || stream->second.empty()) return std::nullopt;
-  const OperationRecord& next = recording_.operations[stream->second.front()];
-  if (next.operation != Operation::kRead) return std::nullopt;
-  return std::chrono::nanoseconds(0);
+  const auto next = Choose(*found->second.node, nullptr);
+  const bool isRead = next && recording_.operations[next->operation].operation == Operation::kRead;
+  return isRead ? std::optional(std::chrono::nanoseconds(0)) : std::nullopt;
 }
 
 Result ReplayDevice::Close(std::uint64_t connection, CloseReason reason) {
   OperationRecord got = BeginClose(connection, reason);
   std::unique_lock<std::mutex> lock(mutex_);
-  if (got.abandoned && live_.count(connection) == 0) return {};
+  const auto found = live_.find(connection);
+  const bool isOpen = found != live_.end() && !found->second.closed;
+  if (got.abandoned && !isOpen) return {};
   const OperationRecord* expected = Next(got, &lock);
-  live_.erase(connection);
+  if (isOpen) found->second.closed = true;
   closed_.notify_all();
   const Result result = Complete(&got, expected, &lock);
   Publish(std::move(got));
@@ -200,15 +250,9 @@ Result ReplayDevice::Close(std::uint64_t connection, CloseReason reason) {
 
 void ReplayDevice::End() {
   std::lock_guard<std::mutex> lock(mutex_);
-  if (lost_) return;
-  std::size_t least = recording_.operations.size();
-  if (!opens_.empty()) least = opens_.front();
-  for (const auto& [recorded, indices] : streams_) {
-    if (!indices.empty()) least = std::min(least, indices.front());
-  }
-  if (least == recording_.operations.size()) return;
-  divergence_ = Divergence{recording_.operations[least], least + 1, std::nullopt};
-  lost_ = true;
+  const auto missing = std::find(done_.begin(), done_.end(), false);
+  if (lost_ || missing == done_.end()) return;
+  Diverge(missing - done_.begin(), nullptr, false);
 }
 
 std::optional<ReplayDevice::Divergence> ReplayDevice::FirstDivergence() const {
@@ -230,11 +274,8 @@ std::string DivergenceText(const ReplayDevice::Divergence& divergence) {
   std::string text;
   if (divergence.expected) {
     const OperationRecord& expected = *divergence.expected;
-    text = "at operation " + std::to_string(divergence.number) + " (line " +
-           std::to_string(divergence.number + 1) + ")";
-    if (expected.connection != 0) {
-      text += " on connection #" + std::to_string(expected.connection);
-    }
+    text = common::Format("at operation {} (line {})", expected.sequence, expected.sequence + 1);
+    if (expected.connection != 0) text += common::Format(" on connection #{}", expected.connection);
     text += "\n  expected  " + ArgumentsText(expected);
   } else {
     text = "after its last operation\n  expected  the end of the program";

@@ -4,7 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
+#include <random>
 
+#include "common/hex.h"
+#include "simulator/engine/engine.h"
+#include "simulator/record/recorder.h"
 #include "simulator/record/replay_device.h"
 
 namespace zulisim {
@@ -108,6 +112,83 @@ TEST(RecordingTest, holds_every_operation_up_to_the_cut) {
     most = recording.operations.size();
   }
   EXPECT_EQ(most, 10u);
+}
+
+// One of several threads, each of which opens its own connections to the same client. They send the
+// same requests at first.
+class DriverThread {
+ public:
+  DriverThread(Device* device, int number) : device_(device), number_(number) {}
+
+  // Makes one call. Returns false when there are none left.
+  bool Step() {
+    SetCaller(1, number_);
+    const int call = calls_++;
+    Bytes buffer(20, 0);
+    if (call == 8 || call == 17) {
+      Keep(device_->Close(connection_, CloseReason::kProgramClosed), {});
+    } else if (call % 9 == 0) {
+      connection_ = static_cast<std::uint64_t>(device_->Open(O_RDWR, 0, -1).value);
+      Guid guid = DefaultClients()[0].guid;
+      Keep(device_->Ioctl(connection_, kConnectRequest, guid.data()), {});
+    } else if (call % 9 % 2 == 1) {
+      buffer[16] = static_cast<std::uint8_t>(call % 9 < 4 ? call : 16 * number_ + call);
+      Keep(device_->Write(connection_, buffer.data(), buffer.size()), {});
+    } else {
+      Keep(device_->Read(connection_, buffer.data(), buffer.size(), false), buffer);
+    }
+    return call < 17;
+  }
+
+  const std::string& Got() const { return got_; }
+
+ private:
+  void Keep(const Result& result, const Bytes& bytes) {
+    got_ += std::to_string(result.value) + " " + common::HexDigits(bytes) + "\n";
+  }
+
+  Device* const device_;
+  const int number_;
+  std::uint64_t connection_ = 0;
+  int calls_ = 0;
+  std::string got_;
+};
+
+// Runs the threads in an order that `seed` draws. Returns what each got.
+std::vector<std::string> RunThreads(Device* device, int count, unsigned seed) {
+  std::mt19937 random(seed);
+  std::vector<DriverThread> threads;
+  for (int number = 1; number <= count; ++number) threads.emplace_back(device, number);
+  std::vector<DriverThread*> running;
+  for (DriverThread& thread : threads) running.push_back(&thread);
+  while (!running.empty()) {
+    const auto next = running.begin() + static_cast<std::ptrdiff_t>(random() % running.size());
+    if (!(*next)->Step()) running.erase(next);
+  }
+  SetCaller(0, 0);
+  std::vector<std::string> got;
+  for (const DriverThread& thread : threads) got.push_back(thread.Got());
+  return got;
+}
+
+TEST(RecordingTest, replays_threads_in_any_order) {
+  for (const int count : {2, 4, 8}) {
+    for (unsigned seed = 1; seed <= 20; ++seed) {
+      std::string text;
+      Engine engine;
+      std::vector<std::string> recorded;
+      {
+        const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
+        recorded = RunThreads(&engine, count, seed);
+      }
+      std::vector<std::string> replayed;
+      const auto program = [&](ReplayDevice* device) {
+        replayed = RunThreads(device, count, 1000 + seed);
+      };
+      ASSERT_EQ(Verdict(text, program), "") << text;
+      ASSERT_EQ(replayed, recorded) << text;
+    }
+  }
 }
 
 }  // namespace
