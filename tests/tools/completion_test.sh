@@ -1,0 +1,43 @@
+#!/usr/bin/env bash
+# Calls the completion's function as bash does, with the words of a command line.
+#   completion_test.sh COMPLETION FOLDER: FOLDER holds zulisim and kaloctl
+set -uo pipefail
+PATH=$2:$PATH
+# shellcheck source=tools/completion.bash
+. "$1"
+failures=0
+
+# offers 'WORDS' WORD...: the last of the words is the one to complete.
+offers() {
+  read -ra COMP_WORDS <<<"$1"
+  [[ $1 != *' ' ]] || COMP_WORDS+=('')
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  _kalodll_complete
+  [ "${COMPREPLY[*]}" = "${*:2}" ] && return
+  echo "FAILED: '$1' offers '${COMPREPLY[*]}' instead of '${*:2}'"
+  failures=$((failures + 1))
+}
+
+offers 'zulisim re' record replay
+offers 'zulisim run --devi' --device
+offers 'zulisim run --device ' preload fuse
+offers 'zulisim run --device = f' fuse
+offers 'zulisim run --root d --st' --strict
+offers 'zulisim run -q --fault r' read:
+offers 'zulisim run --reply k' kalo:
+offers 'zulisim run --report '
+offers 'zulisim run ./driver --de'
+offers 'zulisim run -- --de'
+offers 'zulisim record --output f --forc' --force
+offers 'zulisim record --output f ./driver --forc'
+offers 'zulisim replay f --in' --in-time
+offers 'zulisim replay f ./driver --in'
+offers 'zulisim tell /tmp/zuli lo' lose
+offers 'kaloctl registry s' set
+offers 'kaloctl registry set a b 1 --type ' string dword qword
+offers 'kaloctl log f --fo' --follow
+offers 'kaloctl frobnicate --he' --help
+read -ra COMP_WORDS <<<'zulisim run --' && COMP_CWORD=2 && _kalodll_complete
+[ "${#COMPREPLY[@]}" -gt 15 ] || { echo "FAILED: 'zulisim run --' offers ${COMPREPLY[*]}"; failures=1; }
+
+[ "$failures" -eq 0 ]
