@@ -1,15 +1,20 @@
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <iomanip>
 #include <iostream>
-#include <algorithm>
-#include <chrono>
 #include <memory>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "common/colours.h"
 #include "common/file_follower.h"
+#include "common/format.h"
 #include "common/input.h"
 #include "common/input_error.h"
 #include "common/log_folder.h"
@@ -24,7 +29,7 @@ namespace {
 
 using common::LogRecord;
 
-constexpr auto kPollInterval = std::chrono::milliseconds(200);
+constexpr int kPollMilliseconds = 200;
 constexpr int kFunctionWidth = 15;
 constexpr int kTagWidth = 5;
 constexpr int kLabelWidth = 36;
@@ -133,22 +138,40 @@ class LogView {
   common::LogSplitter splitter_{[this](LogRecord&& record) { folder_.Add(std::move(record)); }};
 };
 
-// Goes on until a signal ends it. The library writes each message at once, so that one is whole
-// when nothing has come for a while.
-[[noreturn]] void Follow(const LogOptions& options) {
+// A file that does not exist yet is waited for.
+void RequireRegularFile(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 ||
+      (S_ISREG(status.st_mode) && access(path.c_str(), R_OK) == 0))
+    return;
+  throw common::InputError(
+      common::Format("cannot follow {}: {}", common::Quoted(path),
+                     S_ISREG(status.st_mode) ? std::strerror(errno) : "not a regular file"));
+}
+
+// Waits a moment. False if standard output has failed, or its reader has gone.
+bool WaitForMore() {
+  struct pollfd output = {STDOUT_FILENO, 0, 0};
+  return poll(&output, 1, kPollMilliseconds) <= 0 && std::cout;
+}
+
+// Runs until a signal ends it, or until the reader of the output has gone. The library writes each
+// message at once, so that the last one is complete when nothing has come for a while.
+int Follow(const LogOptions& options) {
   common::FileFollower file(options.path, common::FileFollower::From::kBeginning);
   LogView view(options);
-  for (;;) {
+  do {
+    RequireRegularFile(options.path);
     const std::string text = file.Take();
     text.empty() ? view.Finish() : view.Feed(text);
-    std::this_thread::sleep_for(kPollInterval);
-  }
+  } while (WaitForMore());
+  return kDone;
 }
 
 int ShowLog(const LogOptions& options) {
   if (options.follow) {
-    if (options.path != "-") Follow(options);
-    throw common::InputError("--follow: a file is expected; standard input is read to its end");
+    if (options.path != "-") return Follow(options);
+    throw common::UsageError("--follow requires the name of a file");
   }
   LogView view(options);
   common::ReadBlocks(options.path, [&](std::string_view block) { view.Feed(block); });
@@ -167,7 +190,7 @@ void DefineLog(common::Command* program) {
                 "The log, usually /data/Marvoleth.log; - reads standard input")
       .Require();
   command->AddFlag("-f,--follow", &options->follow,
-                   "Go on with what is added, until a signal ends it; FILE may not be there yet");
+                   "Show also what is added to FILE, which may not exist yet, until a signal");
   command->AddFlag("--failures", &options->failures, "Show only messages that tell of a failure");
   command->AddList("--function", &options->functions, "NAME,...",
                    "Show only messages of these functions, such as KaloInit3,IoMessage");
