@@ -94,6 +94,11 @@ wait $!
 title="log --follow"
 shows "2  two"
 [ "$(wc -l <"$root/out")" -eq 2 ] || complain "log --follow: not two lines"
+expect 2 timeout 5 kaloctl log --follow "$root"
+shows "not a regular file"
+expect 0 timeout 5 sh -c "kaloctl log --follow '$log' | head -n 1"
+expect 2 kaloctl send --json --data zz
+json '"not a hexadecimal digit" in d["error"]["text"]'
 
 key='HKEY_LOCAL_MACHINE\Software\Video'
 mkdir -p "$root/sim/etc"

@@ -147,7 +147,8 @@ class Examination {
   Finding Registry() const {
     try {
       const RegistryText registry = LoadRegistryFile(kRegistryPath);
-      return {Finding::kOk, common::Counted(registry.keys.size(), "key") + " in " + kRegistryPath, ""};
+      return {Finding::kOk, common::Counted(registry.keys.size(), "key") + " in " + kRegistryPath,
+              ""};
     } catch (const std::exception& error) {
       const bool missing = access(kRegistryPath, F_OK) != 0;
       return {Finding::kWarning, error.what(),

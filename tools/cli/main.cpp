@@ -1,5 +1,7 @@
 // Drives the library as a driver would, on a device or on the software engine.
 
+#include <algorithm>
+#include <cstring>
 #include <exception>
 #include <iostream>
 
@@ -7,6 +9,7 @@
 #include "common/input_error.h"
 #include "common/standard_streams.h"
 #include "tools/cli/commands.h"
+#include "tools/cli/json.h"
 
 namespace {
 
@@ -25,6 +28,18 @@ int Main(int argc, char** argv) {
   return line.Run(argc, argv);
 }
 
+// Prints why a command failed: with --json also as JSON, because a script reads that.
+int Fail(int argc, char** argv, const std::exception& error, int status) {
+  std::cerr << "kaloctl: " << error.what() << '\n';
+  const bool json = std::any_of(argv, argv + argc,
+                                [](const char* word) { return std::strcmp(word, "--json") == 0; });
+  if (json) {
+    kaloctl::PrintJson(std::cout, {{"error", {{"text", error.what()}}}},
+                       kaloctl::JsonLayout::kLine);
+  }
+  return status;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -33,11 +48,9 @@ int main(int argc, char** argv) {
   try {
     status = Main(argc, argv);
   } catch (const common::InputError& error) {
-    std::cerr << "kaloctl: " << error.what() << '\n';
-    status = kaloctl::kWrongInput;
+    status = Fail(argc, argv, error, kaloctl::kWrongInput);
   } catch (const std::exception& error) {
-    std::cerr << "kaloctl: " << error.what() << '\n';
-    status = kaloctl::kFailed;
+    status = Fail(argc, argv, error, kaloctl::kFailed);
   }
   return common::FlushStandardOutput("kaloctl") ? status : kaloctl::kFailed;
 }
