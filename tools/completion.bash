@@ -23,7 +23,7 @@ _kalodll_complete() {
       [ -z "$word" ] || call+=("$word")
       help=$("${call[@]}" --help 2>/dev/null) || return
       options=$(_kalodll_options "$help")
-      commands=$(sed -n '/^\(Commands\|Instructions\):/,/^$/s/^  \([a-z]\+\) .*/\1/p' <<<"$help" | sort -u)
+      commands=$(sed -n '/^\(Commands\|Instructions\):/,/^$/s/^  \([a-z][-a-z]*\)\( .*\)\?$/\1/p' <<<"$help" | sort -u)
       # How many words precede the program; without one, no word does.
       arguments=$(sed -n '/^Usage:.* PROGRAM /s/.*OPTIONS\]\( --[a-z]* FILE\)\?\(.*\) \[--\].*/\2/p' <<<"$help" | wc -w)
     elif [[ $help == *' PROGRAM '* ]] && [ $((arguments--)) -eq 0 ]; then
@@ -33,8 +33,10 @@ _kalodll_complete() {
   case "$shape" in
     '') word="$commands $(cut -d ' ' -f 1 <<<"$options")" ;;
     *FILE* | DIR | PATH) return ;;
-    OPERATION:*) word='open: ioctl: read: write: close:' ;;
-    CLIENT:*) word='kalo: fenu: sab:' ;;
+    *:*)
+      word=${shape%%:*} word=${word/OPERATION/open|ioctl|read|write|close}
+      word=${word/CLIENT/kalo|fenu|sab} word=${word//|/: }:
+      ;;
     *) word=${shape//|/ } ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$word" -- "$current")

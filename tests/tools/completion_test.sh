@@ -24,6 +24,7 @@ offers 'zulisim run --device ' preload fuse
 offers 'zulisim run --device = f' fuse
 offers 'zulisim run --root d --st' --strict
 offers 'zulisim run -q --fault r' read:
+offers 'zulisim run --short ' read: write:
 offers 'zulisim run --reply k' kalo:
 offers 'zulisim run --report '
 offers 'zulisim run ./driver --de'
