@@ -31,25 +31,22 @@ using Kind = KernelServer::Kind;
 constexpr const char* kNode = "/dev/zuli";
 
 constexpr const char* kServeFooter = R"(
---cuse makes a true character device "/dev/zuli"; it needs root and the kernel's module cuse.
---fuse mounts a file, by default "/dev/zuli"; it needs the module fuse, and without root the
-package fuse3 and a file in a folder of your own. A file that is not there is made, and
-removed at the end. With root, all users may open the device.
+--cuse creates the character device "/dev/zuli". It needs root and the kernel module cuse.
+--fuse mounts a file, by default "/dev/zuli". It needs the kernel module fuse. Without root it
+also needs the package fuse3 and a file in a folder of your own. zulisim creates a missing
+file and removes it at the end. With root, all users can open the device.
 
-Programs see the same results as under 'zulisim run', but for what the kernel decides itself:
-  - It refuses bad addresses and moves 0 bytes without asking the engine, which does not count
-    them, and it does not tell a program how a close of the device went.
-  - What a program leaves open when it ends is closed like all else, and shows so.
-  - It tells poll and its like that the device is ready, whether or not it is.
-  - It joins the pieces of readv and writev to one message.
-  - Messages have at most 1044480 bytes with --fuse, 126976 with --cuse; a longer transfer
-    shows in the transcript with what the kernel carries at once. Of a write that was split
-    all the same, the rest is refused with EIO and a warning, and the program gets a short
-    count.
-  - With --fuse, O_APPEND is refused (EINVAL), and fstat shows
-    a regular file.
-When the engine ends, a program's calls fail with ENODEV, ECONNABORTED or ENOTCONN at once,
-and an open with ENOENT where the node or file has gone.
+Programs see the same results as with 'zulisim run', except where the kernel decides:
+  - The kernel refuses bad addresses and moves 0 bytes without asking the engine, which does
+    not count them. The errno of a close does not reach the program.
+  - When a program ends, the kernel closes what it left open, as the program would.
+  - The pieces of readv and writev make one message.
+  - A message has at most 1044480 bytes with --fuse and 126976 with --cuse. The kernel splits
+    longer transfers; the rest of a split write fails with EIO and a warning.
+  - With --fuse, a write with O_APPEND fails with EINVAL, a second sendfile to a descriptor
+    fails with EIO, and fstat shows a regular file.
+When zulisim ends, calls of programs fail at once with ENODEV, ECONNABORTED or ENOTCONN, and
+an open fails with ENOENT where the device or file has gone.
 
 While it serves, 'zulisim tell' loses the device, brings it back, adds faults and releases
 replies that are held, through a socket beside the file: "/tmp/zuli.control", mode 0600.
