@@ -1,10 +1,9 @@
-# `cpack`: a Debian package of the library with its headers, and one of the tools. Configure with
-# CMAKE_INSTALL_PREFIX=/usr, as scripts/package.sh does, so that the files lie where Debian has them.
+# Debian packages: one of the library with its headers, and one of the tools. scripts/package.sh makes
+# them; it sets the maintainer, and writes the changelogs, which name the maintainer.
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME kalodll)
-set(CPACK_PACKAGE_CONTACT "libkalodll maintainers <root@localhost>")
-set(CPACK_PACKAGING_INSTALL_PREFIX "${CMAKE_INSTALL_PREFIX}")
+set(CPACK_PACKAGING_INSTALL_PREFIX /usr)
 set(CPACK_PACKAGE_DIRECTORY "${PROJECT_BINARY_DIR}/packages")
 set(CPACK_STRIP_FILES ON)
 set(CPACK_DEB_COMPONENT_INSTALL ON)
@@ -14,6 +13,17 @@ if(KALODLL_BUILD_TOOLS)
 endif()
 set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+foreach(package library:libkalodll tools:kalodll-tools)
+  string(REGEX MATCH "(.*):(.*)" _all ${package})
+  set(_doc "${CMAKE_INSTALL_DATADIR}/doc/${CMAKE_MATCH_2}")
+  install(FILES cmake/copyright DESTINATION "${_doc}" COMPONENT ${CMAKE_MATCH_1})
+  install(FILES "${PROJECT_BINARY_DIR}/changelog.gz" DESTINATION "${_doc}"
+    COMPONENT ${CMAKE_MATCH_1} OPTIONAL)
+endforeach()
+# The loader must learn of the library.
+file(WRITE "${PROJECT_BINARY_DIR}/triggers" "activate-noawait ldconfig\n")
+set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/triggers")
 # dpkg-shlibdeps finds what the binaries need, liblog's package included; libkalodll itself belongs to
 # no package yet.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)

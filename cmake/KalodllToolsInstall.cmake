@@ -6,15 +6,15 @@ mark_as_advanced(KALODLL_HELP2MAN)
 if(KALODLL_HELP2MAN AND NOT CMAKE_CROSSCOMPILING AND NOT KALODLL_SANITIZE)
   set(_pages "")
   foreach(tool zulisim kaloctl)
-    add_custom_command(OUTPUT "${PROJECT_BINARY_DIR}/man/${tool}.1"
+    add_custom_command(OUTPUT "${PROJECT_BINARY_DIR}/man/${tool}.1.gz"
       COMMAND "${PROJECT_SOURCE_DIR}/cmake/manual.sh" $<TARGET_FILE:${tool}> ${PROJECT_VERSION}
               "${PROJECT_BINARY_DIR}/man"
       DEPENDS ${tool} "${PROJECT_SOURCE_DIR}/cmake/manual.sh" VERBATIM)
-    list(APPEND _pages "${PROJECT_BINARY_DIR}/man/${tool}.1")
+    list(APPEND _pages "${PROJECT_BINARY_DIR}/man/${tool}.1.gz")
   endforeach()
   add_custom_target(manual ALL DEPENDS ${_pages})
   install(DIRECTORY "${PROJECT_BINARY_DIR}/man/" DESTINATION "${CMAKE_INSTALL_MANDIR}/man1"
-    FILES_MATCHING PATTERN "*.1")
+    FILES_MATCHING PATTERN "*.1.gz")
 elseif(NOT KALODLL_HELP2MAN)
   kalodll_left_out("the man pages" help2man)
 endif()
@@ -23,10 +23,19 @@ foreach(tool zulisim kaloctl)
   install(FILES "${PROJECT_SOURCE_DIR}/tools/completion.bash" RENAME ${tool}
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 endforeach()
-install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+# The pages, with all that they link to.
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES api/imports.txt DESTINATION "${CMAKE_INSTALL_DOCDIR}/api")
 install(FILES tools/demo/driver_day.c DESTINATION "${CMAKE_INSTALL_DOCDIR}/examples")
+install(FILES simulator/README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/simulator")
+set(_scenarios "${CMAKE_INSTALL_DATADIR}/kalodll/scenarios")
 install(DIRECTORY simulator/scenarios DESTINATION "${CMAKE_INSTALL_DATADIR}/kalodll")
+file(MAKE_DIRECTORY "${PROJECT_BINARY_DIR}/installed_links")
+file(RELATIVE_PATH _target "/${CMAKE_INSTALL_DOCDIR}/simulator" "/${_scenarios}")
+file(CREATE_LINK "${_target}" "${PROJECT_BINARY_DIR}/installed_links/scenarios" SYMBOLIC)
+install(FILES "${PROJECT_BINARY_DIR}/installed_links/scenarios"
+  DESTINATION "${CMAKE_INSTALL_DOCDIR}/simulator")
 
 set(_engine_dir "${CMAKE_INSTALL_LIBDIR}/kalodll")
 install(TARGETS kalodll_common zulisim_engine zulisim_inprocess EXPORT zulisimTargets

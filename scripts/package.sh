@@ -1,22 +1,35 @@
 #!/usr/bin/env bash
-# Makes Debian packages of the library and of the tools, unpacks them into an empty tree, and runs the
-# demonstration from there, its driver built against what was unpacked.
+# Makes Debian packages of the library and of the tools out of the release preset's build, checks them
+# with lintian, unpacks them into an empty tree, and runs the demonstration from there with a driver
+# that is built against the unpacked files.
 #
-#   scripts/package.sh      leaves the packages in build/package/packages
+#   scripts/package.sh [MAINTAINER]      leaves the packages in build/packages
+#
+# MAINTAINER is 'Name <address>'; the default is "$DEBFULLNAME <$DEBEMAIL>".
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
+maintainer=${1:-${DEBFULLNAME:-} <${DEBEMAIL:-}>}
+if ! [[ $maintainer =~ ^[^\<]+\ \<[^@]+@[^@]+\>$ ]]; then
+  echo "package.sh: '$maintainer' is not a maintainer: give 'Name <address>'," \
+    "or set DEBFULLNAME and DEBEMAIL" >&2
+  exit 2
+fi
 scripts/setup.sh build package
 tree=$(mktemp -d)
 trap 'rm -rf "$tree"' EXIT
 quietly() { "$@" >"$tree/output" 2>&1 || { cat "$tree/output" >&2; exit 1; }; }
-quietly cmake --preset release -B build/package -DCMAKE_INSTALL_PREFIX=/usr \
-  -DKALODLL_BUILD_TOOLS=ON -DKALODLL_BUILD_TESTS=OFF
-quietly cmake --build build/package
-rm -rf build/package/packages
-(cd build/package && quietly cpack)
+quietly cmake --preset release -DKALODLL_BUILD_TOOLS=ON
+quietly cmake --build --preset release
+version=$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' build/release/CMakeCache.txt)
+printf 'kalodll (%s) unstable; urgency=medium\n\n  * See CHANGELOG.md.\n\n -- %s  %s\n' "$version" \
+  "$maintainer" "$(date -R -u -d "@${SOURCE_DATE_EPOCH:-$(date +%s)}")" |
+  gzip -9n >build/release/changelog.gz
+rm -rf build/packages
+quietly cpack --config build/release/CPackConfig.cmake -B build/packages \
+  -D CPACK_PACKAGE_CONTACT="$maintainer"
 
-packages=(build/package/packages/*.deb)
+packages=(build/packages/*.deb)
 for package in "${packages[@]}"; do
   dpkg-deb --extract "$package" "$tree"
   dpkg-deb --field "$package" Package Version Depends

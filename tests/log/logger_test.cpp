@@ -12,6 +12,7 @@
 #include <cstdarg>
 #include <filesystem>
 #include <fstream>
+#include <stdexcept>
 #include <thread>
 
 #include "oscl/last_error.h"
