@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Sets up, builds the fuzz targets and runs each for a while, from the seeds in fuzz/corpus/ and
-# what earlier runs found. Fails on a finding, and says how to run it again. Ends with the lines of
-# each target's own code that the seeds reach.
+# Builds the fuzz targets and runs each for a while, from the seeds in fuzz/corpus/ and from what
+# earlier runs found. Fails on a finding, and prints how to run it again.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
+#   scripts/fuzz.sh --coverage [TARGET...]     lines of each target's own code that the seeds reach
 #
 # KALODLL_FUZZ_SEED=N makes a run begin with the seeds alone and draw the same random numbers each
 # time; without it each run draws anew and goes on from what the last one found.
@@ -13,24 +13,54 @@ cd "$(dirname "$0")/.."
 all=(engine registry scenario recording kaloctl)
 seconds=${1:-30}
 [ $# -gt 0 ] && shift
-if ! [[ $seconds =~ ^[1-9][0-9]*$ ]]; then
-  echo "fuzz.sh: '$seconds' is not a number of seconds: 1 or more is expected" >&2
+if ! [[ $seconds =~ ^([1-9][0-9]*|--coverage)$ ]]; then
+  echo "fuzz.sh: '$seconds' is not a number of seconds: give 1 or more, or --coverage" >&2
   exit 2
 fi
 seed=${KALODLL_FUZZ_SEED:-0}
 if ! [[ $seed =~ ^[0-9]+$ ]]; then
-  echo "fuzz.sh: KALODLL_FUZZ_SEED='$seed' is not a seed: a number is expected, 0 draws one" >&2
+  echo "fuzz.sh: KALODLL_FUZZ_SEED='$seed' is not a seed: give a number; 0 draws one" >&2
   exit 2
 fi
 targets=("${@:-${all[@]}}")
 for target in "${targets[@]}"; do
   if ! [[ " ${all[*]} " == *" $target "* ]]; then
-    echo "fuzz.sh: unknown target '$target': one of ${all[*]} is expected" >&2
+    echo "fuzz.sh: unknown target '$target': expected one of: ${all[*]}" >&2
     exit 2
   fi
 done
 
 scripts/setup.sh build fuzz
+if [ "$seconds" = --coverage ]; then
+  # The code that each target is about.
+  declare -A own=(
+    [engine]='(api|transport|log)/[^/]*'
+    [registry]='oscl/(registry[^/]*|user_feature)'
+    [scenario]='simulator/scenario/[^/]*'
+    [recording]='simulator/record/(rec|rep)[^/]*'
+    [kaloctl]='[a-z/]*/(script|log_splitter|log_folder|registry_text)')
+  cmake --preset fuzz -B build/fuzz-coverage -DKALODLL_SANITIZE=fuzzer-no-link \
+    -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
+  cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||
+    { cat build/fuzz-coverage/build.log >&2; exit 1; }
+  # clang's own folder has the tools of its version.
+  llvm=$(sed -n 's/^KALODLL_CLANG_CXX:.*=//p' build/fuzz-coverage/CMakeCache.txt)
+  llvm=$(dirname "$(readlink -f "$llvm")")
+  printf '%-10s %6s %7s %9s\n' target seeds lines reached
+  for target in "${targets[@]}"; do
+    program=build/fuzz-coverage/fuzz/fuzz_$target
+    LLVM_PROFILE_FILE=$program.raw "$program" -runs=0 "fuzz/corpus/$target" 2>"$program.log" >&2
+    "$llvm/llvm-profdata" merge "$program.raw" -o "$program.profile"
+    "$llvm/llvm-cov" report "$program" -object build/fuzz-coverage/libkalodll.so \
+      -instr-profile "$program.profile" |
+      awk -v target="$target" -v seeds="$(find "fuzz/corpus/$target" -type f | wc -l)" \
+        -v own="^([.][.]/)*${own[$target]}[.]cpp$" '
+        $1 ~ own { lines += $8; missed += $9 }
+        END { printf "%-10s %6d %7d %7.0f %%\n", target, seeds, lines, 100 * (1 - missed / lines) }'
+  done
+  exit 0
+fi
+
 cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}" >build/fuzz/build.log ||
   { cat build/fuzz/build.log >&2; exit 1; }
@@ -67,29 +97,5 @@ for target in "${targets[@]}"; do
     echo "fuzz.sh: target $target found something; the whole report is in $log. Run it again:" >&2
     echo "  build/fuzz/fuzz/fuzz_$target build/fuzz/findings/$target-*" >&2
   fi
-done
-
-# The code that each target is about.
-declare -A own=(
-  [engine]='(api|transport|log)/[^/]*'
-  [registry]='oscl/(registry[^/]*|user_feature)'
-  [scenario]='simulator/scenario/[^/]*'
-  [recording]='simulator/record/(rec|rep)[^/]*'
-  [kaloctl]='[a-z/]*/(script|log_splitter|log_folder|registry_text)')
-cmake --preset fuzz -B build/fuzz-coverage -DKALODLL_SANITIZE=fuzzer-no-link \
-  -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
-cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||
-  { cat build/fuzz-coverage/build.log >&2; exit 1; }
-printf '\n%-10s %6s %7s %9s\n' target seeds lines reached
-for target in "${targets[@]}"; do
-  program=build/fuzz-coverage/fuzz/fuzz_$target
-  LLVM_PROFILE_FILE=$program.raw "$program" -runs=0 "fuzz/corpus/$target" 2>"$program.log" >&2
-  llvm-profdata-14 merge "$program.raw" -o "$program.profile"
-  llvm-cov-14 report "$program" -object build/fuzz-coverage/libkalodll.so \
-    -instr-profile "$program.profile" |
-    awk -v target="$target" -v seeds="$(find "fuzz/corpus/$target" -type f | wc -l)" \
-      -v own="^([.][.]/)*${own[$target]}[.]cpp$" '
-      $1 ~ own { lines += $8; missed += $9 }
-      END { printf "%-10s %6d %7d %7.0f %%\n", target, seeds, lines, 100 * (1 - missed / lines) }'
 done
 exit "$failed"

@@ -36,11 +36,24 @@ for package in "${packages[@]}"; do
 done
 [ ${#packages[@]} -eq 2 ] || { echo "package.sh: not two packages: ${packages[*]}" >&2; exit 1; }
 
+# Warnings are for a maintainer who uploads the packages somewhere.
+lintian --fail-on error "${packages[@]}" >"$tree/lintian" || {
+  grep '^E:' "$tree/lintian" >&2
+  echo "package.sh: lintian reports errors in the packages" >&2
+  exit 1
+}
+
 usr=$tree/usr
 for file in share/man/man1/{zulisim,zulisim-run,kaloctl,kaloctl-registry}.1 \
   share/bash-completion/completions/{zulisim,kaloctl} share/doc/kalodll/README.md; do
   [ -s "$usr/$file" ] || [ -s "$usr/$file.gz" ] || { echo "package.sh: no /usr/$file" >&2; exit 1; }
 done
+# Every link of an installed page leads to an installed file.
+while IFS=: read -r page link; do
+  target=${link#*](}
+  target=${target%%[#)]*}
+  [ -e "${page%/*}/$target" ] || { echo "package.sh: ${page#"$tree"}: dead link: $link" >&2; exit 1; }
+done < <(grep -roE --include='*.md' '\]\([[:alnum:]./_-]+(#[^)]*)?\)' "$usr/share/doc")
 "$usr/bin/zulisim" check "$usr"/share/kalodll/scenarios/*.toml >/dev/null
 config=$(find "$usr/lib" -name kalodll.pc)
 export PKG_CONFIG_PATH=${config%/*}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds what ships a second time, from a copy of the sources in a deeper folder and without a cache
-# of compilers' results, and holds it to the bytes of the release preset's build.
+# Run this before a release. Builds what ships a second time, from a copy of the sources in a deeper
+# folder and without a compiler cache, and compares the bytes with the release preset's build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
