@@ -7,6 +7,7 @@
 #include <stdexcept>
 
 #include "common/command_line.h"
+#include "common/format.h"
 #include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
@@ -19,12 +20,12 @@ namespace {
 
 constexpr const char* kRecordDescription =
     "Starts a program like 'run', passes its device operations on to a real device or to the "
-    "software engine, and writes each of them with its bytes and timing into a text file of JSON "
-    "Lines, which 'zulisim replay' plays back.";
+    "software engine, and writes each of them with its bytes and times into a file of JSON Lines. "
+    "'zulisim replay' plays it back.";
 
 constexpr const char* kRecordFooter = R"(
-FILE can be read by you alone, for it holds what was sent. A file that is there already is
-kept, without --force. A run without any operation leaves no file.
+Only you can read FILE, because it holds what was sent. An existing file is replaced only
+with --force. A run without any operation leaves no file.
 
 --redact keeps only the 16-byte headers of requests and replies, the connect record and all
 lengths, in every file that the run writes and in the transcript. Message bodies, private
@@ -35,7 +36,7 @@ Examples:
   zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
   zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine
 
-Exit status: as with 'zulisim run'; 125 also when the recording is not complete.)";
+Exit status: as with 'zulisim run'; 125 also when the recording is incomplete.)";
 
 struct RecordOptions : ProgramOptions {
   std::string file;
@@ -52,9 +53,9 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
     return engine;
   }
   if (access(options.device.c_str(), F_OK) != 0) {
-    throw std::runtime_error("the device '" + options.device +
-                             "' cannot be recorded: " + std::strerror(errno) +
-                             "; --engine or a scenario records the software engine");
+    throw std::runtime_error(common::Format(
+        "cannot record the device {}: {}; use --engine or --scenario to record the software engine",
+        common::Quoted(options.device), std::strerror(errno)));
   }
   return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
 }
@@ -88,8 +89,8 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
     }
   }
   if (!file.Written()) {
-    std::cerr << "zulisim: there was no operation to record; " << common::Quoted(options.file)
-              << " was not written\n";
+    std::cerr << common::Format("zulisim: {} was not written: there was no operation to record\n",
+                                common::Quoted(options.file));
   }
   return file.Close() && complete ? status : kOwnFailure;
 }
@@ -101,12 +102,12 @@ void DefineRecord(common::Command* program) {
   command->SetFooter(kRecordFooter);
   const auto options = std::make_shared<RecordOptions>();
   command->AddFile("-o,--output", &options->file, "The recording").Require();
-  command->AddFile("--from", &options->device,
-                   "The device to record; without it and without --engine, \"/dev/zuli\"", "PATH");
+  command->AddFile("--from", &options->device, "The device to record (default: \"/dev/zuli\")",
+                   "PATH");
   command->AddFlag("--engine", &options->engine,
                    "Record the software engine; implied by --scenario, --client, --reply, --fault, "
                    "--short and --lose");
-  command->AddFlag("--force", &options->force, "Write over a recording that is there already");
+  command->AddFlag("--force", &options->force, "Replace an existing FILE");
   command->AddFlag("--redact", &options->output.redact,
                    "Write only headers and lengths, no message bodies");
   AddProgramOptions(command, options.get());
@@ -115,7 +116,9 @@ void DefineRecord(common::Command* program) {
   command->SetAction([=] {
     options->engine = options->engine || HasInstructions(*command);
     if (options->engine && command->Has("--from")) {
-      throw common::UsageError("--from: a device takes no instructions and is not the engine");
+      throw common::UsageError(
+          "--from: --engine and the instructions are for the software engine; use either "
+          "them or --from");
     }
     return Record(*options, options->program);
   });

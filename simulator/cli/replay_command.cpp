@@ -2,6 +2,7 @@
 #include <memory>
 #include <utility>
 
+#include "common/format.h"
 #include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
@@ -22,49 +23,42 @@ Opens are answered in the order of the recording. Every other operation must be 
 one on its connection; the order between connections is free. Connections that did the same
 so far are interchangeable, so threads may race.
 
-Exit status: 124 when the program left the recording, 123 when it came to where the
-recording is cut; otherwise as with 'zulisim run'.)";
+Exit status: 124 when the program left the recording, 123 when it reached the place where
+the recording is cut; otherwise as with 'zulisim run'.)";
 
 struct ReplayOptions : ProgramOptions {
   std::string file;
   bool inTime = false;
 };
 
-// "all 7 operations of 'f' were replayed"
-std::string Replayed(std::size_t operations, const std::string& whose) {
-  const std::string count = std::to_string(operations);
-  return (operations == 1 ? "the 1 operation " + whose + " was"
-                          : "all " + count + " operations " + whose + " were") +
-         " replayed\n";
-}
-
 int Report(const ReplayDevice& device, const std::string& file, std::size_t operations,
            int status) {
+  const std::string name = common::Quoted(file);
   if (const auto divergence = device.FirstDivergence()) {
-    std::cerr << "zulisim: the program left the recording '" << file << "' "
-              << DivergenceText(*divergence);
+    std::cerr << common::Format("zulisim: the program left the recording {} {}", name,
+                                DivergenceText(*divergence));
     return kDiverged;
   }
-  if (device.ReachedCut()) {
-    std::cerr << "zulisim: the program went on after the cut: "
-              << Replayed(operations, "that '" + file + "' holds");
-    return kReachedCut;
-  }
-  std::cerr << "zulisim: " << Replayed(operations, "of '" + file + "'");
-  return status;
+  const std::string replayed =
+      operations == 1 ? common::Format("the only operation of {} was replayed", name)
+                      : common::Format("all {} operations of {} were replayed", operations, name);
+  const bool reachedCut = device.ReachedCut();
+  std::cerr << common::Format("zulisim: {}{}\n", replayed,
+                              reachedCut ? ", and the program went on after the cut" : "");
+  return reachedCut ? kReachedCut : status;
 }
 
 int Replay(const ReplayOptions& options, const std::vector<std::string>& arguments) {
   Recording recording = ReadRecording(options.file);
   const std::size_t operations = recording.operations.size();
   if (recording.header.redacted) {
-    throw common::InputError(common::Quoted(options.file) +
-                             " is redacted: it lacks the bodies that a replay answers with; record "
-                             "without --redact what is to be replayed");
+    throw common::InputError(common::Format(
+        "cannot replay {}: it is redacted and holds no message bodies; record without --redact",
+        common::Quoted(options.file)));
   }
   if (recording.cut) {
-    std::cerr << "zulisim: '" << options.file << "' is cut after operation " << operations
-              << "; it is replayed up to there\n";
+    std::cerr << common::Format("zulisim: {} is cut after operation {}; the replay ends there\n",
+                                common::Quoted(options.file), operations);
   }
   std::vector<NamedFile> inputs = InputFiles(options, arguments);
   inputs.push_back({"the recording", options.file});
@@ -87,7 +81,8 @@ void DefineReplay(common::Command* program) {
   command->SetFooter(kReplayFooter);
   const auto options = std::make_shared<ReplayOptions>();
   command->AddFile("FILE", &options->file, "The recording").Require();
-  command->AddFlag("--in-time", &options->inTime, "Let each operation take as long as it did");
+  command->AddFlag("--in-time", &options->inTime,
+                   "Let each operation take as long as in the recording");
   AddProgramOptions(command, options.get());
   command->TakeProgram(&options->program);
   command->SetAction([=] { return Replay(*options, options->program); });

@@ -3,7 +3,9 @@
 #include <memory>
 
 #include "common/command_line.h"
+#include "common/format.h"
 #include "common/input.h"
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/output/output_file.h"
@@ -43,12 +45,16 @@ int Show(ShowOptions options) {
   CheckOutputs(outputs, {{"the recording", options.file}});
   const Recording recording = ReadRecording(options.file);
   if (recording.cut) {
-    std::cerr << "zulisim: '" << options.file << "' is cut after operation "
-              << recording.operations.size() << "\n";
+    std::cerr << common::Format("zulisim: {} is cut after operation {}\n",
+                                common::Quoted(options.file), recording.operations.size());
   }
   if (recording.header.redacted) {
-    std::cerr << "zulisim: '" << options.file << "' is redacted: it holds no message bodies\n";
+    std::cerr << common::Format("zulisim: {} is redacted and holds no message bodies\n",
+                                common::Quoted(options.file));
   }
+  // Before any output is written: a recording can be refused here.
+  const std::string scenario =
+      options.scenarioFile.empty() ? "" : ScenarioOf(recording, options.file);
   OutputOptions* const wanted = &options.output;
   const bool others =
       wanted->summary || std::any_of(outputs.begin(), outputs.end(),
@@ -58,9 +64,9 @@ int Show(ShowOptions options) {
   RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
   for (const OperationRecord& record : recording.operations) output.OnOperation(record);
   bool complete = output.Finish(std::nullopt);
-  if (!options.scenarioFile.empty()) {
+  if (!scenario.empty()) {
     OutputFile file("scenario", options.scenarioFile);
-    file.Write(ScenarioOf(recording, options.file));
+    file.Write(scenario);
     complete = file.Close() && complete;
   }
   return complete ? 0 : kOwnFailure;
@@ -74,7 +80,7 @@ void DefineShow(common::Command* program) {
   const auto options = std::make_shared<ShowOptions>();
   command->AddFile("FILE", &options->file, "The recording").Require();
   command->AddFile("--scenario", &options->scenarioFile,
-                   "Write a scenario to FILE that has the engine do what was recorded");
+                   "Write a scenario to FILE with which the engine does what was recorded");
   AddOutputOptions(command, &options->output);
   command->SetAction([=] { return Show(*options); });
 }

@@ -380,74 +380,56 @@ class ScenarioMaker {
   std::map<std::pair<Operation, std::uint64_t>, std::string> effects_;  // by occurrence
 };
 
-// Makes the recorded calls of an engine, one after the other.
-class Rehearsal {
- public:
-  explicit Rehearsal(const Scenario& scenario) : engine_({scenario.clients, false}) {
-    Apply(scenario, &engine_);
+void Call(const OperationRecord& record, std::uint64_t connection, Engine* engine) {
+  Bytes bytes = record.input;
+  if (record.operation == Operation::kRead) {
+    bytes.resize(std::min<std::uint64_t>(record.length, kLongestMessage));
   }
-
-  // Makes the call of `record`. Returns what it gave when that is not as recorded.
-  std::optional<std::string> Perform(const OperationRecord& record) {
-    Bytes bytes = record.input;
-    if (record.operation == Operation::kRead) {
-      bytes.resize(std::min<std::uint64_t>(record.length, kLongestMessage));
-    }
-    const Result result = Call(record, record.hasBuffer ? bytes.data() : nullptr);
-    if (result.error != 0 || record.error != 0) {
-      if (result.error == record.error) return std::nullopt;
-      return result.error == 0 ? "a success" : ErrnoName(result.error);
-    }
-    if (record.operation == Operation::kOpen) {
-      numbers_[record.connection] = static_cast<std::uint64_t>(result.value);
-      return std::nullopt;
-    }
-    if (result.value != record.result) return common::Counted(result.value, "byte");
-    bytes.resize(record.OutputSize());
-    const bool delivers =
-        record.operation == Operation::kRead || record.operation == Operation::kIoctl;
-    return delivers && bytes != record.output ? std::optional("other bytes") : std::nullopt;
+  void* const buffer = record.hasBuffer ? bytes.data() : nullptr;
+  switch (record.operation) {
+    case Operation::kOpen:
+      engine->Open(record.openFlags, record.openMode, -1);
+      break;
+    case Operation::kIoctl:
+      engine->Ioctl(connection, record.request, buffer);
+      break;
+    case Operation::kRead:
+      engine->Read(connection, buffer, record.length, false);
+      break;
+    case Operation::kWrite:
+      engine->Write(connection, buffer, record.length);
+      break;
+    case Operation::kClose:
+      engine->Close(connection, CloseReason::kProgramClosed);
+      break;
   }
+}
 
- private:
-  Result Call(const OperationRecord& record, void* buffer) {
-    const auto found = numbers_.find(record.connection);
-    const std::uint64_t connection = found == numbers_.end() ? 0 : found->second;
-    switch (record.operation) {
-      case Operation::kOpen:
-        return engine_.Open(record.openFlags, record.openMode, -1);
-      case Operation::kIoctl:
-        return engine_.Ioctl(connection, record.request, buffer);
-      case Operation::kRead:
-        return engine_.Read(connection, buffer, record.length, false);
-      case Operation::kWrite:
-        return engine_.Write(connection, buffer, record.length);
-      case Operation::kClose:
-        break;
-    }
-    return engine_.Close(
-        connection, record.abandoned ? CloseReason::kProgramEnded : CloseReason::kProgramClosed);
-  }
+std::string ResultText(const OperationRecord& record) {
+  if (record.error != 0) return ErrnoName(record.error);
+  return record.IsTransfer() ? common::Counted(record.result, "byte") : "a success";
+}
 
-  Engine engine_;
-  std::map<std::uint64_t, std::uint64_t> numbers_;  // the engine's, by the recorded one
-};
-
-// Returns what of the recording the scenario does not reproduce, or an empty text.
+// Makes the recorded calls, one after the other, with an engine that has the scenario. Returns the
+// first difference, or an empty text.
 std::string FirstDifference(const Recording& recording, const std::string& text) {
   Scenario scenario;
   const auto diagnostics = ReadScenario(text, "scenario", &scenario);
   if (!diagnostics.empty()) return diagnostics.front().message;
-  Rehearsal rehearsal(scenario);
+  Engine engine({scenario.clients, true});
+  Apply(scenario, &engine);
+  std::map<std::uint64_t, std::uint64_t> connections;  // the engine's, by the recorded one
   for (const OperationRecord& record : recording.operations) {
-    const auto got = rehearsal.Perform(record);
-    if (!got) continue;
-    const std::string recorded = record.error != 0     ? ErrnoName(record.error)
-                                 : record.IsTransfer() ? common::Counted(record.result, "byte")
-                                                       : "a success";
+    engine.ClearRecords();
+    Call(record, connections[record.connection], &engine);
+    const OperationRecord got = engine.Records().front();
+    if (record.operation == Operation::kOpen) connections[record.connection] = got.connection;
+    const bool failed = record.error != 0 && got.error == record.error;
+    if (failed || (got.result == record.result && got.output == record.output)) continue;
+    const bool sameResult = got.result == record.result && got.error == record.error;
     return Format("operation {} (line {}, {}) gave {}, and the software engine can only give {}",
-                  record.sequence, record.sequence + 1, OperationName(record.operation), recorded,
-                  *got);
+                  record.sequence, record.sequence + 1, OperationName(record.operation),
+                  ResultText(record), sameResult ? "other bytes" : ResultText(got));
   }
   return "";
 }
@@ -455,9 +437,14 @@ std::string FirstDifference(const Recording& recording, const std::string& text)
 }  // namespace
 
 std::string ScenarioOf(const Recording& recording, const std::string& name) {
-  std::string difference = recording.header.redacted ? "it is redacted" : "";
+  if (recording.header.redacted) {
+    throw common::InputError(
+        Format("cannot make a scenario from {}: it is redacted and holds no message bodies; record "
+               "without --redact",
+               common::Quoted(name)));
+  }
+  std::string difference;
   for (const Reading& reading : kReadings) {
-    if (recording.header.redacted) break;
     const std::string text = ScenarioMaker(recording, reading).ScenarioText(name);
     const std::string found = FirstDifference(recording, text);
     if (found.empty()) return text;

@@ -7,7 +7,6 @@
 
 #include "common/format.h"
 #include "simulator/engine/engine.h"
-#include "simulator/record/recorder.h"
 #include "simulator/scenario/scenario_file.h"
 
 namespace zulisim {
@@ -102,26 +101,26 @@ std::string RandomFaults(unsigned seed) {
   return text;
 }
 
-// What the driver gets from an engine with the scenario, and the recording of it.
-std::string RunDriver(const std::string& text, unsigned seed, std::string* recorded) {
+// Returns what the driver gets from an engine with the scenario, and the recording of it.
+std::string RunDriver(const std::string& text, unsigned seed, Recording* recording) {
   Scenario scenario;
   const auto diagnostics = ReadScenario(text, "scenario", &scenario);
   EXPECT_TRUE(diagnostics.empty()) << diagnostics.front().message << text;
-  Engine engine({scenario.clients, false});
+  Engine engine({scenario.clients, true});
   Apply(scenario, &engine);
-  recorded->clear();
-  const Recorder recorder(&engine, [recorded](const std::string& line) { *recorded += line; },
-                          {"", "", {}, scenario.clients, false});
-  return Drive(&engine, seed);
+  const std::string got = Drive(&engine, seed);
+  recording->header.clients = scenario.clients;
+  recording->operations = engine.Records();
+  return got;
 }
 
 TEST(RecordingScenarioTest, reproduces_what_random_faults_did) {
   for (unsigned seed = 1; seed <= 500; ++seed) {
     const std::string faults = RandomFaults(seed);
-    std::string recorded;
-    const std::string before = RunDriver(faults, seed, &recorded);
-    const std::string scenario = ScenarioOf(ParseRecording(recorded), "recording");
-    std::string again;
+    Recording recording;
+    const std::string before = RunDriver(faults, seed, &recording);
+    const std::string scenario = ScenarioOf(recording, "recording");
+    Recording again;
     ASSERT_EQ(RunDriver(scenario, seed, &again), before) << faults << scenario;
   }
 }
