@@ -73,7 +73,7 @@ namespace logging {
 // its first locale before it inserts anything, and does so here, at its start. Hidden, so that each
 // library of a process that carries a libc++ has one of these.
 __attribute__((visibility("hidden"))) inline const std::locale& firstLocale =
-    static_cast<void>(std::locale::classic());
+    std::locale::classic();
 
 }  // namespace logging
 #endif

@@ -1,0 +1,48 @@
+// A client with static storage duration gives its handle back: when the program calls exit, and in
+// a driver when the driver is unloaded.  static_client_test DRIVER
+
+#include <dlfcn.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+
+#include "api/kalo_client.h"
+#include "simulator/in_process/in_process_device.h"
+
+namespace {
+
+zulisim::Engine engine;
+const zulisim::InProcessDevice device(engine, {{"/data/Marvoleth.log", "/dev/null"}});
+
+void Require(uint64_t open, const char* when) {
+  if (engine.OpenDescriptors() == open) return;
+  std::printf("%s: %d descriptors are open\n", when, static_cast<int>(engine.OpenDescriptors()));
+  std::fflush(stdout);
+  _exit(1);
+}
+
+struct AtEnd {
+  ~AtEnd() { Require(0, "at the end"); }
+} atEnd;  // destroyed after every client
+
+kalo::Client client;
+
+}  // namespace
+
+int main(int, char** arguments) {
+  unsigned char message[32] = {0, 0, 0, 0, 0x10};
+  if (client.Send(message, 32, message, 32).outcome != kalo::Outcome::kDone) return 2;
+  void* const driver = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
+  int (*drive)() = nullptr;
+  *reinterpret_cast<void**>(&drive) = dlsym(driver, "Drive");
+  if (drive() != 0) return 3;
+  Require(2, "with both clients");
+  dlclose(driver);
+#ifdef __clang__
+  Require(1, "without the driver");
+#else  // g++'s driver stays
+  Require(2, "with the driver closed");
+#endif
+  exit(0);
+}
