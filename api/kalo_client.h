@@ -53,17 +53,17 @@ struct Result {
   std::string text;
 };
 
-// A driver's access to one firmware client. All clients of a program or driver for the same firmware
-// share one handle and one lock, so any thread may use any of them at any time. Beside them no other
-// code of the process may call the library's initialisations, cleanups or commands for that
-// firmware.
+// A driver's access to one firmware client. All clients of a program or driver for the same
+// firmware share one handle and one lock, so any thread may use any of them at any time. Beside
+// them no other code of the process may call the library's initialisations, cleanups or commands
+// for that firmware.
 //
 // A Client may have static storage duration. Its destructor gives the handle back while the library
-// still works: when the program calls exit or returns from main, or when dlclose unloads the driver.
-// It waits for a command that another thread is sending, so end such threads first, and do not call
-// exit in a log sink. _exit and abort run no destructor; the kernel then closes the connection. A
-// driver that g++ built stays loaded after dlclose until the program ends, because g++ makes the
-// state that clients share unique in the process.
+// still works: when the program calls exit or returns from main, or when dlclose unloads the
+// driver. It waits for a command that another thread is sending, so end such threads first, and do
+// not call exit in a log sink. _exit and abort run no destructor; the kernel then closes the
+// connection. A driver that g++ built stays loaded after dlclose until the program ends, because
+// g++ makes the state that clients share unique in the process.
 class Client {
  public:
   // `apiVersion` and `option` are announced by the first KALO client of the process.

@@ -16,9 +16,11 @@ namespace logging {
 
 namespace {
 
-// Deliveries under way: one, or several when the log's lock fails. A child of a fork inherits the
-// count, because a sink whose delivery the fork cut short must not be deleted there either.
-std::atomic<int> deliveries{0};
+// Whether the thread that holds the log's lock delivers, and how many threads do that could not
+// take it. A child of a fork inherits both, because a sink whose delivery the fork cut short must
+// not be deleted there either.
+std::atomic<bool> delivering{false};
+std::atomic<int> deliveringUnlocked{0};
 
 std::string Prefix() {
   char text[64];
@@ -41,7 +43,11 @@ const char* TextForSink(const char* line, bool last, std::string& copy) {
 void Deliver(const char* line) {
   const oscl::CriticalSectionGuard guard(Logger::logBase.lock);
   const std::vector<LogSink*>& sinks = Logger::logBase.sinks;
-  deliveries.fetch_add(1, std::memory_order_relaxed);
+  if (guard.Entered()) {
+    delivering.store(true, std::memory_order_relaxed);
+  } else {
+    ++deliveringUnlocked;
+  }
   std::string copy;
   // A sink holds the lock and so may append another.
   for (size_t i = 0; i < sinks.size(); ++i) {
@@ -52,7 +58,11 @@ void Deliver(const char* line) {
       // The other sinks get the line all the same.
     }
   }
-  deliveries.fetch_sub(1, std::memory_order_relaxed);
+  if (guard.Entered()) {
+    delivering.store(false, std::memory_order_relaxed);
+  } else {
+    --deliveringUnlocked;
+  }
 }
 
 }  // namespace
@@ -76,7 +86,9 @@ void Emit(int32_t level, const char* text) noexcept {
   }
 }
 
-bool DeliveryUnderWay() { return deliveries.load(std::memory_order_relaxed) != 0; }
+bool DeliveryUnderWay() {
+  return delivering.load(std::memory_order_relaxed) || deliveringUnlocked != 0;
+}
 
 void AppendFileSink() {
   const oscl::ErrnoKeeper keeper;
