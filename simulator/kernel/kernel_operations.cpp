@@ -53,28 +53,27 @@ KernelOperations* Self(fuse_req_t request) {
 
 void Warn(const std::string& text) { std::cerr << "zulisim: warning: " + text + "\n"; }
 
+// Adapts an operation on a character device to a file, of which the kernel also passes the inode.
+template <auto operation>
+struct OfFile;
+template <typename... Arguments, void (*operation)(fuse_req_t, Arguments...)>
+struct OfFile<operation> {
+  static void Call(fuse_req_t request, fuse_ino_t, Arguments... arguments) {
+    operation(request, arguments...);
+  }
+};
+
 }  // namespace
 
 fuse_lowlevel_ops KernelOperations::ForFile() {
   fuse_lowlevel_ops operations{};
   operations.init = Init;
   operations.getattr = GetAttributes;
-  operations.open = [](fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
-    Open(request, file);
-  };
-  operations.read = [](fuse_req_t request, fuse_ino_t, size_t length, off_t offset,
-                       fuse_file_info* file) { Read(request, length, offset, file); };
-  operations.write = [](fuse_req_t request, fuse_ino_t, const char* bytes, size_t length,
-                        off_t offset,
-                        fuse_file_info* file) { Write(request, bytes, length, offset, file); };
-  operations.ioctl = [](fuse_req_t request, fuse_ino_t, unsigned number, void* argument,
-                        fuse_file_info* file, unsigned, const void* in, size_t inSize,
-                        size_t outSize) {
-    Ioctl(request, number, argument, file, in, inSize, outSize);
-  };
-  operations.release = [](fuse_req_t request, fuse_ino_t, fuse_file_info* file) {
-    Release(request, file);
-  };
+  operations.open = OfFile<Open>::Call;
+  operations.read = OfFile<Read>::Call;
+  operations.write = OfFile<Write>::Call;
+  operations.ioctl = OfFile<Ioctl>::Call;
+  operations.release = OfFile<Release>::Call;
   return operations;
 }
 
@@ -84,10 +83,7 @@ cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
   operations.open = Open;
   operations.read = Read;
   operations.write = Write;
-  operations.ioctl = [](fuse_req_t request, int number, void* argument, fuse_file_info* file,
-                        unsigned, const void* in, size_t inSize, size_t outSize) {
-    Ioctl(request, static_cast<std::uint32_t>(number), argument, file, in, inSize, outSize);
-  };
+  operations.ioctl = Ioctl;
   operations.release = Release;
   return operations;
 }
@@ -196,13 +192,15 @@ void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t 
 }
 
 // The kernel copies as many bytes from and to the program as the request number says.
-void KernelOperations::Ioctl(fuse_req_t request, std::uint32_t number, void* argument,
-                             struct fuse_file_info* file, const void* in, std::size_t inSize,
-                             std::size_t outSize) {
-  Bytes bytes(std::max<std::size_t>({inSize, outSize, _IOC_SIZE(number)}));
+void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
+                             struct fuse_file_info* file, unsigned, const void* in,
+                             std::size_t inSize, std::size_t outSize) {
+  Bytes bytes(
+      std::max<std::size_t>({inSize, outSize, _IOC_SIZE(static_cast<std::uint32_t>(number))}));
   if (inSize > 0) std::memcpy(bytes.data(), in, inSize);
   void* const target = argument != nullptr ? bytes.data() : nullptr;
-  const Result result = Self(request)->device_.Ioctl(file->fh, number, target);
+  const Result result =
+      Self(request)->device_.Ioctl(file->fh, static_cast<std::uint32_t>(number), target);
   if (result.value == -1) {
     fuse_reply_err(request, result.error);
   } else {

@@ -1,6 +1,6 @@
 #pragma once
 
-#define FUSE_USE_VERSION 35
+#define FUSE_USE_VERSION 34  // numbers of ioctl requests are int, as in CUSE
 
 #include <cuse_lowlevel.h>
 #include <fuse_lowlevel.h>
@@ -38,9 +38,8 @@ class KernelOperations {
                    struct fuse_file_info* file);
   static void Write(fuse_req_t request, const char* bytes, std::size_t length, off_t offset,
                     struct fuse_file_info* file);
-  static void Ioctl(fuse_req_t request, std::uint32_t number, void* argument,
-                    struct fuse_file_info* file, const void* in, std::size_t inSize,
-                    std::size_t outSize);
+  static void Ioctl(fuse_req_t request, int number, void* argument, struct fuse_file_info* file,
+                    unsigned flags, const void* in, std::size_t inSize, std::size_t outSize);
   static void Release(fuse_req_t request, struct fuse_file_info* file);
   static void GetAttributes(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
 

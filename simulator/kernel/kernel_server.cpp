@@ -78,41 +78,35 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
 KernelServer::~KernelServer() { Stop(); }
 
 void KernelServer::Mount(bool everyUser) {
-  char name[] = "zulisim";
-  char option[] = "-o";
-  char own[] = "fsname=zulisim,subtype=zulisim";
-  char shared[] = "fsname=zulisim,subtype=zulisim,allow_other";
-  char* texts[] = {name, option, everyUser ? shared : own, nullptr};
-  struct fuse_args arguments = FUSE_ARGS_INIT(3, texts);
+  struct fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
+  fuse_opt_add_arg(&arguments, "zulisim");
+  fuse_opt_add_arg(&arguments, "-ofsname=zulisim,subtype=zulisim");
+  if (everyUser) fuse_opt_add_arg(&arguments, "-oallow_other");
   const fuse_lowlevel_ops operations = KernelOperations::ForFile();
   session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
   fuse_opt_free_args(&arguments);
-  if (session_ == nullptr || fuse_session_mount(session_, path_.c_str()) != 0) {
-    throw std::runtime_error(common::Format("cannot mount on {}: {}", common::Quoted(path_),
-                                            libraryText.empty() ? "refused" : libraryText));
-  }
+  Begin(path_);
 }
 
 void KernelServer::MakeNode() {
-  const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
   const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
   const char* variables[] = {variable.c_str()};
   struct cuse_info info {};
   info.dev_info_argc = 1;
   info.dev_info_argv = variables;
-  char name[] = "zulisim";
-  char* texts[] = {name, nullptr};
-  struct fuse_args arguments = FUSE_ARGS_INIT(1, texts);
+  struct fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
+  fuse_opt_add_arg(&arguments, "zulisim");
   const cuse_lowlevel_ops operations = KernelOperations::ForCharacterDevice();
   session_ = cuse_lowlevel_new(&arguments, &info, &operations, operations_.get());
   fuse_opt_free_args(&arguments);
-  // The session owns the descriptor when it has taken it by this name.
-  const std::string taken = "/dev/fd/" + std::to_string(control);
-  if (session_ == nullptr || fuse_session_mount(session_, taken.c_str()) != 0) {
-    close(control);
-    throw std::runtime_error(
-        common::Format("cannot create {}: {}", common::Quoted(path_), libraryText));
-  }
+  const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
+  Begin("/dev/fd/" + std::to_string(control));  // the session owns the descriptor from here on
+}
+
+void KernelServer::Begin(const std::string& mountPoint) {
+  if (session_ != nullptr && fuse_session_mount(session_, mountPoint.c_str()) == 0) return;
+  throw std::runtime_error(common::Format("cannot serve {}: {}", common::Quoted(path_),
+                                          libraryText.empty() ? "refused" : libraryText));
 }
 
 // In its first request the kernel offers a protocol. The answer also creates a device's node.

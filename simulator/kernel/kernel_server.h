@@ -55,6 +55,7 @@ class KernelServer {
  private:
   void Mount(bool everyUser);
   void MakeNode();
+  void Begin(const std::string& mountPoint);
   void AgreeWithKernel();
   bool StartWorker();
   void Work();
