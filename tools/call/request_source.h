@@ -7,20 +7,17 @@
 
 namespace kaloctl {
 
-enum class RequestFormat { kAuto, kHex, kBinary };
-
-// Where a request comes from, as the user said.
+// Where a request comes from.
 struct RequestSource {
   std::string file;                // "-" for standard input; empty when not given
   std::optional<std::string> hex;  // on the command line
-  RequestFormat format = RequestFormat::kAuto;
   bool bodyOnly = false;
-  std::optional<uint32_t> command;
+  std::optional<std::uint32_t> command;
 };
 
-// The request: the bytes of file or hex text, with a header in front when they are a body, and with
-// the command identifier when one was given. A command alone makes a header alone. Throws
-// common::InputError.
-std::vector<uint8_t> ReadRequest(const RequestSource& source);
+// Returns the request: the bytes of the file or hex text, with a header in front of a body, and
+// with the command identifier if one was given. Without input, the header of the command only.
+// Throws common::InputError.
+std::vector<std::uint8_t> ReadRequest(const RequestSource& source);
 
 }  // namespace kaloctl

@@ -77,7 +77,7 @@ class Examination {
   Finding Connects(Client client) {
     if (openError_ != 0) return {Finding::kNotMade, "the device does not open", ""};
     log_.Take();
-    const DriverSession session(client, Generation::kVersion3);
+    const DriverSession session(client);
     if (session.status() != KALO_DLL_STATUS_SUCCESS) return Failure(session.status());
     return Connected(session.Properties());
   }
@@ -100,7 +100,7 @@ class Examination {
   Finding RoundTrip() {
     if (openError_ != 0) return {Finding::kNotMade, "the device does not open", ""};
     log_.Take();
-    DriverSession session(ClientOfCommand(options_.command), Generation::kVersion3);
+    DriverSession session(ClientOfCommand(options_.command));
     if (session.status() != KALO_DLL_STATUS_SUCCESS) {
       return {Finding::kNotMade, "the client does not connect", ""};
     }
@@ -108,7 +108,7 @@ class Examination {
     ReplyBuffer reply(std::max<std::size_t>(maximum, kHeaderSize));
     std::vector<uint8_t> privateData;
     const uint32_t status =
-        session.Exchange(MakeMessage(options_.command, {}), reply, &privateData);
+        session.Exchange(MakeMessage(options_.command, {}), &reply, &privateData);
     if (status != KALO_DLL_STATUS_SUCCESS) {
       Finding failure = Failure(status);
       if (maximum < kHeaderSize) {

@@ -49,7 +49,7 @@ int Probe(bool asJson) {
   int exitStatus = kDone;
   Json clients = Json::array();
   for (const Client client : {Client::kKalo, Client::kFenu}) {
-    const DriverSession session(client, Generation::kVersion3);
+    const DriverSession session(client);
     const std::vector<std::string> lines = log.Take();
     if (asJson) {
       clients.push_back(ClientJson(client, session, lines));
