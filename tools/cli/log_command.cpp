@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <iomanip>
 #include <iostream>
 #include <memory>
 #include <string>
@@ -30,29 +29,9 @@ namespace {
 using common::LogRecord;
 
 constexpr int kPollMilliseconds = 200;
-constexpr int kFunctionWidth = 15;
-constexpr int kTagWidth = 5;
-constexpr int kLabelWidth = 36;
-constexpr int kValueWidth = 18;
 
 bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
-}
-
-bool IsHexadecimal(std::string_view text) {
-  return !text.empty() && text.find_first_not_of("0123456789abcdef") == std::string_view::npos;
-}
-
-// Where the count or address at the end of the text begins; npos when it ends in words.
-std::size_t ValueBegin(std::string_view text) {
-  const std::size_t blank = text.rfind(' ');
-  if (blank == std::string_view::npos) return blank;
-  const std::string_view label = text.substr(0, blank + 1);
-  const std::string_view value = text.substr(blank + 1);
-  const bool address = value.substr(0, 2) == "0x" && IsHexadecimal(value.substr(2));
-  const bool number = IsHexadecimal(value) && (Contains(label, "Ref Cnt ") ||
-                                               Contains(label, "Handle ") || Contains(label, ": "));
-  return address || number ? blank + 1 : std::string_view::npos;
 }
 
 bool TellsFailure(const LogRecord& record) {
@@ -61,28 +40,19 @@ bool TellsFailure(const LogRecord& record) {
                      [&record](const char* mark) { return Contains(record.text, mark); });
 }
 
-// Prints a record as one line: copies, prefix, function, tag, text. A count or an address at the
-// end of the text stands in a column of its own. Bytes that are not printable appear as \xNN.
+// Prints a record as one line: copies, prefix, function, tag, text.
 void PrintLogRecord(std::ostream& out, const common::Colours& colours, const LogRecord& record,
                     std::size_t copies) {
-  const std::string count = copies > 1 ? "x" + std::to_string(copies) : "";
-  out << std::setw(4) << count << "  ";
+  const std::string text = common::Printable(record.text);
+  out << common::Format("{:>4}  ", copies > 1 ? common::Format("x{}", copies) : "");
   if (record.function.empty()) {
-    out << colours.dim << "? " << common::Printable(record.text) << colours.reset << '\n';
+    out << colours.dim << "? " << text << colours.reset << '\n';
     return;
   }
   if (!record.prefix.empty()) out << record.prefix << "  ";
-  out << colours.dim << std::left << std::setw(kFunctionWidth) << record.function << std::right
-      << std::setw(kTagWidth) << record.tag << colours.reset << "  ";
-  const std::size_t value = ValueBegin(record.text);
-  if (value == std::string_view::npos) {
-    const bool bad = TellsFailure(record);
-    out << (bad ? colours.bad : "") << common::Printable(record.text) << (bad ? colours.reset : "");
-  } else {
-    out << std::left << std::setw(kLabelWidth) << common::Printable(record.text.substr(0, value))
-        << std::right << std::setw(kValueWidth) << record.text.substr(value);
-  }
-  out << '\n';
+  const bool bad = TellsFailure(record);
+  out << colours.dim << common::Format("{:<15}{:>5}  ", record.function, record.tag)
+      << colours.reset << (bad ? colours.bad : "") << text << (bad ? colours.reset : "") << '\n';
 }
 
 // A record as one line of JSON.
