@@ -13,7 +13,7 @@ class DestroyedSessions {
   DestroyedSessions() { Update(); }
 
   // To be called after each call with the handle that was passed, or null.
-  void AfterCall(EntryPoint entryPoint, const void* handle);
+  void AfterCall(const EntryPoint& entryPoint, const void* handle);
 
   // True while the address held a session that is gone, and no new one has taken it.
   bool Contains(const void* session) const { return destroyed_.count(session) != 0; }

@@ -18,42 +18,46 @@ using common::Quoted;
 
 constexpr uint32_t kLongestMessage = 1u << 26;
 
-// What follows the name of an entry point.
-enum Argument : unsigned {
-  kNone = 0,
-  kNewHandle = 1,
-  kHandle = 2,
-  kStateInit = 4,
-  kMessage = 8,
-  kPrivateData = 16,
-};
+using Call = CallArguments;
 
-struct CallForm {
-  const char* name;
-  EntryPoint entryPoint;
-  unsigned arguments;
-};
-
-// All calls; parser, help and suggestions come from it.
-constexpr CallForm kCallForms[] = {
-    {"KaloStateInit", EntryPoint::kKaloStateInit, kStateInit},
-    {"KaloInit3", EntryPoint::kKaloInit3, kNewHandle},
-    {"StartIoEx3", EntryPoint::kStartIoEx3, kHandle | kMessage | kPrivateData},
-    {"StartIo3", EntryPoint::kStartIo3, kHandle | kMessage},
-    {"KaloCleanup3", EntryPoint::kKaloCleanup3, kHandle},
-    {"FenuInit3", EntryPoint::kFenuInit3, kNewHandle},
-    {"FenuCleanup3", EntryPoint::kFenuCleanup3, kHandle},
-    {"KaloInit", EntryPoint::kKaloInit, kNone},
-    {"StartIoEx", EntryPoint::kStartIoEx, kMessage | kPrivateData},
-    {"StartIo", EntryPoint::kStartIo, kMessage},
-    {"KaloCleanup", EntryPoint::kKaloCleanup, kNone},
-    {"FenuInit", EntryPoint::kFenuInit, kNone},
-    {"FenuCleanup", EntryPoint::kFenuCleanup, kNone},
-    {"ProvisioningStartIo", EntryPoint::kProvisioningStartIo, kMessage},
+// All calls. The parser, the help and the suggestions use it.
+constexpr EntryPoint kEntryPoints[] = {
+    {"KaloStateInit", kStateInit, true,
+     [](const Call& call) { return KaloStateInit(call.params); }},
+    {"KaloInit3", kNewHandle, true, [](const Call& call) { return KaloInit3(call.handle); }},
+    {"StartIoEx3", kHandle | kMessage | kPrivateData, true,
+     [](const Call& call) {
+       return StartIoEx3(*call.handle, call.input, call.inputLength, call.output, call.outputLength,
+                         call.privateData, call.privateLength);
+     }},
+    {"StartIo3", kHandle | kMessage, true,
+     [](const Call& call) {
+       return StartIo3(*call.handle, call.input, call.inputLength, call.output, call.outputLength);
+     }},
+    {"KaloCleanup3", kHandle, false, [](const Call& call) { return KaloCleanup3(*call.handle); }},
+    {"FenuInit3", kNewHandle, true, [](const Call& call) { return FenuInit3(call.handle); }},
+    {"FenuCleanup3", kHandle, false, [](const Call& call) { return FenuCleanup3(*call.handle); }},
+    {"KaloInit", kNone, true, [](const Call&) { return KaloInit(); }},
+    {"StartIoEx", kMessage | kPrivateData, true,
+     [](const Call& call) {
+       return StartIoEx(call.input, call.inputLength, call.output, call.outputLength,
+                        call.privateData, call.privateLength);
+     }},
+    {"StartIo", kMessage, true,
+     [](const Call& call) {
+       return StartIo(call.input, call.inputLength, call.output, call.outputLength);
+     }},
+    {"KaloCleanup", kNone, false, [](const Call&) { return KaloCleanup(); }},
+    {"FenuInit", kNone, true, [](const Call&) { return FenuInit(); }},
+    {"FenuCleanup", kNone, false, [](const Call&) { return FenuCleanup(); }},
+    {"ProvisioningStartIo", kMessage, true,
+     [](const Call& call) {
+       return ProvisioningStartIo(call.input, call.inputLength, call.output, call.outputLength);
+     }},
 };
 
 // How a call is written.
-std::string UsageOf(const CallForm& form) {
+std::string UsageOf(const EntryPoint& form) {
   std::string text = form.name;
   if (form.arguments & kNewHandle) text += " NAME";
   if (form.arguments & kHandle) text += " NAME|null";
@@ -63,9 +67,9 @@ std::string UsageOf(const CallForm& form) {
   return text;
 }
 
-const CallForm& FindCall(const std::string& name) {
+const EntryPoint& FindCall(const std::string& name) {
   std::vector<std::string> names;
-  for (const CallForm& form : kCallForms) {
+  for (const EntryPoint& form : kEntryPoints) {
     if (form.name == name) return form;
     names.emplace_back(form.name);
   }
@@ -91,7 +95,7 @@ class LineParser {
     for (std::string word; stream >> word;) words_.push_back(word);
     form_ = &FindCall(words_[0]);
     step_.text = text;
-    step_.entryPoint = form_->entryPoint;
+    step_.entryPoint = form_;
   }
 
   ScriptStep Parse() {
@@ -187,7 +191,7 @@ class LineParser {
   std::set<std::string>& opened_;
   std::vector<std::string> words_;
   std::size_t next_ = 1;
-  const CallForm* form_ = nullptr;
+  const EntryPoint* form_ = nullptr;
   ScriptStep step_;
 };
 
@@ -226,7 +230,7 @@ std::vector<ScriptStep> ParseScript(std::string_view content, const std::string&
 std::string ScriptHelp() {
   std::string help =
       "SCRIPT holds one call a line; '#' starts a comment, blank lines are passed over:\n\n";
-  for (const CallForm& form : kCallForms) help += "  " + UsageOf(form) + "\n";
+  for (const EntryPoint& form : kEntryPoints) help += "  " + UsageOf(form) + "\n";
   return help + R"(
 NAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.
 Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body that

@@ -6,24 +6,38 @@
 #include <string_view>
 #include <vector>
 
+#include "api/kalo_dll.h"
+
 namespace kaloctl {
 
-// The entry points, as a script names them.
-enum class EntryPoint {
-  kKaloStateInit,
-  kKaloInit3,
-  kStartIoEx3,
-  kStartIo3,
-  kProvisioningStartIo,
-  kKaloCleanup3,
-  kFenuInit3,
-  kFenuCleanup3,
-  kKaloInit,
-  kStartIoEx,
-  kStartIo,
-  kKaloCleanup,
-  kFenuInit,
-  kFenuCleanup,
+// The arguments of a call into the library; a call uses those that it has.
+struct CallArguments {
+  void** handle = nullptr;
+  KALO_STATE_INIT_PARAMS* params = nullptr;
+  std::uint8_t* input = nullptr;
+  std::uint32_t inputLength = 0;
+  std::uint8_t* output = nullptr;
+  std::uint32_t outputLength = 0;
+  std::uint8_t* privateData = nullptr;
+  unsigned int* privateLength = nullptr;
+};
+
+// What follows the name of an entry point in a script.
+enum Argument : unsigned {
+  kNone = 0,
+  kNewHandle = 1,
+  kHandle = 2,
+  kStateInit = 4,
+  kMessage = 8,
+  kPrivateData = 16,
+};
+
+// An entry point of the library.
+struct EntryPoint {
+  const char* name;
+  unsigned arguments;  // of Argument
+  bool recordsError;   // the cleanups report by their status only
+  KALO_DLL_STATUS (*call)(const CallArguments& arguments);
 };
 
 // What a command offers for private data: nothing, a buffer, or a tag that asks for a wrapper.
@@ -42,7 +56,7 @@ struct ScriptCommand {
 struct ScriptStep {
   std::size_t line = 0;
   std::string text;  // as written, without comment
-  EntryPoint entryPoint = EntryPoint::kKaloInit;
+  const EntryPoint* entryPoint = nullptr;
   std::string handle;  // name, "null", or empty for calls without one
   bool nullParams = false;
   uint32_t apiVersion = 0;

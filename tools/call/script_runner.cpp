@@ -5,8 +5,8 @@
 #include <iomanip>
 #include <optional>
 
-#include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
+#include "common/format.h"
 #include "common/hex.h"
 #include "common/number.h"
 #include "tools/call/message.h"
@@ -47,12 +47,6 @@ struct CommandBuffers {
   unsigned int* privateLength = nullptr;
 };
 
-// The cleanups report by status alone.
-bool RecordsError(EntryPoint entryPoint) {
-  return entryPoint != EntryPoint::kKaloCleanup3 && entryPoint != EntryPoint::kKaloCleanup &&
-         entryPoint != EntryPoint::kFenuCleanup3 && entryPoint != EntryPoint::kFenuCleanup;
-}
-
 }  // namespace
 
 struct ScriptRunner::CallResult {
@@ -89,7 +83,7 @@ bool ScriptRunner::RunStep(const ScriptStep& step) {
   }
   CallResult result;
   const uint32_t status = MakeCall(step, result);
-  destroyed_.AfterCall(step.entryPoint, result.handle);
+  destroyed_.AfterCall(*step.entryPoint, result.handle);
   PrintResult(step, status, result);
   return status == KALO_DLL_STATUS_SUCCESS;
 }
@@ -97,71 +91,34 @@ bool ScriptRunner::RunStep(const ScriptStep& step) {
 const char* ScriptRunner::Arrow() const { return options_.brief ? "  ->  " : "      ->  "; }
 
 bool ScriptRunner::RefusesDestroyed(const ScriptStep& step) const {
-  if (options_.useDestroyed) return false;
-  if (step.entryPoint != EntryPoint::kStartIoEx3 && step.entryPoint != EntryPoint::kStartIo3)
-    return false;
+  constexpr unsigned kSendsOnHandle = kHandle | kMessage;
+  const bool sends = (step.entryPoint->arguments & kSendsOnHandle) == kSendsOnHandle;
   const auto handle = handles_.find(step.handle);
-  return handle != handles_.end() && destroyed_.Contains(handle->second);
+  return sends && !options_.useDestroyed && handle != handles_.end() &&
+         destroyed_.Contains(handle->second);
 }
 
 uint32_t ScriptRunner::MakeCall(const ScriptStep& step, CallResult& result) {
-  if (!step.handle.empty() && step.handle != kNullHandle) result.handle = handles_[step.handle];
-  switch (step.entryPoint) {
-    case EntryPoint::kKaloStateInit: {
-      KALO_STATE_INIT_PARAMS params = {step.apiVersion, step.option};
-      return KaloStateInit(step.nullParams ? nullptr : &params);
-    }
-    case EntryPoint::kKaloInit3:
-      return KaloInit3(&handles_[step.handle]);
-    case EntryPoint::kFenuInit3:
-      return FenuInit3(&handles_[step.handle]);
-    case EntryPoint::kKaloCleanup3:
-      return KaloCleanup3(result.handle);
-    case EntryPoint::kFenuCleanup3:
-      return FenuCleanup3(result.handle);
-    case EntryPoint::kKaloInit:
-      return KaloInit();
-    case EntryPoint::kKaloCleanup:
-      return KaloCleanup();
-    case EntryPoint::kFenuInit:
-      return FenuInit();
-    case EntryPoint::kFenuCleanup:
-      return FenuCleanup();
-    default:
-      return SendCommand(step, result);
-  }
-}
-
-uint32_t ScriptRunner::SendCommand(const ScriptStep& step, CallResult& result) {
-  CommandBuffers buffers(step.command);
-  uint8_t* const input = step.command.nullInput ? nullptr : buffers.request.data();
-  uint8_t* const output = step.command.replyLength ? buffers.reply.data() : nullptr;
-  const uint32_t length = step.command.length;
-  const uint32_t replyLength = buffers.reply.size();
-  uint32_t status = KALO_DLL_STATUS_FAILURE;
-  switch (step.entryPoint) {
-    case EntryPoint::kStartIoEx3:
-      status = StartIoEx3(result.handle, input, length, output, replyLength, buffers.privateData,
-                          buffers.privateLength);
-      break;
-    case EntryPoint::kStartIo3:
-      status = StartIo3(result.handle, input, length, output, replyLength);
-      break;
-    case EntryPoint::kStartIoEx:
-      status =
-          StartIoEx(input, length, output, replyLength, buffers.privateData, buffers.privateLength);
-      break;
-    case EntryPoint::kStartIo:
-      status = StartIo(input, length, output, replyLength);
-      break;
-    default:
-      status = ProvisioningStartIo(input, length, output, replyLength);
-      break;
-  }
-  const bool wrapper = step.command.privateData == PrivateData::kAllocTag ||
-                       step.command.privateData == PrivateData::kFreeTag;
-  if (status == KALO_DLL_STATUS_SUCCESS && !wrapper) {
-    if (output != nullptr) result.reply = buffers.reply.Received();
+  const ScriptCommand& command = step.command;
+  CommandBuffers buffers(command);
+  KALO_STATE_INIT_PARAMS params = {step.apiVersion, step.option};
+  void* null = nullptr;
+  CallArguments call;
+  call.handle = step.handle.empty() || step.handle == kNullHandle ? &null : &handles_[step.handle];
+  result.handle = *call.handle;
+  call.params = step.nullParams ? nullptr : &params;
+  call.input = command.nullInput ? nullptr : buffers.request.data();
+  call.inputLength = command.length;
+  call.output = command.replyLength ? buffers.reply.data() : nullptr;
+  call.outputLength = buffers.reply.size();
+  call.privateData = buffers.privateData;
+  call.privateLength = buffers.privateLength;
+  const uint32_t status = step.entryPoint->call(call);
+  const bool wrapper =
+      command.privateData == PrivateData::kAllocTag || command.privateData == PrivateData::kFreeTag;
+  const bool sends = (step.entryPoint->arguments & kMessage) != 0;
+  if (sends && status == KALO_DLL_STATUS_SUCCESS && !wrapper) {
+    if (call.output != nullptr) result.reply = buffers.reply.Received();
     const unsigned int count = std::min(buffers.privateLengthWord, kPrivateDataSize);
     result.privateData.assign(buffers.privateBlock, buffers.privateBlock + count);
   }
@@ -174,8 +131,8 @@ void ScriptRunner::PrintResult(const ScriptStep& step, uint32_t status, const Ca
        << '\n';
   const std::vector<std::string> lines = log_.Take();
   if (options_.brief) return;
-  if (!good) PrintFailure(out_, colours_, kIndent, status, RecordsError(step.entryPoint), lines);
-  if (step.entryPoint == EntryPoint::kKaloInit3 || step.entryPoint == EntryPoint::kFenuInit3) {
+  if (!good) PrintFailure(out_, colours_, kIndent, status, step.entryPoint->recordsError, lines);
+  if (step.entryPoint->arguments & kNewHandle) {
     out_ << kIndent << "handle  " << common::Hex(reinterpret_cast<uintptr_t>(handles_[step.handle]))
          << '\n';
   }
@@ -183,19 +140,16 @@ void ScriptRunner::PrintResult(const ScriptStep& step, uint32_t status, const Ca
   if (!result.privateData.empty()) {
     out_ << common::HexDump(result.privateData, std::string(kIndent) + "private ");
   }
-  PrintCounts();
+  const KaloDllState& state = gKaloDllState;
+  out_ << kIndent
+       << common::Format("counts  A {}  B {}  FENU {}\n", state.kaloRefCountA, state.kaloRefCountB,
+                         state.fenuRefCount);
   if (options_.showLog) {
     for (const std::string& line : lines) {
       out_ << kIndent << colours_.dim << "log     " << line << colours_.reset << '\n';
     }
   }
   out_ << std::flush;
-}
-
-void ScriptRunner::PrintCounts() {
-  const KaloDllState& state = gKaloDllState;
-  out_ << kIndent << "counts  A " << state.kaloRefCountA << "  B " << state.kaloRefCountB
-       << "  FENU " << state.fenuRefCount << '\n';
 }
 
 }  // namespace kaloctl

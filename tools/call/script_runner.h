@@ -37,9 +37,7 @@ class ScriptRunner {
   bool RunStep(const ScriptStep& step);
   bool RefusesDestroyed(const ScriptStep& step) const;
   uint32_t MakeCall(const ScriptStep& step, CallResult& result);
-  uint32_t SendCommand(const ScriptStep& step, CallResult& result);
   void PrintResult(const ScriptStep& step, uint32_t status, const CallResult& result);
-  void PrintCounts();
   const char* Arrow() const;
 
   std::ostream& out_;

@@ -1,18 +1,16 @@
 #pragma once
 
-#include <ostream>
-
 #include <nlohmann/json.hpp>
 
 #include "tools/call/destroyed_sessions.h"
 
 namespace kaloctl {
 
-// Every field of gKaloDllState, a line each. Addresses of sessions that `destroyed` knows to be
-// destroyed are marked.
-void PrintState(std::ostream& out, const DestroyedSessions& destroyed);
-
-// The same by field: numbers and texts as they are, addresses as "0x..." or null.
+// The fields of gKaloDllState by name. A session is null, or its address and whether it is one that
+// `destroyed` knows to be destroyed.
 nlohmann::ordered_json StateJson(const DestroyedSessions& destroyed);
+
+// The same as lines of text.
+std::string StateText(const DestroyedSessions& destroyed);
 
 }  // namespace kaloctl

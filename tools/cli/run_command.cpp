@@ -30,7 +30,7 @@ int RunScript(const ScriptOptions& options) {
   if (options.json) {
     PrintJson(std::cout, StateJson(runner.destroyed()));
   } else if (options.state) {
-    PrintState(std::cout, runner.destroyed());
+    std::cout << StateText(runner.destroyed());
   }
   return good ? kDone : kFailed;
 }
