@@ -84,6 +84,8 @@ struct OperationRecord {
   bool IsTransfer() const {
     return operation == Operation::kRead || operation == Operation::kWrite;
   }
+  // An error, or a reply with a negative status.
+  bool IsFailure() const { return error != 0 || (status && IsNegative(*status)); }
   // How many bytes `input` and `output` have, by what else is known of the operation.
   std::size_t InputSize() const;
   std::size_t OutputSize() const;

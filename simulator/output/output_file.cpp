@@ -20,11 +20,12 @@
 namespace zulisim {
 namespace {
 
+namespace fs = std::filesystem;
+
 // The open descriptor that a path stands for, or -1. Opening the path again would write over what
-// precedes the descriptor's position. `dash` is the descriptor that "-" stands for.
-int DescriptorNamed(const std::string& path, int dash) {
-  if (path == "-") return dash;
-  if (path == "/dev/stdout") return STDOUT_FILENO;
+// precedes the descriptor's position.
+int DescriptorNamed(const std::string& path) {
+  if (path == "-" || path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
   for (const std::string folder : {"/dev/fd/", "/proc/self/fd/"}) {
     if (path.compare(0, folder.size(), folder) != 0) continue;
@@ -34,25 +35,15 @@ int DescriptorNamed(const std::string& path, int dash) {
   return -1;
 }
 
-// What a path leads to.
-struct Target {
-  Target(const std::string& named, int dash) {
-    const int descriptor = DescriptorNamed(named, dash);
-    exists = (descriptor < 0 ? stat(named.c_str(), &status) : fstat(descriptor, &status)) == 0;
-    std::error_code ignored;
-    path = std::filesystem::weakly_canonical(std::filesystem::absolute(named, ignored), ignored);
+// Only for regular files: several outputs may share a terminal or /dev/null.
+bool SameFile(const fs::path& one, const fs::path& other) {
+  std::error_code error;
+  if (fs::exists(one, error)) {
+    return fs::is_regular_file(one, error) && fs::equivalent(one, other, error);
   }
-  // Only for regular files: several outputs may share a terminal or /dev/null.
-  bool SameAs(const Target& other) const {
-    if (!exists && !other.exists) return !path.empty() && path == other.path;
-    return exists && other.exists && S_ISREG(status.st_mode) &&
-           status.st_dev == other.status.st_dev && status.st_ino == other.status.st_ino;
-  }
-
-  bool exists = false;
-  struct stat status {};
-  std::filesystem::path path;
-};
+  return fs::weakly_canonical(fs::absolute(one), error) ==
+         fs::weakly_canonical(fs::absolute(other), error);
+}
 
 bool IsRegular(int descriptor) {
   struct stat status {};
@@ -61,28 +52,26 @@ bool IsRegular(int descriptor) {
 
 }  // namespace
 
-void CheckOutputs(const std::vector<NamedFile>& outputs, const std::vector<NamedFile>& inputs) {
-  std::vector<std::pair<NamedFile, Target>> seen;
-  for (const NamedFile& input : inputs) {
-    if (!input.path.empty()) seen.emplace_back(input, Target(input.path, STDIN_FILENO));
+void CheckOutputs(const std::vector<NamedFile>& outputs, std::vector<NamedFile> others) {
+  for (NamedFile& input : others) {
+    if (input.path == "-") input.path = "/dev/stdin";
   }
-  for (const NamedFile& output : outputs) {
-    if (output.path.empty()) continue;
-    const Target target(output.path, STDOUT_FILENO);
-    for (const auto& [file, other] : seen) {
-      if (!target.SameAs(other)) continue;
-      throw common::InputError(common::Format(
-          "{}: {} is the same file as {}; choose another output file", output.name,
-          common::Quoted(output.path),
-          file.name + (file.path == output.path ? "" : " " + common::Quoted(file.path))));
+  for (NamedFile output : outputs) {
+    const std::string shown = common::Quoted(output.path);
+    if (output.path == "-") output.path = "/dev/stdout";
+    for (const NamedFile& other : others) {
+      if (output.path.empty() || other.path.empty() || !SameFile(output.path, other.path)) continue;
+      throw common::InputError(
+          common::Format("{}: {} is the same file as {} {}; choose another output file",
+                         output.name, shown, other.name, common::Quoted(other.path)));
     }
-    seen.emplace_back(output, target);
+    others.push_back(output);
   }
 }
 
 OutputFile::OutputFile(const std::string& what, const std::string& path, Existing existing)
     : name_("the " + what + " " + common::Quoted(path)), path_(path) {
-  const int named = DescriptorNamed(path, STDOUT_FILENO);
+  const int named = DescriptorNamed(path);
   int descriptor = named < 0 ? -1 : fcntl(named, F_DUPFD_CLOEXEC, 0);
   if (named < 0) {
     // Without O_NONBLOCK, a FIFO that has no reader would block here.

@@ -18,7 +18,7 @@ struct NamedFile {
 
 // Throws common::InputError when an output is the same regular file as an input or another output,
 // by whatever name. Call it before any output is opened.
-void CheckOutputs(const std::vector<NamedFile>& outputs, const std::vector<NamedFile>& inputs);
+void CheckOutputs(const std::vector<NamedFile>& outputs, std::vector<NamedFile> inputs);
 
 // A file that a run writes as it goes. Each piece reaches the file at once, so that a crash loses
 // nothing, and the program does not inherit the descriptor. Only the owner can read the file,

@@ -34,28 +34,38 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
       printsSummary_(options.summary),
       redact_(options.redact),
       folder_([this](const common::LogRecord& record, std::size_t copies) {
-        summary_.Add(LogLine{record, copies});
         for (const auto& writer : writers_) writer->OnLogLine({record, copies});
       }) {
-  const std::chrono::nanoseconds clock = SystemClock();
   TranscriptStyle style;
   style.connectionNumbers = options.connectionNumbers;
   style.bytes = options.bytes.value_or(0);
   style.only = options.only;
-  if (options.time == "clock") style.clock = clock;
-  if (options.time == "start") {
-    style.start = device == nullptr ? std::chrono::nanoseconds() : Now();
+  const auto start = device == nullptr ? std::chrono::nanoseconds() : Now();
+  if (options.time == "start") style.start = start;
+  if (options.time == "clock") style.clock = SystemClock();
+  const auto add = [this](auto writer) { writers_.push_back(std::move(writer)); };
+  if (!options.transcriptFile.empty()) {
+    add(std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
   }
-  AddTranscripts(options, style);
+  if (!options.quiet) {
+    style.colours = common::ColoursFor(stderr);
+    const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
+    add(std::make_unique<Transcript>(sink, style));
+  }
   const std::string name = common::Joined(run.program, " ");
   if (!options.traceFile.empty()) {
-    writers_.push_back(std::make_unique<TraceWriter>(FileSink("trace", options.traceFile), name));
+    add(MakeTraceWriter(FileSink("trace", options.traceFile), name));
   }
   if (!options.reportFile.empty()) {
-    writers_.push_back(std::make_unique<ReportWriter>(
-        FileSink("report", options.reportFile),
-        ReportHead{name, common::Joined(run.instructions, " "), "zulisim " ZULISIM_VERSION, Date()},
-        clock));
+    style.colours = {};
+    style.threads = true;
+    if (!style.clock) style.start = start;
+    add(MakeReportWriter(FileSink("report", options.reportFile),
+                         {{"program", name},
+                          {"instructions", common::Joined(run.instructions, " ")},
+                          {"written by", "zulisim " ZULISIM_VERSION},
+                          {"date", Date()}},
+                         style));
   }
   if (!options.summaryFile.empty()) summarySink_ = FileSink("summary", options.summaryFile);
   const bool log = options.log || options.logDetail || !options.reportFile.empty();
@@ -75,23 +85,12 @@ TextSink RunOutput::FileSink(const char* what, const std::string& path) {
   return [file](const std::string& text) { file->Write(text); };
 }
 
-void RunOutput::AddTranscripts(const OutputOptions& options, TranscriptStyle style) {
-  if (!options.transcriptFile.empty()) {
-    writers_.push_back(
-        std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
-  }
-  if (options.quiet) return;
-  style.colours = common::ColoursFor(stderr);
-  const TextSink sink = [](const std::string& text) { std::cerr << text << std::flush; };
-  writers_.push_back(std::make_unique<Transcript>(sink, style));
-}
-
 bool RunOutput::Finish(std::optional<int> status) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
   for (const auto& writer : writers_) writer->Finish(summary_, status);
   writers_.clear();
-  if (printsSummary_) std::cerr << "zulisim: " << summary_.Text();
+  if (printsSummary_) std::cerr << "zulisim: " << summary_.Text() << "\n";
   if (summarySink_) {
     using Json = nlohmann::ordered_json;
     summarySink_(summary_.Json().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");

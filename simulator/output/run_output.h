@@ -68,7 +68,6 @@ class RunOutput : public OperationObserver {
 
  private:
   TextSink FileSink(const char* what, const std::string& path);
-  void AddTranscripts(const OutputOptions& options, TranscriptStyle style);
   void PassOnLog();  // with the lock held
 
   Device* device_;

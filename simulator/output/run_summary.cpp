@@ -1,7 +1,7 @@
 #include "simulator/output/run_summary.h"
 
 #include <algorithm>
-#include <numeric>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -12,95 +12,71 @@
 namespace zulisim {
 namespace {
 
-double Microseconds(std::chrono::nanoseconds time) {
-  return static_cast<double>(time.count() / 100) / 10;
+// "close 1, open 1"
+std::string MembersText(const nlohmann::ordered_json& object) {
+  std::vector<std::string> words;
+  for (const auto& [name, value] : object.items()) words.push_back(name + " " + value.dump());
+  return common::Joined(words);
 }
 
 }  // namespace
 
+RunSummary::RunSummary() {
+  for (std::size_t i = 0; i < kOperationCount; ++i) {
+    operations_[OperationName(static_cast<Operation>(i))] = 0;
+  }
+}
+
 void RunSummary::Add(const OperationRecord& record) {
   if (end_ == std::chrono::nanoseconds()) start_ = record.start;
   end_ = std::max(end_, record.end);
-  ++operations_[static_cast<std::size_t>(record.operation)];
-  if (record.error != 0) ++failures_[record.error];
+  ++operations_[OperationName(record.operation)];
+  if (record.error != 0) ++failures_[ErrnoName(record.error)];
   if (record.operation == Operation::kClose) requests_.erase(record.connection);
-  if (!record.IsTransfer()) return;
-  const std::int64_t moved = std::max<std::int64_t>(0, record.result);
-  (record.operation == Operation::kWrite ? sent_ : received_) += moved;
-  Request* request = &requests_[record.connection];
   if (record.operation == Operation::kWrite) {
     const auto id = WordAt(record.input, kCommandIdOffset);
-    request->command = &commands_[{record.client, id ? common::Hex(*id) : "unknown"}];
-    request->start = record.start;
-    ++request->command->count;
+    const std::string command = id ? common::Hex(*id) : "unknown";
+    requests_[record.connection] = {&commands_[common::Printable(record.client) + " " + command],
+                                    record.start};
+    ++requests_[record.connection].command->requests;
   }
-  if (request->command == nullptr) return;
-  Command* command = request->command;
+  const auto request = requests_.find(record.connection);
+  if (!record.IsTransfer() || request == requests_.end()) return;
+  Command* command = request->second.command;
   if (record.error != 0) ++command->failures;
   if (record.payload != Payload::kReply) return;
-  const bool negative = record.status && IsNegative(*record.status);
-  negative_ += negative ? 1 : 0;
-  command->negative += negative ? 1 : 0;
-  const auto latency = record.end - request->start;
-  command->shortest = command->replies == 0 ? latency : std::min(command->shortest, latency);
+  if (record.status && IsNegative(*record.status)) ++command->negative;
+  const std::int64_t latency = (record.end - request->second.start).count() / 1000;
+  command->shortest = command->replies++ == 0 ? latency : std::min(command->shortest, latency);
   command->longest = std::max(command->longest, latency);
   command->total += latency;
-  ++command->replies;
 }
 
 nlohmann::ordered_json RunSummary::Json() const {
-  using Json = nlohmann::ordered_json;
-  Json operations = Json::object(), failures = Json::object(), commands = Json::array();
-  for (std::size_t i = 0; i < kOperationCount; ++i) {
-    operations[OperationName(static_cast<Operation>(i))] = operations_[i];
-  }
-  for (const auto& [error, count] : failures_) failures[ErrnoName(error)] = count;
+  nlohmann::ordered_json commands = nlohmann::ordered_json::object();
   for (const auto& [name, command] : commands_) {
-    Json entry = {{"client", name.first},
-                  {"command", name.second},
-                  {"count", command.count},
-                  {"failures", command.failures},
-                  {"negative_statuses", command.negative},
-                  {"latency_us", nullptr}};
-    if (command.replies > 0) {
-      entry["latency_us"] = {
-          {"shortest", Microseconds(command.shortest)},
-          {"mean", Microseconds(command.total / static_cast<std::int64_t>(command.replies))},
-          {"longest", Microseconds(command.longest)}};
-    }
-    commands.push_back(entry);
+    commands[name] = {{"requests", command.requests},
+                      {"replies", command.replies},
+                      {"failures", command.failures},
+                      {"negative_statuses", command.negative},
+                      {"shortest_us", command.shortest},
+                      {"mean_us", command.total / std::max<std::int64_t>(1, command.replies)},
+                      {"longest_us", command.longest}};
   }
-  return {{"operations", operations},       {"failures", failures},         {"commands", commands},
-          {"negative_statuses", negative_}, {"failed_calls", failedCalls_}, {"bytes_sent", sent_},
-          {"bytes_received", received_},    {"seconds", Seconds()}};
+  return {{"seconds", Seconds()},
+          {"operations", operations_},
+          {"failures", failures_},
+          {"commands", commands}};
 }
 
 std::string RunSummary::Text() const {
-  const auto all = std::accumulate(operations_.begin(), operations_.end(), std::uint64_t{0});
-  std::string text = common::Format("summary: {} in {} s:", common::Counted(all, "operation"),
-                                    std::to_string(Seconds()));
-  for (std::size_t i = 0; i < kOperationCount; ++i) {
-    text += common::Format("{} {} {}", i == 0 ? "" : ",", operations_[i],
-                           OperationName(static_cast<Operation>(i)));
+  const nlohmann::ordered_json json = Json();
+  std::string text = common::Format("{:.6f} seconds\noperations: {}\nfailures: {}", Seconds(),
+                                    MembersText(json["operations"]), MembersText(json["failures"]));
+  for (const auto& [name, command] : json["commands"].items()) {
+    text += common::Format("\ncommand {}: {}", name, MembersText(command));
   }
-  for (const auto& [error, count] : failures_) {
-    text += common::Format("\n  {}: {}", ErrnoName(error), common::Counted(count, "failure"));
-  }
-  for (const auto& [name, command] : commands_) {
-    text += common::Format("\n  {} command {}: {}", common::Printable(name.first), name.second,
-                           common::Counted(command.count, "request"));
-    if (command.failures > 0) text += ", " + common::Counted(command.failures, "failed transfer");
-    if (command.negative > 0) {
-      text += ", " + common::Counted(command.negative, "negative status", "negative statuses");
-    }
-    if (command.replies == 0) continue;
-    text += common::Format(
-        ", latency {} us ({} to {})",
-        std::to_string((command.total / static_cast<std::int64_t>(command.replies)).count() / 1000),
-        std::to_string(command.shortest.count() / 1000),
-        std::to_string(command.longest.count() / 1000));
-  }
-  return text + "\n";
+  return text;
 }
 
 }  // namespace zulisim

@@ -1,17 +1,13 @@
 #pragma once
 
-#include <array>
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <string>
-#include <utility>
 
 #include <nlohmann/json_fwd.hpp>
 
 #include "simulator/device/operation.h"
-#include "simulator/output/output_writer.h"
 
 namespace zulisim {
 
@@ -19,22 +15,21 @@ namespace zulisim {
 // which is the time from the start of a request's write to the end of the read of its reply.
 class RunSummary {
  public:
+  RunSummary();
   void Add(const OperationRecord& record);
-  void Add(const LogLine& line) { failedCalls_ += line.IsFailure() ? 1 : 0; }
 
-  // A few lines, each with its end.
+  // A few lines, without the last line end.
   std::string Text() const;
-  // An object with the members "operations", "failures", "commands", "negative_statuses",
-  // "failed_calls" (lines of the log), "bytes_sent", "bytes_received" and "seconds".
+  // An object with the members "seconds", "operations", "failures" and "commands".
   nlohmann::ordered_json Json() const;
 
  private:
   struct Command {
-    std::uint64_t count = 0;
-    std::uint64_t replies = 0;
-    std::uint64_t failures = 0;  // reads and writes that failed
-    std::uint64_t negative = 0;  // replies with a negative status
-    std::chrono::nanoseconds shortest{}, longest{}, total{};
+    std::int64_t requests = 0;
+    std::int64_t replies = 0;
+    std::int64_t failures = 0;                          // reads and writes that failed
+    std::int64_t negative = 0;                          // replies with a negative status
+    std::int64_t shortest = 0, longest = 0, total = 0;  // latency in microseconds
   };
   struct Request {
     Command* command = nullptr;
@@ -43,12 +38,10 @@ class RunSummary {
 
   double Seconds() const { return std::chrono::duration<double>(end_ - start_).count(); }
 
-  std::array<std::uint64_t, kOperationCount> operations_{};
-  std::map<int, std::uint64_t> failures_;                            // by errno
-  std::map<std::pair<std::string, std::string>, Command> commands_;  // by client and number
-  std::map<std::uint64_t, Request> requests_;  // the last one of each connection
-  std::uint64_t negative_ = 0, failedCalls_ = 0;
-  std::int64_t sent_ = 0, received_ = 0;
+  std::map<std::string, std::int64_t> operations_;  // by name
+  std::map<std::string, std::int64_t> failures_;    // by errno's name
+  std::map<std::string, Command> commands_;         // by client and number: "KALO 0x10"
+  std::map<std::uint64_t, Request> requests_;       // the last one of each connection
   std::chrono::nanoseconds start_{}, end_{};
 };
 

@@ -1,10 +1,10 @@
 #include "simulator/output/transcript.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <ctime>
 #include <strings.h>
 
+#include "common/format.h"
 #include "common/hex.h"
 #include "common/number.h"
 #include "common/text.h"
@@ -12,24 +12,18 @@
 namespace zulisim {
 namespace {
 
-std::string Padded(std::string text, std::size_t width) {
-  if (text.size() < width) text.resize(width, ' ');
-  return text;
-}
-
 std::string Descriptor(const OperationRecord& record, const TranscriptStyle& style) {
   if (record.connection == 0) return "-";
-  if (record.descriptor < 0 || style.connectionNumbers) {
-    return "#" + std::to_string(record.connection);
-  }
-  return "fd " + std::to_string(record.descriptor);
+  const bool byNumber = record.descriptor < 0 || style.connectionNumbers;
+  return byNumber ? common::Format("#{}", record.connection)
+                  : common::Format("fd {}", record.descriptor);
 }
 
 std::string Amount(const OperationRecord& record) {
   if (!record.IsTransfer()) return "";
-  const std::string length = std::to_string(record.length) + " bytes";
   const bool whole = record.result < 0 || static_cast<std::size_t>(record.result) == record.length;
-  return whole ? length : std::to_string(record.result) + " of " + length;
+  return whole ? common::Format("{} bytes", record.length)
+               : common::Format("{} of {} bytes", record.result, record.length);
 }
 
 std::string ResultText(const OperationRecord& record) {
@@ -42,34 +36,23 @@ std::string ResultText(const OperationRecord& record) {
   return record.IsTransfer() ? "" : "ok";
 }
 
-void Append(std::string* line, const std::string& field) {
-  if (field.empty()) return;
-  *line += "  " + field;
-}
-
 // "1234/1240", or "1234" for the first thread of a process; "-" where it is unknown.
 std::string ThreadName(const OperationRecord& record) {
   if (record.process == 0) return "-";
-  const std::string process = std::to_string(record.process);
-  return record.thread == record.process ? process : process + "/" + std::to_string(record.thread);
+  return record.thread == record.process ? std::to_string(record.process)
+                                         : common::Format("{}/{}", record.process, record.thread);
 }
 
 // "0.000123", or "11-21 23:57:52.123456" as logcat has it; empty for neither.
 std::string TimeText(std::chrono::nanoseconds time, const TranscriptStyle& style) {
-  char text[64] = "";
-  if (style.start) {
-    const std::chrono::duration<double> seconds = time - *style.start;
-    std::snprintf(text, sizeof(text), "%-9.6f", seconds.count());
-  } else if (style.clock) {
-    const std::int64_t microseconds = (time + *style.clock).count() / 1000;
-    const std::time_t seconds = microseconds / 1000000;
-    struct tm local {};
-    localtime_r(&seconds, &local);
-    const std::size_t length = std::strftime(text, sizeof(text), "%m-%d %H:%M:%S", &local);
-    std::snprintf(text + length, sizeof(text) - length, ".%06d",
-                  static_cast<int>(microseconds % 1000000));
-  }
-  return text;
+  using Seconds = std::chrono::duration<double>;
+  if (style.start) return common::Format("{:.6f}", Seconds(time - *style.start).count());
+  if (!style.clock) return "";
+  const std::int64_t microseconds = (time + *style.clock).count() / 1000;
+  const std::time_t seconds = microseconds / 1000000;
+  char text[32] = "";
+  std::strftime(text, sizeof(text), "%m-%d %H:%M:%S", std::localtime(&seconds));
+  return common::Format("{}.{:06}", text, microseconds % 1000000);
 }
 
 // The first bytes of the message, each line of them after a line feed.
@@ -95,24 +78,30 @@ std::string LogLineText(const LogLine& line) {
   return line.copies > 1 ? text + "  x" + std::to_string(line.copies) : text;
 }
 
+std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
+                     const TranscriptStyle& style) {
+  return common::Format("{} {}", TimeText(time, style), common::Printable(text));
+}
+
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style) {
-  char number[24];
-  std::snprintf(number, sizeof(number), "%4llu", static_cast<unsigned long long>(record.sequence));
-  std::string line = number;
-  Append(&line, TimeText(record.start, style));
-  if (style.threads) Append(&line, Padded(ThreadName(record), 11));
-  Append(&line, Padded(Descriptor(record, style), 5));
-  Append(&line, Padded(record.client.empty() ? "-" : common::Printable(record.client), 4));
-  Append(&line, Padded(record.IsConnect() ? "connect" : OperationName(record.operation), 7));
-  Append(&line, ResultText(record));
-  Append(&line, Amount(record));
+  std::string line = common::Format("{:4}", record.sequence);
+  const auto add = [&line](const std::string& field, int width = 0) {
+    if (!field.empty()) line += common::Format("  {:<{}}", field, width);
+  };
+  add(TimeText(record.start, style), 9);
+  if (style.threads) add(ThreadName(record), 11);
+  add(Descriptor(record, style), 5);
+  add(record.client.empty() ? "-" : common::Printable(record.client), 4);
+  add(record.IsConnect() ? "connect" : OperationName(record.operation), 7);
+  add(ResultText(record));
+  add(Amount(record));
   if (record.operation == Operation::kIoctl && !record.IsConnect()) {
-    Append(&line, "request " + common::Hex(record.request));
+    add("request " + common::Hex(record.request));
   }
-  if (record.payload == Payload::kPrivateData) Append(&line, "private data");
-  if (record.commandId) Append(&line, "command " + common::Hex(*record.commandId));
-  if (record.status) Append(&line, "status " + common::Hex(*record.status));
-  if (!record.why.empty()) Append(&line, "(" + common::Printable(record.why) + ")");
+  if (record.payload == Payload::kPrivateData) add("private data");
+  if (record.commandId) add("command " + common::Hex(*record.commandId));
+  if (record.status) add("status " + common::Hex(*record.status));
+  if (!record.why.empty()) add("(" + common::Printable(record.why) + ")");
   while (line.back() == ' ') line.pop_back();
   const char* colour = record.error != 0    ? style.colours.bad
                        : record.why.empty() ? ""
@@ -128,8 +117,7 @@ bool Transcript::Shows(const OperationRecord& record) {
   } else if (!record.IsTransfer()) {
     commands_.erase(record.connection);
   }
-  const bool failed = record.error != 0 || (record.status && IsNegative(*record.status));
-  if (only.failures && !failed) return false;
+  if (only.failures && !record.IsFailure()) return false;
   if (only.client && strcasecmp(only.client->c_str(), record.client.c_str()) != 0) return false;
   if (!only.command) return true;
   const auto command = commands_.find(record.connection);
@@ -150,8 +138,7 @@ void Transcript::OnLogLine(const LogLine& line) {
 }
 
 void Transcript::OnNote(const std::string& text, std::chrono::nanoseconds time) {
-  const std::string at = TimeText(time, style_);
-  WriteDim("      " + (at.empty() ? "" : at + "  ") + common::Printable(text));
+  WriteDim(" note " + NoteText(text, time, style_));
 }
 
 void Transcript::WriteDim(const std::string& line) {

@@ -44,6 +44,10 @@ struct TranscriptStyle {
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
+// The line of something that is no operation: "0.001234 tell lose".
+std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
+                     const TranscriptStyle& style);
+
 // Hands out a line, with its end, as each operation ends, and those of the log between them. From
 // the first operation of a second process or thread on, each line names who made the call.
 class Transcript : public OutputWriter {
