@@ -187,7 +187,8 @@ Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::st
 Option Command::AddList(const std::string& names, std::vector<std::string>* target,
                         const std::string& shape, const std::string& help) {
   CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape);
-  if (names[0] == '-') option->delimiter(',')->expected(1)->take_all();
+  // Not allow_extra_args: the words after the value may be the program.
+  if (names[0] == '-') option->delimiter(',')->expected(1)->allow_extra_args(false)->take_all();
   return InGroup(option);
 }
 
@@ -271,7 +272,7 @@ CommandLine::CommandLine(const std::string& name, const std::string& about,
 
 CommandLine::~CommandLine() = default;
 
-int CommandLine::Run(int argc, char** argv) {
+int CommandLine::Run(int argc, const char* const* argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   std::vector<std::string> separated;
   // What follows "--" belongs to the program, whatever it looks like.

@@ -130,7 +130,7 @@ class CommandLine {
 
   // Parses the command line and runs the chosen command's action, or prints the help or the
   // version. Throws UsageError for a wrong command line, and what the action throws.
-  int Run(int argc, char** argv);
+  int Run(int argc, const char* const* argv);
 
  private:
   std::unique_ptr<CLI::App> app_;

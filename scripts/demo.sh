@@ -6,14 +6,14 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 
 bin=${1:-build/release/bin}
-driver=${2:-$bin/driver_day}
+driver=${2:-$bin/demo_driver}
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 if [ $# -eq 0 ]; then
   scripts/setup.sh build
   cmake --preset release -DKALODLL_BUILD_TOOLS=ON >"$folder/log" || { cat "$folder/log" >&2; exit 1; }
   grep 'Left out' "$folder/log" || true
-  cmake --build --preset release --target kalodll zulisim zulisim_preload kaloctl driver_day
+  cmake --build --preset release --target kalodll zulisim zulisim_preload kaloctl demo_driver
   echo
 fi
 cat <<'END'

@@ -21,8 +21,9 @@ simulator/program: simulator/device common
 simulator/preload: simulator/program simulator/hooks simulator/device common
 simulator/in_process: simulator/hooks simulator/engine simulator/device
 simulator/kernel: simulator/program simulator/scenario simulator/engine simulator/device common
+simulator/sweep: simulator/record simulator/scenario simulator/engine simulator/device common
 simulator/control: simulator/scenario simulator/engine simulator/device common
-simulator/cli: simulator/control simulator/kernel simulator/preload simulator/program simulator/output simulator/record simulator/scenario simulator/engine simulator/device common
+simulator/cli: simulator/sweep simulator/control simulator/kernel simulator/preload simulator/program simulator/output simulator/record simulator/scenario simulator/engine simulator/device common
 
 tools/registry: oscl common
 tools/call: api transport log oscl common

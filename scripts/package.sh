@@ -58,6 +58,6 @@ done < <(grep -roE --include='*.md' '\]\([[:alnum:]./_-]+(#[^)]*)?\)' "$usr/shar
 config=$(find "$usr/lib" -name kalodll.pc)
 export PKG_CONFIG_PATH=${config%/*}
 # shellcheck disable=SC2046  # words are meant
-cc -std=c11 $(pkg-config --cflags kalodll) "$usr/share/doc/kalodll/examples/driver_day.c" \
-  -o "$tree/driver_day" $(pkg-config --libs kalodll) -Wl,-rpath,"${config%/pkgconfig/*}"
-scripts/demo.sh "$usr/bin" "$tree/driver_day"
+cc -std=c11 $(pkg-config --cflags kalodll) "$usr/share/doc/kalodll/examples/demo_driver.c" \
+  -o "$tree/demo_driver" $(pkg-config --libs kalodll) -Wl,-rpath,"${config%/pkgconfig/*}"
+scripts/demo.sh "$usr/bin" "$tree/demo_driver"

@@ -1,5 +1,9 @@
 #pragma once
 
+#include <functional>
+#include <string>
+#include <vector>
+
 #include "common/command_line.h"
 
 namespace zulisim {
@@ -17,5 +21,15 @@ void DefineCheck(common::Command* program);
 void DefineRecord(common::Command* program);
 void DefineReplay(common::Command* program);
 void DefineShow(common::Command* program);
+void DefineSweep(common::Command* program);
+
+// Parses the command line with the commands that `define` adds, runs one, and returns the exit
+// status. Prints a failure on standard error.
+int RunCommandLine(const std::function<void(common::Command*)>& define, int argc,
+                   const char* const* argv);
+
+// Performs 'zulisim' with the words of a run's command line, {"run", "./driver"}, quietly, and
+// writes the operations to the recording `file`. Returns the exit status.
+int RunWords(const std::vector<std::string>& words, const std::string& file);
 
 }  // namespace zulisim

@@ -96,6 +96,7 @@ std::vector<NamedFile> InputFiles(const ProgramOptions& options,
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
   for (const InstructionOption& option : AllInstructions())
     AddInstruction(command, scenario, option);
+  if (strict == nullptr) return;
   command->AddFlag("--strict", strict,
                    "Exit with status 122 when a requested reply or fault never happened");
 }
@@ -113,12 +114,16 @@ int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, in
   return strict && !missed.empty() ? kMissed : status;
 }
 
-void AddProgramOptions(common::Command* command, ProgramOptions* options) {
-  command->AddChoice<bool>("--device", &options->fuse, {{"preload", false}, {"fuse", true}},
+void AddDeviceOption(common::Command* command, bool* fuse) {
+  command->AddChoice<bool>("--device", fuse, {{"preload", false}, {"fuse", true}},
                            KernelServer::Built()
                                ? "How the program reaches the device (default: preload)"
-                               : "How the program reaches the device: by preload alone, because "
+                               : "How the program reaches the device: only by preload, because "
                                  "this zulisim was built without libfuse3");
+}
+
+void AddProgramOptions(common::Command* command, ProgramOptions* options) {
+  AddDeviceOption(command, &options->fuse);
   command->AddFile("--root", &options->root,
                    "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
                    "\"/etc/vrel_registry.txt\"; otherwise a temporary one",

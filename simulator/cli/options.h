@@ -22,12 +22,15 @@ struct ProgramOptions {
   bool strict = false;  // --strict
 };
 
+// --device
+void AddDeviceOption(common::Command* command, bool* fuse);
 // --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(common::Command* command, ProgramOptions* options);
-// --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report, --summary
-// and --summary-json
+// --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report,
+// --summary and --summary-json
 void AddOutputOptions(common::Command* command, OutputOptions* options);
-// --scenario and those of InstructionOptions(), in the order of the command line, and --strict.
+// --scenario and those of InstructionOptions(), in the order of the command line, and --strict
+// unless `strict` is null.
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
 // True when the command line had one of them, but for --strict.
 bool HasInstructions(const common::Command& command);

@@ -1,7 +1,9 @@
 #include <memory>
+#include <optional>
 
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
+#include "simulator/record/recorder.h"
 
 namespace zulisim {
 namespace {
@@ -48,11 +50,21 @@ Exit status: the program's; 128 and the signal's number when a signal ended it; 
 --strict when a requested reply or fault never happened; 125 when zulisim itself fails or an
 output is incomplete, 126 when the program cannot be run or served, 127 when there is none.)";
 
-int Run(const ProgramOptions& options, const std::vector<std::string>& arguments) {
+// Also writes a recording, unless the name of its file is empty.
+int Run(const ProgramOptions& options, const std::vector<std::string>& arguments,
+        const std::string& recording) {
   CheckOutputs(options.output.Files(), InputFiles(options, arguments));
   const auto program = MakeServedProgram(options, arguments);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
+  std::optional<OutputFile> file;
+  std::optional<Recorder> recorder;
+  if (!recording.empty()) {
+    file.emplace("recording", recording);
+    recorder.emplace(
+        &engine, [&file](const std::string& line) { file->Write(line); },
+        RecordingHeader{"zulisim " ZULISIM_VERSION, "", arguments, options.scenario.clients});
+  }
   RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
                    &engine);
   const int programStatus = program->Run(engine);
@@ -61,16 +73,28 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
   return complete ? status : kOwnFailure;
 }
 
-}  // namespace
-
-void DefineRun(common::Command* program) {
+void Define(common::Command* program, const std::string& recording) {
   common::Command* command = program->AddCommand("run", kRunDescription);
   command->SetFooter(kRunFooter);
   const auto options = std::make_shared<ProgramOptions>();
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
-  command->SetAction([=] { return Run(*options, options->program); });
+  command->SetAction([=] {
+    options->output.quiet = options->output.quiet || !recording.empty();
+    return Run(*options, options->program, recording);
+  });
+}
+
+}  // namespace
+
+void DefineRun(common::Command* program) { Define(program, ""); }
+
+int RunWords(const std::vector<std::string>& words, const std::string& file) {
+  std::vector<const char*> pointers = {"zulisim"};
+  for (const std::string& word : words) pointers.push_back(word.c_str());
+  return RunCommandLine([&file](common::Command* program) { Define(program, file); },
+                        static_cast<int>(pointers.size()), pointers.data());
 }
 
 }  // namespace zulisim

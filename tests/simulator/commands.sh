@@ -13,8 +13,14 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
 exec 3<"$file"
+empty=
 while IFS= read -r line <&3; do
-  case $line in '#'* | '') echo "$line" ;; esac
+  # An empty line belongs to the comment below it, or to the output of the command above it.
+  case $line in
+    '') empty=yes; continue ;;
+    '#'*) [ -z "$empty" ] || echo; echo "$line" ;;
+  esac
+  empty=
   [[ $line == '$ '* ]] || continue
   echo "$line"
   # Without what the test runner leaves open, a program's descriptors begin at 3.

@@ -1,4 +1,4 @@
-/* A driver's day, for scripts/demo.sh: the calls a real driver makes, each with what came back. */
+/* A small driver for scripts/demo.sh: it makes the calls of a real driver and prints each result. */
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
@@ -54,7 +54,7 @@ int main(void) {
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_30, 0};
   setvbuf(stdout, NULL, _IOLBF, 0);
 
-  say("announce firmware API 3.0, then take two handles: each gets a connection of its own");
+  say("announce firmware API 3.0, then open two handles: each has its own connection");
   KaloStateInit(&params);
   void* first = openSession("first");
   void* second = openSession("second");
@@ -63,7 +63,7 @@ int main(void) {
   command("first", first, 0x10, "play");
   command("second", second, 0x11, "pause");
 
-  say("a reply with a negative status: the library fetches 16 bytes of private data");
+  say("a reply with a negative status: the library reads 16 bytes of private data");
   command("first", first, 0x20, "key");
 
   say("the device is lost while the reply is read: the library reconnects, the driver sees "
@@ -73,7 +73,7 @@ int main(void) {
   say("the device is lost and does not come back");
   command("second", second, 0x11, "stop");
 
-  say("give both handles back");
+  say("release both handles");
   printf("   driver: KaloCleanup3(first) = %u\n", (unsigned int)KaloCleanup3(first));
   printf("   driver: KaloCleanup3(second) = %u\n", (unsigned int)KaloCleanup3(second));
   return 0;

@@ -1,0 +1,273 @@
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <iostream>
+#include <map>
+#include <memory>
+#include <regex>
+#include <thread>
+
+#include <nlohmann/json.hpp>
+
+#include "common/command_line.h"
+#include "common/format.h"
+#include "common/number.h"
+#include "common/text.h"
+#include "simulator/cli/commands.h"
+#include "simulator/cli/options.h"
+#include "simulator/output/output_file.h"
+#include "simulator/sweep/sweep_plan.h"
+#include "simulator/sweep/sweep_run.h"
+
+namespace zulisim {
+namespace {
+
+using common::Format;
+using std::chrono::nanoseconds;
+using std::chrono::seconds;
+
+constexpr const char* kSweepFooter = R"(
+Faults: error (EIO), lost (the device is lost and comes back at once), gone (lost for good),
+dropped (lost with the pending reply), short (half of the bytes), refused (a negative status
+and private data), no-reply, busy (EAGAIN), and for opens enoent and eacces.
+
+Examples:
+  zulisim sweep ./driver
+  zulisim sweep --faults lost,gone --operations 3-8,close ./driver
+  zulisim sweep --strict --json sweep.json --scenario flaky.toml ./driver --verbose
+
+Exit status: 0 without a crash or hang, 1 with one (with --strict also for unnoticed faults and
+leaked descriptors), 125 if the sweep is not possible, 130 after Ctrl-C. See zulisim-sweep(1).)";
+
+struct SweepOptions {
+  std::vector<std::string> program, faults, operations;
+  Scenario scenario;
+  std::optional<std::uint32_t> timeout, jobs;
+  std::string json;
+  bool fuse = false, strict = false, allowFailure = false;
+};
+
+struct SweepResult {
+  SweepFault fault;
+  Verdict verdict = Verdict::kRecovered;
+  int status = 0;  // exit status of the run
+};
+using Results = std::map<std::size_t, SweepResult>;  // by position in the plan
+
+volatile sig_atomic_t interrupted = 0;
+
+// Must run in the only thread of the process.
+class Sweep {
+ public:
+  explicit Sweep(const SweepOptions& options) : options_(options) {}
+
+  int Run() {
+    for (const int number : {SIGINT, SIGTERM}) signal(number, [](int) { interrupted = 1; });
+    reference_ = RunReference();
+    const SweepOutcome second = RunReference();
+    compareOutput_ = reference_.output == second.output;
+    if (!compareOutput_) {
+      std::cout << "The output differs from run to run, so only exit statuses are compared.\n";
+    }
+    const bool isVaried = reference_.operations.size() != second.operations.size();
+    if (isVaried) {
+      std::cout
+          << "The number of operations differs from run to run, so faults of reads and writes "
+             "are bound to client and command.\n";
+    }
+    RunAll(PlanSweep(reference_.operations, options_.faults, options_.operations, isVaried));
+    std::cout << Table() << Findings() << std::flush;
+    const auto limit = options_.strict ? Verdict::kLeaked : Verdict::kHung;
+    const bool failed = std::any_of(results_.begin(), results_.end(),
+                                    [=](const auto& each) { return each.second.verdict <= limit; });
+    return !WriteJson() ? kOwnFailure : interrupted != 0 ? 128 + SIGINT : failed ? 1 : 0;
+  }
+
+ private:
+  SweepOutcome RunReference() {
+    SweepRun run(RunWords, WordsFor({}), NextFolder());
+    while (!run.HasEnded(seconds(options_.timeout.value_or(60)))) usleep(1000);
+    if (interrupted != 0) throw std::runtime_error("interrupted during the run without a fault");
+    SweepOutcome outcome = run.TakeOutcome();
+    const char* problem =
+        outcome.timedOut ? "the program does not end without a fault; use a longer --timeout"
+        : outcome.status != 0 && !options_.allowFailure
+            ? "the program fails without a fault; fix it, or use --allow-failure"
+        : outcome.operations.empty() ? "nothing to sweep: the program does not use the device"
+                                     : nullptr;
+    if (problem == nullptr) return outcome;
+    throw std::runtime_error(Format("{} (exit status {}). Its output:\n{}{}", problem,
+                                    outcome.status, outcome.output, outcome.messages));
+  }
+
+  void RunAll(const std::vector<SweepFault>& plan) {
+    if (plan.empty()) throw std::runtime_error("nothing to sweep: no fault fits the operations");
+    const nanoseconds limit = options_.timeout
+                                  ? nanoseconds(seconds(*options_.timeout))
+                                  : std::max<nanoseconds>(seconds(2), 10 * reference_.duration);
+    const std::size_t jobs =
+        options_.jobs.value_or(std::max(1U, std::thread::hardware_concurrency()));
+    std::map<std::size_t, std::unique_ptr<SweepRun>> running;
+    const nanoseconds start = Now();
+    for (std::size_t next = 0; results_.size() < plan.size() && interrupted == 0; usleep(1000)) {
+      for (; next < plan.size() && running.size() < jobs; ++next) {
+        running[next] = std::make_unique<SweepRun>(RunWords, WordsFor(plan[next]), NextFolder());
+      }
+      for (auto each = running.begin(); each != running.end();) {
+        const auto [index, run] = std::pair{each->first, each->second.get()};
+        if (!run->HasEnded(limit)) {
+          ++each;
+          continue;
+        }
+        const SweepOutcome outcome = run->TakeOutcome();
+        const Verdict verdict = Compare(reference_, outcome, compareOutput_);
+        results_[index] = {plan[index], verdict, outcome.status};
+        findings_ += verdict <= Verdict::kLeaked ? 1 : 0;
+        each = running.erase(each);
+        ShowProgress(plan.size(), Now() - start);
+      }
+    }
+  }
+
+  void ShowProgress(std::size_t planned, nanoseconds elapsed) const {
+    if (isatty(2) == 0) return;
+    const std::size_t done = results_.size();
+    std::cerr << Format("\r\033[K{} of {} runs, {}, {} s left{}", done, planned,
+                        common::Counted(findings_, "finding"),
+                        elapsed * (planned - done) / done / seconds(1),
+                        done == planned ? "\r\033[K" : "");
+  }
+
+  std::vector<std::string> WordsFor(const SweepFault& fault) const {
+    std::vector<std::string> words = {"run"};
+    if (options_.fuse) words.insert(words.end(), {"--device", "fuse"});
+    for (const std::string& instruction : options_.scenario.instructions) {
+      const std::size_t space = instruction.find(' ');  // between the option and its value
+      words.push_back(instruction.substr(0, space));
+      words.push_back(instruction.substr(space + 1));
+    }
+    words.insert(words.end(), fault.option.begin(), fault.option.end());
+    words.emplace_back("--");
+    words.insert(words.end(), options_.program.begin(), options_.program.end());
+    return words;
+  }
+
+  // The command line as a shell reads it.
+  std::string CommandFor(const SweepFault& fault) const {
+    static const std::regex plain("[-A-Za-z0-9_./:=,@%+]+"), quote("'");
+    std::string text = "zulisim";
+    for (const std::string& word : WordsFor(fault)) {
+      const bool isPlain = std::regex_match(word, plain);
+      text += " " + (isPlain ? word : "'" + std::regex_replace(word, quote, "'\\''") + "'");
+    }
+    return text;
+  }
+
+  std::string Table() const {
+    std::map<std::size_t, std::map<std::string, std::string>> rows;
+    for (const auto& [index, result] : results_) {
+      std::string& cell = rows[result.fault.operation][result.fault.name];
+      cell.resize(2, ' ');
+      cell[result.fault.repeated ? 1 : 0] = "CHULr.-"[static_cast<int>(result.verdict)];
+    }
+    std::string text = Format("{:>4}  {:<6} {:<7} {:<10}", "#", "kind", "client", "command");
+    for (const std::string& name : SweepFaultNames()) text += " " + name;
+    for (auto& [index, row] : rows) {
+      const OperationRecord& record = reference_.operations[index];
+      std::string line =
+          Format("{:>4}  {:<6} {:<7} {:<10}", index + 1, OperationName(record.operation),
+                 record.client, record.commandId ? common::Hex(*record.commandId) : "");
+      for (const std::string& name : SweepFaultNames()) {
+        line += Format(" {:<{}}", row[name], name.size());
+      }
+      text += "\n" + line.erase(line.find_last_not_of(' ') + 1);
+    }
+    return text +
+           "\n\nEach cell: the fault once, then from that operation on.\n"
+           "C crashed, H hung, U unnoticed, L leaked, r reported, . recovered, - not reached\n\n";
+  }
+
+  std::string Findings() const {
+    std::string text;
+    std::string totals = common::Counted(results_.size(), "run");
+    for (std::size_t i = 0; i < std::size(kVerdictNames); ++i) {
+      std::size_t count = 0;
+      for (const auto& [index, result] : results_) {
+        if (static_cast<std::size_t>(result.verdict) != i) continue;
+        ++count;
+        if (result.verdict > Verdict::kLeaked) continue;
+        text += Format("{}: {} {} operation {}, exit status {}\n  {}\n", kVerdictNames[i],
+                       result.fault.name, result.fault.repeated ? "from" : "at",
+                       result.fault.operation + 1, result.status, CommandFor(result.fault));
+      }
+      if (count != 0) totals += Format(", {} {}", count, kVerdictNames[i]);
+    }
+    return text + totals + "\n";
+  }
+
+  bool WriteJson() const {
+    if (options_.json.empty()) return true;
+    nlohmann::json runs = nlohmann::json::array();
+    for (const auto& [index, result] : results_) {
+      const OperationRecord& record = reference_.operations[result.fault.operation];
+      runs.push_back({{"operation", result.fault.operation + 1},
+                      {"kind", OperationName(record.operation)},
+                      {"client", record.client},
+                      {"command", record.commandId ? common::Hex(*record.commandId) : ""},
+                      {"fault", result.fault.name},
+                      {"repeated", result.fault.repeated},
+                      {"verdict", kVerdictNames[static_cast<int>(result.verdict)]},
+                      {"status", result.status},
+                      {"run", CommandFor(result.fault)}});
+    }
+    OutputFile file("JSON file", options_.json);
+    file.Write(runs.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    return file.Close();
+  }
+
+  std::string NextFolder() { return folder_.path() + "/" + std::to_string(++folders_); }
+
+  const SweepOptions& options_;
+  const TemporaryFolder folder_;
+  SweepOutcome reference_;
+  bool compareOutput_ = true;
+  Results results_;
+  unsigned folders_ = 0;
+  unsigned findings_ = 0;
+};
+
+}  // namespace
+
+void DefineSweep(common::Command* program) {
+  common::Command* command = program->AddCommand(
+      "sweep",
+      "Runs a program once for each fault at each of its device operations, and shows "
+      "where it crashes, hangs, or does not notice.");
+  command->SetFooter(kSweepFooter);
+  const auto options = std::make_shared<SweepOptions>();
+  command->AddList("--faults", &options->faults, "NAME,...", "Try only these faults");
+  command->AddList("--operations", &options->operations, "WHICH,...",
+                   "Try only these operations of the program: 3, 5-8, 9-, or a kind such as read");
+  command->AddNumber("--timeout", &options->timeout,
+                     "End a run after N seconds (default: ten times the run without a fault, at "
+                     "least 2)");
+  command->AddNumber("--jobs", &options->jobs, "Run N at a time (default: one per processor)");
+  command->AddFile("--json", &options->json, "Write the results to FILE as JSON");
+  command->AddFlag("--strict", &options->strict, "Fail also for unnoticed faults and leaks");
+  command->AddFlag("--allow-failure", &options->allowFailure,
+                   "Continue if the program fails without a fault");
+  AddDeviceOption(command, &options->fuse);
+  AddInstructionOptions(command, &options->scenario, nullptr);
+  command->TakeProgram(&options->program);
+  command->SetAction([=] {
+    if (options->timeout == 0U || options->jobs == 0U) {
+      throw common::UsageError("--timeout and --jobs: 0 is too small; use 1 or more");
+    }
+    PlanSweep({}, options->faults, options->operations, false);  // refuses unknown words early
+    CheckOutputs({{"--json", options->json}}, InputFiles(options->scenario));
+    return Sweep(*options).Run();
+  });
+}
+
+}  // namespace zulisim
