@@ -108,10 +108,13 @@ bool HasInstructions(const common::Command& command) {
   });
 }
 
-int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status) {
-  const std::vector<std::string> missed = TallyLines(scenario, engine, true);
-  for (const std::string& line : missed) std::cerr << "zulisim: " << line << "\n";
-  return strict && !missed.empty() ? kMissed : status;
+int ReportMissed(const Engine& engine, bool strict, int status) {
+  for (const Tally& tally : engine.Tallies()) {
+    if (!tally.Missed()) continue;
+    std::cerr << "zulisim: " << tally.Text() << "\n";
+    if (strict) status = kMissed;
+  }
+  return status;
 }
 
 void AddDeviceOption(common::Command* command, bool* fuse) {

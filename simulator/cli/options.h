@@ -35,9 +35,9 @@ void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* s
 // True when the command line had one of them, but for --strict.
 bool HasInstructions(const common::Command& command);
 
-// Names on standard error the instructions of `scenario` that never happened. Returns `status`, or
-// kMissed for such a line with `strict`.
-int ReportMissed(const Scenario& scenario, const Engine& engine, bool strict, int status);
+// Names on standard error the replies and faults that happened less often than they should. Returns
+// `status`, or kMissed for such a line with `strict`.
+int ReportMissed(const Engine& engine, bool strict, int status);
 
 // The files that `scenario` was read from, for CheckOutputs.
 std::vector<NamedFile> InputFiles(const Scenario& scenario);

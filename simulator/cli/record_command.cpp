@@ -85,7 +85,7 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
     status = program->Run(*device);
     complete = output.Finish(status);
     if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
-      status = ReportMissed(options.scenario, *engine, options.strict, status);
+      status = ReportMissed(*engine, options.strict, status);
     }
   }
   if (!file.Written()) {

@@ -69,7 +69,7 @@ int Run(const ProgramOptions& options, const std::vector<std::string>& arguments
                    &engine);
   const int programStatus = program->Run(engine);
   const bool complete = output.Finish(programStatus);
-  const int status = ReportMissed(options.scenario, engine, options.strict, programStatus);
+  const int status = ReportMissed(engine, options.strict, programStatus);
   return complete ? status : kOwnFailure;
 }
 

@@ -130,14 +130,13 @@ void PrepareNode() {
       common::Quoted(kNode)));
 }
 
-// What serves does so also where no socket can be made beside it; nothing is returned there.
-std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine,
-                                           Scenario* scenario) {
-  const auto check = [kind](const Scenario& told) { CheckKernelCarries(told, kind); };
+// Null where no socket can be created beside the served file, which is served all the same.
+std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
+  const auto check = [kind](const Scenario& added) { CheckKernelCarries(added, kind); };
   try {
-    return std::make_unique<ControlServer>(path, engine, scenario, check);
+    return std::make_unique<ControlServer>(path, engine, check);
   } catch (const std::runtime_error& error) {
-    std::cerr << "zulisim: warning: nothing can be told: " << error.what() << "\n";
+    std::cerr << "zulisim: warning: 'zulisim tell' cannot be used: " << error.what() << "\n";
     return nullptr;
   }
 }
@@ -174,17 +173,16 @@ int Serve(const ServeOptions& options) {
   }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  Scenario scenario = options.scenario;
-  RunOutput output(options.output, {{"zulisim", "serve", path}, scenario.instructions, ""},
+  RunOutput output(options.output, {{"zulisim", "serve", path}, options.scenario.instructions, ""},
                    &engine);
   {
     KernelServer server(engine, kind, path, geteuid() == 0);
-    const auto control = MakeControl(kind, path, &engine, &scenario);
+    const auto control = MakeControl(kind, path, &engine);
     std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
     WaitForEnd(server);
   }
   const bool complete = output.Finish(std::nullopt);
-  const int status = ReportMissed(scenario, engine, options.strict, 0);
+  const int status = ReportMissed(engine, options.strict, 0);
   return complete ? status : kOwnFailure;
 }
 

@@ -1,7 +1,5 @@
 #include "simulator/control/control_server.h"
 
-#include <poll.h>
-#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/time.h>
@@ -26,26 +24,28 @@ constexpr char kDone = '+';
 constexpr char kRefused = '-';
 constexpr std::size_t kLongestRequest = 4096;
 
-[[noreturn]] void Fail(const std::string& path, const std::string& what) {
-  throw std::runtime_error("the socket '" + path + "' " + what + ": " + std::strerror(errno));
+[[noreturn]] void Fail(const std::string& path) {
+  throw std::runtime_error(common::Format("cannot create the control socket {}: {}",
+                                          common::Quoted(path), std::strerror(errno)));
 }
 
 sockaddr_un AddressOf(const std::string& path) {
   sockaddr_un address{};
   address.sun_family = AF_UNIX;
   if (path.size() >= sizeof(address.sun_path)) {
-    throw std::runtime_error("the name '" + path + "' is too long for a socket: at most " +
-                             std::to_string(sizeof(address.sun_path) - 1) +
-                             " characters are possible; serve a file with a shorter name");
+    throw std::runtime_error(common::Format(
+        "the control socket's path {} is longer than {} characters; serve a file with a shorter "
+        "path",
+        common::Quoted(path), sizeof(address.sun_path) - 1));
   }
   std::memcpy(address.sun_path, path.data(), path.size());
   return address;
 }
 
 int NewSocket(const std::string& path) {
-  const int made = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (made < 0) Fail(path, "cannot be made");
-  return made;
+  const int created = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  if (created < 0) Fail(path);
+  return created;
 }
 
 bool Send(int connection, const std::string& text) {
@@ -58,7 +58,7 @@ bool Send(int connection, const std::string& text) {
   return shutdown(connection, SHUT_WR) == 0;
 }
 
-// All that the other side says, as far as it is `most` bytes.
+// Everything that the other side sends, up to about `most` bytes.
 std::string Receive(int connection, std::size_t most) {
   std::string text;
   char buffer[1024];
@@ -69,15 +69,15 @@ std::string Receive(int connection, std::size_t most) {
   return text;
 }
 
-std::string CountsText(const Scenario& scenario, const Engine& engine) {
-  std::string text;
+std::string CountsText(const Engine& engine) {
+  std::vector<std::string> counts;
   for (std::size_t i = 0; i < kOperationCount; ++i) {
     const auto operation = static_cast<Operation>(i);
-    text +=
-        (i == 0 ? "" : ", ") + common::Counted(engine.Count(operation), OperationName(operation));
+    counts.push_back(common::Counted(engine.Count(operation), OperationName(operation)));
   }
-  text += "; " + common::Counted(engine.OpenDescriptors(), "open descriptor") + "\n";
-  for (const std::string& line : TallyLines(scenario, engine, false)) text += line + "\n";
+  std::string text = common::Format("{}; {}\n", common::Joined(counts),
+                                    common::Counted(engine.OpenDescriptors(), "open descriptor"));
+  for (const Tally& tally : engine.Tallies()) text += tally.Text() + "\n";
   return text;
 }
 
@@ -86,72 +86,62 @@ std::string CountsText(const Scenario& scenario, const Engine& engine) {
 std::string ControlServer::Ask(const std::string& served, const std::string& request) {
   const std::string path = PathFor(served);
   const sockaddr_un address = AddressOf(path);
-  const int asked = NewSocket(path);
+  const int connection = NewSocket(path);
   std::string answer;
-  if (connect(asked, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
-      Send(asked, request)) {
-    answer = Receive(asked, std::string::npos);
+  if (connect(connection, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) == 0 &&
+      Send(connection, request)) {
+    answer = Receive(connection, std::string::npos);
   }
   const int error = errno;
-  close(asked);
+  close(connection);
   if (answer.empty()) {
-    throw std::runtime_error("'" + served + "' cannot be told anything ('" + path +
-                             "': " + std::strerror(error) +
-                             "); name what a 'zulisim serve' of your own serves");
+    throw std::runtime_error(common::Format("no zulisim is serving {}: {}: {}",
+                                            common::Quoted(served), common::Quoted(path),
+                                            std::strerror(error)));
   }
   if (answer[0] == kRefused) throw common::InputError(answer.substr(1));
   return answer.substr(1);
 }
 
-ControlServer::ControlServer(const std::string& served, Engine* engine, Scenario* scenario,
-                             Check check)
-    : path_(PathFor(served)),
-      engine_(engine),
-      scenario_(scenario),
-      check_(std::move(check)),
-      socket_(NewSocket(path_)) {
+ControlServer::ControlServer(const std::string& served, Engine* engine, Check check)
+    : path_(PathFor(served)), engine_(engine), check_(std::move(check)), socket_(NewSocket(path_)) {
   try {
     const sockaddr_un address = AddressOf(path_);
     // SIGKILL leaves the socket of a server behind.
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path_.c_str());
-    // Before the name is there, so that nobody else ever reaches it.
-    if (fchmod(socket_, 0600) != 0) Fail(path_, "cannot be made");
-    if (bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
+    // The mode is set before the name exists, so that no other user ever reaches the socket.
+    if (fchmod(socket_, 0600) != 0 ||
+        bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(socket_, SOMAXCONN) != 0) {
-      Fail(path_, "to be told things through cannot be made");
+      Fail(path_);
     }
   } catch (...) {
     close(socket_);
     throw;
   }
-  stop_ = eventfd(0, EFD_CLOEXEC);
   thread_ = std::thread([this] { Serve(); });
 }
 
 ControlServer::~ControlServer() {
-  eventfd_write(stop_, 1);
+  shutdown(socket_, SHUT_RDWR);
   thread_.join();
-  close(stop_);
   close(socket_);
   unlink(path_.c_str());
 }
 
 void ControlServer::Serve() {
   while (true) {
-    struct pollfd entries[] = {{socket_, POLLIN, 0}, {stop_, POLLIN, 0}};
-    if (poll(entries, 2, -1) < 0 && errno != EINTR) return;
-    if (entries[1].revents != 0) return;
-    if (entries[0].revents == 0) continue;
     const int connection = accept4(socket_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (connection < 0 && errno == EINVAL) return;  // shut down
     if (connection < 0) continue;
-    Attend(connection);
+    ServeRequest(connection);
     close(connection);
   }
 }
 
-void ControlServer::Attend(int connection) {
-  // One that says nothing holds up the others, and the end, no longer than this.
+void ControlServer::ServeRequest(int connection) {
+  // A silent client delays the other clients, and the end of the server, by at most this long.
   const struct timeval limit { 2, 0 };
   setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
   setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));
@@ -164,14 +154,14 @@ void ControlServer::Attend(int connection) {
   Send(connection, answer);
 }
 
-void ControlServer::Add(const FaultKind& kind, const std::string& text) {
-  Scenario changed = *scenario_;
-  AddFault(kind, text, &changed);
-  check_(changed);
-  Fault* fault = &changed.faults.back();
-  fault->origin = common::Format("tell {} {}", kind.option, text);
-  engine_->AddFaultFromNow(*fault);
-  *scenario_ = std::move(changed);
+void ControlServer::AddFaultFromNow(const FaultKind& kind, const std::string& value) {
+  Scenario instruction;
+  instruction.clients = engine_->clients();
+  AddFault(kind, value, &instruction);
+  check_(instruction);
+  Fault& fault = instruction.faults.back();
+  fault.origin = common::Format("tell {} {}", kind.option, value);
+  engine_->AddFaultFromNow(fault);
 }
 
 std::string ControlServer::Answer(const std::string& request) {
@@ -183,7 +173,7 @@ std::string ControlServer::Answer(const std::string& request) {
   for (const FaultKind& kind : FaultKinds()) {
     known.push_back(kind.option);
     if (kind.option != word || losesNow) continue;
-    Add(kind, text);
+    AddFaultFromNow(kind, text);
     return "";
   }
   if (losesNow) {
@@ -202,7 +192,7 @@ std::string ControlServer::Answer(const std::string& request) {
     const std::size_t count = engine_->ReleaseReplies();
     return common::Counted(count, "reply", "replies") + " released\n";
   } else {
-    return CountsText(*scenario_, *engine_);
+    return CountsText(*engine_);
   }
   return "";
 }

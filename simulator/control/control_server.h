@@ -6,52 +6,47 @@
 
 #include "simulator/engine/engine.h"
 #include "simulator/scenario/instruction.h"
-#include "simulator/scenario/scenario.h"
 
 namespace zulisim {
 
-// Lets other processes of the same user tell an engine things while it serves: through a local
-// socket beside the served file, with mode 0600. A request is one or two words:
+// Lets other processes of the same user instruct an engine while it serves, through a local socket
+// beside the served file, with mode 0600. A request is one or two words:
 //
-//   lose [FIELDS]       the device is lost now, until "back" or for so many opens
-//   lose PLACE[,FIELDS] it will be lost there
-//   back                the next open finds it again
-//   fault PLACE=ERRNO
-//   short PLACE=BYTES
-//   release             replies that are held go
-//   counts              what has happened
+//   lose [FIELDS]   loses the device now, until "back" or for so many opens
+//   back            lets the next open find it again
+//   release         releases the replies that are held
+//   counts          answers how often each operation and instruction has happened
+//   KIND VALUE      adds a fault of that kind, as in "fault read:1=EIO", which counts from now on
 //
-// with PLACE and FIELDS as in the options, but counted from now on.
+// Its thread takes one request at a time.
 class ControlServer {
  public:
-  // Throws InputError for what the attachment does not carry.
-  using Check = std::function<void(const Scenario&)>;
+  // Throws std::invalid_argument for an instruction that the attachment cannot carry.
+  using Check = std::function<void(const Scenario& instruction)>;
 
-  // "/tmp/zuli.control" for what is served at "/tmp/zuli".
+  // "/tmp/zuli.control" for "/tmp/zuli".
   static std::string PathFor(const std::string& served) { return served + ".control"; }
-  // Sends a request to whoever serves at `served` and returns the answer. Throws
-  // std::runtime_error when nobody does, and InputError with what is said against the request.
+  // Sends a request to the server beside `served` and returns the answer. Throws std::runtime_error
+  // when there is none, and InputError with the reason when it refuses the request.
   static std::string Ask(const std::string& served, const std::string& request);
 
-  // `scenario` is what `engine` was told so far, and gets what it is told. Neither is owned; the
-  // former is not to be touched before the end of this object. Throws std::runtime_error.
-  ControlServer(const std::string& served, Engine* engine, Scenario* scenario, Check check);
+  // The engine is not owned and must outlive the server. Throws std::runtime_error.
+  ControlServer(const std::string& served, Engine* engine, Check check);
+  // Removes the socket.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
   ControlServer& operator=(const ControlServer&) = delete;
 
  private:
   void Serve();
-  void Attend(int connection);
+  void ServeRequest(int connection);
   std::string Answer(const std::string& request);
-  void Add(const FaultKind& kind, const std::string& text);
+  void AddFaultFromNow(const FaultKind& kind, const std::string& value);
 
   const std::string path_;
   Engine* const engine_;
-  Scenario* const scenario_;
   const Check check_;
   int socket_ = -1;
-  int stop_ = -1;
   std::thread thread_;
 };
 

@@ -431,13 +431,15 @@ void Engine::ClearFaults() {
 void Engine::LoseDevice(const DeviceLoss& loss) {
   std::lock_guard<std::mutex> lock(mutex_);
   Lose(loss);
-  const std::string opens =
-      loss.failingOpens == kForever ? "; every open fails with "
-      : loss.failingOpens > 0
-          ? "; the next " + common::Counted(loss.failingOpens, "open") + " will fail with "
-          : "";
-  Notify(DeviceEvent{
-      Now(), "the device is lost" + opens + (opens.empty() ? "" : ErrnoName(loss.openError))});
+  std::string text = "the device is lost";
+  if (loss.failingOpens > 0) {
+    const std::string opens = loss.failingOpens == kForever ? "every open fails"
+                              : loss.failingOpens == 1
+                                  ? "the next open fails"
+                                  : common::Format("the next {} opens fail", loss.failingOpens);
+    text += common::Format("; {} with {}", opens, ErrnoName(loss.openError));
+  }
+  Notify(DeviceEvent{Now(), text});
 }
 
 void Engine::RestoreDevice() {
@@ -468,14 +470,12 @@ std::size_t Engine::OpenDescriptors() const {
   return connections_.size();
 }
 
-std::vector<Tally> Engine::FaultTallies() const {
+std::vector<Tally> Engine::Tallies() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  return faults_.Tallies();
-}
-
-std::vector<Tally> Engine::ReplyTallies() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return replies_.Tallies();
+  std::vector<Tally> all = faults_.Tallies();
+  const std::vector<Tally> replies = replies_.Tallies();
+  all.insert(all.end(), replies.begin(), replies.end());
+  return all;
 }
 
 std::vector<OperationRecord> Engine::Records() const {

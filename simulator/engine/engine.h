@@ -89,11 +89,12 @@ class Engine : public Device {
 
   // --- What has happened. ---
 
+  const std::vector<Client>& clients() const { return clients_; }
   std::uint64_t Count(Operation operation) const;  // failed ones included
   std::size_t OpenDescriptors() const;
-  // What came of each fault and each reply rule, in the order in which they were added.
-  std::vector<Tally> FaultTallies() const;
-  std::vector<Tally> ReplyTallies() const;
+  // How often each fault and each reply rule has happened: faults first, in the order in which they
+  // were added.
+  std::vector<Tally> Tallies() const;
   std::vector<OperationRecord> Records() const;
   void ClearRecords();  // counts go on
   // The requests that the client took, byte for byte, in order.

@@ -65,9 +65,20 @@ std::optional<std::string> FaultError(const Fault& fault) {
   return std::nullopt;
 }
 
+std::string Tally::Text() const {
+  const std::string times = happened == 0 ? "never happened"
+                            : Missed() ? common::Format("happened {} of {} times", happened, wanted)
+                                       : "happened " + common::Counted(happened, "time");
+  return common::Format("{}: {} in {}", common::Printable(origin), times,
+                        common::Counted(seen, counted));
+}
+
 void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
   if (const auto error = FaultError(fault)) throw std::invalid_argument(*error);
-  entries_.push_back({fault, {seen, 0}});
+  const bool isCertain = fault.probability >= 1 && fault.times != kForever;
+  entries_.push_back(
+      {fault,
+       {fault.origin, OperationName(fault.operation), isCertain ? fault.times : 1, seen, 0}});
 }
 
 const Fault* FaultPlan::Strike(Operation operation, const FaultScope& scope) {
@@ -77,7 +88,7 @@ const Fault* FaultPlan::Strike(Operation operation, const FaultScope& scope) {
     if (fault.operation != operation || !fault.scope.Covers(scope)) continue;
     const std::uint64_t occurrence = ++entry.tally.seen;
     if (found != nullptr || !fault.Strikes(operation, occurrence)) continue;
-    ++entry.tally.struck;
+    ++entry.tally.happened;
     found = &fault;
   }
   return found;

@@ -82,10 +82,17 @@ struct FaultScope {
   bool operator==(const FaultScope& other) const;
 };
 
-// How much of an instruction has come about: what it counts, and how much of that it applied to.
+// How often an instruction has happened.
 struct Tally {
-  std::uint64_t seen = 0;
-  std::uint64_t struck = 0;
+  std::string origin;          // of the instruction
+  const char* counted = "";    // what it counts: "read"
+  std::uint64_t wanted = 1;    // how often it must happen
+  std::uint64_t seen = 0;      // how many it has counted
+  std::uint64_t happened = 0;  // in how many of those it has happened
+
+  bool Missed() const { return happened < wanted; }
+  // "--fault read:3=EIO: never happened in 2 reads"
+  std::string Text() const;
 };
 
 // Strikes the operations `first` to `first + times - 1` of its kind, counted from 1 over the whole
@@ -114,12 +121,13 @@ std::optional<std::string> FaultError(const Fault& fault);
 // match one, the first added strikes. Not thread-safe.
 class FaultPlan {
  public:
-  // It counts on from `seen`. Throws std::invalid_argument with the text of FaultError.
+  // Counts on from `seen`. Throws std::invalid_argument with the text of FaultError.
   void Add(const Fault& fault, std::uint64_t seen);
   void Clear() { entries_.clear(); }
   // Counts one operation. The fault that strikes it, or null.
   const Fault* Strike(Operation operation, const FaultScope& scope);
-  std::vector<Tally> Tallies() const;  // in the order of Add
+  // In the order of Add.
+  std::vector<Tally> Tallies() const;
 
  private:
   struct Entry {

@@ -35,6 +35,11 @@ std::optional<std::string> ReplyError(const ReplyRule& rule) {
                         kPrivateDataSize, rule.privateData->size());
 }
 
+void ReplyPlan::Add(const ReplyRule& rule) {
+  const bool isBounded = rule.at && rule.at->times != kForever;
+  entries_.push_back({rule, {rule.origin, "request", isBounded ? rule.at->times : 1, 0, 0}});
+}
+
 std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& request) {
   if (entries_.empty()) return std::nullopt;
   const auto command = WordAt(request, kCommandIdOffset);
@@ -52,7 +57,7 @@ std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& r
     chosen = &entry;
   }
   if (chosen == nullptr) return std::nullopt;
-  ++chosen->tally.struck;
+  ++chosen->tally.happened;
   return ReplyTo(request, chosen->rule);
 }
 

@@ -37,7 +37,7 @@ std::optional<std::string> ReplyError(const ReplyRule& rule);
 // of some requests before what is said of the rest. Not thread-safe.
 class ReplyPlan {
  public:
-  void Add(const ReplyRule& rule) { entries_.push_back({rule, {}}); }
+  void Add(const ReplyRule& rule);
   // Counts the request. The reply of the rule that is for it, if there is one.
   std::optional<Reply> Answer(const std::string& client, const Bytes& request);
   std::vector<Tally> Tallies() const;  // in the order of Add

@@ -31,10 +31,4 @@ Client& ClientOf(Scenario* scenario, const std::string& name);
 // std::invalid_argument for an unknown client or an impossible fault.
 void Apply(const Scenario& scenario, Engine* engine);
 
-// A line for each fault and reply of the scenario with how often it happened. `engine` is the one
-// that the scenario was applied to. With `onlyMissed`, only those that happened less often than the
-// scenario says.
-std::vector<std::string> TallyLines(const Scenario& scenario, const Engine& engine,
-                                    bool onlyMissed);
-
 }  // namespace zulisim

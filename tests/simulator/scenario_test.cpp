@@ -1,8 +1,10 @@
 #include "simulator/scenario/scenario.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <stdlib.h>
 
+#include <cerrno>
 #include <chrono>
 #include <filesystem>
 #include <fstream>
@@ -31,6 +33,10 @@ errno = "EIO"
 operation = "read"
 probability = 0.25
 errno = "EINTR"
+[[fault]]
+operation = "write"
+at = 1
+lose = { opens = "all", errno = "EACCES", drop-replies = true }
 )";
 
 TEST(ScenarioTest, file_is_read_in_full) {
@@ -57,6 +63,15 @@ TEST(ScenarioTest, file_is_read_in_full) {
   }
   EXPECT_NEAR(static_cast<double>(struck), 1000, 100);
   EXPECT_NEAR(static_cast<double>(differs), 1500, 150);
+
+  // The device is lost for good, until it is brought back.
+  Engine engine({scenario.clients});
+  Apply(scenario, &engine);
+  EXPECT_EQ(engine.Open(O_RDWR, 0, -1).value, 1);
+  EXPECT_EQ(engine.Write(1, "", 1).error, ENODEV);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(engine.Open(O_RDWR, 0, -1).error, EACCES);
+  engine.RestoreDevice();
+  EXPECT_EQ(engine.Open(O_RDWR, 0, -1).value, 2);
 }
 
 }  // namespace

@@ -1,0 +1,123 @@
+// 'zulisim tell' in one process: several clients instruct the engine while a program uses it.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <future>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "simulator/control/control_server.h"
+
+namespace zulisim {
+namespace {
+
+class EventLog : public OperationObserver {
+ public:
+  std::string text;
+
+ private:
+  void OnOperation(const OperationRecord& record) override {
+    text += OperationName(record.operation) + std::string("; ");
+  }
+  void OnDeviceEvent(const DeviceEvent& event) override { text += event.text + "; "; }
+};
+
+class ControlTest : public testing::Test {
+ protected:
+  ~ControlTest() override { rmdir(folder_); }
+
+  std::string Tell(const std::string& request) {
+    try {
+      return ControlServer::Ask(path_, request);
+    } catch (const std::exception& error) {
+      return error.what();
+    }
+  }
+
+  char folder_[32] = "/tmp/control_test.XXXXXX";
+  const std::string path_ = mkdtemp(folder_) + std::string("/zuli");
+  Engine engine_;
+};
+
+TEST_F(ControlTest, instructs_the_engine_from_many_clients_while_it_is_used) {
+  const auto refuse_eintr = [](const Scenario& added) {
+    const auto* fault = std::get_if<ErrnoFault>(&added.faults.at(0).effect);
+    if (fault != nullptr && fault->error == EINTR) throw std::invalid_argument("not carried");
+  };
+  const ControlServer server(path_, &engine_, refuse_eintr);
+  struct stat status {};
+  ASSERT_EQ(stat(ControlServer::PathFor(path_).c_str(), &status), 0);
+  EXPECT_EQ(status.st_mode & 0777, 0600u);
+
+  std::vector<std::thread> clients;
+  for (int i = 0; i < 3; ++i) {
+    clients.emplace_back([this] {
+      for (int j = 0; j < 20; ++j) EXPECT_EQ(Tell("fault close:1=EIO"), "");
+    });
+  }
+  for (int i = 0; i < 200; ++i) {
+    const Result opened = engine_.Open(O_RDWR, 0, -1);
+    engine_.Close(static_cast<std::uint64_t>(opened.value), CloseReason::kProgramClosed);
+  }
+  for (std::thread& client : clients) client.join();
+
+  const auto tallies = engine_.Tallies();
+  EXPECT_EQ(tallies.size(), 60u);
+  EXPECT_EQ(Tell("fault open:2=EACCES"), "");
+  EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
+  EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EACCES);
+  const std::regex counts(
+      "202 opens, 0 ioctls, 0 reads, 0 writes, 200 closes; 1 open descriptor\n"
+      "(tell fault close:1=EIO: .* in \\d+ closes?\n){60}"
+      "tell fault open:2=EACCES: happened 1 time in 2 opens\n");
+  EXPECT_TRUE(std::regex_match(Tell("counts"), counts)) << Tell("counts");
+  EXPECT_EQ(Tell("fault open:1=EINTR"), "not carried");
+  EXPECT_EQ(Tell("back now"), "unexpected argument 'now' after 'back'");
+  EXPECT_EQ(Tell("lsoe"),
+            "unknown instruction 'lsoe'; expected back, release, counts, fault, "
+            "short, lose, refuse, no-reply");
+}
+
+TEST_F(ControlTest, loses_the_device_and_shows_it_to_observers) {
+  EventLog log;
+  engine_.AddObserver(&log);
+  {
+    const ControlServer server(path_, &engine_, [](const Scenario&) {});
+    Tell("lose opens=1,errno=EIO");
+    EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EIO);
+    Tell("lose");
+    EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, ENODEV);
+    Tell("back");
+    EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
+  }
+  engine_.RemoveObserver(&log);
+  EXPECT_EQ(log.text,
+            "the device is lost; the next open fails with EIO; open; the device is lost; "
+            "every open fails with ENODEV; open; the device is back; open; ");
+  EXPECT_EQ(Tell("back").rfind("no zulisim is serving '" + path_ + "'", 0), 0u);
+}
+
+TEST_F(ControlTest, releases_held_replies_to_a_read_that_waits) {
+  const ControlServer server(path_, &engine_, [](const Scenario&) {});
+  ReplyRule rule;
+  rule.client = "KALO";
+  rule.held = true;
+  engine_.AddReply(rule);
+  Guid guid = DefaultClients()[0].guid;
+  char buffer[16] = {};
+  engine_.Open(O_RDWR, 0, -1);
+  engine_.Ioctl(1, kConnectRequest, guid.data());
+  EXPECT_EQ(engine_.Write(1, buffer, 16).value, 16);
+  EXPECT_EQ(engine_.Read(1, buffer, 16, true).error, EAGAIN);
+  auto reader = std::async(std::launch::async, [&] { return engine_.Read(1, buffer, 16, false); });
+  EXPECT_EQ(Tell("release"), "1 reply released\n");
+  EXPECT_EQ(reader.get().value, 16);
+}
+
+}  // namespace
+}  // namespace zulisim
