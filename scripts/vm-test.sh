@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Boots Debian's kernel in an emulated machine and runs the exchange suite there against a true
-# character device "/dev/zuli". Nothing is installed but packages; the kernel is only unpacked.
+# Boots Debian's kernel in an emulated machine, and runs the exchange suite there against a true
+# character device "/dev/zuli". Installs packages of Debian only; the kernel is only unpacked.
 #
 #   scripts/vm-test.sh [BUILD FOLDER]      (default: build/release, which is built first)
 #
@@ -22,7 +22,7 @@ if [ $# -eq 0 ]; then
 fi
 build=$(cd "$build" && pwd)
 
-# The kernel and its modules, kept below build/ for the next time.
+# The kernel and its modules stay below build/ for the next run.
 kernel=$(apt-cache depends linux-image-cloud-amd64 2>/dev/null |
   sed -n 's/^ *Depends: \(linux-image-[0-9].*\)$/\1/p' | head -n 1)
 [ -n "$kernel" ] || skip "no package linux-image-cloud-amd64 is known here"
@@ -41,7 +41,7 @@ if ! [ -e "$cache/complete" ]; then
   touch "$cache/complete"
 fi
 
-# What the machine starts from: the programs at the paths that they have here, with their libraries.
+# The machine's first file system holds the programs at their paths here, and their libraries.
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 mkdir -p "$root/tree"/{bin,proc,sys,dev,tmp,data,etc,suite}
@@ -53,7 +53,7 @@ for file in "${files[@]}"; do
 done | sort -u | while read -r library; do cp -L --parents "$library" "$root/tree"; done
 cp /bin/busybox "$root/tree/bin/"
 cp "$cache"/*.ko tests/simulator/exchange_suite.* "$root/tree/suite/"
-# What the suite gives through the preload library.
+# The results of the suite through the preload library.
 mapfile -t options <tests/simulator/exchange_suite.options
 "$build/bin/zulisim" run -q --connection-numbers --transcript "$root/tree/suite/transcript.preload" \
   "${options[@]}" -- tests/simulator/exchange_suite.sh "${programs[2]}" "${programs[1]}" \
@@ -66,7 +66,7 @@ start=$(date +%s)
 timeout "$limit" qemu-system-x86_64 -accel tcg -cpu max -m 512 -nodefaults \
   -no-reboot -display none -serial stdio -kernel "$cache/vmlinuz" -initrd "$root/initrd" \
   -append "console=ttyS0 quiet loglevel=3 panic=-1 mitigations=off" </dev/null >"$root/console" 2>&1 ||
-  echo "vm-test: the machine did not end by itself within $limit seconds"
+  echo "vm-test: the machine did not stop within $limit seconds"
 tr -d '\r' <"$root/console" | sed -n 's/^machine: /  /p'
 if ! grep -q '^machine: passed' "$root/console"; then
   tail -n 20 "$root/console"

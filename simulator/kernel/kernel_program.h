@@ -7,8 +7,8 @@
 
 namespace zulisim {
 
-// A program of any make, served through the kernel's FUSE in a file tree of its own, which this
-// process enters with it.
+// Any program, served through the kernel's FUSE in a file tree of its own. This process enters that
+// tree too.
 class KernelProgram : public ServedProgram {
  public:
   // As for PreloadedProgram.

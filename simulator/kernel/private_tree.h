@@ -4,11 +4,12 @@
 
 namespace zulisim {
 
-// Moves this process, and all that it starts, into a file tree that is its own: the machine's, but
-// for an empty file "/dev/zuli" to mount on, and "/data" and "/etc/vrel_registry.txt", which are
-// those below `root`. Nobody else sees any of it, and it ends with its last process. `work` is an
-// empty folder. Without the privilege to do so the process enters a user namespace as well, under
-// the same user and group. Throws std::runtime_error. Before the first thread.
+// Moves this process and all processes that it starts later into a file tree of their own. It shows
+// the machine's tree, except for an empty file "/dev/zuli" to mount on, and for "/data" and
+// "/etc/vrel_registry.txt", which are those below `root`. Other processes do not see it, and it
+// vanishes with its last process. `work` is an empty folder. A process that may not mount also
+// enters a user namespace, with the same user and group. Call it before the first thread starts.
+// Throws std::runtime_error.
 void EnterPrivateTree(const std::string& work, const std::string& root);
 
 }  // namespace zulisim

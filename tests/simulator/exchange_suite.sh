@@ -1,6 +1,6 @@
 #!/bin/sh
-# Exchanges on "/dev/zuli", bare and through the library. The same on every attachment, fault by
-# fault, when the engine runs with the options of exchange_suite.options.
+# Makes exchanges on "/dev/zuli", directly and through the library. Prints the same on every
+# attachment when the engine runs with the options in exchange_suite.options.
 #
 #   exchange_suite.sh DEVICE_PROGRAM KALOCTL
 steps=$1

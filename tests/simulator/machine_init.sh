@@ -1,5 +1,6 @@
 #!/bin/busybox sh
-# The first process of the machine of scripts/vm-test.sh. What it says begins with "machine: ".
+# The first process of the machine that scripts/vm-test.sh starts. Its messages begin with
+# "machine: ".
 /bin/busybox --install -s /bin
 export PATH=/bin
 mount -t proc proc /proc
@@ -11,7 +12,7 @@ failures=0
 say() { echo "machine: $1"; }
 complain() { say "FAILED: $1"; failures=$((failures + 1)); }
 same() { cmp -s "$1" "$2" || { diff "$1" "$2" | head -n 20; complain "$1 and $2 differ"; }; }
-serve() {  # OPTIONS...: serves the device, and returns when it does
+serve() {  # OPTIONS...: starts a server of the device, and waits until it serves
   "$zulisim" serve --cuse "$@" 2>/tmp/served &
   engine=$!
   for i in $(seq 100); do
@@ -19,7 +20,7 @@ serve() {  # OPTIONS...: serves the device, and returns when it does
     sleep 0.1
   done
   cat /tmp/served
-  complain "serve --cuse never served"
+  complain "serve --cuse did not start to serve"
 }
 
 suite() {  # NAME ARGUMENTS of zulisim...
@@ -42,18 +43,19 @@ kill -INT $engine
 wait $engine || complain "serve --cuse: exit status $? after SIGINT"
 [ -e /dev/zuli ] && complain "the node is left"
 suite fuse run --connection-numbers --transcript /tmp/transcript.fuse $options
-# Recorded from the true device, by a program with a "/dev/zuli" of its own, and played back.
+# Records the character device and replays the recording. Both programs run in a file tree of their
+# own.
 serve -q $options
 suite recorded record -o /tmp/recording
 kill -INT $engine
 wait $engine
 suite replayed replay /tmp/recording
-# The preload library serves no static shell: it has run outside.
+# The preload library cannot serve the static shell here, so its suite ran outside.
 cp /suite/transcript.preload /suite/out.preload /tmp
 for device in preload fuse recorded replayed; do same /tmp/out.$device /tmp/out.cuse; done
 for device in preload fuse; do same /tmp/transcript.$device /tmp/transcript.cuse; done
 operations=$(wc -l </tmp/transcript.cuse)
-[ "$operations" -gt 80 ] || complain "the suite made $operations operations only"
+[ "$operations" -gt 80 ] || complain "the suite made only $operations operations"
 [ "$failures" -eq 0 ] &&
   say "suite: $operations operations, the same transcript through cuse, fuse and preload"
 
