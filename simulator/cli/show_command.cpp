@@ -1,6 +1,10 @@
 #include <algorithm>
+#include <chrono>
+#include <cstdlib>
+#include <ctime>
 #include <iostream>
 #include <memory>
+#include <optional>
 
 #include "common/command_line.h"
 #include "common/format.h"
@@ -39,6 +43,15 @@ struct ShowOptions {
   OutputOptions output;
 };
 
+// The system clock's time at which the recording began, if its text is a time.
+std::optional<std::chrono::nanoseconds> ClockOf(const std::string& started) {
+  struct tm time {};
+  const char* rest = strptime(started.c_str(), "%Y-%m-%dT%H:%M:%S", &time);
+  if (rest == nullptr) return std::nullopt;
+  return std::chrono::seconds(timegm(&time)) +
+         std::chrono::nanoseconds(static_cast<std::int64_t>(std::atof(rest) * 1e9));
+}
+
 int Show(ShowOptions options) {
   std::vector<NamedFile> outputs = options.output.Files();
   outputs.push_back({"--scenario", options.scenarioFile});
@@ -61,7 +74,9 @@ int Show(ShowOptions options) {
                                      [](const NamedFile& file) { return !file.path.empty(); });
   if (!others && !wanted->quiet) wanted->transcriptFile = "-";
   wanted->quiet = true;
-  RunOutput output(options.output, {{"recording", options.file}, {}, ""}, nullptr);
+  RunOutput output(options.output,
+                   {{"recording", options.file}, {}, "", ClockOf(recording.header.started)},
+                   nullptr);
   for (const OperationRecord& record : recording.operations) output.OnOperation(record);
   bool complete = output.Finish(std::nullopt);
   if (!scenario.empty()) {

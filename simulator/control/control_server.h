@@ -23,6 +23,8 @@ class ControlServer {
  public:
   // Throws std::invalid_argument for an instruction that the attachment cannot carry.
   using Check = std::function<void(const Scenario& instruction)>;
+  // Takes an instruction just before it is carried out: "tell lose". Runs on the server's thread.
+  using Notice = std::function<void(const std::string& text)>;
 
   // "/tmp/zuli.control" for "/tmp/zuli".
   static std::string PathFor(const std::string& served) { return served + ".control"; }
@@ -31,7 +33,7 @@ class ControlServer {
   static std::string Ask(const std::string& served, const std::string& request);
 
   // The engine is not owned and must outlive the server. Throws std::runtime_error.
-  ControlServer(const std::string& served, Engine* engine, Check check);
+  ControlServer(const std::string& served, Engine* engine, Check check, Notice notice);
   // Removes the socket.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
@@ -46,6 +48,7 @@ class ControlServer {
   const std::string path_;
   Engine* const engine_;
   const Check check_;
+  const Notice notice_;
   int socket_ = -1;
   std::thread thread_;
 };

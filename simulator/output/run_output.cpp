@@ -42,7 +42,7 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
   style.only = options.only;
   const auto start = device == nullptr ? std::chrono::nanoseconds() : Now();
   if (options.time == "start") style.start = start;
-  if (options.time == "clock") style.clock = SystemClock();
+  if (options.time == "clock") style.clock = run.clock.value_or(SystemClock());
   const auto add = [this](auto writer) { writers_.push_back(std::move(writer)); };
   if (!options.transcriptFile.empty()) {
     add(std::make_unique<Transcript>(FileSink("transcript", options.transcriptFile), style));
@@ -77,6 +77,7 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
 
 RunOutput::~RunOutput() {
   if (device_ != nullptr) device_->RemoveObserver(this);
+  if (!finished_) Finish(std::nullopt);  // an exception ended the run
 }
 
 TextSink RunOutput::FileSink(const char* what, const std::string& path) {
@@ -87,10 +88,11 @@ TextSink RunOutput::FileSink(const char* what, const std::string& path) {
 
 bool RunOutput::Finish(std::optional<int> status) {
   const std::lock_guard<std::mutex> lock(mutex_);
+  finished_ = true;
   PassOnLog();
   for (const auto& writer : writers_) writer->Finish(summary_, status);
   writers_.clear();
-  if (printsSummary_) std::cerr << "zulisim: " << summary_.Text() << "\n";
+  if (printsSummary_) std::cerr << "zulisim: summary of " << summary_.Text() << "\n";
   if (summarySink_) {
     using Json = nlohmann::ordered_json;
     summarySink_(summary_.Json().dump(2, ' ', false, Json::error_handler_t::replace) + "\n");

@@ -47,6 +47,8 @@ struct RunDescription {
   std::vector<std::string> program;
   std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
   std::string logFile;                    // of the library; empty when there is none to follow
+  // The system clock's time at zero of the operations' times; without it, as for Now().
+  std::optional<std::chrono::nanoseconds> clock = std::nullopt;
 };
 
 // Writes the outputs of a run. The device must outlive it; it is null for a recording, whose
@@ -74,6 +76,7 @@ class RunOutput : public OperationObserver {
   const bool printsSummary_;
   const bool redact_;
   std::mutex mutex_;  // guards all that follows: the program may have left another behind
+  bool finished_ = false;
   RunSummary summary_;
   TextSink summarySink_;  // null without a file
   std::vector<std::shared_ptr<OutputFile>> files_;

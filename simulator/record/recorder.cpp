@@ -3,15 +3,18 @@
 #include <ctime>
 #include <utility>
 
+#include "common/format.h"
+
 namespace zulisim {
 
 Recorder::Recorder(Device* device, RecordingSink sink, RecordingHeader header)
     : device_(device), start_(Now()), sink_(std::move(sink)), header_(std::move(header)) {
-  const std::time_t now = std::time(nullptr);
+  struct timespec now {};
+  clock_gettime(CLOCK_REALTIME, &now);
   std::tm time{};
   char text[32] = "";
-  std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%SZ", gmtime_r(&now, &time));
-  header_.started = text;
+  std::strftime(text, sizeof(text), "%Y-%m-%dT%H:%M:%S", gmtime_r(&now.tv_sec, &time));
+  header_.started = common::Format("{}.{:06}Z", text, now.tv_nsec / 1000);
   device_->AddObserver(this);
 }
 

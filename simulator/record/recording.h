@@ -15,7 +15,7 @@ namespace zulisim {
 // completion, and a last line that says that the recording is complete. Here the lines are wrapped:
 //
 //   {"format":"zulisim
-//   recording","version":2,"tool":"zulisim 1.0","started":"2026-11-21T20:15:00Z",
+//   recording","version":2,"tool":"zulisim 1.0","started":"2026-11-21T20:15:00.123456Z",
 //    "program":["./driver"],
 //    "clients":[{"name":"KALO","guid":"{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"}]}
 //   {"number":1,"start_ns":103000,"duration_ns":10000,"process":70,"thread":71,"connection":1,
@@ -45,7 +45,7 @@ namespace zulisim {
 
 struct RecordingHeader {
   std::string tool;                  // "zulisim 1.0"
-  std::string started;               // in UTC, as in "2026-11-21T20:15:00Z"
+  std::string started;               // in UTC, as in "2026-11-21T20:15:00.123456Z"
   std::vector<std::string> program;  // with its arguments; only its name in a redacted recording
   std::vector<Client> clients;       // name and GUID
   bool redacted = false;

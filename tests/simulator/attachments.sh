@@ -153,7 +153,8 @@ holds out 'read:300: 256'
 holds out 'read:300: errno 11'
 
 # What is served can be told things, by its owner alone.
-"$zulisim" serve -q --fuse mount/zuli --strict --reply 'kalo:*=hold' --lose read:40 2>served.told &
+"$zulisim" serve --only failures --fuse mount/zuli --strict --reply 'kalo:*=hold' --lose read:40 \
+  --trace trace --report report 2>served.told &
 engine=$!
 eventually grep -qs serves served.told
 tell() { expect "$1" "$zulisim" tell mount/zuli "${@:2}"; }
@@ -185,6 +186,10 @@ kill -INT $engine
 wait $engine
 [ $? -eq 122 ] || complain "serve --strict: what did not happen was no failure"
 holds served.told 'lose read:40: never happened in 2 reads$'
+for note in 'tell lose' 'tell back' 'tell fault open:2=EACCES' 'tell release'; do
+  for output in served.told trace report; do holds $output "$note"; done
+done
+grep -q 'counts\|ENOSYS' trace && complain "a question or a refused instruction is in the trace"
 nothing_left || complain "something is left of what was told"
 
 # A file that is served until a signal.
