@@ -12,15 +12,14 @@ constexpr const char* kRunDescription =
     R"(Starts any unmodified program with a "/dev/zuli" that the software engine serves, and prints a line for each of its device operations.)";
 
 constexpr const char* kRunFooter = R"(
---device preload serves what a dynamically linked program asks of libc, by syscall(2) as well,
-and tells poll and its like the truth. What remains:
+--device preload serves the calls that a dynamically linked program makes through libc,
+syscall(2) included. Its limits:
   - A part of the program without the library (LD_PRELOAD cleared, RTLD_DEEPBIND, a program
     that it starts statically linked) finds no device; nor does a path that is relative or
     leads through links.
   - A system call instruction of the program's own, or io_uring, on a descriptor that libc
-    opened: a write succeeds whatever the engine thinks of it, and a read returns 0 where the
-    engine fails it, as the transcript shows, or where libc made the write. An ioctl fails
-    with ENOTTY; a close shows as the end of the program.
+    opened does not reach the engine; zulisim warns about a write. A close shows as the end
+    of the program. A read or write with a bad address does not reach the engine either.
   - A program that changes its root folder or its user and no longer reaches the engine gets
     ENODEV. fopen and fdopen of the device give EOPNOTSUPP.
   - One to eight descriptors from three quarters of the limit on, of the library's own.

@@ -27,8 +27,8 @@ const char* RedirectedPath(const char* path);
 
 OpenedDevice DeviceOpen(int flags, unsigned mode);
 Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
-// `descriptor` is one of those that the handle has.
-Result DeviceRead(std::uint64_t handle, int descriptor, void* buffer, std::size_t length);
+// With `nonBlocking`, a read that would have to wait fails with EAGAIN.
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool nonBlocking);
 Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
 // Closes `descriptor`, the last one of `handle` in this process, whatever the result.
 Result DeviceClose(std::uint64_t handle, int descriptor);

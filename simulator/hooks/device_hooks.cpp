@@ -24,7 +24,8 @@ std::int64_t Deliver(int savedErrno, const Result& result) {
 
 ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   const int savedErrno = errno;
-  return Deliver(savedErrno, DeviceRead(handle, descriptor, buffer, length));
+  const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
+  return Deliver(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
 }
 
 ssize_t WriteDevice(std::uint64_t handle, const void* buffer, std::size_t length) {

@@ -105,8 +105,7 @@ Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) 
   });
 }
 
-Result DeviceRead(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
-  const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
+Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool nonBlocking) {
   return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
     return engine->Read(connection, buffer, length, nonBlocking);
   });

@@ -27,8 +27,4 @@ int KernelProgram::Serve(Device& device) {
   return status;
 }
 
-std::string KernelProgram::UnusedBecause() const {
-  return "'" + path() + "' never asked for \"/dev/zuli\"";
-}
-
 }  // namespace zulisim

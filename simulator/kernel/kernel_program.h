@@ -16,7 +16,6 @@ class KernelProgram : public ServedProgram {
 
  protected:
   int Serve(Device& device) override;
-  std::string UnusedBecause() const override;
 };
 
 }  // namespace zulisim

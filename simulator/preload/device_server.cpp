@@ -2,81 +2,55 @@
 
 #include <fcntl.h>
 #include <poll.h>
-#include <sys/epoll.h>
-#include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <stdexcept>
+#include <memory>
 #include <system_error>
+#include <vector>
+
+#include "common/text.h"
 
 namespace zulisim {
-
 namespace {
 
 using protocol::Kind;
-using protocol::Request;
-using protocol::Response;
-using protocol::Then;
-using std::chrono::nanoseconds;
-
-constexpr std::chrono::milliseconds kQueueFull{1};  // until a program's packets are looked at again
-
-// A program that is gone cannot be answered: a failure to send is none of the engine's.
-void SendResponse(int socket, const Result& result, const Bytes& payload = {},
-                  Then then = Then::kNothing) {
-  Response response;
-  response.value = result.value;
-  response.error = result.error;
-  response.payload = static_cast<std::uint32_t>(payload.size());
-  response.then = then;
-  protocol::Send(socket, &response, sizeof(response), payload.data(), payload.size());
-}
-
-void SendPacket(int socket, const Bytes& bytes) {
-  send(socket, bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-}
-
-bool Shows(int socket, short event, int timeout = 0) {
-  struct pollfd entry {
-    socket, event, 0
-  };
-  return poll(&entry, 1, timeout) == 1 && (entry.revents & (event | POLLHUP | POLLERR)) != 0;
-}
-
-std::system_error Failure(const std::string& what) {
-  return std::system_error(errno, std::generic_category(), what);
-}
+using protocol::Message;
 
 int Listen(const std::string& path) {
   struct sockaddr_un address {};
   address.sun_family = AF_UNIX;
-  if (path.size() >= sizeof(address.sun_path)) {
-    throw std::system_error(ENAMETOOLONG, std::generic_category(), "the socket " + path);
-  }
-  std::strcpy(address.sun_path, path.c_str());
-  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-  if (listener < 0 ||
+  const bool fits = path.copy(address.sun_path, sizeof(address.sun_path) - 1) == path.size();
+  const int listener = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  errno = fits ? errno : ENAMETOOLONG;
+  if (!fits || listener < 0 ||
       bind(listener, reinterpret_cast<struct sockaddr*>(&address), sizeof(address)) != 0 ||
       listen(listener, SOMAXCONN) != 0) {
-    const std::system_error failure = Failure("the socket " + path);
-    if (listener >= 0) close(listener);
-    throw failure;
+    const std::error_code error(errno, std::generic_category());
+    close(listener);
+    throw std::system_error(error, "cannot create the socket " + common::Quoted(path));
   }
   return listener;
 }
 
-int SpareDescriptor() { return open("/dev/null", O_RDWR | O_CLOEXEC); }
+// Descriptors get the lowest free number, so a high one means that few are left. Those are needed
+// to accept channels before they are refused, and to open the device.
+bool IsScarce(int descriptor) {
+  constexpr rlim_t kSpare = 4;
+  struct rlimit limit;
+  return getrlimit(RLIMIT_NOFILE, &limit) == 0 &&
+         static_cast<rlim_t>(descriptor) + kSpare >= limit.rlim_cur;
+}
 
-bool Register(int events, int socket, std::uint64_t inode) {
-  struct epoll_event event {};
-  event.events = EPOLLIN;
-  event.data.u64 = inode;
-  return epoll_ctl(events, EPOLL_CTL_ADD, socket, &event) == 0;
+short Events(int socket) {
+  struct pollfd entry = {socket, POLLIN, 0};
+  return poll(&entry, 1, 0) == 1 ? entry.revents : short{0};
 }
 
 }  // namespace
@@ -85,403 +59,155 @@ DeviceServer::DeviceServer(Device& device, const std::string& path)
     : device_(device),
       path_(path),
       listener_(Listen(path)),
-      events_(epoll_create1(EPOLL_CLOEXEC)),
-      wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
-      spare_(SpareDescriptor()) {
-  if (events_ < 0 || wake_ < 0 || spare_ < 0 || !Register(events_, wake_, 0)) {
-    throw Failure("the service of the device");
-  }
-  std::lock_guard<std::mutex> lock(mutex_);
-  if (!StartWorker()) throw Failure("a thread to serve the device");
-  watcher_ = std::thread([this] { Watch(); });
-}
+      acceptor_([this] { AcceptChannels(); }) {}
 
 DeviceServer::~DeviceServer() {
-  std::vector<std::thread> workers;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    stopping_ = true;
-    shutdown(listener_, SHUT_RDWR);
-    for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
-    workers.swap(workers_);
-  }
-  eventfd_write(wake_, 1);
-  // A thread may wait in the device for a reply: with its connection gone, it returns. A worker
-  // that was just opening gets a connection after that, which is released once all have ended.
-  ReleaseAll();
-  watcher_.join();
-  for (std::thread& worker : workers) worker.join();
-  ReleaseAll();
-  for (const int descriptor : {listener_, events_, wake_, spare_}) close(descriptor);
+  std::unique_lock<std::mutex> lock(mutex_);
+  stopping_ = true;
+  shutdown(listener_, SHUT_RDWR);
+  for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
+  lock.unlock();
+  // A thread may wait in the device for a reply. It returns when its connection is closed. One that
+  // is just opening adds a connection after that, so all are closed again at the end.
+  CloseAbandoned();
+  acceptor_.join();
+  lock.lock();
+  channelEnded_.wait(lock, [this] { return channels_.empty(); });
+  lock.unlock();
+  CloseAbandoned();
+  close(listener_);
   unlink(path_.c_str());
 }
 
 // --- Channels. ---
 
-// With the lock held. False when there can be no more threads.
-bool DeviceServer::StartWorker() {
-  try {
-    workers_.emplace_back([this] { Work(); });
-  } catch (const std::system_error&) {
-    return false;
-  }
-  ++idle_;
-  return true;
-}
-
-int DeviceServer::Accept() {
+void DeviceServer::AcceptChannels() {
   while (true) {
-    // The kernel looks for a free descriptor before it looks for a channel.
-    Shows(listener_, POLLIN, -1);
     const int channel = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (channel >= 0) return channel;
-    const bool full = errno == EMFILE || errno == ENFILE;
-    std::lock_guard<std::mutex> lock(mutex_);
-    if (stopping_) return -1;
-    if (!full) continue;
-    close(spare_);
-    const int refused = accept4(listener_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (refused >= 0) {
-      SendResponse(refused, {-1, EMFILE}, {}, Then::kDropChannel);
-      close(refused);
+    std::unique_lock<std::mutex> lock(mutex_);
+    if (stopping_) {
+      if (channel >= 0) close(channel);
+      return;
     }
-    spare_ = SpareDescriptor();
-  }
-}
-
-void DeviceServer::Work() {
-  while (true) {
-    const int channel = Accept();
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      // The destructor shuts down the channels that it knows; this one it may have missed.
-      if (stopping_) {
-        if (channel >= 0) close(channel);
-        return;
+    try {
+      if (channel < 0 || IsScarce(channel)) {
+        throw std::system_error(EMFILE, std::generic_category());
       }
-      // A slow client must not hold up the others: somebody always waits for the next channel.
-      if (idle_ == 1 && !StartWorker()) {
-        SendResponse(channel, {-1, EAGAIN}, {}, Then::kDropChannel);
-        close(channel);
-        continue;
-      }
-      --idle_;
+      std::thread([this, channel] { ServeChannel(channel); }).detach();
       channels_.insert(channel);
-    }
-    protocol::Patience patience;
-    while (Serve(channel, &patience)) {
-    }
-    std::lock_guard<std::mutex> lock(mutex_);
-    channels_.erase(channel);
-    close(channel);
-    ++idle_;
-  }
-}
-
-bool DeviceServer::Serve(int channel, protocol::Patience* patience) {
-  Request request;
-  Bytes payload(4096);
-  std::size_t come = 0;
-  int passed = -1;
-  if (protocol::ReceiveHead(channel, &request, sizeof(request), payload.data(), payload.size(),
-                            &come, patience, &passed) != 0) {
-    return false;
-  }
-  payload.resize(std::min<std::uint64_t>(request.payload, kLongestMessage));
-  if (payload.size() != request.payload || come > payload.size() ||
-      protocol::Receive(channel, payload.data() + come, payload.size() - come) != 0) {
-    if (passed >= 0) close(passed);
-    return false;
-  }
-  // What a program closed by its end comes before what another does after that.
-  AttendDescriptors();
-  SetCaller(request.process, request.thread);
-  switch (request.kind) {
-    case Kind::kHello:
-      ++attached_;
-      SendResponse(channel, {});
-      break;
-    case Kind::kAdopt: {
-      std::lock_guard<std::mutex> lock(mutex_);
-      const auto found = tokens_.find(request.inode);
-      SendResponse(channel,
-                   found == tokens_.end() ? Result{-1, ENOENT} : Result{found->second.flags, 0});
-      break;
-    }
-    case Kind::kOpen:
-      Open(channel, request, passed);
-      break;
-    case Kind::kIoctl:
-      Ioctl(channel, request, std::move(payload));
-      break;
-    case Kind::kRead:
-      Read(channel, request);
-      break;
-    case Kind::kWrite:
-      Write(channel, request, payload);
-      break;
-    case Kind::kClose:
-      Close(channel, request);
-      break;
-  }
-  return true;
-}
-
-void DeviceServer::Open(int channel, const Request& request, int socket) {
-  // Without a socket, we have run into our limit, which is the program's own.
-  if (socket < 0) return SendResponse(channel, {-1, EMFILE});
-  const Result result = device_.Open(request.flags, request.mode, request.descriptor);
-  if (result.value == -1) {
-    close(socket);
-  } else {
-    std::lock_guard<std::mutex> lock(mutex_);
-    Token& token = tokens_[request.inode];
-    token.socket = socket;
-    token.connection = static_cast<std::uint64_t>(result.value);
-    token.flags = request.flags;
-    Register(events_, socket, request.inode);
-  }
-  SendResponse(channel, result);
-}
-
-void DeviceServer::Ioctl(int channel, const Request& request, Bytes payload) {
-  payload.resize(IoctlSize(request.request));
-  void* argument = request.hasBuffer != 0 ? payload.data() : nullptr;
-  const Result result = device_.Ioctl(ConnectionOf(request.inode), request.request, argument);
-  ShowReadiness();
-  SendResponse(channel, result, argument != nullptr ? payload : Bytes());
-}
-
-void DeviceServer::Read(int channel, const Request& request) {
-  std::uint64_t connection = 0;
-  bool nonBlocking = false;  // as opened
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = tokens_.find(request.inode);
-    if (found != tokens_.end()) {
-      connection = found->second.connection;
-      nonBlocking = (found->second.flags & O_NONBLOCK) != 0;
-    }
-    if (found != tokens_.end() && found->second.bypassed) {
-      return SendResponse(channel, {}, {}, Then::kTakePacket);
+    } catch (const std::system_error&) {
+      lock.unlock();
+      Message refusal;
+      refusal.value = -1;
+      refusal.error = EMFILE;
+      protocol::Send(channel, refusal, nullptr);
+      close(channel);
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));  // accept may fail at once again
     }
   }
-  Bytes buffer(std::min<std::uint64_t>(request.length, kLongestMessage));
-  void* target = request.hasBuffer != 0 ? buffer.data() : nullptr;
-  const Result result = device_.Read(connection, target, buffer.size(), nonBlocking);
-  buffer.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
-  Then then = Then::kNothing;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = tokens_.find(request.inode);
-    const auto readable = device_.ReadableAt(connection);
-    if (found != tokens_.end() && found->second.readable && (!readable || *readable > Now())) {
-      found->second.readable = false;
-      then = Then::kDiscardPacket;
-    }
+}
+
+void DeviceServer::ServeChannel(int channel) {
+  const std::unique_ptr<unsigned char[]> buffer(new unsigned char[kLongestMessage]);
+  while (ServeExchange(channel, buffer.get())) {
   }
-  ShowReadiness();
-  SendResponse(channel, result, buffer, then);
+  std::lock_guard<std::mutex> lock(mutex_);
+  close(channel);
+  channels_.erase(channel);
+  channelEnded_.notify_all();
 }
 
-void DeviceServer::Write(int channel, const Request& request, const Bytes& payload) {
-  const bool whole = payload.size() == std::min<std::uint64_t>(request.length, kLongestMessage);
-  const void* source = request.hasBuffer != 0 && whole ? payload.data() : nullptr;
-  const Result result = device_.Write(ConnectionOf(request.inode), source, request.length);
-  if (result.value != -1) AwaitAnswer(request.inode, true);
-  ShowReadiness();
-  SendResponse(channel, result);
+bool DeviceServer::ServeExchange(int channel, unsigned char* buffer) {
+  Message message;
+  if (protocol::Receive(channel, &message, buffer, kLongestMessage) != 0) return false;
+  CloseAbandoned();
+  SetCaller(message.process, message.thread);
+  const Result result = Perform(channel, &message, buffer);
+  message.value = result.value;
+  message.error = result.error;
+  protocol::Send(channel, message, buffer);  // may fail: the program can have ended
+  if (message.kind != Kind::kOpen) return true;
+  // A read that no hook sees takes the response and then finds the end; it does not wait for more.
+  shutdown(channel, SHUT_WR);
+  return false;
 }
 
-void DeviceServer::Close(int channel, const Request& request) {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = tokens_.find(request.inode);
-    if (found == tokens_.end()) return SendResponse(channel, {-1, EBADF});
-    // From here on nobody takes the end of the descriptor for the end of its program.
-    epoll_ctl(events_, EPOLL_CTL_DEL, found->second.socket, nullptr);
-  }
-  SendResponse(channel, {});
-  char closed;
-  const bool told = protocol::Receive(channel, &closed, sizeof(closed)) == 0;
-  const Result result = FinishClose(request.inode);
-  if (told) SendResponse(channel, result);
-}
-
-// Closes the connection unless another process still holds the descriptor.
-Result DeviceServer::FinishClose(std::uint64_t inode) {
-  std::uint64_t connection = 0;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = tokens_.find(inode);
-    if (found == tokens_.end()) return {};
-    if (!Shows(found->second.socket, POLLHUP)) {
-      Register(events_, found->second.socket, inode);
+Result DeviceServer::Perform(int channel, Message* message, unsigned char* buffer) {
+  const std::uint64_t connection = message->connection;
+  constexpr std::uint64_t kMost = kLongestMessage;
+  Result result;
+  switch (message->kind) {
+    case Kind::kLoaded:
+      loaded_ = true;
       return {};
-    }
-    connection = found->second.connection;
+    case Kind::kOpen:
+      return Open(channel, *message);
+    case Kind::kIoctl:
+      return device_.Ioctl(connection, message->request, message->payload > 0 ? buffer : nullptr);
+    case Kind::kRead:
+      result = device_.Read(connection, buffer, std::min(message->length, kMost),
+                            message->nonBlocking != 0);
+      if (result.value > 0) message->payload = static_cast<std::uint32_t>(result.value);
+      return result;
+    case Kind::kWrite:
+      message->payload = 0;
+      return device_.Write(connection, buffer, message->length);
+    case Kind::kClosing:
+    case Kind::kClosed:
+      return Close(connection, message->kind == Kind::kClosing);
+  }
+  return {-1, EPROTO};
+}
+
+// --- Descriptors. ---
+
+Result DeviceServer::Open(int channel, const Message& request) {
+  const Result result = device_.Open(request.flags, request.mode, request.descriptor);
+  if (result.value == -1) return result;
+  std::lock_guard<std::mutex> lock(mutex_);
+  descriptors_[static_cast<std::uint64_t>(result.value)].socket =
+      fcntl(channel, F_DUPFD_CLOEXEC, 0);
+  return result;
+}
+
+Result DeviceServer::Close(std::uint64_t connection, bool begins) {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = descriptors_.find(connection);
+    if (found == descriptors_.end()) return {};
+    found->second.closes += begins ? 1 : -1;
+    if (begins || (Events(found->second.socket) & POLLHUP) == 0) return {};
     Forget(found);
   }
   return device_.Close(connection, CloseReason::kProgramClosed);
 }
 
-std::uint64_t DeviceServer::ConnectionOf(std::uint64_t inode) const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = tokens_.find(inode);
-  return found == tokens_.end() ? 0 : found->second.connection;
-}
-
-// --- Descriptors. ---
-
-void DeviceServer::Watch() {
-  while (true) {
-    int timeout = -1;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (stopping_) return;
-      if (due_) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(*due_ - Now()).count();
-        timeout = static_cast<int>(std::clamp<std::int64_t>(left, 0, 3'600'000));
-      }
-    }
-    struct epoll_event event {};
-    epoll_wait(events_, &event, 1, timeout);
-    eventfd_t ignored;
-    eventfd_read(wake_, &ignored);
-    AttendDescriptors();
-    ReadAhead();
-    ShowReadiness();
-  }
-}
-
-void DeviceServer::AttendDescriptors() {
-  std::lock_guard<std::mutex> attending(attending_);
-  struct epoll_event events[16];
-  for (int count = 16; count == 16;) {
-    count = epoll_wait(events_, events, 16, 0);
-    for (int i = 0; i < count; ++i) {
-      if (events[i].data.u64 != 0) Attend(events[i].data.u64, (events[i].events & EPOLLHUP) != 0);
-    }
-  }
-}
-
-void DeviceServer::Attend(std::uint64_t inode, bool ended) {
-  while (true) {
-    std::uint64_t connection = 0;
-    ssize_t size = 0;
-    CloseReason reason = CloseReason::kProgramEnded;
-    {
-      std::lock_guard<std::mutex> lock(mutex_);
-      if (stopping_)
-        reason = CloseReason::kServiceEnded;  // and the program gives up for lack of it
-      const auto found = tokens_.find(inode);
-      if (found == tokens_.end()) return;
-      connection = found->second.connection;
-      size = recv(found->second.socket, nullptr, 0, MSG_PEEK | MSG_TRUNC | MSG_DONTWAIT);
-      if (size == 0 && !ended) recv(found->second.socket, nullptr, 0, MSG_DONTWAIT);
-      if (size <= 0 && !ended) return;  // nothing, or a write of nothing
-      if (size <= 0) Forget(found);
-    }
-    if (size <= 0) {
-      device_.Close(connection, reason);
-      return;
-    }
-    TakePacket(inode, static_cast<std::size_t>(size));
-  }
-}
-
-void DeviceServer::TakePacket(std::uint64_t inode, std::size_t size) {
-  Bytes packet(size);
-  std::uint64_t connection = 0;
+void DeviceServer::CloseAbandoned() {
+  std::lock_guard<std::mutex> closing(closing_);
+  std::vector<std::uint64_t> abandoned;
+  CloseReason reason = CloseReason::kProgramEnded;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = tokens_.find(inode);
-    if (found == tokens_.end()) return;
-    recv(found->second.socket, packet.data(), packet.size(), MSG_DONTWAIT);
-    found->second.bypassed = true;
-    connection = found->second.connection;
-  }
-  const Result result = device_.Write(connection, packet.data(), packet.size());
-  AwaitAnswer(inode, result.value != -1);
-}
-
-void DeviceServer::AwaitAnswer(std::uint64_t inode, bool comes) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = tokens_.find(inode);
-  if (found == tokens_.end() || !found->second.bypassed) return;
-  if (comes && device_.ReadableAt(found->second.connection)) {
-    ++found->second.unanswered;
-    eventfd_write(wake_, 1);
-  } else {
-    SendPacket(found->second.socket, {});  // nobody is to wait for what will not come
-  }
-}
-
-void DeviceServer::ShowReadiness() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto before = due_;
-  due_ = std::nullopt;
-  for (auto& [inode, token] : tokens_) {
-    const auto next = ShowReadiness(&token);
-    if (next && (!due_ || *next < *due_)) due_ = next;
-  }
-  if (due_ && (!before || *due_ < *before)) eventfd_write(wake_, 1);
-}
-
-std::optional<nanoseconds> DeviceServer::ShowReadiness(Token* token) {
-  if (token->bypassed ? token->unanswered == 0 : token->readable) return std::nullopt;
-  const auto readable = device_.ReadableAt(token->connection);
-  if (token->bypassed && !Shows(token->socket, POLLOUT)) return Now() + kQueueFull;
-  if (!readable || *readable > Now() || token->bypassed) return readable;
-  token->readable = true;
-  SendPacket(token->socket, {});
-  return std::nullopt;
-}
-
-void DeviceServer::ReadAhead() {
-  std::vector<std::pair<std::uint64_t, std::uint64_t>> ready;  // inodes and connections
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    for (auto& [inode, token] : tokens_) {
-      if (token.unanswered == 0 || !Shows(token.socket, POLLOUT)) continue;
-      const auto readable = device_.ReadableAt(token.connection);
-      if (!readable || *readable > Now()) continue;
-      --token.unanswered;
-      ready.emplace_back(inode, token.connection);
+    // A program that fails because the service ends has not ended by itself.
+    if (stopping_) reason = CloseReason::kServiceEnded;
+    for (auto next = descriptors_.begin(); next != descriptors_.end();) {
+      const auto descriptor = next++;
+      const int socket = descriptor->second.socket;
+      const short events = Events(socket);
+      char byte;
+      if (events != 0 && recv(socket, &byte, 1, MSG_PEEK | MSG_DONTWAIT) > 0) bypassed_ = true;
+      const bool isAbandoned = (events & POLLHUP) != 0 && descriptor->second.closes == 0;
+      if (!isAbandoned && !stopping_) continue;
+      abandoned.push_back(descriptor->first);
+      Forget(descriptor);
     }
   }
-  for (const auto& [inode, connection] : ready) {
-    std::optional<nanoseconds> readable(0);
-    while (readable && *readable <= Now()) {
-      Bytes message(kLongestMessage);
-      const Result result = device_.Read(connection, message.data(), message.size(), false);
-      message.resize(result.value > 0 ? static_cast<std::size_t>(result.value) : 0);
-      std::lock_guard<std::mutex> lock(mutex_);
-      const auto found = tokens_.find(inode);
-      if (found != tokens_.end()) SendPacket(found->second.socket, message);
-      readable = result.value > 0 ? device_.ReadableAt(connection) : std::nullopt;
-    }
-  }
+  for (const std::uint64_t connection : abandoned) device_.Close(connection, reason);
 }
 
-// Takes the token out.
-void DeviceServer::Forget(Tokens::iterator token) {
-  epoll_ctl(events_, EPOLL_CTL_DEL, token->second.socket, nullptr);
-  close(token->second.socket);
-  tokens_.erase(token);
-}
-
-void DeviceServer::ReleaseAll() {
-  std::vector<std::uint64_t> connections;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    while (!tokens_.empty()) {
-      connections.push_back(tokens_.begin()->second.connection);
-      Forget(tokens_.begin());
-    }
-  }
-  for (const std::uint64_t connection : connections)
-    device_.Close(connection, CloseReason::kServiceEnded);
+void DeviceServer::Forget(Descriptors::iterator descriptor) {
+  close(descriptor->second.socket);
+  descriptors_.erase(descriptor);
 }
 
 }  // namespace zulisim

@@ -4,8 +4,11 @@
 
 #include <cstdlib>
 #include <filesystem>
+#include <iostream>
 #include <stdexcept>
 
+#include "common/format.h"
+#include "common/text.h"
 #include "simulator/preload/device_server.h"
 #include "simulator/preload/protocol.h"
 #include "simulator/program/program.h"
@@ -37,7 +40,8 @@ std::string Extended(const char* variable, const std::string& addition, bool inF
 // Prepares this process's environment, which the program inherits.
 void SetEnvironment(const std::string& socket, const std::string& root) {
   setenv(protocol::kSocketVariable, socket.c_str(), 1);
-  setenv(protocol::kRootVariable, root.c_str(), 1);
+  setenv(protocol::kLogVariable, (root + "/data/Marvoleth.log").c_str(), 1);
+  setenv(protocol::kRegistryVariable, (root + "/etc/vrel_registry.txt").c_str(), 1);
   setenv("LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true).c_str(), 1);
   // A program that is built with the address sanitizer would refuse a library before its own
   // runtime.
@@ -62,19 +66,19 @@ PreloadedProgram::PreloadedProgram(const std::vector<std::string>& arguments,
 int PreloadedProgram::Serve(Device& device) {
   DeviceServer server(device, getenv(protocol::kSocketVariable));
   const int status = RunChild(path(), arguments());
-  server.AttendDescriptors();
-  attached_ = server.Attached() > 0;
+  server.CloseAbandoned();
+  loaded_ = server.Loaded();
+  if (server.Bypassed()) {
+    std::cerr << common::Format(
+        "zulisim: warning: the program uses system calls that the preload library cannot see{}\n",
+        kUseFuse);
+  }
   return status;
 }
 
-std::string PreloadedProgram::UnusedBecause() const {
-  if (!attached_) {
-    return "'" + path() + "' never loaded the preload library; --device fuse serves any program";
-  }
-  return "where '" + path() +
-         "' uses it, it runs without the preload library (LD_PRELOAD cleared or replaced) or "
-         "passes "
-         "it by (RTLD_DEEPBIND, system calls of its own); --device fuse serves any program";
+std::string PreloadedProgram::WhyUnused() const {
+  if (loaded_) return "the preload library was loaded, but nothing opened '/dev/zuli' through it";
+  return common::Format("{} did not load the preload library{}", common::Quoted(path()), kUseFuse);
 }
 
 }  // namespace zulisim

@@ -16,10 +16,10 @@ class PreloadedProgram : public ServedProgram {
 
  protected:
   int Serve(Device& device) override;
-  std::string UnusedBecause() const override;
+  std::string WhyUnused() const override;
 
  private:
-  bool attached_ = false;
+  bool loaded_ = false;
 };
 
 }  // namespace zulisim

@@ -95,7 +95,8 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
   if (linker.empty()) {
     throw ProgramError(kCannotRun, "'" + path +
                                        "' is statically linked: a preloaded library cannot serve "
-                                       "it. Link it dynamically, or use --device fuse");
+                                       "it" +
+                                       kUseFuse);
   }
   const std::string own = OwnDynamicLinker();
   if (!own.empty() && FileName(linker) != FileName(own)) {

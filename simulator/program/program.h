@@ -16,6 +16,13 @@ class ProgramError : public std::runtime_error {
   int status_;
 };
 
+// The remedy at the end of a message about a program that the preload library does not serve.
+#ifdef ZULISIM_HAS_FUSE
+inline constexpr const char* kUseFuse = "; use --device fuse";
+#else
+inline constexpr const char* kUseFuse = "";
+#endif
+
 inline constexpr int kCannotRun = 126;
 inline constexpr int kNotFound = 127;
 

@@ -100,7 +100,7 @@ int ServedProgram::Run(Device& device) {
   const Use use(device);
   const int status = Serve(device);
   if (!use.seen()) {
-    std::cerr << "zulisim: warning: no operation has reached the device: " + UnusedBecause() + "\n";
+    std::cerr << "zulisim: warning: " + WhyUnused() + "\n";
   }
   const std::string remaining = RemainingProcesses();
   if (!remaining.empty()) {
@@ -110,5 +110,7 @@ int ServedProgram::Run(Device& device) {
   }
   return status;
 }
+
+std::string ServedProgram::WhyUnused() const { return "nothing opened '/dev/zuli'"; }
 
 }  // namespace zulisim

@@ -36,8 +36,8 @@ class ServedProgram {
 
  protected:
   virtual int Serve(Device& device) = 0;
-  // Why nothing may have reached the device, for the warning.
-  virtual std::string UnusedBecause() const = 0;
+  // What is known when no operation has reached the device, for the warning.
+  virtual std::string WhyUnused() const;
 
   // `path` is the file of the program, `arguments` begin with its name. Without `root` the program
   // gets a temporary folder. Throws std::exception when the folder cannot be used.

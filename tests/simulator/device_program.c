@@ -77,10 +77,11 @@ static long Bare(long number, size_t count) {
 static long BareRead(size_t count) { return Bare(SYS_read, count); }
 static long BareWrite(size_t count) { return Bare(SYS_write, count); }
 
-/* 1 for what can be read within so many milliseconds. */
-static long Poll(size_t timeout) {
-  struct pollfd entry = {device, POLLIN, 0};
-  return poll(&entry, 1, (int)timeout);
+/* The events of a descriptor: 5 when it can be read and written. */
+static long Poll(size_t none) {
+  struct pollfd entry = {device, POLLIN | POLLOUT, (short)none};
+  poll(&entry, 1, 0);
+  return entry.revents;
 }
 
 static long Flags(size_t command) { return fcntl(device, command ? (int)command : F_GETFL); }
