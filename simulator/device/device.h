@@ -1,10 +1,8 @@
 #pragma once
 
-#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
-#include <optional>
 #include <vector>
 
 #include "simulator/device/device_abi.h"
@@ -35,9 +33,6 @@ class Device {
   // Ends the connection, even when the result is a failure. A read that waits on it returns. When
   // the program did not make the close and the connection is not open, nothing happens.
   virtual Result Close(std::uint64_t connection, CloseReason reason) = 0;
-  // When a read will stop waiting, in the time of Now(): at once when a message or an error is
-  // there, nothing when no message is on its way. Does not wait itself.
-  virtual std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) = 0;
 
   // The observer is not owned. It must live until it is removed or the device is destroyed.
   void AddObserver(OperationObserver* observer);

@@ -197,16 +197,6 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   return Finish(&task, static_cast<std::int64_t>(count));
 }
 
-std::optional<std::chrono::nanoseconds> Engine::ReadableAt(std::uint64_t connection) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = connections_.find(connection);
-  if (found == connections_.end()) return std::nullopt;
-  if (found->second.lost) return std::chrono::nanoseconds(0);
-  const MessageQueue& pending = found->second.pending;
-  if (pending.empty() || pending.front().held) return std::nullopt;
-  return pending.front().ready.time_since_epoch();
-}
-
 Result Engine::Close(std::uint64_t connection, CloseReason reason) {
   std::lock_guard<std::mutex> lock(mutex_);
   const bool isOpen = connections_.count(connection) > 0;

@@ -59,7 +59,6 @@ class Engine : public Device {
               bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection, CloseReason reason) override;
-  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
 
   // --- Instructions. ---
 

@@ -1,7 +1,6 @@
 #include "simulator/record/passthrough_device.h"
 
 #include <fcntl.h>
-#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -188,18 +187,6 @@ Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, st
     return Finish(&record, {-1, EMSGSIZE});
   }
   return Finish(&record, SystemResult(write(file->descriptor(), buffer, length)));
-}
-
-std::optional<std::chrono::nanoseconds> PassthroughDevice::ReadableAt(std::uint64_t connection) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = files_.find(connection);
-  if (found == files_.end()) return std::nullopt;
-  struct pollfd entry {
-    found->second->descriptor(), POLLIN, 0
-  };
-  if (poll(&entry, 1, 0) > 0) return std::chrono::nanoseconds(0);
-  // A guess: when to ask again.
-  return Now() + std::chrono::milliseconds(2);
 }
 
 Result PassthroughDevice::Close(std::uint64_t connection, CloseReason reason) {

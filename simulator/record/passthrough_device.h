@@ -26,7 +26,6 @@ class PassthroughDevice : public DecodedDevice {
               bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection, CloseReason reason) override;
-  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
 
  private:
   class File;

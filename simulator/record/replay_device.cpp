@@ -224,16 +224,6 @@ Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
   return result;
 }
 
-std::optional<std::chrono::nanoseconds> ReplayDevice::ReadableAt(std::uint64_t connection) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const auto found = live_.find(connection);
-  if (found == live_.end()) return std::nullopt;
-  if (lost_) return std::chrono::nanoseconds(0);
-  const auto next = Choose(*found->second.node, nullptr);
-  const bool isRead = next && recording_.operations[next->operation].operation == Operation::kRead;
-  return isRead ? std::optional(std::chrono::nanoseconds(0)) : std::nullopt;
-}
-
 Result ReplayDevice::Close(std::uint64_t connection, CloseReason reason) {
   OperationRecord got = BeginClose(connection, reason);
   std::unique_lock<std::mutex> lock(mutex_);

@@ -36,7 +36,6 @@ class ReplayDevice : public DecodedDevice {
               bool nonBlocking) override;
   Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
   Result Close(std::uint64_t connection, CloseReason reason) override;
-  std::optional<std::chrono::nanoseconds> ReadableAt(std::uint64_t connection) override;
 
   // Call it when the program has ended: what the program left out is a divergence too.
   void End();
