@@ -180,8 +180,13 @@ Option Command::AddWord(const std::string& names, const std::vector<std::string>
 
 Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
                               std::string* target, const std::string& help) {
-  CLI::Option* option = app_->add_flag(name + "{" + words.front() + "}", *target, help);
-  return InGroup(option->each([=](const std::string& text) { IndexOf(text, words, name); }));
+  const auto store = [=](std::string& text) {
+    if (text == "true") text = words.front();  // the flag without a value
+    IndexOf(text, words, name);
+    return std::string();
+  };
+  CLI::Option* option = app_->add_flag(name, *target, help);
+  return InGroup(option->transform(CLI::Validator(store, "")));
 }
 
 Option Command::AddList(const std::string& names, std::vector<std::string>* target,

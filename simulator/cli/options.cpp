@@ -145,7 +145,7 @@ void AddOutputOptions(common::Command* command, OutputOptions* options) {
   command->AddFile("--trace", &options->traceFile,
                    "Write Chrome trace events to FILE, for the Perfetto viewer");
   command->AddFile("--report", &options->reportFile,
-                   "Write one HTML page about the run to FILE; implies --log");
+                   "Write one HTML page to FILE, with the operations and, as --log does, the log");
   command->AddFlagOrWord("--time", {"start", "clock"}, &options->time,
                          "In the transcript, show the seconds since the start, or with "
                          "--time=clock the local date and time, as logcat does");

@@ -12,7 +12,7 @@ namespace zulisim {
 
 class RunSummary;
 
-// A line of the library's log; each KaloInit3 of a program has one more copy of it written.
+// A line of the library's log. The library writes one more copy of each line after each KaloInit3.
 struct LogLine {
   common::LogRecord record;
   std::size_t copies = 1;

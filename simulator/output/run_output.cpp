@@ -22,7 +22,7 @@ std::string Date() {
   return text;
 }
 
-// How far the system clock is ahead of Now().
+// Returns how far the system clock is ahead of Now().
 std::chrono::nanoseconds SystemClock() {
   return std::chrono::system_clock::now().time_since_epoch() - Now();
 }
@@ -120,8 +120,7 @@ void RunOutput::Note(const std::string& text) {
   for (const auto& writer : writers_) writer->OnNote(text, Now());
 }
 
-// The program waits for the operation that this comes before, so that what its thread has written
-// is there as a whole.
+// The calling thread of the program waits for the operation, so that its log lines are complete.
 void RunOutput::PassOnLog() {
   if (log_ == nullptr) return;
   common::LogSplitter splitter(

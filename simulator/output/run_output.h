@@ -18,7 +18,7 @@
 
 namespace zulisim {
 
-// What a run writes down. A file that is not named is not written.
+// Which outputs a run has. An empty name stands for no file.
 struct OutputOptions {
   std::string transcriptFile;
   std::string traceFile;               // Chrome trace events
@@ -75,7 +75,7 @@ class RunOutput : public OperationObserver {
   Device* device_;
   const bool printsSummary_;
   const bool redact_;
-  std::mutex mutex_;  // guards all that follows: the program may have left another behind
+  std::mutex mutex_;  // guards all members below: operations may still come during Finish
   bool finished_ = false;
   RunSummary summary_;
   TextSink summarySink_;  // null without a file

@@ -1,8 +1,9 @@
 #include "simulator/output/transcript.h"
 
+#include <strings.h>
+
 #include <algorithm>
 #include <ctime>
-#include <strings.h>
 
 #include "common/format.h"
 #include "common/hex.h"

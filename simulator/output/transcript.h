@@ -24,32 +24,31 @@ struct TranscriptFilter {
 
 struct TranscriptStyle {
   common::Colours colours;
-  // Name a descriptor by the engine's own number, "#1", which is the same however a program is
-  // attached, and not by the program's, "fd 5", which is the default where it is known. Processes
-  // and threads, which are never the same, are not named then.
+  // Show the engine's number of a connection, "#1", instead of the program's descriptor, "fd 5",
+  // and no processes and threads: the transcript is then the same in every run and attachment.
   bool connectionNumbers = false;
   // Show the seconds since this moment of the clock of Now().
   std::optional<std::chrono::nanoseconds> start = std::nullopt;
   // Show the local date and time; the value is what the system clock is ahead of Now().
   std::optional<std::chrono::nanoseconds> clock = std::nullopt;
-  // So many bytes of each message follow its line.
+  // Show up to this many bytes of each message below its line.
   std::size_t bytes = 0;
   TranscriptFilter only = {};
-  // Name the process and, after a slash, the thread that is not its first.
+  // Show the process and, after a slash, a thread that is not its first.
   bool threads = false;
 };
 
-// One line about one operation, without a line end, and those of its bytes:
+// Returns the line of an operation and those of its bytes, without the last line end:
 //   "   4  fd 5  KALO  read     64 of 4096 bytes  command 0x10  status 0x0"
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
-// The line of something that is no operation: "0.001234 tell lose".
+// Returns the text of an event that is no operation: "0.001234 tell lose".
 std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
                      const TranscriptStyle& style);
 
-// Hands out a line, with its end, as each operation ends, and those of the log between them. From
-// the first operation of a second process or thread on, each line names who made the call.
+// Writes a line for each operation when it ends, and the lines of the log between them. From the
+// first operation of a second process or thread on, each line shows the process and thread.
 class Transcript : public OutputWriter {
  public:
   Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(style) {}
