@@ -21,7 +21,11 @@ foreach(package library:libkalodll tools:kalodll-tools)
   install(FILES "${PROJECT_BINARY_DIR}/changelog.gz" DESTINATION "${_doc}"
     COMPONENT ${CMAKE_MATCH_1} OPTIONAL)
 endforeach()
-# The loader must learn of the library.
+# Debian keeps its log library in a private folder, so libkalodll.so must name the folder.
+file(WRITE "${PROJECT_BINARY_DIR}/lintian/libkalodll" "libkalodll: custom-library-search-path *\n")
+install(FILES "${PROJECT_BINARY_DIR}/lintian/libkalodll"
+  DESTINATION "${CMAKE_INSTALL_DATADIR}/lintian/overrides" COMPONENT library)
+# Makes dpkg run ldconfig.
 file(WRITE "${PROJECT_BINARY_DIR}/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/triggers")
 # dpkg-shlibdeps finds what the binaries need, liblog's package included; libkalodll itself belongs to
@@ -31,14 +35,14 @@ set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_NAME libkalodll)
 set(CPACK_COMPONENT_LIBRARY_DESCRIPTION
-  "Carries a driver's protected-media commands to firmware clients\n\
- The shared library with its headers, a CMake package and a pkg-config file.")
+  "carries a driver's protected-media commands to firmware clients\n\
+The shared library with its headers, a CMake package and a pkg-config file.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME kalodll-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION devel)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "libkalodll (= ${PROJECT_VERSION})")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS fuse3)
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION
-  "The bench of libkalodll: a security engine in software, and kaloctl\n\
- zulisim serves any program the device in software; kaloctl drives the library as a driver would.\n\
- With man pages, completion, documents and scenarios.")
+  "tools for libkalodll: a security engine in software, and kaloctl\n\
+zulisim gives any program the device in software. kaloctl calls the library as a driver\n\
+does. With man pages, completion, documents and scenarios.")
 include(CPack)

@@ -5,7 +5,7 @@ set -euo pipefail
 tool=$1 version=$2 folder=$3
 name=${tool##*/}
 mkdir -p "$folder"
-rm -f "$folder/$name".1 "$folder/$name"-*.1
+rm -f "$folder/$name".1* "$folder/$name"-*.1*
 scratch=$(mktemp -d)
 trap 'rm -rf "$scratch"' EXIT
 
@@ -18,7 +18,7 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   # Reads on after the first line, so that nothing ends in a broken pipe.
   about=$("$@" --help | sed -n 1p)
   help2man --no-info --section=1 --source="kalodll $version" --version-string="$version" \
-    --manual="User Commands" --name="${about%.}" "$scratch/$page" >"$folder/$page.1"
+    --manual="User Commands" --name="${about%.}" "$scratch/$page" | gzip -9n >"$folder/$page.1.gz"
 }
 
 page "$name" "$tool"
