@@ -131,12 +131,10 @@ void PrepareNode() {
 }
 
 // Null where no socket can be created beside the served file, which is served all the same.
-std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine,
-                                           RunOutput* output) {
+std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
   const auto check = [kind](const Scenario& added) { CheckKernelCarries(added, kind); };
   try {
-    return std::make_unique<ControlServer>(
-        path, engine, check, [output](const std::string& text) { output->Note(text); });
+    return std::make_unique<ControlServer>(path, engine, check);
   } catch (const std::runtime_error& error) {
     std::cerr << "zulisim: warning: 'zulisim tell' cannot be used: " << error.what() << "\n";
     return nullptr;
@@ -179,7 +177,7 @@ int Serve(const ServeOptions& options) {
                    &engine);
   {
     KernelServer server(engine, kind, path, geteuid() == 0);
-    const auto control = MakeControl(kind, path, &engine, &output);
+    const auto control = MakeControl(kind, path, &engine);
     std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
     WaitForEnd(server);
   }

@@ -103,12 +103,8 @@ std::string ControlServer::Ask(const std::string& served, const std::string& req
   return answer.substr(1);
 }
 
-ControlServer::ControlServer(const std::string& served, Engine* engine, Check check, Notice notice)
-    : path_(PathFor(served)),
-      engine_(engine),
-      check_(std::move(check)),
-      notice_(std::move(notice)),
-      socket_(NewSocket(path_)) {
+ControlServer::ControlServer(const std::string& served, Engine* engine, Check check)
+    : path_(PathFor(served)), engine_(engine), check_(std::move(check)), socket_(NewSocket(path_)) {
   try {
     const sockaddr_un address = AddressOf(path_);
     // SIGKILL leaves the socket of a server behind.
@@ -165,7 +161,7 @@ void ControlServer::AddFaultFromNow(const FaultKind& kind, const std::string& va
   check_(instruction);
   Fault& fault = instruction.faults.back();
   fault.origin = common::Format("tell {} {}", kind.option, value);
-  notice_(fault.origin);
+  engine_->Announce(fault.origin);
   engine_->AddFaultFromNow(fault);
 }
 
@@ -185,7 +181,7 @@ std::string ControlServer::Answer(const std::string& request) {
     DeviceLoss untilBack;
     untilBack.failingOpens = kForever;
     const DeviceLoss loss = text.empty() ? untilBack : ParseLoss(text, untilBack);
-    notice_("tell " + request);
+    engine_->Announce("tell " + request);
     engine_->LoseDevice(loss);
   } else if (std::find(known.begin(), known.end(), word) == known.end()) {
     throw common::InputError(common::Format("unknown instruction {}; expected {}",
@@ -194,10 +190,10 @@ std::string ControlServer::Answer(const std::string& request) {
     throw common::InputError(common::Format("unexpected argument {} after {}", common::Quoted(text),
                                             common::Quoted(word)));
   } else if (word == "back") {
-    notice_("tell back");
+    engine_->Announce("tell back");
     engine_->RestoreDevice();
   } else if (word == "release") {
-    notice_("tell release");
+    engine_->Announce("tell release");
     const std::size_t count = engine_->ReleaseReplies();
     return common::Counted(count, "reply", "replies") + " released\n";
   } else {

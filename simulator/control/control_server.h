@@ -18,13 +18,12 @@ namespace zulisim {
 //   counts          answers how often each operation and instruction has happened
 //   KIND VALUE      adds a fault of that kind, as in "fault read:1=EIO", which counts from now on
 //
-// Its thread takes one request at a time.
+// Its thread takes one request at a time. The engine's observers see each instruction as an event,
+// "tell lose", just before it takes effect.
 class ControlServer {
  public:
   // Throws std::invalid_argument for an instruction that the attachment cannot carry.
   using Check = std::function<void(const Scenario& instruction)>;
-  // Takes an instruction just before it is carried out: "tell lose". Runs on the server's thread.
-  using Notice = std::function<void(const std::string& text)>;
 
   // "/tmp/zuli.control" for "/tmp/zuli".
   static std::string PathFor(const std::string& served) { return served + ".control"; }
@@ -33,7 +32,7 @@ class ControlServer {
   static std::string Ask(const std::string& served, const std::string& request);
 
   // The engine is not owned and must outlive the server. Throws std::runtime_error.
-  ControlServer(const std::string& served, Engine* engine, Check check, Notice notice);
+  ControlServer(const std::string& served, Engine* engine, Check check);
   // Removes the socket.
   ~ControlServer();
   ControlServer(const ControlServer&) = delete;
@@ -48,7 +47,6 @@ class ControlServer {
   const std::string path_;
   Engine* const engine_;
   const Check check_;
-  const Notice notice_;
   int socket_ = -1;
   std::thread thread_;
 };

@@ -97,7 +97,7 @@ struct OperationRecord {
 // Something that happens to the device between two operations.
 struct DeviceEvent {
   std::chrono::nanoseconds time{};  // on the monotonic clock
-  std::string text;                 // for people, as in "the device is lost"; one line
+  std::string text;                 // one line, as in "tell lose"
 };
 
 // Removes message bodies and private data. What stays is the connect record and the headers of

@@ -421,21 +421,16 @@ void Engine::ClearFaults() {
 void Engine::LoseDevice(const DeviceLoss& loss) {
   std::lock_guard<std::mutex> lock(mutex_);
   Lose(loss);
-  std::string text = "the device is lost";
-  if (loss.failingOpens > 0) {
-    const std::string opens = loss.failingOpens == kForever ? "every open fails"
-                              : loss.failingOpens == 1
-                                  ? "the next open fails"
-                                  : common::Format("the next {} opens fail", loss.failingOpens);
-    text += common::Format("; {} with {}", opens, ErrnoName(loss.openError));
-  }
-  Notify(DeviceEvent{Now(), text});
 }
 
 void Engine::RestoreDevice() {
   std::lock_guard<std::mutex> lock(mutex_);
   failingOpens_ = 0;
-  Notify(DeviceEvent{Now(), "the device is back"});
+}
+
+void Engine::Announce(const std::string& text) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  Notify(DeviceEvent{Now(), text});
 }
 
 void Engine::FailNext(Operation operation, int error, std::uint64_t times) {

@@ -81,6 +81,8 @@ class Engine : public Device {
   void LoseDevice(const DeviceLoss& loss = {});
   // The next open finds it again, however many were still to fail.
   void RestoreDevice();
+  // Shows observers an event between the operations before and after this call.
+  void Announce(const std::string& text);
   // Shorthands: the next operation of the kind, and the `times - 1` after it.
   void FailNext(Operation operation, int error, std::uint64_t times = 1);
   void ShortenNext(Operation operation, std::size_t count);

@@ -114,10 +114,10 @@ void RunOutput::OnOperation(const OperationRecord& record) {
   for (const auto& writer : writers_) writer->OnOperation(shown);
 }
 
-void RunOutput::Note(const std::string& text) {
+void RunOutput::OnDeviceEvent(const DeviceEvent& event) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
-  for (const auto& writer : writers_) writer->OnNote(text, Now());
+  for (const auto& writer : writers_) writer->OnNote(event.text, event.time);
 }
 
 // The calling thread of the program waits for the operation, so that its log lines are complete.

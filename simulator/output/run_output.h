@@ -62,8 +62,7 @@ class RunOutput : public OperationObserver {
   RunOutput& operator=(const RunOutput&) = delete;
 
   void OnOperation(const OperationRecord& record) override;
-  // Adds a line that is no operation: "tell lose".
-  void Note(const std::string& text);
+  void OnDeviceEvent(const DeviceEvent& event) override;
   // Completes all outputs, with the program's exit status if there is one. Returns false, after a
   // line on standard error, when an output is incomplete. Nothing may follow.
   bool Finish(std::optional<int> status);
