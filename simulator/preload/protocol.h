@@ -45,9 +45,9 @@
 //     that for a warning.
 //
 // A close is two exchanges. The library sends kClosing, closes the descriptor and sends kClosed.
-// Between them, the server does not take a hang-up for the end of the program. After them, a hang-up
-// means that this was the last duplicate, and the server closes the connection. Otherwise another
-// process still has one.
+// Between them, the server does not take a hang-up for the end of the program. After them, a
+// hang-up means that this was the last duplicate, and the server closes the connection. Otherwise
+// another process still has one.
 //
 // When one side ends, the other goes on at once: the program's call fails with ENODEV, and the
 // server's thread ends when the device returns.
