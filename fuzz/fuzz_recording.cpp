@@ -1,11 +1,13 @@
-// Any text as a recording: it is refused with a message and a place, or what is written of it reads
-// as the same recording again, and a program that does what it says is played its side.
+// Any text as a recording: the reader refuses it with a message and a place, or the recording that
+// is written from it reads as the same. A program that makes its calls can be served by a replay,
+// and a scenario is made from it or refused.
 
 #include <algorithm>
 
 #include "fuzz/check.h"
 #include "simulator/engine/engine.h"
 #include "simulator/record/recording.h"
+#include "simulator/record/recording_scenario.h"
 #include "simulator/record/replay_device.h"
 
 namespace {
@@ -60,6 +62,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const zulisim::Recording again = zulisim::ParseRecording(written);
   FUZZ_CHECK(!again.cut && again.operations.size() == recording.operations.size());
   FUZZ_CHECK(Written(again) == written);
+
+  try {
+    FUZZ_CHECK(!zulisim::ScenarioOf(recording, "recording").empty());
+  } catch (const common::InputError& error) {
+    FUZZ_CHECK(*error.what() != '\0');
+  }
 
   zulisim::ReplayDevice device(recording);
   for (const auto& operation : recording.operations) Perform(&device, operation);

@@ -21,9 +21,9 @@ void OperationDecoder::Describe(Connection* connection, OperationRecord* record)
     connection->client = ClientName(record->input);
     record->payload = Payload::kConnectRecord;
   } else if (record->operation == Operation::kWrite && record->result > 0) {
-    connection->commandId = WordAt(record->input, kCommandIdOffset);
-    connection->privateDataNext = false;
     record->payload = Payload::kRequest;
+    connection->commandId = WordAt(record->Message(), kCommandIdOffset);
+    connection->privateDataNext = false;
     record->commandId = connection->commandId;
   } else if (record->operation == Operation::kRead && record->result > 0) {
     const bool isPrivate = connection->privateDataNext;

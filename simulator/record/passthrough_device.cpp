@@ -29,7 +29,7 @@ bool SameFile(int one, int other) {
          a.st_ino == b.st_ino;
 }
 
-// The program may have changed it since the open.
+// Sets O_NONBLOCK for the next read; the program may have changed its own flag since the open.
 void SetNonBlocking(int descriptor, bool nonBlocking) {
   const int flags = fcntl(descriptor, F_GETFL);
   if (flags >= 0 && ((flags & O_NONBLOCK) != 0) != nonBlocking) {
@@ -41,8 +41,8 @@ Result SystemResult(std::int64_t value) { return {value, value == -1 ? errno : 0
 
 }  // namespace
 
-// A descriptor that stays open while an operation on it is under way, so that its number cannot be
-// another file's meanwhile.
+// Owns a descriptor. It stays open while an operation uses it, so that its number cannot become
+// that of another file.
 class PassthroughDevice::File : public std::enable_shared_from_this<File> {
  public:
   explicit File(int descriptor) : descriptor_(descriptor) {}
@@ -55,20 +55,21 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   int descriptor() const { return descriptor_; }
   Result Close() { return SystemResult(close(std::exchange(descriptor_, -1))); }
 
-  // Nothing when the reads were given up before the kernel had answered.
+  // Returns nothing when GiveUpReads was called before the kernel answered.
   std::optional<Result> Read(void* buffer, std::size_t length);
   void GiveUpReads();
 
  private:
-  // Each read's is shared with the thread that makes it.
+  // One for each read, shared with the thread that makes it.
   struct PendingRead {
     Bytes bytes;
     std::optional<Result> result;
-    std::shared_ptr<File> file;  // once nobody waits: the descriptor stays open for the thread
+    std::shared_ptr<File>
+        file;  // set when the read is given up: keeps the descriptor open for the thread
   };
-  // Outlives the file where a thread is still to say that its read has ended.
+  // Shared with the threads, which can outlive the file.
   struct Reads {
-    std::mutex mutex;  // guards all that follows, and every PendingRead but its bytes
+    std::mutex mutex;  // guards what follows, and each PendingRead except its bytes
     std::condition_variable changed;
     bool givenUp = false;
   };
@@ -77,8 +78,7 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   const std::shared_ptr<Reads> reads_ = std::make_shared<Reads>();
 };
 
-// No driver need obey anything that would interrupt a read, so a thread makes it that nobody has to
-// wait for.
+// A driver may ignore whatever interrupts a read, so a detached thread makes the read.
 std::optional<Result> PassthroughDevice::File::Read(void* buffer, std::size_t length) {
   const auto pending = std::make_shared<PendingRead>();
   pending->bytes.resize(length);
@@ -139,7 +139,7 @@ int PassthroughDevice::OpenFile(int flags, unsigned mode) const {
 
 Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
   OperationRecord record = BeginOpen(flags, mode);
-  // The program gets a descriptor of its own; this one is not for its children.
+  // The program gets another descriptor; its children must not inherit this one.
   const int opened = OpenFile(flags | O_CLOEXEC, mode);
   if (opened < 0) return Finish(&record, SystemResult(-1));
   {
@@ -201,7 +201,7 @@ Result PassthroughDevice::Close(std::uint64_t connection, CloseReason reason) {
     }
   }
   if (file == nullptr) return record.abandoned ? Result{} : Finish(&record, {-1, EBADF});
-  // Where an operation is under way, its end closes the file.
+  // While another operation uses the file, the end of that operation closes it.
   const Result result = Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
   file->GiveUpReads();
   return result;

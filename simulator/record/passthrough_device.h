@@ -11,13 +11,14 @@
 
 namespace zulisim {
 
-// A device of the kernel's: every operation is passed on to the file at `path`, as this process
-// sees it at the beginning, before it may enter a file tree in which the path is the program's. An
-// operation that the kernel lets wait blocks no other. A read that it never answers returns when
-// its connection is closed; the thread that made it is left to the end of the process.
+// Passes every operation on to a device of the kernel, the file at `path`. The file is found in the
+// file tree that this process sees when the object is made; later the process may enter a tree in
+// which the path is the program's. Operations do not block each other. A read that the kernel never
+// answers returns when its connection is closed; the thread that made it runs until the process
+// ends. Thread-safe.
 class PassthroughDevice : public DecodedDevice {
  public:
-  // `clients` give names to GUIDs.
+  // `clients` give the names of GUIDs.
   PassthroughDevice(std::string path, std::vector<Client> clients);
   ~PassthroughDevice() override;
   Result Open(int flags, unsigned mode, int descriptor) override;
@@ -30,14 +31,14 @@ class PassthroughDevice : public DecodedDevice {
  private:
   class File;
 
-  // Null for a connection that is not open.
+  // Returns null for a connection that is not open.
   std::shared_ptr<File> FileOf(std::uint64_t connection) const;
   int OpenFile(int flags, unsigned mode) const;
   Result Finish(OperationRecord* record, Result result);
 
   const std::string path_;
-  const int folder_;          // that the file was in at the beginning
-  mutable std::mutex mutex_;  // guards all that follows; never held during an operation
+  const int folder_;          // of the file, opened by the constructor
+  mutable std::mutex mutex_;  // guards what follows; not held during an operation
   std::map<std::uint64_t, std::shared_ptr<File>> files_;
   std::uint64_t next_ = 1;
 };

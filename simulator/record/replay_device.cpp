@@ -16,8 +16,8 @@
 namespace zulisim {
 namespace {
 
-// What an open asks of a device. The rest is for the process and its file table, and a kernel keeps
-// some of it to itself, so that it depends on how the program is attached.
+// The flags that an open passes to a device. The others concern the process and its file table, and
+// differ between the attachments.
 constexpr int kDeviceFlags = O_ACCMODE | O_APPEND | O_NONBLOCK | O_SYNC | O_DSYNC;
 
 // Returns true when the program passed the same in both operations.
@@ -121,7 +121,7 @@ void ReplayDevice::Diverge(std::optional<std::size_t> expected, const OperationR
   if (got != nullptr) divergence_->got = *got;
 }
 
-// True for a read that was waiting when its program or the run ended.
+// Returns true for a read that was waiting when the program or the run ended.
 bool ReplayDevice::EndsAfterClose(const Node& node, const OperationRecord& got) const {
   if (got.operation != Operation::kRead || Choose(node, &got)) return false;
   return std::any_of(node.next.begin(), node.next.end(), [&](const auto& next) {
@@ -161,7 +161,8 @@ Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expec
       got->result = -1;
       got->error = ENODEV;
     }
-    got->why = reachedCut_ ? "after the cut of the recording" : "the program left the recording";
+    got->why = reachedCut_ ? "after the place where the recording is cut"
+                           : "the program left the recording";
     if (got->operation == Operation::kIoctl) got->output = got->input;
   }
   const Result result{got->result, got->error};

@@ -14,7 +14,7 @@
 namespace zulisim {
 namespace {
 
-// Two connections, and every form of an operation.
+// Two connections and every form of an operation.
 constexpr const char* kText =
     R"({"format":"zulisim recording","version":2,"tool":"t","started":"s","program":["a\nb"],"clients":[{"name":"KALO","guid":"{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"}]}
 {"number":1,"start_ns":1,"duration_ns":1,"process":7,"thread":8,"connection":1,"operation":"open","flags":"O_RDWR|O_CLOEXEC","result":0}
@@ -30,7 +30,7 @@ constexpr const char* kText =
 {"complete":true}
 )";
 
-// A program that does all of that, its connections the other way round; what it got.
+// Makes all of these calls, with the two connections swapped. Returns what they gave.
 std::string Perform(Device* device) {
   std::string got;
   const auto keep = [&got](const Result& result) {
@@ -51,7 +51,7 @@ std::string Perform(Device* device) {
   return got + buffer + " " + std::to_string(guid[1]);
 }
 
-// What is to be said of `text`, or of a program that meets the device's side of it.
+// Replays `text` to `program`. Returns the error in the text, or the divergence of the program.
 std::string Verdict(const std::string& text, const std::function<void(ReplayDevice*)>& program) {
   try {
     ReplayDevice device(ParseRecording(text));
@@ -64,7 +64,7 @@ std::string Verdict(const std::string& text, const std::function<void(ReplayDevi
   }
 }
 
-TEST(RecordingTest, reads_as_it_was_written_and_matches_connections_by_what_they_do_first) {
+TEST(RecordingTest, reads_what_it_writes_and_replays_swapped_connections) {
   const Recording recording = ParseRecording(kText);
   std::string text = HeaderLine(recording.header);
   for (const OperationRecord& each : recording.operations) text += OperationLine(each);
@@ -75,7 +75,7 @@ TEST(RecordingTest, reads_as_it_was_written_and_matches_connections_by_what_they
   EXPECT_EQ(got, "1/0 2/0 -1/19 0/0 4/0 2/0 -1/14 -1/600 0/0 hi 16");
 }
 
-TEST(RecordingTest, reports_the_first_divergence_alone) {
+TEST(RecordingTest, reports_only_the_first_divergence) {
   const auto open_both = [](ReplayDevice* device) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(device->Open(O_RDWR, 0, -1).error, 0);
   };
