@@ -4,6 +4,8 @@
 #include <stdexcept>
 #include <string>
 
+#include "common/text.h"
+
 namespace common {
 
 // Something that the user gave is wrong. The text names it and says what would be right.
@@ -21,8 +23,8 @@ struct Diagnostic {
 
 // "scenario.toml:12:3: unknown key 'stauts' in a reply; did you mean 'status'?"
 inline std::string DiagnosticText(const std::string& file, const Diagnostic& diagnostic) {
-  return file + ":" + std::to_string(diagnostic.line) + ":" + std::to_string(diagnostic.column) +
-         ": " + diagnostic.message;
+  return Printable(file) + ":" + std::to_string(diagnostic.line) + ":" +
+         std::to_string(diagnostic.column) + ": " + diagnostic.message;
 }
 
 }  // namespace common

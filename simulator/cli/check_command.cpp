@@ -20,7 +20,7 @@ Exit status: 0 when every file is good, 1 when one is not or cannot be read, 125
 command line that cannot be understood.)";
 
 void DescribeRecording(const std::string& path, const Recording& recording) {
-  std::cout << path
+  std::cout << common::Printable(path)
             << (recording.header.redacted ? ": a redacted recording of " : ": a recording of ")
             << common::Counted(recording.operations.size(), "operation");
   if (recording.cut) std::cout << ", cut after the last of them";
@@ -28,7 +28,7 @@ void DescribeRecording(const std::string& path, const Recording& recording) {
 }
 
 void DescribeScenario(const std::string& path, const Scenario& scenario) {
-  std::cout << path << ": a scenario of " << common::Counted(scenario.describedClients, "client")
+  std::cout << common::Printable(path) << ": a scenario of " << common::Counted(scenario.describedClients, "client")
             << ", " << common::Counted(scenario.replies.size(), "reply", "replies") << " and "
             << common::Counted(scenario.faults.size(), "fault") << "\n";
 }

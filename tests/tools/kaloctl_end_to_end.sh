@@ -167,18 +167,18 @@ shows "line 7: '3': expected a type"
 shows "code 12"
 
 expect 1 sim --fault open:1-=EACCES -- kaloctl doctor
-shows "failed    permissions"
-shows "remedy: run as a user"
+shows "failed    device"
+shows "remedy: use a user"
 expect 1 sim --fault write:1=EIO -- kaloctl doctor --skip registry
 shows "failed    round-trip"
 expect 0 sim -- kaloctl doctor --skip registry
 lacks failed
 shows "skipped   registry"
-expect 1 sim --fault open:1-=ENOENT -- kaloctl doctor --skip node
-shows "not made  permissions"
+expect 1 sim --fault open:1-=ENOENT -- kaloctl doctor --skip device
+shows "not made  kalo"
 expect 1 sim --client kalo:max=8 -- kaloctl doctor
 shows "the client's maximum is 8 bytes"
-expect 0 sim -q --fault ioctl:3=ENOENT -- kaloctl doctor --json
+expect 0 sim -q --fault ioctl:4=ENOENT -- kaloctl doctor --json
 json 'd["commandsCanBeSent"]'
 json '{c["name"] for c in d["checks"] if c["result"] == "warning"} == {"sab", "registry"}'
 expect 2 kaloctl frobnicate

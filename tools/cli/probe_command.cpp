@@ -3,6 +3,7 @@
 #include <memory>
 
 #include "common/colours.h"
+#include "common/format.h"
 #include "tools/call/driver_session.h"
 #include "tools/call/log_capture.h"
 #include "tools/call/status_text.h"
@@ -14,16 +15,15 @@ namespace kaloctl {
 namespace {
 
 Json ClientJson(Client client, const DriverSession& session, const std::vector<std::string>& log) {
-  const bool connected = session.status() == KALO_DLL_STATUS_SUCCESS;
   Json json = {{"name", ClientName(client)},
-               {"connected", connected},
+               {"connected", false},
                {"protocolVersion", nullptr},
                {"maxMessageLength", nullptr},
                {"error", nullptr}};
-  if (connected) {
-    const ZuliConnectRecord::Properties properties = session.Properties();
-    json["protocolVersion"] = properties.protocolVersion;
-    json["maxMessageLength"] = properties.maxMessageLength;
+  json["connected"] = session.status() == KALO_DLL_STATUS_SUCCESS;
+  if (json["connected"]) {
+    json["protocolVersion"] = session.Properties().protocolVersion;
+    json["maxMessageLength"] = session.Properties().maxMessageLength;
   } else {
     json["error"] = FailureJson(session.InitName(), session.status(), log);
   }
@@ -35,8 +35,8 @@ void PrintClient(Client client, const DriverSession& session, const std::vector<
   std::cout << colours.bold << ClientName(client) << colours.reset << "  ";
   if (session.status() == KALO_DLL_STATUS_SUCCESS) {
     const ZuliConnectRecord::Properties properties = session.Properties();
-    std::cout << "protocol version " << +properties.protocolVersion << ", maximum message length "
-              << properties.maxMessageLength << " bytes\n";
+    std::cout << common::Format("protocol version {}, maximum message length {} bytes\n",
+                                properties.protocolVersion, properties.maxMessageLength);
     return;
   }
   std::cout << session.InitName() << " failed: " << colours.bad << StatusText(session.status())
@@ -68,9 +68,13 @@ void DefineProbe(common::Command* program) {
   common::Command* command = program->AddCommand(
       "probe", "Open each firmware client and show its version and maximum length");
   command->SetFooter(
-      R"(KALO is opened with KaloInit3, FENU with FenuInit3, and both are closed again; no command is
-sent. A client that cannot be opened is shown with what the library recorded, and the exit
-status is then 1.)");
+      R"(Opens KALO with KaloInit3 and FENU with FenuInit3, and closes both. Sends no command.
+
+Examples:
+  kaloctl probe
+  zulisim run --fault ioctl:2=ENOTTY kaloctl probe
+
+Exit status: 0 done, 1 when a client cannot be opened, 2 for wrong usage.)");
   const auto json = std::make_shared<bool>(false);
   AddJsonFlag(command, json.get());
   command->SetAction([=] { return Probe(*json); });
