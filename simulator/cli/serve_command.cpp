@@ -178,7 +178,7 @@ int Serve(const ServeOptions& options) {
   {
     KernelServer server(engine, kind, path, geteuid() == 0);
     const auto control = MakeControl(kind, path, &engine);
-    std::cerr << "zulisim: serves '" + path + "'; SIGINT or SIGTERM ends it\n";
+    std::cerr << "zulisim: serves " + common::Quoted(path) + "; SIGINT or SIGTERM ends it\n";
     WaitForEnd(server);
   }
   const bool complete = output.Finish(std::nullopt);
