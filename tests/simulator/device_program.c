@@ -86,6 +86,10 @@ static long Poll(size_t none) {
 
 static long Flags(size_t command) { return fcntl(device, command ? (int)command : F_GETFL); }
 
+static long NonBlock(size_t none) {
+  return fcntl(device, F_SETFL, fcntl(device, F_GETFL) | O_NONBLOCK) + (long)none;
+}
+
 /* Opens until that fails, and closes all of it; 0 when it failed for the lack of descriptors. */
 static long Fill(size_t most) {
   int opened[4096];
@@ -171,7 +175,8 @@ static const struct {
              {"sysread", SystemRead}, {"poll", Poll},
              {"fill", Fill},          {"syswrite", SystemWrite},
              {"share", Share},        {"flags", Flags},
-             {"bareread", BareRead},  {"barewrite", BareWrite}};
+             {"bareread", BareRead},  {"barewrite", BareWrite},
+             {"nonblock", NonBlock}};
 
 int main(int argc, char** argv) {
   self = argv[0];

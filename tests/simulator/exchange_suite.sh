@@ -31,3 +31,4 @@ StartIoEx3 a 5 48
 FenuCleanup3 f
 KaloCleanup3 a
 END
+"$steps" open connect:1 nonblock write:20 read:20 close  # the reply takes a minute
