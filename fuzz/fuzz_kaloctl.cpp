@@ -8,7 +8,7 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 #include "tools/call/script.h"
-#include "tools/registry/registry_repair.h"
+#include "tools/registry/registry_text.h"
 
 namespace {
 

@@ -3,7 +3,6 @@
 #include "oscl/registry.h"
 #include "tests/oscl/registry_fixture.h"
 #include "tools/registry/registry_file.h"
-#include "tools/registry/registry_repair.h"
 
 namespace kaloctl {
 namespace {

@@ -14,7 +14,6 @@
 #include "tools/cli/commands.h"
 #include "tools/cli/json.h"
 #include "tools/registry/registry_file.h"
-#include "tools/registry/registry_repair.h"
 
 namespace kaloctl {
 namespace {

@@ -4,7 +4,6 @@
 #include <sys/xattr.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -16,7 +15,6 @@
 #include "common/input.h"
 #include "common/text.h"
 #include "oscl/last_error.h"
-#include "tools/registry/registry_repair.h"
 
 namespace kaloctl {
 namespace {
@@ -30,26 +28,19 @@ struct RemoveFile {
   void operator()(const char* name) const { unlink(name); }
 };
 
-std::string Attribute(int file, const char* name) {
-  std::string value(1 << 16, '\0');  // as long as any
-  const ssize_t size = fgetxattr(file, name, value.data(), value.size());
-  value.resize(static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
-  return value;
-}
-
 // Gives a new file the owner and the rights of the one that it replaces, with access lists and
 // security labels. False with errno.
 bool KeepRights(int from, int to) {
   struct stat status {};
   if (fstat(from, &status) != 0 || fchown(to, status.st_uid, status.st_gid) != 0) return false;
-  std::string names(1 << 16, '\0');
-  const ssize_t length = flistxattr(from, names.data(), names.size());
-  names.resize(static_cast<std::size_t>(std::max<ssize_t>(length, 0)));
+  std::string names(1 << 16, '\0'), value(names), other(names);  // as long as any can be
+  flistxattr(from, names.data(), names.size() - 1);
   for (const char* name = names.c_str(); *name != '\0'; name += std::strlen(name) + 1) {
-    const std::string value = Attribute(from, name);
+    const ssize_t size = fgetxattr(from, name, value.data(), value.size());
+    const ssize_t present = fgetxattr(to, name, other.data(), other.size());
     // The system sets labels by itself, and not every user may.
-    if (Attribute(to, name) == value) continue;
-    if (fsetxattr(to, name, value.data(), value.size(), 0) != 0) return false;
+    if (size < 0 || (size == present && value.compare(0, size, other, 0, size) == 0)) continue;
+    if (fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) return false;
   }
   return fchmod(to, status.st_mode & 07777) == 0;
 }
