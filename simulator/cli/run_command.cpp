@@ -22,13 +22,18 @@ syscall(2) included. Its limits:
     of the program. A read or write with a bad address does not reach the engine either.
   - A program that changes its root folder or its user and no longer reaches the engine gets
     ENODEV. fopen and fdopen of the device give EOPNOTSUPP.
-  - One to eight descriptors from three quarters of the limit on, of the library's own.
-
---device fuse serves any program, in a mount namespace of its own (and without root in a
-user namespace): there, "/dev/zuli" is a file that the kernel's FUSE serves, and "/data"
-and "/etc/vrel_registry.txt" are those of --root. Nobody else sees them, and they end with
-it. 'zulisim serve --help' tells what the kernel does differently.
-
+  - The library keeps one to eight descriptors for itself, from number 768 on where the
+    program's limit allows that.
+)"
+#ifdef ZULISIM_HAS_FUSE
+                                   R"(
+--device fuse serves any program. The program runs in a mount namespace of its own, and
+without root also in a user namespace. There the kernel's FUSE serves "/dev/zuli" as a file,
+and "/data" and "/etc/vrel_registry.txt" are those of --root. Other programs do not see them.
+'zulisim serve --help' lists what the kernel does differently.
+)"
+#endif
+                                   R"(
 WHEN counts the operations of a kind from 1, failed ones included: 3, 3-5, or 3- for the
 third and all after it. 3@KALO counts only those of a client, 3@KALO:0x10 and 3@*:0x10
 those of a command, 3@#2 those of the second connection. OPERATION is open, ioctl, read,
@@ -40,7 +45,6 @@ At the end, zulisim names the requested replies and faults that never happened.
 Examples:
   zulisim run ./driver
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
-  zulisim run --device fuse ./static_driver
   zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 ./driver
   zulisim run --reply 'kalo:0x10=status:0x80000001,private:00112233445566778899aabbccddeeff' \
               --fault 'write:3-=EIO' ./driver --verbose

@@ -1,5 +1,6 @@
 // Hooks of the functions that work on a descriptor.
 
+#include <sys/ioctl.h>
 #include <sys/syscall.h>
 #include <unistd.h>
 
@@ -22,22 +23,43 @@ std::int64_t Deliver(int savedErrno, const Result& result) {
   return result.value;
 }
 
+// Whether the descriptor was opened for reading (O_RDONLY) or writing (O_WRONLY).
+bool IsOpenedFor(int access, int descriptor) {
+  const int opened = DeviceFlags(descriptor) & O_ACCMODE;
+  return opened == access || opened == O_RDWR;
+}
+
+constexpr Result kNotOpenedForThis{-1, EBADF};
+
 ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   const int savedErrno = errno;
+  if (!IsOpenedFor(O_RDONLY, descriptor)) return Deliver(savedErrno, kNotOpenedForThis);
   const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
   return Deliver(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
 }
 
-ssize_t WriteDevice(std::uint64_t handle, const void* buffer, std::size_t length) {
+ssize_t WriteDevice(std::uint64_t handle, int descriptor, const void* buffer, std::size_t length) {
   const int savedErrno = errno;
+  if (!IsOpenedFor(O_WRONLY, descriptor)) return Deliver(savedErrno, kNotOpenedForThis);
   return Deliver(savedErrno, DeviceWrite(handle, buffer, length));
 }
 
 // A driver sees 32 bits of the request, whether or not the caller's int was sign-extended.
-int ControlDevice(std::uint64_t handle, unsigned long request, void* argument) {
+int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, void* argument) {
   const int savedErrno = errno;
-  return static_cast<int>(
-      Deliver(savedErrno, DeviceIoctl(handle, static_cast<std::uint32_t>(request), argument)));
+  const auto number = static_cast<std::uint32_t>(request);
+  switch (number) {
+    // Linux serves these for every file without asking its driver.
+    case FIOCLEX:
+    case FIONCLEX:
+    case FIONBIO:
+      return Real().ioctl(descriptor, request, argument);
+    case FIOASYNC:  // the socket could send signals, but the device cannot
+      if (argument != nullptr && *static_cast<const int*>(argument) == 0) return 0;
+      return static_cast<int>(Deliver(savedErrno, {-1, argument != nullptr ? ENOTTY : EFAULT}));
+    default:
+      return static_cast<int>(Deliver(savedErrno, DeviceIoctl(handle, number, argument)));
+  }
 }
 
 // As the kernel does for a driver that knows no vectors: piece by piece, up to the first piece that
@@ -60,9 +82,9 @@ ssize_t ReadPieces(std::uint64_t handle, int descriptor, const struct iovec* pie
   });
 }
 
-ssize_t WritePieces(std::uint64_t handle, const struct iovec* pieces, int count) {
+ssize_t WritePieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
   return EachPiece(pieces, count, [=](const void* buffer, std::size_t length) {
-    return WriteDevice(handle, buffer, length);
+    return WriteDevice(handle, descriptor, buffer, length);
   });
 }
 
@@ -143,25 +165,25 @@ ZULISIM_HOOK(ssize_t, readv, int descriptor, const struct iovec* pieces, int cou
 ZULISIM_HOOK(ssize_t, write, int descriptor, const void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().write(descriptor, buffer, length);
-  return WriteDevice(*handle, buffer, length);
+  return WriteDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, __write_chk, int descriptor, const void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle || length > room) return Real().__write_chk(descriptor, buffer, length, room);
-  return WriteDevice(*handle, buffer, length);
+  return WriteDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, writev, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().writev(descriptor, pieces, count);
-  return WritePieces(*handle, pieces, count);
+  return WritePieces(*handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(int, ioctl, int descriptor, unsigned long request, void* argument) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().ioctl(descriptor, request, argument);
-  return ControlDevice(*handle, request, argument);
+  return ControlDevice(*handle, descriptor, request, argument);
 }
 
 ZULISIM_HOOK(int, close, int descriptor) {
@@ -233,11 +255,12 @@ ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e,
         const auto length = static_cast<std::size_t>(c);
         const int count = static_cast<int>(c);
         if (number == SYS_read) return ReadDevice(*handle, descriptor, buffer, length);
-        if (number == SYS_write) return WriteDevice(*handle, buffer, length);
+        if (number == SYS_write) return WriteDevice(*handle, descriptor, buffer, length);
         if (number == SYS_readv) return ReadPieces(*handle, descriptor, pieces, count);
-        if (number == SYS_writev) return WritePieces(*handle, pieces, count);
+        if (number == SYS_writev) return WritePieces(*handle, descriptor, pieces, count);
         if (number == SYS_close) return CloseDevice(descriptor, *handle);
-        return ControlDevice(*handle, static_cast<unsigned long>(b), reinterpret_cast<void*>(c));
+        return ControlDevice(*handle, descriptor, static_cast<unsigned long>(b),
+                             reinterpret_cast<void*>(c));
       }
       break;
     default:

@@ -1,6 +1,8 @@
 // Hooks of the functions that take a path, and of those that would see what a descriptor of the
 // device really is.
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdint>
 
@@ -22,8 +24,18 @@ const char* Target(const char* path) {
 
 const char* AttributeTarget(const char* path) { return IsDevice(path) ? kLookAlike : Target(path); }
 
-// The device moves whole messages, which a buffered stream would cut: it cannot be one.
+#ifdef ZULISIM_HAS_FUSE
+#define ZULISIM_OR_USE_FUSE ", or run the program with --device fuse"
+#else
+#define ZULISIM_OR_USE_FUSE ""
+#endif
+
+// libc's streams make system calls that no hook sees.
 FILE* NoStream() {
+  static constexpr char kText[] =
+      "zulisim: cannot open '/dev/zuli' as a stream: use open, read and write" ZULISIM_OR_USE_FUSE
+      "\n";
+  Real().write(STDERR_FILENO, kText, sizeof(kText) - 1);
   errno = EOPNOTSUPP;
   return nullptr;
 }
@@ -33,6 +45,9 @@ FILE* NoStream() {
 bool IsDevice(const char* path) { return DeviceServed() && SamePath(path, kDevicePath); }
 
 int OpenDevice(int flags, unsigned mode) {
+  // Linux serves these flags without asking the driver, so any character device gives the result.
+  const bool isNew = (flags & O_CREAT) != 0 && (flags & O_EXCL) != 0;
+  if (isNew || (flags & (O_DIRECTORY | O_PATH)) != 0) return Real().open(kLookAlike, flags, mode);
   const int savedErrno = errno;
   const OpenedDevice opened = DeviceOpen(flags, mode);
   if (opened.descriptor < 0) {

@@ -85,11 +85,12 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   std::shared_lock<std::shared_mutex> lock(ServiceMutex());
   const Service* service = current.load();
   if (service == nullptr) return {-1, 0, ENODEV};
-  // An unconnected socket: a number that is the kernel's own, on which every call that bypasses the
-  // hooks fails instead of doing harm.
+  // An unconnected socket: its number belongs to nothing else, and a call that bypasses the hooks
+  // does no harm. The end that shutdown puts on it makes it poll as readable.
   const int closeOnExec = (flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0;
-  const int descriptor = socket(AF_UNIX, SOCK_SEQPACKET | closeOnExec, 0);
+  const int descriptor = socket(AF_UNIX, SOCK_DGRAM | closeOnExec, 0);
   if (descriptor < 0) return {-1, 0, errno};
+  shutdown(descriptor, SHUT_RD);
   const Result result = service->engine->Open(flags, mode, descriptor);
   if (result.value == -1) {
     Real().close(descriptor);

@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -11,7 +12,9 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <chrono>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 
 #include "simulator/output/transcript.h"
@@ -136,6 +139,46 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   engine.FailNext(Operation::kClose, EIO);
   EXPECT_EQ(dup2(second, file), file);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
+}
+
+// attachments.sh runs this case through the preload library and FUSE as well.
+TEST(AttachmentTest, is_a_character_device) {
+  Engine engine;
+  ReplyRule slow;
+  slow.client = "KALO";
+  slow.latency = std::chrono::minutes(1);
+  engine.AddReply(slow);
+  std::optional<InProcessDevice> attachment;
+  if (getenv("DEVICE_IS_SERVED") == nullptr) attachment.emplace(engine);
+  const auto openingFails = [](int flags) { return ErrorOf(open("/dev/zuli", flags, 0600)); };
+  EXPECT_EQ(openingFails(O_RDWR | O_CREAT | O_EXCL), EEXIST);
+  EXPECT_EQ(openingFails(O_RDONLY | O_DIRECTORY), ENOTDIR);
+  char bytes[16] = {};
+  const int path = open("/dev/zuli", O_PATH);
+  EXPECT_EQ(ErrorOf(read(path, bytes, 16)), EBADF);
+  const int reader = open("/dev/zuli", O_RDONLY | O_CREAT, 0600);
+  EXPECT_EQ(ErrorOf(write(reader, bytes, 16)), EBADF);
+  EXPECT_EQ(ErrorOf(read(reader, bytes, 16)), ENOTCONN);
+  const int writer = open("/dev/zuli", O_WRONLY);
+  EXPECT_EQ(ErrorOf(read(writer, bytes, 16)), EBADF);
+  EXPECT_EQ(ErrorOf(write(writer, bytes, 16)), ENOTCONN);
+
+  const int device = Connected();
+  struct pollfd events = {device, POLLIN | POLLOUT, 0};
+  EXPECT_EQ(poll(&events, 1, 0), 1);
+  EXPECT_EQ(events.revents, POLLIN | POLLOUT);
+  EXPECT_EQ(ioctl(device, FIOCLEX), 0);
+  EXPECT_EQ(fcntl(device, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(ioctl(device, FIONCLEX), 0);
+  EXPECT_EQ(fcntl(device, F_GETFD), 0);
+  int on = 1, off = 0;
+  EXPECT_EQ(ErrorOf(ioctl(device, FIOASYNC, &on)), ENOTTY);
+  EXPECT_EQ(ioctl(device, FIOASYNC, &off), 0);
+  EXPECT_EQ(ioctl(device, FIONBIO, &on), 0);
+  EXPECT_EQ(fcntl(device, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR | O_NONBLOCK);
+  EXPECT_EQ(write(device, bytes, 16), 16);
+  EXPECT_EQ(ErrorOf(read(device, bytes, 16)), EAGAIN);  // the reply takes a minute
+  for (const int descriptor : {path, reader, writer, device}) EXPECT_EQ(close(descriptor), 0);
 }
 
 TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {

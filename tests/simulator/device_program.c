@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
@@ -76,13 +75,6 @@ static long Bare(long number, size_t count) {
 }
 static long BareRead(size_t count) { return Bare(SYS_read, count); }
 static long BareWrite(size_t count) { return Bare(SYS_write, count); }
-
-/* The events of a descriptor: 5 when it can be read and written. */
-static long Poll(size_t none) {
-  struct pollfd entry = {device, POLLIN | POLLOUT, (short)none};
-  poll(&entry, 1, 0);
-  return entry.revents;
-}
 
 static long Flags(size_t command) { return fcntl(device, command ? (int)command : F_GETFL); }
 
@@ -165,17 +157,27 @@ static long Exit(size_t status) { exit((int)status); }
 static const struct {
   const char* name;
   long (*run)(size_t number);
-} steps[] = {{"open", Open},          {"connect", Connect},
-             {"ioctl", Ioctl},        {"read", Read},
-             {"write", Write},        {"badread", BadRead},
-             {"badwrite", BadWrite},  {"close", Close},
-             {"pieces", Pieces},      {"on", On},
-             {"child", InChild},      {"log", Log},
-             {"raise", Raise},        {"exit", Exit},
-             {"sysread", SystemRead}, {"poll", Poll},
-             {"fill", Fill},          {"syswrite", SystemWrite},
-             {"share", Share},        {"flags", Flags},
-             {"bareread", BareRead},  {"barewrite", BareWrite},
+} steps[] = {{"open", Open},
+             {"connect", Connect},
+             {"ioctl", Ioctl},
+             {"read", Read},
+             {"write", Write},
+             {"badread", BadRead},
+             {"badwrite", BadWrite},
+             {"close", Close},
+             {"pieces", Pieces},
+             {"on", On},
+             {"child", InChild},
+             {"log", Log},
+             {"raise", Raise},
+             {"exit", Exit},
+             {"sysread", SystemRead},
+             {"fill", Fill},
+             {"syswrite", SystemWrite},
+             {"share", Share},
+             {"flags", Flags},
+             {"bareread", BareRead},
+             {"barewrite", BareWrite},
              {"nonblock", NonBlock}};
 
 int main(int argc, char** argv) {
