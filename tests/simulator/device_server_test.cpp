@@ -1,0 +1,117 @@
+// The server of the preload library and the code of the library itself, in one process: the test's
+// calls of open, read, write and close are hooked as a preloaded program's are.
+
+#include "simulator/preload/device_server.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "simulator/engine/engine.h"
+
+namespace zulisim {
+namespace {
+
+// The hooks read the environment before main, so the test begins again with the variable set.
+std::string SocketPath() {
+  const char* path = getenv(protocol::kSocketVariable);
+  if (path != nullptr) return path;
+  char folder[] = "/tmp/device_server_test.XXXXXX";
+  setenv(protocol::kSocketVariable, (mkdtemp(folder) + std::string("/engine")).c_str(), 1);
+  const std::string filter =
+      "--gtest_filter=*" +
+      std::string(testing::UnitTest::GetInstance()->current_test_info()->name());
+  execl("/proc/self/exe", "/proc/self/exe", filter.c_str(), nullptr);
+  throw std::runtime_error("cannot run the test again");
+}
+
+int Connected() {
+  const int descriptor = open("/dev/zuli", O_RDWR);
+  Guid guid = DefaultClients()[0].guid;
+  EXPECT_EQ(ioctl(descriptor, kConnectRequest, guid.data()), 0);
+  return descriptor;
+}
+
+// More threads than a process keeps channels: each gets its own replies, and a connection ends with
+// its last descriptor and not before.
+TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
+  const std::string path = SocketPath();
+  constexpr std::size_t kThreads = 12, kRounds = 20;
+  Engine engine;
+  engine.SetResponder("KALO", 0x99, [](const Bytes& request) {
+    Reply reply = EchoReply(request);
+    reply.latency = std::chrono::minutes(1);
+    return reply;
+  });
+  auto server = std::make_unique<DeviceServer>(engine, path);
+  std::vector<std::thread> threads;
+  for (std::size_t number = 0; number < kThreads; ++number) {
+    threads.emplace_back([number] {
+      for (std::size_t round = 0; round < kRounds; ++round) {
+        const int first = Connected();
+        const int second = dup(first);
+        EXPECT_EQ(close(first), 0);
+        Bytes message(16 + number, static_cast<unsigned char>(number)), reply(4096);
+        message[4] = 0x10;
+        const auto size = static_cast<ssize_t>(message.size());
+        EXPECT_EQ(write(second, message.data(), message.size()), size);
+        EXPECT_EQ(read(second, reply.data(), reply.size()), size);
+        EXPECT_TRUE(std::equal(message.begin() + 16, message.end(), reply.begin() + 16));
+        EXPECT_EQ(close(second), 0);
+      }
+    });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(engine.OpenDescriptors(), 0u);
+  for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
+  EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds);
+
+  // A read that waits ends with the device, or with the service.
+  const auto waitingRead = [&engine](int descriptor) {
+    Bytes message(16);
+    message[4] = 0x99;
+    EXPECT_EQ(write(descriptor, message.data(), message.size()), 16);
+    const std::uint64_t before = engine.Count(Operation::kRead);
+    std::thread reader([=] {
+      char reply[16];
+      EXPECT_EQ(read(descriptor, reply, sizeof(reply)), -1);
+      EXPECT_EQ(errno, ENODEV);
+    });
+    while (engine.Count(Operation::kRead) == before) std::this_thread::yield();
+    return reader;
+  };
+  const int lost = Connected();
+  std::thread reader = waitingRead(lost);
+  engine.LoseDevice();
+  reader.join();
+  char byte = 0;
+  EXPECT_EQ(write(lost, &byte, 1), -1);
+  EXPECT_EQ(errno, ENODEV);
+  EXPECT_EQ(close(lost), 0);
+
+  const int left = Connected();
+  reader = waitingRead(left);
+  server.reset();
+  reader.join();
+  // The close comes first and ends the read.
+  const std::vector<OperationRecord> records = engine.Records();
+  EXPECT_EQ(records.at(records.size() - 2).why, CloseReasonText(CloseReason::kServiceEnded));
+  EXPECT_EQ(open("/dev/zuli", O_RDWR), -1);
+  EXPECT_EQ(errno, ENODEV);
+  EXPECT_EQ(close(left), 0);
+  std::filesystem::remove_all(std::filesystem::path(path).parent_path());
+}
+
+}  // namespace
+}  // namespace zulisim
