@@ -13,6 +13,7 @@
 #include <sstream>
 #include <vector>
 
+#include "common/format.h"
 #include "common/text.h"
 
 namespace zulisim {
@@ -35,7 +36,7 @@ bool ReadAt(std::ifstream* file, std::uint64_t offset, T* value) {
   return static_cast<bool>(file->read(reinterpret_cast<char*>(value), sizeof(T)));
 }
 
-// The dynamic linker that the program asks for; empty for a statically linked one.
+// The dynamic linker that the program names; empty for a statically linked program.
 std::string DynamicLinker(std::ifstream* file, const Elf64_Ehdr& header) {
   for (unsigned i = 0; i < header.e_phnum; ++i) {
     Elf64_Phdr segment;
@@ -50,22 +51,21 @@ std::string DynamicLinker(std::ifstream* file, const Elf64_Ehdr& header) {
   return "";
 }
 
+[[noreturn]] void Refuse(int status, const std::string& path, const std::string& why) {
+  throw ProgramError(status, common::Format("cannot run {}: {}", common::Quoted(path), why));
+}
+
 void CheckPrivileges(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0) return;
   const bool gainsUser = (status.st_mode & S_ISUID) != 0 && status.st_uid != geteuid();
   const bool gainsGroup = (status.st_mode & S_ISGID) != 0 && status.st_gid != getegid();
-  if (gainsUser || gainsGroup) {
-    throw ProgramError(kCannotRun, "'" + path +
-                                       "' is set-user-ID or set-group-ID: the dynamic linker "
-                                       "preloads nothing into it. Run a copy without that bit, or "
-                                       "run zulisim as the file's owner");
-  }
-  if (geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0) {
-    throw ProgramError(kCannotRun, "'" + path +
-                                       "' has file capabilities: the dynamic linker preloads "
-                                       "nothing into it. Run a copy without them");
-  }
+  const bool gainsCapabilities =
+      geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0;
+  if (!gainsUser && !gainsGroup && !gainsCapabilities) return;
+  Refuse(kCannotRun, path,
+         "it gains privileges at its start (set-user-ID, set-group-ID or file capabilities), so "
+         "that it cannot have a preload library; run a copy without them");
 }
 
 // The interpreter that the first line of a script names; empty when the file is not a script.
@@ -89,20 +89,19 @@ std::string OwnDynamicLinker() {
 
 void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& header) {
   if (header.e_ident[EI_CLASS] != ELFCLASS64) {
-    throw ProgramError(kCannotRun, "'" + path + "' is a 32-bit program; a 64-bit one is expected");
+    Refuse(kCannotRun, path, "it is a 32-bit program; use a 64-bit build");
   }
   const std::string linker = DynamicLinker(file, header);
   if (linker.empty()) {
-    throw ProgramError(kCannotRun, "'" + path +
-                                       "' is statically linked: a preloaded library cannot serve "
-                                       "it" +
-                                       kUseFuse);
+    Refuse(kCannotRun, path,
+           std::string("it is statically linked, so that it cannot have a preload library") +
+               kUseFuse);
   }
   const std::string own = OwnDynamicLinker();
   if (!own.empty() && FileName(linker) != FileName(own)) {
-    throw ProgramError(kCannotRun, "'" + path + "' runs under the dynamic linker " +
-                                       common::Printable(linker) +
-                                       ", but the preload library needs " + own);
+    Refuse(kCannotRun, path,
+           common::Format("it needs the dynamic linker {}, but the preload library needs {}{}",
+                          common::Printable(linker), own, kUseFuse));
   }
   CheckPrivileges(path);
 }
@@ -111,12 +110,8 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
 
 std::string FindProgram(const std::string& name) {
   if (name.find('/') != std::string::npos) {
-    if (access(name.c_str(), F_OK) != 0) {
-      throw ProgramError(kNotFound, "the program '" + name + "' does not exist");
-    }
-    if (!IsRunnable(name)) {
-      throw ProgramError(kCannotRun, "'" + name + "' is not a file that may be executed");
-    }
+    if (access(name.c_str(), F_OK) != 0) Refuse(kNotFound, name, std::strerror(errno));
+    if (!IsRunnable(name)) Refuse(kCannotRun, name, "it is not an executable file");
     return name;
   }
   const char* path = getenv("PATH");
@@ -125,16 +120,16 @@ std::string FindProgram(const std::string& name) {
     const std::string candidate = (folder.empty() ? "." : folder) + "/" + name;
     if (IsRunnable(candidate)) return candidate;
   }
-  throw ProgramError(kNotFound, "the program '" + name +
-                                    "' is not in any folder of PATH; write ./" + name +
-                                    " for one in the current folder");
+  Refuse(kNotFound, name,
+         common::Format("it is in no folder of PATH; write {} for a file in the current folder",
+                        common::Quoted("./" + name)));
 }
 
 void CheckPreloadable(const std::string& path) {
   std::string current = path;
   for (int depth = 0; depth < kMostInterpreters; ++depth) {
     std::ifstream file(current, std::ios::binary);
-    // What may be executed but not read cannot be judged; the run will show.
+    // The contents of an executable file may be unreadable.
     if (!file) return CheckPrivileges(current);
     Elf64_Ehdr header{};
     if (ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0) {
@@ -142,13 +137,13 @@ void CheckPreloadable(const std::string& path) {
     }
     const std::string interpreter = Interpreter(&file);
     if (interpreter.empty()) {
-      throw ProgramError(kCannotRun, "'" + current +
-                                         "' is neither a program nor a script whose first line "
-                                         "names its interpreter");
+      Refuse(kCannotRun, current,
+             "it is neither a program nor a script whose first line names its interpreter");
     }
     if (!IsRunnable(interpreter)) {
-      throw ProgramError(kNotFound, "the interpreter " + common::Quoted(interpreter) + " that '" +
-                                        current + "' names cannot be executed");
+      Refuse(kNotFound, current,
+             common::Format("its interpreter {} is not an executable file",
+                            common::Quoted(interpreter)));
     }
     current = interpreter;
   }

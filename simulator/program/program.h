@@ -5,7 +5,7 @@
 
 namespace zulisim {
 
-// A program cannot be started, or not be served; the exit status is the shell's for the case.
+// A program cannot be started or served. The exit status is the one that a shell would give.
 class ProgramError : public std::runtime_error {
  public:
   ProgramError(int status, const std::string& message)
@@ -26,12 +26,13 @@ inline constexpr const char* kUseFuse = "";
 inline constexpr int kCannotRun = 126;
 inline constexpr int kNotFound = 127;
 
-// The file that `name` stands for, searched along PATH when it holds no slash. Throws ProgramError.
+// Returns the file of the program `name`. Searches PATH unless the name has a slash. Throws
+// ProgramError.
 std::string FindProgram(const std::string& name);
 
-// Throws ProgramError unless the dynamic linker will load a preloaded library into the program, or
-// into the interpreter of a script: it must be dynamically linked for the dynamic linker that
-// zulisim itself runs under, and must not gain privileges at its start.
+// Throws ProgramError unless the dynamic linker will load a preload library into the program, or
+// into the interpreter of a script. The program must use the dynamic linker that zulisim uses, and
+// must not gain privileges at its start.
 void CheckPreloadable(const std::string& path);
 
 }  // namespace zulisim
