@@ -29,7 +29,7 @@ void CheckBuffers(const unsigned char* input, unsigned int inputLength, const un
   }
 }
 
-// The session of the command's client; a session that has been destroyed counts as none.
+// Returns the session of the command's client, or null if it was destroyed.
 ClientSession* SelectSession(const unsigned char* input) {
   const _GUID* client = ClientSession::CommandIdToGuid(transport::HeaderOf(input).commandId);
   ClientSession* session = nullptr;
@@ -47,15 +47,15 @@ ClientSession* SelectSession(const unsigned char* input) {
   return session;
 }
 
-// Contract: decided by comparison alone, also for a failure that came before a session was
-// selected, which then counts as null: so such a failure is FENU's while the field holds an
-// address, be its session open or destroyed.
+// Contract: chosen by comparing pointers, even for a failure before a session was selected, whose
+// session counts as null. Such a failure belongs to FENU if the field holds an address, even that
+// of a destroyed session.
 _KaloDllErrorSource SourceOf(const ClientSession* selected) {
   return kaloFieldA.Get() == selected ? KALO_ERROR_SOURCE_KALO : KALO_ERROR_SOURCE_FENU;
 }
 
-// Lowers the count of a session that is there; at zero closes it and clears the field. True when it
-// was the last reference, and only then is `status` replaced.
+// Lowers the count of a session. At zero, closes the session, clears the field and replaces
+// `status`. Returns true if it was the last reference.
 bool DropReference(SessionField& field, uint32_t& count, KALO_DLL_STATUS& status) {
   if (field.Get() == nullptr || count == 0 || --count != 0) return false;
   status = CloseSession(field.Live(), kKaloSide);
@@ -67,8 +67,8 @@ bool DropReference(SessionField& field, uint32_t& count, KALO_DLL_STATUS& status
 
 KALO_DLL_STATUS KaloInit(void) {
   KALO_LOG_TAGGED(kTraceLevel, 802) << "Executing call to KaloInit() API...";
-  // Contract: the field as it stands, the address of a destroyed session included, and no count is
-  // raised.
+  // Contract: uses the field even if it holds the address of a destroyed session, and does not
+  // raise the count.
   if (kaloFieldA.Get() != nullptr) {
     KALO_LOG_TAGGED(kTraceLevel, 820) << "Call to KaloInit() API completed successfully.";
     return KALO_DLL_STATUS_SUCCESS;
@@ -99,7 +99,7 @@ KALO_DLL_STATUS StartIoEx(unsigned char* input, unsigned int inputLength, unsign
     return exception.errorStatus;
   } catch (const std::exception& exception) {
     const char* text = exception.what();
-    // Contract: the name of another call.
+    // Contract: the text names another call.
     KALO_LOG_TAGGED(kTraceLevel, 1041) << "Call to FenuInit3() API failed.";
     KALO_LOG_TAGGED(kTraceLevel, 1042) << text;
     RecordError(SourceOf(session), text, kNoStatusCode, kNoErrorContext);
@@ -121,7 +121,7 @@ KALO_DLL_STATUS KaloCleanup(void) {
   }
   KALO_LOG_TAGGED(kTraceLevel, 848) << "KALO DREM Ref Cnt A " << Hex(gKaloDllState.kaloRefCountA);
   KALO_LOG_TAGGED(kTraceLevel, 850) << "KALO DREM Ref Cnt B " << Hex(gKaloDllState.kaloRefCountB);
-  // Contract: the status of session B replaces that of A, a failure included.
+  // Contract: the status of session B replaces the status of session A, even a failure.
   DropReference(kaloFieldB, gKaloDllState.kaloRefCountB, status);
   KALO_LOG_TAGGED(kTraceLevel, 862) << "KALO DREM Ref Cnt B " << Hex(gKaloDllState.kaloRefCountB);
   if (status != KALO_DLL_STATUS_SUCCESS) {

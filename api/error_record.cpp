@@ -11,8 +11,7 @@
 
 namespace {
 
-// Contract: a null text keeps the old one although the code changes; an over-long text is refused
-// and keeps it too.
+// Contract: a null or too long text leaves the old text, but the code changes.
 void Store(char (&record)[KaloDllState::kErrorTextSize], uint32_t& recordedCode, const char* text,
            uint32_t code) {
   if (text != nullptr) strcpy_s(record, sizeof record, text);

@@ -18,8 +18,8 @@ namespace {
 
 constexpr uint32_t kVersion3 = 3;
 
-// On behalf of FenuInit3: opens the session, or counts one more user of it. Nothing changes unless
-// the connection stands; any other generation changes nothing.
+// Opens the session for FenuInit3, or raises its count. Changes nothing if the connection fails or
+// the generation is another one.
 void AcquireSession() {
   constexpr char kFunction[] = "FenuInit3";
   if (gKaloDllState.fenuInterfaceVersion == 0) {
@@ -45,7 +45,7 @@ KALO_DLL_STATUS FenuInit3(void** handle) {
   KALO_LOG_TAGGED(kTraceLevel, 660) << "Executing call to FenuInit3() API...";
   try {
     AcquireSession();
-    // Copied: the handle variable may be the field itself, a pointer of another type.
+    // Copied because the handle variable may be the field itself, through another pointer type.
     ClientSession* session = fenuField.Get();
     std::memcpy(handle, &session, sizeof session);
     KALO_LOG_TAGGED(kTraceLevel, 709) << "Call to FenuInit3() API completed successfully. ";
@@ -70,9 +70,9 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
   KALO_LOG_TAGGED(kTraceLevel, 723) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
-    // Contract: the handle as passed, and the field keeps its address.
+    // Contract: closes the session of the handle as passed, and keeps the address in the field.
     auto* session = static_cast<ClientSession*>(handle);
-    // A handle that is not FENU's may be one of KALO's.
+    // The handle may be one of KALO.
     status = CloseSession(session, session == fenuField.Get() ? kFenuSide : kBothSides);
     gKaloDllState.fenuInterfaceVersion = 0;
   }
@@ -87,7 +87,7 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
 
 KALO_DLL_STATUS FenuInit(void) {
   KALO_LOG_TAGGED(kTraceLevel, 881) << "Executing call to FenuInit() API...";
-  // Contract: the field as it stands, the address of a destroyed session included.
+  // Contract: uses the field even if it holds the address of a destroyed session.
   if (fenuField.Get() != nullptr) {
     KALO_LOG_TAGGED(kTraceLevel, 899) << "Call to FenuInit() API completed successfully.";
     return KALO_DLL_STATUS_SUCCESS;
@@ -105,7 +105,7 @@ KALO_DLL_STATUS FenuCleanup(void) {
   KALO_LOG_TAGGED(kTraceLevel, 909) << "Executing call to FenuCleanup() API...";
   KALO_LOG_TAGGED(kTraceLevel, 911) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
-  // Contract: a count of 0 closes the session too, and the generation stays.
+  // Contract: closes the session even if the count is already 0, and keeps the generation.
   if (gKaloDllState.fenuRefCount == 0 || --gKaloDllState.fenuRefCount == 0) {
     status = CloseSession(fenuField.Live(), kFenuSide);
     fenuField.Set(nullptr);

@@ -19,8 +19,8 @@
 #include "transport/cp_drem_session.h"
 #include "transport/message_header.h"
 
-// The entry points of version 3 with their rules kept: who holds which handle, in what order, under
-// which lock, and what a status of 0 or 1 means. Header-only; it needs nothing but libkalodll.so.
+// A safe wrapper of the version-3 entry points: it owns the handle, serialises commands and tells
+// the outcomes of a command apart. Header-only; needs only libkalodll.so.
 //
 //   kalo::Client client;
 //   const kalo::Result result = client.Send(request, sizeof request, reply, sizeof reply);
@@ -30,43 +30,42 @@ namespace kalo {
 enum class Firmware { kKalo, kFenu };
 
 enum class Outcome {
-  // The reply is there, with a status of 0 or above.
+  // The reply has a status of 0 or more.
   kDone,
-  // The reply is there, with a negative status; the private data too.
+  // The reply has a negative status; the private data was read.
   kRefused,
-  // The request has not reached the firmware: it may be sent again.
+  // The request did not reach the firmware. It may be sent again.
   kNotSent,
-  // The device failed on the way: the firmware may or may not have carried the request out.
+  // The device failed during the exchange. The firmware may have executed the request.
   kUnknown,
 };
 
 struct Result {
   Outcome outcome = Outcome::kDone;
-  // Of the reply, for kDone and kRefused.
+  // The status of the reply, for kDone and kRefused.
   int32_t firmwareStatus = 0;
-  // The first `privateDataLength` bytes are what the firmware sent after its refusal.
+  // The private data that followed a refusal: `privateDataLength` bytes.
   std::array<unsigned char, 16> privateData{};
   unsigned int privateDataLength = 0;
-  // What the library returned and recorded, for kNotSent and kUnknown. Both firmwares share one
-  // record: the text may belong to the other firmware's failure if both fail at the same time.
+  // The status and the error text of the library, for kNotSent and kUnknown. Both firmwares share
+  // one record, so the text may belong to the other firmware if both fail at the same time.
   KALO_DLL_STATUS status = KALO_DLL_STATUS_SUCCESS;
   std::string text;
 };
 
-// A driver's access to one firmware client. All clients of a program or driver for the same
-// firmware share one handle and one lock, so any thread may use any of them at any time. Beside
-// them no other code of the process may call the library's initialisations, cleanups or commands
-// for that firmware.
+// Sends commands to one firmware client. All Clients of a program or driver for the same firmware
+// share one handle and one lock, so any thread may use any of them at any time. No other code of
+// the process may call the library's initialisations, cleanups or commands for that firmware.
 //
-// A Client may have static storage duration. Its destructor gives the handle back while the library
+// A Client may have static storage duration. Its destructor releases the handle while the library
 // still works: when the program calls exit or returns from main, or when dlclose unloads the
 // driver. It waits for a command that another thread is sending, so end such threads first, and do
 // not call exit in a log sink. _exit and abort run no destructor; the kernel then closes the
-// connection. A driver that g++ built stays loaded after dlclose until the program ends, because
-// g++ makes the state that clients share unique in the process.
+// connection. A driver built with g++ stays loaded after dlclose, because g++ makes the state that
+// Clients share unique in the process.
 class Client {
  public:
-  // `apiVersion` and `option` are announced by the first KALO client of the process.
+  // The first KALO Client of the process announces `apiVersion` and `option`.
   explicit Client(Firmware firmware = Firmware::kKalo, uint32_t apiVersion = KALO_FIRMWARE_API_32,
                   uint32_t option = 0)
       : shared_(SharedOf(firmware)) {
@@ -78,7 +77,7 @@ class Client {
     shared_.announced = true;
   }
 
-  // The last one gives the handle back.
+  // The last Client for a firmware releases the handle.
   ~Client() {
     const std::lock_guard<std::mutex> lock(shared_.mutex);
     if (--shared_.clients == 0) shared_.GiveBack();
@@ -86,10 +85,11 @@ class Client {
   Client(const Client&) = delete;
   Client& operator=(const Client&) = delete;
 
-  // Sends a request and takes its reply; lengths are in bytes, at least the header's 16. The reply
-  // is zeros but for what was received. The first call opens the connection, and so does the next
-  // one after a failure of the device; each opening costs the process one descriptor of the log
-  // file for good, so do not repeat a failing call in a tight loop. Throws std::bad_alloc only.
+  // Sends a request and reads its reply. Lengths are in bytes, at least 16, the size of the header.
+  // Bytes of `reply` that were not received are 0. The first call opens the connection, and so does
+  // the next call after a device failure. Each opening keeps a descriptor of the log file open for
+  // the life of the process, so do not repeat a failing call in a tight loop. Throws only
+  // std::bad_alloc.
   Result Send(const void* request, unsigned int requestLength, void* reply,
               unsigned int replyLength) {
     const std::lock_guard<std::mutex> lock(shared_.mutex);
@@ -101,7 +101,7 @@ class Client {
         return {Outcome::kNotSent, 0, {}, 0, status, "other code has closed the session"};
       }
     }
-    // A status that no firmware answers with: left in place it tells that none was received.
+    // No firmware uses this status. If it is still there afterwards, no status was received.
     constexpr uint32_t kNoStatus = 0x5AFEC0DE;
     if (reply != nullptr && replyLength >= sizeof(KaloMessageHeader)) {
       std::memcpy(StatusOf(reply), &kNoStatus, sizeof kNoStatus);
@@ -112,7 +112,7 @@ class Client {
                    requestLength, static_cast<unsigned char*>(reply), replyLength,
                    result.privateData.data(), &result.privateDataLength);
     if (result.status != KALO_DLL_STATUS_SUCCESS) {
-      // 2, 3 and 4 refuse the arguments; all else comes of the device.
+      // 2, 3 and 4 mean invalid arguments; any other status comes from the device.
       const bool device = result.status == KALO_DLL_STATUS_FAILURE;
       if (reply != nullptr) std::memset(reply, 0, replyLength);
       if (device) shared_.GiveBack();
@@ -134,8 +134,8 @@ class Client {
   }
 
  private:
-  // One handle for each firmware: handles that share a session need one lock, and a session that
-  // failed is renewed only when its last handle is given back.
+  // One handle per firmware: handles that share a session need one lock, and a failed session is
+  // replaced only when its last handle is released.
   struct Shared {
     explicit Shared(Firmware which) : firmware(which) {}
 
@@ -147,7 +147,7 @@ class Client {
       firmware == Firmware::kKalo ? KaloCleanup3(handle) : FenuCleanup3(handle);
       handle = nullptr;
     }
-    // After a failed reconnect: such a connection sends nothing and says nothing.
+    // After a failed reconnect, the connection sends nothing and reports no error.
     bool IsClosed() const {
       const auto& connections = static_cast<const ClientSession*>(handle)->dremSessions;
       return connections.empty() || connections.front()->deviceFd == -1;

@@ -11,15 +11,15 @@
 
 #ifdef KALODLL_CARRIES_LIBSTDCXX
 namespace __gnu_cxx {
-// Frees what libstdc++ has put aside for exceptions when memory runs out.
+// Frees the memory that libstdc++ reserves for exceptions.
 void __freeres();
 }  // namespace __gnu_cxx
 #endif
 
 #ifdef KALODLL_CARRIES_LIBCXX
-// In place of libc++abi's own. That one keeps a thread's exceptions under one of the process's few
-// thread-specific keys, or in emulated thread-local storage, and frees neither at unload. True
-// thread-local storage goes with the library.
+// Replaces the function of libc++abi, which keeps a thread's exceptions under one of the process's
+// few thread-specific keys, or in emulated thread-local storage, and frees neither at unload. True
+// thread-local storage is freed with the library.
 extern "C" {
 struct ThreadExceptions {
   void* caught;
@@ -33,19 +33,19 @@ ThreadExceptions* __cxa_get_globals_fast() { return __cxa_get_globals(); }
 }
 #endif
 
-// The first of the library's two static objects to be built, whatever the link order.
+// The first of the library's two static objects, whatever the link order.
 __attribute__((init_priority(1001))) KaloDllState gKaloDllState;
 
 namespace {
 
-// In the child of a fork: whoever held the lock there may not exist any more.
+// Runs in the child of a fork, where the thread that held the lock may not exist.
 void FreeLock() { pthread_mutex_init(&gKaloDllState.stateLock, nullptr); }
 
 }  // namespace
 
 KaloDllState::KaloDllState()
     : kaloInterfaceVersion(0),
-      // fenuInterfaceVersion keeps the zero of static storage.
+      // fenuInterfaceVersion stays 0 from static storage.
       provisioningSession(nullptr),
       kaloSessionA(nullptr),
       kaloSessionB(nullptr),
@@ -66,7 +66,7 @@ KaloDllState::KaloDllState()
   kaloRefCountB = 0;
   fenuRefCount = 0;
   sessionBShared = false;
-  // A driver may have a state of its own.
+  // A driver may create its own state.
   if (this == &gKaloDllState) pthread_atfork(nullptr, nullptr, FreeLock);
 }
 
@@ -78,12 +78,12 @@ KaloDllState::~KaloDllState() {
   sessionBShared = false;
   oscl::KeepStores(this);
 #ifdef KALODLL_CARRIES_LIBSTDCXX
-  // The carried copy is unloaded with the library and would lose it.
+  // The library's own C++ runtime is unloaded with it and would leak this memory.
   if (this == &gKaloDllState) __gnu_cxx::__freeres();
 #endif
 }
 
-// Not in a header: a driver may declare a DllMain of its own, with another linkage.
+// Not declared in a header, because a driver may define its own DllMain with another linkage.
 int32_t DllMain(void*, unsigned int, void*) { return 1; }
 
 KALO_DLL_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params) {
@@ -92,7 +92,7 @@ KALO_DLL_STATUS KaloStateInit(KALO_STATE_INIT_PARAMS* params) {
     gKaloDllState.firmwareApiVersion = params->firmwareApiVersion;
     gKaloDllState.stateInitFlag = params->stateInitOption == 1;
   }
-  // Contract: the name of another call.
+  // Contract: the text names another call.
   KALO_LOG(logging::kOrdinaryLevel) << "Call to KaloInit() API completed successfully.";
   return KALO_DLL_STATUS_SUCCESS;
 }

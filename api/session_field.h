@@ -4,25 +4,25 @@
 #include "transport/kalo_status.h"
 
 // One session pointer of the exported state. The state keeps the address of a session after the
-// library has destroyed it; a hidden mark beside the state tells such an address from a live one.
-// An address that other code wrote into the state counts as live. As unlocked as the state itself;
-// the accesses are atomic for a driver that calls SessionCleanup beside either side's calls.
+// library has destroyed it; a hidden mark distinguishes such an address from an open session. An
+// address that other code writes into the state counts as an open session. There is no lock;
+// accesses are atomic, because a driver may call SessionCleanup during the calls of either side.
 class SessionField {
  public:
   constexpr explicit SessionField(ClientSession* KaloDllState::*member) : member_(member) {}
 
-  // The pointer as it stands.
+  // Returns the pointer, even if its session was destroyed.
   ClientSession* Get() const {
     return __atomic_load_n(&(gKaloDllState.*member_), __ATOMIC_RELAXED);
   }
 
-  // The pointer, or null when the library has destroyed its session.
+  // Returns the pointer, or null if the library destroyed its session.
   ClientSession* Live() const {
     ClientSession* const session = Get();
     return session == __atomic_load_n(&destroyed_, __ATOMIC_RELAXED) ? nullptr : session;
   }
 
-  // Stores a session that the library has made, or null.
+  // Stores a session that the library created, or null.
   void Set(ClientSession* session) {
     __atomic_store_n(&destroyed_, nullptr, __ATOMIC_RELAXED);
     __atomic_store_n(&(gKaloDllState.*member_), session, __ATOMIC_RELAXED);
@@ -35,7 +35,7 @@ class SessionField {
 
  private:
   ClientSession* KaloDllState::*member_;
-  // The address that the field held when the library destroyed the session there.
+  // The address in the field when the library destroyed the session.
   ClientSession* destroyed_ = nullptr;
 };
 
@@ -43,13 +43,13 @@ extern SessionField kaloFieldA;
 extern SessionField kaloFieldB;
 extern SessionField fenuField;
 
-// The two sides of the library. An entry point of one side touches no session of the other, unless
-// the driver gives FenuCleanup3 another handle than that of FENU's session.
+// The two sides of the library. An entry point of one side never touches a session of the other,
+// unless the driver passes it to FenuCleanup3.
 enum Sides { kKaloSide = 1, kFenuSide = 2, kBothSides = kKaloSide | kFenuSide };
 
 // Deletes a session and marks the fields of `sides` that hold its address.
 void DestroySession(ClientSession* session, Sides sides);
 
-// Closes and destroys a session: 0, or 1 when closing failed. Leaves a null session alone, and the
-// one that the library destroyed last on one of `sides`.
+// Closes and destroys a session. Returns 0, or 1 if closing fails. Does nothing for a null session,
+// and for the session that the library destroyed last on one of `sides`.
 KALO_DLL_STATUS CloseSession(ClientSession* session, Sides sides);

@@ -24,13 +24,13 @@ constexpr uint32_t kVersion3 = 3;
 
 constexpr char kInit[] = "KaloInit3";
 
-// The session that a failure of this call must destroy.
+// The session that this call must destroy if it fails.
 struct PendingDeleter {
   void operator()(ClientSession* session) const { DestroySession(session, kKaloSide); }
 };
 using PendingSession = std::unique_ptr<ClientSession, PendingDeleter>;
 
-// The handle variable may be a session field of another pointer type, so it is reached by copying.
+// Copies bytes, because the handle variable may be a session field, which has another pointer type.
 void WriteHandle(void** handle, ClientSession* session) {
   std::memcpy(handle, &session, sizeof session);
 }
@@ -99,7 +99,7 @@ void ChooseSession(PendingSession& pending, void** handle) {
       ShareEitherSession(handle);
     }
   } else {
-    // Contract: still a success, and the handle variable keeps what it held.
+    // Contract: returns success and does not write the handle variable.
     KALO_LOG_AS(kOrdinaryLevel, kInit) << "Error - FW version is not set ";
   }
 }
@@ -115,7 +115,7 @@ void ClaimGeneration() {
 
 KALO_DLL_STATUS Fail(PendingSession& pending, const char* text, uint32_t code,
                      KALO_DLL_STATUS status) {
-  // Contract: nothing else is rolled back; the field keeps the address and the count stays.
+  // Contract: rolls nothing else back: the field keeps the address and the count stays.
   pending.reset();
   KALO_LOG_AS(kOrdinaryLevel, kInit) << "Call to KaloInit3() API failed.";
   KALO_LOG_AS(kOrdinaryLevel, kInit) << text;
@@ -127,7 +127,7 @@ KALO_DLL_STATUS Fail(PendingSession& pending, const char* text, uint32_t code,
 
 constexpr char kStartIo[] = "StartIoEx3";
 
-// An ioctl tag and its terminating zero; only the text is compared.
+// An ioctl tag with its NUL; only the text is compared.
 constexpr unsigned int kTagLength = 9;
 constexpr char kAllocTag[] = "IOCTLHND";
 constexpr char kFreeTag[] = "IOCTLFRE";
@@ -152,7 +152,7 @@ void LogEntry(const void* session, const Buffers& buffers) {
   KALO_LOG_AS(kOrdinaryLevel, kStartIo) << "OutputBufferLength: " << buffers.outputLength << '\n';
 }
 
-// True when the private data asked for an ioctl wrapper instead of a message.
+// Returns true if the private data requests an ioctl wrapper instead of a message.
 bool ServeIoctlTag(ClientSession& session, const Buffers& buffers) {
   if (buffers.privateData == nullptr || buffers.privateDataLength == nullptr ||
       *buffers.privateDataLength != kTagLength) {
@@ -205,8 +205,8 @@ KALO_DLL_STATUS FailGeneral(ClientSession* session, const std::exception& except
 
 constexpr char kCleanup[] = "KaloCleanup3";
 
-// Drops one reference when the handle is this field's; true when it was the last. Contract: the
-// field keeps the address, and KaloInit3 goes by the counts alone.
+// Releases one reference if the handle is in this field. Returns true if it was the last. Contract:
+// the field keeps the address, because KaloInit3 looks only at the counts.
 bool DropReference(const void* handle, SessionField& field, uint32_t& count,
                    KALO_DLL_STATUS& result) {
   if (handle != field.Get() || count == 0 || --count != 0) return false;
@@ -243,7 +243,7 @@ KALO_DLL_STATUS KaloInit3(void** handle) {
   } catch (const std::exception& exception) {
     return Fail(pending, exception.what(), kNoStatusCode, KALO_DLL_STATUS_FAILURE);
   }
-  // From here on the state owns it.
+  // The state owns the session from here on.
   pending.release();
   return KALO_DLL_STATUS_SUCCESS;
 }

@@ -16,9 +16,9 @@ namespace logging {
 
 namespace {
 
-// Whether the thread that holds the log's lock delivers, and how many threads do that could not
-// take it. A child of a fork inherits both, because a sink whose delivery the fork cut short must
-// not be deleted there either.
+// Whether the thread that holds the log's lock is delivering, and how many threads deliver without
+// it because it failed. A child of a fork inherits both: a sink whose delivery the fork interrupted
+// must not be deleted in the child.
 std::atomic<bool> delivering{false};
 std::atomic<int> deliveringUnlocked{0};
 
@@ -29,8 +29,8 @@ std::string Prefix() {
   return text;
 }
 
-// A sink may write into the text it gets, so each gets a copy; the last one needs none. Without
-// memory for a copy the sink gets the line itself.
+// A sink may write into its text, so each gets a copy, except the last. If memory is exhausted, a
+// sink gets the line itself.
 const char* TextForSink(const char* line, bool last, std::string& copy) {
   if (last) return line;
   try {
@@ -49,13 +49,13 @@ void Deliver(const char* line) {
     ++deliveringUnlocked;
   }
   std::string copy;
-  // A sink holds the lock and so may append another.
+  // The sinks run under the lock, so one may append another.
   for (size_t i = 0; i < sinks.size(); ++i) {
     if (sinks[i] == nullptr) continue;
     try {
       sinks[i]->logMessage(TextForSink(line, i + 1 == sinks.size(), copy));
     } catch (...) {
-      // The other sinks get the line all the same.
+      // The other sinks still get the line.
     }
   }
   if (guard.Entered()) {
@@ -82,7 +82,7 @@ void Emit(int32_t level, const char* text) noexcept {
   try {
     Deliver((Prefix() + text).c_str());
   } catch (...) {
-    // Out of memory: logging never reports a failure to the code that logs.
+    // If memory is exhausted, drop the line: logging never fails its caller.
   }
 }
 

@@ -7,5 +7,5 @@
 
 #include <sstream>
 
-// Writes the path of the log file and a NUL into `path`; always true. Any thread.
+// Writes the path of the log file and a NUL into `path`. Always returns true. Any thread.
 bool DetermineLogFilePath(std::stringstream& path);

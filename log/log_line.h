@@ -14,9 +14,9 @@
 //
 //   KALO_LOG(kTraceLevel) << "READ call is successful.";
 //
-// writes "<function>:<line>: READ call is successful." A statement that nobody will see costs one
-// comparison and evaluates nothing to its right. It is one expression, safe in an unbraced `if`,
-// and leaves errno alone.
+// writes "<function>:<line>: READ call is successful." A statement below the threshold costs one
+// comparison and does not evaluate its operands. It is one expression, so it is safe in an unbraced
+// `if`. It does not change errno.
 
 namespace logging {
 
@@ -25,7 +25,7 @@ constexpr int32_t kTraceLevel = 100;
 
 inline bool Wanted(int32_t level) { return level <= Threshold() && SinkRegistered(); }
 
-// Prints in lower-case hexadecimal without prefix; a negative number as its 32 bits.
+// Prints lower-case hexadecimal digits without a prefix; a negative number as 32 bits.
 struct Hex {
   template <typename Number>
   explicit Hex(Number number) : value(static_cast<uint32_t>(number)) {}
@@ -38,12 +38,12 @@ struct Address {
   const void* value;
 };
 
-// One message with its lead-in of function and tag, emitted when the statement ends. What stream
-// insertion would print, without a stream: the text lies in the message itself, so that no memory
-// is needed for it. Appending is inline, where the length of most pieces is known.
+// One message, preceded by its function and tag, which the end of the statement delivers. It prints
+// what stream insertion would print, but into a buffer of its own, so it needs no allocation. The
+// functions are inline because the compiler then knows the length of most pieces.
 class LogLine {
  public:
-  // `tag` is the lead-in's rest, ":<number>: ".
+  // `tag` is the text ":<number>: " after the function.
   LogLine(int32_t level, std::string_view function, std::string_view tag) : level_(level) {
     *this << function << tag;
   }
@@ -52,7 +52,7 @@ class LogLine {
   LogLine& operator=(const LogLine&) = delete;
 
   LogLine& operator<<(std::string_view text) {
-    // No message of the library's own is longer than the buffer; a piece that is would be left out.
+    // All messages of the library fit the buffer; a piece that does not is left out.
     if (text.size() < static_cast<size_t>(std::end(text_) - end_)) {
       std::memcpy(end_, text.data(), text.size());
       end_ += text.size();
@@ -73,14 +73,14 @@ class LogLine {
     return *this << std::string_view(digits, static_cast<size_t>(end - digits));
   }
 
-  // First, so that errno is put back after the message has been emitted.
+  // The first member, so that it restores errno after the delivery.
   const oscl::ErrnoKeeper keeper_;
   const int32_t level_;
   char* end_ = text_;
   char text_[256];
 };
 
-// Gives both arms of a log statement the type void; binds looser than <<.
+// Gives both arms of a log statement the type void. Binds looser than <<.
 struct Discard {
   void operator&(const LogLine&) const {}
 };
@@ -93,9 +93,9 @@ struct Discard {
       ? static_cast<void>(0)                \
       : ::logging::Discard() & ::logging::LogLine(level, function, ":" KALO_LOG_TEXT_OF(tag) ": ")
 
-// Tagged with the line of the statement.
+// The tag is the line of the statement.
 #define KALO_LOG(level) KALO_LOG_FULL(level, __func__, __LINE__)
-// Tagged with a fixed number.
+// The tag is a fixed number.
 #define KALO_LOG_TAGGED(level, tag) KALO_LOG_FULL(level, __func__, tag)
-// On behalf of another function.
+// For another function.
 #define KALO_LOG_AS(level, function) KALO_LOG_FULL(level, function, __LINE__)

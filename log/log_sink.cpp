@@ -26,7 +26,7 @@ StreamLogSink::StreamLogSink(std::ostream* target) : stream(target) {}
 StreamLogSink::~StreamLogSink() = default;
 
 void StreamLogSink::logMessage(const char* message) {
-  // The standard libraries differ on a null text, so none is ever inserted.
+  // Standard libraries treat a null text differently, so never insert one.
   if (message != nullptr) {
     *stream << message;
   } else {

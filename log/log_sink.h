@@ -7,30 +7,31 @@
 
 #include <ostream>
 
-// Receives finished log lines. Once appended to Logger::logBase.sinks a sink belongs to the log,
-// which deletes it at unload.
+// Receives finished log lines. The log owns a sink that was appended to Logger::logBase.sinks, and
+// deletes it at unload.
 class LogSink {
  public:
   LogSink();
   LogSink(const LogSink&) = delete;
   LogSink& operator=(const LogSink&) = delete;
 
-  // Delivers one NUL-terminated line; `message` stays the caller's. Called on the logging thread
-  // under the log's lock, one line at a time, so it must not log itself. What it throws is
-  // swallowed, and the other sinks get the line all the same; so is a cancellation of the thread,
-  // which ends a glibc process. It may fork, and it may end the process: no sink is deleted then.
+  // Receives one NUL-terminated line; the caller keeps ownership of `message`. Runs in the logging
+  // thread under the log's lock, one line at a time, so it must not log. The log catches every
+  // exception and still delivers the line to the other sinks. It also catches a cancellation of the
+  // thread, which aborts a glibc process. A sink may fork and may exit the process; then no sink is
+  // deleted.
   virtual void logMessage(const char* message) = 0;
 
   virtual ~LogSink();
 };
 
-// Inserts each line into a stream, as it is: no line end, no flush.
+// Inserts each line into a stream, without a line end and without a flush.
 class StreamLogSink : public LogSink {
  public:
-  // `stream` stays the caller's and must outlive the sink.
+  // The caller owns `stream`, which must outlive the sink.
   explicit StreamLogSink(std::ostream* stream);
 
-  // A null message only sets the stream's bad state.
+  // A null message only sets the stream's badbit.
   void logMessage(const char* message) override;
 
   ~StreamLogSink() override;
@@ -38,11 +39,11 @@ class StreamLogSink : public LogSink {
   std::ostream* stream;
 };
 
-// Appends each line to a file and flushes it, so that the file is complete if the process dies.
+// Appends each line to a file and flushes it, so the file is complete even if the process crashes.
 class FileLogSink : public StreamLogSink {
  public:
-  // Opens `path` for appending and creates it where it is missing. A file that cannot be opened is
-  // no error: the sink then drops its lines.
+  // Opens `path` for appending and creates it if it is missing. If it cannot be opened, the sink
+  // drops its lines.
   explicit FileLogSink(const char* path);
 
   void logMessage(const char* message) override;

@@ -10,38 +10,38 @@
 #include "oscl/kept_stores.h"
 #include "oscl/timing.h"
 
-// The second of the library's two static objects to be built, whatever the link order.
+// The second of the library's two static objects, whatever the link order.
 __attribute__((init_priority(1002))) Logger::LogBase Logger::logBase;
 
 namespace {
 
-// What cannot be freed because a sink is at work stays here.
+// Keeps the sinks that cannot be deleted because one is in use.
 alignas(std::vector<LogSink*>) unsigned char keptSinks[sizeof(std::vector<LogSink*>)];
 
-// In the child of a fork: whoever held the lock there may not exist any more.
+// Runs in the child of a fork, where the thread that held the lock may not exist.
 void FreeLock() { pthread_mutex_init(&Logger::logBase.lock, nullptr); }
 
 }  // namespace
 
 Logger::LogBase::LogBase() : level(0), plainOutput(true) {
-  // A carried standard library numbers the parts of a locale when it makes its first one. A
-  // caller's stream, whose parts are numbered in that order, may come before any stream of the
-  // library's.
+  // The library's own C++ library numbers the facets of a locale when it creates its first one. A
+  // caller's stream, whose facets have numbers in that order, may be used before any stream of the
+  // library.
   static_cast<void>(std::locale::classic());
   InitializeCriticalSection(&lock);
   if (this == &logBase) pthread_atfork(nullptr, nullptr, FreeLock);
 }
 
 Logger::LogBase::~LogBase() {
-  // Contract: waits for nobody. A delivery may be under way, in a sink that ends the process or in
-  // a thread that the process does not wait for, and then no sink can be deleted safely.
+  // Contract: does not wait. If a sink that is delivering ends the process, or a thread of the
+  // process is still in a sink, no sink can be deleted safely.
   if (this == &logBase && logging::DeliveryUnderWay()) {
     new (keptSinks) std::vector<LogSink*>(std::move(sinks));
     oscl::KeepStores(keptSinks);
     oscl::KeepStores(this);
     return;
   }
-  // A message that comes after unload has begun must find no sink.
+  // A message that arrives after unload has begun must find no sink.
   std::vector<LogSink*> owned;
   owned.swap(sinks);
   oscl::KeepStores(this);
@@ -56,12 +56,12 @@ Logger::~Logger() {
   try {
     logging::Emit(level, str().c_str());
   } catch (...) {
-    // Out of memory: logging never reports a failure to the code that logs.
+    // If memory is exhausted, drop the line: logging never fails its caller.
   }
 }
 
 int64_t Logger::GetHighResolutionCounterTick() {
-  // Contract: a clock without a frequency is reported to nobody.
+  // Contract: a clock without a frequency is not reported.
   LARGE_INTEGER frequency = 0;
   QueryPerformanceFrequency(&frequency);
   LARGE_INTEGER tick = 0;

@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-// Weak, so that a definition in the program still takes precedence over the stand-in.
+// Weak, so that a definition in the program replaces it.
 extern "C" __attribute__((weak)) int __android_log_print(int priority, const char* tag,
                                                          const char* format, ...);
 
@@ -20,7 +20,7 @@ __attribute__((format(printf, 3, 4))) int PrintToStandardError(int, const char*,
   const int length = std::vsnprintf(text, sizeof text, format, arguments);
   va_end(arguments);
   if (length < 0) return length;
-  // An entry of Android's log is a line of its own, whether or not its text ends one.
+  // Each entry of Android's log is a line, even without a line feed.
   const size_t stored = std::strlen(text);
   const bool ended = stored > 0 && text[stored - 1] == '\n';
   return std::fprintf(stderr, ended ? "%s" : "%s\n", text);

@@ -12,7 +12,7 @@ constexpr int32_t kRefused = 1;
 __attribute__((format(printf, 4, 0))) int32_t Print(char* dst, uint32_t dstSize, uint32_t count,
                                                     const char* format, va_list arguments) {
   if (dst == nullptr || format == nullptr || count == 0 || count > dstSize) return kRefused;
-  // Contract: the limit is the whole buffer; `count` is checked and no more.
+  // Contract: the limit is the whole buffer; `count` is only checked.
   return vsnprintf(dst, dstSize, format, arguments);
 }
 
@@ -27,7 +27,7 @@ int32_t strcpy_s(char* dst, uint32_t dstSize, const char* src) {
 }
 
 int32_t strncpy_s(char* dst, uint32_t dstSize, const char* src, uint32_t count) {
-  // Contract: the whole source is held against dstSize, and `count` is not.
+  // Contract: compares the whole source with dstSize, but not `count`.
   if (dst == nullptr || src == nullptr || dstSize <= strlen(src)) return kRefused;
   strncpy(dst, src, count);
   return kDone;

@@ -18,7 +18,7 @@ HANDLE HandleOf(int descriptor) {
   return reinterpret_cast<HANDLE>(static_cast<intptr_t>(descriptor));
 }
 
-// The open flag of an access mask, or -1.
+// Returns the open flag of an access mask, or -1.
 int AccessFlag(uint32_t access) {
   switch (access) {
     case GENERIC_READ:
@@ -32,7 +32,7 @@ int AccessFlag(uint32_t access) {
   }
 }
 
-// The open flags of a disposition, or -1. Contract: CREATE_ALWAYS does not truncate.
+// Returns the open flags of a disposition, or -1. Contract: CREATE_ALWAYS does not truncate.
 int DispositionFlags(uint32_t disposition) {
   switch (disposition) {
     case CREATE_NEW:
@@ -49,7 +49,7 @@ int DispositionFlags(uint32_t disposition) {
   }
 }
 
-// Stores the code of a call that reports failure by a negative result, and says if it succeeded.
+// Stores the code for a call that returns a negative result on failure. Returns true on success.
 bool Succeeded(int64_t result) {
   oscl::SetLastErrorFromErrno(result < 0 ? errno : 0);
   return result >= 0;

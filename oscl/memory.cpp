@@ -29,7 +29,7 @@ void* AllocMem(size_t size) {
 
 void* AllocAndZeroMem(size_t size) {
   void* block = AllocMem(size);
-  // Contract: a 32-bit length.
+  // Contract: the length has 32 bits.
   if (block != nullptr) ZeroMemory(block, static_cast<uint32_t>(size));
   return block;
 }

@@ -16,8 +16,8 @@ uint32_t NotAvailable() {
 }  // namespace
 
 HANDLE LoadLibrary(const char* name) {
-  // The loader does not promise to set errno: what an earlier call left must not be reported, and
-  // stays unless the loader sets another.
+  // The loader may not set errno, so clear it first: an earlier errno must not be reported. Restore
+  // it unless the loader sets another.
   const int earlier = errno;
   errno = 0;
   HANDLE module = dlopen(name, RTLD_LAZY);
@@ -30,7 +30,7 @@ HANDLE LoadLibrary(const char* name) {
 HANDLE OSCL_LoadLibrary(const char* name) { return LoadLibrary(name); }
 
 BOOL FreeLibrary(HANDLE module) {
-  // The loader would follow a null handle.
+  // The loader would dereference a null handle.
   const bool released = module != nullptr && dlclose(module) == 0;
   oscl::SetLastErrorCode(released ? OSCL_ERROR_SUCCESS : OSCL_ERROR_UNKNOWN);
   return released ? 1 : 0;

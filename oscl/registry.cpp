@@ -15,7 +15,7 @@ using oscl::RegistryImage;
 using oscl::RegistryKeyRecord;
 using oscl::RegistryValueRecord;
 
-// Runs the body of a function and reports how it ended.
+// Runs the body of a registry function, stores its code and returns it.
 template <typename Body>
 uint32_t Report(Body body) {
   uint32_t code = OSCL_ERROR_SUCCESS;
@@ -30,7 +30,7 @@ uint32_t Report(Body body) {
   return code;
 }
 
-// The prefix of key names under a root; null for a handle that is not a root.
+// Returns the prefix of key names under a root, or null if the handle is not a root.
 const char* RootPrefix(HKEY key) {
   switch (key) {
     case HKEY_CLASSES_ROOT:
@@ -54,8 +54,8 @@ void CheckNoRoot(HKEY key) {
   if (RootPrefix(key) != nullptr) throw RegistryFailure(OSCL_ERROR_NO_MEMORY);
 }
 
-// The key of an image that is loaded anew for it. Contract: the first key with the id only lends
-// its name, so that of several keys with one name the first in the list serves them all.
+// Loads the image and returns the key. Contract: the first key with the id only provides the name;
+// the first key with that name is used.
 RegistryKeyRecord& FindKey(RegistryImage& image, HKEY key, const char* subKey,
                            const char* valueName) {
   const RegistryKeyRecord* named = image.FindById(key);
@@ -68,7 +68,7 @@ RegistryKeyRecord& FindKey(RegistryImage& image, HKEY key, const char* subKey,
   return *found;
 }
 
-// Contract: the caller's size is not consulted.
+// Contract: ignores the caller's size.
 void CopyData(const RegistryValueRecord& value, void* data) {
   if (value.size == 0 || data == nullptr) return;
   if (oscl::IsRegistryNumber(value.type)) {
@@ -83,17 +83,17 @@ RegistryValueRecord& FindOrAddValue(RegistryImage& image, RegistryKeyRecord& key
                                     const char* name) {
   RegistryValueRecord* found = image.FindValue(key, name);
   if (found != nullptr) return *found;
-  // Such a name would come back as two lines.
+  // A longer name would be read as two lines.
   if (std::strlen(name) > oscl::kRegistryLineLimit) {
     throw RegistryFailure(OSCL_ERROR_INVALID_PARAMETER);
   }
   return image.AddValue(key, name);
 }
 
-// Bytes that are not there count as 0, and a text need not be terminated.
+// Missing bytes count as 0, and a text needs no terminator.
 void SetData(RegistryValueRecord& value, uint32_t type, const void* data, uint32_t size) {
   value.type = type;
-  // Contract: of a REG_DWORD four bytes are taken, whatever size the caller names.
+  // Contract: a REG_DWORD takes 4 bytes, whatever the caller's size.
   value.size = type == REG_DWORD ? sizeof(value.number) : size;
   value.number = 0;
   value.text = {};
@@ -112,7 +112,7 @@ void SetData(RegistryValueRecord& value, uint32_t type, const void* data, uint32
 uint32_t RegOpenKeyEx(HKEY key, const char* subKey, uint32_t /*options*/, uint32_t /*access*/,
                       HKEY* result) {
   return Report([&] {
-    // Contract: a sub-key for which there is no room is refused and leaves the prefix as the path.
+    // Contract: a sub-key that does not fit is ignored, and the path is the prefix only.
     char path[oscl::kRegistryLineLimit + 1] = "";
     strcat_s(path, sizeof path, RootPrefix(key));
     strcat_s(path, sizeof path, subKey);

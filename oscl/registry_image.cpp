@@ -30,9 +30,9 @@ File Open(const char* mode, uint32_t code) {
   return File(file);
 }
 
-// Reads the file with one read, so that a rewrite at the same time is seen whole or not at all,
-// wherever the system keeps the two apart. False when the file was cut short meanwhile. What cannot
-// tell its size, or grows, takes more reads.
+// Reads the file with one read call, so that it sees a simultaneous rewrite completely or not at
+// all, if the system separates reads from writes. Returns false if the file was truncated
+// meanwhile. A file without a size, or one that grows, takes more reads.
 bool ReadWhole(std::string& block) {
   const File file = Open("r", OSCL_ERROR_REG_FILE_UNREADABLE);
   std::setvbuf(file.get(), nullptr, _IONBF, 0);
@@ -52,7 +52,7 @@ bool IsSpace(char character) {
   return (character >= '\t' && character <= '\r') || character == ' ';
 }
 
-// Reads a block as fscanf reads a file, without its cost.
+// Reads a block as fscanf reads a file, but faster.
 class Scanner {
  public:
   explicit Scanner(const std::string& block)
@@ -60,9 +60,9 @@ class Scanner {
         end_(next_ + block.size()),
         holdsNul_(block.find('\0') != std::string::npos) {}
 
-  // "%255[^\n]\n": 1 to 255 characters up to the line end, then all white space, blank lines and
-  // the indentation of the next line included. The line counts up to its first NUL. False at the
-  // end, or at a line end, which only the first character can be.
+  // "%255[^\n]\n": 1 to 255 characters up to the line end, then all white space, including blank
+  // lines and the indentation of the next line. The line ends at its first NUL. Returns false at
+  // the end, and at an empty line, which only the first character can be.
   bool ReadLine(std::string_view& line) {
     const std::size_t room = std::min<std::size_t>(end_ - next_, kRegistryLineLimit);
     const void* lineEnd = std::memchr(next_, '\n', room);
@@ -74,8 +74,8 @@ class Scanner {
     return true;
   }
 
-  // "%x\n": what follows the digits on their line is left for the next read. A "0x" that no digits
-  // follow is 0; what 64 bits do not hold is the largest number that they do.
+  // "%x\n": the rest of the line after the digits stays for the next read. "0x" without digits is
+  // 0. A number above 64 bits is the largest 64-bit number.
   bool ReadHexadecimal(uint32_t& number) {
     const bool negative = *next_ == '-';
     if (negative || *next_ == '+') ++next_;
@@ -102,8 +102,8 @@ class Scanner {
   const bool holdsNul_;
 };
 
-// The number at the start of the line as strtol reads it, 0 without one. Contract: what 64 bits do
-// not hold is the nearest number that they do, and of 64 bits the lower 32 count.
+// Returns the number at the start of the line as strtol reads it, or 0. Contract: a number beyond
+// 64 bits becomes the nearest 64-bit number, whose lower 32 bits count.
 int32_t DecimalOf(std::string_view line) {
   const char* const begin = line.data();
   const bool plus = line.size() > 1 && begin[0] == '+' && begin[1] != '-';
@@ -113,8 +113,8 @@ int32_t DecimalOf(std::string_view line) {
   return static_cast<int32_t>(number);
 }
 
-// Reads what follows "[VALUE]". False when the file ended before the value was whole; a value that
-// lacks no more than its data is kept.
+// Reads the lines after "[VALUE]". Returns false if the file ends before the value is complete. A
+// value that lacks only its data is kept.
 bool ReadValue(Scanner& scanner, RegistryKeyRecord& key, std::vector<RegistryValueRecord>& values) {
   std::string_view name;
   std::string_view line;
@@ -132,7 +132,7 @@ bool ReadValue(Scanner& scanner, RegistryKeyRecord& key, std::vector<RegistryVal
     value.text = line;
     value.size = static_cast<uint32_t>(line.size()) + 1;
   } else if (whole) {
-    // Contract: a REG_QWORD has 4 bytes too.
+    // Contract: a REG_QWORD also has 4 bytes.
     value.number = DecimalOf(line);
     value.size = sizeof(value.number);
   }
@@ -146,7 +146,7 @@ Record* First(Record* begin, Record* end, Field Record::*field, const Field& wan
   return found != end ? found : nullptr;
 }
 
-// Appends to memory that has room for it.
+// Appends to memory that is large enough.
 class Writer {
  public:
   explicit Writer(char* at) : at_(at) {}
@@ -160,7 +160,7 @@ class Writer {
   void Put(std::string_view text) { at_ += text.copy(at_, text.size()); }
   void Put(int32_t number) { at_ = std::to_chars(at_, at_ + kNumberRoom, number).ptr; }
 
-  // Contract: the blank before each line end makes the next load refuse the file.
+  // Contract: writes a blank before each line end, and so the next load refuses the file.
   template <std::size_t kSize, typename Text>
   void PutLine(const char (&indent)[kSize], const Text& text) {
     Put(indent);
@@ -174,7 +174,7 @@ class Writer {
   char* at_;
 };
 
-// Room for a key or value with all that is written of it but its texts.
+// The size of a key or value without its texts.
 constexpr std::size_t kRecordRoom = 64;
 
 void WriteKey(Writer& writer, const RegistryKeyRecord& key) {
@@ -202,7 +202,7 @@ void WriteValue(Writer& writer, const RegistryValueRecord& value) {
 
 void RegistryImage::Load() {
   std::string block;
-  // Once more, or half a file would be taken for the whole.
+  // Read it again: half a file must not be taken for the whole.
   if (!ReadWhole(block)) ReadWhole(block);
   if (block != block_) Parse(std::move(block));
 }
@@ -211,11 +211,11 @@ void RegistryImage::Parse(std::string block) {
   block_ = std::move(block);
   keys_.clear();
   values_.clear();
-  // About as many as such a file holds, so that the records seldom move.
+  // A typical number of records, to avoid reallocation.
   keys_.reserve(block_.size() / 64);
   values_.reserve(block_.size() / 32);
   ParseItems();
-  // A key that the end of the file leaves without a name is not kept.
+  // A key without a name at the end of the file is dropped.
   if (!keys_.empty() && keys_.back().name.empty()) keys_.pop_back();
   if (!keys_.empty()) std::reverse(keys_.begin() + 1, keys_.end());
 }
@@ -280,7 +280,7 @@ std::string RegistryImage::Rendered() const {
 
 void RegistryImage::Save() const {
   const std::string rendered = Rendered();
-  // A stream writes in one piece what fills its buffer.
+  // A stream writes its full buffer with one call.
   const std::unique_ptr<char[]> buffer(new char[rendered.size()]);
   File file = Open("w+", OSCL_ERROR_REG_FILE_UNWRITABLE);
   std::setvbuf(file.get(), buffer.get(), _IOFBF, rendered.size());

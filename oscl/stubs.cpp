@@ -10,7 +10,7 @@ Result Success(Result result) {
   return result;
 }
 
-// Contract: not null, which callers take for a failure, and no object either.
+// Contract: not null, because callers treat null as a failure, and not an object.
 HANDLE const kNoObject = reinterpret_cast<HANDLE>(1);
 
 }  // namespace

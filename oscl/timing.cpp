@@ -9,7 +9,7 @@ namespace {
 
 constexpr int64_t kNanosecondsPerSecond = 1'000'000'000;
 
-// Nanoseconds of one tick, or 0 when the clock cannot serve as a counter.
+// Returns the nanoseconds per tick, or 0 if the clock cannot serve as a counter.
 int64_t TickLength() {
   timespec resolution{};
   if (clock_getres(CLOCK_MONOTONIC, &resolution) != 0 || resolution.tv_sec != 0) return 0;

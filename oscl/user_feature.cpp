@@ -27,7 +27,7 @@ constexpr uint32_t kNotifyLastSet = 4;
 constexpr uint32_t kInfinite = 0xFFFFFFFFu;
 constexpr uint32_t kExecuteOnce = 8;
 
-// A kind of number, to the registry; all zero for a kind that is none.
+// How the registry stores a kind of number; all zero for a kind that is not a number.
 struct NumberKind {
   uint32_t type;
   uint32_t flags;
@@ -59,7 +59,7 @@ bool OwnsData(uint32_t kind) {
          kind == USER_FEATURE_MULTI_STRING;
 }
 
-// Counts the strings in the buffer; 0 when it is not a list of strings.
+// Returns the number of strings in the buffer, or 0 if it is not a list of strings.
 uint32_t CountStrings(const char* buffer, uint32_t length) {
   uint32_t count = 0;
   uint32_t offset = 0;
@@ -73,8 +73,8 @@ uint32_t CountStrings(const char* buffer, uint32_t length) {
   return count;
 }
 
-// Zeroed room for `length` bytes or any value of the file, whichever is more, and for a NUL:
-// RegGetValue copies the whole value whatever length is announced to it.
+// Allocates zeroed memory for `length` bytes or any value of the file, whichever is larger, and a
+// NUL: RegGetValue copies the whole value, whatever length it reported.
 void* ValueBuffer(uint32_t length) {
   return AllocAndZeroMem(std::max<std::size_t>(length, oscl::kRegistryValueLimit) + 1);
 }
@@ -178,7 +178,7 @@ HRESULT OSCL_UserFeature_SetValueName(UserFeatureValue* value, const char* name)
   if (length > USER_FEATURE_NAME_LIMIT) return E_FAIL;
   if (value->name == nullptr) value->name = static_cast<char*>(AllocAndZeroMem(kNameRoom));
   if (value->name == nullptr) return E_FAIL;
-  // The name may be the value's own.
+  // `name` may point to the value's own name.
   std::memmove(value->name, name, length);
   value->name[length] = '\0';
   return S_OK;
@@ -201,8 +201,8 @@ HRESULT OSCL_UserFeature_Cleanup(void* /*iface*/, UserFeatureKey* key) {
 
 HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, uint32_t kind) {
   if (key == nullptr || name == nullptr) return E_FAIL;
-  // Kept aside because clearing releases the name when it belongs to a value of the list; one that
-  // is too long stays so.
+  // Copied because clearing releases the name if it belongs to a value of the list. A name that is
+  // too long is refused later.
   char keptName[kNameRoom + 1] = {};
   std::memcpy(keptName, name, strnlen(name, kNameRoom));
   if (key->valueCount == 1 && key->values != nullptr) {
@@ -214,7 +214,7 @@ HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, ui
     key->valueCount = 1;
   }
   key->values->type = kind;
-  // A number that stands there is not a pointer.
+  // A number there is not a pointer.
   if (OwnsData(kind)) ForgetData(*key->values);
   return OSCL_UserFeature_SetValueName(key->values, keptName);
 }
@@ -271,7 +271,7 @@ HRESULT OSCL_UserFeature_ReadValueVarLen(HKEY key, const char* name, uint32_t fl
   }
   if (result != 0) {
     FreeMem(buffer);
-    // Contract: a value that is missing is a success without data.
+    // Contract: a missing value is a success without data.
     return longer ? result : S_OK;
   }
   *data = buffer;
@@ -308,7 +308,8 @@ HRESULT OSCL_UserFeature_ReadValuePrimitive(HKEY key, UserFeatureValue* value) {
   const uint32_t result = RegGetValue(key, nullptr, value->name, kind.flags, nullptr,
                                       kind.size != 0 ? read : nullptr, &length);
   if (kind.size == 0) return E_FAIL;
-  // Contract: any failure is a success that leaves the number; callers preset their default there.
+  // Contract: any failure is a success that does not change the number, so callers can preset a
+  // default.
   if (result == 0) std::memcpy(&value->data, read, std::min(length, kind.size));
   return S_OK;
 }

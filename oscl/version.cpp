@@ -10,7 +10,7 @@ static_assert(sizeof(OSVERSIONINFO) == 148, "callers rely on the layout of the r
 
 namespace {
 
-// Scans the kernel's version into the record; false with a code in gLastError.
+// Reads the kernel's version into the record. Returns false with a code in gLastError on failure.
 bool ScanVersion(OSVERSIONINFO& info) {
   std::FILE* file = nullptr;
   const int32_t error = fopen_s(&file, "/proc/version", "r");
@@ -29,7 +29,7 @@ bool ScanVersion(OSVERSIONINFO& info) {
 
 BOOL GetVersionEx(OSVERSIONINFO* info) {
   if (info == nullptr) return oscl::SetLastErrorCode(OSCL_ERROR_INVALID_PARAMETER), 0;
-  // Which stores 0 in gLastError.
+  // ZeroMemory also stores 0 in gLastError.
   ZeroMemory(info, sizeof(*info));
   info->dwOSVersionInfoSize = sizeof(*info);
   return ScanVersion(*info) ? 1 : 0;

@@ -9,8 +9,8 @@ namespace {
 constexpr uint32_t kShareRead = 1;
 constexpr uint32_t kAttributeNormal = 128;
 
-// Closes a handle at the end of a scope. Closing succeeds and would hide why a helper failed, so
-// the code that the last step left survives it.
+// Closes a handle at the end of a scope. Keeps the code of the last step, which CloseHandle would
+// overwrite with 0.
 class FileGuard {
  public:
   explicit FileGuard(HANDLE file) : file_(file) {}
@@ -26,7 +26,7 @@ class FileGuard {
   HANDLE file_;
 };
 
-// A buffer with the first `size` bytes of the file, or null.
+// Returns a buffer with the first `size` bytes of the file, or null.
 void* ReadExactly(HANDLE file, uint32_t size) {
   void* buffer = AllocAndZeroMem(size);
   if (buffer == nullptr) return nullptr;
@@ -75,7 +75,7 @@ HRESULT OSCL_AppendFile(const char* path, const void* data, uint32_t length) {
   HANDLE file = CreateFile(path, GENERIC_WRITE, 0, nullptr, OPEN_ALWAYS, kAttributeNormal, nullptr);
   if (file == INVALID_HANDLE_VALUE) return E_FAIL;
   const FileGuard guard(file);
-  // A pipe has no position, and writing to it appends all the same.
+  // A pipe has no position, and a write to it always appends.
   SetFilePointer(file, 0, nullptr, FILE_END);
   return WriteAndReport(file, data, length);
 }

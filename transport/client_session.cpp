@@ -27,7 +27,7 @@ void Append(std::vector<CpDremSession*>& sessions, std::unique_ptr<CpDremSession
   session.release();
 }
 
-// The only session of a list. Contract: the wording for several.
+// Returns the only session of a list. Contract: the text also applies to several sessions.
 CpDremSession& Only(const std::vector<CpDremSession*>& sessions) {
   if (sessions.empty()) throw std::logic_error("No active DREM sessions");
   if (sessions.size() > 1) throw std::logic_error("IOCTL call without active DREM sessions");
@@ -105,8 +105,8 @@ void ClientSession::IoMessage(unsigned char* input, unsigned int inputLength, un
     throw KaloException(KALO_DLL_STATUS_OUTPUT_BUFFER_TOO_SMALL,
                         "Output buffer < kalo header size");
   }
-  // Contract: a single connection serves every command. A null request names no command; any
-  // connection turns it away softly.
+  // Contract: a single connection serves every command. A null request has no command; every
+  // connection ends its exchange without an error.
   CpDremSession* session = dremSessions.size() == 1 || input == nullptr
                                ? dremSessions.front()
                                : GetDremSession(transport::HeaderOf(input).commandId);

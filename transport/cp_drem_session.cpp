@@ -23,7 +23,7 @@ namespace {
 
 constexpr unsigned int kPrivateDataLength = 16;
 
-// Contract: the mode is passed although nothing is created, to which Android's libc objects.
+// Contract: passes a mode although the call creates nothing. Android's headers warn about this.
 #ifdef __clang__
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wuser-defined-warnings"
@@ -33,7 +33,7 @@ int OpenDevice() { return open(transport::kZuliDevicePath, O_RDWR, transport::kZ
 #pragma clang diagnostic pop
 #endif
 
-// A call on the device, and how the log names it.
+// A call on the device and its name in the log.
 struct RecoverableCall {
   DeviceCall call;
   std::string_view function;
@@ -43,7 +43,7 @@ constexpr RecoverableCall kRead{DeviceCall::kRead, "ReadFromZuli", "READ"};
 constexpr RecoverableCall kWrite{DeviceCall::kWrite, "WriteToZuli", "WRITE"};
 constexpr RecoverableCall kIoctl{DeviceCall::kIoctl, "SendIoctlToZuli", "IOCTL"};
 
-// After a failure: reconnects where the device was lost. True when the call is to be made again.
+// Reconnects after a failure if the device was lost. Returns true if the call must be repeated.
 bool Recover(CpDremSession& session, const RecoverableCall& name, int attempt) {
   const int error = errno;
   if (PolicyFor(name.call, error).remedy != transport::Remedy::kReconnect) {
@@ -56,13 +56,13 @@ bool Recover(CpDremSession& session, const RecoverableCall& name, int attempt) {
       << "ZULI device is lost in " << name.word << " call with errorno = " << error
       << ". Trying to reconnect (attempt #" << attempt << ").";
   session.Reconnect();
-  // Contract: the last reconnect is made although no call follows it.
+  // Contract: reconnects a last time although no call follows.
   return attempt != transport::kMaxRecoveries;
 }
 
-// Runs systemCall(descriptor), and again without delay each time the device was lost and is back.
-// Returns the call's result, or -1 with errno as the failing call or the last reconnect left it.
-// Throws what Reconnect throws.
+// Runs systemCall(descriptor), and repeats it without a delay each time the device was lost and is
+// back. Returns the result of the call, or -1 with the errno of the failed call or of the last
+// reconnect. Throws whatever Reconnect throws.
 template <typename SystemCall>
 ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
                          SystemCall systemCall) {
@@ -78,7 +78,7 @@ ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
 
 constexpr char kIoMessage[] = "IoMessage";
 
-// Four messages, each with its own lead-in; only the last ends its line.
+// Logs four messages, each with its own function and tag. Only the last ends its line.
 void LogHeader(const char* title, const unsigned char* message) {
   const KaloMessageHeader header = transport::HeaderOf(message);
   KALO_LOG_AS(kTraceLevel, kIoMessage) << title << Hex(header.word0);
@@ -98,7 +98,7 @@ void LogHeader(const char* title, const unsigned char* message) {
 constexpr char kInputTitle[] = "ZULI Input Msg ";
 constexpr char kOutputTitle[] = "ZULI Output Msg ";
 
-// False when there is nothing that could be sent.
+// Returns false if nothing can be sent.
 bool SendRequest(CpDremSession& session, unsigned char* input, unsigned int length) {
   if (session.deviceFd == -1 || input == nullptr) {
     KALO_LOG_AS(kTraceLevel, kIoMessage) << "Error in IOMessage input parameters";
@@ -110,8 +110,8 @@ bool SendRequest(CpDremSession& session, unsigned char* input, unsigned int leng
   return true;
 }
 
-// True when the reply announces private data. Contract: a short reply is taken as it is; the status
-// is what the buffer then holds.
+// Returns true if private data follows the reply. Contract: accepts a short reply and examines
+// whatever the buffer then holds as the status.
 bool ReceiveReply(CpDremSession& session, unsigned char* output, unsigned int length) {
   if (session.deviceFd == -1 || output == nullptr) {
     KALO_LOG_AS(kTraceLevel, kIoMessage) << "Error in IOMessage output parameters";
@@ -127,7 +127,7 @@ void ReceivePrivateData(CpDremSession& session, const unsigned char* output,
                         unsigned char* privateData, unsigned int* privateDataLength) {
   KALO_LOG_AS(kTraceLevel, kIoMessage) << "Received a status with the TEV private Data but set.";
   if (privateData == nullptr || privateDataLength == nullptr) {
-    // Contract: the block stays unread in the driver.
+    // Contract: the block stays unread in the kernel's driver.
     KALO_LOG_AS(kTraceLevel, kIoMessage) << "Error in TEV input private data.";
     return;
   }
@@ -153,14 +153,14 @@ void ExplainFailure(int error) {
   }
 }
 
-// On its own, so that a leak checker can tell this block, which is lost on purpose, from others.
+// A separate function, so that leak checkers can recognise this intended leak.
 ZuliConnectRecord* NewConnectRecord() { return new ZuliConnectRecord(); }
 
 }  // namespace
 
 CpDremSession::CpDremSession(const _GUID* guid, CpDremSession*)
     : clientGuid(guid), deviceFd(-1), connectRecord(NewConnectRecord()) {
-  // Contract: a failed connection does not give its record back, so no owner holds it.
+  // Contract: if the connection fails, the record leaks, so it has no owner yet.
   Connect();
   KALO_LOG(kTraceLevel) << "Open ZULI.";
 }
@@ -188,7 +188,7 @@ void CpDremSession::Connect() {
     const int error = errno;
     KALO_LOG(kTraceLevel) << "ioctl(IOCTL_ZULI_CONNECT_CLIENT) failed with errno = " << error
                           << '.';
-    // Contract: the descriptor stays open in deviceFd.
+    // Contract: leaves the descriptor open in deviceFd.
     throw std::runtime_error(PolicyFor(DeviceCall::kConnect, error).thrown);
   }
 }
@@ -228,17 +228,17 @@ void CpDremSession::IoMessage(unsigned char* input, unsigned int inputLength, un
   if (SendRequest(*this, input, inputLength) && ReceiveReply(*this, output, outputLength)) {
     ReceivePrivateData(*this, output, privateData, privateDataLength);
   }
-  // Contract: also after the soft failures above.
+  // Contract: logs this also after the failures above that are not errors.
   KALO_LOG(kTraceLevel) << "Everything went well!";
 }
 
 void CpDremSession::SendIoctlToZuli(int request, void* argp) {
-  // Not sign-extended to the width of the system call's argument.
+  // Not sign-extended to the width of the argument of the system call.
   const auto number = static_cast<unsigned int>(request);
   const ssize_t result = CallWithRecovery(
       *this, kIoctl, [=](int descriptor) -> ssize_t { return ioctl(descriptor, number, argp); });
   if (result != -1) return;
-  // Contract: read again; after five recoveries it is what the last reconnect left.
+  // Contract: reads errno again: after five recoveries it is the errno of the last reconnect.
   const int error = errno;
   ExplainFailure(error);
   throw std::runtime_error(PolicyFor(DeviceCall::kIoctl, error).thrown);

@@ -17,7 +17,7 @@ const char* KaloException::what() const noexcept {
     whatText = text.str();
     return whatText.c_str();
   } catch (...) {
-    // Out of memory: the driver's process must not end for the sake of a text.
+    // If memory is exhausted, keep the driver's process alive without the text.
     return std::runtime_error::what();
   }
 }
