@@ -139,6 +139,9 @@ TEST_F(EntryPoints, find_both_locks_free_in_the_child_of_a_fork) {
   int status = -1;
   EXPECT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
+  for (CRITICAL_SECTION* lock : {&state.stateLock, &Logger::logBase.lock}) {
+    EXPECT_EQ(pthread_mutex_trylock(lock), EBUSY) << "in the parent they stay held";
+  }
   done = true;
   holder.join();
 }

@@ -3,6 +3,7 @@
 
 #include "api/kalo_client.h"
 
+#include <memory>
 #include <thread>
 
 #include "tests/support/library_test.h"
@@ -10,7 +11,84 @@
 namespace test {
 namespace {
 
-class Clients : public LibraryTest {};
+using kalo::Outcome;
+using zulisim::Operation;
+
+class Clients : public LibraryTest {
+ protected:
+  // Sends a request; tells the outcome and whether the reply buffer holds zeros, the reply, or both.
+  std::string Send(kalo::Client& client, unsigned int length = 32) {
+    Bytes request = Message(0x10, 32, 0, 7, 8), reply(32, '#');
+    last_ = client.Send(request.data(), length, reply.data(), 32);
+    static constexpr const char* kNames[] = {"done", "refused", "not sent", "unknown"};
+    const std::string name = kNames[static_cast<int>(last_.outcome)];
+    request[8] = static_cast<unsigned char>(last_.firmwareStatus);
+    if (last_.firmwareStatus < 0) request[11] = 0x80;
+    return name + (reply == Bytes(32) ? ", zeros" : reply == request ? ", reply" : ", other");
+  }
+
+  void Answer(uint32_t status, size_t size) {
+    engine.SetResponder("KALO", [=](const Bytes& request) {
+      zulisim::Reply reply = zulisim::EchoReply(request, status);
+      if (status >= 0x80000000) reply.privateData = Bytes(16, 'p');
+      reply.message->resize(size);
+      return reply;
+    });
+  }
+
+  kalo::Result last_;
+};
+
+TEST_F(Clients, tell_each_outcome_and_leave_nothing_old_in_the_reply) {
+  kalo::Client client;
+  engine.FailNext(Operation::kOpen, ENOENT);
+  EXPECT_EQ(Send(client), "not sent, zeros");
+  EXPECT_EQ(last_.text, "Cannot open ZULI device.");
+  EXPECT_EQ(last_.status, KALO_DLL_STATUS_FAILURE);
+  EXPECT_EQ(Send(client), "done, reply");
+  Answer(3, 32);
+  EXPECT_EQ(Send(client), "done, reply");
+  EXPECT_EQ(last_.firmwareStatus, 3);
+  Answer(0x80000001, 32);
+  EXPECT_EQ(Send(client), "refused, reply");
+  EXPECT_EQ(last_.privateDataLength, 16u);
+  EXPECT_EQ(last_.privateData[15], 'p');
+  Answer(0, 8);
+  EXPECT_EQ(Send(client), "unknown, other");
+  EXPECT_EQ(last_.text, "the reply holds no status");
+  Answer(0, 32);
+  EXPECT_EQ(Send(client, 15), "not sent, zeros");
+  EXPECT_EQ(last_.status, KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL);
+  const uint64_t opened = Count(Operation::kOpen);
+  engine.FailNext(Operation::kRead, EIO);
+  EXPECT_EQ(Send(client), "unknown, zeros");
+  EXPECT_EQ(last_.text, "Error reading message from ZULI.");
+  EXPECT_EQ(engine.OpenDescriptors(), 0u) << "the handle was given back";
+  EXPECT_EQ(Send(client), "done, reply");
+  EXPECT_EQ(Count(Operation::kOpen), opened + 1);
+  // Other code's command has lost the connection: nothing is sent on it, and a new one is taken.
+  engine.LoseDevice();
+  engine.FailNext(Operation::kOpen, ENOENT);
+  Bytes message = Message(0x10);
+  EXPECT_EQ(StartIo3(state.kaloSessionA, message.data(), 32, message.data(), 32), 1u);
+  EXPECT_EQ(Send(client), "not sent, zeros");
+  EXPECT_EQ(last_.text, "the connection was closed");
+  EXPECT_EQ(Send(client), "done, reply");
+}
+
+TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle) {
+  { const kalo::Client display(kalo::Firmware::kFenu, 0x30001, 1); }
+  EXPECT_EQ(state.firmwareApiVersion, 0u);
+  auto first = std::make_unique<kalo::Client>(kalo::Firmware::kKalo, KALO_FIRMWARE_API_30, 1);
+  kalo::Client second(kalo::Firmware::kKalo, KALO_FIRMWARE_API_32, 0);
+  EXPECT_EQ(state.firmwareApiVersion, KALO_FIRMWARE_API_30);
+  EXPECT_TRUE(state.stateInitFlag);
+  EXPECT_EQ(Send(*first), "done, reply");
+  EXPECT_EQ(Send(second), "done, reply");
+  first.reset();
+  EXPECT_EQ(state.kaloRefCountA, 1u);
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+}
 
 // Under the thread sanitizer: nothing of one firmware is touched on behalf of the other.
 TEST_F(Clients, of_both_firmwares_open_send_and_close_in_threads_of_their_own) {

@@ -88,7 +88,10 @@ void Say(const std::string& text, int level = 0) {
 using testing::ElementsAre;
 using testing::MatchesRegex;
 
-class Messages : public LibraryTest {};
+class Messages : public LibraryTest {
+ protected:
+  void* handle_ = nullptr;
+};
 
 TEST_F(Messages, above_the_threshold_are_dropped) {
   EXPECT_EQ(Logger().level + Logger::logBase.level, 0);
@@ -158,6 +161,35 @@ TEST_F(Messages, take_and_release_the_lock_once_each_with_or_without_a_sink) {
     EXPECT_EQ(TakeRaw().size(), withSink ? 6u : 0u);
     if (!withSink) sinks.swap(Logger::logBase.sinks);
   }
+  // An initialisation takes it once more, to append its sink.
+  locked = unlocked = 0;
+  KaloInit3(&handle_);
+  EXPECT_EQ(static_cast<size_t>(locked), TakeRaw().size() + 1);
+  EXPECT_EQ(unlocked, locked);
+}
+
+TEST_F(Messages, wait_for_the_thread_that_holds_the_lock_and_so_do_new_sinks) {
+  EnterCriticalSection(&Logger::logBase.lock);
+  const size_t sinks = Logger::logBase.sinks.size();
+  locked = 0;
+  std::thread other([this] { KaloInit3(&handle_); });
+  while (locked == 0) std::this_thread::yield();
+  std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  EXPECT_EQ(Logger::logBase.sinks.size(), sinks);
+  EXPECT_EQ(locked, 1);
+  LeaveCriticalSection(&Logger::logBase.lock);
+  other.join();
+  EXPECT_EQ(Logger::logBase.sinks.size(), sinks + 1);
+}
+
+TEST_F(Messages, reach_a_sink_that_another_appends_meanwhile) {
+  auto* appended = new Sink(this);
+  sink->onLine = [&] {
+    sink->onLine = nullptr;
+    Logger::logBase.sinks.push_back(appended);
+  };
+  Say("text");
+  EXPECT_EQ(TakeRaw(), List("text", "text"));
 }
 
 TEST_F(Messages, are_whole_for_every_sink_although_another_writes_into_them) {
@@ -204,11 +236,16 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
         Say("text");
       },
       testing::ExitedWithCode(3), "");
+  struct First : Undeletable {
+    // The log's base goes first, the state after it.
+    ~First() override { gKaloDllState.kaloRefCountA += 4; }
+  };
   for (const bool logs : {false, true}) {
     EXPECT_EXIT(
         {
-          state.kaloRefCountA = 9;  // the log's base goes first, the state after it
-          Logger::logBase.sinks.push_back(new Undeletable);
+          state.kaloRefCountA = 5;
+          auto& sinks = Logger::logBase.sinks;
+          sinks.insert(sinks.end(), {new First, new Undeletable});
           if (logs) Say("text");
           exit(3);
         },

@@ -3,6 +3,8 @@
 
 #include <fcntl.h>
 
+#include <cstring>
+
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 #include "transport/zuli_device.h"
@@ -93,6 +95,29 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   errno = 0;
   EXPECT_EQ(session_->WriteToZuli(in_, 0), 0);
   EXPECT_EQ(errno, 0);
+}
+
+TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
+  // Each of the five finds the descriptor closed in another way.
+  for (uint64_t i = 1; i <= 5; ++i) {
+    engine.AddFault({Operation::kRead, i, 1, zulisim::DeviceLoss{}});
+    engine.AddFault({Operation::kClose, i, 1, zulisim::ErrnoFault{static_cast<int>(EIO + i)}});
+  }
+  errno = 0;
+  EXPECT_EQ(session_->ReadFromZuli(out_, 32), -1);
+  EXPECT_EQ(errno, static_cast<int>(EIO + 5));
+  EXPECT_EQ(Count(Operation::kClose), 5u);
+  // The record of each failure replaces the one before, in the session and in the state.
+  for (const auto& [operation, text] :
+       {std::pair(Operation::kWrite, "Error writing message to ZULI."),
+        std::pair(Operation::kRead, "Error reading message from ZULI.")}) {
+    engine.FailNext(operation, EIO);
+    ClientSession* const session = state.kaloSessionA;
+    EXPECT_EQ(StartIoEx3(session, in_, 32, out_, 32, nullptr, nullptr), 1u);
+    EXPECT_STREQ(state.apiErrorText, text);
+    EXPECT_EQ(std::string(session->lastErrorText, strlen(text)), text);
+    EXPECT_EQ(session->lastErrorStatus, -1);
+  }
 }
 
 TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
