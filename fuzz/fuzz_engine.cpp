@@ -1,10 +1,10 @@
-// Any sequence of calls, with any failures of the device and of what lies between, held against the
-// model of the entry points.
+// Any sequence of calls, with any failures of the device, held against the rules of the entry
+// points.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "fuzz/check.h"
-#include "tests/api/model_fixture.h"
+#include "tests/api/sequences.h"
 
 namespace {
 
@@ -14,21 +14,20 @@ struct Choices {
   FuzzedDataProvider input;
 };
 
-class Model : public test::ModelTest {
+class Sequences : public test::SequencesTest {
  public:
   void Hold(const uint8_t* data, size_t size) {
     Choices choices{{data, size}};
     traced = choices() % 2 == 1;
     negative = choices() % 4 == 1;
-    test::Sequence sequence = test::RandomSequence(choices);
-    if (negative) {
-      // The model does not know which of several messages is left in the device.
-      const auto& [call, argument, shape, tag, faults, exception] = sequence.back();
-      sequence = {{test::kFenuInit3}, {test::kStartIoEx3, 0, shape, tag, faults, exception}};
+    const test::Sequence sequence = test::RandomSequence(choices);
+    Start();
+    for (const test::Step& step : sequence) {
+      const std::string wrong = Run(step);
+      if (!wrong.empty()) std::fprintf(stderr, "%s%s\n", Describe(sequence).c_str(), wrong.c_str());
+      FUZZ_CHECK(wrong.empty());
     }
-    const std::optional<std::string> difference = Run(sequence);
-    if (difference) std::fprintf(stderr, "%s%s\n", Describe(sequence).c_str(), difference->c_str());
-    FUZZ_CHECK(!difference);
+    Finish();
   }
 
  private:
@@ -38,7 +37,7 @@ class Model : public test::ModelTest {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  static Model* const model = new Model;
-  model->Hold(data, size);
+  static Sequences* const sequences = new Sequences;
+  sequences->Hold(data, size);
   return 0;
 }

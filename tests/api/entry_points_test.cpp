@@ -1,4 +1,4 @@
-// What the model of the entry points leaves out: the lock, the error record of each source, and
+// What sequences of calls leave out: the lock, the error record of each source, and
 // sessions that other code wrote into the state.
 
 #include <sys/wait.h>

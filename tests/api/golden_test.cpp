@@ -5,19 +5,21 @@
 
 #include <filesystem>
 #include <fstream>
+#include <iterator>
+#include <map>
 #include <regex>
 
-#include "tests/api/model_fixture.h"
+#include "tests/api/calls.h"
 #include "transport/cp_drem_session.h"
 
 namespace test {
 namespace {
 
-class Golden : public ModelTest, public testing::WithParamInterface<std::string> {
+class Golden : public CallsTest, public testing::WithParamInterface<std::string> {
  protected:
   Golden() {
     traced = true;
-    Start();
+    sink->onLine();
   }
 
   // What comes of one step.
@@ -54,24 +56,23 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
 
   // Handles are those of the last initialisation; further words say what is odd about the call.
   std::string Call() {
-    Step step = {};
     const std::pair<const char*, unsigned> kShapes[] = {{"null-input", kNullInput},
                                                         {"null-output", kNullOutput},
                                                         {"short-input", kShortInput},
                                                         {"short-output", kShortOutput},
                                                         {"null-data", kNullPrivateData}};
-    for (const auto& [word, flag] : kShapes) step.shape |= Has(word) ? flag : 0;
-    while (step.tag < 3 && !Has(kTags[step.tag].data)) ++step.tag;
-    step.tag %= 3;
+    unsigned shape = 0, tag = 0;
+    for (const auto& [word, flag] : kShapes) shape |= Has(word) ? flag : 0;
+    while (tag < 3 && !Has(kTags[tag].data)) ++tag;
     const bool numbered = Word(1).rfind("0x", 0) == 0;
     const auto number = static_cast<uint32_t>(numbered ? std::stoul(Word(1), nullptr, 16) : 0x10);
-    Arguments arguments(model_, step);
+    Arguments arguments(shape, tag % 3, number);
     arguments.values = {number, Has("shared")};
     arguments.input = Message(number, 32, 2, 0xfedc1, 0xabc);
     arguments.output = Message(0xffffffff, 32, 0x7001, 0x1234abcd);
     if (arguments.in != nullptr) arguments.in = arguments.input.data();
     if (arguments.out != nullptr) arguments.out = arguments.output.data();
-    arguments.used = arguments.released = Has("null-handle") ? nullptr : handle_;
+    if (!Has("null-handle")) arguments.used = static_cast<ClientSession*>(handle_);
     auto* const session = static_cast<ClientSession*>(handle_);
     if (Word(0) == "ClientSession::IoMessage") {
       return Thrown(
@@ -84,7 +85,7 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
                                     [this](const auto& each) { return each.name == Word(0); });
     if (call == std::end(kCalls)) return "no such call";
     const std::string status = std::to_string(call->make(arguments));
-    if (arguments.handle != Model::kUnwritten) handle_ = arguments.handle;
+    if (arguments.handle != Arguments::kUnwritten) handle_ = arguments.handle;
     return status;
   }
 
@@ -108,7 +109,6 @@ class Golden : public ModelTest, public testing::WithParamInterface<std::string>
 
   std::vector<std::string> words_;
   void* handle_ = nullptr;
-  Model model_{true};
   std::map<std::string, std::string> addresses_;
 };
 

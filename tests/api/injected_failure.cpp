@@ -5,12 +5,15 @@
 
 #include <dlfcn.h>
 
-#include "tests/api/model.h"
+#include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 
 test::InjectedFailure test::injected;
 
 namespace {
+
+// Of this command the client is one without a session.
+constexpr unsigned kForeignCommand = 0xBADC;
 
 void ThrowIfDue(test::Point point) {
   using test::InjectedFailure;
@@ -50,6 +53,6 @@ void ClientSession::IoMessage(unsigned char* in, unsigned int inLength, unsigned
 }
 
 const _GUID* ClientSession::CommandIdToGuid(unsigned int command) {
-  if (command == test::kForeignCommand) return &SAB_CLIENT_GUID;
+  if (command == kForeignCommand) return &SAB_CLIENT_GUID;
   return Original<const _GUID*(unsigned)>("_ZN13ClientSession15CommandIdToGuidEj")(command);
 }

@@ -16,7 +16,8 @@ using zulisim::Operation;
 
 class Clients : public LibraryTest {
  protected:
-  // Sends a request; tells the outcome and whether the reply buffer holds zeros, the reply, or both.
+  // Sends a request; tells the outcome and whether the reply buffer holds zeros, the reply, or
+  // both.
   std::string Send(kalo::Client& client, unsigned int length = 32) {
     Bytes request = Message(0x10, 32, 0, 7, 8), reply(32, '#');
     last_ = client.Send(request.data(), length, reply.data(), 32);

@@ -1,4 +1,4 @@
-// What the model of the entry points leaves out of an exchange: the bytes that travel, arguments
+// What sequences of calls leave out of an exchange: the bytes that travel, arguments
 // that no entry point hands on, and ioctls passed through.
 
 #include <fcntl.h>

@@ -1,0 +1,158 @@
+#pragma once
+
+#include <algorithm>
+#include <cstring>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/api/injected_failure.h"
+#include "tests/support/library_test.h"
+
+namespace test {
+
+// What is wrong with a request, as a sum.
+enum Shape : unsigned {
+  kNullInput = 1,
+  kNullOutput = 2,
+  kShortInput = 4,
+  kShortOutput = 8,
+  kNullPrivateData = 16,
+  kNullPrivateLength = 32
+};
+
+// Private data and its length on entry, and whether they ask for a wrapper.
+inline constexpr struct {
+  const char* data;
+  unsigned int length;
+  bool wrapper;
+} kTags[] = {{"", 16, false},         {"IOCTLHND", 9, true},  {"IOCTLFRE", 9, true},
+             {"IOCTLHNDx", 9, true},  {"IOCTLHNX", 9, false}, {"IOCTLHND", 8, false},
+             {"IOCTLFRE", 10, false}, {"IOCTLFR", 9, false}};
+
+// What a call takes, in buffers of exact size.
+struct Arguments {
+  explicit Arguments(unsigned theShape = 0, unsigned theTag = 0, uint32_t theCommand = 0x10)
+      : shape(theShape), tag(theTag), command(theCommand), input(Message(theCommand)) {
+    if (shape & kNullInput) in = nullptr;
+    if (shape & kNullOutput) out = nullptr;
+    if (shape & kShortInput) inLength = 15;
+    if (shape & kShortOutput) outLength = 15;
+    std::strcpy(reinterpret_cast<char*>(privateData.data()), kTags[tag].data);
+    if (shape & kNullPrivateData) data = nullptr;
+    if (shape & kNullPrivateLength) length = nullptr;
+  }
+  Arguments(const Arguments&) = delete;
+
+  bool AsksForWrapper() const {
+    return kTags[tag].wrapper && (shape & (kNullPrivateData | kNullPrivateLength)) == 0;
+  }
+
+  static inline void* const kUnwritten = reinterpret_cast<void*>(0x5A5A);
+  const unsigned shape, tag;
+  const uint32_t command;
+  KALO_STATE_INIT_PARAMS values = {0x30002, 0}, *params = &values;
+  Bytes input, output = Bytes(32), privateData = Bytes(16);
+  unsigned char *in = input.data(), *out = output.data(), *data = privateData.data();
+  unsigned inLength = 32, outLength = 32, privateLength = kTags[tag].length,
+           *length = &privateLength;
+  ClientSession* used = nullptr;  // the handle given
+  void* handle = kUnwritten;
+};
+
+inline const struct Call {
+  const char* name;
+  uint32_t (*make)(Arguments& a);
+} kCalls[] = {
+    {"KaloStateInit", [](auto& a) -> uint32_t { return KaloStateInit(a.params); }},
+    {"KaloInit3", [](auto& a) -> uint32_t { return KaloInit3(&a.handle); }},
+    {"StartIoEx3",
+     [](auto& a) -> uint32_t {
+       return StartIoEx3(a.used, a.in, a.inLength, a.out, a.outLength, a.data, a.length);
+     }},
+    {"StartIo3",
+     [](auto& a) -> uint32_t { return StartIo3(a.used, a.in, a.inLength, a.out, a.outLength); }},
+    {"KaloCleanup3", [](auto& a) -> uint32_t { return KaloCleanup3(a.used); }},
+    {"KaloInit", [](auto&) -> uint32_t { return KaloInit(); }},
+    {"KaloCleanup", [](auto&) -> uint32_t { return KaloCleanup(); }},
+    {"StartIoEx",
+     [](auto& a) -> uint32_t {
+       return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, a.length);
+     }},
+    {"StartIo", [](auto& a) -> uint32_t { return StartIo(a.in, a.inLength, a.out, a.outLength); }},
+    {"FenuInit3", [](auto& a) -> uint32_t { return FenuInit3(&a.handle); }},
+    {"FenuCleanup3", [](auto& a) -> uint32_t { return FenuCleanup3(a.used); }},
+    {"FenuInit", [](auto&) -> uint32_t { return FenuInit(); }},
+    {"FenuCleanup", [](auto&) -> uint32_t { return FenuCleanup(); }},
+    {"ProvisioningStartIo", [](auto& a) -> uint32_t {
+       return ProvisioningStartIo(a.in, a.inLength, a.out, a.outLength);
+     }}};
+
+inline zulisim::EngineOptions CallsOptions() {
+  zulisim::EngineOptions options;
+  options.keepRecords = false;
+  for (zulisim::Client& client : options.clients) {
+    client.maxMessageLength = 0x1ab;
+    client.protocolVersion = 'A';  // must print as a number
+  }
+  return options;
+}
+
+// The entry points, with the log and the operations of the device in one transcript.
+class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
+ protected:
+  CallsTest() : LibraryTest(CallsOptions()) {
+    engine.AddObserver(this);
+    for (const char* client : {"KALO", "FENU"}) {
+      // Whole, also to a request that was cut.
+      engine.SetResponder(client, [this](const Bytes&) {
+        return negative
+                   ? zulisim::Reply{Message(0x10, 32, 0x80000001, 0xfedc1, 0xabc), Bytes(16, 'p')}
+                   : zulisim::Reply{Message(0x10), {}};
+      });
+    }
+    // Numbers that decimal and hexadecimal write differently.
+    while (dup(STDERR_FILENO) < 20) {
+    }
+    sink->onLine = [this] {
+      Logger::logBase.level = traced ? 100 : 0;
+      errno = 7777;  // no sink may disturb what the library reads
+    };
+  }
+
+  ~CallsTest() override { engine.RemoveObserver(this); }
+
+  // In `operations` a letter each, a capital for a failure: open, ioctl, close, write, read; a
+  // transfer that fails, but not for a lost device, is X or Z.
+  void OnOperation(const zulisim::OperationRecord& record) override {
+    Add("<" + std::string(OperationName(record.operation)) +
+        (record.client.empty() ? "" : " " + record.client) +
+        (record.result != -1 ? "" : " " + zulisim::ErrnoName(record.error)) + ">");
+    const std::string name = OperationName(record.operation);
+    const bool failed = record.result == -1, lost = record.error == ENODEV;
+    const char letter = !failed || lost || (name != "write" && name != "read") ? name[0]
+                        : name == "write"                                      ? 'x'
+                                                                               : 'z';
+    operations += static_cast<char>(failed ? std::toupper(letter) : letter);
+    if (name == "open" && !failed) open_.insert(record.descriptor);
+    if (name == "close") open_.erase(record.descriptor);
+  }
+
+  // Takes the log file's sinks away, which would grow with every step.
+  static void TrimSinks() {
+    for (auto& all = Logger::logBase.sinks; all.size() > 1;) {
+      delete all.back();
+      all.pop_back();
+      all.shrink_to_fit();  // so that the next one needs memory
+    }
+  }
+
+  bool traced = false;
+  bool negative = false;  // how the device answers
+  std::string operations;
+  std::set<int> open_;
+};
+
+}  // namespace test

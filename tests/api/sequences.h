@@ -1,0 +1,337 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <map>
+#include <regex>
+#include <tuple>
+
+#include "tests/api/calls.h"
+#include "transport/cp_drem_session.h"
+
+namespace test {
+
+// One call of a random sequence, with the faults of the device that it meets.
+struct Step {
+  const Call* call;
+  unsigned handle, shape, tag;
+  uint32_t command;
+  KALO_STATE_INIT_PARAMS params;
+  struct Fault {
+    zulisim::Operation operation;
+    unsigned first, times;
+    int error;
+  };
+  std::vector<Fault> faults;
+};
+using Sequence = std::vector<Step>;
+
+template <typename Random>
+Sequence RandomSequence(Random& random) {
+  const auto below = [&random](size_t n) { return static_cast<unsigned>(random() % n); };
+  static constexpr uint32_t kCommands[] = {0x10, 0x30000, 0x3FFFF, 0x40001, 0x2FFFF};
+  static constexpr uint32_t kVersions[] = {0x30000, 0x30002, 0x30000, 0x30001};
+  Sequence sequence(4 + below(40));
+  for (Step& step : sequence) {
+    step.call = &kCalls[below(std::size(kCalls))];
+    step.handle = below(64);
+    step.shape = below(3) != 0 ? 0 : below(64);
+    step.tag = below(2) != 0 ? 0 : below(std::size(kTags));
+    step.command = kCommands[below(std::size(kCommands))];
+    step.params = {kVersions[below(4)], below(3)};
+    for (unsigned i = below(4); i < 2; ++i) {
+      const auto operation = static_cast<zulisim::Operation>(below(zulisim::kOperationCount));
+      const bool loses = operation != zulisim::Operation::kClose && below(2) != 0;
+      step.faults.push_back(
+          {operation, below(5), 1 + below(6), loses ? ENODEV : EIO + static_cast<int>(below(8))});
+    }
+  }
+  return sequence;
+}
+
+inline std::string Describe(const Sequence& sequence) {
+  std::ostringstream text;
+  for (const Step& step : sequence) {
+    text << "  " << step.call->name << " handle " << step.handle << " shape " << step.shape
+         << " tag " << step.tag << std::hex << " command " << step.command << " version "
+         << step.params.firmwareApiVersion << std::dec << ' ' << step.params.stateInitOption;
+    for (const auto& [operation, first, times, error] : step.faults) {
+      text << ", " << OperationName(operation) << " +" << first << " x" << times << ": " << error;
+    }
+    text << '\n';
+  }
+  return text.str();
+}
+
+// Runs calls, and holds each against what is true of the library after any sequence: which statuses
+// a call may have, which operations of the device lead to which, what it may write into the state,
+// what it records, how it moves the counts, and which sessions and descriptors there are then. What
+// is logged, and what other code can bring about, is in golden/.
+class SequencesTest : public CallsTest {
+ protected:
+  void Start() {
+    TakeRaw();
+    fresh_.Restore();
+    sink->onLine();
+  }
+
+  // Makes the call and tells what is wrong with its outcome, if anything.
+  std::string Run(const Step& step) {
+    engine.ClearFaults();
+    for (const auto& [operation, first, times, error] : step.faults) {
+      zulisim::FaultEffect effect = zulisim::ErrnoFault{error};
+      if (error == ENODEV) effect = zulisim::DeviceLoss{};
+      engine.AddFault({operation, Count(operation) + 1 + first, times, effect});
+    }
+    Arguments arguments(step.shape, step.tag, step.command);
+    arguments.values = step.params;
+    // Live sessions, or null.
+    std::vector<ClientSession*> handles = {nullptr};
+    for (ClientSession* session : live_) {
+      if (session != nullptr) handles.push_back(session);
+    }
+    arguments.used = handles[step.handle % handles.size()];
+    name_ = step.call->name;
+    wrong_.clear();
+    operations.clear();
+    StateSnapshot before;
+    const uint32_t status = Make(*step.call, arguments);
+    TrimSinks();
+    TakeRaw();
+    Track(arguments, before, status);
+    if (Judged()) Judge(arguments, before, status);
+    return wrong_;
+  }
+
+  // Gives everything back. Says how many descriptors are left open, which the contract has failed
+  // connections do.
+  size_t Finish() {
+    engine.ClearFaults();
+    state.kaloRefCountA = state.kaloRefCountB = 1;
+    state.fenuRefCount = 0;
+    KaloCleanup();
+    FenuCleanup();
+    for (size_t i = 3; i < live_.size(); ++i) SessionCleanup(live_[i]);
+    live_.assign(3, nullptr);
+    leaked_ = 0;
+    const std::set<int> left = open_;
+    for (const int descriptor : left) close(descriptor);
+    engine.LoseDevice();  // and with it what waits for the next connection
+    return left.size();
+  }
+
+  virtual uint32_t Make(const Call& call, Arguments& arguments) { return call.make(arguments); }
+  // False when the outcome of the last call is not to be held against the rules.
+  virtual bool Judged() const { return true; }
+
+  std::string name_;
+
+ private:
+  bool Is(const char* name) const { return name_ == name; }
+  bool IsAny(const char* names) const {
+    return (" " + std::string(names) + " ").find(" " + name_ + " ") != std::string::npos;
+  }
+  bool Opens() const { return IsAny("KaloInit KaloInit3 FenuInit FenuInit3"); }
+  bool Sends() const { return IsAny("StartIoEx3 StartIo3 StartIoEx StartIo ProvisioningStartIo"); }
+
+  // A close may fail, and is passed over then.
+  bool OperationsAre(const std::string& form) const {
+    static std::map<std::string, std::regex> compiled;
+    auto& regex = compiled[form];
+    if (regex.mark_count() == 0) {
+      regex = std::regex("(" + std::regex_replace(form, std::regex("c"), "[cC]") + ")");
+    }
+    return std::regex_match(operations, regex);
+  }
+
+  template <typename Value>
+  void Expect(const char* what, const Value& found, const Value& due) {
+    if (found == due) return;
+    std::ostringstream text;
+    text << what << " is " << found << ", not " << due << "; ";
+    wrong_ += text.str();
+  }
+
+  // Which sessions live, by the counts.
+  void Track(const Arguments& a, StateSnapshot& before, uint32_t status) {
+    const std::tuple<uint32_t, ClientSession*, uint32_t> fields[] = {
+        {before->kaloRefCountA, state.kaloSessionA, state.kaloRefCountA},
+        {before->kaloRefCountB, state.kaloSessionB, state.kaloRefCountB},
+        {before->fenuRefCount, state.fenuSession, state.fenuRefCount}};
+    for (size_t i = 0; i < 3; ++i) {
+      const auto& [counted, is, counts] = fields[i];
+      if (counted == 0 && counts == 1 && status == 0 && operations == "oi") {
+        live_.push_back(live_[i]);
+        live_[i] = is;
+      }
+      const bool closes =
+          (counted == 1 && counts == 0) || (i == 2 && Is("FenuCleanup") && counts == 0);
+      if (!closes) continue;
+      const ClientSession* closed = Is("FenuCleanup3") ? a.used : live_[i];
+      for (ClientSession*& session : live_) {
+        if (session == closed) session = nullptr;
+      }
+    }
+    if (Opens() && !operations.empty() && operations.back() == 'I') ++leaked_;
+  }
+
+  void Judge(const Arguments& a, StateSnapshot& before, uint32_t status) {
+    Expect("status", status,
+           Opens()   ? StatusOfOpening(before)
+           : Sends() ? StatusOfSending(a, before)
+                     : 0);
+    const std::string form = Opens()                             ? "|O|oI|oi"
+                             : Sends()                           ? ".*"
+                             : IsAny("KaloCleanup KaloCleanup3") ? "c{0,2}"
+                             : IsAny("FenuCleanup FenuCleanup3") ? "c?"
+                                                                 : "";
+    if (!OperationsAre(form)) wrong_ += "operations " + operations + "; ";
+    JudgeCounts(a, before, status);
+    JudgeRecord(a, before, status);
+    size_t open = leaked_;
+    for (const ClientSession* session : live_) {
+      open += session != nullptr && session->dremSessions[0]->deviceFd != -1;
+    }
+    Expect("open descriptors", static_cast<size_t>(engine.OpenDescriptors()), open);
+  }
+
+  // Whether the call connects, and what its operations then say.
+  uint32_t StatusOfOpening(StateSnapshot& before) {
+    const bool kalo = IsAny("KaloInit KaloInit3");
+    const bool first =
+        kalo ? before->kaloRefCountA == 0 || (before->kaloRefCountB == 0 &&
+                                              before->firmwareApiVersion == KALO_FIRMWARE_API_30)
+             : before->fenuInterfaceVersion == 0;
+    const bool held = (Is("KaloInit") && before->kaloSessionA != nullptr) ||
+                      (Is("FenuInit") && before->fenuSession != nullptr);
+    Expect("connection", !operations.empty(), first && !held);
+    return operations.empty() || operations == "oi" ? 0 : 1;
+  }
+
+  // The session that the call sends on.
+  const void* Given(const Arguments& a, StateSnapshot& before) const {
+    if (Is("ProvisioningStartIo")) return nullptr;
+    if (IsAny("StartIoEx3 StartIo3")) return a.used;
+    return a.command >> 16 == 3 ? before->fenuSession : before->kaloSessionA;
+  }
+
+  uint32_t StatusOfSending(const Arguments& a, StateSnapshot& before) {
+    const bool routed = IsAny("StartIoEx StartIo");
+    const void* session = Given(a, before);
+    const bool live = session != nullptr && session == live_[a.command >> 16 == 3 ? 2 : 0];
+    const bool noPointer = a.in == nullptr || a.out == nullptr;
+    const uint32_t tooShort = a.inLength < 16 ? 3 : a.outLength < 16 ? 4 : 0;
+    const bool wrapper = IsAny("StartIoEx3 StartIoEx") && a.AsksForWrapper();
+    uint32_t due = 0;
+    if (routed) {
+      due = noPointer ? 2 : tooShort != 0 ? tooShort : !live ? 6 : 0;
+    } else {
+      due = session == nullptr || noPointer ? 2 : wrapper ? 0 : tooShort;
+    }
+    if (due != 0 || wrapper) {
+      Expect("operations", operations, std::string());
+      return due;
+    }
+    const auto done = [](const std::string& call, const std::string& lost) {
+      return "(" + lost + "coi){0,4}" + call;
+    };
+    const auto failed = [](const std::string& lost, const std::string& error) {
+      return "((" + lost + "coi){0,4}(" + error + "|" + lost + "c(O|oI))|(" + lost + "coi){5})";
+    };
+    const std::string write = done("w", "W"), read = done("r", "R");
+    if (OperationsAre("|" + write + read + "(" + read + ")?")) return 0;
+    if (OperationsAre(failed("W", "X") + "|" + write + failed("R", "Z") + "|" + write + read +
+                      failed("R", "Z"))) {
+      return 1;
+    }
+    wrong_ += "operations " + operations + "; ";
+    return 0;
+  }
+
+  void JudgeCounts(const Arguments& a, StateSnapshot& before, uint32_t status) {
+    const uint32_t version = before->firmwareApiVersion;
+    const bool isSet = version == KALO_FIRMWARE_API_30 || version == KALO_FIRMWARE_API_32;
+    int kalo = 0, fenu = 0;
+    if (Is("KaloInit3") || (Is("KaloInit") && before->kaloSessionA == nullptr)) {
+      kalo = status == 0 && (before->kaloRefCountA == 0 || isSet);
+    } else if (Is("FenuInit3") || (Is("FenuInit") && before->fenuSession == nullptr)) {
+      fenu = status == 0;
+    } else if (IsAny("KaloCleanup KaloCleanup3")) {
+      const auto drops = [&](const void* session, uint32_t count) {
+        return count != 0 && (Is("KaloCleanup") ? session != nullptr : session == a.used);
+      };
+      kalo = -(drops(before->kaloSessionA, before->kaloRefCountA) +
+               drops(before->kaloSessionB, before->kaloRefCountB));
+    } else if (IsAny("FenuCleanup FenuCleanup3")) {
+      fenu = -(before->fenuRefCount != 0);
+    }
+    const auto sum = [](const KaloDllState* of) {
+      return static_cast<int>(of->kaloRefCountA + of->kaloRefCountB);
+    };
+    Expect("KALO's counts", sum(&state) - sum(before.operator->()), kalo);
+    Expect("FENU's count", static_cast<int>(state.fenuRefCount - before->fenuRefCount), fenu);
+    // What else there is in the state: only the calls that own it write it.
+    static const std::string kRecord =
+        " apiErrorText apiErrorCode kaloErrorText kaloErrorCode fenuErrorText fenuErrorCode "
+        "lastErrorSource lastErrorContext lastErrorProcessId ";
+    const std::string own = Is("KaloStateInit") ? " firmwareApiVersion stateInitFlag "
+                            : Sends()           ? ""
+                            : name_.rfind("Kalo", 0) == 0
+                                ? " kaloInterfaceVersion kaloSessionA kaloSessionB "
+                                  "kaloRefCountA kaloRefCountB sessionBShared "
+                                : " fenuInterfaceVersion fenuSession fenuRefCount ";
+    for (const std::string& field : before.Changed()) {
+      const std::string& allowed =
+          status != 0 && kRecord.find(" " + field + " ") != kRecord.npos ? kRecord : own;
+      if (allowed.find(" " + field + " ") == std::string::npos) wrong_ += field + " changed; ";
+    }
+  }
+
+  void JudgeRecord(const Arguments& a, StateSnapshot& before, uint32_t status) {
+    if (status == 0) return;
+    const bool own = IsAny("StartIoEx StartIo") && operations.empty();
+    const uint32_t source = !own ? 1 : before->kaloSessionA == nullptr ? 2 : 3;
+    Expect("source", state.lastErrorSource, source);
+    Expect("process", state.lastErrorProcessId, static_cast<uint32_t>(getpid()));
+    const uint32_t codes[] = {state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
+    const char* const texts[] = {state.apiErrorText, state.kaloErrorText, state.fenuErrorText};
+    Expect("code", codes[source - 1], status == 1 ? 0xFFFFFFFF : status);
+    static const char* const kRefusals[] = {
+        "",
+        "",
+        "Invalid In or Out Buffer pointer",
+        "Input buffer < kalo header size",
+        "Output buffer < kalo header size",
+        "Previous provisioning attempt failed.",
+        "StartIoEx() called before Init() or after Cleanup() API"};
+    std::string text = "KALO Exception 0x" + std::to_string(status) + " " + kRefusals[status];
+    if (status == 2 && !own && Given(a, before) == nullptr) {
+      text = "KALO Exception 0x2 Invalid CP session handle";
+    } else if (status == 1) {
+      const size_t reads = std::count(operations.begin(), operations.end(), 'r');
+      const char last = operations.back();
+      const bool writing = operations.find_first_of("rRZ") == std::string::npos;
+      text = last == 'O'   ? "Cannot open ZULI device."
+             : last == 'I' ? "Cannot connect to ZULI device."
+             : writing     ? "Error writing message to ZULI."
+             : reads == 0  ? "Error reading message from ZULI."
+                           : "Error reading TEV private data";
+    }
+    Expect("text", std::string(texts[source - 1]), text);
+    if (own) return;
+    const void* context = Opens() ? reinterpret_cast<void*>(0xDEADBEEFull) : Given(a, before);
+    Expect("context", const_cast<const void*>(state.lastErrorContext), context);
+    if (Opens() || context == nullptr) return;
+    const auto* session = static_cast<const ClientSession*>(context);
+    Expect("session's status", session->lastErrorStatus, static_cast<int32_t>(state.apiErrorCode));
+    Expect("session's text", std::string(session->lastErrorText, text.size()), text);
+  }
+
+  const StateSnapshot fresh_;
+  // Those of the fields A, B and FENU, null when there is none, and those that no field holds.
+  std::vector<ClientSession*> live_ = std::vector<ClientSession*>(3);
+  size_t leaked_ = 0;
+  std::string wrong_;
+};
+
+}  // namespace test

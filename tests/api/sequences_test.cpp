@@ -1,0 +1,59 @@
+// All entry points in random sequences, with faults of the device.
+// KALODLL_SEQUENCES_SEED and KALODLL_SEQUENCES choose another seed and more sequences.
+
+#include "tests/api/sequences.h"
+
+namespace test {
+namespace {
+
+#ifdef __SANITIZE_THREAD__  // which has little to see in one thread
+constexpr unsigned kSequences = 1000;
+#else
+constexpr unsigned kSequences = 10000;
+#endif
+
+unsigned FromEnvironment(const char* name, unsigned otherwise) {
+  const char* text = getenv(name);
+  return text != nullptr ? static_cast<unsigned>(std::stoul(text)) : otherwise;
+}
+
+class Sequences : public SequencesTest {
+ protected:
+  std::string RunAll(const Sequence& sequence) {
+    Start();
+    std::string wrong;
+    size_t number = 0;
+    for (const Step& step : sequence) {
+      wrong = Run(step);
+      ++number;
+      if (!wrong.empty()) break;
+    }
+    Finish();
+    return wrong.empty() ? "" : "step " + std::to_string(number) + ": " + wrong;
+  }
+};
+
+TEST_F(Sequences, drawn_at_random_keep_the_rules) {
+  const unsigned seed = FromEnvironment("KALODLL_SEQUENCES_SEED", 20240607);
+  const unsigned sequences = FromEnvironment("KALODLL_SEQUENCES", kSequences);
+  std::mt19937 random(seed);
+  for (unsigned i = 0; i < sequences; ++i) {
+    Sequence sequence = RandomSequence(random);
+    traced = i % 2 == 1;
+    negative = i % 3 == 1;
+    std::string wrong = RunAll(sequence);
+    if (wrong.empty()) continue;
+    // What is not needed for a failure goes, once through.
+    for (size_t step = sequence.size(); step-- != 0;) {
+      Sequence shorter = sequence;
+      shorter.erase(shorter.begin() + static_cast<long>(step));
+      const std::string found = RunAll(shorter);
+      if (!found.empty()) wrong = found, sequence = shorter;
+    }
+    FAIL() << "sequence " << i << " of seed " << seed << "; the shortest that was seen:\n"
+           << Describe(sequence) << wrong;
+  }
+}
+
+}  // namespace
+}  // namespace test
