@@ -20,11 +20,11 @@
 namespace zulisim {
 namespace {
 
-// Signals that end no process by default: SIGCHLD, SIGCONT, SIGURG, SIGWINCH and those that stop
-// it.
-constexpr std::uint64_t kHarmless = 0x87F0000;
+// Signals that do not end a process by default: SIGCHLD, SIGCONT, SIGURG, SIGWINCH and the stop
+// signals.
+constexpr std::uint64_t kNotFatal = 0x87F0000;
 
-// The word after `field` in the kernel's description of a thread; empty when the thread has ended.
+// Returns the word after `field` in /proc/THREAD/status, or "" if the thread has ended.
 std::string ThreadStatus(pid_t thread, const char* field) {
   std::ifstream status("/proc/" + std::to_string(thread) + "/status");
   for (std::string word; status >> word;) {
@@ -38,13 +38,13 @@ bool IsBeingKilled(pid_t thread) {
     return std::strtoull(ThreadStatus(thread, field).c_str(), nullptr, 16);
   };
   const std::uint64_t pending = set("SigPnd:") | set("ShdPnd:");
-  return (pending & ~set("SigBlk:") & ~set("SigCgt:") & ~kHarmless) != 0;
+  return (pending & ~set("SigBlk:") & ~set("SigCgt:") & ~kNotFatal) != 0;
 }
 
-KernelOperations* Self(fuse_req_t request) {
+KernelOperations* FromRequest(fuse_req_t request) {
   thread_local pid_t thread = 0;
   thread_local pid_t process = 0;
-  const pid_t caller = fuse_req_ctx(request)->pid;  // a thread
+  const pid_t caller = fuse_req_ctx(request)->pid;  // the id of a thread
   if (caller != thread) process = std::atoi(ThreadStatus(caller, "Tgid:").c_str());
   thread = caller;
   SetCaller(process, thread);
@@ -53,11 +53,12 @@ KernelOperations* Self(fuse_req_t request) {
 
 void Warn(const std::string& text) { std::cerr << "zulisim: warning: " + text + "\n"; }
 
-// Adapts an operation on a character device to a file, of which the kernel also passes the inode.
+// Adapts an operation on a character device to a file. For a file, the kernel also passes the
+// inode.
 template <auto operation>
-struct OfFile;
+struct FileOperation;
 template <typename... Arguments, void (*operation)(fuse_req_t, Arguments...)>
-struct OfFile<operation> {
+struct FileOperation<operation> {
   static void Call(fuse_req_t request, fuse_ino_t, Arguments... arguments) {
     operation(request, arguments...);
   }
@@ -69,11 +70,11 @@ fuse_lowlevel_ops KernelOperations::ForFile() {
   fuse_lowlevel_ops operations{};
   operations.init = Init;
   operations.getattr = GetAttributes;
-  operations.open = OfFile<Open>::Call;
-  operations.read = OfFile<Read>::Call;
-  operations.write = OfFile<Write>::Call;
-  operations.ioctl = OfFile<Ioctl>::Call;
-  operations.release = OfFile<Release>::Call;
+  operations.open = FileOperation<Open>::Call;
+  operations.read = FileOperation<Read>::Call;
+  operations.write = FileOperation<Write>::Call;
+  operations.ioctl = FileOperation<Ioctl>::Call;
+  operations.release = FileOperation<Release>::Call;
   return operations;
 }
 
@@ -88,7 +89,7 @@ cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
   return operations;
 }
 
-void KernelOperations::AnswerKilled() {
+void KernelOperations::AnswerKilledReads() {
   std::lock_guard<std::mutex> lock(mutex_);
   for (PendingRead* read : reads_) {
     if (read->answered || !IsBeingKilled(read->thread)) continue;
@@ -98,19 +99,19 @@ void KernelOperations::AnswerKilled() {
 }
 
 void KernelOperations::Init(void*, struct fuse_conn_info* connection) {
-  // Without a limit, each close arrives before the next operation of its program.
+  // Without a limit, the kernel sends each close before the program's next operation.
   connection->max_background = 65535;
 }
 
 void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
-  KernelOperations* self = Self(request);
+  KernelOperations* self = FromRequest(request);
   const Result result = self->device_.Open(file->flags, 0, -1);
   if (result.value == -1) {
     fuse_reply_err(request, result.error);
     return;
   }
-  // A stream has no position, so a transfer with one is the rest of a transfer that the kernel has
-  // split. libfuse has no name for that flag, so the answer is written out here.
+  // A stream has no position. If the kernel passes an offset, the transfer is the rest of one that
+  // the kernel has split. libfuse has no name for this flag, so the reply is built here.
   struct fuse_open_out answer {};
   answer.fh = static_cast<std::uint64_t>(result.value);
   answer.open_flags = FOPEN_DIRECT_IO | FOPEN_STREAM;
@@ -118,7 +119,7 @@ void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
     std::lock_guard<std::mutex> lock(self->mutex_);
     self->open_.insert(answer.fh);
   }
-  // A program that was interrupted meanwhile has no descriptor to close.
+  // If a signal interrupted the program meanwhile, it has no descriptor to close.
   if (fuse_reply_buf(request, reinterpret_cast<const char*>(&answer), sizeof(answer)) != 0) {
     self->Close(answer.fh);
   }
@@ -144,11 +145,11 @@ void KernelOperations::End() {
 
 void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset,
                             struct fuse_file_info* file) {
-  if (offset > 0) {  // the rest of a split read: one read takes one message
+  if (offset > 0) {  // the rest of a split read; each read returns one message
     fuse_reply_buf(request, nullptr, 0);
     return;
   }
-  KernelOperations* self = Self(request);
+  KernelOperations* self = FromRequest(request);
   PendingRead read{request, fuse_req_ctx(request)->pid};
   {
     std::lock_guard<std::mutex> lock(self->mutex_);
@@ -171,7 +172,7 @@ void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset
 
 void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t length,
                              off_t offset, struct fuse_file_info* file) {
-  KernelOperations* self = Self(request);
+  KernelOperations* self = FromRequest(request);
   if (self->isFile_ && (file->flags & O_APPEND) != 0) {
     Warn("refused a write with O_APPEND (EINVAL): the end of the message would be unknown");
     fuse_reply_err(request, EINVAL);
@@ -191,7 +192,7 @@ void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t 
   }
 }
 
-// The kernel copies as many bytes from and to the program as the request number says.
+// The kernel copies the number of bytes that the request number encodes, from and to the program.
 void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
                              struct fuse_file_info* file, unsigned, const void* in,
                              std::size_t inSize, std::size_t outSize) {
@@ -200,7 +201,7 @@ void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
   if (inSize > 0) std::memcpy(bytes.data(), in, inSize);
   void* const target = argument != nullptr ? bytes.data() : nullptr;
   const Result result =
-      Self(request)->device_.Ioctl(file->fh, static_cast<std::uint32_t>(number), target);
+      FromRequest(request)->device_.Ioctl(file->fh, static_cast<std::uint32_t>(number), target);
   if (result.value == -1) {
     fuse_reply_err(request, result.error);
   } else {
@@ -209,7 +210,7 @@ void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
 }
 
 void KernelOperations::Release(fuse_req_t request, struct fuse_file_info* file) {
-  Self(request)->Close(file->fh);
+  FromRequest(request)->Close(file->fh);
   fuse_reply_err(request, 0);
 }
 
@@ -218,7 +219,7 @@ void KernelOperations::GetAttributes(fuse_req_t request, fuse_ino_t inode, struc
   status.st_ino = inode;
   status.st_mode = S_IFREG | 0666;
   status.st_nlink = 1;
-  status.st_uid = geteuid();  // the kernel refuses to write to an owner outside a user namespace
+  status.st_uid = geteuid();  // otherwise the kernel refuses writes in a user namespace
   status.st_gid = getegid();
   fuse_reply_attr(request, &status, 0);
 }

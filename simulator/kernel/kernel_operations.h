@@ -1,6 +1,6 @@
 #pragma once
 
-#define FUSE_USE_VERSION 34  // numbers of ioctl requests are int, as in CUSE
+#define FUSE_USE_VERSION 34  // the numbers of ioctl requests are int, as in CUSE
 
 #include <cuse_lowlevel.h>
 #include <fuse_lowlevel.h>
@@ -14,21 +14,21 @@
 
 namespace zulisim {
 
-// Answers the kernel's requests with a device. The address of an object of this class is the user
-// data of the libfuse session. Thread-safe.
+// Answers the kernel's requests by calling a device. The user data of the libfuse session is the
+// address of this object. Thread-safe.
 class KernelOperations {
  public:
-  // Exactly one of them goes to libfuse; `isFile` says which.
+  // Pass one of these to libfuse. `isFile` says which.
   static struct fuse_lowlevel_ops ForFile();
   static struct cuse_lowlevel_ops ForCharacterDevice();
 
-  // The device is not owned.
+  // The device must outlive this object.
   KernelOperations(Device& device, bool isFile) : device_(device), isFile_(isFile) {}
 
-  // Answers the reads of programs that a signal is about to end. The kernel would otherwise keep
+  // Answers the reads of programs that a signal is about to end. Otherwise the kernel would keep
   // such a program until the device answers.
-  void AnswerKilled();
-  // Closes the open connections. A read that waits for a reply returns.
+  void AnswerKilledReads();
+  // Closes the open connections. Reads that wait for a reply return.
   void End();
 
  private:
@@ -44,8 +44,8 @@ class KernelOperations {
   static void GetAttributes(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
 
   struct PendingRead {
-    fuse_req_t request;  // freed by the answer
-    pid_t thread;        // of the program
+    fuse_req_t request;  // libfuse frees it when it is answered
+    pid_t thread;        // the thread that reads
     bool answered = false;
   };
 

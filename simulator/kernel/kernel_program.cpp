@@ -8,7 +8,7 @@
 namespace zulisim {
 namespace {
 
-std::string Servable(const std::string& name) {
+std::string CheckedPath(const std::string& name) {
   std::string path = FindProgram(name);
   CheckKernelServes(KernelServer::Kind::kFile);
   return path;
@@ -17,7 +17,7 @@ std::string Servable(const std::string& name) {
 }  // namespace
 
 KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const std::string& root)
-    : ServedProgram(Servable(arguments.front()), arguments, root) {}
+    : ServedProgram(CheckedPath(arguments.front()), arguments, root) {}
 
 int KernelProgram::Serve(Device& device) {
   EnterPrivateTree(folder(), root());

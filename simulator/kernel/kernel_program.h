@@ -7,11 +7,11 @@
 
 namespace zulisim {
 
-// Any program, served through the kernel's FUSE in a file tree of its own. This process enters that
-// tree too.
+// Runs any program in a file tree of its own, in which the kernel's FUSE serves the device. The
+// calling process enters that tree too.
 class KernelProgram : public ServedProgram {
  public:
-  // As for PreloadedProgram.
+  // See PreloadedProgram.
   KernelProgram(const std::vector<std::string>& arguments, const std::string& root);
 
  protected:

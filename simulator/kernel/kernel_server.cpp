@@ -21,13 +21,13 @@
 namespace zulisim {
 namespace {
 
-std::string libraryText;  // libfuse's last message, for ours
+std::string libfuseMessage;  // libfuse's last message, quoted in our own messages
 
-void KeepText(enum fuse_log_level, const char* format, va_list arguments) {
+void KeepMessage(enum fuse_log_level, const char* format, va_list arguments) {
   char text[512];
   std::vsnprintf(text, sizeof(text), format, arguments);
-  libraryText = text;
-  while (!libraryText.empty() && libraryText.back() == '\n') libraryText.pop_back();
+  libfuseMessage = text;
+  while (!libfuseMessage.empty() && libfuseMessage.back() == '\n') libfuseMessage.pop_back();
 }
 
 constexpr int kCheckMilliseconds = 100;
@@ -49,18 +49,18 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
     : path_(path),
       operations_(std::make_unique<KernelOperations>(device, kind == Kind::kFile)),
       stop_(eventfd(0, EFD_CLOEXEC)) {
-  fuse_set_log_func(KeepText);
-  libraryText.clear();
+  fuse_set_log_func(KeepMessage);
+  libfuseMessage.clear();
   try {
     if (kind == Kind::kFile) {
       Mount(everyUser);
     } else {
-      MakeNode();
+      CreateNode();
     }
     const int descriptor = fuse_session_fd(session_);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
-    AgreeWithKernel();
+    AnswerInit();
     if (kind == Kind::kCharacterDevice && chmod(path_.c_str(), 0666) != 0) {
       throw std::runtime_error(
           common::Format("the kernel made the device, but {} is missing: /dev must be a devtmpfs",
@@ -72,7 +72,7 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
     Stop();
     throw;
   }
-  WaitForCloses();  // the kernel learns the owner of the file
+  WaitForCloses();  // so that the kernel reads the owner of the file
 }
 
 KernelServer::~KernelServer() { Stop(); }
@@ -85,10 +85,10 @@ void KernelServer::Mount(bool everyUser) {
   const fuse_lowlevel_ops operations = KernelOperations::ForFile();
   session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
   fuse_opt_free_args(&arguments);
-  Begin(path_);
+  MountSession(path_);
 }
 
-void KernelServer::MakeNode() {
+void KernelServer::CreateNode() {
   const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
   const char* variables[] = {variable.c_str()};
   struct cuse_info info {};
@@ -100,25 +100,26 @@ void KernelServer::MakeNode() {
   session_ = cuse_lowlevel_new(&arguments, &info, &operations, operations_.get());
   fuse_opt_free_args(&arguments);
   const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
-  Begin("/dev/fd/" + std::to_string(control));  // the session owns the descriptor from here on
+  MountSession("/dev/fd/" + std::to_string(control));  // the session now owns the descriptor
 }
 
-void KernelServer::Begin(const std::string& mountPoint) {
+void KernelServer::MountSession(const std::string& mountPoint) {
   if (session_ != nullptr && fuse_session_mount(session_, mountPoint.c_str()) == 0) return;
   throw std::runtime_error(common::Format("cannot serve {}: {}", common::Quoted(path_),
-                                          libraryText.empty() ? "refused" : libraryText));
+                                          libfuseMessage.empty() ? "refused" : libfuseMessage));
 }
 
-// In its first request the kernel offers a protocol. The answer also creates a device's node.
-void KernelServer::AgreeWithKernel() {
+// Answers the kernel's first request, which offers a protocol. For a character device, the answer
+// also creates the node.
+void KernelServer::AnswerInit() {
   Request request;
   if (Receive(&request)) fuse_session_process_buf(session_, &request);
   if (request.mem != nullptr && !fuse_session_exited(session_)) return;
   throw std::runtime_error(
-      common::Format("the kernel does not serve {}: {}", common::Quoted(path_), libraryText));
+      common::Format("the kernel does not serve {}: {}", common::Quoted(path_), libfuseMessage));
 }
 
-// Call it with the turn. False when the system allows no more threads.
+// The caller holds `turn_`. Returns false when the system allows no more threads.
 bool KernelServer::StartWorker() {
   try {
     workers_.emplace_back([this] { Work(); });
@@ -134,30 +135,31 @@ void KernelServer::Work() {
   while (true) {
     std::unique_lock<std::mutex> turn(turn_);
     if (!Receive(&request)) break;
-    // The turn's holder performs quick requests itself, in the kernel's order.
+    // The worker that holds the turn performs quick requests itself, in the kernel's order.
     const bool mayWait = request.opcode() == FUSE_READ || request.opcode() == FUSE_WRITE;
-    const bool passesTurn = mayWait && (idle_ > 1 || StartWorker());
-    if (passesTurn) {
+    const bool releasesTurn = mayWait && (idle_ > 1 || StartWorker());
+    if (releasesTurn) {
       --idle_;
       turn.unlock();
     }
     fuse_session_process_buf(session_, &request);
-    if (request.opcode() == FUSE_INTERRUPT) operations_->AnswerKilled();
-    if (passesTurn) ++idle_;
+    if (request.opcode() == FUSE_INTERRUPT) operations_->AnswerKilledReads();
+    if (releasesTurn) ++idle_;
   }
   serving_ = false;
 }
 
-// False at the end of the service.
+// Returns false when the service ends.
 bool KernelServer::Receive(struct fuse_buf* buffer) {
   while (true) {
     struct pollfd entries[] = {{fuse_session_fd(session_), POLLIN, 0}, {stop_, POLLIN, 0}};
-    // The kernel reports only the first signal that a program gets during a read.
+    // The kernel reports only the first signal that a program gets during a read, so check
+    // regularly.
     const bool busy = idle_ < static_cast<int>(workers_.size());
     const int ready = poll(entries, 2, busy ? kCheckMilliseconds : -1);
     if (ready < 0 && errno != EINTR) return false;
     if (entries[1].revents != 0) return false;
-    if (ready == 0) operations_->AnswerKilled();
+    if (ready == 0) operations_->AnswerKilledReads();
     if (entries[0].revents == 0) continue;
     const int received = fuse_session_receive_buf(session_, buffer);
     if (received > 0) return true;
@@ -171,14 +173,14 @@ void KernelServer::WaitForCloses() {
 }
 
 void KernelServer::Stop() {
-  // The event ends every poll from now on. A read that waits in the device returns because its
-  // connection closes.
+  // After this, every poll returns at once. Reads that wait in the device return because their
+  // connections are closed.
   eventfd_write(stop_, 1);
   operations_->End();
   while (true) {
     std::thread worker;
     {
-      // A worker that still runs may start another.
+      // A running worker may start another one.
       std::lock_guard<std::mutex> turn(turn_);
       if (workers_.empty()) break;
       worker = std::move(workers_.back());
@@ -190,7 +192,7 @@ void KernelServer::Stop() {
     fuse_session_unmount(session_);
     fuse_session_destroy(session_);
   }
-  operations_->End();  // connections opened meanwhile
+  operations_->End();  // closes connections that were opened meanwhile
   close(stop_);
 }
 

@@ -20,42 +20,43 @@ class KernelOperations;
 // Serves a device to all processes, including statically linked ones, through the kernel.
 // Thread-safe.
 //
-// The worker threads take turns. The worker that holds `turn_` receives the next request of the
-// kernel. It performs opens, ioctls and closes before it gives up the turn, so that they reach the
-// device in the kernel's order. A read or write may wait for the device. The worker gives up the
-// turn before it performs one, and starts another worker if no other is idle.
+// The worker threads take turns. The worker that holds `turn_` receives the kernel's next request.
+// It performs opens, ioctls and closes before it releases the turn, so they reach the device in the
+// kernel's order. A read or write may wait for the device, so the worker releases the turn before
+// it performs one, and starts another worker if no other is idle.
 class KernelServer {
  public:
   enum class Kind { kFile, kCharacterDevice };
 
-  // False in a build without libfuse3, where the constructor throws.
+  // Returns false in a build without libfuse3, in which the constructor throws.
   static bool Built();
 
-  // The longest message that the kernel carries in one piece from any buffer.
+  // The length in bytes of the longest message that the kernel never splits, whatever the buffer.
   static constexpr std::size_t LongestMessage(Kind kind) {
     constexpr std::size_t kPage = 4096;
-    return kPage * (kind == Kind::kFile ? 255 : 31);  // an unaligned buffer takes one page more
+    return kPage * (kind == Kind::kFile ? 255 : 31);  // an unaligned buffer needs one more page
   }
 
   // kFile: mounts over the existing file `path`. With `everyUser`, which needs privileges, all
-  // users can open it. kCharacterDevice: creates `path`, a name in "/dev". The device is served
-  // when the constructor returns, and is not owned. Throws std::runtime_error.
+  // users can open it. kCharacterDevice: creates `path`, a name in "/dev". Programs can open the
+  // device when the constructor returns. The device must outlive this object. Throws
+  // std::runtime_error.
   KernelServer(Device& device, Kind kind, const std::string& path, bool everyUser);
   // Closes the open connections and removes the mount or node.
   ~KernelServer();
   KernelServer(const KernelServer&) = delete;
   KernelServer& operator=(const KernelServer&) = delete;
 
-  // False after something else has ended the service, such as an unmount.
+  // Returns false after something else ended the service, such as an unmount.
   bool Serving() const { return serving_.load(); }
   // Returns when every close that happened before the call has reached the device.
   void WaitForCloses();
 
  private:
   void Mount(bool everyUser);
-  void MakeNode();
-  void Begin(const std::string& mountPoint);
-  void AgreeWithKernel();
+  void CreateNode();
+  void MountSession(const std::string& mountPoint);
+  void AnswerInit();
   bool StartWorker();
   void Work();
   bool Receive(struct fuse_buf* buffer);
@@ -68,7 +69,8 @@ class KernelServer {
 
   std::mutex turn_;  // held by the worker that receives; guards `workers_`
   std::vector<std::thread> workers_;
-  std::atomic<int> idle_{0};  // workers that receive, perform a quick request or wait for the turn
+  std::atomic<int> idle_{
+      0};  // workers that are receiving, performing a quick request or waiting for the turn
   std::atomic<bool> serving_{true};
 };
 

@@ -16,14 +16,15 @@ namespace {
 
 using Kind = KernelServer::Kind;
 
-constexpr const char* kOtherWay = "use 'zulisim run --device preload', which works without it";
+constexpr const char* kUsePreload = "use 'zulisim run --device preload', which works without it";
 
-// The kernel interprets these answers itself: it tries again, or never asks again.
+// Throws std::invalid_argument for an errno that the kernel handles itself: it repeats the request,
+// or never sends that kind again.
 void CheckErrno(Operation operation, int error) {
-  const bool isKernels = operation == Operation::kOpen
-                             ? error == ENOSYS || error == ESTALE || error == ECHILD
-                             : operation == Operation::kIoctl && error == ENOSYS;
-  if (!isKernels) return;
+  const bool isReserved = operation == Operation::kOpen
+                              ? error == ENOSYS || error == ESTALE || error == ECHILD
+                              : operation == Operation::kIoctl && error == ENOSYS;
+  if (!isReserved) return;
   throw std::invalid_argument(common::Format(
       "the kernel does not pass {} of {} on to a program; choose another errno or --device preload",
       ErrnoName(error), OperationName(operation)));
@@ -37,7 +38,7 @@ void CheckKernelServes(Kind kind) {
         std::string(
             "this zulisim was built without libfuse3, which --fuse, --cuse and "
             "--device fuse need; build it where the package libfuse3-dev is installed, or ") +
-        kOtherWay);
+        kUsePreload);
   }
   const bool isFile = kind == Kind::kFile;
   const char* const node = isFile ? "/dev/fuse" : "/dev/cuse";
@@ -51,7 +52,7 @@ void CheckKernelServes(Kind kind) {
           ? "run zulisim as root"
           : common::Format("load the kernel module with 'modprobe {}'", isFile ? "fuse" : "cuse");
   throw std::runtime_error(common::Format("cannot open {}: {}; {}, or {}", node,
-                                          std::strerror(errno), remedy, kOtherWay));
+                                          std::strerror(errno), remedy, kUsePreload));
 }
 
 void CheckCanMount() {

@@ -7,14 +7,14 @@
 
 namespace zulisim {
 
-// Throws std::runtime_error, with the remedy, unless the kernel and this build offer the way.
+// Throws std::runtime_error, with the remedy, unless the kernel and this build support `kind`.
 void CheckKernelServes(KernelServer::Kind kind);
 // Throws std::runtime_error, with the remedy, unless this user can mount a file system that
 // KernelServer serves.
 void CheckCanMount();
 
-// Throws std::invalid_argument for a scenario that programs would not see unchanged: the kernel
-// splits long messages, and interprets some errno values itself.
+// Throws std::invalid_argument if programs would not see the scenario as written: the kernel splits
+// long messages and handles some errno values itself.
 void CheckKernelCarries(const Scenario& scenario, KernelServer::Kind kind);
 
 }  // namespace zulisim

@@ -21,7 +21,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Where the new tree shows `root`.
+// The name of `root` in the new tree.
 constexpr const char* kRootName = ".zulisim";
 
 void Check(bool done, const std::string& what) {
@@ -56,8 +56,8 @@ bool MakeFile(const fs::path& path, mode_t mode) {
   return file >= 0 && fchmod(file, mode) == 0 && close(file) == 0;
 }
 
-// Shows an entry of the machine's tree at `to`, or leaves it out where that fails.
-void Show(const fs::path& from, const fs::path& to) {
+// Shows an entry of the machine's tree at `to`. Leaves it out if that fails.
+void MirrorEntry(const fs::path& from, const fs::path& to) {
   std::error_code error;
   const auto type = fs::symlink_status(from, error).type();
   if (type == fs::file_type::symlink) {
@@ -69,13 +69,15 @@ void Show(const fs::path& from, const fs::path& to) {
   }
 }
 
-// Makes the folder `to` with everything that is in `from`, except for the names in `without`.
-void Mirror(const fs::path& from, const fs::path& to, const std::vector<std::string>& without) {
+// Creates the folder `to` with the entries of `from`, except for the names in `without`.
+void MirrorFolder(const fs::path& from, const fs::path& to,
+                  const std::vector<std::string>& without) {
   Check(mkdir(to.c_str(), 0755) == 0 || errno == EEXIST, to);
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(from, error)) {
     const std::string name = entry.path().filename();
-    if (std::find(without.begin(), without.end(), name) == without.end()) Show(entry, to / name);
+    if (std::find(without.begin(), without.end(), name) == without.end())
+      MirrorEntry(entry, to / name);
   }
 }
 
@@ -85,26 +87,26 @@ void EnterPrivateTree(const std::string& work, const std::string& root) {
   std::error_code error;
   const fs::path before = fs::current_path(error);
   EnterNamespaces();
-  // Mounts made here stay here; mounts that the machine makes later still show.
+  // The machine does not see mounts made here, but later mounts of the machine appear here.
   Check(mount(nullptr, "/", nullptr, MS_REC | MS_SLAVE, nullptr) == 0, "private mounts");
   const fs::path tree = fs::path(work) / "tree";
   Check(mkdir(tree.c_str(), 0755) == 0, tree);
   Check(mount("zulisim", tree.c_str(), "tmpfs", MS_NOSUID, "mode=0755") == 0, "a tmpfs");
-  // The new tree will show `work` too: whatever removes that there, such as "rm -r /tmp/*", must
-  // not descend into the tree again and from there into the machine's folders.
+  // `work` is also visible in the new tree. A command such as "rm -r /tmp/*" must not enter the
+  // tree a second time there, and so reach the machine's folders.
   Check(mount(nullptr, tree.c_str(), nullptr, MS_UNBINDABLE, nullptr) == 0, "an unbindable tmpfs");
-  Mirror("/", tree, {"dev", "etc", "data", kRootName});
-  Mirror("/dev", tree / "dev", {"zuli"});
-  Mirror("/etc", tree / "etc", {"vrel_registry.txt"});
+  MirrorFolder("/", tree, {"dev", "etc", "data", kRootName});
+  MirrorFolder("/dev", tree / "dev", {"zuli"});
+  MirrorFolder("/etc", tree / "etc", {"vrel_registry.txt"});
   for (const auto& [from, to] : {std::pair<fs::path, fs::path>{root, tree / kRootName},
                                  std::pair<fs::path, fs::path>{root + "/data", tree / "data"}}) {
     Check(mkdir(to.c_str(), 0755) == 0 && Bind(from, to), from);
   }
-  // A link, so that the program can create and remove the file.
+  // A link lets the program create and remove the file.
   fs::create_symlink(fs::path("/") / kRootName / "etc/vrel_registry.txt",
                      tree / "etc/vrel_registry.txt");
   Check(MakeFile(tree / "dev/zuli", 0666), "/dev/zuli");
-  // Unlike pivot_root, this also works where the root folder is an initial RAM disk.
+  // Unlike pivot_root, this also works when the root folder is an initial RAM disk.
   Check(chdir(tree.c_str()) == 0 && mount(".", "/", nullptr, MS_MOVE, nullptr) == 0 &&
             chroot(".") == 0,
         "the new root folder");
