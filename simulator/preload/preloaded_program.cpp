@@ -76,7 +76,7 @@ int PreloadedProgram::Serve(Device& device) {
   return status;
 }
 
-std::string PreloadedProgram::WhyUnused() const {
+std::string PreloadedProgram::ExplainUnused() const {
   if (loaded_) return "the preload library was loaded, but nothing opened '/dev/zuli' through it";
   return common::Format("{} did not load the preload library{}", common::Quoted(path()), kUseFuse);
 }

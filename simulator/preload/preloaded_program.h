@@ -16,7 +16,7 @@ class PreloadedProgram : public ServedProgram {
 
  protected:
   int Serve(Device& device) override;
-  std::string WhyUnused() const override;
+  std::string ExplainUnused() const override;
 
  private:
   bool loaded_ = false;

@@ -25,12 +25,12 @@ sigset_t SetOf(std::initializer_list<int> numbers) {
   return set;
 }
 
-// RunChild waits for these and passes them on, except for SIGCHLD.
+// RunChild waits for these signals and sends them to the child, except for SIGCHLD.
 sigset_t AwaitedSignals() {
   return SetOf({SIGCHLD, SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGUSR1, SIGUSR2});
 }
 
-sigset_t maskBefore;  // the child starts with it
+sigset_t maskBefore;  // the child starts with this mask
 
 pid_t Start(const std::string& path, const std::vector<std::string>& arguments) {
   std::vector<char*> pointers;
@@ -53,8 +53,9 @@ pid_t Start(const std::string& path, const std::vector<std::string>& arguments) 
 }  // namespace
 
 ChildSignals::ChildSignals() {
-  signal(SIGCHLD, SIG_DFL);  // a shell may have left it ignored, and waitpid would fail
-  // While they are blocked, a write to a closed pipe or past a limit fails with an errno instead.
+  signal(SIGCHLD, SIG_DFL);  // some shells leave it ignored, and waitpid then fails
+  // While these are blocked, a write to a closed pipe or beyond a size limit fails with an errno
+  // instead.
   const sigset_t ofWrites = SetOf({SIGPIPE, SIGXFSZ});
   const sigset_t awaited = AwaitedSignals();
   pthread_sigmask(SIG_BLOCK, &ofWrites, &maskBefore);
@@ -62,7 +63,7 @@ ChildSignals::ChildSignals() {
 }
 
 ChildSignals::~ChildSignals() {
-  // Signals that arrived too late to be passed on do not end this process either.
+  // Signals that arrived too late for the child must not end this process either.
   sigset_t blocked;
   sigfillset(&blocked);
   const struct timespec now {};
@@ -72,7 +73,7 @@ ChildSignals::~ChildSignals() {
 }
 
 int RunChild(const std::string& path, const std::vector<std::string>& arguments) {
-  // Processes whose parent ends become children of this one, so that RemainingProcesses finds them.
+  // Processes whose parent ends become children of this process, so RemainingProcesses finds them.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   const pid_t child = Start(path, arguments);
   const sigset_t awaited = AwaitedSignals();
@@ -84,7 +85,7 @@ int RunChild(const std::string& path, const std::vector<std::string>& arguments)
     }
     siginfo_t info;
     const int number = sigwaitinfo(&awaited, &info);
-    // The signals of a terminal reach the child without help.
+    // The terminal sends its signals to the child too.
     if (number > 0 && number != SIGCHLD && info.si_code != SI_KERNEL) kill(child, number);
   }
 }
@@ -101,7 +102,7 @@ std::string RemainingProcesses() {
     std::getline(std::ifstream("/proc/" + process + "/comm"), name);
     processes.push_back(common::Format("{} ({})", process, common::Printable(name)));
   }
-  return processes.empty() ? "unknown" : common::Joined(processes);  // a kernel without that file
+  return processes.empty() ? "unknown" : common::Joined(processes);  // the kernel lacks that file
 }
 
 }  // namespace zulisim

@@ -36,7 +36,7 @@ bool ReadAt(std::ifstream* file, std::uint64_t offset, T* value) {
   return static_cast<bool>(file->read(reinterpret_cast<char*>(value), sizeof(T)));
 }
 
-// The dynamic linker that the program names; empty for a statically linked program.
+// Returns the dynamic linker that the program names, or "" for a statically linked program.
 std::string DynamicLinker(std::ifstream* file, const Elf64_Ehdr& header) {
   for (unsigned i = 0; i < header.e_phnum; ++i) {
     Elf64_Phdr segment;
@@ -68,7 +68,7 @@ void CheckPrivileges(const std::string& path) {
          "that it cannot have a preload library; run a copy without them");
 }
 
-// The interpreter that the first line of a script names; empty when the file is not a script.
+// Returns the interpreter that the first line of a script names, or "" if the file is not a script.
 std::string Interpreter(std::ifstream* file) {
   file->clear();
   file->seekg(0);
@@ -129,7 +129,7 @@ void CheckPreloadable(const std::string& path) {
   std::string current = path;
   for (int depth = 0; depth < kMostInterpreters; ++depth) {
     std::ifstream file(current, std::ios::binary);
-    // The contents of an executable file may be unreadable.
+    // A file can be executable without being readable.
     if (!file) return CheckPrivileges(current);
     Elf64_Ehdr header{};
     if (ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0) {

@@ -5,7 +5,8 @@
 
 namespace zulisim {
 
-// A program cannot be started or served. The exit status is the one that a shell would give.
+// Says that a program cannot be started or served. The exit status is the one that a shell would
+// return.
 class ProgramError : public std::runtime_error {
  public:
   ProgramError(int status, const std::string& message)
@@ -16,7 +17,7 @@ class ProgramError : public std::runtime_error {
   int status_;
 };
 
-// The remedy at the end of a message about a program that the preload library does not serve.
+// Ends the message about a program that the preload library cannot serve.
 #ifdef ZULISIM_HAS_FUSE
 inline constexpr const char* kUseFuse = "; use --device fuse";
 #else
@@ -26,13 +27,13 @@ inline constexpr const char* kUseFuse = "";
 inline constexpr int kCannotRun = 126;
 inline constexpr int kNotFound = 127;
 
-// Returns the file of the program `name`. Searches PATH unless the name has a slash. Throws
+// Returns the path of the program `name`. Searches PATH unless the name contains a slash. Throws
 // ProgramError.
 std::string FindProgram(const std::string& name);
 
-// Throws ProgramError unless the dynamic linker will load a preload library into the program, or
-// into the interpreter of a script. The program must use the dynamic linker that zulisim uses, and
-// must not gain privileges at its start.
+// Throws ProgramError unless the dynamic linker will load a preload library into the program or
+// into the interpreter of a script. The program must use the same dynamic linker as zulisim and
+// must not gain privileges when it starts.
 void CheckPreloadable(const std::string& path);
 
 }  // namespace zulisim

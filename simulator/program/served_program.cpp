@@ -20,19 +20,19 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// A local socket's address has room for little more than a hundred characters.
-constexpr std::size_t kLongestParent = 64;
+// The address of a local socket can hold only about 100 characters.
+constexpr std::size_t kMaxParentLength = 64;
 
-std::string Parent() {
+std::string TemporaryParent() {
   const char* configured = getenv("TMPDIR");
   const std::string parent = configured != nullptr ? configured : "";
-  const bool usable = !parent.empty() && parent.front() == '/' && parent.size() <= kLongestParent;
+  const bool usable = !parent.empty() && parent.front() == '/' && parent.size() <= kMaxParentLength;
   return usable ? parent : "/tmp";
 }
 
-// Creates `root` and the folders "data" and "etc" in it, as far as they are missing, and returns
-// its absolute path. Throws std::runtime_error when that fails, and for a symbolic link in the
-// folder, which would lead the program's files elsewhere.
+// Creates `root` and the folders "data" and "etc" in it if they are missing. Returns the absolute
+// path. Throws std::runtime_error if that fails, or if one of the entries is a symbolic link,
+// because the program's files would then be elsewhere.
 std::string PrepareRoot(const std::string& root) {
   std::error_code error;
   const fs::path path = fs::absolute(root, error);
@@ -54,13 +54,13 @@ std::string PrepareRoot(const std::string& root) {
                      common::Quoted(root), error.message()));
 }
 
-// Notices whether a device is used while an object of this class lives.
-class Use : public OperationObserver {
+// Records whether the device was used while this object exists.
+class UseObserver : public OperationObserver {
  public:
-  explicit Use(Device& device) : device_(device) { device_.AddObserver(this); }
-  ~Use() override { device_.RemoveObserver(this); }
-  Use(const Use&) = delete;
-  Use& operator=(const Use&) = delete;
+  explicit UseObserver(Device& device) : device_(device) { device_.AddObserver(this); }
+  ~UseObserver() override { device_.RemoveObserver(this); }
+  UseObserver(const UseObserver&) = delete;
+  UseObserver& operator=(const UseObserver&) = delete;
 
   void OnOperation(const OperationRecord&) override { seen_ = true; }
   bool seen() const { return seen_; }
@@ -72,7 +72,7 @@ class Use : public OperationObserver {
 
 }  // namespace
 
-TemporaryFolder::TemporaryFolder() : path_(Parent() + "/zulisim.XXXXXX") {
+TemporaryFolder::TemporaryFolder() : path_(TemporaryParent() + "/zulisim.XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
     throw std::system_error(errno, std::generic_category(),
                             "cannot create the temporary folder " + common::Quoted(path_));
@@ -97,10 +97,10 @@ ServedProgram::ServedProgram(std::string path, std::vector<std::string> argument
       root_(PrepareRoot(root.empty() ? folder_.path() + "/root" : root)) {}
 
 int ServedProgram::Run(Device& device) {
-  const Use use(device);
+  const UseObserver use(device);
   const int status = Serve(device);
   if (!use.seen()) {
-    std::cerr << "zulisim: warning: " + WhyUnused() + "\n";
+    std::cerr << "zulisim: warning: " + ExplainUnused() + "\n";
   }
   const std::string remaining = RemainingProcesses();
   if (!remaining.empty()) {
@@ -111,6 +111,6 @@ int ServedProgram::Run(Device& device) {
   return status;
 }
 
-std::string ServedProgram::WhyUnused() const { return "nothing opened '/dev/zuli'"; }
+std::string ServedProgram::ExplainUnused() const { return "nothing opened '/dev/zuli'"; }
 
 }  // namespace zulisim

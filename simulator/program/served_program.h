@@ -8,7 +8,8 @@
 
 namespace zulisim {
 
-// A new empty folder, removed with its contents at the end of the scope. SIGKILL leaves it behind.
+// Creates an empty folder, and removes it with its contents when the object is destroyed. SIGKILL
+// leaves the folder behind.
 class TemporaryFolder {
  public:
   // Throws std::system_error.
@@ -20,32 +21,32 @@ class TemporaryFolder {
 
  private:
   std::string path_;
-  int parent_ = -1;  // a descriptor: the private file tree may hide the path
+  int parent_ = -1;  // open, because the private file tree may hide the path
 };
 
-// A program that uses a device, and its folder for the log and the registry file. Construct it
-// before the first thread starts.
+// Runs a program that uses a device, and provides the folder for its log and registry file.
+// Construct it before the first thread starts.
 class ServedProgram {
  public:
   virtual ~ServedProgram() = default;
-  // Runs the program to its end and returns what RunChild returns. Prints a warning when nothing
-  // reached the device, and when processes of the program are still running.
+  // Runs the program until it ends and returns the result of RunChild. Prints a warning if no
+  // operation reached the device, or if processes of the program are still running.
   int Run(Device& device);
-  // The file that the program knows as "/data/Marvoleth.log".
+  // The path of the file that the program sees as "/data/Marvoleth.log".
   std::string LogFile() const { return root_ + "/data/Marvoleth.log"; }
 
  protected:
   virtual int Serve(Device& device) = 0;
-  // What is known when no operation has reached the device, for the warning.
-  virtual std::string WhyUnused() const;
+  // Explains in a warning why no operation reached the device.
+  virtual std::string ExplainUnused() const;
 
-  // `path` is the file of the program, `arguments` begin with its name. Without `root` the program
-  // gets a temporary folder. Throws std::exception when the folder cannot be used.
+  // `path` is the program's file; the first of `arguments` is its name. Without `root`, the program
+  // gets a temporary folder. Throws std::exception if the folder cannot be used.
   ServedProgram(std::string path, std::vector<std::string> arguments, const std::string& root);
 
   const std::string& path() const { return path_; }
   const std::vector<std::string>& arguments() const { return arguments_; }
-  // An empty folder, and the folder with "data" and "etc" of the program.
+  // folder() is an empty folder; root() contains the program's "data" and "etc".
   const std::string& folder() const { return folder_.path(); }
   const std::string& root() const { return root_; }
 
