@@ -13,7 +13,7 @@ namespace zulisim::hooks {
 namespace {
 
 struct Mark {
-  std::atomic<std::uint64_t> inode;  // of the kernel object that the descriptor names; 0: no mark
+  std::atomic<std::uint64_t> inode;  // of the kernel object behind the descriptor; 0: not marked
   std::atomic<std::uint64_t> handle;
   std::atomic<int> flags;
 };
@@ -21,13 +21,13 @@ struct Mark {
 Mark marks[kDescriptorLimit];
 std::atomic<int> markedEnd{0};
 
-// The process that the marks belong to. A fork's child gets marks of its own and becomes their
-// owner; a vfork's child does not, and runs no handler.
+// The process that owns the marks. The child of a fork gets a copy of the marks and becomes their
+// owner. The child of a vfork shares the marks of its parent and does not become their owner.
 std::atomic<pid_t> owner{0};
 
 void BecomeOwner() { owner.store(getpid()); }
 
-__attribute__((constructor(102))) void OwnFromTheStart() {
+__attribute__((constructor(102))) void BecomeOwnerAtStart() {
   BecomeOwner();
   pthread_atfork(nullptr, nullptr, BecomeOwner);
 }

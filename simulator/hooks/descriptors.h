@@ -5,26 +5,27 @@
 
 namespace zulisim::hooks {
 
-// Which descriptors of this process are the device's. Lock-free; any thread.
+// Records which descriptors of this process belong to the device. Lock-free; any thread may call
+// these functions.
 
 inline constexpr int kDescriptorLimit = 65536;
 
-// Serves `descriptor`, opened with `flags`, as the device from here on. False when its number is at
-// or above the limit.
+// Marks `descriptor`, opened with `flags`, as one of the device. Returns false if its number is
+// kDescriptorLimit or higher.
 bool MarkDescriptor(int descriptor, std::uint64_t handle, int flags);
 
-// Says no after one load when the descriptor is not marked. A mark that is out of
-// date, because the descriptor was closed without the hooks, is noticed and removed.
+// Returns the handle of a marked descriptor. For an unmarked one, the call costs a single load.
+// Removes the mark of a descriptor that the program closed without the hooks.
 std::optional<std::uint64_t> DeviceHandle(int descriptor);
 
-// What a descriptor that has a handle was opened with.
+// Returns the flags with which a marked descriptor was opened.
 int DeviceFlags(int descriptor);
 
-// Takes the mark away; true when this call did it and no other mark for the handle is left. The
-// child of a vfork shares the marks with its parent, whose descriptors stay: there it does nothing.
+// Removes the mark. Returns true if this call removed the last mark of the handle. Does nothing in
+// the child of a vfork, which shares the marks with its parent.
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle);
 
-// One above the highest number that was ever marked.
+// Returns one more than the highest descriptor that was ever marked.
 int MarkedEnd();
 
 }  // namespace zulisim::hooks

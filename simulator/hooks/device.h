@@ -5,32 +5,31 @@
 
 #include "simulator/device/device_abi.h"
 
-// What the hooks of libc's functions ask of whatever serves the device. One of two sources
-// implements it: in-process against an engine of the same process, or remote against an engine in
-// another. Nothing here, and nothing in the hooks, needs a C++ runtime library, and no function
-// throws. Errors are errno values; a result of -1 goes with one.
+// Device operations for the hooks. Each program links one of two implementations: in_process/ calls
+// an engine in the same process, preload/ one in another process. The hooks and these functions do
+// not use a C++ runtime library and never throw. Errors are errno values. A result of -1 has one.
 namespace zulisim::hooks {
 
-// A descriptor of the device: a real one of the kernel, which nothing else in the process can be
-// given, and the engine's handle of the open file.
+// A descriptor of the device. The kernel allocated it, so no other file in the process can have its
+// number. `handle` is the engine's name of the open file.
 struct OpenedDevice {
   int descriptor = -1;
   std::uint64_t handle = 0;
   int error = 0;
 };
 
-// True when a device is served at all. Never blocks, allocates or takes a lock.
+// Returns true if a device is served. Never blocks, allocates or takes a lock.
 bool DeviceServed();
 
-// Where `path` is redirected to, or null. Never blocks, allocates or takes a lock.
+// Returns the path that replaces `path`, or null. Never blocks, allocates or takes a lock.
 const char* RedirectedPath(const char* path);
 
 OpenedDevice DeviceOpen(int flags, unsigned mode);
 Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument);
-// With `nonBlocking`, a read that would have to wait fails with EAGAIN.
+// With `nonBlocking`, a read that would wait fails with EAGAIN.
 Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool nonBlocking);
 Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length);
-// Closes `descriptor`, the last one of `handle` in this process, whatever the result.
+// Closes `descriptor`, the last one of `handle` in this process, even if the result is an error.
 Result DeviceClose(std::uint64_t handle, int descriptor);
 
 }  // namespace zulisim::hooks

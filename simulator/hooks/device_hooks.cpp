@@ -1,4 +1,4 @@
-// Hooks of the functions that work on a descriptor.
+// Hooks of the functions that take a descriptor.
 
 #include <sys/ioctl.h>
 #include <sys/syscall.h>
@@ -15,57 +15,58 @@
 namespace zulisim::hooks {
 namespace {
 
-// A call that falls through keeps no object with a destructor alive and passes no handler: read and
-// write are cancellation points, and a cancelled thread unwinds through the hook.
+// read and write are cancellation points: a cancelled thread unwinds through the hook. A hook that
+// calls libc's function therefore has no object with a destructor and no exception handler.
 
-std::int64_t Deliver(int savedErrno, const Result& result) {
+std::int64_t ReturnWithErrno(int savedErrno, const Result& result) {
   errno = result.value == -1 ? result.error : savedErrno;
   return result.value;
 }
 
-// Whether the descriptor was opened for reading (O_RDONLY) or writing (O_WRONLY).
+// Returns true if the descriptor was opened for reading (O_RDONLY) or writing (O_WRONLY).
 bool IsOpenedFor(int access, int descriptor) {
   const int opened = DeviceFlags(descriptor) & O_ACCMODE;
   return opened == access || opened == O_RDWR;
 }
 
-constexpr Result kNotOpenedForThis{-1, EBADF};
+constexpr Result kWrongAccess{-1, EBADF};
 
 ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   const int savedErrno = errno;
-  if (!IsOpenedFor(O_RDONLY, descriptor)) return Deliver(savedErrno, kNotOpenedForThis);
+  if (!IsOpenedFor(O_RDONLY, descriptor)) return ReturnWithErrno(savedErrno, kWrongAccess);
   const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
-  return Deliver(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
+  return ReturnWithErrno(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
 }
 
 ssize_t WriteDevice(std::uint64_t handle, int descriptor, const void* buffer, std::size_t length) {
   const int savedErrno = errno;
-  if (!IsOpenedFor(O_WRONLY, descriptor)) return Deliver(savedErrno, kNotOpenedForThis);
-  return Deliver(savedErrno, DeviceWrite(handle, buffer, length));
+  if (!IsOpenedFor(O_WRONLY, descriptor)) return ReturnWithErrno(savedErrno, kWrongAccess);
+  return ReturnWithErrno(savedErrno, DeviceWrite(handle, buffer, length));
 }
 
-// A driver sees 32 bits of the request, whether or not the caller's int was sign-extended.
+// A driver sees 32 bits of the request, even if the caller's int was sign-extended.
 int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, void* argument) {
   const int savedErrno = errno;
   const auto number = static_cast<std::uint32_t>(request);
   switch (number) {
-    // Linux serves these for every file without asking its driver.
+    // Linux handles these for every file without calling its driver.
     case FIOCLEX:
     case FIONCLEX:
     case FIONBIO:
       return Real().ioctl(descriptor, request, argument);
     case FIOASYNC:  // the socket could send signals, but the device cannot
       if (argument != nullptr && *static_cast<const int*>(argument) == 0) return 0;
-      return static_cast<int>(Deliver(savedErrno, {-1, argument != nullptr ? ENOTTY : EFAULT}));
+      return static_cast<int>(
+          ReturnWithErrno(savedErrno, {-1, argument != nullptr ? ENOTTY : EFAULT}));
     default:
-      return static_cast<int>(Deliver(savedErrno, DeviceIoctl(handle, number, argument)));
+      return static_cast<int>(ReturnWithErrno(savedErrno, DeviceIoctl(handle, number, argument)));
   }
 }
 
-// As the kernel does for a driver that knows no vectors: piece by piece, up to the first piece that
-// fails or falls short.
+// Transfers one piece after another, as the kernel does for a driver without vector operations.
+// Stops at the first piece that fails or is short.
 template <typename Transfer>
-ssize_t EachPiece(const struct iovec* pieces, int count, Transfer transfer) {
+ssize_t TransferPieces(const struct iovec* pieces, int count, Transfer transfer) {
   ssize_t total = 0;
   for (int i = 0; i < count; ++i) {
     const ssize_t moved = transfer(pieces[i].iov_base, pieces[i].iov_len);
@@ -77,22 +78,21 @@ ssize_t EachPiece(const struct iovec* pieces, int count, Transfer transfer) {
 }
 
 ssize_t ReadPieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
-  return EachPiece(pieces, count, [=](void* buffer, std::size_t length) {
+  return TransferPieces(pieces, count, [=](void* buffer, std::size_t length) {
     return ReadDevice(handle, descriptor, buffer, length);
   });
 }
 
 ssize_t WritePieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
-  return EachPiece(pieces, count, [=](const void* buffer, std::size_t length) {
+  return TransferPieces(pieces, count, [=](const void* buffer, std::size_t length) {
     return WriteDevice(handle, descriptor, buffer, length);
   });
 }
 
-// Closes a descriptor of the device.
 int CloseDevice(int descriptor, std::uint64_t handle) {
   if (!UnmarkDescriptor(descriptor, handle)) return Real().close(descriptor);
   const int savedErrno = errno;
-  return static_cast<int>(Deliver(savedErrno, DeviceClose(handle, descriptor)));
+  return static_cast<int>(ReturnWithErrno(savedErrno, DeviceClose(handle, descriptor)));
 }
 
 void CloseDevices(int first, int last) {
@@ -101,7 +101,7 @@ void CloseDevices(int first, int last) {
   }
 }
 
-int Duplicated(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
+int MarkDuplicate(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
   if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle, DeviceFlags(source))) {
     Real().close(duplicate);
     errno = EMFILE;
@@ -110,7 +110,8 @@ int Duplicated(int source, const std::optional<std::uint64_t>& handle, int dupli
   return duplicate;
 }
 
-// dup2 and dup3: a target of the device is closed first, so that its driver is told.
+// Performs dup2 or dup3. If the target is a descriptor of the device, closes it first, so that the
+// engine sees the close.
 template <typename Duplicate>
 int DuplicateOnto(int source, int target, Duplicate duplicate) {
   const auto handle = DeviceHandle(source);
@@ -118,20 +119,20 @@ int DuplicateOnto(int source, int target, Duplicate duplicate) {
   const bool possible = source != target && Real().fcntl(source, F_GETFD, nullptr) >= 0;
   if (replaced && possible) CloseDevice(target, *replaced);
   const int result = duplicate();
-  return source == target ? result : Duplicated(source, handle, result);
+  return source == target ? result : MarkDuplicate(source, handle, result);
 }
 
-// What fcntl has returned, as it must be for the device.
-int Controlled(int descriptor, int command, int result) {
+// Returns what fcntl of the device would return. `result` is what fcntl of the socket returned.
+int FcntlResult(int descriptor, int command, int result) {
   const bool isDuplication = command == F_DUPFD || command == F_DUPFD_CLOEXEC;
   if (result < 0 || (!isDuplication && command != F_GETFL)) return result;
   const auto handle = DeviceHandle(descriptor);
-  if (isDuplication) return Duplicated(descriptor, handle, result);
-  // The socket keeps what can be changed; the rest is as it was opened.
+  if (isDuplication) return MarkDuplicate(descriptor, handle, result);
+  // The socket has the flags that a program can change. The others come from the open.
   constexpr int kChangeable = O_APPEND | O_NONBLOCK | O_ASYNC;
-  constexpr int kOfTheCall = O_CREAT | O_EXCL | O_NOCTTY | O_TRUNC | O_CLOEXEC;
+  constexpr int kOnlyForOpen = O_CREAT | O_EXCL | O_NOCTTY | O_TRUNC | O_CLOEXEC;
   if (!handle) return result;
-  return (result & kChangeable) | (DeviceFlags(descriptor) & ~(kChangeable | kOfTheCall));
+  return (result & kChangeable) | (DeviceFlags(descriptor) & ~(kChangeable | kOnlyForOpen));
 }
 
 void CloseDevicesIn(unsigned first, unsigned last, int flags) {
@@ -194,7 +195,7 @@ ZULISIM_HOOK(int, close, int descriptor) {
 
 ZULISIM_HOOK(int, close_range, unsigned first, unsigned last, int flags) {
   CloseDevicesIn(first, last, flags);
-  // Not libc's function, which Android's had only later.
+  // Android's libc got close_range only later, so this does not use libc's function.
   return static_cast<int>(Real().syscall(SYS_close_range, first, last, flags, 0, 0, 0));
 }
 
@@ -204,7 +205,7 @@ ZULISIM_HOOK(void, closefrom, int first) {
 }
 
 ZULISIM_HOOK(int, dup, int descriptor) {
-  return Duplicated(descriptor, DeviceHandle(descriptor), Real().dup(descriptor));
+  return MarkDuplicate(descriptor, DeviceHandle(descriptor), Real().dup(descriptor));
 }
 
 ZULISIM_HOOK(int, dup2, int source, int target) {
@@ -216,15 +217,14 @@ ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
 }
 
 ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
-  return Controlled(descriptor, command, Real().fcntl(descriptor, command, argument));
+  return FcntlResult(descriptor, command, Real().fcntl(descriptor, command, argument));
 }
 
 ZULISIM_HOOK(int, fcntl64, int descriptor, int command, void* argument) {
-  return Controlled(descriptor, command, Real().fcntl64(descriptor, command, argument));
+  return FcntlResult(descriptor, command, Real().fcntl64(descriptor, command, argument));
 }
 
-// What programs ask of the kernel by number. The rest passes through, and so does what is none of
-// the device's.
+// Handles the device's system calls by number and passes all others to the kernel.
 ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e, long f) {
   const int descriptor = static_cast<int>(a);
   switch (number) {

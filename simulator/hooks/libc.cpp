@@ -10,19 +10,19 @@ namespace {
 Libc functions;
 std::atomic<bool> resolved{false};
 
-void* Next(const char* name) {
+void* FindInLibc(const char* name) {
   void* function = dlsym(RTLD_NEXT, name);
-  // Functions that only old programs still use have no default version any more.
+  // Functions that only old programs use have no default version.
   return function != nullptr ? function : dlvsym(RTLD_NEXT, name, "GLIBC_2.2.5");
 }
 
 void Resolve() {
   Libc found;
 #define ZULISIM_RESOLVE(name, result, parameters) \
-  found.name = reinterpret_cast<result(*) parameters>(Next(#name));
+  found.name = reinterpret_cast<result(*) parameters>(FindInLibc(#name));
   ZULISIM_HOOKED_FUNCTIONS(ZULISIM_RESOLVE)
 #undef ZULISIM_RESOLVE
-  // Threads can only meet here before main, and then write the same values.
+  // Only before main can several threads reach this point. They write the same values.
   functions = found;
   resolved.store(true, std::memory_order_release);
 }

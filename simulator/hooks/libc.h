@@ -5,9 +5,8 @@
 #include <sys/stat.h>
 #include <sys/uio.h>
 
-// Every function of libc that is hooked: name, result, parameters. A variadic function appears with
-// the optional arguments that it can have, which the calling conventions of all supported machines
-// pass alike.
+// Every hooked function of libc: name, result, parameters. A variadic function is listed with its
+// optional arguments; all supported calling conventions pass them in the same way.
 #define ZULISIM_HOOKED_FUNCTIONS(X)                           \
   X(open, int, (const char*, int, unsigned))                  \
   X(open64, int, (const char*, int, unsigned))                \
@@ -64,22 +63,23 @@
   X(fcntl64, int, (int, int, void*))                          \
   X(syscall, long, (long, long, long, long, long, long, long))
 
-// Begins the definition of a hook: a C++ function that carries libc's name as its symbol, so that
-// it needs neither the parameter types nor the noexcept of libc's own declaration.
+// Begins the definition of a hook: a C++ function whose symbol is libc's name. It therefore does
+// not need the parameter types or the noexcept of libc's declaration.
 #define ZULISIM_HOOK(result, name, ...)                                                        \
   result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
   result Hook_##name(__VA_ARGS__)
 
 namespace zulisim::hooks {
 
-// libc's own functions, as the next object after the hooks defines them.
+// Pointers to libc's own functions.
 struct Libc {
 #define ZULISIM_DECLARE(name, result, parameters) result(*name) parameters;
   ZULISIM_HOOKED_FUNCTIONS(ZULISIM_DECLARE)
 #undef ZULISIM_DECLARE
 };
 
-// Resolved as a whole when the process starts, or at the first call that comes before.
+// Returns the functions. The first call resolves all of them, at the latest when the process
+// starts.
 const Libc& Real();
 
 }  // namespace zulisim::hooks

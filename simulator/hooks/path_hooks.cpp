@@ -1,5 +1,5 @@
-// Hooks of the functions that take a path, and of those that would see what a descriptor of the
-// device really is.
+// Hooks of the functions that take a path, and of those that would show a program that a device
+// descriptor is a socket.
 
 #include <unistd.h>
 
@@ -14,15 +14,17 @@
 namespace zulisim::hooks {
 namespace {
 
-// Any character device that is always there answers for the device's attributes.
-constexpr const char* kLookAlike = "/dev/null";
+// A character device that always exists. Its attributes stand in for those of the device.
+constexpr const char* kAnyCharacterDevice = "/dev/null";
 
 const char* Target(const char* path) {
   const char* redirected = RedirectedPath(path);
   return redirected != nullptr ? redirected : path;
 }
 
-const char* AttributeTarget(const char* path) { return IsDevice(path) ? kLookAlike : Target(path); }
+const char* AttributeTarget(const char* path) {
+  return IsDevice(path) ? kAnyCharacterDevice : Target(path);
+}
 
 #ifdef ZULISIM_HAS_FUSE
 #define ZULISIM_OR_USE_FUSE ", or run the program with --device fuse"
@@ -30,8 +32,8 @@ const char* AttributeTarget(const char* path) { return IsDevice(path) ? kLookAli
 #define ZULISIM_OR_USE_FUSE ""
 #endif
 
-// libc's streams make system calls that no hook sees.
-FILE* NoStream() {
+// Streams of libc make system calls that the hooks do not see.
+FILE* RefuseStream() {
   static constexpr char kText[] =
       "zulisim: cannot open '/dev/zuli' as a stream: use open, read and write" ZULISIM_OR_USE_FUSE
       "\n";
@@ -45,9 +47,12 @@ FILE* NoStream() {
 bool IsDevice(const char* path) { return DeviceServed() && SamePath(path, kDevicePath); }
 
 int OpenDevice(int flags, unsigned mode) {
-  // Linux serves these flags without asking the driver, so any character device gives the result.
+  // Linux handles these flags without calling the driver, so any character device gives the same
+  // result.
   const bool isNew = (flags & O_CREAT) != 0 && (flags & O_EXCL) != 0;
-  if (isNew || (flags & (O_DIRECTORY | O_PATH)) != 0) return Real().open(kLookAlike, flags, mode);
+  if (isNew || (flags & (O_DIRECTORY | O_PATH)) != 0) {
+    return Real().open(kAnyCharacterDevice, flags, mode);
+  }
   const int savedErrno = errno;
   const OpenedDevice opened = DeviceOpen(flags, mode);
   if (opened.descriptor < 0) {
@@ -112,23 +117,23 @@ ZULISIM_HOOK(int, creat64, const char* path, unsigned mode) {
 }
 
 ZULISIM_HOOK(FILE*, fopen, const char* path, const char* mode) {
-  return IsDevice(path) ? NoStream() : Real().fopen(Target(path), mode);
+  return IsDevice(path) ? RefuseStream() : Real().fopen(Target(path), mode);
 }
 
 ZULISIM_HOOK(FILE*, fopen64, const char* path, const char* mode) {
-  return IsDevice(path) ? NoStream() : Real().fopen64(Target(path), mode);
+  return IsDevice(path) ? RefuseStream() : Real().fopen64(Target(path), mode);
 }
 
 ZULISIM_HOOK(FILE*, freopen, const char* path, const char* mode, FILE* stream) {
-  return IsDevice(path) ? NoStream() : Real().freopen(Target(path), mode, stream);
+  return IsDevice(path) ? RefuseStream() : Real().freopen(Target(path), mode, stream);
 }
 
 ZULISIM_HOOK(FILE*, freopen64, const char* path, const char* mode, FILE* stream) {
-  return IsDevice(path) ? NoStream() : Real().freopen64(Target(path), mode, stream);
+  return IsDevice(path) ? RefuseStream() : Real().freopen64(Target(path), mode, stream);
 }
 
 ZULISIM_HOOK(FILE*, fdopen, int descriptor, const char* mode) {
-  return DeviceHandle(descriptor) ? NoStream() : Real().fdopen(descriptor, mode);
+  return DeviceHandle(descriptor) ? RefuseStream() : Real().fdopen(descriptor, mode);
 }
 
 #define ZULISIM_STAT_HOOKS(name)                            \
@@ -162,42 +167,42 @@ ZULISIM_HOOK(int, faccessat, int folder, const char* path, int mode, int flags) 
 }
 
 ZULISIM_HOOK(int, fstat, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().stat(kLookAlike, status)
+  return DeviceHandle(descriptor) ? Real().stat(kAnyCharacterDevice, status)
                                   : Real().fstat(descriptor, status);
 }
 
 ZULISIM_HOOK(int, fstat64, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().stat64(kLookAlike, status)
+  return DeviceHandle(descriptor) ? Real().stat64(kAnyCharacterDevice, status)
                                   : Real().fstat64(descriptor, status);
 }
 
 ZULISIM_HOOK(int, __fxstat, int version, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().__xstat(version, kLookAlike, status)
+  return DeviceHandle(descriptor) ? Real().__xstat(version, kAnyCharacterDevice, status)
                                   : Real().__fxstat(version, descriptor, status);
 }
 
 ZULISIM_HOOK(int, __fxstat64, int version, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().__xstat64(version, kLookAlike, status)
+  return DeviceHandle(descriptor) ? Real().__xstat64(version, kAnyCharacterDevice, status)
                                   : Real().__fxstat64(version, descriptor, status);
 }
 
-// With an empty path, fstatat and statx look at the descriptor itself.
+// With an empty path, fstatat and statx examine the descriptor itself.
 bool IsDeviceItself(int descriptor, const char* path) {
   return path != nullptr && *path == '\0' && DeviceHandle(descriptor);
 }
 
 ZULISIM_HOOK(int, fstatat, int folder, const char* path, void* status, int flags) {
-  const char* target = IsDeviceItself(folder, path) ? kLookAlike : AttributeTarget(path);
+  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
   return Real().fstatat(folder, target, status, flags);
 }
 
 ZULISIM_HOOK(int, fstatat64, int folder, const char* path, void* status, int flags) {
-  const char* target = IsDeviceItself(folder, path) ? kLookAlike : AttributeTarget(path);
+  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
   return Real().fstatat64(folder, target, status, flags);
 }
 
 ZULISIM_HOOK(int, statx, int folder, const char* path, int flags, unsigned mask, void* status) {
-  const char* target = IsDeviceItself(folder, path) ? kLookAlike : AttributeTarget(path);
+  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
   return Real().statx(folder, target, flags, mask, status);
 }
 

@@ -7,14 +7,14 @@ namespace zulisim::hooks {
 
 inline constexpr const char* kDevicePath = "/dev/zuli";
 
-// True when `path` is absolute and names the file of `canonical` by its text alone: repeated
-// slashes, "." and ".." are allowed for, links are not followed.
+// Returns true if `path` is absolute and names the file `canonical`. Compares only the text: it
+// ignores repeated slashes, resolves "." and "..", and does not follow links.
 inline bool SamePath(const char* path, const char* canonical) {
   if (path == nullptr || *path != '/') return false;
   const char* end = path + std::strlen(path);
   const char* wanted = canonical + std::strlen(canonical);
   if (end[-1] == '/') return false;  // a folder
-  std::size_t skipped = 0;           // components that a later ".." takes back
+  std::size_t skipped = 0;           // components that a later ".." cancels
   for (bool isLast = true; end > path; isLast = false) {
     const char* name = end;
     while (name[-1] != '/') --name;
@@ -38,10 +38,10 @@ inline bool SamePath(const char* path, const char* canonical) {
   return wanted == canonical;
 }
 
-// True for the path of a device that is served.
+// Returns true if `path` names the device and a device is served.
 bool IsDevice(const char* path);
 
-// What open(2) does for such a path.
+// Does what open(2) does for such a path.
 int OpenDevice(int flags, unsigned mode);
 
 }  // namespace zulisim::hooks

@@ -17,7 +17,7 @@
 namespace zulisim {
 namespace {
 
-// What one InProcessDevice serves.
+// The engine and redirects of one InProcessDevice.
 struct Service {
   Engine* engine;
   std::uint64_t generation;
@@ -28,19 +28,20 @@ constexpr int kGenerationShift = 40;
 
 std::atomic<const Service*> current{nullptr};
 
-// Operations on the device share it; an object that begins or ends has it alone.
+// Operations on the device hold it shared; the constructor and destructor hold it exclusively.
 std::shared_mutex& ServiceMutex() {
   static auto* mutex = new std::shared_mutex;
   return *mutex;
 }
 
-// Services are kept for good: a call that falls through may still be reading a redirect.
+// Services are never freed, because a call without the lock may still read a redirect.
 std::vector<std::unique_ptr<Service>>& Services() {
   static auto* services = new std::vector<std::unique_ptr<Service>>;
   return *services;
 }
 
-// Runs `operation` on the engine that gave out `handle`, if it still serves.
+// Runs `operation` on the engine that returned `handle`, if that engine still serves the device.
+// Otherwise returns `otherwise`.
 template <typename Function>
 Result WithEngine(std::uint64_t handle, Result otherwise, Function operation) {
   std::shared_lock<std::shared_mutex> lock(ServiceMutex());
@@ -85,8 +86,8 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   std::shared_lock<std::shared_mutex> lock(ServiceMutex());
   const Service* service = current.load();
   if (service == nullptr) return {-1, 0, ENODEV};
-  // An unconnected socket: its number belongs to nothing else, and a call that bypasses the hooks
-  // does no harm. The end that shutdown puts on it makes it poll as readable.
+  // An unconnected socket reserves the number, and a call that bypasses the hooks does no harm.
+  // After shutdown, it polls as readable.
   const int closeOnExec = (flags & O_CLOEXEC) != 0 ? SOCK_CLOEXEC : 0;
   const int descriptor = socket(AF_UNIX, SOCK_DGRAM | closeOnExec, 0);
   if (descriptor < 0) return {-1, 0, errno};
