@@ -1,17 +1,38 @@
 // zulisim: the security engine in software, for programs that open "/dev/zuli".
 
+#include <exception>
+#include <iostream>
+
 #include "common/standard_streams.h"
 #include "simulator/cli/commands.h"
+#include "simulator/program/program.h"
+
+namespace zulisim {
+namespace {
+
+// Returns the exit status. Prints a failure on standard error.
+int RunCommandLine(int argc, const char* const* argv) {
+  try {
+    common::CommandLine line("zulisim", "The security engine in software.", ZULISIM_VERSION);
+    for (const auto define : {DefineRun, DefineSweep, DefineServe, DefineTell, DefineCheck,
+                              DefineRecord, DefineReplay, DefineShow}) {
+      define(line.root());
+    }
+    return line.Run(argc, argv);
+  } catch (const ProgramError& error) {
+    std::cerr << "zulisim: " << error.what() << "\n";
+    return error.status();
+  } catch (const std::exception& error) {
+    std::cerr << "zulisim: " << error.what() << "\n";
+    return kOwnFailure;
+  }
+}
+
+}  // namespace
+}  // namespace zulisim
 
 int main(int argc, char** argv) {
   common::PrepareStandardStreams();
-  const auto define = [](common::Command* program) {
-    for (const auto each : {zulisim::DefineRun, zulisim::DefineSweep, zulisim::DefineServe,
-                            zulisim::DefineTell, zulisim::DefineCheck, zulisim::DefineRecord,
-                            zulisim::DefineReplay, zulisim::DefineShow}) {
-      each(program);
-    }
-  };
-  const int status = zulisim::RunCommandLine(define, argc, argv);
+  const int status = zulisim::RunCommandLine(argc, argv);
   return common::FlushStandardOutput("zulisim") ? status : zulisim::kOwnFailure;
 }

@@ -83,10 +83,9 @@ std::vector<NamedFile> InputFiles(const Scenario& scenario) {
   return files;
 }
 
-std::vector<NamedFile> InputFiles(const ProgramOptions& options,
-                                  const std::vector<std::string>& arguments) {
+std::vector<NamedFile> InputFiles(const ProgramOptions& options) {
   std::vector<NamedFile> files = InputFiles(options.scenario);
-  files.push_back({"the program", FindProgram(arguments.front())});
+  files.push_back({"the program", FindProgram(options.program.front())});
   if (options.root.empty()) return files;
   files.push_back({"the program's log", options.root + "/data/Marvoleth.log"});
   files.push_back({"the program's registry file", options.root + "/etc/vrel_registry.txt"});
@@ -175,8 +174,7 @@ Recording ReadRecording(const std::string& path) {
   }
 }
 
-std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
-                                                 const std::vector<std::string>& arguments) {
+std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options) {
   for (const ReplyRule& rule : options.scenario.replies) {
     if (!rule.held) continue;
     throw common::InputError(common::Printable(rule.origin) +
@@ -191,9 +189,9 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
     }
     setenv(protocol::kDetailVariable, "1", 1);  // the program inherits it
   }
-  if (!options.fuse) return std::make_unique<PreloadedProgram>(arguments, options.root);
+  if (!options.fuse) return std::make_unique<PreloadedProgram>(options.program, options.root);
   CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
-  return std::make_unique<KernelProgram>(arguments, options.root);
+  return std::make_unique<KernelProgram>(options.program, options.root);
 }
 
 }  // namespace zulisim

@@ -41,18 +41,16 @@ int ReportMissed(const Engine& engine, bool strict, int status);
 
 // The files that `scenario` was read from, for CheckOutputs.
 std::vector<NamedFile> InputFiles(const Scenario& scenario);
-// The same, with the program that `arguments` start and what it reads and writes in --root. Throws
-// ProgramError when there is no such program.
-std::vector<NamedFile> InputFiles(const ProgramOptions& options,
-                                  const std::vector<std::string>& arguments);
+// The same, with the program and the files that it reads and writes in --root. Throws ProgramError
+// when there is no such program.
+std::vector<NamedFile> InputFiles(const ProgramOptions& options);
 
 // Throws common::InputError that names the file and the place in it.
 Recording ReadRecording(const std::string& path);
 
-// The program that `arguments` start, to be served as `options` say. Make it before the first
-// thread. Throws ProgramError, or std::exception for what stands in the way of a start, such as a
-// client of the scenario that the kernel cannot carry.
-std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options,
-                                                 const std::vector<std::string>& arguments);
+// Returns the program, ready to start. Call it before the first thread starts. Throws ProgramError,
+// or std::exception when something prevents the start, such as a client of the scenario that the
+// kernel cannot serve.
+std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options);
 
 }  // namespace zulisim

@@ -60,13 +60,13 @@ std::unique_ptr<Device> MakeDevice(const RecordOptions& options) {
   return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
 }
 
-int Record(const RecordOptions& options, const std::vector<std::string>& arguments) {
-  std::vector<NamedFile> inputs = InputFiles(options, arguments);
+int Record(const RecordOptions& options) {
+  std::vector<NamedFile> inputs = InputFiles(options);
   inputs.push_back({"--from", options.device});
   std::vector<NamedFile> outputs = options.output.Files();
   outputs.push_back({"--output", options.file});
   CheckOutputs(outputs, inputs);
-  const auto program = MakeServedProgram(options, arguments);
+  const auto program = MakeServedProgram(options);
   const std::unique_ptr<Device> device = MakeDevice(options);
   OutputFile file("recording", options.file,
                   options.force ? OutputFile::Existing::kReplace : OutputFile::Existing::kRefuse);
@@ -75,7 +75,7 @@ int Record(const RecordOptions& options, const std::vector<std::string>& argumen
   {
     const bool redact = options.output.redact;
     const std::vector<std::string> shown =
-        redact ? std::vector<std::string>{arguments.front()} : arguments;
+        redact ? std::vector<std::string>{options.program.front()} : options.program;
     const std::vector<std::string> instructions =
         redact ? std::vector<std::string>() : options.scenario.instructions;
     const Recorder recorder(
@@ -120,7 +120,7 @@ void DefineRecord(common::Command* program) {
           "--from: --engine and the instructions are for the software engine; use either "
           "them or --from");
     }
-    return Record(*options, options->program);
+    return Record(*options);
   });
 }
 

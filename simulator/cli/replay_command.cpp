@@ -48,7 +48,7 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
   return reachedCut ? kReachedCut : status;
 }
 
-int Replay(const ReplayOptions& options, const std::vector<std::string>& arguments) {
+int Replay(const ReplayOptions& options) {
   Recording recording = ReadRecording(options.file);
   const std::size_t operations = recording.operations.size();
   if (recording.header.redacted) {
@@ -60,13 +60,13 @@ int Replay(const ReplayOptions& options, const std::vector<std::string>& argumen
     std::cerr << common::Format("zulisim: {} is cut after operation {}; the replay ends there\n",
                                 common::Quoted(options.file), operations);
   }
-  std::vector<NamedFile> inputs = InputFiles(options, arguments);
+  std::vector<NamedFile> inputs = InputFiles(options);
   inputs.push_back({"the recording", options.file});
   CheckOutputs(options.output.Files(), inputs);
-  const auto program = MakeServedProgram(options, arguments);
+  const auto program = MakeServedProgram(options);
   ReplayDevice device(std::move(recording), options.inTime);
-  RunOutput output(options.output, {arguments, {"replay of " + options.file}, program->LogFile()},
-                   &device);
+  RunOutput output(options.output,
+                   {options.program, {"replay of " + options.file}, program->LogFile()}, &device);
   const int programStatus = program->Run(device);
   const bool complete = output.Finish(programStatus);
   device.End();
@@ -85,7 +85,7 @@ void DefineReplay(common::Command* program) {
                    "Let each operation take as long as in the recording");
   AddProgramOptions(command, options.get());
   command->TakeProgram(&options->program);
-  command->SetAction([=] { return Replay(*options, options->program); });
+  command->SetAction([=] { return Replay(*options); });
 }
 
 }  // namespace zulisim

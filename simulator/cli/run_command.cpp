@@ -1,9 +1,7 @@
 #include <memory>
-#include <optional>
 
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
-#include "simulator/record/recorder.h"
 
 namespace zulisim {
 namespace {
@@ -53,51 +51,29 @@ Exit status: the program's; 128 and the signal's number when a signal ended it; 
 --strict when a requested reply or fault never happened; 125 when zulisim itself fails or an
 output is incomplete, 126 when the program cannot be run or served, 127 when there is none.)";
 
-// Also writes a recording, unless the name of its file is empty.
-int Run(const ProgramOptions& options, const std::vector<std::string>& arguments,
-        const std::string& recording) {
-  CheckOutputs(options.output.Files(), InputFiles(options, arguments));
-  const auto program = MakeServedProgram(options, arguments);
+int Run(const ProgramOptions& options) {
+  CheckOutputs(options.output.Files(), InputFiles(options));
+  const auto program = MakeServedProgram(options);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  std::optional<OutputFile> file;
-  std::optional<Recorder> recorder;
-  if (!recording.empty()) {
-    file.emplace("recording", recording);
-    recorder.emplace(
-        &engine, [&file](const std::string& line) { file->Write(line); },
-        RecordingHeader{"zulisim " ZULISIM_VERSION, "", arguments, options.scenario.clients});
-  }
-  RunOutput output(options.output, {arguments, options.scenario.instructions, program->LogFile()},
-                   &engine);
+  RunOutput output(options.output,
+                   {options.program, options.scenario.instructions, program->LogFile()}, &engine);
   const int programStatus = program->Run(engine);
   const bool complete = output.Finish(programStatus);
   const int status = ReportMissed(engine, options.strict, programStatus);
   return complete ? status : kOwnFailure;
 }
 
-void Define(common::Command* program, const std::string& recording) {
+}  // namespace
+
+void DefineRun(common::Command* program) {
   common::Command* command = program->AddCommand("run", kRunDescription);
   command->SetFooter(kRunFooter);
   const auto options = std::make_shared<ProgramOptions>();
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
-  command->SetAction([=] {
-    options->output.quiet = options->output.quiet || !recording.empty();
-    return Run(*options, options->program, recording);
-  });
-}
-
-}  // namespace
-
-void DefineRun(common::Command* program) { Define(program, ""); }
-
-int RunWords(const std::vector<std::string>& words, const std::string& file) {
-  std::vector<const char*> pointers = {"zulisim"};
-  for (const std::string& word : words) pointers.push_back(word.c_str());
-  return RunCommandLine([&file](common::Command* program) { Define(program, file); },
-                        static_cast<int>(pointers.size()), pointers.data());
+  command->SetAction([=] { return Run(*options); });
 }
 
 }  // namespace zulisim

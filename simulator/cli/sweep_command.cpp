@@ -1,4 +1,3 @@
-#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -7,6 +6,7 @@
 #include <memory>
 #include <regex>
 #include <thread>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -17,6 +17,7 @@
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/output/output_file.h"
+#include "simulator/program/program.h"
 #include "simulator/sweep/sweep_plan.h"
 #include "simulator/sweep/sweep_run.h"
 
@@ -53,17 +54,12 @@ struct SweepResult {
   Verdict verdict = Verdict::kRecovered;
   int status = 0;  // exit status of the run
 };
-using Results = std::map<std::size_t, SweepResult>;  // by position in the plan
 
-volatile sig_atomic_t interrupted = 0;
-
-// Must run in the only thread of the process.
 class Sweep {
  public:
-  explicit Sweep(const SweepOptions& options) : options_(options) {}
+  explicit Sweep(const SweepOptions& options) : options_(options), runner_(folder_.path()) {}
 
   int Run() {
-    for (const int number : {SIGINT, SIGTERM}) signal(number, [](int) { interrupted = 1; });
     reference_ = RunReference();
     const SweepOutcome second = RunReference();
     compareOutput_ = reference_.output == second.output;
@@ -81,83 +77,78 @@ class Sweep {
     const auto limit = options_.strict ? Verdict::kLeaked : Verdict::kHung;
     const bool failed = std::any_of(results_.begin(), results_.end(),
                                     [=](const auto& each) { return each.second.verdict <= limit; });
-    return !WriteJson() ? kOwnFailure : interrupted != 0 ? 128 + SIGINT : failed ? 1 : 0;
+    if (!WriteJson()) return kOwnFailure;
+    return runner_.Signal() != 0 ? 128 + runner_.Signal() : failed ? 1 : 0;
   }
 
  private:
   SweepOutcome RunReference() {
-    SweepRun run(RunWords, WordsFor({}), NextFolder());
-    while (!run.HasEnded(seconds(options_.timeout.value_or(60)))) usleep(1000);
-    if (interrupted != 0) throw std::runtime_error("interrupted during the run without a fault");
-    SweepOutcome outcome = run.TakeOutcome();
+    const nanoseconds start = Now();
+    runner_.Start(0, WordsFor(""), seconds(options_.timeout.value_or(60)));
+    const auto outcome = runner_.Wait();
+    if (!outcome) throw ProgramError(128 + runner_.Signal(), "the sweep was interrupted");
+    limit_ = options_.timeout ? nanoseconds(seconds(*options_.timeout))
+                              : std::max<nanoseconds>(seconds(2), 10 * (Now() - start));
     const char* problem =
-        outcome.timedOut ? "the program does not end without a fault; use a longer --timeout"
-        : outcome.status != 0 && !options_.allowFailure
+        outcome->timedOut ? "the program does not end without a fault; use a longer --timeout"
+        : outcome->status != 0 && !options_.allowFailure
             ? "the program fails without a fault; fix it, or use --allow-failure"
-        : outcome.operations.empty() ? "nothing to sweep: the program does not use the device"
-                                     : nullptr;
-    if (problem == nullptr) return outcome;
+        : outcome->operations.empty() ? "nothing to sweep: the program does not use the device"
+                                      : nullptr;
+    if (problem == nullptr) return *outcome;
     throw std::runtime_error(Format("{} (exit status {}). Its output:\n{}{}", problem,
-                                    outcome.status, outcome.output, outcome.messages));
+                                    outcome->status, outcome->output, outcome->messages));
   }
 
   void RunAll(const std::vector<SweepFault>& plan) {
     if (plan.empty()) throw std::runtime_error("nothing to sweep: no fault fits the operations");
-    const nanoseconds limit = options_.timeout
-                                  ? nanoseconds(seconds(*options_.timeout))
-                                  : std::max<nanoseconds>(seconds(2), 10 * reference_.duration);
     const std::size_t jobs =
         options_.jobs.value_or(std::max(1U, std::thread::hardware_concurrency()));
-    std::map<std::size_t, std::unique_ptr<SweepRun>> running;
     const nanoseconds start = Now();
-    for (std::size_t next = 0; results_.size() < plan.size() && interrupted == 0; usleep(1000)) {
-      for (; next < plan.size() && running.size() < jobs; ++next) {
-        running[next] = std::make_unique<SweepRun>(RunWords, WordsFor(plan[next]), NextFolder());
+    unsigned findings = 0;
+    for (std::size_t next = 0; results_.size() < plan.size();) {
+      for (; next < plan.size() && runner_.Running() < jobs; ++next) {
+        runner_.Start(next, WordsFor(plan[next].option), limit_);
       }
-      for (auto each = running.begin(); each != running.end();) {
-        const auto [index, run] = std::pair{each->first, each->second.get()};
-        if (!run->HasEnded(limit)) {
-          ++each;
-          continue;
-        }
-        const SweepOutcome outcome = run->TakeOutcome();
-        const Verdict verdict = Compare(reference_, outcome, compareOutput_);
-        results_[index] = {plan[index], verdict, outcome.status};
-        findings_ += verdict <= Verdict::kLeaked ? 1 : 0;
-        each = running.erase(each);
-        ShowProgress(plan.size(), Now() - start);
-      }
+      const auto outcome = runner_.Wait();
+      if (!outcome) break;
+      const SweepFault& fault = plan[outcome->id];
+      const Verdict verdict = Compare(reference_, *outcome, fault.option, compareOutput_);
+      results_[outcome->id] = {fault, verdict, outcome->status};
+      findings += verdict <= Verdict::kLeaked ? 1 : 0;
+      const std::size_t done = results_.size();
+      ShowProgress(Format("{} of {} runs, {}, {} s left", done, plan.size(),
+                          common::Counted(findings, "finding"),
+                          (Now() - start) * (plan.size() - done) / done / seconds(1)));
     }
+    ShowProgress("");
   }
 
-  void ShowProgress(std::size_t planned, nanoseconds elapsed) const {
-    if (isatty(2) == 0) return;
-    const std::size_t done = results_.size();
-    std::cerr << Format("\r\033[K{} of {} runs, {}, {} s left{}", done, planned,
-                        common::Counted(findings_, "finding"),
-                        elapsed * (planned - done) / done / seconds(1),
-                        done == planned ? "\r\033[K" : "");
+  static void ShowProgress(const std::string& text) {
+    if (isatty(STDERR_FILENO) != 0) std::cerr << "\r\033[K" << text << std::flush;
   }
 
-  std::vector<std::string> WordsFor(const SweepFault& fault) const {
-    std::vector<std::string> words = {"run"};
-    if (options_.fuse) words.insert(words.end(), {"--device", "fuse"});
-    for (const std::string& instruction : options_.scenario.instructions) {
+  // The options of a run with one fault, and the program. `fault` may be empty.
+  std::vector<std::string> WordsFor(const std::string& fault) const {
+    std::vector<std::string> words;
+    if (options_.fuse) words = {"--device", "fuse"};
+    std::vector<std::string> instructions = options_.scenario.instructions;
+    if (!fault.empty()) instructions.push_back(fault);
+    for (const std::string& instruction : instructions) {
       const std::size_t space = instruction.find(' ');  // between the option and its value
       words.push_back(instruction.substr(0, space));
       words.push_back(instruction.substr(space + 1));
     }
-    words.insert(words.end(), fault.option.begin(), fault.option.end());
     words.emplace_back("--");
     words.insert(words.end(), options_.program.begin(), options_.program.end());
     return words;
   }
 
   // The command line as a shell reads it.
-  std::string CommandFor(const SweepFault& fault) const {
+  std::string CommandFor(const SweepResult& result) const {
     static const std::regex plain("[-A-Za-z0-9_./:=,@%+]+"), quote("'");
-    std::string text = "zulisim";
-    for (const std::string& word : WordsFor(fault)) {
+    std::string text = "zulisim run";
+    for (const std::string& word : WordsFor(result.fault.option)) {
       const bool isPlain = std::regex_match(word, plain);
       text += " " + (isPlain ? word : "'" + std::regex_replace(word, quote, "'\\''") + "'");
     }
@@ -165,25 +156,25 @@ class Sweep {
   }
 
   std::string Table() const {
-    std::map<std::size_t, std::map<std::string, std::string>> rows;
+    constexpr const char* kForm = "\n{:>4}  {:<6} {:<7} {:<10}";
+    std::string header = Format(kForm, "#", "kind", "client", "command").substr(1);
+    for (const std::string& name : SweepFaultNames()) header += " " + name;
+    std::string text = header, row;
+    std::size_t shown = reference_.operations.size();
     for (const auto& [index, result] : results_) {
-      std::string& cell = rows[result.fault.operation][result.fault.name];
-      cell.resize(2, ' ');
-      cell[result.fault.repeated ? 1 : 0] = "CHULr.-"[static_cast<int>(result.verdict)];
-    }
-    std::string text = Format("{:>4}  {:<6} {:<7} {:<10}", "#", "kind", "client", "command");
-    for (const std::string& name : SweepFaultNames()) text += " " + name;
-    for (auto& [index, row] : rows) {
-      const OperationRecord& record = reference_.operations[index];
-      std::string line =
-          Format("{:>4}  {:<6} {:<7} {:<10}", index + 1, OperationName(record.operation),
-                 record.client, record.commandId ? common::Hex(*record.commandId) : "");
-      for (const std::string& name : SweepFaultNames()) {
-        line += Format(" {:<{}}", row[name], name.size());
+      const std::size_t operation = result.fault.operation;
+      if (operation != std::exchange(shown, operation)) {
+        const OperationRecord& record = reference_.operations[operation];
+        text += std::exchange(
+            row, Format(kForm, operation + 1, OperationName(record.operation), record.client,
+                        record.commandId ? common::Hex(*record.commandId) : ""));
       }
-      text += "\n" + line.erase(line.find_last_not_of(' ') + 1);
+      const std::size_t column =
+          header.find(" " + result.fault.name) + (result.fault.repeated ? 3 : 2);
+      row.resize(std::max(row.size(), column), ' ');
+      row += "CHULr.-"[static_cast<int>(result.verdict)];
     }
-    return text +
+    return text + row +
            "\n\nEach cell: the fault once, then from that operation on.\n"
            "C crashed, H hung, U unnoticed, L leaked, r reported, . recovered, - not reached\n\n";
   }
@@ -199,7 +190,7 @@ class Sweep {
         if (result.verdict > Verdict::kLeaked) continue;
         text += Format("{}: {} {} operation {}, exit status {}\n  {}\n", kVerdictNames[i],
                        result.fault.name, result.fault.repeated ? "from" : "at",
-                       result.fault.operation + 1, result.status, CommandFor(result.fault));
+                       result.fault.operation + 1, result.status, CommandFor(result));
       }
       if (count != 0) totals += Format(", {} {}", count, kVerdictNames[i]);
     }
@@ -219,22 +210,20 @@ class Sweep {
                       {"repeated", result.fault.repeated},
                       {"verdict", kVerdictNames[static_cast<int>(result.verdict)]},
                       {"status", result.status},
-                      {"run", CommandFor(result.fault)}});
+                      {"run", CommandFor(result)}});
     }
     OutputFile file("JSON file", options_.json);
     file.Write(runs.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
     return file.Close();
   }
 
-  std::string NextFolder() { return folder_.path() + "/" + std::to_string(++folders_); }
-
   const SweepOptions& options_;
   const TemporaryFolder folder_;
+  SweepRunner runner_;
   SweepOutcome reference_;
+  nanoseconds limit_{};  // of each run
   bool compareOutput_ = true;
-  Results results_;
-  unsigned folders_ = 0;
-  unsigned findings_ = 0;
+  std::map<std::size_t, SweepResult> results_;  // by position in the plan
 };
 
 }  // namespace

@@ -36,12 +36,14 @@ struct FaultRow {
     {"eacces", Bit(Operation::kOpen), "--fault", "=EACCES"},
 };
 
-bool Selects(const std::vector<std::string>& which, std::size_t position, Operation operation) {
-  return which.empty() || std::any_of(which.begin(), which.end(), [&](const std::string& word) {
-           const bool isPosition = word.find_first_of("0123456789") == 0;
-           return isPosition ? ParseOccurrences(word).Include(position)
-                             : ParseOperation(word) == operation;
-         });
+bool Contains(const std::vector<std::string>& words, const std::string& word) {
+  return std::find(words.begin(), words.end(), word) != words.end();
+}
+
+// `word` is a position or a kind.
+bool Selects(const std::string& word, std::size_t position, Operation operation) {
+  return word.find_first_of("0123456789") == 0 ? ParseOccurrences(word).Include(position)
+                                               : ParseOperation(word) == operation;
 }
 
 // Returns the text that binds a fault to client and command, such as "@KALO:0x10".
@@ -63,13 +65,12 @@ std::vector<SweepFault> PlanSweep(const std::vector<OperationRecord>& operations
                                   const std::vector<std::string>& which, bool bound) {
   const std::vector<std::string> known = SweepFaultNames();
   for (const std::string& name : names) {
-    if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+    if (Contains(known, name)) continue;
     throw common::InputError(Format("--faults: unknown fault {}; expected {}{}",
                                     common::Quoted(name), common::Joined(known),
                                     common::NearestHint(name, known)));
   }
-  for (const std::string& word : which)
-    Selects({word}, 1, Operation::kOpen);  // throws if malformed
+  for (const std::string& word : which) Selects(word, 1, Operation::kOpen);  // throws if malformed
   std::vector<SweepFault> plan;
   std::map<std::string, unsigned> counts;  // by kind and scope
   for (std::size_t i = 0; i < operations.size(); ++i) {
@@ -77,17 +78,16 @@ std::vector<SweepFault> PlanSweep(const std::vector<OperationRecord>& operations
     const std::string kind = OperationName(record.operation);
     const std::string scope = bound ? ScopeText(record) : "";
     const unsigned count = ++counts[kind + scope];
-    if (!Selects(which, i + 1, record.operation) || record.abandoned) continue;
+    const auto selects = [&](const std::string& w) { return Selects(w, i + 1, record.operation); };
+    if (!which.empty() && std::none_of(which.begin(), which.end(), selects)) continue;
     for (const FaultRow& row : kFaultRows) {
-      const bool isSelected =
-          names.empty() || std::find(names.begin(), names.end(), row.name) != names.end();
-      if (!isSelected || (row.operations & Bit(record.operation)) == 0) continue;
-      for (const char* from : {"", "-"}) {
-        if (*from != '\0' && !row.isRepeatable) continue;
-        plan.push_back({i,
-                        row.name,
-                        *from != '\0',
-                        {row.option, Format("{}:{}{}{}{}", kind, count, from, scope, row.value)}});
+      if (record.abandoned || (row.operations & Bit(record.operation)) == 0) continue;
+      if (!names.empty() && !Contains(names, row.name)) continue;
+      for (const bool repeated : {false, true}) {
+        if (repeated && !row.isRepeatable) continue;
+        plan.push_back({i, row.name, repeated,
+                        Format("{} {}:{}{}{}{}", row.option, kind, count, repeated ? "-" : "",
+                               scope, row.value)});
       }
     }
   }

@@ -8,12 +8,12 @@
 namespace zulisim {
 
 // A fault for one run: at an operation of the reference run, or at that one and all later ones of
-// its kind, as an option of 'zulisim run' such as {"--fault", "read:3=EIO"}.
+// its kind.
 struct SweepFault {
   std::size_t operation = 0;  // index in the reference run
   std::string name;           // of SweepFaultNames
   bool repeated = false;
-  std::vector<std::string> option;
+  std::string option;  // of 'zulisim run': "--fault read:3=EIO"
 };
 
 // "error", "lost" and so on.

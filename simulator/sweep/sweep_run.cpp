@@ -1,7 +1,7 @@
 #include "simulator/sweep/sweep_run.h"
 
 #include <fcntl.h>
-#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -10,7 +10,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <sstream>
 #include <system_error>
 
@@ -32,9 +31,7 @@ std::map<std::string, int> Replies(const SweepOutcome& outcome) {
 }
 
 bool IsCrash(const SweepOutcome& outcome) {
-  constexpr int kSignals[] = {SIGABRT, SIGBUS, SIGFPE, SIGILL, SIGSEGV, SIGSYS, SIGTRAP};
-  return std::any_of(std::begin(kSignals), std::end(kSignals),
-                     [&](int number) { return outcome.status == 128 + number; }) ||
+  return (outcome.status > 128 && outcome.status <= 128 + SIGRTMAX) ||
          outcome.output.find("Sanitizer: ") != std::string::npos ||
          outcome.output.find(": runtime error: ") != std::string::npos;
 }
@@ -44,58 +41,109 @@ auto LeftOpen(const SweepOutcome& outcome) {
                        [](const OperationRecord& each) { return each.abandoned; });
 }
 
+// Fills in what the run left in its folder.
+void ReadFiles(const std::string& folder, SweepOutcome* outcome) {
+  std::ifstream lines(folder + "/output");
+  for (std::string line; std::getline(lines, line);) {
+    if (line.find(folder) != std::string::npos) continue;  // differs from run to run
+    (line.rfind("zulisim: ", 0) == 0 ? outcome->messages : outcome->output) += line + "\n";
+  }
+  if (outcome->timedOut) return;  // the recording may be huge
+  std::stringstream recording;
+  recording << std::ifstream(folder + "/recording").rdbuf();
+  if (!recording.str().empty()) outcome->operations = ParseRecording(recording.str()).operations;
+}
+
 }  // namespace
 
-SweepRun::SweepRun(const RunFunction& run, const std::vector<std::string>& words,
-                   const std::string& folder)
-    : folder_(folder), start_(Now()) {
-  std::filesystem::create_directory(folder_);
-  process_ = fork();
-  if (process_ < 0) throw std::system_error(errno, std::generic_category(), "cannot start a run");
-  setpgid(process_, process_);  // in both processes, because either may be first
-  if (process_ > 0) return;
-  const int output = open((folder_ + "/output").c_str(), O_RDWR | O_CREAT | O_APPEND, 0600);
-  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), 0);
-  dup2(output, 1);
-  dup2(output, 2);
-  close(output);
-  setenv("TMPDIR", folder_.c_str(), 1);
-  _exit(run(words, folder_ + "/recording"));
+SweepRunner::SweepRunner(const std::string& folder) : folder_(folder) {
+  // Processes whose parents end become children of this one, so that End finds them.
+  prctl(PR_SET_CHILD_SUBREAPER, 1);
+  sigemptyset(&signals_);
+  for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&signals_, number);
+  sigprocmask(SIG_BLOCK, &signals_, nullptr);
 }
 
-SweepRun::~SweepRun() {
-  kill(-process_, SIGKILL);
-  waitpid(process_, nullptr, 0);
-  std::error_code ignored;
-  std::filesystem::remove_all(folder_, ignored);
+SweepRunner::~SweepRunner() {
+  while (!running_.empty()) End(running_.begin()->first);
 }
 
-bool SweepRun::HasEnded(std::chrono::nanoseconds limit) {
-  outcome_.duration = Now() - start_;
-  outcome_.timedOut = outcome_.duration > limit;
-  if (outcome_.timedOut) kill(-process_, SIGKILL);
-  siginfo_t info{};  // the process stays a zombie, so that its number is not used again
-  waitid(P_PID, static_cast<id_t>(process_), &info,
-         WEXITED | WNOWAIT | (outcome_.timedOut ? 0 : WNOHANG));
-  outcome_.status = info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
-  return info.si_pid == process_;
-}
-
-SweepOutcome SweepRun::TakeOutcome() {
-  std::ifstream lines(folder_ + "/output");
-  for (std::string line; std::getline(lines, line);) {
-    (line.rfind("zulisim: ", 0) == 0 ? outcome_.messages : outcome_.output) += line + "\n";
+void SweepRunner::Start(std::size_t id, const std::vector<std::string>& words,
+                        std::chrono::nanoseconds limit) {
+  const Run run{id, folder_ + "/" + std::to_string(++folders_), Now() + limit};
+  std::filesystem::create_directory(run.folder);
+  const std::string recording = run.folder + "/recording";
+  std::vector<const char*> arguments = {"zulisim",  "record",   "--quiet",
+                                        "--engine", "--output", recording.c_str()};
+  for (const std::string& word : words) arguments.push_back(word.c_str());
+  arguments.push_back(nullptr);
+  const pid_t process = fork();
+  if (process < 0) throw std::system_error(errno, std::generic_category(), "cannot start a run");
+  if (process > 0) {
+    running_.emplace(process, run);
+    return;
   }
-  std::stringstream recording;
-  recording << std::ifstream(folder_ + "/recording").rdbuf();
-  if (!recording.str().empty()) outcome_.operations = ParseRecording(recording.str()).operations;
-  return std::move(outcome_);
+  setsid();
+  sigprocmask(SIG_UNBLOCK, &signals_, nullptr);
+  setenv("TMPDIR", run.folder.c_str(), 1);
+  dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+  dup2(open((run.folder + "/output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600),
+       STDOUT_FILENO);
+  dup2(STDOUT_FILENO, STDERR_FILENO);
+  execv("/proc/self/exe", const_cast<char**>(arguments.data()));
+  _exit(127);
 }
 
-Verdict Compare(const SweepOutcome& reference, const SweepOutcome& outcome, bool compareOutput) {
+std::optional<SweepOutcome> SweepRunner::Wait() {
+  // The interval is for the time limits, and for runs that end at the same moment.
+  const struct timespec interval { 0, 5'000'000 };
+  while (signal_ == 0) {
+    const int number = sigtimedwait(&signals_, nullptr, &interval);
+    if (number > 0 && number != SIGCHLD) signal_ = number;
+    for (const auto& [process, run] : running_) {
+      SweepOutcome outcome;
+      outcome.timedOut = Now() > run.deadline;
+      if (outcome.timedOut) kill(process, SIGKILL);
+      siginfo_t info{};  // the process stays a zombie, so that its number is not used again
+      waitid(P_PID, static_cast<id_t>(process), &info,
+             WEXITED | WNOWAIT | (outcome.timedOut ? 0 : WNOHANG));
+      if (info.si_pid != process) continue;
+      outcome.status = info.si_code == CLD_EXITED ? info.si_status : 128 + info.si_status;
+      const Run ended = End(process);
+      outcome.id = ended.id;
+      ReadFiles(ended.folder, &outcome);
+      std::filesystem::remove_all(ended.folder);
+      return outcome;
+    }
+  }
+  return std::nullopt;
+}
+
+// Ends the run, and then all children that are not runs: processes that an ended run left behind.
+SweepRunner::Run SweepRunner::End(pid_t process) {
+  kill(process, SIGKILL);  // it may not have its session yet
+  kill(-process, SIGKILL);
+  waitpid(process, nullptr, 0);
+  Run run = running_.extract(process).mapped();
+  for (bool found = true; found;) {
+    found = false;
+    std::ifstream children("/proc/thread-self/children");
+    for (pid_t child; children >> child;) {
+      if (running_.count(child) != 0) continue;
+      kill(child, SIGKILL);
+      waitpid(child, nullptr, 0);
+      found = true;
+    }
+  }
+  return run;
+}
+
+Verdict Compare(const SweepOutcome& reference, const SweepOutcome& outcome,
+                const std::string& option, bool compareOutput) {
   if (outcome.timedOut) return Verdict::kHung;
   if (IsCrash(outcome)) return Verdict::kCrashed;
-  if (outcome.messages.find("did not happen") != std::string::npos) return Verdict::kNotReached;
+  // zulisim names faults that never happened.
+  if (outcome.messages.find(option + ": ") != std::string::npos) return Verdict::kNotReached;
   auto replies = Replies(outcome);
   const auto wanted = Replies(reference);
   const bool done = std::all_of(wanted.begin(), wanted.end(), [&](const auto& each) {

@@ -1,9 +1,11 @@
 #pragma once
 
+#include <signal.h>
 #include <sys/types.h>
 
 #include <chrono>
-#include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -12,42 +14,50 @@
 namespace zulisim {
 
 struct SweepOutcome {
-  int status = 0;         // exit status of 'zulisim run'
+  std::size_t id = 0;     // of SweepRunner::Start
+  int status = 0;         // exit status, or 128 plus the number of the signal that ended the run
   bool timedOut = false;  // ended by the time limit
   std::string output;     // of the program, standard output and standard error together
   std::string messages;   // of zulisim
   std::vector<OperationRecord> operations;
-  std::chrono::nanoseconds duration{};
 };
 
-// Performs 'zulisim' with the words of a command line, writes the operations to the recording
-// `file`, and returns the exit status.
-using RunFunction =
-    std::function<int(const std::vector<std::string>& words, const std::string& file)>;
-
-// One run, in a process group and a folder of its own. The program's standard input is empty. For
-// processes with one thread only.
-class SweepRun {
+// Runs this zulisim several times at once, each time in a session and a folder of its own and
+// without standard input. At the end of a run, the runner ends all processes that the run left
+// behind. SIGINT, SIGTERM, SIGHUP and SIGPIPE are blocked from then on. For processes with one
+// thread that have no other child processes.
+class SweepRunner {
  public:
-  // Starts a child process, which calls `run`. Creates `folder`, which the destructor removes.
-  // Throws std::system_error.
-  SweepRun(const RunFunction& run, const std::vector<std::string>& words,
-           const std::string& folder);
-  // Ends the whole process group.
-  ~SweepRun();
-  SweepRun(const SweepRun&) = delete;
-  SweepRun& operator=(const SweepRun&) = delete;
+  // Creates the folders of the runs below `folder`.
+  explicit SweepRunner(const std::string& folder);
+  // Ends all runs.
+  ~SweepRunner();
+  SweepRunner(const SweepRunner&) = delete;
+  SweepRunner& operator=(const SweepRunner&) = delete;
 
-  // Returns true when the run has ended by itself or by this call, because it exceeded `limit`.
-  bool HasEnded(std::chrono::nanoseconds limit);
-  // Call it once, after HasEnded has returned true.
-  SweepOutcome TakeOutcome();
+  // Starts 'zulisim record' with `words`: options for the engine, and the program after "--". Wait
+  // ends the run after `limit`. Throws std::system_error.
+  void Start(std::size_t id, const std::vector<std::string>& words, std::chrono::nanoseconds limit);
+  std::size_t Running() const { return running_.size(); }
+  // Waits for the end of any run. Returns nothing after a signal. Call it while a run is running.
+  std::optional<SweepOutcome> Wait();
+  // The number of the signal that ended Wait, or 0.
+  int Signal() const { return signal_; }
 
  private:
+  struct Run {
+    std::size_t id;
+    std::string folder;
+    std::chrono::nanoseconds deadline;
+  };
+
+  Run End(pid_t process);
+
   const std::string folder_;
-  const std::chrono::nanoseconds start_;
-  pid_t process_ = -1;  // also the process group
-  SweepOutcome outcome_;
+  unsigned folders_ = 0;
+  std::map<pid_t, Run> running_;  // by process, which is also the process group
+  sigset_t signals_{};
+  int signal_ = 0;
 };
 
 // How a run compares with the reference run, in order of severity.
@@ -55,7 +65,8 @@ enum class Verdict { kCrashed, kHung, kUnnoticed, kLeaked, kReported, kRecovered
 inline constexpr const char* kVerdictNames[] = {"crashed",  "hung",      "unnoticed",  "leaked",
                                                 "reported", "recovered", "not reached"};
 
-// Compares only exit statuses unless `compareOutput`.
-Verdict Compare(const SweepOutcome& reference, const SweepOutcome& outcome, bool compareOutput);
+// Compares a run that had the fault `option`. Compares only exit statuses unless `compareOutput`.
+Verdict Compare(const SweepOutcome& reference, const SweepOutcome& outcome,
+                const std::string& option, bool compareOutput);
 
 }  // namespace zulisim

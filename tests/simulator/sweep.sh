@@ -1,11 +1,29 @@
 #!/usr/bin/env bash
 # No fault at any operation makes our own drivers crash or hang, and the driver that uses kalo::Client
-# notices every command that failed.
+# notices every command that failed. A signal ends a sweep with all that its runs have started.
 #
-#   sweep.sh ZULISIM DEMO_DRIVER CLIENT_DRIVER
+#   sweep.sh ZULISIM DEMO_DRIVER CLIENT_DRIVER BAD_DRIVER
 set -euo pipefail
 "$1" sweep --reply 'kalo:0x20=status:0x80000001,private:000102030405060708090a0b0c0d0e0f' "$2"
 result=$("$1" sweep "$3")
 echo "$result"
 grep -q recovered <<<"$result"
-! grep unnoticed: <<<"$result"
+[ "$(grep -c unnoticed: <<<"$result")" = 0 ]
+
+# The program leaves a process in a session of its own, and hangs at the third operation.
+export TMPDIR
+TMPDIR=$(mktemp -d)
+trap 'rm -rf "$TMPDIR"' EXIT
+cat >"$TMPDIR/program" <<END
+setsid sleep 54321 >/dev/null 2>&1 &
+exec $4
+END
+"$1" sweep --jobs 1 --operations write,read --faults busy,no-reply sh "$TMPDIR/program" >"$TMPDIR/out" &
+sleep 3
+kill -TERM $!
+wait $! && status=0 || status=$?
+cat "$TMPDIR/out"
+[ "$status" = 143 ]
+grep -q '^[1-9][0-9]* runs\?, ' "$TMPDIR/out"
+[ -z "$(pgrep -f 'sleep 54321')" ]
+[ "$(ls "$TMPDIR")" = "$(printf 'out\nprogram')" ]
