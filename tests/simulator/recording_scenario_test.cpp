@@ -114,15 +114,23 @@ std::string RunDriver(const std::string& text, unsigned seed, Recording* recordi
   return got;
 }
 
-TEST(RecordingScenarioTest, reproduces_what_random_faults_did) {
+TEST(RecordingScenarioTest, reproduces_what_random_faults_did_or_refuses) {
+  int refused = 0;
   for (unsigned seed = 1; seed <= 500; ++seed) {
     const std::string faults = RandomFaults(seed);
     Recording recording;
     const std::string before = RunDriver(faults, seed, &recording);
-    const std::string scenario = ScenarioOf(recording, "recording");
+    std::string scenario;
+    try {
+      scenario = ScenarioOf(recording, "recording");
+    } catch (const common::InputError&) {
+      ++refused;
+      continue;
+    }
     Recording again;
     ASSERT_EQ(RunDriver(scenario, seed, &again), before) << faults << scenario;
   }
+  EXPECT_LE(refused, 10);  // a loss at a close that left a reply to another connection
 }
 
 TEST(RecordingScenarioTest, names_the_operation_that_a_scenario_cannot_express) {
