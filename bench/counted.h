@@ -4,8 +4,8 @@
 
 namespace bench {
 
-// Has callgrind count the instructions of kCountedRuns runs of `operation`, after some that warm
-// up, and write them out under `name`. Without callgrind it only runs them.
+// Runs `operation` a few times to warm up. Then callgrind counts the instructions of kCountedRuns
+// runs and writes the count under `name`. Without callgrind, this only runs the operation.
 constexpr int kWarmUpRuns = 3;
 constexpr int kCountedRuns = 10;
 

@@ -1,6 +1,6 @@
 #include "bench/free_device.h"
 
-// The kernel's own header: libc's says of poll() that it does not read its first argument.
+// The kernel's header, because libc's declares that poll() does not read its first argument.
 #include <asm/poll.h>
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -17,16 +17,16 @@
 
 namespace {
 
-// Numbers that the kernel never gives out.
+// Descriptors that the kernel never returns.
 constexpr int kZuli = 0x40000000;
 constexpr int kTpm = 0x40000001;
 
 bool zuliServed = true;
 
-// A reply of the right length, without the sign that announces private data.
+// A reply of the right length whose status is not negative, so no private data follows.
 constexpr unsigned char kZuliReply[bench::kMessageLength] = {0};
 
-// What a TPM 2 device answers: tag, length (big-endian) and a response code of 0.
+// The reply of a TPM 2 device: tag, length (big-endian) and response code 0.
 constexpr unsigned char kTpmReply[bench::kMessageLength] = {0x80, 0x01, 0,
                                                             0,    0,    bench::kMessageLength};
 size_t tpmPosition = 0;
@@ -37,7 +37,7 @@ ssize_t ReadZuli(void* buffer, size_t length) {
   return static_cast<ssize_t>(size);
 }
 
-// In pieces, as the kernel's device allows.
+// Returns a reply in pieces, as the kernel's device does.
 ssize_t ReadTpm(void* buffer, size_t length) {
   const size_t size = std::min(length, sizeof kTpmReply - tpmPosition);
   std::memcpy(buffer, kTpmReply + tpmPosition, size);
@@ -45,7 +45,7 @@ ssize_t ReadTpm(void* buffer, size_t length) {
   return static_cast<ssize_t>(size);
 }
 
-int OpenedAs(const char* path) {
+int DeviceDescriptor(const char* path) {
   if (std::strcmp(path, "/dev/zuli") == 0 && zuliServed) return kZuli;
   if (std::strcmp(path, "/dev/tpm0") == 0) return kTpm;
   return -1;
@@ -65,10 +65,10 @@ std::FILE* OpenStream(const char* name, const char* path, const char* mode) {
 
 struct ScratchFolder {
   ScratchFolder() {
-    // Not below TMPDIR: a path of constant length keeps instruction counts alike.
+    // Ignores TMPDIR: a path of constant length keeps the instruction counts equal.
     char name[] = "/tmp/kalodll_bench.XXXXXX";
     if (mkdtemp(name) == nullptr) {
-      std::perror("cannot make a folder /tmp/kalodll_bench.XXXXXX");
+      std::perror("cannot create the folder /tmp/kalodll_bench.XXXXXX");
       std::exit(1);
     }
     path = name;
@@ -98,7 +98,7 @@ std::string ScratchPath(const std::string& name) { return Scratch() + "/" + name
 extern "C" {
 
 int open(const char* path, int flags, ...) {
-  const int device = OpenedAs(path);
+  const int device = DeviceDescriptor(path);
   if (device != -1) return device;
   va_list arguments;
   va_start(arguments, flags);

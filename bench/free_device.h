@@ -2,19 +2,19 @@
 
 #include <string>
 
-// A device that costs nothing. A program that links free_device.cpp defines the system's open,
-// read, write, ioctl, close, poll and fopen itself, so that the calls of its shared libraries
-// arrive there: "/dev/zuli" and "/dev/tpm0" are then answered from memory within a few
-// instructions, and everything else goes to the kernel.
+// A device that costs almost nothing. A program that links free_device.cpp defines the functions
+// open, read, write, ioctl, close, poll and fopen itself, so calls of its shared libraries arrive
+// there. They answer "/dev/zuli" and "/dev/tpm0" from memory within a few instructions and pass all
+// other files to the kernel.
 namespace bench {
 
 constexpr unsigned int kMessageLength = 64;
 
-// While false, "/dev/zuli" is the kernel's. Not beside other calls.
+// While `served` is false, "/dev/zuli" is the kernel's device. Not thread-safe.
 void ServeZuli(bool served);
 
-// A folder of this run, made at the first call and removed at exit. The log file and the registry
-// file of the library are opened in it.
+// The temporary folder of this run, created at the first call and removed at exit. The library
+// opens its log file and registry file there.
 const std::string& Scratch();
 
 std::string ScratchPath(const std::string& name);

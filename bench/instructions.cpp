@@ -1,4 +1,4 @@
-// The operations of bench/instructions.txt, for scripts/instructions.sh to count.
+// Runs the operations of bench/instructions.txt. scripts/instructions.sh counts their instructions.
 
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
@@ -12,28 +12,28 @@ namespace {
 
 using bench::Count;
 
-// Once a sink has been seen the library never looks again, so this comes first.
+// Must run first: once the library has seen a sink, its statements no longer check for one.
 void CountWithoutSink() {
-  bench::OwnSession session;
+  bench::ConnectedSession session;
   Count("trace_statement", [] { bench::TraceLine(bench::kMessageLength); });
   Count("command_no_sink", [&] { bench::Command(session.handle()); });
   gKaloDllState.kaloSessionA = session.handle();
-  Count("earlier_command_no_sink", [] { bench::EarlierCommand(); });
+  Count("start_io_ex_no_sink", [] { bench::CommandByStartIoEx(); });
   gKaloDllState.kaloSessionA = nullptr;
 }
 
 void CountWithOneSink() {
-  bench::OwnSession session;
-  const auto lines = bench::LinesOf([&] { bench::Command(session.handle()); });
+  bench::ConnectedSession session;
+  const auto lines = bench::RecordLines([&] { bench::Command(session.handle()); });
   bench::SetFileSinks(1);
   Count("command_one_sink", [&] { bench::Command(session.handle()); });
   Count("command_lines", [&] { bench::WriteLines(lines); });
   Count("line_written", [] { bench::WriteLine(bench::kMessageLength); });
   bench::SetNullSink();
-  Count("line_unsunk", [] { bench::WriteLine(bench::kMessageLength); });
+  Count("line_dropped", [] { bench::WriteLine(bench::kMessageLength); });
 }
 
-// KaloInit3 adds a sink each time; taking it away again keeps the runs alike.
+// KaloInit3 adds a sink each time. Removing it makes all runs equal.
 void DropLastSink() {
   delete Logger::logBase.sinks.back();
   Logger::logBase.sinks.pop_back();
@@ -53,7 +53,7 @@ void CountSecondHandle() {
     DropLastSink();
     CALLGRIND_TOGGLE_COLLECT;
   });
-  const auto lines = bench::LinesOf([] {
+  const auto lines = bench::RecordLines([] {
     void* second = nullptr;
     KaloInit3(&second);
     KaloCleanup3(second);
@@ -80,7 +80,7 @@ void CountRegistry() {
 }  // namespace
 
 int main() {
-  // What the counting itself costs; taken off every other figure.
+  // Measures the cost of counting. scripts/instructions.sh subtracts it from the other figures.
   Count("nothing", [] {});
   CountWithoutSink();
   CountWithOneSink();

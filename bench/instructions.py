@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""Reads callgrind's counts, and holds them against bench/instructions.txt.
+"""Reads callgrind's counts and compares them with bench/instructions.txt.
 
   instructions.py read FOLDER                 prints operation and instructions
-  instructions.py compare COUNTS EXPECTED     exits with 1 when an operation costs more than allowed
-  instructions.py update COUNTS EXPECTED      takes the counts over, keeps limits and comments
+  instructions.py compare COUNTS EXPECTED     exits with status 1 if an operation costs too much
+  instructions.py update COUNTS EXPECTED      records the new counts; keeps limits and comments
 """
 import pathlib
 import re
 import sys
 
-COUNTED_RUNS = 10  # as in bench/counted.h
+COUNTED_RUNS = 10  # the same as in bench/counted.h
 GROWTH = 1.03
 
 
@@ -23,7 +23,7 @@ def read_counts(folder):
             totals[name[1]] = int(total[1])
     nothing = totals.pop("nothing", None)
     if nothing is None or not totals:
-        sys.exit(f"instructions.py: no counts in '{folder}': valgrind must have failed")
+        sys.exit(f"instructions.py: no counts in '{folder}'; check the output of valgrind")
     return {name: round((total - nothing) / COUNTED_RUNS) for name, total in totals.items()}
 
 
@@ -33,7 +33,7 @@ def load_counts(path):
 
 
 def limit_of(text, counts):
-    """A limit is a number, or a factor and an operation: 1.2*registry_100_keys_stdio."""
+    """Returns the limit. `text` is a number, or a factor of an operation: 1.2*registry_100_keys_stdio."""
     if text is None:
         return None
     factor, _, operation = text.partition("*")
@@ -47,13 +47,13 @@ def expected_rows(path):
             yield words[0], int(words[1]), words[2] if len(words) > 2 else None
 
 
-def judge(name, count, expected, limit):
+def verdict_of(name, count, expected, limit):
     if count > expected * GROWTH:
         return f"GREW by {100 * (count / expected - 1):.1f} %: more than 3 %"
     if limit is not None and count > limit:
         return f"ABOVE the limit of {limit:.0f}"
     if count * GROWTH < expected:
-        return "fell; scripts/instructions.sh --update keeps it there"
+        return "fell; record it with scripts/instructions.sh --update"
     return "ok"
 
 
@@ -63,14 +63,14 @@ def compare(counts, path):
     print(f"{'operation':28}{'counted':>12}{'expected':>12}{'limit':>12}  verdict")
     for name, expected, limit_text in rows:
         if name not in counts:
-            failed.append(f"{name} is listed but was not counted")
+            failed.append(f"{name} is in {path} but was not counted")
             continue
         limit = limit_of(limit_text, counts)
-        verdict = judge(name, counts[name], expected, limit)
+        verdict = verdict_of(name, counts[name], expected, limit)
         shown = "" if limit is None else f"{limit:.0f}"
         print(f"{name:28}{counts[name]:12}{expected:12}{shown:>12}  {verdict}")
         if verdict[0].isupper():
-            failed.append(f"{name}: {counts[name]} instructions, {expected} expected; {verdict}")
+            failed.append(f"{name}: {counts[name]} instructions, expected {expected}; {verdict}")
     for name in counts.keys() - {row[0] for row in rows}:
         failed.append(f"{name} is not in {path}: add it")
     return failed

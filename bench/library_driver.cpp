@@ -19,7 +19,7 @@ thread_local unsigned char reply[kMessageLength];
 
 void Check(KALO_DLL_STATUS status) {
   if (status == KALO_DLL_STATUS_SUCCESS) return;
-  std::fprintf(stderr, "a command returned %u\n", static_cast<unsigned int>(status));
+  std::fprintf(stderr, "a command failed with status %u\n", static_cast<unsigned int>(status));
   std::exit(1);
 }
 
@@ -33,8 +33,8 @@ void RemoveSinks() {
   Logger::logBase.sinks.clear();
 }
 
-// Takes each message apart: "StartIoEx3:36: InputBufferLength: 64\n".
-class KeepingSink : public LogSink {
+// Splits each message, such as "StartIoEx3:36: InputBufferLength: 64\n", into function and text.
+class RecordingSink : public LogSink {
  public:
   void logMessage(const char* message) override {
     const std::string line = message;
@@ -47,17 +47,17 @@ class KeepingSink : public LogSink {
 
 }  // namespace
 
-OwnSession::OwnSession() : session_(new ClientSession) {
+ConnectedSession::ConnectedSession() : session_(new ClientSession) {
   session_->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
 }
 
-OwnSession::~OwnSession() { delete session_; }
+ConnectedSession::~ConnectedSession() { delete session_; }
 
 void Command(void* handle) {
   Check(StartIoEx3(handle, request, sizeof request, reply, sizeof reply, nullptr, nullptr));
 }
 
-void EarlierCommand() {
+void CommandByStartIoEx() {
   Check(StartIoEx(request, sizeof request, reply, sizeof reply, nullptr, nullptr));
 }
 
@@ -81,9 +81,9 @@ void TraceLine(unsigned int length) {
   KALO_LOG_FULL(logging::kTraceLevel, kCommand, 36) << "InputBufferLength: " << length << '\n';
 }
 
-std::vector<LoggedLine> LinesOf(const std::function<void()>& action) {
+std::vector<LoggedLine> RecordLines(const std::function<void()>& action) {
   RemoveSinks();
-  auto* sink = new KeepingSink;
+  auto* sink = new RecordingSink;
   Logger::logBase.sinks.push_back(sink);
   action();
   std::vector<LoggedLine> lines = sink->lines;

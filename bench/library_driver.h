@@ -7,16 +7,16 @@
 
 class ClientSession;
 
-// What the benchmarks do with the library.
+// Functions with which the benchmarks use the library.
 namespace bench {
 
-// A connected session of its own, past KaloInit3, so that no sink is registered on its behalf.
-class OwnSession {
+// A connected session. It does not use KaloInit3, which would register a sink.
+class ConnectedSession {
  public:
-  OwnSession();
-  ~OwnSession();
-  OwnSession(const OwnSession&) = delete;
-  OwnSession& operator=(const OwnSession&) = delete;
+  ConnectedSession();
+  ~ConnectedSession();
+  ConnectedSession(const ConnectedSession&) = delete;
+  ConnectedSession& operator=(const ConnectedSession&) = delete;
 
   ClientSession* handle() { return session_; }
 
@@ -24,32 +24,34 @@ class OwnSession {
   ClientSession* session_;
 };
 
-// StartIoEx3 with a request and a reply of kMessageLength bytes. Ends the program when it fails.
+// Calls StartIoEx3 with a request and a reply of kMessageLength bytes. Ends the program if it
+// fails.
 void Command(void* handle);
 
-// The same by StartIoEx on gKaloDllState.kaloSessionA.
-void EarlierCommand();
+// The same with StartIoEx, on gKaloDllState.kaloSessionA.
+void CommandByStartIoEx();
 
-// Leaves the log with `count` sinks on one file of the scratch folder. Nothing may log meanwhile.
+// Replaces the log's sinks with `count` sinks on one file in the scratch folder. No other thread
+// may log meanwhile.
 void SetFileSinks(size_t count);
 
-// Leaves the log with one sink that drops its lines.
+// Replaces the log's sinks with one that drops its lines.
 void SetNullSink();
 
-// The line that the peers write, and the same line at trace level.
+// Write the line that the other libraries write, at the ordinary level and at trace level.
 void WriteLine(unsigned int length);
 void TraceLine(unsigned int length);
 
-// A line of the library's log, without its number.
+// One line of the library's log, without its line number.
 struct LoggedLine {
   std::string function;
   std::string text;
 };
 
-// What the library logs at the ordinary level while `action` runs. Leaves no sink.
-std::vector<LoggedLine> LinesOf(const std::function<void()>& action);
+// Returns what the library logs at the ordinary level while `action` runs. Removes all sinks.
+std::vector<LoggedLine> RecordLines(const std::function<void()>& action);
 
-// Logs them once more, which is what the log alone costs.
+// Logs `lines` again, to measure the cost of logging only.
 void WriteLines(const std::vector<LoggedLine>& lines);
 
 }  // namespace bench

@@ -1,6 +1,6 @@
-// What loading a library costs: for each path the time of dlopen in a fresh process, and the memory
-// that the library's own mappings take afterwards. One line each: path, microseconds (median),
-// resident KiB, private dirty KiB.
+// Measures what it costs to load a library. For each path, prints the median time of dlopen in a
+// fresh process in microseconds, and the memory of the library's mappings afterwards: resident KiB
+// and private dirty KiB.
 
 #include <dlfcn.h>
 #include <sys/wait.h>
@@ -25,7 +25,7 @@ struct Load {
   long dirtyKib;
 };
 
-// Adds up what /proc/self/smaps says of the mappings of one file.
+// Adds the sizes of a file's mappings from /proc/self/smaps.
 void MeasureMemory(const std::string& file, Load& load) {
   std::ifstream maps("/proc/self/smaps");
   bool ours = false;
@@ -41,7 +41,7 @@ void MeasureMemory(const std::string& file, Load& load) {
   }
 }
 
-Load LoadHere(const std::string& path) {
+Load MeasureLoad(const std::string& path) {
   const auto start = std::chrono::steady_clock::now();
   if (dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL) == nullptr) {
     std::fprintf(stderr, "%s\n", dlerror());
@@ -59,7 +59,7 @@ Load LoadInChild(const std::string& path) {
   if (pipe(ends) != 0) std::exit(1);
   const pid_t child = fork();
   if (child == 0) {
-    load = LoadHere(path);
+    load = MeasureLoad(path);
     _exit(write(ends[1], &load, sizeof load) == sizeof load ? 0 : 1);
   }
   close(ends[1]);

@@ -1,4 +1,4 @@
-// What the peers execute for the operations of instructions.cpp.
+// Runs the operations of instructions.cpp in other libraries.
 
 #include <sstream>
 
@@ -11,12 +11,12 @@ namespace {
 using bench::Count;
 using bench::kMessageLength;
 
-constexpr int kLinesOfACommand = 5;
+constexpr int kLinesPerCommand = 5;
 
 template <typename Operation>
 auto FiveTimes(Operation operation) {
   return [operation] {
-    for (int i = 0; i < kLinesOfACommand; ++i) operation();
+    for (int i = 0; i < kLinesPerCommand; ++i) operation();
   };
 }
 

@@ -23,7 +23,7 @@ void Check(TSS2_RC result, const char* what) {
 TpmPeer::TpmPeer() : context_(nullptr) {
   setenv("TSS2_LOG", "all+NONE", 1);
   size_t size = 0;
-  Check(Tss2_Tcti_Device_Init(nullptr, &size, nullptr), "name its size");
+  Check(Tss2_Tcti_Device_Init(nullptr, &size, nullptr), "report its size");
   context_ = std::calloc(1, size);
   Check(Tss2_Tcti_Device_Init(ContextOf(context_), &size, "/dev/tpm0"), "open the device");
 }

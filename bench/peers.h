@@ -2,17 +2,17 @@
 
 #include <string>
 
-// Open libraries that do the same kind of work, each set up to write the same bytes: no prefix of
-// their own, every line flushed.
+// Open-source libraries that do the same kind of work. Each is configured to write the same bytes,
+// without its own prefix, and to flush every line.
 namespace bench {
 
 class GlogPeer {
  public:
-  // Logs to a file whose name begins with `path`.
+  // Logs to a file whose path begins with `path`.
   explicit GlogPeer(const std::string& path);
-  // "StartIoEx3:36: InputBufferLength: <length>".
+  // Writes "StartIoEx3:36: InputBufferLength: <length>".
   void WriteLine(unsigned int length);
-  // The same line above the threshold.
+  // Formats the same line at a level that is filtered out.
   void FilteredLine(unsigned int length);
 };
 
@@ -23,7 +23,7 @@ class SpdlogPeer {
   void FilteredLine(unsigned int length);
 };
 
-// The device transport of the TPM 2 software stack on "/dev/tpm0", its logging off.
+// Uses the device transport of the TPM 2 software stack on "/dev/tpm0", with its logging off.
 class TpmPeer {
  public:
   TpmPeer();
@@ -31,7 +31,7 @@ class TpmPeer {
   TpmPeer(const TpmPeer&) = delete;
   TpmPeer& operator=(const TpmPeer&) = delete;
 
-  // Transmits a request and receives its reply, kMessageLength bytes each.
+  // Sends a request and receives its reply, kMessageLength bytes each.
   void Exchange();
 
  private:

@@ -1,19 +1,19 @@
 #pragma once
 
-// The registry file of the scratch folder, and what reading it costs at least.
+// Writes and reads the registry file in the scratch folder.
 namespace bench {
 
-// Writes `keys` keys with two values each, a number and a text.
+// Writes a file with `keys` keys, each with a number and a text as values.
 void WriteRegistry(unsigned int keys);
 
-// RegGetValue on a key in the middle. Ends the program when it fails.
+// Calls RegGetValue on a key in the middle of the file. Ends the program if it fails.
 void GetRegistryValue(unsigned int keys);
 
-// RegSetValueEx on a key in the middle, after which the file must be written anew. Ends the program
-// when it fails.
+// Calls RegSetValueEx on a key in the middle of the file. Ends the program if it fails. Call
+// WriteRegistry again before the next call.
 void SetRegistryValue(unsigned int keys);
 
-// Reads the file twice with the format's patterns and keeps nothing.
+// Reads the file twice with fscanf and the format's patterns, for comparison.
 void ReadRegistryTwice();
 
 }  // namespace bench

@@ -3,13 +3,13 @@
 
   report.py FOLDER [--svg FILE]
 
-Each row has a figure of the library, what it is held against, their ratio, and the goal.
+Each row has a figure of the library, the figure that it is compared with, their ratio, and the goal.
 """
 import argparse
 import json
 import pathlib
 
-PARTS = [  # of a command's time, from the kernel's share upwards
+PARTS = [  # of the time of a command; the kernel's share first
     ("write(2), five lines", "#7a8ba3"),
     ("device, write and read", "#33475b"),
     ("file sinks: insert and flush", "#4f9d8f"),
@@ -28,11 +28,11 @@ class Results:
                     name = run["run_name"]
                     if path.stem == "preload":
                         name = name.replace("device/", "preload/")
-                    # A parallel run is timed by the wall, and the calls of all threads counted; one on
-                    # a served device passes for the most part elsewhere.
+                    # Runs with several threads are measured in wall-clock time, and so are runs on a
+                    # served device, because they mostly happen in another process.
                     kind = "real_time" if "real_time" in name else "cpu_time"
                     self.times[name] = run[kind]
-        # Of the comparison the first two columns, of the peers' counts all.
+        # The file "instructions" has more columns than these two.
         self.counts = {}
         for name in ("instructions", "peers"):
             for line in self._text(name).splitlines():
@@ -48,7 +48,7 @@ class Results:
 
 
 def print_row(what, figure, against, other, goal=None, unit=""):
-    """The goal is the largest ratio that is good enough."""
+    """Prints one row. The goal is the largest acceptable ratio."""
     ratio = figure / other
     verdict = "" if goal is None else f"<= {goal:g}  {'met' if ratio <= goal else 'MISSED'}"
     line = f"{what:42}{figure:>12,.{digits(figure)}f} {unit:3} {against:38}"
@@ -72,7 +72,7 @@ def print_instructions(counts):
         ("", "trace_statement", "spdlog debug", "spdlog_filtered", None),
         ("command, no sink", "command_no_sink", "limit", 600, 1),
         ("", "command_no_sink", "TPM 2 device transport, exchange", "tpm_exchange", None),
-        ("the same by StartIoEx", "earlier_command_no_sink", "command, no sink", "command_no_sink",
+        ("the same with StartIoEx", "start_io_ex_no_sink", "command, no sink", "command_no_sink",
          1.15),
         ("command, one file sink", "command_one_sink", "limit", 6500, 1),
         ("", "command_one_sink", "spdlog, five flushed lines", "spdlog_five_lines", None),
@@ -119,29 +119,29 @@ def print_times(times):
     for what, name, against, other, goal in rows:
         print_row(what, times[name], against, times[other], goal)
     if "device/command/1/real_time" not in times:
-        print("command, one sink, the kernel's /dev/zuli     skipped: nothing serves it here")
+        print("command, one sink, the kernel's /dev/zuli     skipped: there is no /dev/zuli")
 
 
 def print_start(results):
     print_title("Size and start")
-    print_row("stripped size", results.size, "limit, bytes", 1200000, 1)
+    print_row("stripped size", results.size, "limit in bytes", 1200000, 1)
     path, time, resident, dirty = results.loads[0]
     for other, other_time, _, _ in results.loads[1:]:
         print_row("dlopen" if other == results.loads[1][0] else "", float(time),
                   pathlib.Path(other).name, float(other_time),
                   1.3 if "tss2" in other else None, unit="us")
-    print(f"relocations {results.relocations:,}; resident after load {resident} KiB, of them private "
-          f"and written {dirty} KiB")
+    print(f"relocations {results.relocations:,}; resident after load {resident} KiB, "
+          f"including {dirty} KiB private and written")
 
 
 def parts_of(times):
     exchange = times["part/exchange/0"]
     writes = times["part/exchange_and_writes/1"] - exchange
-    unsunk = times["part/lines_unsunk"]
+    dropped = times["part/lines_dropped"]
     lines = times["part/lines"]
     entry = times["part/command/1"] - lines - exchange
-    # The entry point's share is of the size of the noise.
-    return [writes, exchange, lines - unsunk - writes, unsunk, max(entry, 0)]
+    # The entry point's share is about as large as the noise, so it may be negative.
+    return [writes, exchange, lines - dropped - writes, dropped, max(entry, 0)]
 
 
 def draw_bar(y, title, parts, scale):
@@ -170,7 +170,7 @@ def draw(times, path):
     pathlib.Path(path).write_text(
         '<svg xmlns="http://www.w3.org/2000/svg" viewBox="0 0 760 240" '
         'font-family="sans-serif" font-size="13" fill="#222">\n'
-        '<title>What a command\'s time is made of</title>\n'
+        '<title>Where the time of a command goes</title>\n'
         '<rect width="760" height="240" fill="#fff"/>\n' + "\n".join(shapes) + "\n</svg>\n")
 
 

@@ -1,4 +1,4 @@
-// Times as google-benchmark takes them; scripts/bench.sh reads ratios off them.
+// Measures times with google-benchmark. scripts/bench.sh computes ratios from them.
 
 #include <benchmark/benchmark.h>
 #include <fcntl.h>
@@ -20,9 +20,10 @@ namespace {
 using bench::kMessageLength;
 
 constexpr char kSampleLine[] = "StartIoEx3:36: InputBufferLength: 64\n";
-constexpr int kLinesOfACommand = 5;
+constexpr int kLinesPerCommand = 5;
 
-// The system calls of a command by hand: a line to each file, five times, then the exchange.
+// Makes the system calls of a command directly: writes five lines to each file, then exchanges a
+// message.
 class Loop {
  public:
   explicit Loop(size_t files) : device_(open("/dev/zuli", O_RDWR)) {
@@ -51,7 +52,7 @@ class Loop {
   }
 
   void Run() {
-    for (int i = 0; i < kLinesOfACommand; ++i) WriteLine();
+    for (int i = 0; i < kLinesPerCommand; ++i) WriteLine();
     Exchange();
   }
 
@@ -73,7 +74,7 @@ void ManySinks(const benchmark::State& state) {
 }
 
 void BareCommand(benchmark::State& state) {
-  bench::OwnSession session;
+  bench::ConnectedSession session;
   for (auto _ : state) bench::Command(session.handle());
 }
 
@@ -121,9 +122,9 @@ void FilteredGlog(benchmark::State& state) {
   for (auto _ : state) Glog().FilteredLine(kMessageLength);
 }
 
-// Each thread on a handle of its own.
+// Each thread uses its own handle.
 void Command(benchmark::State& state) {
-  bench::OwnSession session;
+  bench::ConnectedSession session;
   for (auto _ : state) bench::Command(session.handle());
 }
 
@@ -136,7 +137,7 @@ void CommandLines(benchmark::State& state, const std::vector<bench::LoggedLine>&
   for (auto _ : state) bench::WriteLines(lines);
 }
 
-// With no sink registered; a process that has seen one never measures these again.
+// Requires a process in which no sink was ever registered.
 void RegisterBare() {
   benchmark::RegisterBenchmark("bare/command", BareCommand);
   benchmark::RegisterBenchmark("bare/tpm", TpmExchange);
@@ -170,26 +171,26 @@ void RegisterCommands() {
   }
 }
 
-// What a command's time is made of.
+// Measures the parts of a command.
 void RegisterParts() {
   benchmark::RegisterBenchmark("part/exchange", CommandLoop)->Arg(0);
   benchmark::RegisterBenchmark("part/exchange_and_writes", CommandLoop)->Arg(1);
-  bench::OwnSession session;
-  const auto lines = bench::LinesOf([&] { bench::Command(session.handle()); });
-  benchmark::RegisterBenchmark("part/lines_unsunk", CommandLines, lines)->Setup(NullSink);
+  bench::ConnectedSession session;
+  const auto lines = bench::RecordLines([&] { bench::Command(session.handle()); });
+  benchmark::RegisterBenchmark("part/lines_dropped", CommandLines, lines)->Setup(NullSink);
   benchmark::RegisterBenchmark("part/lines", CommandLines, lines)->Setup(OneSink);
   benchmark::RegisterBenchmark("part/command", Command)->Arg(1)->Setup(ManySinks);
 }
 
-// On the kernel's "/dev/zuli", whoever serves it.
+// Uses the kernel's "/dev/zuli", not the one answered from memory.
 void RegisterDevice() {
   bench::ServeZuli(false);
-  // By the wall: most of an exchange passes outside this process.
+  // Wall-clock time, because most of an exchange happens outside this process.
   benchmark::RegisterBenchmark("device/command", Command)->Arg(1)->Setup(ManySinks)->UseRealTime();
   benchmark::RegisterBenchmark("device/loop", CommandLoop)->Arg(1)->UseRealTime();
 }
 
-// One group a process.
+// Registers one group. Each process can run only one.
 bool Register(const char* group) {
   if (std::strcmp(group, "bare") == 0) {
     RegisterBare();
