@@ -1,5 +1,4 @@
-// Any sequence of calls, with any failures of the device, held against the rules of the entry
-// points.
+// Runs sequences of calls with device failures and checks the rules of the entry points.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -8,7 +7,7 @@
 
 namespace {
 
-// What the random tests draw by chance is chosen by the input.
+// The input makes the choices that the random tests make at random.
 struct Choices {
   uint32_t operator()() { return input.ConsumeIntegral<uint8_t>(); }
   FuzzedDataProvider input;
@@ -16,7 +15,7 @@ struct Choices {
 
 class Sequences : public test::SequencesTest {
  public:
-  void Hold(const uint8_t* data, size_t size) {
+  void CheckSequence(const uint8_t* data, size_t size) {
     Choices choices{{data, size}};
     traced = choices() % 2 == 1;
     negative = choices() % 4 == 1;
@@ -38,6 +37,6 @@ class Sequences : public test::SequencesTest {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Sequences* const sequences = new Sequences;
-  sequences->Hold(data, size);
+  sequences->CheckSequence(data, size);
   return 0;
 }

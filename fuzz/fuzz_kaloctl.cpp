@@ -1,4 +1,4 @@
-// Any text as what kaloctl reads: a log, a script, a registry file.
+// Reads any text as a log, a script or a registry file of kaloctl.
 
 #include "common/input_error.h"
 #include "common/log_folder.h"
@@ -12,7 +12,7 @@
 
 namespace {
 
-// The records of a log, each of a line.
+// Returns the records of a log, one per line. Passes the log in pieces of `pieceSize` bytes.
 std::string Split(std::string_view log, size_t pieceSize) {
   std::string records;
   size_t copies = 0, folded = 0;
@@ -45,7 +45,8 @@ void ReadScript(const std::string& text) {
   }
 }
 
-// The tool reads a file as the library does, and what it makes of one loads.
+// Checks that kaloctl and the library read the file in the same way, and that a repaired file can
+// be read again.
 void ReadRegistry(const std::string& text) {
   static const RegistryFile* const file = new RegistryFile;
   file->Store(text);

@@ -1,6 +1,6 @@
-// Any text as a recording: the reader refuses it with a message and a place, or the recording that
-// is written from it reads as the same. A program that makes its calls can be served by a replay,
-// and a scenario is made from it or refused.
+// Reads any text as a recording. The reader must reject it with a message and a line, or write it
+// so that it reads the same again. A replay must serve a program that makes the recorded calls. A
+// scenario is made from the recording or rejected.
 
 #include <algorithm>
 
@@ -12,14 +12,14 @@
 
 namespace {
 
-std::string Written(const zulisim::Recording& recording) {
+std::string FormatRecording(const zulisim::Recording& recording) {
   std::string text = zulisim::HeaderLine(recording.header);
   for (const auto& operation : recording.operations) text += zulisim::OperationLine(operation);
   return text + zulisim::kCompleteLine;
 }
 
-// As the recorded program called, with room for what a device may write.
-void Perform(zulisim::ReplayDevice* device, const zulisim::OperationRecord& record) {
+// Makes the recorded call, with a buffer large enough for the recorded output.
+void MakeCall(zulisim::ReplayDevice* device, const zulisim::OperationRecord& record) {
   const std::uint64_t length = std::min<std::uint64_t>(record.length, 1 << 16);
   zulisim::Bytes room(std::max<std::uint64_t>({length, record.input.size(), record.output.size()}));
   std::copy(record.input.begin(), record.input.end(), room.begin());
@@ -29,7 +29,7 @@ void Perform(zulisim::ReplayDevice* device, const zulisim::OperationRecord& reco
       device->Open(record.openFlags, record.openMode, 3);
       break;
     case zulisim::Operation::kIoctl:
-      // The size of another request's argument is the kernel's to know.
+      // Only the connect request has an argument of a known size.
       room.resize(std::max(room.size(), zulisim::IoctlSize(zulisim::kConnectRequest)));
       if (record.request == zulisim::kConnectRequest) {
         device->Ioctl(record.connection, record.request, record.hasBuffer ? room.data() : nullptr);
@@ -58,10 +58,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     FUZZ_CHECK(*error.what() != '\0' && error.diagnostic().line > 0);
     return 0;
   }
-  const std::string written = Written(recording);
+  const std::string written = FormatRecording(recording);
   const zulisim::Recording again = zulisim::ParseRecording(written);
   FUZZ_CHECK(!again.cut && again.operations.size() == recording.operations.size());
-  FUZZ_CHECK(Written(again) == written);
+  FUZZ_CHECK(FormatRecording(again) == written);
 
   try {
     FUZZ_CHECK(!zulisim::ScenarioOf(recording, "recording").empty());
@@ -70,7 +70,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   }
 
   zulisim::ReplayDevice device(recording);
-  for (const auto& operation : recording.operations) Perform(&device, operation);
+  for (const auto& operation : recording.operations) MakeCall(&device, operation);
   device.End();
   FUZZ_CHECK(device.Replayed() <= recording.operations.size());
   return 0;

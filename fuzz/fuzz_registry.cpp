@@ -1,5 +1,5 @@
-// Any file in the place of the registry: every call of the registry and every setting, held against
-// a second reader of the format; and any bytes as what a caller hands to the settings.
+// Uses any text as the registry file, makes all registry and settings calls, and compares the
+// results with a second reader of the format. Also passes any bytes to the settings calls.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -11,7 +11,7 @@
 
 namespace {
 
-// The bytes as a list of strings, in a block that is not a byte longer.
+// Splits the bytes into a list of strings and writes it. The block ends exactly at the last byte.
 void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
   const auto length = static_cast<uint32_t>(bytes.size());
   auto* buffer = static_cast<char*>(AllocMem(length));
@@ -59,7 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   ParsePath(text.c_str());
   FUZZ_CHECK(gAllocationCount == blocks);
   file->Store(text);
-  // An exception that nobody catches is a finding.
+  // An uncaught exception is a finding.
   CheckRegistry(file->path(), [&](size_t limit) {
     const auto choice = static_cast<uint32_t>(choices % limit);
     choices /= limit;

@@ -1,5 +1,5 @@
-// Any text as an instruction to the software engine, on the command line or in a scenario file: it
-// is taken, and then holds, or refused with a message.
+// Reads any text as an instruction to the software engine, from the command line or a scenario
+// file. The instruction must be accepted and applied, or rejected with a message.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
@@ -12,8 +12,8 @@
 
 namespace {
 
-// False when the engine refuses what the scenario says, which it must tell.
-bool Holds(const zulisim::Scenario& scenario) {
+// Returns false if the engine rejects the scenario. The rejection must have a message.
+bool CanApply(const zulisim::Scenario& scenario) {
   try {
     zulisim::Engine engine({scenario.clients});
     zulisim::Apply(scenario, &engine);
@@ -24,7 +24,7 @@ bool Holds(const zulisim::Scenario& scenario) {
   }
 }
 
-void TakeOptions(FuzzedDataProvider& input) {
+void ReadOptions(FuzzedDataProvider& input) {
   const auto& options = zulisim::InstructionOptions();
   zulisim::Scenario scenario;
   while (input.remaining_bytes() != 0) {
@@ -35,10 +35,10 @@ void TakeOptions(FuzzedDataProvider& input) {
       FUZZ_CHECK(*error.what() != '\0');
     }
   }
-  Holds(scenario);
+  CanApply(scenario);
 }
 
-void TakeFile(const std::string& text) {
+void ReadFile(const std::string& text) {
   zulisim::Scenario scenario;
   const auto wrong = zulisim::ReadScenario(text, "/nowhere/scenario.toml", &scenario);
   const auto lines = static_cast<uint32_t>(std::count(text.begin(), text.end(), '\n')) + 1;
@@ -49,7 +49,7 @@ void TakeFile(const std::string& text) {
     last = diagnostic.line;
   }
   if (wrong.empty()) {
-    FUZZ_CHECK(Holds(scenario));
+    FUZZ_CHECK(CanApply(scenario));
   } else {
     FUZZ_CHECK(scenario.replies.empty() && scenario.faults.empty());
   }
@@ -60,9 +60,9 @@ void TakeFile(const std::string& text) {
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FuzzedDataProvider input(data, size);
   if (input.ConsumeBool()) {
-    TakeOptions(input);
+    ReadOptions(input);
   } else {
-    TakeFile(input.ConsumeRemainingBytesAsString());
+    ReadFile(input.ConsumeRemainingBytesAsString());
   }
   return 0;
 }

@@ -7,7 +7,7 @@
 
 #include "simulator/in_process/in_process_device.h"
 
-// A registry file in memory, in the place of the real one.
+// A registry file in memory that replaces the real one.
 class RegistryFile {
  public:
   void Store(const std::string& text) const {
