@@ -13,11 +13,10 @@ namespace {
 constexpr int kFaulty = 1;
 
 constexpr const char* kCheckFooter = R"(
-Each mistake is a line of its own on standard error: FILE:LINE:COLUMN: what is wrong and
-what would be right.
+Each mistake is one line on standard error: FILE:LINE:COLUMN: the mistake and the remedy.
 
-Exit status: 0 when every file is good, 1 when one is not or cannot be read, 125 for a
-command line that cannot be understood.)";
+Exit status: 0 when every file is valid, 1 when a file is not valid or cannot be read, 125 for
+a wrong command line.)";
 
 void DescribeRecording(const std::string& path, const Recording& recording) {
   std::cout << common::Printable(path)
@@ -28,8 +27,9 @@ void DescribeRecording(const std::string& path, const Recording& recording) {
 }
 
 void DescribeScenario(const std::string& path, const Scenario& scenario) {
-  std::cout << common::Printable(path) << ": a scenario of " << common::Counted(scenario.describedClients, "client")
-            << ", " << common::Counted(scenario.replies.size(), "reply", "replies") << " and "
+  std::cout << common::Printable(path) << ": a scenario of "
+            << common::Counted(scenario.describedClients, "client") << ", "
+            << common::Counted(scenario.replies.size(), "reply", "replies") << " and "
             << common::Counted(scenario.faults.size(), "fault") << "\n";
 }
 

@@ -56,8 +56,7 @@ Examples:
   zulisim serve --fuse /tmp/zuli --lose read:2
 
 Exit status: 0 after SIGINT, SIGTERM or SIGHUP, or 122 with --strict when a requested reply or
-fault never happened; 125 when the device cannot be served, or cannot be served any
-longer.)";
+fault never happened; 125 when zulisim cannot serve the device, or the service ends early.)";
 
 struct ServeOptions {
   bool characterDevice = false;

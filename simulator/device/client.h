@@ -13,7 +13,7 @@
 
 namespace zulisim {
 
-// A client's identifier as it lies in memory and in the connect record.
+// A client's identifier, in the byte order of memory and of the connect record.
 using Guid = std::array<std::uint8_t, 16>;
 
 // A firmware client of the engine.
@@ -29,20 +29,20 @@ std::vector<Client> DefaultClients();
 
 // "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"
 std::string GuidText(const Guid& guid);
-// Reads that form, with or without its marks. Throws InputError.
+// Parses that form, with or without braces and dashes. Throws InputError.
 Guid ParseGuid(const std::string& text);
 
-// What a client queues for one request. Either part may be missing: without a message the client
-// stays silent.
+// A client's answer to one request. Either part can be missing; without a message the client stays
+// silent.
 struct Reply {
   std::optional<Bytes> message;
   std::optional<Bytes> privateData;
-  std::chrono::microseconds latency{0};  // a read waits so long, counted from the write
-  bool held = false;                     // and until the engine is told to release it
+  std::chrono::microseconds latency{0};  // from the write until a read gets it
+  bool held = false;                     // and until ReleaseReplies()
 };
 
 // Answers one request. Runs on the thread of the write, without the engine's lock, so it may call
-// the engine (to lose the device, for instance). One that throws leaves the client silent.
+// the engine (to lose the device, for instance). When it throws, the client stays silent.
 using Responder = std::function<Reply(const Bytes& request)>;
 
 // The same header with `status`, the same body.

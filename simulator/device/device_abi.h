@@ -3,17 +3,17 @@
 #include <cstddef>
 #include <cstdint>
 
-// What crosses the boundary of a device. The hooks of the preload library use it too, so nothing
-// here needs a C++ runtime library.
+// The binary interface of a device. The hooks of the preload library use it too, so nothing here
+// needs a C++ runtime library.
 namespace zulisim {
 
-// What an operation returns: `value` and, where that is -1, an errno.
+// The result of an operation: `value` and, where that is -1, an errno.
 struct Result {
   std::int64_t value = 0;
   int error = 0;
 };
 
-// No client accepts more, and every attachment can carry this much in one piece.
+// The longest message that a client can accept. Every attachment can carry it in one piece.
 inline constexpr std::size_t kLongestMessage = 1 << 20;
 
 // Binds an open file to a client: 16 bytes, the client's GUID in; out the maximum message length

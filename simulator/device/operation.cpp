@@ -110,7 +110,7 @@ Bytes ParseBytes(const std::string& what, const std::string& text) {
   try {
     bytes = common::ParseHex(text);
   } catch (const common::InputError&) {
-    // Said below: a place within the text would be taken for one in its file.
+    // The message below has no position: it would look like a position in a file.
   }
   if (bytes.empty()) {
     throw common::InputError(what + " is an even number of hexadecimal digits, not " +

@@ -21,7 +21,7 @@ const char* CloseReasonText(CloseReason reason);
 enum class Operation { kOpen, kIoctl, kRead, kWrite, kClose };
 inline constexpr std::size_t kOperationCount = 5;
 
-// What the bytes of an operation are.
+// The meaning of an operation's bytes.
 enum class Payload { kNone, kConnectRecord, kRequest, kReply, kPrivateData };
 
 // "open", "ioctl", "read", "write" or "close", and back; the latter throws InputError.
@@ -30,11 +30,11 @@ Operation ParseOperation(const std::string& name);
 
 // "EIO" for EIO; the number in decimal where the value has no name.
 std::string ErrnoName(int error);
-// The value of "EIO" and its like, in either case of letters. Throws InputError.
+// The value of a name such as "EIO", in either case of letters. Throws InputError.
 int ParseErrno(const std::string& name);
 
-// Digits in pairs, at least one, for what of a message a text gives; `what` names that in the text
-// of the InputError for anything else.
+// Parses pairs of hexadecimal digits, at least one. Throws InputError, in which `what` names the
+// bytes.
 Bytes ParseBytes(const std::string& what, const std::string& text);
 
 // The 16-byte header of every request and reply: four little-endian 32-bit words.
@@ -50,7 +50,7 @@ void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
 inline constexpr std::size_t kPrivateDataSize = 16;
 inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
 
-// One operation on the device: what crossed its boundary, and what that means.
+// One operation on the device: the bytes that crossed its boundary and their meaning.
 struct OperationRecord {
   Operation operation = Operation::kOpen;
   bool abandoned = false;        // a close that the program did not make
@@ -59,10 +59,10 @@ struct OperationRecord {
   int openFlags = 0;          // open: both arguments as passed, the mode also without O_CREAT
   unsigned openMode = 0;      //
   std::uint32_t request = 0;  // ioctl: the request number as 32 bits
-  std::uint64_t length = 0;   // read and write: the byte count that was asked for
+  std::uint64_t length = 0;   // read and write: the requested byte count
   bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
   Bytes input;                // write: the message; ioctl: the argument before
-  int process = 0;            // who called; 0 where that is unknown
+  int process = 0;            // of the caller; 0 where that is unknown
   int thread = 0;             //
   // What it got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
@@ -70,8 +70,8 @@ struct OperationRecord {
   Bytes output;             // read: the message; ioctl: the argument after
   std::chrono::nanoseconds start{};  // on the monotonic clock
   std::chrono::nanoseconds end{};
-  std::string why;  // what made it fail or fall short; empty when all is ordinary
-  // What the device, or the decoder in its place, knows of it.
+  std::string why;  // why it failed or moved less; empty otherwise
+  // Set by the device, or by the decoder in its place.
   std::uint64_t sequence = 0;    // 1 for the device's first operation, in order of completion
   std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
   int descriptor = -1;           // the program's; -1 where it is unknown or there is none
@@ -86,11 +86,11 @@ struct OperationRecord {
   }
   // An error, or a reply with a negative status.
   bool IsFailure() const { return error != 0 || (status && IsNegative(*status)); }
-  // How many bytes `input` and `output` have, by what else is known of the operation.
+  // The sizes of `input` and `output` that follow from the other members.
   std::size_t InputSize() const;
   std::size_t OutputSize() const;
-  // What was carried: the request as far as it was taken, the reply or private data as far as it
-  // was delivered, or the connect record; empty for any other operation.
+  // The bytes that moved: of the request, the reply, the private data or the connect record. Empty
+  // for any other operation.
   Bytes Message() const;
 };
 
@@ -107,11 +107,11 @@ void RemoveBodies(OperationRecord* record);
 // The monotonic clock that operations are timed by.
 std::chrono::nanoseconds Now();
 
-// The program's process and thread that the operations of the calling thread are begun for from now
-// on; 0 for unknown. An attachment says so before it asks the device.
+// Sets the program's process and thread for the operations that the calling thread begins from now
+// on; 0 for unknown. An attachment calls it before it calls the device.
 void SetCaller(int process, int thread);
 
-// Operations that begin now: what the program passed, and no result yet.
+// Return operations that begin now: with the program's arguments and without a result.
 OperationRecord BeginOpen(int flags, unsigned mode);
 OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
 OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
@@ -121,8 +121,9 @@ OperationRecord BeginClose(std::uint64_t connection, CloseReason reason);
 // The bytes at `buffer`, none for null.
 Bytes Copied(const void* buffer, std::size_t length);
 
-// Is told of every operation, one at a time and in order of `sequence`, by the thread that
-// performed it and before its caller goes on. Must not call the device that tells it, nor throw.
+// Sees every operation of a device, one at a time and in the order of `sequence`. The thread that
+// performed the operation calls it before the program's call returns. It must not call the device
+// and must not throw.
 class OperationObserver {
  public:
   virtual ~OperationObserver() = default;

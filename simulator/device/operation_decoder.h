@@ -28,7 +28,7 @@ class OperationDecoder {
     int descriptor = -1;
     std::string client;
     std::optional<std::uint32_t> commandId;  // of the last request
-    bool privateDataNext = false;            // the reply announced it
+    bool privateDataNext = false;            // the reply had a negative status
   };
 
   void Describe(Connection* connection, OperationRecord* record) const;

@@ -121,7 +121,7 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   pending->pop_front();
   changed_.notify_all();
   const std::size_t count = Moved(&task, message.bytes.size());
-  // A null source or an empty message leaves nothing to copy, and memcpy wants no null.
+  // The buffer can be null when there is nothing to copy, and memcpy must not get null.
   if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
   OperationRecord* record = &task.record;
   record->payload = message.payload;
@@ -253,7 +253,7 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
   add(Payload::kPrivateData, reply.privateData);
 }
 
-// --- The course of an operation. ---
+// --- The steps of an operation. ---
 
 Engine::Task Engine::Begin(OperationRecord record) {
   Task task;
@@ -310,7 +310,7 @@ FaultScope Engine::ScopeOf(const Task& task) const {
 }
 
 std::optional<Result> Engine::ApplyFault(Task* task) {
-  const Fault* fault = faults_.Strike(task->record.operation, ScopeOf(*task));
+  const Fault* fault = faults_.Count(task->record.operation, ScopeOf(*task));
   if (fault == nullptr) return std::nullopt;
   if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
     return Fail(task, errnoFault->error, "fault at " + Occurrence(task->record));

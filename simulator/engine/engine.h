@@ -21,18 +21,16 @@
 
 namespace zulisim {
 
-// Serves an ioctl of its own: reads and writes `argument`, returns 0 or an errno. Runs under the
-// engine's lock and must not call the engine.
+// Serves an additional ioctl request: reads and writes `argument`, returns 0 or an errno. Runs
+// under the engine's lock and must not call the engine.
 using IoctlHandler = std::function<int(void* argument)>;
 
 struct EngineOptions {
   std::vector<Client> clients = DefaultClients();
-  bool keepRecords = true;  // for Records() and Requests(); a long run does without
+  bool keepRecords = true;  // for Records() and Requests(); turn it off for long runs
 };
 
-// A model of the security engine and its kernel device. An attachment, in whatever way it reaches a
-// program, turns the program's calls into Open, Ioctl, Read, Write and Close; each is one operation
-// and tells every observer. Every member may be called from any thread.
+// A model of the security engine and its kernel device. Thread-safe.
 //
 // Errors, as a kernel driver gives them:
 //   ENODEV     the device was lost after this descriptor was opened
@@ -41,12 +39,12 @@ struct EngineOptions {
 //   EBUSY      a connect on a descriptor that is connected already
 //   ENOTCONN   a transfer before the connect
 //   EMSGSIZE   a request longer than the client's maximum
-//   EAGAIN     a read with no message pending: the engine answers during the write, so nothing
-//              could arrive any more. A read waits only for a reply that has a latency or is
-//              held, and not when it is non-blocking.
+//   EAGAIN     a read with no message pending: the engine answers during the write, so a read
+//              waits only for a reply that has a latency or is held. Also a non-blocking read
+//              that would have to wait.
 //   EFAULT     a null buffer
 //   EBADF      the connection is unknown or closed
-// A read takes one whole message; what does not fit its buffer is gone, as on any message device.
+// A read takes one whole message. The bytes that do not fit its buffer are lost.
 // Reads and writes of 0 bytes return 0 and move nothing.
 class Engine : public Device {
  public:
@@ -62,24 +60,24 @@ class Engine : public Device {
 
   // --- Instructions. ---
 
-  // How `client` answers `command`; without a command, how it answers all that have no responder of
-  // their own. Throws std::invalid_argument for an unknown client.
+  // Sets how `client` answers `command`; without a command, how it answers the commands that have
+  // no responder. Throws std::invalid_argument for an unknown client.
   void SetResponder(const std::string& client, std::uint32_t command, Responder responder);
   void SetResponder(const std::string& client, Responder responder);
-  // The same as a rule, which goes before any responder. Throws the same.
+  // The same as a rule, which has precedence over responders.
   void AddReply(const ReplyRule& rule);
-  // Lets the replies that are held go, and tells how many they are.
+  // Releases the held replies and returns their number.
   std::size_t ReleaseReplies();
-  // Makes the device know one more ioctl request, before and after the connect alike.
+  // Adds an ioctl request, which works before and after the connect.
   void SetIoctl(std::uint32_t request, IoctlHandler handler);
-  // Throws std::invalid_argument when the fault could never strike.
+  // Throws std::invalid_argument when the fault is impossible.
   void AddFault(const Fault& fault);
   // The same for a fault that counts from now on.
   void AddFaultFromNow(const Fault& fault);
   void ClearFaults();
-  // The device is lost at this moment.
+  // Loses the device now.
   void LoseDevice(const DeviceLoss& loss = {});
-  // The next open finds it again, however many were still to fail.
+  // Ends the loss: the next open succeeds.
   void RestoreDevice();
   // Shows observers an event between the operations before and after this call.
   void Announce(const std::string& text);
@@ -126,17 +124,17 @@ class Engine : public Device {
 
   const Client& ClientNamed(const std::string& name) const;
 
-  // All that follow are called with the lock held.
+  // Call all that follow with the lock held.
   Task Begin(OperationRecord record);
   Result Finish(Task* task, std::int64_t value);
   Result Fail(Task* task, int error, std::string why);
-  // Each returns the failure that the state of the descriptor or an instruction imposes, if any.
+  // Each returns a failure when the descriptor's state or a fault demands one.
   std::optional<Result> CheckDescriptor(Task* task);
   std::optional<Result> CheckTransfer(Task* task);
   std::optional<Result> ApplyFault(Task* task);
   // How many of `size` bytes the read or write moves.
   static std::size_t Moved(Task* task, std::size_t size);
-  // What faults can be bound to in the operation.
+  // The operation's client, command and connection, for comparing with faults.
   FaultScope ScopeOf(const Task& task) const;
   // Waits until a message is ready, without the lock. Returns the failure when none will be, or
   // when the read must not wait.

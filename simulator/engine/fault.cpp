@@ -28,7 +28,7 @@ bool FaultScope::operator==(const FaultScope& other) const {
   return client == other.client && command == other.command && connection == other.connection;
 }
 
-bool Fault::Strikes(Operation kind, std::uint64_t occurrence) const {
+bool Fault::AppliesTo(Operation kind, std::uint64_t occurrence) const {
   return kind == operation && When().Include(occurrence) &&
          (probability >= 1 || Draw(seed, occurrence) < probability);
 }
@@ -81,13 +81,13 @@ void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
        {fault.origin, OperationName(fault.operation), isCertain ? fault.times : 1, seen, 0}});
 }
 
-const Fault* FaultPlan::Strike(Operation operation, const FaultScope& scope) {
+const Fault* FaultPlan::Count(Operation operation, const FaultScope& scope) {
   const Fault* found = nullptr;
   for (Entry& entry : entries_) {
     const Fault& fault = entry.fault;
     if (fault.operation != operation || !fault.scope.Covers(scope)) continue;
     const std::uint64_t occurrence = ++entry.tally.seen;
-    if (found != nullptr || !fault.Strikes(operation, occurrence)) continue;
+    if (found != nullptr || !fault.AppliesTo(operation, occurrence)) continue;
     ++entry.tally.happened;
     found = &fault;
   }

@@ -16,24 +16,22 @@ namespace zulisim {
 constexpr unsigned Bit(Operation operation) { return 1U << static_cast<unsigned>(operation); }
 inline constexpr unsigned kEveryOperation = (1U << kOperationCount) - 1;
 
-// The operation fails with `error` and has no other effect: a request is not taken, a pending
-// reply stays pending, no descriptor is made. A close frees its descriptor all the same, as
-// Linux does.
+// The operation fails with `error` and has no other effect: the client gets no request, a pending
+// reply stays pending, no descriptor is created. A close still frees its descriptor, as on Linux.
 struct ErrnoFault {
   static constexpr unsigned kOperations = kEveryOperation;
   int error = EIO;
 };
 
-// A read delivers, or a write takes, at most `count` bytes of the message; the rest is gone.
+// A read or write moves at most `count` bytes of the message; the rest is lost.
 struct ShortCount {
   static constexpr unsigned kOperations = Bit(Operation::kRead) | Bit(Operation::kWrite);
   std::size_t count = 0;
-  bool half = false;  // half of what would move, rounded down, in place of `count`
+  bool half = false;  // half of the message, rounded down, instead of `count`
 };
 
-// Every descriptor that is open now answers ENODEV from here on, in read, write and ioctl; only a
-// new open gives a live one. The operation that meets the loss fails with ENODEV itself, but for a
-// close, which succeeds.
+// From now on, read, write and ioctl of every open descriptor fail with ENODEV; the program needs a
+// new open. The operation with this fault fails with ENODEV too, except that a close succeeds.
 struct DeviceLoss {
   static constexpr unsigned kOperations = kEveryOperation;
   std::uint64_t failingOpens = 0;  // so many opens after the loss fail
@@ -43,8 +41,8 @@ struct DeviceLoss {
   bool dropReplies = false;
 };
 
-// The client takes the request but does not answer it as it would: it refuses it with `status` and
-// private data, or never answers.
+// The client takes the request, but refuses it with `status` and private data or, without a status,
+// never answers.
 struct ReplyFault {
   static constexpr unsigned kOperations = Bit(Operation::kWrite);
   std::optional<std::uint32_t> status;
@@ -57,7 +55,7 @@ using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss, ReplyFault>
 
 inline constexpr std::uint64_t kForever = std::numeric_limits<std::uint64_t>::max();
 
-// The ones from `first` to `first + times - 1`, counted from 1.
+// The positions from `first` to `first + times - 1`, which count from 1.
 struct Occurrences {
   std::uint64_t first = 1;
   std::uint64_t times = 1;
@@ -68,16 +66,16 @@ struct Occurrences {
   }
 };
 
-// Which operations of a kind a fault counts: those of a client, of a command, of a connection; all
-// where nothing is set. Threads make the order over all descriptors an accident; these have an
-// order of their own.
+// Restricts the operations that a fault counts to those of a client, a command or a connection;
+// all count where nothing is set. In a program with threads the order over all descriptors changes
+// from run to run, but within a scope it can be fixed.
 struct FaultScope {
   std::string client;
   std::optional<std::uint32_t> command;  // reads and writes: of the exchange
   std::uint64_t connection = 0;          // by the engine's number
 
   bool IsAll() const { return client.empty() && !command && connection == 0; }
-  // Whether it counts what happens in `other`, in which all is set that is known.
+  // True when the fault counts an operation with the scope `other`.
   bool Covers(const FaultScope& other) const;
   bool operator==(const FaultScope& other) const;
 };
@@ -95,37 +93,37 @@ struct Tally {
   std::string Text() const;
 };
 
-// Strikes the operations `first` to `first + times - 1` of its kind, counted from 1 over the whole
-// life of the engine, failed operations included; with a scope, over those in it since the fault
-// was added.
+// Applies to the operations `first` to `first + times - 1` of a kind. Positions count from 1 over
+// the whole life of the engine, failed operations included; with a scope, they count the operations
+// in it from when the fault was added.
 struct Fault {
   Operation operation = Operation::kRead;
   std::uint64_t first = 1;
   std::uint64_t times = 1;
   FaultEffect effect = ErrnoFault{};
-  // Below 1, it strikes only some of them. Which ones follows from the seed and from the number of
-  // the operation alone: the same in every run, whatever the threads do.
+  // Below 1, the fault applies to some of them. The choice depends only on the seed and the
+  // position, so it is the same in every run.
   double probability = 1;
   std::uint64_t seed = 0;
   FaultScope scope = {};
-  std::string origin = {};  // where it was asked for, as in "--lose read:3" or "loss.toml:7"
+  std::string origin = {};  // where it was requested: "--lose read:3" or "loss.toml:7"
 
   Occurrences When() const { return {first, times}; }
-  bool Strikes(Operation kind, std::uint64_t occurrence) const;
+  bool AppliesTo(Operation kind, std::uint64_t occurrence) const;
 };
 
-// Nothing when the fault can strike, else what is wrong with it and what would be right.
+// Nothing for a possible fault, else the reason why it is impossible and the remedy.
 std::optional<std::string> FaultError(const Fault& fault);
 
-// An ordered list of faults, each of which counts the operations that it is for; where several
-// match one, the first added strikes. Not thread-safe.
+// An ordered list of faults, each of which counts its operations. Where several match an operation,
+// the first applies. Not thread-safe.
 class FaultPlan {
  public:
   // Counts on from `seen`. Throws std::invalid_argument with the text of FaultError.
   void Add(const Fault& fault, std::uint64_t seen);
   void Clear() { entries_.clear(); }
-  // Counts one operation. The fault that strikes it, or null.
-  const Fault* Strike(Operation operation, const FaultScope& scope);
+  // Counts one operation. Returns the fault that applies to it, or null.
+  const Fault* Count(Operation operation, const FaultScope& scope);
   // In the order of Add.
   std::vector<Tally> Tallies() const;
 

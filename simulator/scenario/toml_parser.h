@@ -1,11 +1,11 @@
 #pragma once
 
-// toml++ for all that read TOML here, with two of its assumptions taken away.
+// Includes toml++ without two of its assumptions. Include this header instead of toml++.
 
 #include <cstdint>
 
-// It asserts what a malformed file can violate, and then reports it all the same: it is to do
-// without the asserts, and without the assumptions that they turn into under NDEBUG.
+// A malformed file can violate its assertions, although the code after them reports the error. So
+// remove the assertions, and the assumptions that they become under NDEBUG.
 #pragma push_macro("NDEBUG")
 #undef NDEBUG
 #define TOML_ASSERT(expr) static_assert(true)
@@ -15,8 +15,8 @@
 #include <toml++/impl/preprocessor.h>
 #endif
 
-// Its tables of characters take some for impossible that a file may well hold, outside quotes or
-// after a backslash: these are simply not in the table.
+// Its tables of characters treat some characters as impossible that a file can contain outside
+// quotes or after a backslash. Treat these as not in the table.
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

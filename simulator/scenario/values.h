@@ -8,11 +8,9 @@
 
 namespace zulisim {
 
-// How values are written in instructions, on the command line and in files. Each function throws
-// InputError.
+// Parse the values of instructions, on the command line and in files. All throw InputError.
 
-// A status: signed to the library, and written with its highest bit in most documents, so that -1
-// and 0xffffffff are the same.
+// A status. -1 and 0xffffffff are the same: the library has it signed, most documents do not.
 std::uint32_t ParseStatus(const std::string& text);
 // A number with "us", "ms" or "s" after it, as in "1.5ms"; at most a minute.
 std::chrono::microseconds ParseDuration(const std::string& text);
@@ -23,7 +21,7 @@ std::uint32_t ParseCommand(const std::string& text);
 std::uint64_t ParseConnection(const std::string& text);
 // Above 0 and at most 1.
 double ParseProbability(const std::string& text);
-// What random choices follow from: a number of 63 bits.
+// The seed of random choices, a 63-bit number.
 std::uint64_t ParseSeed(const std::string& text);
 
 // "3", "3-5", or "3-" for all from there on.

@@ -53,15 +53,15 @@ TEST(ScenarioTest, file_is_read_in_full) {
   EXPECT_EQ(reply.body, Bytes({'b', 'o', 'd', 'y'}));
   EXPECT_EQ(reply.latency, std::chrono::milliseconds(30));
 
-  // Chance strikes the same operations in every run, and others for each fault.
-  std::size_t struck = 0;
+  // A probability picks the same operations in every run, and others for each fault.
+  std::size_t count = 0;
   std::size_t differs = 0;
   for (std::uint64_t i = 1; i <= 4000; ++i) {
-    const bool strikes = scenario.faults.at(0).Strikes(Operation::kRead, i);
-    struck += strikes ? 1 : 0;
-    differs += strikes != scenario.faults.at(1).Strikes(Operation::kRead, i) ? 1 : 0;
+    const bool applies = scenario.faults.at(0).AppliesTo(Operation::kRead, i);
+    count += applies ? 1 : 0;
+    differs += applies != scenario.faults.at(1).AppliesTo(Operation::kRead, i) ? 1 : 0;
   }
-  EXPECT_NEAR(static_cast<double>(struck), 1000, 100);
+  EXPECT_NEAR(static_cast<double>(count), 1000, 100);
   EXPECT_NEAR(static_cast<double>(differs), 1500, 150);
 
   // The device is lost for good, until it is brought back.

@@ -5,11 +5,6 @@
 #include "transport/cp_drem_session.h"
 
 namespace kaloctl {
-namespace {
-
-constexpr unsigned int kPrivateDataSize = 16;
-
-}  // namespace
 
 const char* ClientName(Client client) { return client == Client::kKalo ? "KALO" : "FENU"; }
 

@@ -3,14 +3,15 @@
 #include <cstdint>
 #include <utility>
 
+#include "log/log_line.h"
 #include "log/logger.h"
 
 namespace kaloctl {
 namespace {
 
-constexpr int32_t kTraceLevel = 100;
-
-void RaiseLevel() { __atomic_store_n(&Logger::logBase.level, kTraceLevel, __ATOMIC_RELAXED); }
+void RaiseLevel() {
+  __atomic_store_n(&Logger::logBase.level, logging::kTraceLevel, __ATOMIC_RELAXED);
+}
 
 class CaptureSink : public LogSink {
  public:

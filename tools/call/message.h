@@ -11,6 +11,8 @@
 namespace kaloctl {
 
 constexpr std::size_t kHeaderSize = sizeof(KaloMessageHeader);
+// Bytes of the private data that follow a reply with a negative status.
+constexpr unsigned int kPrivateDataSize = 16;
 
 // A message that is a header of zeros with the command identifier, in front of `body`.
 std::vector<uint8_t> MakeMessage(uint32_t commandId, const std::vector<uint8_t>& body);

@@ -16,7 +16,6 @@ namespace kaloctl {
 namespace {
 
 constexpr char kIndent[] = "      ";
-constexpr unsigned int kPrivateDataSize = 16;
 // Tells an ioctl tag from private data: the tag with its NUL.
 constexpr unsigned int kTagSize = 9;
 
