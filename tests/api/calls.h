@@ -13,7 +13,7 @@
 
 namespace test {
 
-// What is wrong with a request, as a sum.
+// Defects of a request. Add them to combine them.
 enum Shape : unsigned {
   kNullInput = 1,
   kNullOutput = 2,
@@ -23,7 +23,7 @@ enum Shape : unsigned {
   kNullPrivateLength = 32
 };
 
-// Private data and its length on entry, and whether they ask for a wrapper.
+// Private data on entry, its length, and whether they ask for a wrapper.
 inline constexpr struct {
   const char* data;
   unsigned int length;
@@ -32,7 +32,7 @@ inline constexpr struct {
              {"IOCTLHNDx", 9, true},  {"IOCTLHNX", 9, false}, {"IOCTLHND", 8, false},
              {"IOCTLFRE", 10, false}, {"IOCTLFR", 9, false}};
 
-// What a call takes, in buffers of exact size.
+// The arguments of a call, in buffers of exactly the announced size.
 struct Arguments {
   explicit Arguments(unsigned theShape = 0, unsigned theTag = 0, uint32_t theCommand = 0x10)
       : shape(theShape), tag(theTag), command(theCommand), input(Message(theCommand)) {
@@ -58,7 +58,7 @@ struct Arguments {
   unsigned char *in = input.data(), *out = output.data(), *data = privateData.data();
   unsigned inLength = 32, outLength = 32, privateLength = kTags[tag].length,
            *length = &privateLength;
-  ClientSession* used = nullptr;  // the handle given
+  ClientSession* used = nullptr;  // the handle that the call gets
   void* handle = kUnwritten;
 };
 
@@ -95,37 +95,37 @@ inline zulisim::EngineOptions CallsOptions() {
   options.keepRecords = false;
   for (zulisim::Client& client : options.clients) {
     client.maxMessageLength = 0x1ab;
-    client.protocolVersion = 'A';  // must print as a number
+    client.protocolVersion = 'A';  // the log must print it as a number
   }
   return options;
 }
 
-// The entry points, with the log and the operations of the device in one transcript.
+// Calls entry points. Records the log and the device operations in one transcript.
 class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
  protected:
   CallsTest() : LibraryTest(CallsOptions()) {
     engine.AddObserver(this);
     for (const char* client : {"KALO", "FENU"}) {
-      // Whole, also to a request that was cut.
+      // Replies have full length, even to a truncated request.
       engine.SetResponder(client, [this](const Bytes&) {
         return negative
                    ? zulisim::Reply{Message(0x10, 32, 0x80000001, 0xfedc1, 0xabc), Bytes(16, 'p')}
                    : zulisim::Reply{Message(0x10), {}};
       });
     }
-    // Numbers that decimal and hexadecimal write differently.
+    // Makes descriptors of 20 or more, which decimal and hexadecimal print differently.
     while (dup(STDERR_FILENO) < 20) {
     }
     sink->onLine = [this] {
       Logger::logBase.level = traced ? 100 : 0;
-      errno = 7777;  // no sink may disturb what the library reads
+      errno = 7777;  // the errno of a sink must not affect the library
     };
   }
 
   ~CallsTest() override { engine.RemoveObserver(this); }
 
-  // In `operations` a letter each, a capital for a failure: open, ioctl, close, write, read; a
-  // transfer that fails, but not for a lost device, is X or Z.
+  // `operations` has one letter for each operation (open, ioctl, close, write, read), a capital for
+  // a failed one. X and Z are a write and a read that failed without a device loss.
   void OnOperation(const zulisim::OperationRecord& record) override {
     Add("<" + std::string(OperationName(record.operation)) +
         (record.client.empty() ? "" : " " + record.client) +
@@ -140,17 +140,17 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
     if (name == "close") open_.erase(record.descriptor);
   }
 
-  // Takes the log file's sinks away, which would grow with every step.
+  // Removes the sinks of the log file. Otherwise their number would grow with every step.
   static void TrimSinks() {
     for (auto& all = Logger::logBase.sinks; all.size() > 1;) {
       delete all.back();
       all.pop_back();
-      all.shrink_to_fit();  // so that the next one needs memory
+      all.shrink_to_fit();  // so that the next sink allocates memory
     }
   }
 
   bool traced = false;
-  bool negative = false;  // how the device answers
+  bool negative = false;  // whether the replies have a negative status
   std::string operations;
   std::set<int> open_;
 };

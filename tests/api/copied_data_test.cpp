@@ -1,4 +1,5 @@
-// An executable at a fixed address holds copies of the library's data: both sides must use them.
+// An executable at a fixed address has copies of the library's data. The executable and the library
+// must both use the copies.
 
 #include <gtest/gtest.h>
 
@@ -18,13 +19,14 @@ struct CountingSink : LogSink {
   int lines = 0;
 };
 
-TEST(CopiedData, is_what_both_sides_use) {
+TEST(CopiedData, is_used_by_program_and_library) {
   EXPECT_EQ(ClientSession::CommandIdToGuid(0), &ClientSession::KALO_CLIENT_GUID);
   EXPECT_EQ(ClientSession::CommandIdToGuid(0x30000), &ClientSession::FENU_CLIENT_GUID);
   KALO_STATE_INIT_PARAMS params{0x30002, 1};
   KaloStateInit(&params);
   EXPECT_EQ(gKaloDllState.firmwareApiVersion, 0x30002u);
-  EXPECT_EQ(gKaloDllState.lastErrorProcessId, 0xDEADBEEF) << "it was constructed where it lies";
+  EXPECT_EQ(gKaloDllState.lastErrorProcessId, 0xDEADBEEF)
+      << "constructed in the copy of the program";
   auto* sink = new CountingSink;
   Logger::logBase.sinks.push_back(sink);
   KaloStateInit(nullptr);
@@ -36,7 +38,7 @@ TEST(CopiedData, is_what_both_sides_use) {
 TEST(CopiedTypes, are_caught) {
   const KALO_DLL_STATUS status = KALO_DLL_STATUS_FAILURE;
   EXPECT_THROW(throw KaloException(status, "here"), KaloException);
-#ifndef _LIBCPP_VERSION  // which compares types by address, and the library's are its own
+#ifndef _LIBCPP_VERSION  // libc++ compares types by address, and the library has its own types
   ClientSession session;
   EXPECT_THROW(session.IoControl(nullptr, 0, nullptr, 0), std::runtime_error);
   EXPECT_THROW(session.DisconnectClient(nullptr), std::logic_error);

@@ -1,5 +1,5 @@
-// What sequences of calls leave out: the lock, the error record of each source, and
-// sessions that other code wrote into the state.
+// Tests what the random sequences cannot: the lock, the error record of each source, and sessions
+// that other code wrote into the state.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,7 +12,7 @@
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 
-// As a driver declares it that loads the library itself.
+// Declared like in a driver that loads the library itself.
 int32_t DllMain(void* module, unsigned int reason, void* reserved);
 
 namespace test {
@@ -28,7 +28,7 @@ class EntryPoints : public LibraryTest {
   }
 };
 
-TEST_F(EntryPoints, wait_for_the_lock_in_initialisation_alone) {
+TEST_F(EntryPoints, take_the_lock_only_in_initialisation) {
   void* handle = nullptr;
   KaloInit();
   std::atomic<int> lines{0};
@@ -51,7 +51,7 @@ TEST_F(EntryPoints, wait_for_the_lock_in_initialisation_alone) {
   other.join();
 }
 
-TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
+TEST_F(EntryPoints, use_sessions_that_other_code_stored) {
   auto* own = new ClientSession;
   own->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
   state.kaloSessionA = state.fenuSession = state.provisioningSession = own;
@@ -62,10 +62,10 @@ TEST_F(EntryPoints, use_pointers_of_other_code_as_they_stand) {
   state.kaloRefCountA = 1;
   EXPECT_EQ(KaloCleanup(), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
-  EXPECT_EQ(SessionCleanup(own), 0u) << "it is gone already";
+  EXPECT_EQ(SessionCleanup(own), 0u) << "already destroyed";
 }
 
-TEST_F(EntryPoints, leave_a_session_alone_that_a_driver_makes_at_an_old_address) {
+TEST_F(EntryPoints, ignore_a_session_of_a_driver_at_the_address_of_a_closed_one) {
   void* handle = nullptr;
   EXPECT_EQ(FenuInit3(&handle), 0u);
   EXPECT_EQ(FenuCleanup3(handle), 0u);
@@ -82,7 +82,7 @@ TEST_F(EntryPoints, leave_a_session_alone_that_a_driver_makes_at_an_old_address)
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
 }
 
-TEST_F(EntryPoints, destroy_a_session_once_whoever_gives_its_handle_back_again) {
+TEST_F(EntryPoints, destroy_a_session_only_once) {
   void *handle = nullptr, *second = nullptr;
   FenuInit3(&handle);
   FenuInit();
@@ -146,7 +146,7 @@ TEST_F(EntryPoints, find_both_locks_free_in_the_child_of_a_fork) {
   holder.join();
 }
 
-TEST(Module, takes_every_reason) {
+TEST(Module, accepts_every_reason) {
   for (const unsigned reason : {0u, 1u, 99u}) EXPECT_EQ(DllMain(nullptr, reason, nullptr), 1);
 }
 

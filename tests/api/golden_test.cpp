@@ -1,7 +1,7 @@
-// What the library says, to the letter. Each file in golden/ is a transcript: what a driver and the
-// device do ("> ..."), the lines that are logged ("| ...") amid the device's operations ("<...>"),
-// and what a call returns ("= ..."). What stands after ">" is done, and the whole must come out as
-// it was. Tags are left where they are fixed numbers. KALODLL_GOLDEN_WRITE=1 writes the files anew.
+// Compares what the library does with transcripts. In each file in golden/, "> ..." is a step of a
+// driver or the device, "| ..." a log line, "<...>" a device operation, and "= ..." the result of a
+// call. The test performs the steps and must produce the whole file. Tags that are fixed numbers
+// are not replaced. KALODLL_GOLDEN_WRITE=1 rewrites the files.
 
 #include <filesystem>
 #include <fstream>
@@ -22,11 +22,12 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     sink->onLine();
   }
 
-  // What comes of one step.
+  // Performs one step and returns its transcript.
   std::string Do(const std::string& step) {
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
-    if (Word(0) == "fail" || Word(0) == "lose") {  // at the next operation, or at the n-th
+    if (Word(0) == "fail" ||
+        Word(0) == "lose") {  // at the next operation of a kind, or at the n-th
       const zulisim::Operation operation = zulisim::ParseOperation(Word(1));
       zulisim::FaultEffect effect = zulisim::DeviceLoss{};
       if (Word(0) == "fail") effect = zulisim::ErrnoFault{zulisim::ParseErrno(Word(2))};
@@ -43,7 +44,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
                   Has("own") ? InjectedFailure::kRefuse : InjectedFailure::kBreak, 0};
     } else {
       const std::string result = Call();
-      return Told() + "= " + result + "\n";
+      return TakeTranscript() + "= " + result + "\n";
     }
     return "";
   }
@@ -54,7 +55,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     return std::find(words_.begin() + 1, words_.end(), word) != words_.end();
   }
 
-  // Handles are those of the last initialisation; further words say what is odd about the call.
+  // Handles come from the last initialisation. Further words name the defects of the call.
   std::string Call() {
     const std::pair<const char*, unsigned> kShapes[] = {{"null-input", kNullInput},
                                                         {"null-output", kNullOutput},
@@ -89,10 +90,10 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     return status;
   }
 
-  std::string Told() {
+  std::string TakeTranscript() {
     static const std::regex fixed("(KaloInit|KaloCleanup|StartIoEx|Fenu[A-Za-z]+3?):[0-9]+: .*");
     static const std::regex pointer("0x[0-9a-f]{6,}");
-    std::string told;
+    std::string transcript;
     for (std::string line : TakeRaw()) {
       if (line[0] != '<') line = "| " + (std::regex_match(line, fixed) ? line : WithoutTag(line));
       std::smatch found;
@@ -102,9 +103,9 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
         line.replace(static_cast<size_t>(found.position()), found.length(), known->second);
       }
       if (line.back() == '\n') line.replace(line.size() - 1, 1, "\\n");
-      told += line + "\n";
+      transcript += line + "\n";
     }
-    return told;
+    return transcript;
   }
 
   std::vector<std::string> words_;
@@ -112,7 +113,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
   std::map<std::string, std::string> addresses_;
 };
 
-TEST_P(Golden, comes_out_as_it_was) {
+TEST_P(Golden, matches_its_file) {
   const std::string path = GOLDEN_FOLDER "/" + GetParam() + ".txt";
   std::ifstream file(path);
   std::string before, now;

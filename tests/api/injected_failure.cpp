@@ -1,7 +1,7 @@
 #include "tests/api/injected_failure.h"
 
-// This program takes over members of the library's classes, as the dynamic linker lets it, to make
-// them throw or choose another client.
+// This program defines members of the library's classes. The dynamic linker prefers them, so they
+// can throw, or choose another client.
 
 #include <dlfcn.h>
 
@@ -12,7 +12,7 @@ test::InjectedFailure test::injected;
 
 namespace {
 
-// Of this command the client is one without a session.
+// Commands with this id are routed to a client without a session.
 constexpr unsigned kForeignCommand = 0xBADC;
 
 void ThrowIfDue(test::Point point) {
@@ -20,7 +20,7 @@ void ThrowIfDue(test::Point point) {
   if (!test::injected.IsDueAt(point)) return;
   if (test::injected.kind == InjectedFailure::kRefuse)
     throw KaloException(KALO_DLL_STATUS{0x4D}, "refused");
-  // The library's own std::runtime_error.
+  // Makes the library throw its own std::runtime_error.
   if (test::injected.kind == InjectedFailure::kBreak)
     ClientSession().IoControl(nullptr, 0, nullptr, 0);
   throw 42;

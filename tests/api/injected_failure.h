@@ -2,10 +2,11 @@
 
 namespace test {
 
-// Where the library's classes can be made to throw what the device cannot bring about.
+// Functions of the library that can throw exceptions that no device failure causes.
 enum class Point { kNone, kConnectClient, kIoMessage, kDisconnectAllClients };
 
-// One of the three kinds of exception, at one occurrence (from 0 on) of a point in a call.
+// Throws one of three kinds of exception when a call reaches a point for the n-th time, counted
+// from 0.
 struct InjectedFailure {
   enum Kind { kRefuse, kBreak, kEscape };
   bool IsDueAt(Point at) { return at == point && left-- == 0; }
@@ -14,7 +15,7 @@ struct InjectedFailure {
   Kind kind = kRefuse;
   unsigned left = 0;
 };
-// Of the call that runs.
+// The injected failure of the current call.
 extern InjectedFailure injected;
 
 }  // namespace test

@@ -1,5 +1,4 @@
-// The wrapper of the version-3 calls: what each outcome leaves with its caller, and which clients
-// share what.
+// Tests kalo::Client: the result of each outcome, and what several clients share.
 
 #include "api/kalo_client.h"
 
@@ -16,8 +15,8 @@ using zulisim::Operation;
 
 class Clients : public LibraryTest {
  protected:
-  // Sends a request; tells the outcome and whether the reply buffer holds zeros, the reply, or
-  // both.
+  // Sends a request. Returns the outcome and whether the reply buffer holds zeros, the reply, or
+  // something else.
   std::string Send(kalo::Client& client, unsigned int length = 32) {
     Bytes request = Message(0x10, 32, 0, 7, 8), reply(32, '#');
     last_ = client.Send(request.data(), length, reply.data(), 32);
@@ -40,7 +39,7 @@ class Clients : public LibraryTest {
   kalo::Result last_;
 };
 
-TEST_F(Clients, tell_each_outcome_and_leave_nothing_old_in_the_reply) {
+TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   kalo::Client client;
   engine.FailNext(Operation::kOpen, ENOENT);
   EXPECT_EQ(Send(client), "not sent, zeros");
@@ -64,10 +63,11 @@ TEST_F(Clients, tell_each_outcome_and_leave_nothing_old_in_the_reply) {
   engine.FailNext(Operation::kRead, EIO);
   EXPECT_EQ(Send(client), "unknown, zeros");
   EXPECT_EQ(last_.text, "Error reading message from ZULI.");
-  EXPECT_EQ(engine.OpenDescriptors(), 0u) << "the handle was given back";
+  EXPECT_EQ(engine.OpenDescriptors(), 0u) << "the client closed its handle";
   EXPECT_EQ(Send(client), "done, reply");
   EXPECT_EQ(Count(Operation::kOpen), opened + 1);
-  // Other code's command has lost the connection: nothing is sent on it, and a new one is taken.
+  // A command of other code lost the connection. The client sends nothing on it and opens a new
+  // one.
   engine.LoseDevice();
   engine.FailNext(Operation::kOpen, ENOENT);
   Bytes message = Message(0x10);
@@ -91,7 +91,7 @@ TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle) {
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
 }
 
-// Under the thread sanitizer: nothing of one firmware is touched on behalf of the other.
+// Checks, under the thread sanitizer, that clients of one firmware do not touch data of the other.
 TEST_F(Clients, of_both_firmwares_open_send_and_close_in_threads_of_their_own) {
   const auto drive = [](kalo::Firmware firmware, uint32_t command) {
     for (int i = 0; i < 200; ++i) {

@@ -1,5 +1,6 @@
-/* A driver that loads the library late and still calls it when the library's objects are gone, at
- * the end of the process:  late_calls_test LIBRARY live|destroyed|delivering */
+/* A driver that loads the library at run time and calls it again at the end of the process, after
+ * the library has destroyed its objects. Usage: late_calls_test LIBRARY live|destroyed|delivering
+ */
 
 #include <dlfcn.h>
 #include <stdlib.h>
@@ -8,10 +9,11 @@
 static unsigned (*cleanup)(void);
 static unsigned (*start)(unsigned char*, unsigned, unsigned char*, unsigned);
 static int live;
-static char* counts; /* of the state's references, and a flag */
+static char* counts; /* the reference counts in the state, and a flag */
 enum { kCountsOffset = 3188, kCountsSize = 13, kListOffset = 8 };
 
-/* A sink as C++ lays it out, whose line ends the process, and the log's list of it. */
+/* A sink with the memory layout of C++. Its first line ends the process. `list` is the log's list
+ * of sinks. */
 static void Line(void) { exit(0); }
 static void Delete(void) { _Exit(5); }
 static void (*const kVirtuals[])(void) = {Line, Delete, Delete};
@@ -24,7 +26,8 @@ static unsigned Send(void) {
   return start(message, sizeof message, message, sizeof message);
 }
 
-/* The state still holds the address of the session; whether it is gone must still be known. */
+/* The state still has the address of the session. The library must still know whether the session
+ * exists. */
 static void CleanUp(void) {
   static const char kZeros[kCountsSize];
   if (list != NULL) _Exit(list[0] == NULL && list[1] == NULL && list[2] == NULL ? 0 : 6);

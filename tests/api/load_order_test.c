@@ -1,5 +1,6 @@
-/* As a C driver sees the library: its header compiles as C, the entry points link, the static
- * objects are built in their order, and the state's lock is destroyed at the end. */
+/* Uses the library like a C driver. Checks that the header compiles as C, that the entry points
+ * link, that the static objects are constructed in the right order, and that the lock of the state
+ * is destroyed at the end. */
 
 #include "api/kalo_dll.h"
 
@@ -15,7 +16,7 @@ static char order[16];
 static size_t built = 0;
 static int wrong;
 
-/* The library's objects initialise their locks as they are built. */
+/* The constructors of the library's objects initialise their locks. */
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
   const char* address = (const char*)mutex;
   if (address >= gKaloDllState && address < gKaloDllState + sizeof gKaloDllState) {
@@ -33,7 +34,7 @@ int pthread_mutex_destroy(pthread_mutex_t* mutex) {
   return 0;
 }
 
-/* All zeros, but for two marks that no error was recorded; the lock does not count. */
+/* A new state holds zeros, except for the lock and for two marks that mean "no error recorded". */
 static int IsFresh(void) {
   static const unsigned char kMarks[12] = {0xef, 0xbe, 0xad, 0xde, 0,    0,
                                            0,    0,    0xef, 0xbe, 0xad, 0xde};
@@ -45,7 +46,7 @@ static int IsFresh(void) {
   return 1;
 }
 
-/* Without a device, as a bit each: what is not as it should be. */
+/* Runs without a device. Sets one bit for each check that fails. */
 int main(void) {
   unsigned char message[32] = {0};
   void* handle = NULL;
@@ -56,5 +57,5 @@ int main(void) {
   wrong |= (StartIo(message, 32, message, 32) != 6) << 4;
   wrong |= (KaloCleanup() != 0 || KaloCleanup3(NULL) != 0) << 5;
   wrong |= (FenuCleanup() != 0 || FenuCleanup3(NULL) != 0) << 6;
-  return 99; /* unless the library is unloaded properly */
+  return 99; /* the process ends in pthread_mutex_destroy before this, if all is well */
 }

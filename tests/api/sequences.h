@@ -11,7 +11,7 @@
 
 namespace test {
 
-// One call of a random sequence, with the faults of the device that it meets.
+// One call of a random sequence, with the device faults during the call.
 struct Step {
   const Call* call;
   unsigned handle, shape, tag;
@@ -63,10 +63,9 @@ inline std::string Describe(const Sequence& sequence) {
   return text.str();
 }
 
-// Runs calls, and holds each against what is true of the library after any sequence: which statuses
-// a call may have, which operations of the device lead to which, what it may write into the state,
-// what it records, how it moves the counts, and which sessions and descriptors there are then. What
-// is logged, and what other code can bring about, is in golden/.
+// Runs calls and checks what holds after any sequence: the possible statuses, the order of the
+// device operations, the fields that a call may change, the error record, the counts, and the open
+// sessions and descriptors. The files in golden/ cover the log and the effects of other code.
 class SequencesTest : public CallsTest {
  protected:
   void Start() {
@@ -75,7 +74,7 @@ class SequencesTest : public CallsTest {
     sink->onLine();
   }
 
-  // Makes the call and tells what is wrong with its outcome, if anything.
+  // Makes the call. Returns what is wrong with its outcome, or "".
   std::string Run(const Step& step) {
     engine.ClearFaults();
     for (const auto& [operation, first, times, error] : step.faults) {
@@ -85,7 +84,7 @@ class SequencesTest : public CallsTest {
     }
     Arguments arguments(step.shape, step.tag, step.command);
     arguments.values = step.params;
-    // Live sessions, or null.
+    // The possible handles: null and the live sessions.
     std::vector<ClientSession*> handles = {nullptr};
     for (ClientSession* session : live_) {
       if (session != nullptr) handles.push_back(session);
@@ -98,13 +97,13 @@ class SequencesTest : public CallsTest {
     const uint32_t status = Make(*step.call, arguments);
     TrimSinks();
     TakeRaw();
-    Track(arguments, before, status);
-    if (Judged()) Judge(arguments, before, status);
+    UpdateSessions(arguments, before, status);
+    if (IsChecked()) CheckOutcome(arguments, before, status);
     return wrong_;
   }
 
-  // Gives everything back. Says how many descriptors are left open, which the contract has failed
-  // connections do.
+  // Closes everything. Returns the number of descriptors that stayed open: by contract, failed
+  // connections leave them open.
   size_t Finish() {
     engine.ClearFaults();
     state.kaloRefCountA = state.kaloRefCountB = 1;
@@ -116,13 +115,13 @@ class SequencesTest : public CallsTest {
     leaked_ = 0;
     const std::set<int> left = open_;
     for (const int descriptor : left) close(descriptor);
-    engine.LoseDevice();  // and with it what waits for the next connection
+    engine.LoseDevice();  // this also drops replies that wait for the next connection
     return left.size();
   }
 
   virtual uint32_t Make(const Call& call, Arguments& arguments) { return call.make(arguments); }
-  // False when the outcome of the last call is not to be held against the rules.
-  virtual bool Judged() const { return true; }
+  // Returns false if the last call is exempt from the rules.
+  virtual bool IsChecked() const { return true; }
 
   std::string name_;
 
@@ -134,7 +133,7 @@ class SequencesTest : public CallsTest {
   bool Opens() const { return IsAny("KaloInit KaloInit3 FenuInit FenuInit3"); }
   bool Sends() const { return IsAny("StartIoEx3 StartIo3 StartIoEx StartIo ProvisioningStartIo"); }
 
-  // A close may fail, and is passed over then.
+  // Ignores whether a close fails.
   bool OperationsAre(const std::string& form) const {
     static std::map<std::string, std::regex> compiled;
     auto& regex = compiled[form];
@@ -145,15 +144,15 @@ class SequencesTest : public CallsTest {
   }
 
   template <typename Value>
-  void Expect(const char* what, const Value& found, const Value& due) {
-    if (found == due) return;
+  void Expect(const char* what, const Value& found, const Value& expected) {
+    if (found == expected) return;
     std::ostringstream text;
-    text << what << " is " << found << ", not " << due << "; ";
+    text << what << " is " << found << ", not " << expected << "; ";
     wrong_ += text.str();
   }
 
-  // Which sessions live, by the counts.
-  void Track(const Arguments& a, StateSnapshot& before, uint32_t status) {
+  // Updates the live sessions from the change of the counts.
+  void UpdateSessions(const Arguments& a, StateSnapshot& before, uint32_t status) {
     const std::tuple<uint32_t, ClientSession*, uint32_t> fields[] = {
         {before->kaloRefCountA, state.kaloSessionA, state.kaloRefCountA},
         {before->kaloRefCountB, state.kaloSessionB, state.kaloRefCountB},
@@ -175,7 +174,7 @@ class SequencesTest : public CallsTest {
     if (Opens() && !operations.empty() && operations.back() == 'I') ++leaked_;
   }
 
-  void Judge(const Arguments& a, StateSnapshot& before, uint32_t status) {
+  void CheckOutcome(const Arguments& a, StateSnapshot& before, uint32_t status) {
     Expect("status", status,
            Opens()   ? StatusOfOpening(before)
            : Sends() ? StatusOfSending(a, before)
@@ -186,8 +185,8 @@ class SequencesTest : public CallsTest {
                              : IsAny("FenuCleanup FenuCleanup3") ? "c?"
                                                                  : "";
     if (!OperationsAre(form)) wrong_ += "operations " + operations + "; ";
-    JudgeCounts(a, before, status);
-    JudgeRecord(a, before, status);
+    CheckCounts(a, before, status);
+    CheckRecord(a, before, status);
     size_t open = leaked_;
     for (const ClientSession* session : live_) {
       open += session != nullptr && session->dremSessions[0]->deviceFd != -1;
@@ -195,7 +194,7 @@ class SequencesTest : public CallsTest {
     Expect("open descriptors", static_cast<size_t>(engine.OpenDescriptors()), open);
   }
 
-  // Whether the call connects, and what its operations then say.
+  // Checks whether the call connects, and returns the status that its operations imply.
   uint32_t StatusOfOpening(StateSnapshot& before) {
     const bool kalo = IsAny("KaloInit KaloInit3");
     const bool first =
@@ -208,8 +207,8 @@ class SequencesTest : public CallsTest {
     return operations.empty() || operations == "oi" ? 0 : 1;
   }
 
-  // The session that the call sends on.
-  const void* Given(const Arguments& a, StateSnapshot& before) const {
+  // Returns the session on which the call sends.
+  const void* SessionOf(const Arguments& a, StateSnapshot& before) const {
     if (Is("ProvisioningStartIo")) return nullptr;
     if (IsAny("StartIoEx3 StartIo3")) return a.used;
     return a.command >> 16 == 3 ? before->fenuSession : before->kaloSessionA;
@@ -217,20 +216,20 @@ class SequencesTest : public CallsTest {
 
   uint32_t StatusOfSending(const Arguments& a, StateSnapshot& before) {
     const bool routed = IsAny("StartIoEx StartIo");
-    const void* session = Given(a, before);
+    const void* session = SessionOf(a, before);
     const bool live = session != nullptr && session == live_[a.command >> 16 == 3 ? 2 : 0];
     const bool noPointer = a.in == nullptr || a.out == nullptr;
     const uint32_t tooShort = a.inLength < 16 ? 3 : a.outLength < 16 ? 4 : 0;
     const bool wrapper = IsAny("StartIoEx3 StartIoEx") && a.AsksForWrapper();
-    uint32_t due = 0;
+    uint32_t expected = 0;
     if (routed) {
-      due = noPointer ? 2 : tooShort != 0 ? tooShort : !live ? 6 : 0;
+      expected = noPointer ? 2 : tooShort != 0 ? tooShort : !live ? 6 : 0;
     } else {
-      due = session == nullptr || noPointer ? 2 : wrapper ? 0 : tooShort;
+      expected = session == nullptr || noPointer ? 2 : wrapper ? 0 : tooShort;
     }
-    if (due != 0 || wrapper) {
+    if (expected != 0 || wrapper) {
       Expect("operations", operations, std::string());
-      return due;
+      return expected;
     }
     const auto done = [](const std::string& call, const std::string& lost) {
       return "(" + lost + "coi){0,4}" + call;
@@ -248,7 +247,7 @@ class SequencesTest : public CallsTest {
     return 0;
   }
 
-  void JudgeCounts(const Arguments& a, StateSnapshot& before, uint32_t status) {
+  void CheckCounts(const Arguments& a, StateSnapshot& before, uint32_t status) {
     const uint32_t version = before->firmwareApiVersion;
     const bool isSet = version == KALO_FIRMWARE_API_30 || version == KALO_FIRMWARE_API_32;
     int kalo = 0, fenu = 0;
@@ -270,7 +269,7 @@ class SequencesTest : public CallsTest {
     };
     Expect("KALO's counts", sum(&state) - sum(before.operator->()), kalo);
     Expect("FENU's count", static_cast<int>(state.fenuRefCount - before->fenuRefCount), fenu);
-    // What else there is in the state: only the calls that own it write it.
+    // Only the calls that own a field may change it.
     static const std::string kRecord =
         " apiErrorText apiErrorCode kaloErrorText kaloErrorCode fenuErrorText fenuErrorCode "
         "lastErrorSource lastErrorContext lastErrorProcessId ";
@@ -287,7 +286,7 @@ class SequencesTest : public CallsTest {
     }
   }
 
-  void JudgeRecord(const Arguments& a, StateSnapshot& before, uint32_t status) {
+  void CheckRecord(const Arguments& a, StateSnapshot& before, uint32_t status) {
     if (status == 0) return;
     const bool own = IsAny("StartIoEx StartIo") && operations.empty();
     const uint32_t source = !own ? 1 : before->kaloSessionA == nullptr ? 2 : 3;
@@ -305,7 +304,7 @@ class SequencesTest : public CallsTest {
         "Previous provisioning attempt failed.",
         "StartIoEx() called before Init() or after Cleanup() API"};
     std::string text = "KALO Exception 0x" + std::to_string(status) + " " + kRefusals[status];
-    if (status == 2 && !own && Given(a, before) == nullptr) {
+    if (status == 2 && !own && SessionOf(a, before) == nullptr) {
       text = "KALO Exception 0x2 Invalid CP session handle";
     } else if (status == 1) {
       const size_t reads = std::count(operations.begin(), operations.end(), 'r');
@@ -319,7 +318,7 @@ class SequencesTest : public CallsTest {
     }
     Expect("text", std::string(texts[source - 1]), text);
     if (own) return;
-    const void* context = Opens() ? reinterpret_cast<void*>(0xDEADBEEFull) : Given(a, before);
+    const void* context = Opens() ? reinterpret_cast<void*>(0xDEADBEEFull) : SessionOf(a, before);
     Expect("context", const_cast<const void*>(state.lastErrorContext), context);
     if (Opens() || context == nullptr) return;
     const auto* session = static_cast<const ClientSession*>(context);
@@ -328,7 +327,7 @@ class SequencesTest : public CallsTest {
   }
 
   const StateSnapshot fresh_;
-  // Those of the fields A, B and FENU, null when there is none, and those that no field holds.
+  // The sessions of the fields A, B and FENU, or null. After them, sessions that no field holds.
   std::vector<ClientSession*> live_ = std::vector<ClientSession*>(3);
   size_t leaked_ = 0;
   std::string wrong_;

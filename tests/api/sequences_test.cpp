@@ -1,12 +1,12 @@
-// All entry points in random sequences, with faults of the device.
-// KALODLL_SEQUENCES_SEED and KALODLL_SEQUENCES choose another seed and more sequences.
+// Calls all entry points in random sequences, with device faults. KALODLL_SEQUENCES_SEED sets the
+// seed, KALODLL_SEQUENCES the number of sequences.
 
 #include "tests/api/sequences.h"
 
 namespace test {
 namespace {
 
-#ifdef __SANITIZE_THREAD__  // which has little to see in one thread
+#ifdef __SANITIZE_THREAD__  // fewer, because the test has only one thread
 constexpr unsigned kSequences = 1000;
 #else
 constexpr unsigned kSequences = 10000;
@@ -43,7 +43,7 @@ TEST_F(Sequences, drawn_at_random_keep_the_rules) {
     negative = i % 3 == 1;
     std::string wrong = RunAll(sequence);
     if (wrong.empty()) continue;
-    // What is not needed for a failure goes, once through.
+    // Removes each step without which the failure still happens.
     for (size_t step = sequence.size(); step-- != 0;) {
       Sequence shorter = sequence;
       shorter.erase(shorter.begin() + static_cast<long>(step));

@@ -1,5 +1,5 @@
-// A client with static storage duration gives its handle back: when the program calls exit, and in
-// a driver when the driver is unloaded.  static_client_test DRIVER
+// Checks that a client with static storage duration closes its handle: in a program when it exits,
+// in a driver when it is unloaded. Usage: static_client_test DRIVER
 
 #include <dlfcn.h>
 #include <unistd.h>
@@ -24,7 +24,7 @@ void Require(uint64_t open, const char* when) {
 
 struct AtEnd {
   ~AtEnd() { Require(0, "at the end"); }
-} atEnd;  // destroyed after every client
+} atEnd;  // destroyed after all clients
 
 kalo::Client client;
 
@@ -41,7 +41,7 @@ int main(int, char** arguments) {
   dlclose(driver);
 #ifdef __clang__
   Require(1, "without the driver");
-#else  // g++'s driver stays
+#else  // a driver built with g++ stays loaded
   Require(2, "with the driver closed");
 #endif
   exit(0);

@@ -40,7 +40,7 @@ class NthFailure : public SequencesTest {
   }
 
   // Where memory runs out the call says so, or gives the beginning of its exception's text.
-  bool Judged() const override {
+  bool IsChecked() const override {
     if (call_ != "malloc" || !struck_ || status_ == 0) return true;
     const char* const texts[] = {"", state.apiErrorText, state.kaloErrorText, state.fenuErrorText};
     const std::string text = status_ == 1 ? "std::bad_alloc" : "KALO Exception";
