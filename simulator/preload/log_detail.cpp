@@ -17,9 +17,9 @@ constexpr std::int32_t kTraceLevel = 100;
 // Logger::logBase, whose first member is the threshold.
 constexpr const char* kLogBase = "_ZN6Logger7logBaseE";
 
-// A driver may have loaded the library for itself alone, so that a search of the process's common
-// names would miss it. Only copies its name: another thread that is just loading something holds a
-// lock that dlopen needs, and waits for the one that is held here.
+// Finds the library among all loaded objects, because a driver may have loaded it without making
+// its names public. Only copies its path: dlopen here could deadlock with another thread that is
+// loading a library.
 int FindLibrary(struct dl_phdr_info* object, std::size_t, void* path) {
   const char* const name = object->dlpi_name;
   if (strstr(name, "libkalodll") == nullptr || strlen(name) >= PATH_MAX) return 0;

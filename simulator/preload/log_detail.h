@@ -2,8 +2,8 @@
 
 namespace zulisim::hooks {
 
-// Has the library of this process write its detailed log lines too, when the environment asks for
-// them. The library sets its threshold back whenever it opens its log, so that is when to call it.
+// Makes the library of this process write its detailed log lines too, if the environment says so.
+// Call it whenever the library opens its log, because the library then resets its threshold.
 void RaiseLogLevel();
 
 }  // namespace zulisim::hooks

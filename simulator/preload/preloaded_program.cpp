@@ -43,8 +43,8 @@ void SetEnvironment(const std::string& socket, const std::string& root) {
   setenv(protocol::kLogVariable, (root + "/data/Marvoleth.log").c_str(), 1);
   setenv(protocol::kRegistryVariable, (root + "/etc/vrel_registry.txt").c_str(), 1);
   setenv("LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true).c_str(), 1);
-  // A program that is built with the address sanitizer would refuse a library before its own
-  // runtime.
+  // Without this, a program that is built with the address sanitizer refuses a library that comes
+  // before its runtime.
   setenv("ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false).c_str(), 1);
 }
 

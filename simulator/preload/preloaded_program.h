@@ -7,11 +7,11 @@
 
 namespace zulisim {
 
-// A dynamically linked program that is served through the preload library.
+// A dynamically linked program that uses the device through the preload library.
 class PreloadedProgram : public ServedProgram {
  public:
-  // `arguments` begin with the program's name; an empty `root` stands for a temporary folder.
-  // Throws ProgramError, or std::exception for what stands in the way of a start.
+  // `arguments` begin with the program's name. Without `root` the program gets a temporary folder.
+  // Throws ProgramError when the program cannot be served, and std::exception for other failures.
   PreloadedProgram(const std::vector<std::string>& arguments, const std::string& root);
 
  protected:

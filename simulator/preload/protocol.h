@@ -49,8 +49,8 @@
 // hang-up means that this was the last duplicate, and the server closes the connection. Otherwise
 // another process still has one.
 //
-// When one side ends, the other goes on at once: the program's call fails with ENODEV, and the
-// server's thread ends when the device returns.
+// When one side ends, the other goes on at once. The program's call fails with ENODEV. The server's
+// thread ends when the device returns.
 namespace zulisim::protocol {
 
 inline constexpr const char* kSocketVariable = "ZULISIM_SOCKET";
@@ -62,7 +62,7 @@ inline constexpr const char* kDetailVariable = "ZULISIM_LOG_DETAIL";
 
 enum class Kind : std::uint32_t { kLoaded, kOpen, kIoctl, kRead, kWrite, kClosing, kClosed };
 
-// A request, and with the last three members set, its response.
+// A request. Its response is the same message with `payload`, `error` and `value` set.
 struct Message {
   Kind kind = Kind::kLoaded;
   // Bytes that follow. A write that is longer than kLongestMessage sends only that much, which is

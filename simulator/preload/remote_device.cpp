@@ -26,7 +26,7 @@ namespace {
 using protocol::Kind;
 using protocol::Message;
 
-// What `zulisim` tells in the environment.
+// Read from the environment, which `zulisim` sets.
 struct Settings {
   bool served = false;
   char log[PATH_MAX] = "";       // empty: not redirected
