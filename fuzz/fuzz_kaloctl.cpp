@@ -57,7 +57,9 @@ void ReadRegistry(const std::string& text) {
   HKEY key = 0;
   FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
   const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(text);
-  if (repaired.stop || repaired.doubtful || repaired.keys.empty()) return;
+  if (repaired.stop || repaired.doubtful) return;
+  // A NUL cuts a text, and an empty text does not load again; kaloctl refuses to write it.
+  if (text.find('\0') != std::string::npos) return;
   const std::string written = FormatRegistry(repaired);
   FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(written)) == written);
 }

@@ -44,6 +44,10 @@ TEST_F(RegistryToolTest, does_not_repair_what_would_read_differently) {
   Store("[KEY]\n1\na\n[VALUE]\nTitle\n1\nx\n");
   ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_SZ, "", 1), 0u);
   EXPECT_TRUE(RepairRegistry(Stored()).doubtful);
+  const std::string nul =
+      "[KEY] \n\t1 \n\ta \n\t\t[VALUE] \n\t" + std::string(1, '\0') + " \n\t4 \n\t5 \n";
+  EXPECT_TRUE(RepairRegistry(nul).doubtful)
+      << "what a name without characters becomes does not load";
   Store(kThreeKeys);
   ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_BINARY, "x", 1), 0u);
   EXPECT_EQ(RepairRegistry(Stored()).stop->code, 12u);

@@ -170,8 +170,9 @@ RegistryText RepairRegistry(std::string_view content) {
   if (registry.keys.empty()) return registry;
   std::reverse(registry.keys.begin() + 1, registry.keys.end());
   // A line that the library would write otherwise shows that the file says something else.
-  registry.doubtful = HoldsMoreAfterText(registry) ||
-                      oscl::RegistryImage(FormatRegistry(registry)).Rendered() != text;
+  const std::string written = FormatRegistry(registry);
+  registry.doubtful = HoldsMoreAfterText(registry) || LoadCode(written) != OSCL_ERROR_SUCCESS ||
+                      oscl::RegistryImage(written).Rendered() != text;
   return registry;
 }
 
