@@ -3,8 +3,20 @@
 namespace logging {
 
 LogLine::~LogLine() {
-  *end_ = '\0';
-  Emit(level_, text_);
+  const bool isLong = end_ == std::end(text_);
+  if (!isLong) *end_ = '\0';
+  Emit(level_, isLong ? longText_.c_str() : text_);
+}
+
+LogLine& LogLine::AppendLong(std::string_view text) {
+  try {
+    if (end_ != std::end(text_)) longText_.assign(text_, end_);
+    end_ = std::end(text_);
+    longText_.append(text);
+  } catch (...) {
+    // If memory is exhausted, the piece is missing: logging never fails its caller.
+  }
+  return *this;
 }
 
 LogLine& LogLine::operator<<(Address address) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <cstring>
 #include <iterator>
+#include <string>
 #include <string_view>
 
 #include "log/delivery.h"
@@ -39,8 +40,9 @@ struct Address {
 };
 
 // One message, preceded by its function and tag, which the end of the statement delivers. It prints
-// what stream insertion would print, but into a buffer of its own, so it needs no allocation. The
-// functions are inline because the compiler then knows the length of most pieces.
+// what stream insertion would print, but into a buffer of its own, so only a text longer than the
+// library's own needs an allocation. The functions are inline because the compiler then knows the
+// length of most pieces.
 class LogLine {
  public:
   // `tag` is the text ":<number>: " after the function.
@@ -52,11 +54,9 @@ class LogLine {
   LogLine& operator=(const LogLine&) = delete;
 
   LogLine& operator<<(std::string_view text) {
-    // All messages of the library fit the buffer; a piece that does not is left out.
-    if (text.size() < static_cast<size_t>(std::end(text_) - end_)) {
-      std::memcpy(end_, text.data(), text.size());
-      end_ += text.size();
-    }
+    if (text.size() >= static_cast<size_t>(std::end(text_) - end_)) return AppendLong(text);
+    std::memcpy(end_, text.data(), text.size());
+    end_ += text.size();
     return *this;
   }
   LogLine& operator<<(char character) { return *this << std::string_view(&character, 1); }
@@ -66,6 +66,7 @@ class LogLine {
   LogLine& operator<<(Address address);
 
  private:
+  LogLine& AppendLong(std::string_view text);
   template <typename Number>
   LogLine& AppendNumber(Number number, int base) {
     char digits[24];
@@ -76,8 +77,9 @@ class LogLine {
   // The first member, so that it restores errno after the delivery.
   const oscl::ErrnoKeeper keeper_;
   const int32_t level_;
-  char* end_ = text_;
+  char* end_ = text_;  // std::end(text_) once the text is in longText_
   char text_[256];
+  std::string longText_;
 };
 
 // Gives both arms of a log statement the type void. Binds looser than <<.

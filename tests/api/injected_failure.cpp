@@ -19,7 +19,7 @@ void ThrowIfDue(test::Point point) {
   using test::InjectedFailure;
   if (!test::injected.IsDueAt(point)) return;
   if (test::injected.kind == InjectedFailure::kRefuse)
-    throw KaloException(KALO_DLL_STATUS{0x4D}, "refused");
+    throw KaloException(KALO_DLL_STATUS{0x4D}, test::injected.detail);
   // Makes the library throw its own std::runtime_error.
   if (test::injected.kind == InjectedFailure::kBreak)
     ClientSession().IoControl(nullptr, 0, nullptr, 0);

@@ -14,6 +14,7 @@ struct InjectedFailure {
   Point point = Point::kNone;
   Kind kind = kRefuse;
   unsigned left = 0;
+  const char* detail = "refused";  // of kRefuse
 };
 // The injected failure of the current call.
 extern InjectedFailure injected;

@@ -55,5 +55,15 @@ TEST_F(Sequences, drawn_at_random_keep_the_rules) {
   }
 }
 
+class ErrorText : public LibraryTest {};
+
+TEST_F(ErrorText, is_logged_in_full_whatever_its_length) {
+  const std::string text(2000, 'x');
+  injected = {Point::kConnectClient, InjectedFailure::kRefuse, 0, text.c_str()};
+  void* handle = nullptr;
+  EXPECT_EQ(KaloInit3(&handle), 0x4Du);
+  EXPECT_THAT(TakeRaw(), testing::Contains(testing::EndsWith("KALO Exception 0x4d " + text)));
+}
+
 }  // namespace
 }  // namespace test
