@@ -82,6 +82,18 @@ TEST_F(EntryPoints, ignore_a_session_of_a_driver_at_the_address_of_a_closed_one)
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
 }
 
+TEST_F(EntryPoints, destroy_the_session_that_a_damaged_generation_refuses) {
+  void* handle = nullptr;
+  state.kaloInterfaceVersion = 1;
+  EXPECT_EQ(KaloInit3(&handle), 5u);
+  EXPECT_EQ(engine.OpenDescriptors(), 0u);
+  EXPECT_EQ(state.kaloSessionA, handle) << "nothing else is rolled back";
+  EXPECT_EQ(state.kaloRefCountA, 1u);
+  EXPECT_EQ(state.kaloInterfaceVersion, 1u);
+  EXPECT_EQ(Send(0x10), 6u);
+  EXPECT_EQ(KaloCleanup3(handle), 0u);
+}
+
 TEST_F(EntryPoints, destroy_a_session_only_once) {
   void *handle = nullptr, *second = nullptr;
   FenuInit3(&handle);

@@ -269,6 +269,20 @@ class SequencesTest : public CallsTest {
     };
     Expect("KALO's counts", sum(&state) - sum(before.operator->()), kalo);
     Expect("FENU's count", static_cast<int>(state.fenuRefCount - before->fenuRefCount), fenu);
+    // Who shares session B follows the first session A, and ends with the last.
+    const bool opensA = before->kaloRefCountA == 0 && state.kaloRefCountA == 1;
+    const bool closesA = before->kaloRefCountA == 1 && state.kaloRefCountA == 0;
+    const bool shared = opensA ? state.stateInitFlag : !closesA && before->sessionBShared;
+    Expect("sharing", state.sessionBShared, shared);
+    if (Is("KaloInit3") && status == 0) {
+      const void* given = state.kaloRefCountA != before->kaloRefCountA   ? state.kaloSessionA
+                          : state.kaloRefCountB != before->kaloRefCountB ? state.kaloSessionB
+                                                                         : a.kUnwritten;
+      Expect("handle", const_cast<const void*>(a.handle), given);
+      const bool joinsB = version == KALO_FIRMWARE_API_30 && before->kaloRefCountA != 0 &&
+                          (before->kaloRefCountB == 0 || before->sessionBShared);
+      Expect("joining B", state.kaloRefCountB != before->kaloRefCountB, joinsB);
+    }
     // Only the calls that own a field may change it.
     static const std::string kRecord =
         " apiErrorText apiErrorCode kaloErrorText kaloErrorCode fenuErrorText fenuErrorCode "
