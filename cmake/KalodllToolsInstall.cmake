@@ -5,11 +5,12 @@ find_program(KALODLL_HELP2MAN help2man)
 mark_as_advanced(KALODLL_HELP2MAN)
 if(KALODLL_HELP2MAN AND NOT CMAKE_CROSSCOMPILING AND NOT KALODLL_SANITIZE)
   set(_pages "")
+  file(GLOB _details "${PROJECT_SOURCE_DIR}/*/manual/*.h2m")
   foreach(tool zulisim kaloctl)
     add_custom_command(OUTPUT "${PROJECT_BINARY_DIR}/man/${tool}.1.gz"
       COMMAND "${PROJECT_SOURCE_DIR}/cmake/manual.sh" $<TARGET_FILE:${tool}> ${PROJECT_VERSION}
               "${PROJECT_BINARY_DIR}/man"
-      DEPENDS ${tool} "${PROJECT_SOURCE_DIR}/cmake/manual.sh" VERBATIM)
+      DEPENDS ${tool} "${PROJECT_SOURCE_DIR}/cmake/manual.sh" ${_details} VERBATIM)
     list(APPEND _pages "${PROJECT_BINARY_DIR}/man/${tool}.1.gz")
   endforeach()
   add_custom_target(manual ALL DEPENDS ${_pages})

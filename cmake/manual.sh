@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Makes the man pages of a tool and of each of its commands out of what --help says.
+# Makes the man pages of a tool and of each of its commands from its --help and, for details, from
+# the file PAGE.h2m in a folder "manual", which is optional.
 #   manual.sh TOOL VERSION FOLDER
 set -euo pipefail
 tool=$1 version=$2 folder=$3
@@ -17,7 +18,8 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   local about
   # Reads on after the first line, so that nothing ends in a broken pipe.
   about=$("$@" --help | sed -n 1p)
-  help2man --no-info --section=1 --source="kalodll $version" --version-string="$version" \
+  local details=("$(dirname "$0")"/../*/manual/"$page.h2m")
+  help2man --opt-include="${details[0]}" --no-info --section=1 --source="kalodll $version" --version-string="$version" \
     --manual="User Commands" --name="${about%.}" "$scratch/$page" | gzip -9n >"$folder/$page.1.gz"
 }
 

@@ -13,10 +13,9 @@ namespace {
 constexpr int kFaulty = 1;
 
 constexpr const char* kCheckFooter = R"(
-Each mistake is one line on standard error: FILE:LINE:COLUMN: the mistake and the remedy.
+Each mistake is a line on standard error, as in "loss.toml:3:6: '1.5' is not a valid position".
 
-Exit status: 0 when every file is valid, 1 when a file is not valid or cannot be read, 125 for
-a wrong command line.)";
+Exit status: 0 when all files are valid, 1 otherwise, 125 for a wrong command line.)";
 
 void DescribeRecording(const std::string& path, const Recording& recording) {
   std::cout << common::Printable(path)

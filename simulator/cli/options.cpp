@@ -93,6 +93,7 @@ std::vector<NamedFile> InputFiles(const ProgramOptions& options) {
 }
 
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
+  command->BeginGroup("The engine");
   for (const InstructionOption& option : AllInstructions())
     AddInstruction(command, scenario, option);
   if (strict == nullptr) return;
@@ -120,50 +121,39 @@ void AddDeviceOption(common::Command* command, bool* fuse) {
   command->AddChoice<bool>("--device", fuse, {{"preload", false}, {"fuse", true}},
                            KernelServer::Built()
                                ? "How the program reaches the device (default: preload)"
-                               : "How the program reaches the device: only by preload, because "
-                                 "this zulisim was built without libfuse3");
+                               : "Only preload: this zulisim was built without libfuse3");
 }
 
 void AddProgramOptions(common::Command* command, ProgramOptions* options) {
   AddDeviceOption(command, &options->fuse);
   command->AddFile("--root", &options->root,
-                   "Folder that stands for \"/\" of \"/data/Marvoleth.log\" and "
-                   "\"/etc/vrel_registry.txt\"; otherwise a temporary one",
-                   "DIR");
+                   "Keep the program's \"/data\" and \"/etc/vrel_registry.txt\" in DIR", "DIR");
   AddOutputOptions(command, &options->output);
   command->AddFlag("--log", &options->output.log,
-                   "Show the library's log lines in their places in transcript, trace and report");
+                   "Show the library's log lines in all outputs; --report implies it");
   command->AddFlag("--log-detail", &options->output.logDetail,
-                   "The same with the library's detailed lines, which it does not write otherwise; "
-                   "not with --device fuse, where nothing of zulisim is in the program");
+                   "Show its detailed log lines too; requires --device preload");
 }
 
 void AddOutputOptions(common::Command* command, OutputOptions* options) {
+  command->BeginGroup("Outputs");
   command->AddFile("--transcript", &options->transcriptFile,
-                   "Write the transcript to FILE as well; - is standard output");
+                   "Write the transcript to FILE; - is standard output");
   command->AddFile("--trace", &options->traceFile,
                    "Write Chrome trace events to FILE, for the Perfetto viewer");
-  command->AddFile("--report", &options->reportFile,
-                   "Write one HTML page to FILE, with the operations and, as --log does, the log");
-  command->AddFlagOrWord("--time", {"start", "clock"}, &options->time,
-                         "In the transcript, show the seconds since the start, or with "
-                         "--time=clock the local date and time, as logcat does");
-  command->AddRepeated(
-      "--only", [options](const std::string& text) { AddFilter(text, &options->only); },
-      "failures|client=NAME|command=NUMBER",
-      "In the transcript, show only failed operations and negative statuses, one client, or one "
-      "command; repeat it to combine them");
+  command->AddFile("--report", &options->reportFile, "Write one HTML page to FILE");
+  command->AddFile("--summary-json", &options->summaryFile, "Write the summary to FILE as JSON");
   command->AddFlag("--summary", &options->summary,
-                   "At the end, print the operations by kind, the failures by errno, and the "
-                   "commands with their latency");
-  command->AddFile("--summary-json", &options->summaryFile,
-                   "Write the same to FILE as JSON; - is standard output");
-  command->AddNumber("--bytes", &options->bytes,
-                     "In the transcript, show up to N bytes of each message");
-  command->AddFlag("-q,--quiet", &options->quiet, "No transcript on standard error");
+                   "Print counts of operations and failures, and latencies of commands");
+  command->AddFlag("-q,--quiet", &options->quiet, "Do not print the transcript on standard error");
+  command->AddFlagOrWord("--time", {"start", "clock"}, &options->time,
+                         "Show seconds since the start, or with --time=clock the local time");
+  command->AddNumber("--bytes", &options->bytes, "Show up to N bytes of each message");
+  command->AddRepeated(
+      "--only", [options](const std::string& text) { AddFilter(text, &options->only); }, "WHAT",
+      "Show only failures, client=NAME or command=N; repeat it to combine them");
   command->AddFlag("--connection-numbers", &options->connectionNumbers,
-                   "In the transcript, name an open file by the engine's number (#1) instead of "
-                   "the program's descriptor, which only the preload library knows");
+                   "Show the engine's number of a connection (#1), not the descriptor");
 }
 
 Recording ReadRecording(const std::string& path) {
@@ -184,8 +174,7 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options) 
   if (options.output.logDetail) {
     if (options.fuse) {
       throw std::runtime_error(
-          "--log-detail needs --device preload: the library's threshold lies in the program's "
-          "memory, where --device fuse puts nothing; --log shows its ordinary lines");
+          "--log-detail requires --device preload; use --log for the ordinary lines");
     }
     setenv(protocol::kDetailVariable, "1", 1);  // the program inherits it
   }

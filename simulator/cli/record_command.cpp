@@ -18,25 +18,10 @@
 namespace zulisim {
 namespace {
 
-constexpr const char* kRecordDescription =
-    "Starts a program like 'run', passes its device operations on to a real device or to the "
-    "software engine, and writes each of them with its bytes and times into a file of JSON Lines. "
-    "'zulisim replay' plays it back.";
-
 constexpr const char* kRecordFooter = R"(
-Only you can read FILE, because it holds what was sent. An existing file is replaced only
-with --force. A run without any operation leaves no file.
-
---redact keeps only the 16-byte headers of requests and replies, the connect record and all
-lengths, in every file that the run writes and in the transcript. Message bodies, private
-data, the program's arguments and the instructions for the engine are left out. Such a
-recording cannot be replayed.
-
-Examples:
+Examples, see also zulisim-record(1):
   zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
-  zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine
-
-Exit status: as with 'zulisim run'; 125 also when the recording is incomplete.)";
+  zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine)";
 
 struct RecordOptions : ProgramOptions {
   std::string file;
@@ -98,18 +83,19 @@ int Record(const RecordOptions& options) {
 }  // namespace
 
 void DefineRecord(common::Command* program) {
-  common::Command* command = program->AddCommand("record", kRecordDescription);
+  common::Command* command = program->AddCommand(
+      "record",
+      "Runs a program and records its operations on a device, or on the software engine.");
   command->SetFooter(kRecordFooter);
   const auto options = std::make_shared<RecordOptions>();
-  command->AddFile("-o,--output", &options->file, "The recording").Require();
-  command->AddFile("--from", &options->device, "The device to record (default: \"/dev/zuli\")",
+  command->AddFile("-o,--output", &options->file, "Write the recording to FILE").Require();
+  command->AddFile("--from", &options->device, "Record this device (default: \"/dev/zuli\")",
                    "PATH");
   command->AddFlag("--engine", &options->engine,
-                   "Record the software engine; implied by --scenario, --client, --reply, --fault, "
-                   "--short and --lose");
+                   "Record the software engine; --scenario and the options below imply it");
   command->AddFlag("--force", &options->force, "Replace an existing FILE");
   command->AddFlag("--redact", &options->output.redact,
-                   "Write only headers and lengths, no message bodies");
+                   "Write only headers and lengths, to all outputs");
   AddProgramOptions(command, options.get());
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
@@ -117,8 +103,7 @@ void DefineRecord(common::Command* program) {
     options->engine = options->engine || HasInstructions(*command);
     if (options->engine && command->Has("--from")) {
       throw common::UsageError(
-          "--from: --engine and the instructions are for the software engine; use either "
-          "them or --from");
+          "--from: the options for the software engine exclude it; remove --from or those options");
     }
     return Record(*options);
   });

@@ -14,17 +14,11 @@ namespace {
 constexpr int kDiverged = 124;
 constexpr int kReachedCut = 123;
 
-constexpr const char* kReplayDescription =
-    "Starts a program like 'run' and plays the device's side of a recording back to it, byte for "
-    "byte, up to the first operation in which the program does not do what was recorded.";
-
 constexpr const char* kReplayFooter = R"(
-Opens are answered in the order of the recording. Every other operation must be the next
-one on its connection; the order between connections is free. Connections that did the same
-so far are interchangeable, so threads may race.
+Exit status: 124 when the program left the recording, 123 when it reached the place where the
+recording is cut; otherwise as with 'zulisim run'. See zulisim-replay(1).
 
-Exit status: 124 when the program left the recording, 123 when it reached the place where
-the recording is cut; otherwise as with 'zulisim run'.)";
+Example: zulisim replay field.zul ./driver)";
 
 struct ReplayOptions : ProgramOptions {
   std::string file;
@@ -40,8 +34,8 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
     return kDiverged;
   }
   const std::string replayed =
-      operations == 1 ? common::Format("the only operation of {} was replayed", name)
-                      : common::Format("all {} operations of {} were replayed", operations, name);
+      operations == 1 ? common::Format("replayed the only operation of {}", name)
+                      : common::Format("replayed all {} operations of {}", operations, name);
   const bool reachedCut = device.ReachedCut();
   std::cerr << common::Format("zulisim: {}{}\n", replayed,
                               reachedCut ? ", and the program went on after the cut" : "");
@@ -77,12 +71,14 @@ int Replay(const ReplayOptions& options) {
 }  // namespace
 
 void DefineReplay(common::Command* program) {
-  common::Command* command = program->AddCommand("replay", kReplayDescription);
+  common::Command* command = program->AddCommand(
+      "replay",
+      "Runs a program and answers its operations as recorded, up to the first difference.");
   command->SetFooter(kReplayFooter);
   const auto options = std::make_shared<ReplayOptions>();
   command->AddFile("FILE", &options->file, "The recording").Require();
   command->AddFlag("--in-time", &options->inTime,
-                   "Let each operation take as long as in the recording");
+                   "Let each operation take as long as it did in the recording");
   AddProgramOptions(command, options.get());
   command->TakeProgram(&options->program);
   command->SetAction([=] { return Replay(*options); });

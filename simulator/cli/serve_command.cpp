@@ -31,32 +31,12 @@ using Kind = KernelServer::Kind;
 constexpr const char* kNode = "/dev/zuli";
 
 constexpr const char* kServeFooter = R"(
---cuse creates the character device "/dev/zuli". It needs root and the kernel module cuse.
---fuse mounts a file, by default "/dev/zuli". It needs the kernel module fuse. Without root it
-also needs the package fuse3 and a file in a folder of your own. zulisim creates a missing
-file and removes it at the end. With root, all users can open the device.
-
-Programs see the same results as with 'zulisim run', except where the kernel decides:
-  - The kernel refuses bad addresses and moves 0 bytes without asking the engine, which does
-    not count them. The errno of a close does not reach the program.
-  - When a program ends, the kernel closes what it left open, as the program would.
-  - The pieces of readv and writev make one message.
-  - A message has at most 1044480 bytes with --fuse and 126976 with --cuse. The kernel splits
-    longer transfers; the rest of a split write fails with EIO and a warning.
-  - With --fuse, a write with O_APPEND fails with EINVAL, a second sendfile to a descriptor
-    fails with EIO, and fstat shows a regular file.
-When zulisim ends, calls of programs fail at once with ENODEV, ECONNABORTED or ENOTCONN, and
-an open fails with ENOENT where the device or file has gone.
-
-While it serves, 'zulisim tell' loses the device, brings it back, adds faults and releases
-replies that are held, through a socket beside the file: "/tmp/zuli.control", mode 0600.
+Ctrl-C ends the service. 'zulisim tell' changes the device while it is served. zulisim-serve(1)
+says what --cuse and --fuse need, where the kernel limits them, and the exit status.
 
 Examples:
   zulisim serve --cuse
-  zulisim serve --fuse /tmp/zuli --lose read:2
-
-Exit status: 0 after SIGINT, SIGTERM or SIGHUP, or 122 with --strict when a requested reply or
-fault never happened; 125 when zulisim cannot serve the device, or the service ends early.)";
+  zulisim serve --fuse /tmp/zuli --lose read:2)";
 
 struct ServeOptions {
   bool characterDevice = false;
@@ -149,7 +129,7 @@ void WaitForEnd(KernelServer& server) {
   while (server.Serving()) {
     if (sigtimedwait(&ends, nullptr, &interval) > 0) return server.WaitForCloses();
   }
-  throw std::runtime_error("the kernel has ended the service: was it unmounted?");
+  throw std::runtime_error("the kernel ended the service; check whether the file was unmounted");
 }
 
 int Serve(const ServeOptions& options) {
@@ -177,7 +157,7 @@ int Serve(const ServeOptions& options) {
   {
     KernelServer server(engine, kind, path, geteuid() == 0);
     const auto control = MakeControl(kind, path, &engine);
-    std::cerr << "zulisim: serves " + common::Quoted(path) + "; SIGINT or SIGTERM ends it\n";
+    std::cerr << "zulisim: serving " + common::Quoted(path) + "; press Ctrl-C to end\n";
     WaitForEnd(server);
   }
   const bool complete = output.Finish(std::nullopt);
@@ -190,16 +170,14 @@ int Serve(const ServeOptions& options) {
 void DefineServe(common::Command* program) {
   common::Command* command = program->AddCommand(
       "serve",
-      std::string("Serves \"/dev/zuli\" to all processes through the kernel, until SIGINT or "
-                  "SIGTERM.") +
-          (KernelServer::Built() ? ""
-                                 : " Not with this zulisim, which was built without libfuse3."));
+      std::string("Serves the software engine to all processes, through the kernel.") +
+          (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."));
   command->SetFooter(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
-  command->AddFlag("--cuse", &options->characterDevice, "A character device, \"/dev/zuli\"")
+  command->AddFlag("--cuse", &options->characterDevice, "Create the character device \"/dev/zuli\"")
       .Exclude(
           command
-              ->AddFile("--fuse", &options->file, "A file; without a name, \"/dev/zuli\"", "[FILE]")
+              ->AddFile("--fuse", &options->file, "Serve a file (default: \"/dev/zuli\")", "[FILE]")
               .MakeValueOptional(kNode));
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);

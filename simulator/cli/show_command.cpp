@@ -18,24 +18,13 @@
 namespace zulisim {
 namespace {
 
-constexpr const char* kShowDescription =
-    "Shows a recording without running a program: as a transcript, trace, report or scenario.";
-
 constexpr const char* kShowFooter = R"(
-Without --trace, --report and --scenario the transcript goes to standard output.
-
-A scenario made from a recording makes the software engine answer, fail and vanish as recorded.
-Use it for programs that do something else than was recorded, and 'zulisim replay' for those
-that do the same. It holds no delays. For a program that makes the recorded calls in the
-recorded order it gives the recorded results; a recording for which no scenario can do that is
-refused. Examples are an ioctl other than the connect and a reply whose header differs from the
-request's in more than the status.
+Without --trace, --report, --scenario and --summary, the transcript goes to standard output.
+zulisim-show(1) says what a scenario cannot express.
 
 Examples:
   zulisim show field.zul --time --bytes 64
-  zulisim show field.zul --report field.html --scenario field.toml
-
-Exit status: 0; 125 for a recording that cannot be read or an output that cannot be written.)";
+  zulisim show field.zul --report field.html --scenario field.toml)";
 
 struct ShowOptions {
   std::string file;
@@ -90,12 +79,14 @@ int Show(ShowOptions options) {
 }  // namespace
 
 void DefineShow(common::Command* program) {
-  common::Command* command = program->AddCommand("show", kShowDescription);
+  common::Command* command = program->AddCommand(
+      "show",
+      "Shows a recording as a transcript, trace, report or summary, or makes a scenario of it.");
   command->SetFooter(kShowFooter);
   const auto options = std::make_shared<ShowOptions>();
   command->AddFile("FILE", &options->file, "The recording").Require();
   command->AddFile("--scenario", &options->scenarioFile,
-                   "Write a scenario to FILE with which the engine does what was recorded");
+                   "Write a scenario to FILE; with it, the engine does what was recorded");
   AddOutputOptions(command, &options->output);
   command->SetAction([=] { return Show(*options); });
 }

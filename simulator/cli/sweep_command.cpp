@@ -29,9 +29,7 @@ using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
 constexpr const char* kSweepFooter = R"(
-Faults: error (EIO), lost (the device is lost and comes back at once), gone (lost for good),
-dropped (lost with the pending reply), short (half of the bytes), refused (a negative status
-and private data), no-reply, busy (EAGAIN), and for opens enoent and eacces.
+zulisim-sweep(1) explains the faults and the verdicts.
 
 Examples:
   zulisim sweep ./driver
@@ -39,7 +37,7 @@ Examples:
   zulisim sweep --strict --json sweep.json --scenario flaky.toml ./driver --verbose
 
 Exit status: 0 without a crash or hang, 1 with one (with --strict also for unnoticed faults and
-leaked descriptors), 125 if the sweep is not possible, 130 after Ctrl-C. See zulisim-sweep(1).)";
+leaked descriptors), 125 if the sweep is not possible, 130 after Ctrl-C.)";
 
 struct SweepOptions {
   std::vector<std::string> program, faults, operations;
@@ -231,16 +229,15 @@ class Sweep {
 void DefineSweep(common::Command* program) {
   common::Command* command = program->AddCommand(
       "sweep",
-      "Runs a program once for each fault at each of its device operations, and shows "
-      "where it crashes, hangs, or does not notice.");
+      "Runs a program with each fault at each of its operations, and shows where it fails badly.");
   command->SetFooter(kSweepFooter);
   const auto options = std::make_shared<SweepOptions>();
-  command->AddList("--faults", &options->faults, "NAME,...", "Try only these faults");
+  command->AddList("--faults", &options->faults, "NAME,...",
+                   "Try only these faults: " + common::Joined(SweepFaultNames()));
   command->AddList("--operations", &options->operations, "WHICH,...",
-                   "Try only these operations of the program: 3, 5-8, 9-, or a kind such as read");
+                   "Try only these operations: 3, 5-8, 9-, or a kind such as read");
   command->AddNumber("--timeout", &options->timeout,
-                     "End a run after N seconds (default: ten times the run without a fault, at "
-                     "least 2)");
+                     "End a run after N seconds (default: 2, or 10 times a run without a fault)");
   command->AddNumber("--jobs", &options->jobs, "Run N at a time (default: one per processor)");
   command->AddFile("--json", &options->json, "Write the results to FILE as JSON");
   command->AddFlag("--strict", &options->strict, "Fail also for unnoticed faults and leaks");

@@ -11,13 +11,13 @@ namespace zulisim {
 namespace {
 
 constexpr const char* kTellFooter = R"(
-WHEN counts from now on; otherwise arguments are as in the options of 'zulisim run'.
+Arguments are as in the options of 'zulisim run', but WHEN counts from now on.
 
 Examples:
   zulisim tell /tmp/zuli lose
   zulisim tell /tmp/zuli fault 'read:1@kalo=EIO'
 
-Exit status: 0; 125 when no zulisim serves NAME or it refuses the instruction.)";
+Exit status: 0; 125 when no zulisim serves NAME, or when it refuses the instruction.)";
 
 std::string Footer() {
   std::string text = R"(
@@ -54,7 +54,8 @@ int Tell(const TellOptions& options) {
 }  // namespace
 
 void DefineTell(common::Command* program) {
-  common::Command* command = program->AddCommand("tell", "Instructs a running 'zulisim serve'.");
+  common::Command* command =
+      program->AddCommand("tell", "Sends an instruction to a running 'zulisim serve'.");
   command->SetFooter(Footer());
   const auto options = std::make_shared<TellOptions>();
   command->AddText("NAME", &options->name, "", "The served file, as in '/tmp/zuli'").Require();

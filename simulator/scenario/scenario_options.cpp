@@ -61,7 +61,7 @@ void AddScope(const std::string& scope, std::vector<Setting>* settings) {
 
 const std::vector<InstructionOption>& InstructionOptions() {
   static const std::vector<InstructionOption> options = [] {
-    const std::string replyHelp = "Set how a client answers a command (or '*'): ";
+    const std::string replyHelp = "Answer a command (or '*') with ";
     std::vector<InstructionOption> all = {
         {"client", kClientForm, "Set what a client reports about itself", AddClient},
         {"reply", kReplyForm, replyHelp + common::Joined(ReplyFieldForms()), AddReply}};
