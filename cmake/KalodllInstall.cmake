@@ -15,7 +15,7 @@ write_basic_package_version_file("${PROJECT_BINARY_DIR}/kalodllConfigVersion.cma
 install(FILES "${PROJECT_BINARY_DIR}/kalodllConfig.cmake"
   "${PROJECT_BINARY_DIR}/kalodllConfigVersion.cmake" DESTINATION "${_package_dir}")
 
-# From where the file stands, so that the installed tree can be moved.
+# Relative to the file, so that the installed tree can be moved.
 file(RELATIVE_PATH CMAKE_PC_INCLUDEDIR "${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig"
      "${CMAKE_INSTALL_FULL_INCLUDEDIR}")
 configure_file("${PROJECT_SOURCE_DIR}/cmake/kalodll.pc.in" "${PROJECT_BINARY_DIR}/kalodll.pc" @ONLY)

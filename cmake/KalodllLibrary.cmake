@@ -1,4 +1,4 @@
-# How libkalodll.so is built: what it carries, what it shows, how it is laid out.
+# How libkalodll.so is built: its contents, its exported symbols, its layout.
 
 find_library(KALODLL_LIBLOG log PATH_SUFFIXES android)
 find_path(KALODLL_LIBLOG_INCLUDE android/log.h PATH_SUFFIXES android)
@@ -12,7 +12,7 @@ target_compile_features(kalodll PUBLIC cxx_std_17)
 target_link_libraries(kalodll PRIVATE Threads::Threads)
 set_target_properties(kalodll PROPERTIES
   LIBRARY_OUTPUT_DIRECTORY "${PROJECT_BINARY_DIR}"
-  # From the start: CMake would leave room for it, which the loader takes for the current folder.
+  # Set at link time: CMake would otherwise leave an empty entry, which means the current folder.
   BUILD_WITH_INSTALL_RPATH ON
   INSTALL_RPATH_USE_LINK_PATH ON
   LINK_DEPENDS "${_exports}")
@@ -22,12 +22,12 @@ target_link_options(kalodll PRIVATE
   "LINKER:-z,text"
   "LINKER:-z,max-page-size=16384,-z,common-page-size=16384"
   "LINKER:--gc-sections")
-# All is bound at load, so that a call through the linkage table would only be longer.
+# All symbols are bound at load, so calls through the linkage table would only be slower.
 target_compile_options(kalodll PRIVATE -ffunction-sections -fdata-sections -fno-plt)
 kalodll_harden(kalodll)
 
 if(ANDROID)
-  # The toolchain knows where its own is.
+  # The toolchain finds its own log library.
   target_link_libraries(kalodll PRIVATE log)
 elseif(KALODLL_LIBLOG AND KALODLL_LIBLOG_INCLUDE)
   target_link_libraries(kalodll PRIVATE "${KALODLL_LIBLOG}")
@@ -37,9 +37,8 @@ else()
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
 endif()
 
-# Relative relocations, most of them the carried runtime's, packed to a bit each. Android's loader
-# takes them from API level 28 on, glibc's from 2.36 on, but only as GNU ld marks them: not with lld
-# for glibc.
+# Packs relative relocations, most of which belong to the C++ runtime, to a bit each. Android's loader
+# supports them from API level 28 on, and glibc's from 2.36 on, but only as GNU ld marks them.
 if(ANDROID)
   target_link_options(kalodll PRIVATE
     "LINKER:--pack-dyn-relocs=android+relr,--use-android-relr-tags")
@@ -48,15 +47,15 @@ elseif(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
 endif()
 
 if(ANDROID)
-  # The toolchain's c++_static carries library and unwinder, and the version script hides both. With
+  # The toolchain's c++_static contains library and unwinder; the version script hides both. With
   # emulated thread-local storage, each cycle of load, throw and unload would leak 192 bytes.
   target_link_options(kalodll PRIVATE "LINKER:--no-undefined")
   target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBCXX)
   set_source_files_properties("${PROJECT_SOURCE_DIR}/api/kalo_dll_state.cpp"
     TARGET_DIRECTORY kalodll PROPERTIES COMPILE_OPTIONS -fno-emulated-tls)
 elseif(NOT KALODLL_SANITIZE)
-  # The C++ standard library travels inside, hidden. The unwinder stays the process's shared one:
-  # exceptions of the exported classes cross into callers, which a private unwinder cannot serve.
+  # The C++ standard library is inside and hidden. The unwinder is the process's shared one, because
+  # exceptions of the exported classes cross into callers, which a private unwinder cannot handle.
   target_link_options(kalodll PRIVATE "LINKER:--no-undefined")
   if(CMAKE_CXX_FLAGS MATCHES "-stdlib=libc\\+\\+")
     target_link_options(kalodll PRIVATE -nostdlib++)
@@ -64,7 +63,7 @@ elseif(NOT KALODLL_SANITIZE)
       "-Wl,-Bstatic" c++ c++abi "-Wl,-Bdynamic" Threads::Threads gcc_s)
     target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBCXX)
   else()
-    # The compiler refers to __cxa_pure_virtual weakly, which alone would not carry it along.
+    # The compiler refers to __cxa_pure_virtual only weakly, which would not link it.
     target_link_options(kalodll PRIVATE -static-libstdc++ "LINKER:--undefined=__cxa_pure_virtual")
     target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBSTDCXX)
   endif()

@@ -16,8 +16,8 @@ if(KALODLL_SANITIZE)
   add_link_options(-fsanitize=${KALODLL_SANITIZE})
 endif()
 
-# Hardens what ships, as the platform hardens its own. Fortified calls need optimisation, and would
-# hide from a sanitizer what they do.
+# Hardens the shipped binaries like the platform's own. Fortified calls need optimisation and would
+# hide errors from a sanitizer.
 function(kalodll_harden)
   foreach(target IN LISTS ARGN)
     target_compile_options(${target} PRIVATE

@@ -1,5 +1,5 @@
-# What comes with the installed tools: man pages, completion, documents, scenarios, and the engine for
-# tests that run it in their own process.
+# Files installed with the tools: man pages, completion, documents, scenarios, and the engine for tests
+# that run it in their own process.
 
 find_program(KALODLL_HELP2MAN help2man)
 mark_as_advanced(KALODLL_HELP2MAN)
@@ -24,7 +24,7 @@ foreach(tool zulisim kaloctl)
   install(FILES "${PROJECT_SOURCE_DIR}/tools/completion.bash" RENAME ${tool}
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")
 endforeach()
-# The pages, with all that they link to.
+# The pages and the files that they link to.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(DIRECTORY docs DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES api/imports.txt DESTINATION "${CMAKE_INSTALL_DOCDIR}/api")

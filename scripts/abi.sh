@@ -1,16 +1,16 @@
 #!/usr/bin/env bash
-# Holds the binary interface of the library against api/abi-baseline.xml: functions, data, the
-# layouts that they use. What is added is told, what is changed or taken away is a failure.
+# Compares the library's binary interface with api/abi-baseline.xml: functions, data, and the layouts
+# that they use. Reports additions; fails if anything was changed or removed.
 #
-#   scripts/abi.sh [--update]      (--update writes the baseline anew)
+#   scripts/abi.sh [--update]      (--update rewrites the baseline)
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 case "${1:-}" in
   "" | --update) ;;
-  *) echo "abi.sh: unknown option '$1': --update or nothing is expected" >&2; exit 2 ;;
+  *) echo "abi.sh: unknown option '$1'; expected --update or no option" >&2; exit 2 ;;
 esac
-[ $# -le 1 ] || { echo "abi.sh: one option at most is expected" >&2; exit 2; }
+[ $# -le 1 ] || { echo "abi.sh: too many arguments; expected at most --update" >&2; exit 2; }
 
 scripts/setup.sh build abi
 tree=build/abi
@@ -33,17 +33,17 @@ if [ "${1:-}" = --update ]; then
   exit 0
 fi
 
-# Exit status 0 when nothing that $1 has differs in the library.
+# Succeeds if the library has everything in $1 unchanged.
 unchanged() { abidiff --no-added-syms "$1" "$tree/abi.xml"; }
 
-# The check must notice a function that is gone, a field that has moved and a parameter that has
-# another type, or it would hold nothing.
+# The check must notice a removed function, a moved field and a changed parameter type, or it would
+# check nothing.
 for change in 's/FenuCleanup3/FenuCleanup4/' \
               "s/layout-offset-in-bits='25504'/layout-offset-in-bits='25568'/" \
               "/function-decl name='StartIo3'/,/function-decl>/s/\(type-id-[0-9]*\)' name='outputLength'/\10' name='outputLength'/"; do
   sed "$change" "$baseline" >"$tree/doctored.xml"
   if cmp -s "$baseline" "$tree/doctored.xml" || unchanged "$tree/doctored.xml" >/dev/null 2>&1; then
-    echo "abi.sh: the check is blind to: $change" >&2
+    echo "abi.sh: the check does not notice this change: $change" >&2
     exit 1
   fi
 done
@@ -52,5 +52,5 @@ if ! unchanged "$baseline"; then
   echo "abi.sh: the binary interface has changed. Drivers are built against it: restore it." >&2
   exit 1
 fi
-abidiff "$baseline" "$tree/abi.xml" || echo "abi.sh: what is new is not in the baseline yet: scripts/abi.sh --update"
-echo "abi.sh: $(grep -c '<elf-symbol' "$baseline") symbols and their types are as in $baseline"
+abidiff "$baseline" "$tree/abi.xml" || echo "abi.sh: the library has additions; run scripts/abi.sh --update"
+echo "abi.sh: $(grep -c '<elf-symbol' "$baseline") symbols and their types match $baseline"

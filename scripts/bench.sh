@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Builds the optimised library and its benchmarks, runs them all and prints one table.
 #
-#   scripts/bench.sh              about two minutes, on a machine that does little else
-#   scripts/bench.sh --svg FILE   also draws what a command's time is made of
+#   scripts/bench.sh              takes about two minutes; use an idle machine
+#   scripts/bench.sh --svg FILE   also draws the parts of a command's time
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -10,7 +10,7 @@ svg=
 case "${1:-}" in
   "") ;;
   --svg) svg=${2:?bench.sh: --svg needs the name of a file} ;;
-  *) echo "bench.sh: unknown option '$1': --svg FILE or nothing is expected" >&2; exit 2 ;;
+  *) echo "bench.sh: unknown option '$1'; expected --svg FILE or no option" >&2; exit 2 ;;
 esac
 
 scripts/setup.sh bench
@@ -23,7 +23,7 @@ library=build/bench/libkalodll.so
 results=$(mktemp -d /tmp/kalodll_results.XXXXXX)
 trap 'rm -rf "$results"' EXIT
 
-# What is compared runs interleaved, so that both sides meet the same machine.
+# Compared programs run interleaved, so that both see the same machine.
 # run_times NAME[=GROUP] [COMMAND THAT RUNS THE PROGRAM...]
 run_times() {
   local name=${1%%=*} group=${1##*=}
@@ -40,16 +40,16 @@ run_times sinks
 if [ -e /dev/zuli ]; then
   run_times device
 else
-  # Under the software engine, through the kernel, where it lets a program have a tree of its own.
+  # With the software engine through the kernel, if the kernel allows a private file tree.
   run_times device build/bench/bin/zulisim run --quiet --device fuse -- || {
     rm -f "$results/device.json"
-    echo "Skipped: a command through the kernel, because nothing can serve /dev/zuli here" >&2
+    echo "Skipped: a command through the kernel: this machine cannot serve /dev/zuli" >&2
   }
 fi
 run_times preload=device build/bench/bin/zulisim run --quiet --
 
 echo "Counting instructions" >&2
-# Whether the counts are as they should be is for scripts/instructions.sh to say on its own.
+# scripts/instructions.sh checks the counts.
 scripts/instructions.sh >"$results/instructions" 2>/dev/null || true
 scripts/instructions.sh --peers >"$results/peers" 2>/dev/null
 

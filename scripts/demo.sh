@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Sets up, builds, and shows a driver's day against the security engine in software.
+# Sets up, builds, and runs a small driver against the security engine in software.
 #
-#   scripts/demo.sh [BIN DRIVER]      tools that are installed in BIN, and a driver: builds nothing
+#   scripts/demo.sh [BIN DRIVER]      uses the tools in BIN and a driver; builds nothing
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -17,8 +17,8 @@ if [ $# -eq 0 ]; then
   echo
 fi
 cat <<'END'
-A driver program talks to firmware in software through libkalodll.so. Numbered lines are what reaches
-the device: its descriptor, the firmware client, the operation, the bytes.
+A driver uses libkalodll.so to talk to simulated firmware. Each numbered line is a device operation:
+its descriptor, firmware client, kind and bytes.
 END
 "$bin/zulisim" run --root "$folder" \
   --reply 'kalo:0x20=status:0x80000001,private:000102030405060708090a0b0c0d0e0f' \
@@ -26,5 +26,5 @@ END
   -- "$driver" 2>&1
 
 echo
-echo "-- what the log says of it, made readable (x2: each KaloInit3 adds a sink for the same file)"
+echo "-- the failures in the log (x2: each KaloInit3 adds a sink for the same file)"
 "$bin/kaloctl" log "$folder/data/Marvoleth.log" | grep -B4 -A1 'General Exception'

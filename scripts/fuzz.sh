@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Builds the fuzz targets and runs each for a while, from the seeds in fuzz/corpus/ and from what
-# earlier runs found. Fails on a finding, and prints how to run it again.
+# Builds the fuzz targets and runs each for a while, starting from the seeds in fuzz/corpus/ and the
+# inputs that earlier runs found. Fails on a finding and prints the command that reproduces it.
 #
 #   scripts/fuzz.sh [SECONDS] [TARGET...]      (default: 30 seconds, every target)
 #   scripts/fuzz.sh --coverage [TARGET...]     lines of each target's own code that the seeds reach
 #
-# KALODLL_FUZZ_SEED=N makes a run begin with the seeds alone and draw the same random numbers each
-# time; without it each run draws anew and goes on from what the last one found.
+# With KALODLL_FUZZ_SEED=N a run starts only from the seeds and is repeatable. Without it, each run
+# uses new random numbers and continues from the inputs of the last run.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -32,7 +32,7 @@ done
 
 scripts/setup.sh build fuzz
 if [ "$seconds" = --coverage ]; then
-  # The code that each target is about.
+  # The code that each target tests.
   declare -A own=(
     [engine]='(api|transport|log)/[^/]*'
     [registry]='oscl/(registry[^/]*|user_feature)'
@@ -43,7 +43,7 @@ if [ "$seconds" = --coverage ]; then
     -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
   cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||
     { cat build/fuzz-coverage/build.log >&2; exit 1; }
-  # clang's own folder has the tools of its version.
+  # clang's own folder has the tools of the same version.
   llvm=$(sed -n 's/^KALODLL_CLANG_CXX:.*=//p' build/fuzz-coverage/CMakeCache.txt)
   llvm=$(dirname "$(readlink -f "$llvm")")
   printf '%-10s %6s %7s %9s\n' target seeds lines reached
@@ -65,8 +65,8 @@ cmake --preset fuzz >/dev/null
 cmake --build --preset fuzz --target "${targets[@]/#/fuzz_}" >build/fuzz/build.log ||
   { cat build/fuzz/build.log >&2; exit 1; }
 
-# Contract: a failed connection leaves its record behind. So the leaks of the engine target are
-# looked for once, at the end, where this list is gone by.
+# Contract: a failed connection leaks its record. So the engine target checks for leaks once, at the
+# end, with this list of exceptions.
 export LSAN_OPTIONS=suppressions=$PWD/tests/support/lsan.supp:print_suppressions=0
 export UBSAN_OPTIONS=print_stacktrace=1
 failed=0
@@ -94,7 +94,7 @@ for target in "${targets[@]}"; do
   else
     failed=1
     tail -n 40 "$log" >&2
-    echo "fuzz.sh: target $target found something; the whole report is in $log. Run it again:" >&2
+    echo "fuzz.sh: target $target has a finding; see $log. Reproduce it with:" >&2
     echo "  build/fuzz/fuzz/fuzz_$target build/fuzz/findings/$target-*" >&2
   fi
 done

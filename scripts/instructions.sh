@@ -2,17 +2,17 @@
 # Counts the instructions of each operation and fails when one has grown by more than 3 %.
 #
 #   scripts/instructions.sh             compares with bench/instructions.txt
-#   scripts/instructions.sh --update    takes the counts over into it
-#   scripts/instructions.sh --peers     prints what other libraries execute for the like
+#   scripts/instructions.sh --update    writes the counts into it
+#   scripts/instructions.sh --peers     prints the counts of similar operations in other libraries
 #
-# Counts repeat on any machine: nothing in them depends on time, load or processor.
+# Counts are the same on every machine: they do not depend on time, load or processor.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
 case "${1:-}" in
   "" | --update) program=bench_instructions ;;
   --peers) program=bench_peer_instructions ;;
-  *) echo "instructions.sh: unknown option '$1': --update, --peers or nothing is expected" >&2
+  *) echo "instructions.sh: unknown option '$1'; expected --update, --peers or no option" >&2
      exit 2 ;;
 esac
 
@@ -24,7 +24,7 @@ cmake --build build/bench --target "$program" | tail -n 1 >&2
 counts=$(mktemp -d /tmp/kalodll_counts.XXXXXX)
 trap 'rm -rf "$counts"' EXIT
 
-# The plain processor and an empty environment, so that libc chooses the same functions everywhere.
+# A baseline processor and an empty environment make libc choose the same functions everywhere.
 plain=-AVX512F,-AVX512VL,-AVX512BW,-AVX2,-AVX,-AVX_Fast_Unaligned_Load,-ERMS,-FSRM,-RTM,-BMI2
 plain+=,-BMI1,-LZCNT,-MOVBE,-XSAVEC,-XSAVE,-SSSE3,-SSE4_1,-SSE4_2
 if ! env -i PATH="$PATH" GLIBC_TUNABLES="glibc.cpu.hwcaps=$plain" \

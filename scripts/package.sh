@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Makes Debian packages of the library and of the tools out of the release preset's build, checks them
-# with lintian, unpacks them into an empty tree, and runs the demonstration from there with a driver
-# that is built against the unpacked files.
+# Builds Debian packages of the library and of the tools from the release preset, checks them with
+# lintian, unpacks them into an empty tree, and runs the demo there with a driver built against the
+# unpacked files.
 #
 #   scripts/package.sh [MAINTAINER]      leaves the packages in build/packages
 #
@@ -11,7 +11,7 @@ cd "$(dirname "$0")/.."
 
 maintainer=${1:-${DEBFULLNAME:-} <${DEBEMAIL:-}>}
 if ! [[ $maintainer =~ ^[^\<]+\ \<[^@]+@[^@]+\>$ ]]; then
-  echo "package.sh: '$maintainer' is not a maintainer: give 'Name <address>'," \
+  echo "package.sh: '$maintainer' is not a maintainer; give 'Name <address>'," \
     "or set DEBFULLNAME and DEBEMAIL" >&2
   exit 2
 fi
@@ -34,7 +34,7 @@ for package in "${packages[@]}"; do
   dpkg-deb --extract "$package" "$tree"
   dpkg-deb --field "$package" Package Version Depends
 done
-[ ${#packages[@]} -eq 2 ] || { echo "package.sh: not two packages: ${packages[*]}" >&2; exit 1; }
+[ ${#packages[@]} -eq 2 ] || { echo "package.sh: expected two packages, found: ${packages[*]}" >&2; exit 1; }
 
 # Warnings are for a maintainer who uploads the packages somewhere.
 lintian --fail-on error "${packages[@]}" >"$tree/lintian" || {
@@ -46,7 +46,7 @@ lintian --fail-on error "${packages[@]}" >"$tree/lintian" || {
 usr=$tree/usr
 for file in share/man/man1/{zulisim,zulisim-run,kaloctl,kaloctl-registry}.1 \
   share/bash-completion/completions/{zulisim,kaloctl} share/doc/kalodll/README.md; do
-  [ -s "$usr/$file" ] || [ -s "$usr/$file.gz" ] || { echo "package.sh: no /usr/$file" >&2; exit 1; }
+  [ -s "$usr/$file" ] || [ -s "$usr/$file.gz" ] || { echo "package.sh: the packages lack /usr/$file" >&2; exit 1; }
 done
 # Every link of an installed page leads to an installed file.
 while IFS=: read -r page link; do

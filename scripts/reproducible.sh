@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Run this before a release. Builds what ships a second time, from a copy of the sources in a deeper
-# folder and without a compiler cache, and compares the bytes with the release preset's build.
+# Run this before a release. Builds the shipped files again from a copy of the sources in a deeper
+# folder, without a compiler cache, and compares them with the release preset's build.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup.sh build
@@ -22,8 +22,8 @@ unset CMAKE_C_COMPILER_LAUNCHER CMAKE_CXX_COMPILER_LAUNCHER
 
 for file in "${files[@]}"; do
   cmp "build/release/$file" "$copy/build/release/$file" || {
-    echo "reproducible.sh: $file depends on the folder that it is built in, or on the time" >&2
+    echo "reproducible.sh: $file depends on the build folder or on the time" >&2
     exit 1
   }
 done
-echo "reproducible.sh: ${#files[@]} files are the same from both folders"
+echo "reproducible.sh: ${#files[@]} files are identical"

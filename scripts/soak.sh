@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Sets up, builds and lets four drivers run for long at once, while the device comes and goes: every
-# reply is accounted for, descriptors and resident memory stay flat.
+# Sets up, builds and runs four drivers at once for a long time while the device is lost again and
+# again. Checks every reply, and that descriptors and resident memory do not grow.
 #
 #   scripts/soak.sh [EXCHANGES]      (default: 1000000)
 set -euo pipefail
@@ -8,7 +8,7 @@ cd "$(dirname "$0")/.."
 
 exchanges=${1:-1000000}
 if [ $# -gt 1 ] || ! [[ $exchanges =~ ^[1-9][0-9]{3,8}$ ]]; then
-  echo "soak.sh: '$*' is not a number of exchanges: 1000 to 999999999 is expected" >&2
+  echo "soak.sh: '$*' is not a number of exchanges; expected 1000 to 999999999" >&2
   exit 2
 fi
 scripts/setup.sh build test

@@ -9,7 +9,7 @@ preset=${1:-release}
 [ $# -gt 0 ] && shift
 case "$preset" in
   release | debug | asan | tsan | clang) ;;
-  *) echo "test.sh: unknown preset '$preset': release, debug, asan, tsan or clang is expected" >&2; exit 2 ;;
+  *) echo "test.sh: unknown preset '$preset'; expected release, debug, asan, tsan or clang" >&2; exit 2 ;;
 esac
 
 scripts/setup.sh test
@@ -18,7 +18,7 @@ cmake --build --preset "$preset"
 log=build/$preset/Testing/Temporary/LastTest.log
 status=0
 ctest --preset "$preset" --parallel "$(nproc)" "$@" || status=$?
-# ctest does not show why a test was skipped, which each such test prints.
+# ctest does not show why a test was skipped, but the test prints the reason.
 awk '/^[0-9]+\/[0-9]+ Testing: / { name = $3 }
      /^(skipped|SKIPPED): / { sub("^[^:]*: ", ""); print "skipped: " name ": " $0 }
      /: Skipped$/ { getline; print "skipped: " name ": " $0 }' "$log"
