@@ -1,4 +1,5 @@
-// Log messages: which are delivered, as what, to whom; and the clock and debug log beneath.
+// Tests which log messages are delivered, in which form and to which sinks. Also tests the clock
+// and the debug log.
 
 #include "log/logger.h"
 
@@ -21,10 +22,11 @@
 
 namespace {
 
-// What this program puts in the place of the clock's resolution and of the platform's log.
+// This program replaces the clock's resolution and the platform's log. These hold the replacement's
+// input and output.
 std::optional<timespec> resolution;
 std::vector<std::string> formats, texts;
-// Calls on the log's lock, and whether it fails to be taken.
+// Counts the calls on the log's lock. While `lockFails` is true, they fail.
 std::atomic<int> locked{0}, unlocked{0};
 std::atomic<bool> lockFails{false};
 
@@ -60,7 +62,7 @@ int clock_getres(clockid_t id, timespec* out) {
   return 0;
 }
 
-// The one in the program comes first, whatever else the platform has.
+// The program's definition takes precedence over the platform's.
 __attribute__((format(printf, 3, 4))) int __android_log_print(int priority, const char* tag,
                                                               const char* format, ...) {
   char text[256];
@@ -109,12 +111,12 @@ TEST_F(Messages, are_delivered_as_inserted_or_behind_a_decimal_prefix) {
   EXPECT_THAT(TakeRaw(), ElementsAre("abc\n", MatchesRegex("\\[[0-9]{8,}\\] [0-9]{9,} x")));
 }
 
-TEST_F(Messages, reach_every_sink_in_order_although_one_is_null) {
+TEST_F(Messages, reach_every_sink_in_order_even_if_one_is_null) {
   std::ostringstream order;
   class Second : public StreamLogSink {
    public:
     using StreamLogSink::StreamLogSink;
-    // At unload, when nobody is left to tell.
+    // Logs during unload, when no sink is left.
     ~Second() override { Say("end"); }
     void logMessage(const char* message) override { *stream << "(" << message << ")"; }
   };
@@ -124,7 +126,7 @@ TEST_F(Messages, reach_every_sink_in_order_although_one_is_null) {
   EXPECT_EQ(order.str(), "cut(cut)");
 }
 
-TEST_F(Messages, never_trouble_the_code_that_logs) {
+TEST_F(Messages, do_not_affect_the_code_that_logs) {
   Logger::logBase.sinks.push_back(new Sink(this));
   sink->onLine = [] {
     errno = 99;
@@ -149,7 +151,7 @@ TEST_F(Messages, take_and_release_the_lock_once_each_with_or_without_a_sink) {
   for (const bool withSink : {false, true}) {
     std::vector<LogSink*> sinks;
     if (!withSink) sinks.swap(Logger::logBase.sinks);
-    // The first statement after a driver has appended a sink by itself also looks for one.
+    // After a driver has appended a sink itself, the first statement checks for one again.
     KaloStateInit(nullptr);
     TakeRaw();
     locked = unlocked = 0;
@@ -161,7 +163,7 @@ TEST_F(Messages, take_and_release_the_lock_once_each_with_or_without_a_sink) {
     EXPECT_EQ(TakeRaw().size(), withSink ? 6u : 0u);
     if (!withSink) sinks.swap(Logger::logBase.sinks);
   }
-  // An initialisation takes it once more, to append its sink.
+  // An initialisation also takes the lock to append its sink.
   locked = unlocked = 0;
   KaloInit3(&handle_);
   EXPECT_EQ(static_cast<size_t>(locked), TakeRaw().size() + 1);
@@ -192,20 +194,20 @@ TEST_F(Messages, reach_a_sink_that_another_appends_meanwhile) {
   EXPECT_EQ(TakeRaw(), List("text", "text"));
 }
 
-TEST_F(Messages, are_whole_for_every_sink_although_another_writes_into_them) {
-  struct Scribbler : LogSink {
+TEST_F(Messages, are_whole_for_every_sink_even_if_another_writes_into_them) {
+  struct WritingSink : LogSink {
     void logMessage(const char* message) override { *const_cast<char*>(message) = '!'; }
   };
   auto& sinks = Logger::logBase.sinks;
   auto* last = new Sink(this);
-  for (LogSink* added : {static_cast<LogSink*>(new Scribbler), static_cast<LogSink*>(last)}) {
+  for (LogSink* added : {static_cast<LogSink*>(new WritingSink), static_cast<LogSink*>(last)}) {
     sinks.push_back(added);
   }
   Say("a text that no string keeps within itself");
   EXPECT_EQ(TakeRaw(), Lines(2, "a text that no string keeps within itself"));
 }
 
-TEST_F(Messages, leave_errno_alone_although_the_lock_fails) {
+TEST_F(Messages, keep_errno_even_if_the_lock_fails) {
   std::vector<LogSink*> sinks;
   sinks.swap(Logger::logBase.sinks);
   lockFails = true;
@@ -213,12 +215,12 @@ TEST_F(Messages, leave_errno_alone_although_the_lock_fails) {
   KaloStateInit(nullptr);
   EXPECT_EQ(errno, ENODEV);
   lockFails = false;
-  EXPECT_EQ(texts.size(), 4u) << "each lock and each unlock is told of";
+  EXPECT_EQ(texts.size(), 4u) << "each failed lock and unlock is reported";
   sinks.swap(Logger::logBase.sinks);
 }
 
-// No sink can be deleted safely while one is at work.
-TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
+// A sink cannot be deleted safely while one is being called.
+TEST_F(Messages, let_a_sink_end_the_process) {
   struct Undeletable : LogSink {
     ~Undeletable() override { _exit(static_cast<int>(gKaloDllState.kaloRefCountA)); }
     void logMessage(const char*) override {}
@@ -227,7 +229,7 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
       {
         Logger::logBase.sinks.push_back(new Undeletable);
         sink->onLine = [this] {
-          // Where the lock fails, another thread's delivery ends before this one.
+          // The lock fails, so the delivery of another thread ends before this one.
           sink->onLine = nullptr;
           lockFails = true;
           std::thread([] { Say("text"); }).join();
@@ -237,7 +239,7 @@ TEST_F(Messages, do_not_keep_a_process_from_ending_that_a_sink_ends) {
       },
       testing::ExitedWithCode(3), "");
   struct First : Undeletable {
-    // The log's base goes first, the state after it.
+    // The log's base is destroyed before the state.
     ~First() override { gKaloDllState.kaloRefCountA += 4; }
   };
   for (const bool logs : {false, true}) {
@@ -320,8 +322,8 @@ TEST(DebugLog, shows_the_message_of_each_code) {
             "found|unknown error|unknown error|unknown error|");
 }
 
-#ifndef __SANITIZE_THREAD__  // which reports the misuse itself
-TEST(DebugLog, is_all_that_hears_of_a_failing_lock) {
+#ifndef __SANITIZE_THREAD__  // the thread sanitizer reports the misuse itself
+TEST(DebugLog, is_the_only_report_of_a_failing_lock) {
   pthread_mutexattr_t attributes;
   pthread_mutexattr_init(&attributes);
   pthread_mutexattr_settype(&attributes, PTHREAD_MUTEX_ERRORCHECK);

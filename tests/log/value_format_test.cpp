@@ -1,5 +1,5 @@
-// The printers of GUIDs and byte buffers, to the byte and with the state that they leave the stream
-// in.
+// Tests the printers of GUIDs and byte buffers: their exact output, and the flags of the stream
+// afterwards.
 
 #include "log/value_format.h"
 
@@ -14,7 +14,7 @@ namespace {
 const std::string kZeros(7, '0');
 
 std::string Dump(unsigned int length) {
-  // Exactly what is read: the first quarter of the buffer.
+  // Allocates only what the printer reads: the first quarter of the buffer.
   const std::unique_ptr<unsigned char[]> bytes(new unsigned char[length / 4]);
   for (unsigned int i = 0; i < length / 4; ++i) bytes[i] = static_cast<unsigned char>('A' + i);
   std::ostringstream stream;
@@ -31,7 +31,7 @@ TEST(Guid, prints_in_fixed_width_and_leaves_decimal_and_zero_fill) {
 }
 
 TEST(Dump, prints_a_quarter_of_the_bytes_as_characters) {
-  EXPECT_EQ(Dump(0), "\n\n 26");  // nothing set the fill
+  EXPECT_EQ(Dump(0), "\n\n 26");  // the fill character is not changed
   EXPECT_EQ(Dump(3), "\n00000000\n026");
   EXPECT_EQ(Dump(6), "\n" + kZeros + "A 00000000\n026");
   std::string eight;

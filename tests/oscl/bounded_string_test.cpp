@@ -10,8 +10,8 @@
 
 namespace {
 
-// What the call returns, and leaves in a heap buffer of exactly `size` bytes, so that the address
-// sanitizer sees the first byte beyond.
+// Returns the result of the call and the buffer's content. The buffer is on the heap and has
+// exactly `size` bytes, so the address sanitizer detects any access beyond it.
 std::string Do(uint32_t size, const std::function<int32_t(char*)>& call) {
   const std::unique_ptr<char[]> buffer(new char[size]);
   std::fill_n(buffer.get(), size, '#');
@@ -19,12 +19,12 @@ std::string Do(uint32_t size, const std::function<int32_t(char*)>& call) {
   return std::to_string(result) + std::string(buffer.get(), size);
 }
 
-TEST(BoundedStringTest, what_does_not_fit_is_refused_and_leaves_the_destination) {
+TEST(BoundedStringTest, text_that_does_not_fit_is_refused_and_not_copied) {
   EXPECT_EQ(Do(4, [](char* dst) { return strcpy_s(dst, 4, "abc"); }), std::string("0abc\0", 5));
   EXPECT_EQ(Do(3, [](char* dst) { return strcpy_s(dst, 3, "abc"); }), "1###");
   EXPECT_EQ(Do(4, [](char* dst) { return memcpy_s(dst, 4, "abcd", 4); }), "0abcd");
   EXPECT_EQ(Do(3, [](char* dst) { return memcpy_s(dst, 3, "abcd", 4); }), "1###");
-  // The whole source must fit although only one character is asked for, and no NUL follows it.
+  // The whole source must fit, even if fewer characters are requested. No NUL is added.
   EXPECT_EQ(Do(4, [](char* dst) { return strncpy_s(dst, 4, "abc", 1); }), "0a###");
   EXPECT_EQ(Do(3, [](char* dst) { return strncpy_s(dst, 3, "abc", 1); }), "1###");
   const auto append = [](char* dst) { return strcat_s(std::strcpy(dst, "ab"), 3, "c"); };
@@ -37,19 +37,19 @@ TEST(BoundedStringTest, what_does_not_fit_is_refused_and_leaves_the_destination)
         _snprintf_s(nullptr, 3, 3, "c")}) {
     EXPECT_EQ(result, 1);
   }
-  // The size limits the output, the count does not.
+  // Only the size limits the output, not the count.
   const auto print = [](char* dst) { return _snprintf_s(dst, 8, 1, "%d", 123456789); };
   EXPECT_EQ(Do(8, print), std::string("91234567\0", 9));
   EXPECT_EQ(Do(8, [](char* dst) { return _sntprintf_s(dst, 8, 9, "%d", 7); }), "1########");
   EXPECT_EQ(Do(8, [](char* dst) { return _sntprintf_s(dst, 8, 0, "%d", 7); }), "1########");
 }
 
-// Fortified calls end the process for such a format.
-TEST(BoundedStringTest, any_format_gets_what_plain_vsnprintf_makes_of_it) {
+// Fortified calls would end the process for such a format.
+TEST(BoundedStringTest, formats_give_the_result_of_vsnprintf) {
   char second[] = "%2$s";
   EXPECT_EQ(Do(3, [&](char* dst) { return _snprintf_s(dst, 3, 1, second, "a", "b"); }),
             std::string("1b\0#", 4));
-#ifndef __ANDROID__  // whose vsnprintf refuses it
+#ifndef __ANDROID__  // Android's vsnprintf refuses it
   char count[] = "ab%n";
   int32_t written = 0;
   EXPECT_EQ(Do(3, [&](char* dst) { return _sntprintf_s(dst, 3, 1, count, &written); }),

@@ -13,11 +13,11 @@
 #include "oscl/memory.h"
 #include "tests/support/descriptors.h"
 
-// A file of the case's own, not yet there, in memory where there is a folder for that. No case may
-// leave a descriptor or a block of memory behind.
+// Provides the path of a file that does not exist yet, in memory if possible. The test must close
+// all descriptors and free all memory.
 class FileFixture : public testing::Test {
  protected:
-  // A process of that number may have died before it could clear up.
+  // An earlier process with the same number may have left the file.
   FileFixture() { std::remove(path_.c_str()); }
   ~FileFixture() override {
     EXPECT_EQ(test::OpenDescriptors(), descriptors_);

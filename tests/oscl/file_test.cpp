@@ -19,7 +19,7 @@ class FileTest : public FileFixture {
   HANDLE Open(uint32_t access, uint32_t disposition) const {
     return CreateFile(path_.c_str(), access, 0, nullptr, disposition, 0, nullptr);
   }
-  // How the file was opened, or the code of the refusal.
+  // Returns how the file was opened, or the error code.
   int Opened(uint32_t access, uint32_t disposition) const {
     HANDLE file = Open(access, disposition);
     if (file == INVALID_HANDLE_VALUE) return static_cast<int>(GetLastError());
@@ -37,7 +37,7 @@ TEST_F(FileTest, dispositions_open_create_and_truncate) {
   EXPECT_EQ(Opened(kReadWrite, 0), 2);
   EXPECT_EQ(Opened(GENERIC_READ, OPEN_EXISTING), 5);
   EXPECT_EQ(Opened(kReadWrite, TRUNCATE_EXISTING), 5);
-  EXPECT_EQ(Opened(GENERIC_READ, OPEN_ALWAYS), -O_RDWR) << "to make it, whatever is asked for";
+  EXPECT_EQ(Opened(GENERIC_READ, OPEN_ALWAYS), -O_RDWR) << "to create it, with any access";
   EXPECT_EQ(Opened(GENERIC_READ, OPEN_ALWAYS), -O_RDONLY);
   struct stat status;
   ASSERT_EQ(stat(path_.c_str(), &status), 0);
@@ -50,7 +50,7 @@ TEST_F(FileTest, dispositions_open_create_and_truncate) {
   EXPECT_EQ(Stored(), "");
 }
 
-TEST_F(FileTest, positions_and_sizes_are_of_32_bits) {
+TEST_F(FileTest, positions_and_sizes_have_32_bits) {
   Store("abcdef");
   HANDLE file = Open(kReadWrite, OPEN_EXISTING);
   EXPECT_EQ(SetFilePointer(file, -4, nullptr, FILE_END), 2u);
@@ -78,7 +78,8 @@ TEST_F(FileTest, a_whole_file_helper_that_fails_keeps_the_code_of_the_failing_st
   EXPECT_EQ(std::string(static_cast<char*>(content), size), "abc3456789");
   FreeMem(content);
   Store("");
-  // One is shorter than it claims to be; a folder opens and has a size, but no content.
+  // The second file is shorter than its size says. A folder can be opened and has a size, but
+  // cannot be read.
   for (const auto& [path, code] : {std::pair(path_.c_str(), 0u),
                                    {"/sys/devices/system/cpu/online", 0u},
                                    {"/tmp", OSCL_ERROR_UNKNOWN},

@@ -18,8 +18,8 @@
 
 namespace {
 
-// A second reader of the registry file, written with scanf's patterns themselves, to hold the
-// library's reader against.
+// A second reader of the registry file. It uses scanf's patterns directly, to check the library's
+// reader.
 struct ModelValue {
   std::string name;
   uint32_t type = 0;
@@ -46,7 +46,7 @@ struct ModelKey {
 
 struct Model {
   uint32_t code = 0;
-  std::vector<ModelKey> keys;  // in the order of look-ups
+  std::vector<ModelKey> keys;  // in the order in which they are searched
 
   const ModelKey* FindById(uint32_t id) const { return First(keys, &ModelKey::id, id); }
   const ModelKey* FindByName(const std::string& name) const {
@@ -54,7 +54,7 @@ struct Model {
   }
 };
 
-// "%x\n". A "0x" that no digits follow is 0; the C libraries differ on it.
+// Reads "%x\n". Treats "0x" without digits as 0, because C libraries differ on it.
 bool ReadId(FILE* file, uint32_t* id) {
   const long start = std::ftell(file);
   char text[5] = {};
@@ -65,7 +65,7 @@ bool ReadId(FILE* file, uint32_t* id) {
   return fscanf(file, bare ? "\n" : "%x\n", id) == 1 || bare;
 }
 
-// Reads what the loader does up to the first read that fails.
+// Reads what the library's loader reads, up to the first read that fails.
 uint32_t ReadKeys(FILE* file, std::vector<ModelKey>& keys, ModelKey*& key) {
   char line[256];
   const auto read = [&] { return fscanf(file, "%255[^\n]\n", line) == 1; };
@@ -105,11 +105,11 @@ Model ReadModel(const std::string& path) {
 
 using Below = std::function<uint32_t(std::size_t)>;
 
-#define HOLD(condition) \
+#define CHECK(condition) \
   if (!(condition)) throw std::logic_error(std::to_string(__LINE__) + ": " #condition)
 
-// What becomes of a model's file when it is rewritten.
-std::string Rewritten(const Model& model) {
+// Returns the file that the library must write for the model.
+std::string FormatModel(const Model& model) {
   std::string file;
   for (const ModelKey& key : model.keys) {
     char id[16];
@@ -128,14 +128,14 @@ std::string Rewritten(const Model& model) {
   return file;
 }
 
-std::string Content(const std::string& path) {
+std::string ReadContent(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// The code of looking for a value, and the value.
-std::pair<uint32_t, const ModelValue*> Look(const Model& model, uint32_t id,
-                                            const std::string& subKey, const char* name) {
+// Returns the code that a look-up must give, and the value.
+std::pair<uint32_t, const ModelValue*> LookUp(const Model& model, uint32_t id,
+                                              const std::string& subKey, const char* name) {
   if (id - HKEY_CLASSES_ROOT < 4) return {1, nullptr};
   if (model.code != 0 || name == nullptr) return {model.code != 0 ? model.code : 2, nullptr};
   const ModelKey* named = model.FindById(id);
@@ -150,13 +150,13 @@ void CheckOpening(const Model& model, const std::string& name) {
   for (uint32_t root = 0; root < 5; ++root) {
     const std::string& prefix = kRoots[root];
     if (name.compare(0, prefix.size(), prefix) != 0) continue;
-    // A sub-key without room is refused as a whole.
+    // A sub-key that is too long is dropped completely.
     const ModelKey* key = model.FindByName(name.size() < 256 ? name : prefix);
     const uint32_t code = model.code != 0 ? model.code : key == nullptr ? 15 : 0;
     HKEY opened = 0;
-    HOLD(RegOpenKeyExA(HKEY_CLASSES_ROOT + root, &name[prefix.size()], 0, 0, &opened) == code);
-    HOLD(GetLastError() == code);
-    HOLD(opened == (code == 0 ? key->id : 0));
+    CHECK(RegOpenKeyExA(HKEY_CLASSES_ROOT + root, &name[prefix.size()], 0, 0, &opened) == code);
+    CHECK(GetLastError() == code);
+    CHECK(opened == (code == 0 ? key->id : 0));
   }
 }
 
@@ -164,20 +164,20 @@ void CheckWatching(const Model& model, const std::string& name) {
   UserFeatureNotifyKey watch = {0, name.c_str(), 1, nullptr};
   const bool found = model.code == 0 && model.FindByName(name) != nullptr;
   const HRESULT result = OSCL_UserFeature_EnableNotification(nullptr, &watch);
-  HOLD(result == (found ? S_OK : model.code != 0 ? model.code : 15) && watch.changed == 0);
+  CHECK(result == (found ? S_OK : model.code != 0 ? model.code : 15) && watch.changed == 0);
   FreeMem(watch.notifyData);
 }
 
 void CheckReading(const Model& model, uint32_t id, const char* subKey, const char* name) {
-  const auto [code, value] = Look(model, id, subKey != nullptr ? subKey : "", name);
+  const auto [code, value] = LookUp(model, id, subKey != nullptr ? subKey : "", name);
   const std::unique_ptr<char[]> data(new char[value != nullptr ? value->data.size() : 0]);
   uint32_t type = 0;
   uint32_t size = 0;
-  HOLD(RegGetValue(id, subKey, name, 0, &type, data.get(), &size) == code);
-  HOLD(GetLastError() == code);
+  CHECK(RegGetValue(id, subKey, name, 0, &type, data.get(), &size) == code);
+  CHECK(GetLastError() == code);
   if (value == nullptr) return;
-  HOLD(type == value->type);
-  HOLD(std::string(data.get(), size) == value->data);
+  CHECK(type == value->type);
+  CHECK(std::string(data.get(), size) == value->data);
 }
 
 void CheckSetting(const ModelValue* value, const ModelKey& key, const char* name, uint32_t kind) {
@@ -185,40 +185,40 @@ void CheckSetting(const ModelValue* value, const ModelKey& key, const char* name
   if (key.name.rfind("HKEY_CURRENT_USER\\", 0) == 0) {
     const std::unique_ptr<char[]> read(new char[data.size()]);
     const bool good = !data.empty() && value->type == kind;
-    HOLD(OSCL_ReadRegistryValue(&key.name[18], name, kind, 1, read.get()) ==
-         (good ? S_OK : E_FAIL));
-    HOLD(std::string(read.get(), data.size()) == data);
+    CHECK(OSCL_ReadRegistryValue(&key.name[18], name, kind, 1, read.get()) ==
+          (good ? S_OK : E_FAIL));
+    CHECK(std::string(read.get(), data.size()) == data);
   }
   UserFeatureKey setting = {0, key.name.c_str(), nullptr, 0};
   const HRESULT result = OSCL_UserFeature_ReadValue(nullptr, &setting, name, kind);
   const UserFeatureValue& read = *setting.values;
   if (kind == USER_FEATURE_STRING || kind == USER_FEATURE_BINARY) {
-    HOLD((read.data.binary != nullptr) == (value != nullptr));
-    HOLD(std::string(value != nullptr ? read.data.string : "", read.size) == data);
+    CHECK((read.data.binary != nullptr) == (value != nullptr));
+    CHECK(std::string(value != nullptr ? read.data.string : "", read.size) == data);
   } else if (kind == USER_FEATURE_MULTI_STRING) {
     uint32_t total = 0;
     for (uint32_t i = 0; i < read.size; ++i) {
-      HOLD(std::strlen(read.data.strings[i].text) == read.data.strings[i].length);
+      CHECK(std::strlen(read.data.strings[i].text) == read.data.strings[i].length);
       total += read.data.strings[i].length + 1;
     }
-    HOLD(total == read.totalLength && (result == S_OK) == (total != 0));
+    CHECK(total == read.totalLength && (result == S_OK) == (total != 0));
   } else if (kind > USER_FEATURE_BINARY && kind < USER_FEATURE_STRING) {
     uint64_t number = 0;
     data.copy(reinterpret_cast<char*>(&number), kind % 2 == 0 ? 4 : 8);
-    HOLD(read.data.number64 == number);
+    CHECK(read.data.number64 == number);
   }
   const bool good = kind > 0 && kind <= USER_FEATURE_STRING;
-  HOLD(kind == USER_FEATURE_MULTI_STRING || result == (good ? S_OK : E_FAIL));
+  CHECK(kind == USER_FEATURE_MULTI_STRING || result == (good ? S_OK : E_FAIL));
   OSCL_UserFeature_DeleteValues(&setting);
 }
 
-// Sets a value of the key, and holds the whole file against what the model says it becomes.
+// Sets a value of the key and compares the whole file with the model's.
 void CheckWriting(const std::string& path, Model model, const ModelKey& opened, const char* name,
                   const Below& below) {
   static constexpr uint32_t kTypes[] = {0, 3, 4, 11, 4, 11, 4, 1, 7, 0};
   const uint32_t kind = below(10);
   const uint32_t size = below(41);
-  // Exactly as much as is announced, without an end.
+  // Has exactly the announced size and no terminating NUL.
   const std::string data(size, 'd');
   const std::unique_ptr<char[]> exact(new char[size]);
   data.copy(exact.get(), size);
@@ -236,10 +236,10 @@ void CheckWriting(const std::string& path, Model model, const ModelKey& opened, 
   *changed = written;
   UserFeatureValue values[] = {value, value};
   UserFeatureKey setting = {0, opened.name.c_str(), values, 1 + below(2)};
-  // Of two values the second finds a file that does not load.
+  // The first write leaves a file that does not load, so the second fails.
   const uint32_t code = setting.valueCount == 1 ? 0 : OSCL_ERROR_REG_ITEM_UNKNOWN;
-  HOLD(OSCL_UserFeature_WriteValues(nullptr, &setting) == code);
-  HOLD(Content(path) == Rewritten(model));
+  CHECK(OSCL_UserFeature_WriteValues(nullptr, &setting) == code);
+  CHECK(ReadContent(path) == FormatModel(model));
 }
 
 }  // namespace
@@ -247,7 +247,7 @@ void CheckWriting(const std::string& path, Model model, const ModelKey& opened, 
 CheckedRegistry CheckRegistry(const std::string& path, const Below& below) {
   const int32_t blocks = gAllocationCount;
   const Model model = ReadModel(path);
-  const std::string file = Content(path);
+  const std::string file = ReadContent(path);
   ModelKey key;
   if (!model.keys.empty()) key = model.keys[below(model.keys.size())];
   CheckWatching(model, key.name);
@@ -259,22 +259,22 @@ CheckedRegistry CheckRegistry(const std::string& path, const Below& below) {
     const uint32_t ids[] = {key.id, 99, HKEY_CLASSES_ROOT + below(4)};
     const uint32_t id = ids[below(3)];
     CheckReading(model, id, below(2) == 0 ? nullptr : key.name.c_str(), name);
-    const uint32_t code = Look(model, id, "", name).first;
+    const uint32_t code = LookUp(model, id, "", name).first;
     if (code == 0 || code == 8) continue;
-    HOLD(RegSetValueEx(id, name, 0, 1, "x", 2) == code);
-    HOLD(GetLastError() == code);
+    CHECK(RegSetValueEx(id, name, 0, 1, "x", 2) == code);
+    CHECK(GetLastError() == code);
   }
-  HOLD(Content(path) == file);
+  CHECK(ReadContent(path) == file);
   const ModelKey* first = model.code == 0 ? model.FindByName(key.name) : nullptr;
   bool rewritten = false;
   if (first != nullptr) {
     for (const char* name : {value.c_str(), "v"}) {
-      CheckSetting(Look(model, first->id, "", name).second, *first, name, below(12));
+      CheckSetting(LookUp(model, first->id, "", name).second, *first, name, below(12));
     }
-    rewritten = Look(model, first->id, "", "v").first != 1;
+    rewritten = LookUp(model, first->id, "", "v").first != 1;
     if (rewritten)
       CheckWriting(path, model, *first, below(2) == 0 ? value.c_str() : "added", below);
   }
-  HOLD(gAllocationCount == blocks);
+  CHECK(gAllocationCount == blocks);
   return {model.code, rewritten};
 }

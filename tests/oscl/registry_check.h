@@ -6,12 +6,12 @@
 #include <string>
 
 struct CheckedRegistry {
-  uint32_t code;   // of loading the file
-  bool rewritten;  // a value has been set, as the last of all
+  uint32_t code;   // the result of loading the file
+  bool rewritten;  // a value was set, as the last step
 };
 
-// Puts the file to the library by every call of the registry and of the settings, and holds the
-// answers against a second reader. `below` makes the choices: a number below its argument. Throws
-// std::logic_error for what does not hold.
+// Makes every registry and settings call on the file and compares the results with those of a
+// second reader. `below` chooses a number below its argument. Throws std::logic_error for a
+// difference.
 CheckedRegistry CheckRegistry(const std::string& path,
                               const std::function<uint32_t(std::size_t)>& below);

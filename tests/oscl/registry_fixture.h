@@ -3,7 +3,7 @@
 #include "simulator/in_process/in_process_device.h"
 #include "tests/oscl/file_fixture.h"
 
-// The file of the case in the place of the registry's.
+// Replaces the registry file by the file of the test.
 class RegistryFixture : public FileFixture {
  private:
   zulisim::Engine engine_;

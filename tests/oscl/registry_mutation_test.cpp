@@ -9,8 +9,8 @@
 
 namespace {
 
-// Lines that do not belong where they are put.
-std::vector<std::string> Others() {
+// Lines to insert where they do not belong.
+std::vector<std::string> MisplacedLines() {
   using namespace std::string_literals;
   std::istringstream text(
       "| |[KEY]|[VALUE]|[KEY] |[VALUE]\r|0x|-1|3|1\0x|\0|\0 v|99999999999999999999|"
@@ -20,7 +20,7 @@ std::vector<std::string> Others() {
   return lines;
 }
 
-// Files that are nearly right, each from its own number alone.
+// Generates files that are nearly valid. The number of a file determines its content.
 class Mutator {
  public:
   explicit Mutator(uint32_t number) : random_(number * 2654435761u + 1) {}
@@ -43,7 +43,7 @@ class Mutator {
 
   const std::string& OneOf(const Choices& choices) { return choices[Below(choices.size())]; }
 
-  // One of the choices, or a line about as long as the reader takes.
+  // Returns one of the choices, or a line about as long as the reader's limit.
   std::string OneOfOrLong(const Choices& choices) {
     if (Below(25) != 0) return OneOf(choices);
     const std::size_t length = Below(3) == 0 ? 127 : 253 + Below(4);
@@ -75,20 +75,20 @@ class Mutator {
     if (how == 5 && lines_.size() > 1) lines_.erase(place);
   }
 
-  static inline const Choices others_ = Others();
+  static inline const Choices others_ = MisplacedLines();
   std::minstd_rand random_;
   std::vector<std::string> lines_;
 };
 
 class RegistryMutationTest : public RegistryFixture {};
 
-// KALODLL_MUTATIONS sets how many files are tried, KALODLL_MUTATION_SEED the first one's number.
+// KALODLL_MUTATIONS sets the number of files, KALODLL_MUTATION_SEED the number of the first one.
 uint32_t Setting(const char* name, uint32_t otherwise) {
   const char* text = std::getenv(name);
   return text != nullptr ? static_cast<uint32_t>(std::strtoul(text, nullptr, 10)) : otherwise;
 }
 
-TEST_F(RegistryMutationTest, nearly_right_files_do_no_harm_and_read_as_scanf_reads_them) {
+TEST_F(RegistryMutationTest, nearly_valid_files_read_as_scanf_reads_them) {
   const uint32_t files = Setting("KALODLL_MUTATIONS", 30000);
   const uint32_t seed = Setting("KALODLL_MUTATION_SEED", 1);
   std::map<uint32_t, uint32_t> outcomes;

@@ -24,7 +24,7 @@ class UserFeatureTest : public RegistryFixture {
   UserFeatureKey key_ = {1, "K", nullptr, 0};
 };
 
-TEST_F(UserFeatureTest, full_paths_are_split_behind_the_root) {
+TEST_F(UserFeatureTest, full_paths_are_split_after_the_root) {
   uint32_t root = 0;
   char* sub = nullptr;
   for (const char* path : {"HKEY_LOCAL_MACHINE\\", "HKEY_USERS\\a", "HKEY_LOCAL_MACHINES\\a"}) {
@@ -37,7 +37,7 @@ TEST_F(UserFeatureTest, full_paths_are_split_behind_the_root) {
   EXPECT_STREQ(sub, "a");
 }
 
-TEST_F(UserFeatureTest, null_is_refused_wherever_something_is_needed) {
+TEST_F(UserFeatureTest, null_is_refused_for_required_arguments) {
   UserFeatureValue listed = {nullptr, USER_FEATURE_MULTI_STRING, {}, 1, 0};
   UserFeatureKey empty = {1, "K", nullptr, 1};
   uint32_t size = 0;
@@ -68,7 +68,7 @@ TEST_F(UserFeatureTest, null_is_refused_wherever_something_is_needed) {
   }
 }
 
-TEST_F(UserFeatureTest, a_value_that_is_read_takes_the_place_of_those_before) {
+TEST_F(UserFeatureTest, a_value_that_is_read_replaces_those_before) {
   key_.valueCount = 2;
   key_.values = static_cast<UserFeatureValue*>(AllocAndZeroMem(2 * sizeof(UserFeatureValue)));
   UserFeatureValue& value = key_.values[1];
@@ -79,7 +79,8 @@ TEST_F(UserFeatureTest, a_value_that_is_read_takes_the_place_of_those_before) {
   EXPECT_EQ(key_.valueCount, 1u);
   EXPECT_STREQ(key_.values->name, "nnnnn");
   EXPECT_EQ(Read("text", USER_FEATURE_STRING), S_OK);
-  EXPECT_EQ(Read(key_.values->name, USER_FEATURE_BINARY), S_OK) << "its own name will do";
+  EXPECT_EQ(Read(key_.values->name, USER_FEATURE_BINARY), S_OK)
+      << "the value's own name is accepted";
   EXPECT_STREQ(key_.values->data.string, "hello");
   EXPECT_EQ(OSCL_ReadRegistryValue("K", "empty", REG_SZ, 1, key_.values->data.string), E_FAIL);
   EXPECT_EQ(OSCL_UserFeature_ReadValues(nullptr, &key_), E_FAIL);
@@ -125,7 +126,7 @@ TEST_F(UserFeatureTest, of_two_strings_the_first_can_be_read_back) {
   UserFeatureValue value = {const_cast<char*>("text"), USER_FEATURE_MULTI_STRING, {}, 2, 0};
   value.data.strings = strings;
   EXPECT_EQ(OSCL_UserFeature_WriteValueMultiString(1, &value), 0u);
-  EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), 13u) << "as it was rewritten";
+  EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), 13u) << "after the file was rewritten";
   Store(std::regex_replace(std::regex_replace(Stored(), std::regex(" \n"), "\n"),
                            std::regex("\t7\n"), "\t1\n"));
   EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), S_OK);
@@ -133,7 +134,7 @@ TEST_F(UserFeatureTest, of_two_strings_the_first_can_be_read_back) {
   EXPECT_STREQ(key_.values->data.strings[0].text, "one");
 }
 
-TEST_F(UserFeatureTest, clearing_keeps_a_number_which_a_missing_value_leaves) {
+TEST_F(UserFeatureTest, clearing_and_a_missing_value_keep_the_number) {
   EXPECT_EQ(Read("none", USER_FEATURE_NUMBER64_A), S_OK);
   key_.values->data.number64 = 0x100000007;
   EXPECT_EQ(OSCL_UserFeature_ClearValue(key_.values), S_OK);
@@ -146,7 +147,7 @@ TEST_F(UserFeatureTest, clearing_keeps_a_number_which_a_missing_value_leaves) {
   EXPECT_EQ(OSCL_UserFeature_Cleanup(nullptr, &key_), S_OK);
 }
 
-TEST_F(UserFeatureTest, a_watch_starts_again_and_its_end_closes_descriptor_1) {
+TEST_F(UserFeatureTest, a_watch_restarts_and_closes_descriptor_1_when_it_ends) {
   UserFeatureNotifyKey watch = {1, "K", 0, nullptr};
   OSCL_UserFeature_RegistryCallback(&watch, 0);
   EXPECT_EQ(watch.changed, 1u);

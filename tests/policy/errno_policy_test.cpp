@@ -1,4 +1,4 @@
-// docs/errors.md shows the errno table as it is.
+// Checks that the table in docs/errors.md is the errno table of the library.
 
 #include "transport/errno_policy.h"
 

@@ -1,7 +1,8 @@
-// Laid before every source of the library by the preset clang: what Android's libc has differently,
-// as far as a compile against another libc can show it. A layout that follows from the alignment of
-// its mutex and a call that its open objects to fail here. What its headers lack is not seen here:
-// for that the test imported_functions holds the names that the library includes and calls.
+// The preset clang includes this file before every source of the library. It simulates the
+// differences of Android's libc that another libc can show: the layout that follows from the
+// alignment of its mutex, and a call that its open refuses. It does not show what Android's headers
+// lack. The test imported_functions checks that, with a list of the included headers and called
+// functions.
 
 #pragma once
 #pragma clang system_header
@@ -9,7 +10,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 
-// All that use libc's own mutex.
+// All headers that use libc's own mutex.
 #include <fstream>
 #include <locale>
 #include <memory>

@@ -5,7 +5,8 @@
 
 namespace test {
 
-// Of this process, the one for the look included.
+// Returns the number of open descriptors of this process, including the one that is used for
+// counting.
 inline long OpenDescriptors() {
   return std::distance(std::filesystem::directory_iterator("/proc/self/fd"),
                        std::filesystem::directory_iterator());

@@ -83,7 +83,7 @@ std::string Thrown(const std::function<void()>& call) {
     call();
     return "nothing";
   } catch (...) {
-    // A std::exception, at the start of the object that the pointer holds.
+    // The pointer points to the thrown object, which begins with a std::exception.
     const std::exception_ptr pointer = std::current_exception();
     const std::exception* exception;
     std::memcpy(&exception, &pointer, sizeof exception);

@@ -23,33 +23,33 @@ namespace test {
 using Lines = std::vector<std::string>;
 using Bytes = std::vector<unsigned char>;
 
-// A request or reply: the four header words, then a body of counting bytes.
+// Returns a request or reply: four header words, then a body of consecutive byte values.
 Bytes Message(uint32_t command, size_t size = 32, uint32_t status = 0, uint32_t word0 = 0,
               uint32_t word3 = 0);
 
-// As the log prints a count.
+// Returns the value as the log prints a count.
 std::string Hex(uint64_t value);
 
-// "name:12: text" becomes "name: text"; a line with another lead-in shows.
+// Removes the tag: "name:12: text" becomes "name: text". Marks a line without a tag as "untagged".
 std::string WithoutTag(const std::string& line);
 
-// As functions, since a macro takes no braced list.
+// A function, because macros do not accept braced lists.
 template <typename... Text>
 Lines List(const Text&... texts) {
   return {std::string(texts)...};
 }
 
-// "type: text" of what a call throws. The type is told by name: where the library carries a runtime
-// that compares types by address, the program cannot catch the library's by theirs.
+// Returns "type: text" of the exception that a call throws. Uses the type's name, because the
+// program cannot catch the library's types by type if the C++ runtime compares them by address.
 std::string Thrown(const std::function<void()>& call);
 inline std::string RuntimeError(const std::string& text) { return "St13runtime_error: " + text; }
 inline std::string LogicError(const std::string& text) { return "St11logic_error: " + text; }
 
-// The global state at one moment.
+// A copy of the global state.
 class StateSnapshot {
  public:
   StateSnapshot();
-  // Names of the fields that differ now, in order of declaration; the lock does not count.
+  // Returns the names of the fields that have changed, in order of declaration, without the lock.
   Lines Changed() const;
   void Restore() const;
   KaloDllState* operator->() { return reinterpret_cast<KaloDllState*>(bytes_); }
@@ -58,10 +58,10 @@ class StateSnapshot {
   alignas(KaloDllState) char bytes_[sizeof(KaloDllState)];
 };
 
-// The library, its log, and the engine in this process.
+// Runs the library, its log and the engine in this process.
 class LibraryTest : public ::testing::Test {
  protected:
-  // Keeps what the log delivers.
+  // Keeps the lines that the log delivers.
   struct Sink : LogSink {
     explicit Sink(LibraryTest* test) : owner(test) {}
     void logMessage(const char* message) override;
@@ -73,7 +73,7 @@ class LibraryTest : public ::testing::Test {
   explicit LibraryTest(zulisim::EngineOptions options = {});
   ~LibraryTest() override;
 
-  // The lines since the last call, as "function:12: text".
+  // Returns the lines since the last call, as "function:12: text".
   Lines TakeRaw();
   void Add(std::string line);
 

@@ -1,4 +1,4 @@
-// What a handle points to: which client serves a command, and what refuses.
+// Tests ClientSession: which client serves a command, and which calls are refused.
 
 #include "transport/client_session.h"
 
@@ -20,7 +20,7 @@ const _GUID* const kSab = &ClientSession::SAB_CLIENT_GUID;
 
 class Multiplexer : public LibraryTest {
  protected:
-  // The client that a command reached.
+  // Returns the client that a command reached.
   std::string Send(uint32_t command, unsigned int length = 32) {
     Bytes buffer = Message(command);
     session.IoMessage(buffer.data(), length, buffer.data(), 32, nullptr, nullptr);
@@ -33,7 +33,7 @@ class Multiplexer : public LibraryTest {
 TEST_F(Multiplexer, routes_each_family_of_commands) {
   EXPECT_EQ(Thrown([this] { Send(0, 15); }), LogicError("No active DREM sessions"));
   session.ConnectClient(kFenu);
-  EXPECT_EQ(Send(0x10), "FENU");  // the only one serves every command
+  EXPECT_EQ(Send(0x10), "FENU");  // the only client serves every command
   session.ConnectClient(kSab);
   EXPECT_EQ(Thrown([this] { Send(0x10); }), LogicError("Not connected to client of this command"));
   session.ConnectClient(kKalo);
@@ -48,7 +48,7 @@ TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
   EXPECT_EQ(Thrown([this] { session.ConnectClient(kFenu, kKalo); }),
             RuntimeError("ParentSession not connected"));
   session.ConnectClient(kKalo);
-  session.ConnectClient(kKalo);  // no check without a parent
+  session.ConnectClient(kKalo);  // without a parent there is no check
   EXPECT_EQ(Thrown([this] { session.ConnectClient(kKalo, kSab); }),
             RuntimeError("Already connected to this client"));
   session.ConnectClient(kFenu, kKalo);
@@ -91,7 +91,7 @@ TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
 }
 
 TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
-  // On memory of a known pattern: the constructor must leave the text as it is.
+  // Constructs it in memory with a known pattern: the constructor must not change the text.
   alignas(ClientSession) unsigned char memory[sizeof(ClientSession)];
   std::memset(memory, '#', sizeof memory);
   auto* session = new (memory) ClientSession;

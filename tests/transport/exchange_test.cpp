@@ -1,5 +1,5 @@
-// What sequences of calls leave out of an exchange: the bytes that travel, arguments
-// that no entry point hands on, and ioctls passed through.
+// Tests what the random sequences cannot: the transferred bytes, arguments that no entry point
+// passes on, and ioctls passed through.
 
 #include <fcntl.h>
 
@@ -25,15 +25,15 @@ class Exchange : public LibraryTest {
     engine.SetResponder("KALO", [=](const zulisim::Bytes& request) {
       return zulisim::EchoReply(request, status, Bytes(size, 'p'));
     });
-    session_->Reconnect();  // drops what was left unread
+    session_->Reconnect();  // drops unread replies
     private_.assign(16, 0);
     length_ = 100;
   }
 
-  // Exact sizes: the sanitizers see every byte beyond.
+  // The sizes are exact, so the sanitizers detect any access beyond them.
   Bytes input_ = Message(0x10, 32, 2, 0xfedc1, 0xabc), output_ = Bytes(32), private_;
   unsigned char *in_ = input_.data(), *out_ = output_.data();
-  unsigned int length_ = 100;  // the size that the caller names plays no part
+  unsigned int length_ = 100;  // the size that the caller gives is ignored
   CpDremSession* session_;
 };
 
@@ -62,15 +62,15 @@ TEST_F(Exchange, carries_the_bytes_and_private_data_after_a_negative_status) {
   }
 }
 
-TEST_F(Exchange, ends_early_and_well_without_buffers) {
-  // How many writes and reads are left of the three.
+TEST_F(Exchange, succeeds_early_without_buffers) {
+  // Checks how many writes and reads are made; a full exchange makes three.
   const auto expect = [this](unsigned char* in, unsigned char* out, unsigned int* length,
-                             uint64_t left) {
+                             uint64_t transfers) {
     Answer(0x80000001, 16);
     const uint64_t before = Count(Operation::kWrite) + Count(Operation::kRead);
     session_->IoMessage(in, 32, out, 32, length != nullptr ? private_.data() : nullptr, length);
-    EXPECT_EQ(Count(Operation::kWrite) + Count(Operation::kRead) - before, left);
-    EXPECT_EQ(length_, left == 3 ? 16 : 100);
+    EXPECT_EQ(Count(Operation::kWrite) + Count(Operation::kRead) - before, transfers);
+    EXPECT_EQ(length_, transfers == 3 ? 16 : 100);
   };
   expect(nullptr, out_, &length_, 0);
   expect(in_, nullptr, &length_, 1);
@@ -89,7 +89,7 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   engine.ShortenNext(Operation::kWrite, 20);
   EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
   EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
-  // Callers can trust errno, zero included, whatever the sinks do.
+  // Callers can rely on errno, including zero, whatever the sinks do.
   Logger::logBase.level = 100;
   sink->onLine = [] { errno = 7777; };
   errno = 0;
@@ -98,7 +98,7 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
 }
 
 TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
-  // Each of the five finds the descriptor closed in another way.
+  // Each of the five reports the closed descriptor in another way.
   for (uint64_t i = 1; i <= 5; ++i) {
     engine.AddFault({Operation::kRead, i, 1, zulisim::DeviceLoss{}});
     engine.AddFault({Operation::kClose, i, 1, zulisim::ErrnoFault{static_cast<int>(EIO + i)}});
@@ -107,7 +107,7 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
   EXPECT_EQ(session_->ReadFromZuli(out_, 32), -1);
   EXPECT_EQ(errno, static_cast<int>(EIO + 5));
   EXPECT_EQ(Count(Operation::kClose), 5u);
-  // The record of each failure replaces the one before, in the session and in the state.
+  // The record of each failure replaces the previous one, in the session and in the state.
   for (const auto& [operation, text] :
        {std::pair(Operation::kWrite, "Error writing message to ZULI."),
         std::pair(Operation::kRead, "Error reading message from ZULI.")}) {
@@ -123,11 +123,11 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
 TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
   constexpr uint32_t kRequest = 0xC0104802;  // negative as an int
   engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
-  for (uint64_t i = 0; i < 4; ++i) {  // a reconnect is of the same kind as the call
+  for (uint64_t i = 0; i < 4; ++i) {  // a reconnect is the same kind of ioctl
     engine.AddFault(
         {Operation::kIoctl, Count(Operation::kIoctl) + 1 + 2 * i, 1, zulisim::DeviceLoss{}});
   }
-  int argument[4] = {};  // as many bytes as the request says
+  int argument[4] = {};  // the size that the request encodes
   session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);
   EXPECT_EQ(argument[0], 1);
   EXPECT_EQ(Count(Operation::kIoctl), 10u);

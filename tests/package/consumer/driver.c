@@ -1,5 +1,4 @@
-/* A C driver on a machine without the device: every status and header word comes from the package.
- */
+/* A C driver on a machine without the device. It uses only what the installed package provides. */
 #undef NDEBUG
 #include <assert.h>
 #include <stddef.h>

@@ -1,5 +1,5 @@
-// A C++ driver on a machine without the device: catches what the exported classes throw, logs into
-// a sink of its own. It uses no stream before its first message.
+// A C++ driver on a machine without the device. It catches exceptions of the exported classes and
+// logs into its own sink. It uses no stream before its first message.
 #undef NDEBUG
 #include <cassert>
 #include <cstring>
@@ -14,8 +14,8 @@
 #include "transport/kalo_exception.h"
 
 #ifdef _LIBCPP_VERSION
-// It compares standard types by address, and the library hides its own. If this changes,
-// docs/android.md says it wrong.
+// libc++ compares standard types by address, and the library hides its own. If this changes,
+// correct docs/android.md.
 constexpr bool kStandardTypesPass = true;
 #else
 constexpr bool kStandardTypesPass = false;
@@ -26,7 +26,7 @@ struct StringSink : LogSink {
   static inline std::string text;
 };
 
-// A driver that is a Windows-style module itself.
+// The driver may define DllMain itself.
 extern "C" int DllMain(void*, unsigned int, void*) { return 1; }
 
 int main() {
