@@ -108,7 +108,7 @@ TEST_F(EntryPoints, destroy_a_session_only_once) {
   EXPECT_EQ(KaloCleanup3(handle), 0u);
   KaloInit3(&handle);
   FenuInit3(&second);
-  EXPECT_EQ(FenuCleanup3(handle), 0u) << "of the other side";
+  EXPECT_EQ(FenuCleanup3(handle), 0u) << "a handle of the other firmware";
   EXPECT_EQ(KaloCleanup3(handle), 0u);
   EXPECT_EQ(SessionCleanup(second), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);

@@ -1,6 +1,5 @@
-// What the primitives of the compatibility layer return, and the code that each leaves in
-// gLastError: when all goes well, when a call of libc fails beneath it, and when it is called
-// wrongly.
+// Tests what the primitives of the compatibility layer return and which code they leave in
+// gLastError: after success, after a failure of a libc call inside them, and after wrong arguments.
 
 #include <dlfcn.h>
 
@@ -30,7 +29,7 @@ extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
 namespace {
 
-// Its values are more than the reader has room for at first.
+// It has more values than the reader first allocates room for.
 constexpr char kRegistry[] =
     "[KEY]\n1\nHKEY_CURRENT_USER\\a key of some length\n[VALUE]\nname of some length\n1\ntext\n"
     "[VALUE]\nb\n4\n7\n[VALUE]\nc\n4\n7\n[VALUE]\nd\n4\n7\n[VALUE]\ne\n4\n7\n[VALUE]\nf\n4\n7\n"
@@ -38,9 +37,9 @@ constexpr char kRegistry[] =
 constexpr char kKey[] = "a key of some length";
 constexpr char kValue[] = "name of some length";
 
-constexpr uint32_t kKept = 77;  // what gLastError holds before each call
+constexpr uint32_t kKept = 77;  // the value of gLastError before each call
 
-// A call, and what it returns when all goes well.
+// A call and its result on success.
 struct Call {
   std::string text;
   std::function<uint64_t()> make;
@@ -56,9 +55,10 @@ struct Call {
 #call, [&] { return (uint64_t)(call); }, result \
   }
 
-// By the call of libc that fails: what its first failure, its second ... comes to. "-": the library
-// goes on; else the call that failed, with its result, or its status, and the code in gLastError.
-// What then lies in the registry file is the old content, unless it says otherwise.
+// One line for each libc call that fails, with the effects of its first failure, its second, and so
+// on. "-" means that the library continues. Otherwise the line names the failed call, its result or
+// status, and the code in gLastError. The registry file keeps its old content unless the line says
+// otherwise.
 constexpr char kFailures[] = R"(malloc: AllocAndZeroMem 0/1
 open: CreateFile 0/errno
 read: ReadFile 0/errno
@@ -133,9 +133,9 @@ class Compatibility : public RegistryFixture {
     std::ofstream(file_) << "content";
   }
 
-  // What comes of the calls when the n-th call of `failing` fails: nothing when there is no such
-  // call, "-" when nobody hears of it, else the first that does with its result and its code, or
-  // its status. The code of the errno is "errno".
+  // Makes the calls while the n-th call of `failing` fails. Returns "" if there is no n-th call,
+  // "-" if no call reports the failure, else the call that does, with its result or status and its
+  // code. A code that stands for the errno is written "errno".
   std::string Outcome(const std::vector<Call>& calls, const std::string& failing, uint32_t number,
                       int error, uint32_t codeOfErrno) {
     Reset();
@@ -149,11 +149,11 @@ class Compatibility : public RegistryFixture {
       result = calls[made].make();
     } while (result == calls[made].result && gLastError == 0 && ++made != calls.size());
     const uint32_t code = std::exchange(gLastError, 0);
-    const bool struck = faults::Disarm();
-    EXPECT_TRUE(struck || made == calls.size()) << calls[0].text;
+    const bool failed = faults::Disarm();
+    EXPECT_TRUE(failed || made == calls.size()) << calls[0].text;
     std::ostringstream outcome;
-    if (struck && made == calls.size()) outcome << "-";
-    if (struck && made != calls.size()) {
+    if (failed && made == calls.size()) outcome << "-";
+    if (failed && made != calls.size()) {
       outcome << calls[made].Name() << ' ';
       if (static_cast<uint32_t>(result) == E_FAIL) {
         outcome << "E_FAIL";
@@ -162,10 +162,11 @@ class Compatibility : public RegistryFixture {
       }
       outcome << '/' << (code == codeOfErrno ? "errno" : std::to_string(code));
     }
-    // A failure leaves the registry as it was, unless it comes while the new one is being written.
+    // A failure does not change the registry, unless it happens while the new file is being
+    // written.
     const std::string registry = Stored();
-    if (!struck) written_ = registry;
-    if (struck && registry != kRegistry) {
+    if (!failed) written_ = registry;
+    if (failed && registry != kRegistry) {
       outcome << (registry.empty() ? ", empty" : registry == written_ ? ", written" : ", damaged");
     }
     Reset();
@@ -174,8 +175,9 @@ class Compatibility : public RegistryFixture {
     return outcome.str();
   }
 
-  // A line for each call of libc whose failure is heard of: what comes of it when the first fails,
-  // the second, ... Of memory, which each standard library takes as often as it likes, the kinds.
+  // Returns one line for each libc call whose failure is reported, with the outcomes of its first
+  // failure, its second, and so on. For memory, the number of calls depends on the standard
+  // library, so the line lists only the different outcomes.
   std::string Outcomes(const std::vector<Call>& calls, int error, uint32_t codeOfErrno) {
     Outcome(calls, "none", 1, error, codeOfErrno);
     std::istringstream names(kFailing);
@@ -220,7 +222,7 @@ class Compatibility : public RegistryFixture {
     return OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, kind);
   }
 
-  // Two strings, to write.
+  // Sets the two strings to write.
   void Describe() {
     OSCL_UserFeature_ReadValueInit(&toWrite_, "name", USER_FEATURE_MULTI_STRING);
     char* text = static_cast<char*>(AllocAndZeroMem(4));
@@ -233,7 +235,7 @@ class Compatibility : public RegistryFixture {
       "dlclose usleep clock_getres clock_gettime pthread_mutex_init pthread_mutex_destroy";
   const std::string file_ = path_ + ".file";
   std::set<std::string> reached_;
-  std::string written_;  // the registry after the calls when none fails
+  std::string written_;  // the registry after successful calls
   unsigned char data_[32] = {};
   uint32_t length_ = 0;
   void* block_ = nullptr;
@@ -249,7 +251,7 @@ class Compatibility : public RegistryFixture {
   UserFeatureNotifyKey watch_ = {1, kKey, 0, nullptr};
 };
 
-TEST_F(Compatibility, leaves_0_on_success_and_tells_of_every_failure_beneath_it) {
+TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
   ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
   Describe();
   const char* file = file_.c_str();
@@ -320,7 +322,7 @@ TEST_F(Compatibility, has_other_names_and_stubs_that_succeed) {
        CALL(RegCloseKey_Linux(1), 0)});
 }
 
-TEST_F(Compatibility, leaves_the_code_alone_where_it_does_nothing_or_is_no_primitive) {
+TEST_F(Compatibility, keeps_the_code_when_it_does_nothing_or_is_no_primitive) {
   char text[8] = {};
   FILE* file = stdout;
   struct tm local;
@@ -359,7 +361,8 @@ TEST_F(Compatibility, leaves_the_code_of_a_wrong_call) {
                   CALL(ReadFile(INVALID_HANDLE_VALUE, nullptr, 0, &length_, nullptr), 0),
                   CALL(WriteFile(INVALID_HANDLE_VALUE, nullptr, 0, &length_, nullptr), 0),
                   CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
-  // Some loaders set an errno, others none; an older one is none of its business, and stays.
+  // Some loaders set an errno, others do not. LoadLibrary must not use an older errno, and must
+  // keep it.
   errno = 0;
   ASSERT_EQ(dlopen("libnonexistent_module.so", RTLD_LAZY), nullptr);
   const int ofLoader = errno;

@@ -1,6 +1,6 @@
-// Four drivers at once, none of which waits for another, while the device comes and goes: they make
-// and destroy sessions, exchange messages, log, initialise, and fork in the midst of a call.
-// KALODLL_FLAP_REQUESTS makes it a long run: so many requests of each driver (default: 5000).
+// Four drivers run at the same time, without waiting for each other, while the device is lost again
+// and again. They create and destroy sessions, exchange messages, log, initialise, and fork during
+// a call. KALODLL_FLAP_REQUESTS sets the number of requests of each driver (default: 5000).
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -25,7 +25,7 @@ namespace {
 using zulisim::Bytes;
 using zulisim::Operation;
 
-// The tag is in header words 0 and 3 and all over the body.
+// Header words 0 and 3 and the whole body contain the tag.
 Bytes Request(uint32_t driver, uint32_t number) {
   Bytes request(64);
   for (size_t offset = 0; offset < request.size(); offset += 4) {
@@ -35,13 +35,13 @@ Bytes Request(uint32_t driver, uint32_t number) {
   return request;
 }
 
-// Every third request is answered with private data, which holds the tag as well.
+// Every third reply has private data, which also contains the tag.
 zulisim::Reply Answer(const Bytes& request) {
   if (*zulisim::WordAt(request, 12) % 3 != 0) return zulisim::EchoReply(request);
   return zulisim::EchoReply(request, 0x80000001, Bytes(request.end() - 16, request.end()));
 }
 
-// KaloInit3 registers a sink each time; those beyond the first `kept` are taken away again.
+// KaloInit3 registers a sink each time. Removes all but the first `kept` sinks.
 void TrimSinks(size_t kept) {
   EnterCriticalSection(&Logger::logBase.lock);
   std::vector<LogSink*>& sinks = Logger::logBase.sinks;
@@ -54,7 +54,8 @@ constexpr const _GUID* kClients[] = {
     &ClientSession::KALO_CLIENT_GUID, &ClientSession::SAB_CLIENT_GUID,
     &ClientSession::KALO_CLIENT_GUID, &ClientSession::FENU_CLIENT_GUID};
 
-// Sums up what it is given, so that two sinks can be compared. Only the log's lock guards it.
+// Computes a checksum of its lines, so that two sinks can be compared. Only the log's lock protects
+// it.
 struct SumSink : LogSink {
   void logMessage(const char* message) override {
     sum = sum * 31 + std::hash<std::string>()(message);
@@ -92,7 +93,8 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
     TrimSinks(0);
   }
 
-  // The device's own lock is held here, and so the only thread that the child has may go on.
+  // The thread that forks holds the device's lock here, so the only thread of the child can
+  // continue.
   void OnOperation(const zulisim::OperationRecord& record) override {
     if (record.error != 0 && record.operation <= Operation::kIoctl) ++failedConnections_;
     if (forks && record.operation == Operation::kWrite && record.occurrence % 1000 == 0) {
@@ -117,7 +119,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
         ++children_;
       }
       succeeded += good;
-      // After a failure nobody knows what became of the request.
+      // After a failure it is unknown whether the request was served.
       if (good && number % 16 != 0) continue;
       if (entryPoints) {
         EXPECT_EQ(FenuCleanup3(session), 0u);
@@ -130,15 +132,16 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
     EXPECT_GT(succeeded, requests / 10);
   }
 
-  // All drivers and the device, until the drivers have done, and met ten losses at least.
+  // Runs the drivers and the device until all drivers are done and the device was lost at least ten
+  // times.
   void Run(uint32_t requests) {
     std::atomic<bool> driving{true};
     losses_ = 0;
     std::thread device([&] {
       std::mt19937 random(7);
       for (; driving; ++losses_) {
-        // The replies go with the device. Where they outlived it, any connection to the same client
-        // could be handed those of another, which no library could tell.
+        // A loss drops pending replies. Otherwise another connection to the same client could get
+        // them, which no library could detect.
         engine_.LoseDevice({random() % 4 == 0 ? 1u : 0u, ENODEV, true});
         std::this_thread::sleep_for(std::chrono::microseconds(100 + random() % 1500));
       }
@@ -190,7 +193,7 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
       try {
         own->ConnectClient(client);
       } catch (...) {
-        // Of a type that a caller with libc++ cannot name: it compares types by address.
+        // A caller with libc++ cannot name the type, because libc++ compares types by address.
       }
     }
     return own.get();
@@ -225,16 +228,19 @@ TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_and_nothing_grows) {
   const char* const given = getenv("KALODLL_FLAP_REQUESTS");
   const auto requests = static_cast<uint32_t>(given != nullptr ? std::atoi(given) : 5000);
   EXPECT_EQ(KaloInit3(&first_), 0u);
-  // The first tenth fills what is kept for good, such as buffers and the heap's own books.
+  // The first tenth of the requests allocates what stays allocated, such as buffers and the heap's
+  // own data.
   Run(requests / 10);
   const long descriptors = test::OpenDescriptors();
   const size_t kilobytes = ResidentKilobytes();
   const uint32_t failed = failedConnections_;
   Run(requests);
-  // A failed connection leaves its record, and may leave its descriptor.
+  // By contract, a failed connection leaves its record allocated, and may leave its descriptor
+  // open.
   const uint32_t left = failedConnections_ - failed;
   EXPECT_LE(test::OpenDescriptors(), descriptors + left);
-#if !defined __SANITIZE_ADDRESS__ && !defined __SANITIZE_THREAD__  // which keep what was freed
+#if !defined __SANITIZE_ADDRESS__ && \
+    !defined __SANITIZE_THREAD__  // the sanitizers keep freed memory
   EXPECT_LE(ResidentKilobytes(), kilobytes + 1024 + left / 16);
 #endif
   EXPECT_GT(children_, 0u);

@@ -1,4 +1,4 @@
-// Fortified calls have other names, and overloads without an address.
+// Fortified calls have other names, and overloads whose address cannot be taken.
 #undef _FORTIFY_SOURCE
 
 #include "tests/robustness/libc_faults.h"
@@ -29,34 +29,35 @@ namespace faults {
 namespace {
 
 bool counting = false;
-bool struck = false;
+bool injected = false;
 std::string armedCall;
 uint32_t callsLeft = 0;
 int armedError = 0;
-pthread_mutex_t* refused = nullptr;
-int unlocksAfterRefusal = 0;
+pthread_mutex_t* mutexNotLocked = nullptr;
+int unlocksAfterFailedLock = 0;
 
-// Whatever runs behind a call of the library belongs to the simulator or to the test.
-class Outside {
+// Stops counting during a call, because what runs inside the call belongs to the simulator or the
+// test.
+class CountingPause {
  public:
-  Outside() { counting = false; }
-  ~Outside() { counting = saved_; }
+  CountingPause() { counting = false; }
+  ~CountingPause() { counting = saved_; }
 
  private:
   const bool saved_ = counting;
 };
 
 bool Fails(const char* call) {
-  if (!counting || armedCall != call || struck) return false;
-  struck = --callsLeft == 0;
-  if (struck) errno = armedError;
-  return struck;
+  if (!counting || armedCall != call || injected) return false;
+  injected = --callsLeft == 0;
+  if (injected) errno = armedError;
+  return injected;
 }
 
-// The device fails by the simulator's hand. Lesser numbers are standard streams, or clocks.
+// The simulator makes the device fail. Smaller numbers are standard streams or clock ids.
 template <typename... Others>
 bool OnDevice(int descriptor, Others...) {
-  const Outside outside;
+  const CountingPause pause;
   struct stat status;
   return descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode);
 }
@@ -65,9 +66,9 @@ bool OnDevice(Any...) {
   return false;
 }
 
-// A function of libc as the library reaches it: it fails without effect, or, where it releases
-// something, after all has been done.
-enum Kind { kActs, kReleases };
+// Replaces a libc function for the library. If it must fail, it has no effect; a function that
+// releases something releases it first.
+enum Kind { kFailsWithoutEffect, kFailsAfterRelease };
 template <auto kReal, Kind kKind, typename Result, typename... Arguments, bool kNoexcept>
 std::pair<const std::string, void*> Hook(const char* function,
                                          Result (*)(Arguments...) noexcept(kNoexcept)) {
@@ -79,31 +80,31 @@ std::pair<const std::string, void*> Hook(const char* function,
       failure = static_cast<Result>(strncmp(name, "pthread", 7) == 0 ? EINVAL : -1);
     }
     const bool counts = counting && !OnDevice(arguments...);
-    if (kKind == kActs && counts && Fails(name)) return failure;
+    if (kKind == kFailsWithoutEffect && counts && Fails(name)) return failure;
     const auto run = [=] {
-      const Outside outside;
+      const CountingPause pause;
       return kReal(arguments...);
     };
     const Result result = run();
-    return kKind == kReleases && counts && Fails(name) ? failure : result;
+    return kKind == kFailsAfterRelease && counts && Fails(name) ? failure : result;
   };
   return {name, reinterpret_cast<void*>(replacement)};
 }
 
 int Open(const char* path, int flags, unsigned mode) {
   if (strcmp(path, "/dev/zuli") != 0 && Fails("open")) return -1;
-  const Outside outside;
+  const CountingPause pause;
   return open(path, flags, mode);
 }
 
 int Ioctl(int descriptor, unsigned long request, void* argument) {
-  const Outside outside;
+  const CountingPause pause;
   return ioctl(descriptor, request, argument);
 }
 
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
   if (!Fails("fread")) return fread(buffer, size, count, file);
-  // What a stream for reading is given to write marks it as failed.
+  // Writing to a stream that is open for reading sets its error flag.
   fputc(0, file);
   return 0;
 }
@@ -119,11 +120,11 @@ void* New(size_t size) {
 
 int Lock(pthread_mutex_t* mutex) {
   const bool fails = Fails("lock");
-  if (fails || refused == mutex) refused = fails ? mutex : nullptr;
+  if (fails || mutexNotLocked == mutex) mutexNotLocked = fails ? mutex : nullptr;
   return fails ? EINVAL : pthread_mutex_lock(mutex);
 }
 int Unlock(pthread_mutex_t* mutex) {
-  if (refused == mutex) return ++unlocksAfterRefusal, EPERM;
+  if (mutexNotLocked == mutex) return ++unlocksAfterFailedLock, EPERM;
   pthread_mutex_unlock(mutex);
   return Fails("unlock") ? EPERM : 0;
 }
@@ -135,37 +136,37 @@ const std::map<std::string, void*> kReplacements = {
     OWN(open, Open),
     OWN(ioctl, Ioctl),
 
-    HOOK(close, kReleases),
-    HOOK(fopen, kActs),
-    {"fopen64", HOOK(fopen, kActs).second},
+    HOOK(close, kFailsAfterRelease),
+    HOOK(fopen, kFailsWithoutEffect),
+    {"fopen64", HOOK(fopen, kFailsWithoutEffect).second},
     OWN(fread, Fread),
     OWN(fwrite, Fwrite),
     OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
     OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
     OWN(pthread_mutex_lock, Lock),
     OWN(pthread_mutex_unlock, Unlock),
-    HOOK(read, kActs),
-    {"__read_chk", HOOK(read, kActs).second},
-    HOOK(write, kActs),
-    {"__write_chk", HOOK(write, kActs).second},
-    HOOK(writev, kActs),
-    HOOK(lseek, kActs),
-    HOOK(fstat, kActs),
-    HOOK(malloc, kActs),
-    HOOK(clock_getres, kActs),
-    HOOK(clock_gettime, kActs),
-    HOOK(dlopen, kActs),
-    HOOK(dlsym, kActs),
-    HOOK(usleep, kActs),
-    HOOK(localtime, kActs),
-    HOOK(pthread_mutex_init, kActs),
-    HOOK(pthread_mutex_destroy, kReleases),
-    HOOK(fclose, kReleases),
-    HOOK(dlclose, kReleases)};
+    HOOK(read, kFailsWithoutEffect),
+    {"__read_chk", HOOK(read, kFailsWithoutEffect).second},
+    HOOK(write, kFailsWithoutEffect),
+    {"__write_chk", HOOK(write, kFailsWithoutEffect).second},
+    HOOK(writev, kFailsWithoutEffect),
+    HOOK(lseek, kFailsWithoutEffect),
+    HOOK(fstat, kFailsWithoutEffect),
+    HOOK(malloc, kFailsWithoutEffect),
+    HOOK(clock_getres, kFailsWithoutEffect),
+    HOOK(clock_gettime, kFailsWithoutEffect),
+    HOOK(dlopen, kFailsWithoutEffect),
+    HOOK(dlsym, kFailsWithoutEffect),
+    HOOK(usleep, kFailsWithoutEffect),
+    HOOK(localtime, kFailsWithoutEffect),
+    HOOK(pthread_mutex_init, kFailsWithoutEffect),
+    HOOK(pthread_mutex_destroy, kFailsAfterRelease),
+    HOOK(fclose, kFailsAfterRelease),
+    HOOK(dlclose, kFailsAfterRelease)};
 #undef OWN
 #undef HOOK
 
-void LayTables(const dl_phdr_info& module) {
+void ReplaceEntries(const dl_phdr_info& module) {
   const ElfW(Addr) base = module.dlpi_addr;
   const auto* dynamic = std::find_if(module.dlpi_phdr, module.dlpi_phdr + module.dlpi_phnum,
                                      [](const auto& part) { return part.p_type == PT_DYNAMIC; });
@@ -174,7 +175,7 @@ void LayTables(const dl_phdr_info& module) {
        tag->d_tag != DT_NULL; ++tag) {
     tags[tag->d_tag] = tag->d_un.d_ptr;
   }
-  // Some loaders put addresses there, others leave what is in the file.
+  // Some loaders store addresses there, others leave offsets.
   const auto at = [&](ElfW(Sxword) tag) { return tags[tag] < base ? base + tags[tag] : tags[tag]; };
   const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(at(DT_SYMTAB));
   const auto* names = reinterpret_cast<const char*>(at(DT_STRTAB));
@@ -186,7 +187,7 @@ void LayTables(const dl_phdr_info& module) {
       if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
       const auto row = kReplacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
       if (row == kReplacements.end()) continue;
-      // The table is read-only once the loader has bound it.
+      // The loader makes the table read-only.
       const auto address = base + entry->r_offset;
       void* const page = reinterpret_cast<void*>(address & ~ElfW(Addr){4095});
       mprotect(page, 4096, PROT_READ | PROT_WRITE);
@@ -204,7 +205,7 @@ bool Install() {
         const std::string path = module->dlpi_name;
         const std::string name = path.substr(path.rfind('/') + 1);
         if (name != "libstdc++.so.6" && name != "libkalodll.so") return 0;
-        LayTables(*module);
+        ReplaceEntries(*module);
         *static_cast<bool*>(foundLibrary) |= name == "libkalodll.so";
         return 0;
       },
@@ -216,16 +217,16 @@ void Arm(const std::string& call, uint32_t number, int error) {
   armedError = error;
   armedCall = call;
   callsLeft = number;
-  struck = false;
-  unlocksAfterRefusal = 0;
+  injected = false;
+  unlocksAfterFailedLock = 0;
   counting = true;
 }
 
 bool Disarm() {
   counting = false;
-  return struck;
+  return injected;
 }
 
-int UnlocksAfterRefusal() { return unlocksAfterRefusal; }
+int UnlocksAfterFailedLock() { return unlocksAfterFailedLock; }
 
 }  // namespace faults

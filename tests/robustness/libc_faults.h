@@ -4,23 +4,24 @@
 #include <cstdint>
 #include <string>
 
-// Makes one call of libc fail that the library under test makes, and no other: the linkage table of
-// the library, and of a shared C++ runtime, leads through here. A call is counted only while the
-// library runs on behalf of a test and is not inside the simulated device or a test's sink, and not
-// on the device, which the simulator makes fail.
+// Makes one libc call of the library under test fail, by replacing entries in the linkage tables of
+// the library and of a shared C++ runtime. Counts only calls that the library makes for a test.
+// Does not count calls inside the simulated device or a test's sink, nor calls on the device: the
+// simulator makes those fail.
 namespace faults {
 
-// Lays the linkage tables through here, once. False when the library's cannot be found.
+// Replaces the entries once. Returns false if the library's table was not found.
 bool Install();
 
-// From here to Disarm calls count, and the one with that number (from 1 on) of `call` fails with
-// `error`. What releases something releases it all the same, as libc's calls do. operator new
-// counts as malloc, and mutexes have "lock" and "unlock".
+// Starts counting. The call of `call` with this number, counted from 1, fails with `error`. A
+// function that releases something still releases it, as in libc. operator new counts as malloc;
+// mutex calls are "lock" and "unlock".
 void Arm(const std::string& call, uint32_t number, int error = EIO);
-// True when the failure has struck.
+// Stops counting. Returns true if the call failed.
 bool Disarm();
 
-// How often the library left a mutex that it could not enter, since Arm: once, by its contract.
-int UnlocksAfterRefusal();
+// Returns how often the library unlocked a mutex that it had failed to lock, since Arm. Contract:
+// it does so once.
+int UnlocksAfterFailedLock();
 
 }  // namespace faults

@@ -1,5 +1,5 @@
-// Loads the library, puts it to every use and unloads it, a thousand times: no block of memory, no
-// descriptor and no thread-local key stays behind.
+// Loads, uses and unloads the library a thousand times. No memory, descriptor or thread-local key
+// may be left.
 //
 //   load_cycles_test LIBRARY
 
@@ -23,7 +23,7 @@ using zulisim::Operation;
 
 void Require(bool holds, const char* what) {
   if (holds) return;
-  std::fprintf(stderr, "not so: %s\n", what);
+  std::fprintf(stderr, "FAILED: %s\n", what);
   std::exit(1);
 }
 
@@ -67,17 +67,17 @@ long FreeKeys() {
 int main(int, char** arguments) {
   zulisim::Engine engine({zulisim::DefaultClients(), false});
   const zulisim::InProcessDevice attachment(engine, {{"/data/Marvoleth.log", "/dev/null"}});
-  // The first cycles fill what the process keeps, such as the loader's books.
+  // The first cycles allocate what the process keeps, such as the loader's own data.
   for (int i = 0; i < 20; ++i) Cycle(arguments[1], engine);
   const long keys = FreeKeys(), descriptors = test::OpenDescriptors();
   const size_t bytes = mallinfo2().uordblks;
   for (int i = 0; i < 1000; ++i) Cycle(arguments[1], engine);
   const long lost = static_cast<long>(mallinfo2().uordblks - bytes);
   std::printf("%ld bytes more after 1000 cycles\n", lost);
-  Require(lost < 1000 * 16, "no block of memory stays behind");
-  Require(test::OpenDescriptors() == descriptors, "no descriptor stays behind");
-  Require(FreeKeys() == keys, "no thread-local key stays behind");
-  // Nor a handler of fork's.
+  Require(lost < 1000 * 16, "no memory is left");
+  Require(test::OpenDescriptors() == descriptors, "no descriptor is left");
+  Require(FreeKeys() == keys, "no thread-local key is left");
+  // No fork handler may be left either.
   const pid_t child = fork();
   if (child == 0) _exit(0);
   int status = -1;

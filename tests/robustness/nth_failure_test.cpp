@@ -1,5 +1,5 @@
-// Fails each call of libc that an entry point makes, one after the other, in random sequences: the
-// call that meets the failure reports it or goes on, and the rules hold for all that follow.
+// Runs random sequences in which each libc call of an entry point fails once. The entry point must
+// report the failure or continue, and the rules must hold for all later calls.
 
 #include "tests/api/sequences.h"
 #include "tests/robustness/libc_faults.h"
@@ -14,11 +14,11 @@ constexpr const char* kFailing[] = {"malloc", "lock", "unlock", "fopen", "write"
 
 class NthFailure : public SequencesTest {
  protected:
-  // Runs a sequence in which the n-th call at a step fails. True when there was such a call.
+  // Runs a sequence in which the n-th call of a step fails. Returns true if there was such a call.
   bool Fail(const Sequence& sequence, size_t at, const std::string& call, uint32_t number) {
     Start();
     number_ = number;
-    struck_ = false;
+    failed_ = false;
     for (size_t i = 0; i < sequence.size(); ++i) {
       call_ = i == at ? call : "";
       EXPECT_EQ(Run(sequence[i]), "");
@@ -27,21 +27,22 @@ class NthFailure : public SequencesTest {
         pthread_mutex_unlock(lock);
       }
     }
-    EXPECT_EQ(faults::UnlocksAfterRefusal(), struck_ && call == "lock" ? 1 : 0);
+    EXPECT_EQ(faults::UnlocksAfterFailedLock(), failed_ && call == "lock" ? 1 : 0);
     EXPECT_EQ(Finish(), 0u) << "descriptors";
-    return struck_;
+    return failed_;
   }
 
   uint32_t Make(const Call& call, Arguments& arguments) override {
     if (!call_.empty()) faults::Arm(call_, number_);
     status_ = SequencesTest::Make(call, arguments);
-    if (!call_.empty()) struck_ = faults::Disarm();
+    if (!call_.empty()) failed_ = faults::Disarm();
     return status_;
   }
 
-  // Where memory runs out the call says so, or gives the beginning of its exception's text.
+  // When memory is exhausted, the call reports that, or records the beginning of its exception's
+  // text.
   bool IsChecked() const override {
-    if (call_ != "malloc" || !struck_ || status_ == 0) return true;
+    if (call_ != "malloc" || !failed_ || status_ == 0) return true;
     const char* const texts[] = {"", state.apiErrorText, state.kaloErrorText, state.fenuErrorText};
     const std::string text = status_ == 1 ? "std::bad_alloc" : "KALO Exception";
     EXPECT_EQ(std::string(texts[state.lastErrorSource]).substr(0, text.size()), text);
@@ -50,12 +51,12 @@ class NthFailure : public SequencesTest {
 
   std::string call_;
   uint32_t number_ = 0, status_ = 0;
-  bool struck_ = false;
+  bool failed_ = false;
 };
 
-TEST_F(NthFailure, is_reported_or_passed_over_and_the_next_calls_work) {
+TEST_F(NthFailure, is_reported_or_ignored_and_later_calls_work) {
   ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
-  std::set<std::pair<std::string, std::string>> failed;  // entry points, and calls
+  std::set<std::pair<std::string, std::string>> failed;  // pairs of an entry point and a libc call
   std::mt19937 random(1);
   for (int i = 0; i < 12; ++i) {
     Sequence sequence = RandomSequence(random);
@@ -79,7 +80,7 @@ TEST_F(NthFailure, is_reported_or_passed_over_and_the_next_calls_work) {
   }
   std::set<std::string> entryPoints, calls;
   for (const auto& [name, call] : failed) entryPoints.insert(name), calls.insert(call);
-  // But for the log file's writes, which libc++ makes by another name.
+  // The log file's writes may be missing, because libc++ makes them with another function.
   EXPECT_GE(calls.size(), std::size(kFailing) - 1);
   EXPECT_EQ(entryPoints.size(), std::size(kCalls));
 }

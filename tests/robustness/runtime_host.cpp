@@ -1,5 +1,5 @@
-// A driver with a C++ runtime of its own that loads the library, which carries another: both log,
-// throw and catch, in turn and at once, and neither meets the other.
+// A driver with one C++ runtime loads the library, which contains another. Both log, throw and
+// catch, in turn and at the same time, without affecting each other.
 //
 //   runtime_host LIBRARY
 
@@ -16,7 +16,7 @@
 
 namespace {
 
-// What is thrown ends the program, and the test with it.
+// An exception ends the program, so the test fails.
 void Require(bool condition, const std::string& what) {
   if (!condition) throw std::runtime_error(what);
 }
@@ -28,7 +28,7 @@ Function* Find(void* library, const char* name) {
   return reinterpret_cast<Function*>(address);
 }
 
-// The host's own runtime at work.
+// Uses the host's own runtime.
 void ThrowAndCatch(int number) {
   std::ostringstream text;
   text << "number " << number;
@@ -50,12 +50,12 @@ void Drive(void* library) {
     Require(init(&handle) == 0, "KaloInit3 failed");
     ThrowAndCatch(i);
     Require(send(handle, request, 64, reply, 64) == 0, "StartIo3 failed");
-    // Inside the library an exception of its own is thrown and caught, then one of its runtime's.
-    Require(send(handle, request, 8, reply, 64) == 3, "a short request was taken");
+    // The library throws and catches its own exception, and further down one of its runtime.
+    Require(send(handle, request, 8, reply, 64) == 3, "a short request was accepted");
     ThrowAndCatch(i);
-    Require(send(handle, request, sizeof request, reply, 64) == 1, "a long request was taken");
+    Require(send(handle, request, sizeof request, reply, 64) == 1, "a long request was accepted");
     Require(std::strcmp(state->apiErrorText, "Error writing message to ZULI.") == 0,
-            "the error has another text");
+            "the error has the wrong text");
     Require(clean(handle) == 0, "KaloCleanup3 failed");
   }
 }
