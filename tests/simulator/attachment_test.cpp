@@ -19,7 +19,7 @@
 
 #include "simulator/output/transcript.h"
 
-// Hooked, whether or not libc has it.
+// The hooks define it even if libc does not.
 extern "C" int close_range(unsigned first, unsigned last, int flags);
 
 namespace zulisim {
@@ -34,7 +34,7 @@ int Connected() {
   return descriptor;
 }
 
-// The library's mode, to which Android's libc objects.
+// Opens the device with a mode, as the library does. Android's libc warns about it.
 #ifdef __clang__
 #pragma clang diagnostic push
 #pragma clang diagnostic ignored "-Wuser-defined-warnings"
@@ -44,7 +44,7 @@ int OpenWithMode() { return open("/dev/..//dev/./zuli", O_RDWR | O_CLOEXEC | O_A
 #pragma clang diagnostic pop
 #endif
 
-TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
+TEST(AttachmentTest, serves_the_device_only_while_it_exists) {
   int left = -1;
   char byte = 0;
   {
@@ -56,7 +56,7 @@ TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
   }
   EXPECT_EQ(ErrorOf(write(left, &byte, 1)), ENODEV);
   EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), ENOENT);
-  // Its number is not given out again, and its mark means nothing to the next engine.
+  // No new descriptor gets its number, and its mark has no meaning for the next engine.
   Engine other;
   InProcessDevice attachment(other);
   EXPECT_NE(Connected(), left);
@@ -65,7 +65,7 @@ TEST(AttachmentTest, serves_the_device_while_it_lives_and_no_longer) {
   EXPECT_EQ(other.Count(Operation::kClose), 0u);
 }
 
-TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
+TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   char folder[] = "/tmp/attachment.XXXXXX";
   const std::string log = mkdtemp(folder) + std::string("/log");
   Engine engine;
@@ -86,7 +86,7 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFL), O_RDWR | O_NONBLOCK);
   Guid guid = DefaultClients()[0].guid;
-  // The request as a driver passes it that keeps it in an int.
+  // A driver may keep the request in an int.
   const int request = static_cast<int>(kConnectRequest);
   EXPECT_EQ(ioctl(descriptor, request, guid.data()), 0);
   EXPECT_EQ(errno, 77);
@@ -101,11 +101,11 @@ TEST(AttachmentTest, takes_libc_calls_as_they_come_and_keeps_errno_on_success) {
   struct stat byPath {};
   EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
   EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
-  // A number that was closed without the hooks is not taken for the device.
+  // A number that was closed without the hooks no longer means the device.
   reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);
-  // What is asked of the kernel by number is served; other names of no file are not the device.
+  // System calls by number are served. Paths with a missing folder are not the device.
   const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDONLY);
   EXPECT_EQ(ErrorOf(syscall(SYS_read, direct, buffer, 1L)), ENOTCONN);
   EXPECT_EQ(syscall(SYS_close, direct), 0);
@@ -127,7 +127,7 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);
   EXPECT_EQ(read(second, buffer, 16), 16);
-  // dup2 replaces what the target was, in either direction.
+  // dup2 replaces the target, in both directions.
   EXPECT_EQ(dup2(file, second), second);
   EXPECT_EQ(read(second, buffer, 16), 0);
   EXPECT_EQ(dup2(third, file), file);
@@ -141,7 +141,7 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }
 
-// attachments.sh runs this case through the preload library and FUSE as well.
+// attachments.sh also runs this test through the preload library and FUSE.
 TEST(AttachmentTest, is_a_character_device) {
   Engine engine;
   ReplyRule slow;
@@ -177,11 +177,11 @@ TEST(AttachmentTest, is_a_character_device) {
   EXPECT_EQ(ioctl(device, FIONBIO, &on), 0);
   EXPECT_EQ(fcntl(device, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR | O_NONBLOCK);
   EXPECT_EQ(write(device, bytes, 16), 16);
-  EXPECT_EQ(ErrorOf(read(device, bytes, 16)), EAGAIN);  // the reply takes a minute
+  EXPECT_EQ(ErrorOf(read(device, bytes, 16)), EAGAIN);  // the reply arrives after a minute
   for (const int descriptor : {path, reader, writer, device}) EXPECT_EQ(close(descriptor), 0);
 }
 
-TEST(EngineTest, refuses_wrong_set_up_and_outlives_what_a_responder_does) {
+TEST(EngineTest, refuses_wrong_options_and_calls_of_a_responder_are_safe) {
   Client tooLong;
   tooLong.maxMessageLength = kLongestMessage + 1;
   EXPECT_THROW(Engine({{tooLong}}), std::invalid_argument);

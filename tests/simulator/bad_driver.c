@@ -1,4 +1,4 @@
-/* A driver with a defect for each verdict of 'zulisim sweep'. */
+/* A driver with one defect for each result of 'zulisim sweep'. */
 #include <errno.h>
 #include <fcntl.h>
 #include <stdint.h>

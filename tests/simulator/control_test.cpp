@@ -1,4 +1,4 @@
-// 'zulisim tell' in one process: several clients instruct the engine while a program uses it.
+// Tests 'zulisim tell' in one process: several clients instruct the engine while a program uses it.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

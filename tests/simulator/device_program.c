@@ -1,5 +1,5 @@
-/* A program as a driver's author would write it, which knows nothing of the simulator: each
- * argument is one step, and what a step gave goes to standard output. */
+/* A driver that knows nothing of the simulator. Each argument is one step. Prints the result of
+ * each step on standard output. */
 
 #include <errno.h>
 #include <fcntl.h>
@@ -27,7 +27,7 @@ static const unsigned char clients[3][16] = {{0xf1, 0xfc, 0xf6, 0xfb, 0xcf, 0x96
 
 static long Open(size_t none) { return (device = open("/dev/zuli", O_RDWR)) < 0 ? -1 : (long)none; }
 
-/* The maximum message length, where the record is as it must be. */
+/* Returns the maximum message length, or a negative value for a wrong record. */
 static long Connect(size_t client) {
   unsigned char record[16];
   memcpy(record, clients[client], sizeof(record));
@@ -58,7 +58,7 @@ static long Pieces(size_t count) {
 static long SystemRead(size_t count) { return syscall(SYS_read, device, buffer, count); }
 static long SystemWrite(size_t count) { return syscall(SYS_write, device, buffer, count); }
 
-/* As a runtime makes them that has no use for libc. */
+/* Makes a system call without libc, as some language runtimes do. */
 static long Bare(long number, size_t count) {
 #ifdef __x86_64__
   long result;
@@ -82,7 +82,8 @@ static long NonBlock(size_t none) {
   return fcntl(device, F_SETFL, fcntl(device, F_GETFL) | O_NONBLOCK) + (long)none;
 }
 
-/* Opens until that fails, and closes all of it; 0 when it failed for the lack of descriptors. */
+/* Opens the device until that fails, then closes all descriptors. Returns 0 if the open failed
+ * because no descriptor was left. */
 static long Fill(size_t most) {
   int opened[4096];
   size_t count = 0;
@@ -95,7 +96,8 @@ static long Fill(size_t most) {
 
 static size_t rounds;
 
-/* Writes of a length of its own to the descriptor of all, exchanges on one of its own. */
+/* Writes messages of its own length to the shared descriptor, and exchanges messages on a
+ * descriptor of its own. */
 static void* UseShared(void* length) {
   const size_t count = (size_t)length;
   unsigned char bytes[64] = {0}, record[16];
@@ -111,7 +113,7 @@ static void* UseShared(void* length) {
   return (void*)(wrong + (close(own) != 0));
 }
 
-/* How much went wrong with two threads in each of two processes. */
+/* Runs two threads in each of two processes. Returns the number of failures. */
 static long Share(size_t count) {
   pthread_t thread;
   void* wrong[2];

@@ -1,5 +1,5 @@
-// The server of the preload library and the code of the library itself, in one process: the test's
-// calls of open, read, write and close are hooked as a preloaded program's are.
+// Tests the server of the preload library and the library's own code in one process. The test's
+// calls of open, read, write and close are hooked like those of a preloaded program.
 
 #include "simulator/preload/device_server.h"
 
@@ -23,7 +23,8 @@
 namespace zulisim {
 namespace {
 
-// The hooks read the environment before main, so the test begins again with the variable set.
+// The hooks read the environment before main, so the test sets the variable and executes itself
+// again.
 std::string SocketPath() {
   const char* path = getenv(protocol::kSocketVariable);
   if (path != nullptr) return path;
@@ -43,8 +44,8 @@ int Connected() {
   return descriptor;
 }
 
-// More threads than a process keeps channels: each gets its own replies, and a connection ends with
-// its last descriptor and not before.
+// Uses more threads than a process has channels. Each thread gets its own replies, and a connection
+// ends when its last descriptor is closed, not before.
 TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   const std::string path = SocketPath();
   constexpr std::size_t kThreads = 12, kRounds = 20;
@@ -77,7 +78,7 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
   EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds);
 
-  // A read that waits ends with the device, or with the service.
+  // A waiting read ends when the device is lost or the service ends.
   const auto waitingRead = [&engine](int descriptor) {
     Bytes message(16);
     message[4] = 0x99;
@@ -104,7 +105,7 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   reader = waitingRead(left);
   server.reset();
   reader.join();
-  // The close comes first and ends the read.
+  // The close happens first and ends the read.
   const std::vector<OperationRecord> records = engine.Records();
   EXPECT_EQ(records.at(records.size() - 2).why, CloseReasonText(CloseReason::kServiceEnded));
   EXPECT_EQ(open("/dev/zuli", O_RDWR), -1);

@@ -1,5 +1,5 @@
-/* Preloaded after the hooks: calls one of them before there is an environment, as the start-up of
- * Android's libc does. */
+/* Preloaded after the hooks. Calls one of them before the environment is set up, as the start-up
+ * code of Android's libc does. */
 
 #include <unistd.h>
 

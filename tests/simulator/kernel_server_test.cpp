@@ -1,5 +1,5 @@
-// The threads of the kernel server, without a mount: the test speaks the kernel's side of the FUSE
-// protocol over a socket pair.
+// Tests the threads of the kernel server without a mount: the test plays the kernel and uses the
+// FUSE protocol over a socket pair.
 
 #include "simulator/kernel/kernel_server.h"
 
@@ -28,7 +28,7 @@ Bytes BytesOf(const T& value) {
   return Copied(&value, sizeof(value));
 }
 
-// Sends requests from any thread, and waits for their replies.
+// Plays the kernel: sends requests from any thread and waits for their replies.
 class Kernel {
  public:
   Kernel() {
@@ -36,7 +36,7 @@ class Kernel {
     Send(FUSE_INIT, BytesOf(fuse_init_in{FUSE_KERNEL_VERSION, 31, 0, 0, 0, {}}));
     receiver_ = std::thread([this] { Receive(); });
   }
-  // After the server, which closes its end.
+  // Destroy it after the server, which closes its end of the socket pair.
   ~Kernel() {
     receiver_.join();
     close(ends_[0]);
@@ -138,7 +138,7 @@ class KernelServerTest : public testing::Test {
   std::unique_ptr<KernelServer> server_;
 };
 
-TEST_F(KernelServerTest, serves_threads_while_reads_wait_and_ends_those_at_its_end) {
+TEST_F(KernelServerTest, serves_threads_while_reads_wait_and_ends_the_reads) {
   File slow(kernel_, 1);
   slow.Write(20);
   const std::uint64_t waiting = slow.BeginRead();

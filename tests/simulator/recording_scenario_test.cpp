@@ -12,8 +12,8 @@
 namespace zulisim {
 namespace {
 
-// A driver with two connections that reads replies and private data, retries, and reconnects. What
-// it does depends on `seed` and on what the device gives. Returns all that it got.
+// Runs a driver with two connections that reads replies and private data, retries, and reconnects.
+// `seed` and the results of the device determine what it does. Returns all results.
 std::string Drive(Device* device, unsigned seed) {
   std::mt19937 random(seed);
   const auto draw = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };
@@ -61,7 +61,7 @@ std::string Drive(Device* device, unsigned seed) {
   return got;
 }
 
-// What an engine may be told to do, as a scenario file.
+// Returns a random scenario file.
 std::string RandomFaults(unsigned seed) {
   std::mt19937 random(seed);
   const auto draw = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };
@@ -101,7 +101,8 @@ std::string RandomFaults(unsigned seed) {
   return text;
 }
 
-// Returns what the driver gets from an engine with the scenario, and the recording of it.
+// Runs the driver on an engine with the scenario. Returns its results, and the recording in
+// `recording`.
 std::string RunDriver(const std::string& text, unsigned seed, Recording* recording) {
   Scenario scenario;
   const auto diagnostics = ReadScenario(text, "scenario", &scenario);
@@ -130,7 +131,7 @@ TEST(RecordingScenarioTest, reproduces_what_random_faults_did_or_refuses) {
     Recording again;
     ASSERT_EQ(RunDriver(scenario, seed, &again), before) << faults << scenario;
   }
-  EXPECT_LE(refused, 10);  // a loss at a close that left a reply to another connection
+  EXPECT_LE(refused, 10);  // a loss at a close, whose reply then went to another connection
 }
 
 TEST(RecordingScenarioTest, names_the_operation_that_a_scenario_cannot_express) {

@@ -14,7 +14,7 @@
 namespace zulisim {
 namespace {
 
-// Two connections and every form of an operation.
+// A recording with two connections and every form of an operation.
 constexpr const char* kText =
     R"({"format":"zulisim recording","version":2,"tool":"t","started":"s","program":["a\nb"],"clients":[{"name":"KALO","guid":"{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"}]}
 {"number":1,"start_ns":1,"duration_ns":1,"process":7,"thread":8,"connection":1,"operation":"open","flags":"O_RDWR|O_CLOEXEC","result":0}
@@ -30,8 +30,8 @@ constexpr const char* kText =
 {"complete":true}
 )";
 
-// Makes all of these calls, with the two connections swapped. Returns what they gave.
-std::string Perform(Device* device) {
+// Makes all recorded calls with the two connections swapped. Returns the results.
+std::string MakeCalls(Device* device) {
   std::string got;
   const auto keep = [&got](const Result& result) {
     got += std::to_string(result.value) + "/" + std::to_string(result.error) + " ";
@@ -51,8 +51,10 @@ std::string Perform(Device* device) {
   return got + buffer + " " + std::to_string(guid[1]);
 }
 
-// Replays `text` to `program`. Returns the error in the text, or the divergence of the program.
-std::string Verdict(const std::string& text, const std::function<void(ReplayDevice*)>& program) {
+// Replays `text` to `program`. Returns the error in the text, or the first difference of the
+// program.
+std::string ReplayError(const std::string& text,
+                        const std::function<void(ReplayDevice*)>& program) {
   try {
     ReplayDevice device(ParseRecording(text));
     program(&device);
@@ -71,7 +73,7 @@ TEST(RecordingTest, reads_what_it_writes_and_replays_swapped_connections) {
   EXPECT_EQ(text + kCompleteLine, kText);
 
   std::string got;
-  EXPECT_EQ(Verdict(kText, [&got](ReplayDevice* device) { got = Perform(device); }), "");
+  EXPECT_EQ(ReplayError(kText, [&got](ReplayDevice* device) { got = MakeCalls(device); }), "");
   EXPECT_EQ(got, "1/0 2/0 -1/19 0/0 4/0 2/0 -1/14 -1/600 0/0 hi 16");
 }
 
@@ -86,23 +88,23 @@ TEST(RecordingTest, reports_only_the_first_divergence) {
     EXPECT_EQ(device->Open(O_WRONLY, 0, 5).error, ENODEV);
     EXPECT_EQ(device->Close(1, CloseReason::kProgramClosed).value, 0);
   };
-  EXPECT_EQ(Verdict(kText, diverge),
+  EXPECT_EQ(ReplayError(kText, diverge),
             "at operation 3 (line 4) on connection #1\n"
             "  expected  write 4 bytes\n  got       write 5 bytes\n"
             "    - 0000  61616161  aaaa\n    + 0000  61786161 63  axaac\n");
-  EXPECT_EQ(Verdict(kText, open_both),
+  EXPECT_EQ(ReplayError(kText, open_both),
             "at operation 3 (line 4) on connection #1\n"
             "  expected  write 4 bytes\n  got       the end of the program\n");
   const auto go_on = [](ReplayDevice* device) {
-    Perform(device);
+    MakeCalls(device);
     device->Open(O_WRONLY, 0, 5);
   };
-  EXPECT_EQ(Verdict(kText, go_on),
+  EXPECT_EQ(ReplayError(kText, go_on),
             "after its last operation\n"
             "  expected  the end of the program\n  got       open O_WRONLY\n");
 }
 
-TEST(RecordingTest, holds_every_operation_up_to_the_cut) {
+TEST(RecordingTest, keeps_every_operation_up_to_the_cut) {
   const std::string whole = kText;
   std::size_t most = 0;
   for (std::size_t length = whole.find('\n') + 1; length < whole.size() - 1; length += 3) {
@@ -114,8 +116,8 @@ TEST(RecordingTest, holds_every_operation_up_to_the_cut) {
   EXPECT_EQ(most, 10u);
 }
 
-// One of several threads, each of which opens its own connections to the same client. They send the
-// same requests at first.
+// One of several threads. Each opens its own connections to the same client and begins with the
+// same requests.
 class DriverThread {
  public:
   DriverThread(Device* device, int number) : device_(device), number_(number) {}
@@ -154,7 +156,7 @@ class DriverThread {
   std::string got_;
 };
 
-// Runs the threads in an order that `seed` draws. Returns what each got.
+// Runs the threads in an order that `seed` determines. Returns the results of each.
 std::vector<std::string> RunThreads(Device* device, int count, unsigned seed) {
   std::mt19937 random(seed);
   std::vector<DriverThread> threads;
@@ -185,7 +187,7 @@ TEST(RecordingTest, replays_threads_in_any_order) {
       const auto program = [&](ReplayDevice* device) {
         replayed = RunThreads(device, count, 1000 + seed);
       };
-      ASSERT_EQ(Verdict(text, program), "") << text;
+      ASSERT_EQ(ReplayError(text, program), "") << text;
       ASSERT_EQ(replayed, recorded) << text;
     }
   }

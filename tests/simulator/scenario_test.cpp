@@ -53,7 +53,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
   EXPECT_EQ(reply.body, Bytes({'b', 'o', 'd', 'y'}));
   EXPECT_EQ(reply.latency, std::chrono::milliseconds(30));
 
-  // A probability picks the same operations in every run, and others for each fault.
+  // A probability selects the same operations in every run, and different ones for each fault.
   std::size_t count = 0;
   std::size_t differs = 0;
   for (std::uint64_t i = 1; i <= 4000; ++i) {
@@ -64,7 +64,7 @@ TEST(ScenarioTest, file_is_read_in_full) {
   EXPECT_NEAR(static_cast<double>(count), 1000, 100);
   EXPECT_NEAR(static_cast<double>(differs), 1500, 150);
 
-  // The device is lost for good, until it is brought back.
+  // The device stays lost until 'back'.
   Engine engine({scenario.clients});
   Apply(scenario, &engine);
   EXPECT_EQ(engine.Open(O_RDWR, 0, -1).value, 1);

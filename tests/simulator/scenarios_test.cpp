@@ -1,4 +1,4 @@
-// Each scenario that ships, met by a driver: what its comments say is what happens.
+// Runs a driver with each installed scenario and checks that the comments of the scenario are true.
 
 #include <gtest/gtest.h>
 
@@ -14,9 +14,9 @@
 
 namespace {
 
-// By the wrapper, which takes a new handle after a failure, so that one more command shows whether
-// that helped.
-const std::map<std::string, std::string> kMet = {
+// The driver uses kalo::Client, which opens a new handle after a failure. One more command then
+// shows whether that helped.
+const std::map<std::string, std::string> kResults = {
     {"busy_twice",
      "refused -2147483647 private 16; done; done; refused -2147483647 private 16; 1 opens"},
     {"client_refuses",
@@ -46,30 +46,30 @@ const std::map<std::string, std::string> kMet = {
      "done; 3 opens"},
 };
 
-std::string DriverMeets(zulisim::Engine* engine) {
+std::string RunDriver(zulisim::Engine* engine) {
   const zulisim::InProcessDevice device(*engine, {{"/data/Marvoleth.log", "/dev/null"}});
   static constexpr const char* kOutcomes[] = {"done", "refused", "not sent", "unknown"};
   kalo::Client client;
-  std::ostringstream met;
+  std::ostringstream results;
   for (const unsigned char command : {0x11, 0x12, 0x20, 0x11}) {
     const unsigned char request[80] = {0, 0, 0, 0, command};
     unsigned char reply[80];
     const kalo::Result result = client.Send(request, 80, reply, 80);
-    met << kOutcomes[static_cast<int>(result.outcome)];
-    if (result.firmwareStatus != 0) met << ' ' << result.firmwareStatus;
-    if (result.privateDataLength != 0) met << " private " << result.privateDataLength;
-    if (!result.text.empty()) met << " '" << result.text << "'";
-    met << "; ";
+    results << kOutcomes[static_cast<int>(result.outcome)];
+    if (result.firmwareStatus != 0) results << ' ' << result.firmwareStatus;
+    if (result.privateDataLength != 0) results << " private " << result.privateDataLength;
+    if (!result.text.empty()) results << " '" << result.text << "'";
+    results << "; ";
   }
-  met << engine->Count(zulisim::Operation::kOpen) << " opens";
+  results << engine->Count(zulisim::Operation::kOpen) << " opens";
   for (const zulisim::Bytes& request : engine->Requests("KALO")) {
-    if (request.size() < 80) met << ", " << 80 - request.size() << " bytes short";
+    if (request.size() < 80) results << ", " << 80 - request.size() << " bytes short";
   }
-  return met.str();
+  return results.str();
 }
 
-TEST(ScenariosTest, bring_what_their_comments_say) {
-  std::map<std::string, std::string> met;
+TEST(ScenariosTest, do_what_their_comments_say) {
+  std::map<std::string, std::string> results;
   { const kalo::Client announcesNothing(kalo::Firmware::kFenu); }
   EXPECT_EQ(gKaloDllState.firmwareApiVersion, 0u);
   for (const auto& entry : std::filesystem::directory_iterator(SCENARIOS)) {
@@ -78,9 +78,9 @@ TEST(ScenariosTest, bring_what_their_comments_say) {
     zulisim::AddScenario(common::ReadInput(path), path, &scenario);
     zulisim::Engine engine({scenario.clients, true});
     zulisim::Apply(scenario, &engine);
-    met[entry.path().stem().string()] = DriverMeets(&engine);
+    results[entry.path().stem().string()] = RunDriver(&engine);
   }
-  EXPECT_EQ(met, kMet);
+  EXPECT_EQ(results, kResults);
   EXPECT_EQ(gKaloDllState.firmwareApiVersion, uint32_t{KALO_FIRMWARE_API_32});
 }
 

@@ -10,7 +10,7 @@
 namespace common {
 namespace {
 
-// "prefix|function|tag|text", "function" being "?" for text without one.
+// Returns each record as "prefix|function|tag|text". "function" is "?" for text that has none.
 std::vector<std::string> Split(std::string_view log, std::size_t pieceSize) {
   std::vector<std::string> records;
   LogSplitter splitter([&](LogRecord&& record) {
@@ -26,7 +26,7 @@ std::vector<std::string> Split(std::string_view log, std::size_t pieceSize) {
   return records;
 }
 
-TEST(LogSplitter, cuts_hard_logs_alike_in_pieces_of_any_size) {
+TEST(LogSplitter, splits_difficult_logs_equally_in_pieces_of_any_size) {
   using namespace std::string_literals;
   const struct {
     std::string log;
@@ -55,7 +55,7 @@ TEST(LogSplitter, cuts_hard_logs_alike_in_pieces_of_any_size) {
   }
 }
 
-TEST(LogSplitter, loses_nothing_of_a_long_log_and_finds_records_behind_junk) {
+TEST(LogSplitter, loses_nothing_of_a_long_log_and_finds_records_after_junk) {
   const std::string junk(3 << 20, 'x');
   std::string log = "KaloInit3:1: " + junk + "KaloInit3:2: end\n";
   for (int i = 0; i < 20000; ++i) log += "IoMessage:7: " + std::to_string(i);
@@ -70,7 +70,7 @@ TEST(LogSplitter, loses_nothing_of_a_long_log_and_finds_records_behind_junk) {
   EXPECT_EQ(number, 20000u);
 }
 
-// " TAGxCOPIES" for each record.
+// Returns " TAGxCOPIES" for each record.
 std::string Fold(const std::string& log) {
   std::string folded;
   LogFolder folder([&](const LogRecord& record, std::size_t copies) {
@@ -83,16 +83,17 @@ std::string Fold(const std::string& log) {
   return folded;
 }
 
-TEST(LogFolder, folds_copies_as_sinks_grow_and_keeps_true_repeats_apart) {
+TEST(LogFolder, folds_copies_as_sinks_are_added_and_keeps_real_repeats) {
   const std::string init = "KaloInit3:1: Executing call to KaloInit3() API ...";
   const std::string count = "KaloCleanup3:2: KALO DREM Ref Cnt A 0";
   const std::string line = "StartIoEx3:3: CpSession: 0x1\n";
   EXPECT_EQ(Fold(""), "");
   EXPECT_EQ(Fold(init + line + init + init + count + count + line + line + line + line),
             " 1x1 3x1 1x2 2x2 3x2 3x2");
-  // A new process begins with one sink again; a log cut off in front tells no number.
+  // A new process begins with one sink again. A log whose beginning is missing does not tell the
+  // number of sinks.
   EXPECT_EQ(Fold(line + line + init + init + line + line + init + line), " 3x2 1x2 3x2 1x1 3x1");
-  // Copies that do not come out even are not divided.
+  // If the number of copies is not a multiple of the sinks, they are not folded.
   EXPECT_EQ(Fold(init + init + line + line + line), " 1x2 3x3");
 }
 

@@ -1,4 +1,4 @@
-// The tool's view of a registry file against the library's.
+// Compares how kaloctl and the library read a registry file.
 
 #include "oscl/registry.h"
 #include "tests/oscl/registry_fixture.h"
@@ -19,7 +19,7 @@ class RegistryToolTest : public RegistryFixture {
  protected:
   RegistryToolTest() { Store(kThreeKeys); }
 
-  // What the library says to a look-up in the stored file.
+  // Returns the library's result for a look-up in the stored file.
   static uint32_t LibraryOpens(const char* subKey) {
     HKEY key = 0;
     return RegOpenKeyEx(HKEY_USERS, subKey, 0, 0, &key);
@@ -62,7 +62,7 @@ TEST(RegistryStopTest, names_the_line_at_which_the_library_stops) {
   const std::string key = "[KEY]\n1\nHKEY_USERS\\a\n";
   const struct {
     std::string content;
-    std::size_t line;  // 0 if the library reads it all
+    std::size_t line;  // 0 if the library reads the whole file
     uint32_t code;
   } cases[] = {{"", 0, 0},
                {key, 0, 0},

@@ -5,7 +5,7 @@
 namespace kaloctl {
 namespace {
 
-TEST(Script, reads_calls_with_all_that_stands_behind_them) {
+TEST(Script, reads_calls_with_all_their_arguments) {
   const auto steps = ParseScript(
       "# a comment\n\v\f\n  KaloStateInit 0x30000 1 # option\r\nKaloInit3 a\n"
       "StartIoEx3 a 0x4 32 reply=8 private\nStartIoEx 0x30001 16 IOCTLFRE input=null reply=null\n"
