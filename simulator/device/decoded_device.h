@@ -10,21 +10,31 @@
 
 namespace zulisim {
 
-// A device that does not interpret its operations itself, so that a decoder describes them for the
-// observers. Thread-safe.
+// Turns every call into a record. A derived class completes the record, and a decoder describes it
+// for the observers. Thread-safe.
 class DecodedDevice : public Device {
+ public:
+  Result Open(int flags, unsigned mode, int descriptor) final;
+  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) final;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking) final;
+  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) final;
+  Result Close(std::uint64_t connection, CloseReason reason) final;
+
  protected:
   // `clients` give names to GUIDs.
   explicit DecodedDevice(std::vector<Client> clients) : decoder_(std::move(clients)) {}
 
-  // Decodes the completed operation and shows it to the observers.
-  void Publish(OperationRecord record) {
-    std::lock_guard<std::mutex> lock(decoderMutex_);
-    decoder_.Decode(&record);
-    Notify(record);
-  }
-
  private:
+  // Fills in what the program gets, and the connection of an open that succeeds. The output goes to
+  // `target` too, unless that is null. Returns false for an abandoned close of a connection that is
+  // not open: observers do not see it.
+  virtual bool Perform(OperationRecord* record, void* target, bool nonBlocking) = 0;
+  // Runs after the observers saw the close.
+  virtual void OnClosed(std::uint64_t connection) { static_cast<void>(connection); }
+
+  Result Run(OperationRecord record, void* target = nullptr, bool nonBlocking = false,
+             int descriptor = -1);
+
   std::mutex decoderMutex_;  // keeps the observers' order that of the decoder
   OperationDecoder decoder_;
 };

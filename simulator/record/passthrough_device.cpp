@@ -78,7 +78,7 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   const std::shared_ptr<Reads> reads_ = std::make_shared<Reads>();
 };
 
-// A driver may ignore whatever interrupts a read, so a detached thread makes the read.
+// A driver may ignore signals while it reads, so a detached thread makes the read.
 std::optional<Result> PassthroughDevice::File::Read(void* buffer, std::size_t length) {
   const auto pending = std::make_shared<PendingRead>();
   pending->bytes.resize(length);
@@ -108,8 +108,8 @@ void PassthroughDevice::File::GiveUpReads() {
   reads_->changed.notify_all();
 }
 
-PassthroughDevice::PassthroughDevice(std::string path, std::vector<Client> clients)
-    : DecodedDevice(std::move(clients)), path_(std::move(path)), folder_(OpenFolder(path_)) {}
+PassthroughDevice::PassthroughDevice(const std::string& path, std::vector<Client> clients)
+    : DecodedDevice(std::move(clients)), path_(path), folder_(OpenFolder(path)) {}
 
 PassthroughDevice::~PassthroughDevice() {
   if (folder_ >= 0) close(folder_);
@@ -121,90 +121,60 @@ std::shared_ptr<PassthroughDevice::File> PassthroughDevice::FileOf(std::uint64_t
   return found == files_.end() ? nullptr : found->second;
 }
 
-Result PassthroughDevice::Finish(OperationRecord* record, Result result) {
+bool PassthroughDevice::Perform(OperationRecord* record, void* target, bool nonBlocking) {
+  const auto file = FileOf(record->connection);
+  Result result{-1, EBADF};
+  if (record->operation == Operation::kOpen) {
+    result = OpenFile(record);
+  } else if (file == nullptr) {
+    if (record->abandoned) return false;
+  } else if (record->operation == Operation::kIoctl) {
+    result = SystemResult(ioctl(file->descriptor(), record->request, target));
+  } else if (record->operation == Operation::kRead) {
+    SetNonBlocking(file->descriptor(), nonBlocking);
+    const std::optional<Result> read = file->Read(target, record->length);
+    if (!read) record->why = "closed while a read waited";
+    result = read.value_or(result);
+  } else if (record->operation == Operation::kClose) {
+    result = {};
+    // While another operation uses the file, the end of that operation closes it.
+    if (file.use_count() == 2) result = file->Close();
+  } else if (record->length > kLongestMessage) {
+    record->why = "longer than the simulator can carry";
+    result.error = EMSGSIZE;
+  } else {
+    const void* const input = record->hasBuffer ? record->input.data() : nullptr;
+    result = SystemResult(write(file->descriptor(), input, record->length));
+  }
   record->result = result.value;
   record->error = result.error;
-  record->end = Now();
-  Publish(std::move(*record));
-  return result;
+  record->output = Copied(target, record->OutputSize());
+  return true;
 }
 
-int PassthroughDevice::OpenFile(int flags, unsigned mode) const {
+Result PassthroughDevice::OpenFile(OperationRecord* record) {
+  // The program gets another descriptor; its children must not inherit this one.
+  const int flags = record->openFlags | O_CLOEXEC;
   const int folder = OpenFolder(path_);
   const bool sameTree = folder < 0 || SameFile(folder, folder_);
   if (folder >= 0) close(folder);
-  if (sameTree) return open(path_.c_str(), flags, mode);
-  return openat(folder_, std::filesystem::path(path_).filename().c_str(), flags, mode);
+  // The path keeps working where a preload library serves the device.
+  const int opened = sameTree ? open(path_.c_str(), flags, record->openMode)
+                              : openat(folder_, std::filesystem::path(path_).filename().c_str(),
+                                       flags, record->openMode);
+  if (opened < 0) return SystemResult(-1);
+  std::lock_guard<std::mutex> lock(mutex_);
+  record->connection = next_++;
+  files_[record->connection] = std::make_shared<File>(opened);
+  return {};
 }
 
-Result PassthroughDevice::Open(int flags, unsigned mode, int descriptor) {
-  OperationRecord record = BeginOpen(flags, mode);
-  // The program gets another descriptor; its children must not inherit this one.
-  const int opened = OpenFile(flags | O_CLOEXEC, mode);
-  if (opened < 0) return Finish(&record, SystemResult(-1));
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    record.connection = next_++;
-    files_[record.connection] = std::make_shared<File>(opened);
-  }
-  record.descriptor = descriptor;
-  const auto number = static_cast<std::int64_t>(record.connection);
-  Finish(&record, {});
-  return {number, 0};
-}
-
-Result PassthroughDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  OperationRecord record = BeginIoctl(connection, request, argument);
+void PassthroughDevice::OnClosed(std::uint64_t connection) {
   const auto file = FileOf(connection);
-  if (file == nullptr) return Finish(&record, {-1, EBADF});
-  const Result result = SystemResult(ioctl(file->descriptor(), request, argument));
-  record.output = Copied(argument, record.OutputSize());
-  return Finish(&record, result);
-}
-
-Result PassthroughDevice::Read(std::uint64_t connection, void* buffer, std::size_t length,
-                               bool nonBlocking) {
-  OperationRecord record = BeginRead(connection, buffer, length);
-  const auto file = FileOf(connection);
-  if (file == nullptr) return Finish(&record, {-1, EBADF});
-  SetNonBlocking(file->descriptor(), nonBlocking);
-  const std::optional<Result> result = file->Read(buffer, length);
-  if (!result) {
-    record.why = "closed while a read waited";
-    return Finish(&record, {-1, EBADF});
-  }
-  record.result = result->value;
-  record.output = Copied(buffer, record.OutputSize());
-  return Finish(&record, *result);
-}
-
-Result PassthroughDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  OperationRecord record = BeginWrite(connection, buffer, length);
-  const auto file = FileOf(connection);
-  if (file == nullptr) return Finish(&record, {-1, EBADF});
-  if (length > kLongestMessage) {
-    record.why = "longer than the simulator can carry";
-    return Finish(&record, {-1, EMSGSIZE});
-  }
-  return Finish(&record, SystemResult(write(file->descriptor(), buffer, length)));
-}
-
-Result PassthroughDevice::Close(std::uint64_t connection, CloseReason reason) {
-  OperationRecord record = BeginClose(connection, reason);
-  std::shared_ptr<File> file;
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    const auto found = files_.find(connection);
-    if (found != files_.end()) {
-      file = std::move(found->second);
-      files_.erase(found);
-    }
-  }
-  if (file == nullptr) return record.abandoned ? Result{} : Finish(&record, {-1, EBADF});
-  // While another operation uses the file, the end of that operation closes it.
-  const Result result = Finish(&record, file.use_count() == 1 ? file->Close() : Result{});
+  if (file == nullptr) return;
   file->GiveUpReads();
-  return result;
+  std::lock_guard<std::mutex> lock(mutex_);
+  files_.erase(connection);
 }
 
 }  // namespace zulisim

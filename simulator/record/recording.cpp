@@ -66,7 +66,7 @@ int ParseOpenFlags(const std::string& text) {
   return static_cast<int>(flags);
 }
 
-// Replaces what is not UTF-8, for example in the arguments of a program.
+// Replaces bytes that are not UTF-8, for example in the arguments of a program.
 std::string LineOf(const Json& json) {
   return json.dump(-1, ' ', false, Json::error_handler_t::replace) + "\n";
 }
@@ -184,7 +184,7 @@ void ParseResult(const LineReader& line, OperationRecord* record) {
 Bytes ParseMessage(const LineReader& line, const char* name, std::size_t size, bool redacted) {
   Bytes bytes;
   if (line.Has(name)) {
-    bytes = line.Parse(name, [](const std::string& text) { return ParseBytes("a message", text); });
+    bytes = line.Parse(name, [](const std::string& text) { return ParseBytes("the message", text); });
   }
   if (bytes.size() > size || (bytes.size() < size && !redacted)) {
     line.Fail(

@@ -31,8 +31,8 @@ namespace zulisim {
 //   {"complete":true}
 //
 // Times are nanoseconds; "start_ns" counts from the start of the recording. Operations with the
-// same "connection" used the same open file; a failed open has none. "input" is what the program
-// passed and "output" is what it got. "null":true marks a null or bad address, and
+// same "connection" used the same open file; a failed open has none. "input" holds the bytes that
+// the program passed, "output" those that it got. "null":true marks a null or bad address, and
 // "abandoned":true a close that the program did not make. Operations may be removed, inserted and
 // changed. The reader ignores "number", "client", "command" and "status", which follow from the
 // rest, and members that it does not know.
@@ -85,8 +85,7 @@ inline constexpr const char* kCompleteLine = "{\"complete\":true}\n";
 
 // Returns for example "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
 std::string OpenFlagsText(int flags);
-// Returns the mode of an open, or 0 when the flags give it no meaning: then the value is whatever
-// was on the stack.
+// Returns the mode of an open, or 0 when the flags do not use it: its value is then arbitrary.
 unsigned OpenMode(const OperationRecord& record);
 
 }  // namespace zulisim

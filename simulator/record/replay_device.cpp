@@ -57,7 +57,6 @@ ReplayDevice::ReplayDevice(Recording recording, bool inTime)
       inTime_(inTime),
       done_(recording_.operations.size()) {
   std::map<std::uint64_t, Node*> nodes;
-  Node* stray = &strays_;
   const OperationRecord* firstOpen = nullptr;
   for (std::size_t i = 0; i < recording_.operations.size(); ++i) {
     const OperationRecord& record = recording_.operations[i];
@@ -67,8 +66,8 @@ ReplayDevice::ReplayDevice(Recording recording, bool inTime)
       opensRace_ = opensRace_ || record.thread != firstOpen->thread;
       opens_.push_back(i);
       if (record.result >= 0) nodes[record.connection] = &start_;
-    } else {
-      AddToHistory(i, found == nodes.end() ? &stray : &found->second);
+    } else if (found != nodes.end()) {
+      AddToHistory(i, &found->second);
     }
   }
   for (const auto& [connection, node] : nodes) node->isEnd = true;
@@ -96,7 +95,7 @@ std::optional<ReplayDevice::Choice> ReplayDevice::Choose(const Node& from,
       const OperationRecord& record = recording_.operations[operation];
       if (got != nullptr && !SameArguments(record, *got)) break;
       if (chosen && chosen->operation < operation) break;
-      if (!opensRace_ && &from != &strays_ && opened_.count(record.connection) == 0) continue;
+      if (!opensRace_ && opened_.count(record.connection) == 0) continue;
       chosen = {next.get(), operation};
       break;
     }
@@ -130,11 +129,8 @@ bool ReplayDevice::EndsAfterClose(const Node& node, const OperationRecord& got) 
   });
 }
 
-const OperationRecord* ReplayDevice::Next(const OperationRecord& got,
+const OperationRecord* ReplayDevice::Next(const OperationRecord& got, Live* live,
                                           std::unique_lock<std::mutex>* lock) {
-  if (lost_) return nullptr;
-  const auto found = live_.try_emplace(got.connection, Live{&strays_}).first;
-  Live* const live = &found->second;
   closed_.wait(*lock, [&] { return lost_ || !EndsAfterClose(*live->node, got); });
   if (lost_) return nullptr;
   const auto choice = Choose(*live->node, &got);
@@ -149,94 +145,58 @@ const OperationRecord* ReplayDevice::Next(const OperationRecord& got,
   return Accept(choice->operation);
 }
 
-Result ReplayDevice::Complete(OperationRecord* got, const OperationRecord* expected,
-                              std::unique_lock<std::mutex>* lock) {
-  if (expected != nullptr) {
-    got->result = expected->result;
-    got->error = expected->error;
-    got->output = expected->output;
-    got->why = expected->why;
-  } else {
-    if (got->operation != Operation::kClose) {
+const OperationRecord* ReplayDevice::NextOpen(OperationRecord* got) {
+  if (lost_) return nullptr;
+  const auto next = opens_.empty() ? std::nullopt : std::optional(opens_.front());
+  if (!next || !SameArguments(recording_.operations[*next], *got)) {
+    Diverge(next, got, false);
+    return nullptr;
+  }
+  const OperationRecord* const expected = Accept(*next);
+  opens_.pop_front();
+  if (expected->result >= 0) {
+    got->connection = nextConnection_++;
+    live_[got->connection] = {&start_};
+    opened_.insert(expected->connection);
+  }
+  return expected;
+}
+
+// A recorded read gives the recorded result even when it is non-blocking.
+bool ReplayDevice::Perform(OperationRecord* got, void* target, bool) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  const bool isOpen = got->operation == Operation::kOpen;
+  const bool isClose = got->operation == Operation::kClose;
+  const auto live = live_.find(got->connection);
+  if (!isOpen && live == live_.end()) {
+    got->result = -1;
+    got->error = EBADF;
+    return !got->abandoned;
+  }
+  if (got->abandoned && live->second.closed) return false;
+  const OperationRecord* const expected = isOpen ? NextOpen(got) : Next(*got, &live->second, &lock);
+  if (isClose) live->second.closed = true;
+  if (isClose) closed_.notify_all();
+  if (expected == nullptr) {
+    if (!isClose) {
       got->result = -1;
       got->error = ENODEV;
     }
     got->why = reachedCut_ ? "after the place where the recording is cut"
                            : "the program left the recording";
     if (got->operation == Operation::kIoctl) got->output = got->input;
+    return true;
   }
-  const Result result{got->result, got->error};
-  lock->unlock();
-  if (inTime_ && expected != nullptr) {
-    std::this_thread::sleep_for(expected->end - expected->start);
-  }
-  got->end = Now();
-  return result;
-}
-
-Result ReplayDevice::Open(int flags, unsigned mode, int descriptor) {
-  OperationRecord got = BeginOpen(flags, mode);
-  std::unique_lock<std::mutex> lock(mutex_);
-  const OperationRecord* expected = nullptr;
-  if (!lost_) {
-    const auto next = opens_.empty() ? std::nullopt : std::optional(opens_.front());
-    if (next && SameArguments(recording_.operations[*next], got)) {
-      expected = Accept(*next);
-      opens_.pop_front();
-    } else {
-      Diverge(next, &got, false);
-    }
-  }
-  if (expected != nullptr && expected->result >= 0) {
-    got.connection = nextConnection_++;
-    live_[got.connection] = {&start_};
-    opened_.insert(expected->connection);
-  }
-  got.descriptor = descriptor;
-  const Result result = Complete(&got, expected, &lock);
-  Publish(got);
-  return result.value < 0 ? result : Result{static_cast<std::int64_t>(got.connection), 0};
-}
-
-Result ReplayDevice::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  OperationRecord got = BeginIoctl(connection, request, argument);
-  return Transfer(&got, argument);
-}
-
-// A recorded read does what it did, whether it may wait or not.
-Result ReplayDevice::Read(std::uint64_t connection, void* buffer, std::size_t length, bool) {
-  OperationRecord got = BeginRead(connection, buffer, length);
-  return Transfer(&got, buffer);
-}
-
-Result ReplayDevice::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  OperationRecord got = BeginWrite(connection, buffer, length);
-  return Transfer(&got, nullptr);
-}
-
-Result ReplayDevice::Transfer(OperationRecord* got, void* target) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  const OperationRecord* expected = Next(*got, &lock);
-  const Result result = Complete(got, expected, &lock);
+  got->result = expected->result;
+  got->error = expected->error;
+  got->output = expected->output;
+  got->why = expected->why;
+  lock.unlock();
+  if (inTime_) std::this_thread::sleep_for(expected->end - expected->start);
   if (target != nullptr && !got->output.empty()) {
     std::memcpy(target, got->output.data(), got->output.size());
   }
-  Publish(std::move(*got));
-  return result;
-}
-
-Result ReplayDevice::Close(std::uint64_t connection, CloseReason reason) {
-  OperationRecord got = BeginClose(connection, reason);
-  std::unique_lock<std::mutex> lock(mutex_);
-  const auto found = live_.find(connection);
-  const bool isOpen = found != live_.end() && !found->second.closed;
-  if (got.abandoned && !isOpen) return {};
-  const OperationRecord* expected = Next(got, &lock);
-  if (isOpen) found->second.closed = true;
-  closed_.notify_all();
-  const Result result = Complete(&got, expected, &lock);
-  Publish(std::move(got));
-  return result;
+  return true;
 }
 
 void ReplayDevice::End() {

@@ -15,29 +15,23 @@
 
 namespace zulisim {
 
-// Plays the device's side of a recording. A program that does what the recorded one did gets, byte
-// for byte, what that one got. Thread-safe.
+// Replays the device's side of a recording. A program that makes the recorded calls gets the
+// recorded results, byte for byte. Thread-safe.
 //
-// Opens are answered in the order of the recording. All other operations have an order only within
-// their connection. Connections whose histories are the same so far are interchangeable: a
-// connection of the program stands for all recorded ones that began like it, until its next
-// operation tells them apart. So threads may race, each with its connection. In a recording whose
-// opens came from one thread, only connections that were opened by then are considered.
+// Opens must come in the recorded order. Other operations must keep their order only within their
+// connection. Connections with the same history so far are interchangeable: a connection of the
+// program matches all recorded ones that began like it, until its next operation tells them apart.
+// So threads may race, each with its connection. When one thread made all recorded opens, a
+// connection matches only recorded ones that were open by then.
 //
-// The first operation that differs from the recording is the divergence. From there on, and from
-// the place of a cut on, the device is lost: every operation except a close fails with ENODEV.
+// The first operation that differs from the recording is the divergence. After it, and after the
+// end of a cut recording, the device is lost: every operation except a close fails with ENODEV.
 class ReplayDevice : public DecodedDevice {
  public:
   // With `inTime`, an operation takes as long as it took in the recording.
   explicit ReplayDevice(Recording recording, bool inTime = false);
-  Result Open(int flags, unsigned mode, int descriptor) override;
-  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length,
-              bool nonBlocking) override;
-  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
-  Result Close(std::uint64_t connection, CloseReason reason) override;
 
-  // Call it when the program has ended: what the program left out is a divergence too.
+  // Call it when the program has ended: a recorded operation that is missing is a divergence too.
   void End();
 
   struct Divergence {
@@ -45,14 +39,14 @@ class ReplayDevice : public DecodedDevice {
     std::optional<OperationRecord> got;       // nothing at the end of the program
   };
   std::optional<Divergence> FirstDivergence() const;
-  // Returns true when the program reached the place where the recording is cut.
+  // Returns true when the program reached the end of a cut recording.
   bool ReachedCut() const;
   std::size_t Replayed() const;
 
  private:
   // A point in the histories of connections. Those with the same operations and results share it.
   struct Node {
-    std::deque<std::size_t> operations;  // that lead here and were not replayed yet, in order
+    std::deque<std::size_t> operations;  // lead here; not replayed yet; in order
     std::vector<std::unique_ptr<Node>> next;
     bool isEnd = false;  // of the recorded history of a connection
   };
@@ -66,21 +60,19 @@ class ReplayDevice : public DecodedDevice {
   };
 
   void AddToHistory(std::size_t operation, Node** node) const;
-  // Performs an ioctl, read or write; what it delivers goes to `target`, which may be null.
-  Result Transfer(OperationRecord* got, void* target);
+  bool Perform(OperationRecord* got, void* target, bool nonBlocking) override;
 
   // The rest is called with the lock held. Choose returns the earliest recorded operation that can
   // come next; with `got`, only one with the same arguments.
   std::optional<Choice> Choose(const Node& from, const OperationRecord* got) const;
-  // Returns the recorded operation, or null when `got` is not as recorded. Without the lock, lets a
-  // read wait for the close of its connection when the recorded read ended after the close.
-  const OperationRecord* Next(const OperationRecord& got, std::unique_lock<std::mutex>* lock);
+  // Both return the recorded operation, or null when `got` is not as recorded. Next lets a read
+  // wait, without the lock, for the close of its connection when the recorded read ended after it.
+  const OperationRecord* NextOpen(OperationRecord* got);
+  const OperationRecord* Next(const OperationRecord& got, Live* live,
+                              std::unique_lock<std::mutex>* lock);
   bool EndsAfterClose(const Node& node, const OperationRecord& got) const;
   const OperationRecord* Accept(std::size_t operation);
   void Diverge(std::optional<std::size_t> expected, const OperationRecord* got, bool mayBeCut);
-  // Completes `got` as recorded, or with the failure after a divergence, and releases the lock.
-  Result Complete(OperationRecord* got, const OperationRecord* expected,
-                  std::unique_lock<std::mutex>* lock);
 
   const Recording recording_;
   const bool inTime_;
@@ -90,7 +82,6 @@ class ReplayDevice : public DecodedDevice {
   std::condition_variable closed_;  // a connection, or the device is lost
   std::deque<std::size_t> opens_;   // still to come
   Node start_;                      // of every connection
-  Node strays_;                     // the history of operations without a connection
   std::set<std::uint64_t> opened_;  // recorded connections
   std::map<std::uint64_t, Live> live_;
   std::vector<bool> done_;  // by operation
@@ -101,8 +92,8 @@ class ReplayDevice : public DecodedDevice {
   std::optional<Divergence> divergence_;
 };
 
-// Returns several lines: "at operation 7 (line 8) on connection #1", what was expected, what came,
-// and the bytes in which they differ.
+// Returns several lines: "at operation 7 (line 8) on connection #1", the expected operation, the
+// actual one, and the bytes in which they differ.
 std::string DivergenceText(const ReplayDevice::Divergence& divergence);
 
 }  // namespace zulisim
