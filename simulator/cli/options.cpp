@@ -109,9 +109,9 @@ bool HasInstructions(const common::Command& command) {
 }
 
 int ReportMissed(const Engine& engine, bool strict, int status) {
-  for (const Tally& tally : engine.Tallies()) {
-    if (!tally.Missed()) continue;
-    std::cerr << "zulisim: " << tally.Text() << "\n";
+  for (const InstructionCount& count : engine.InstructionCounts()) {
+    if (!count.IsTooLow()) continue;
+    std::cerr << "zulisim: " << count.Text() << "\n";
     if (strict) status = kMissed;
   }
   return status;

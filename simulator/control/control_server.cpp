@@ -58,7 +58,7 @@ bool Send(int connection, const std::string& text) {
   return shutdown(connection, SHUT_WR) == 0;
 }
 
-// Everything that the other side sends, up to about `most` bytes.
+// Returns what the peer sends until it shuts down, or about `most` bytes.
 std::string Receive(int connection, std::size_t most) {
   std::string text;
   char buffer[1024];
@@ -77,7 +77,7 @@ std::string CountsText(const Engine& engine) {
   }
   std::string text = common::Format("{}; {}\n", common::Joined(counts),
                                     common::Counted(engine.OpenDescriptors(), "open descriptor"));
-  for (const Tally& tally : engine.Tallies()) text += tally.Text() + "\n";
+  for (const InstructionCount& count : engine.InstructionCounts()) text += count.Text() + "\n";
   return text;
 }
 
@@ -107,7 +107,7 @@ ControlServer::ControlServer(const std::string& served, Engine* engine, Check ch
     : path_(PathFor(served)), engine_(engine), check_(std::move(check)), socket_(NewSocket(path_)) {
   try {
     const sockaddr_un address = AddressOf(path_);
-    // SIGKILL leaves the socket of a server behind.
+    // A server that ended by SIGKILL left its socket behind.
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path_.c_str());
     // The mode is set before the name exists, so that no other user ever reaches the socket.
@@ -141,7 +141,7 @@ void ControlServer::Serve() {
 }
 
 void ControlServer::ServeRequest(int connection) {
-  // A silent client delays the other clients, and the end of the server, by at most this long.
+  // A client that sends nothing delays others, and the end of the server, by at most 2 seconds.
   const struct timeval limit { 2, 0 };
   setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
   setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));

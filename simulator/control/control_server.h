@@ -9,26 +9,26 @@
 
 namespace zulisim {
 
-// Lets other processes of the same user instruct an engine while it serves, through a local socket
-// beside the served file, with mode 0600. A request is one or two words:
+// Lets other processes of the same user control an engine while it serves. They connect to a local
+// socket beside the served file, which has mode 0600. A request is one or two words:
 //
-//   lose [FIELDS]   loses the device now, until "back" or for so many opens
-//   back            lets the next open find it again
+//   lose [FIELDS]   loses the device now, until "back" or for a number of opens
+//   back            lets the next open succeed
 //   release         releases the replies that are held
-//   counts          answers how often each operation and instruction has happened
+//   counts          returns how often each operation and instruction has happened
 //   KIND VALUE      adds a fault of that kind, as in "fault read:1=EIO", which counts from now on
 //
-// Its thread takes one request at a time. The engine's observers see each instruction as an event,
-// "tell lose", just before it takes effect.
+// One thread serves the requests one at a time. The engine's observers see each instruction as an
+// event, such as "tell lose", just before it takes effect.
 class ControlServer {
  public:
   // Throws std::invalid_argument for an instruction that the attachment cannot carry.
   using Check = std::function<void(const Scenario& instruction)>;
 
-  // "/tmp/zuli.control" for "/tmp/zuli".
+  // Returns "/tmp/zuli.control" for "/tmp/zuli".
   static std::string PathFor(const std::string& served) { return served + ".control"; }
   // Sends a request to the server beside `served` and returns the answer. Throws std::runtime_error
-  // when there is none, and InputError with the reason when it refuses the request.
+  // when no server listens there, and InputError with the reason when it refuses the request.
   static std::string Ask(const std::string& served, const std::string& request);
 
   // The engine is not owned and must outlive the server. Throws std::runtime_error.

@@ -11,19 +11,9 @@
 namespace zulisim {
 
 std::vector<Client> DefaultClients() {
-  Client kalo;
-  kalo.name = "KALO";
-  kalo.guid = {0xf1, 0xfc, 0xf6, 0xfb, 0xcf, 0x96, 0x2e, 0x4e,
-               0xa6, 0xa6, 0x1b, 0xab, 0x8c, 0xbe, 0x36, 0xb1};
-  Client fenu;
-  fenu.name = "FENU";
-  fenu.guid = {0x7e, 0xab, 0x38, 0xb6, 0xe2, 0x94, 0xa2, 0x4e,
-               0xa5, 0x52, 0xd1, 0xc5, 0x4b, 0x62, 0x7f, 0x04};
-  Client sab;
-  sab.name = "SAB";
-  sab.guid = {0x30, 0x20, 0x75, 0xf0, 0x98, 0xfa, 0xa7, 0x4b,
-              0x9d, 0x7d, 0x4b, 0x63, 0x0b, 0xbf, 0xd6, 0x4d};
-  return {kalo, fenu, sab};
+  return {{"KALO", ParseGuid("{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}")},
+          {"FENU", ParseGuid("{B638AB7E-94E2-4EA2-A552-D1C54B627F04}")},
+          {"SAB", ParseGuid("{F0752030-FA98-4BA7-9D7D-4B630BBFD64D}")}};
 }
 
 std::string GuidText(const Guid& guid) {
@@ -37,7 +27,7 @@ std::string GuidText(const Guid& guid) {
 }
 
 Guid ParseGuid(const std::string& text) {
-  // Field by field: the first three begin with their lowest byte in memory.
+  // In memory, each of the first three fields begins with its lowest byte.
   constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
   std::string digits = text;
   for (const char mark : {'{', '}', '-'}) {
@@ -46,8 +36,8 @@ Guid ParseGuid(const std::string& text) {
   Guid guid;
   const bool isHex = digits.find_first_not_of("0123456789abcdefABCDEF") == std::string::npos;
   if (!isHex || digits.size() != 2 * guid.size()) {
-    throw common::InputError(common::Quoted(text) + " is not a GUID; the form is " +
-                             GuidText(DefaultClients().front().guid));
+    throw common::InputError(common::Quoted(text) +
+                             " is not a GUID; the form is {FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}");
   }
   const Bytes bytes = common::ParseHex(digits);
   for (std::size_t i = 0; i < guid.size(); ++i) guid[i] = bytes[kOrder[i]];

@@ -13,7 +13,7 @@
 
 namespace zulisim {
 
-// A client's identifier, in the byte order of memory and of the connect record.
+// A client's identifier, in the byte order of the connect record.
 using Guid = std::array<std::uint8_t, 16>;
 
 // A firmware client of the engine.
@@ -32,22 +32,21 @@ std::string GuidText(const Guid& guid);
 // Parses that form, with or without braces and dashes. Throws InputError.
 Guid ParseGuid(const std::string& text);
 
-// A client's answer to one request. Either part can be missing; without a message the client stays
-// silent.
+// What a client sends for one request. Without a message the client stays silent.
 struct Reply {
   std::optional<Bytes> message;
   std::optional<Bytes> privateData;
-  std::chrono::microseconds latency{0};  // from the write until a read gets it
-  bool held = false;                     // and until ReleaseReplies()
+  std::chrono::microseconds latency{0};  // from the write; a read waits for it
+  bool held = false;                     // a read also waits for Engine::ReleaseReplies
 };
 
-// Answers one request. Runs on the thread of the write, without the engine's lock, so it may call
-// the engine (to lose the device, for instance). When it throws, the client stays silent.
+// Answers one request. The engine calls it on the thread of the write without holding a lock, so it
+// may call the engine, for example to lose the device. When it throws, the client stays silent.
 using Responder = std::function<Reply(const Bytes& request)>;
 
-// The same header with `status`, the same body.
+// Returns a reply with the request's header and body, and with `status`.
 Reply EchoReply(const Bytes& request, std::uint32_t status = 0);
-// The same with a private-data message after it.
+// The same, followed by a message of private data.
 Reply EchoReply(const Bytes& request, std::uint32_t status, Bytes privateData);
 
 }  // namespace zulisim

@@ -3,8 +3,8 @@
 #include <cstddef>
 #include <cstdint>
 
-// The binary interface of a device. The hooks of the preload library use it too, so nothing here
-// needs a C++ runtime library.
+// What a program and a device pass to each other. The hooks of the preload library include this
+// header, so nothing here may need a C++ runtime library.
 namespace zulisim {
 
 // The result of an operation: `value` and, where that is -1, an errno.
@@ -13,12 +13,12 @@ struct Result {
   int error = 0;
 };
 
-// The longest message that a client can accept. Every attachment can carry it in one piece.
+// In bytes. No client accepts longer messages, and every attachment can carry one in one piece.
 inline constexpr std::size_t kLongestMessage = 1 << 20;
 
-// Binds an open file to a client: 16 bytes, the client's GUID in; out the maximum message length
-// (32-bit little-endian), the protocol version (one byte), three zero bytes, and bytes 8 to 15 as
-// they were passed.
+// Connects an open file to a client. The argument has 16 bytes. The program passes the client's
+// GUID. The device returns the maximum message length (32-bit little-endian), the protocol version
+// (one byte), three zero bytes, and bytes 8 to 15 as the program passed them.
 inline constexpr std::uint32_t kConnectRequest = 0xC0104801;
 
 // The size field of an ioctl request: how many bytes its argument has.

@@ -8,6 +8,7 @@
 #include <sstream>
 #include <vector>
 
+#include "common/format.h"
 #include "common/input_error.h"
 #include "common/text.h"
 
@@ -16,7 +17,7 @@ namespace {
 
 constexpr const char* kNames[kOperationCount] = {"open", "ioctl", "read", "write", "close"};
 
-// From 1 on, as Linux numbers them here; "-" stands for a gap. Not every libc has the names.
+// In the order of their values on Linux, from 1 on; "-" is a gap. Not every libc knows the names.
 constexpr char kErrnos[] =
     "EPERM ENOENT ESRCH EINTR EIO ENXIO E2BIG ENOEXEC EBADF ECHILD EAGAIN ENOMEM EACCES EFAULT "
     "ENOTBLK EBUSY EEXIST EXDEV ENODEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ENOTTY ETXTBSY EFBIG "
@@ -33,7 +34,7 @@ constexpr char kErrnos[] =
     "EKEYREJECTED EOWNERDEAD ENOTRECOVERABLE ERFKILL EHWPOISON";
 static_assert(EDEADLK == 35 && ENOTSOCK == 88 && EHWPOISON == 133);
 
-// By number.
+// Indexed by value.
 const std::vector<std::string>& ErrnoNames() {
   static const std::vector<std::string> names = [] {
     std::istringstream words(kErrnos);
@@ -110,14 +111,14 @@ Bytes ParseBytes(const std::string& what, const std::string& text) {
   try {
     bytes = common::ParseHex(text);
   } catch (const common::InputError&) {
-    // The message below has no position: it would look like a position in a file.
+    // Reported below without the position in the text, which would look like one in a file.
   }
   if (bytes.empty()) {
-    throw common::InputError(what + " is an even number of hexadecimal digits, not " +
+    throw common::InputError(what + " needs an even number of hexadecimal digits, not " +
                              common::Quoted(text.size() > 80 ? text.substr(0, 80) + "..." : text));
   }
   if (bytes.size() <= kLongestMessage) return bytes;
-  throw common::InputError(what + " is longer than any message can be");
+  throw common::InputError(common::Format("{} is longer than {} bytes", what, kLongestMessage));
 }
 
 std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset) {
@@ -156,7 +157,7 @@ Bytes OperationRecord::Message() const {
 void RemoveBodies(OperationRecord* record) {
   if (record->IsConnect()) return;
   const bool isRequest = record->operation == Operation::kWrite;
-  // Where a device does not say what a message is, private data can pass for a reply.
+  // The decoder can take private data for a reply.
   const bool isReply = record->payload == Payload::kReply && record->commandId &&
                        WordAt(record->output, kCommandIdOffset) == record->commandId;
   record->input.resize(isRequest ? std::min(record->input.size(), kHeaderSize) : 0);

@@ -13,7 +13,7 @@ namespace zulisim {
 
 using common::Bytes;
 
-// Why a connection is closed: by the program's own close, or without one.
+// Why a connection is closed.
 enum class CloseReason { kProgramClosed, kProgramEnded, kServiceEnded };
 // For transcripts: "the program ended without a close"; empty for kProgramClosed.
 const char* CloseReasonText(CloseReason reason);
@@ -24,17 +24,18 @@ inline constexpr std::size_t kOperationCount = 5;
 // The meaning of an operation's bytes.
 enum class Payload { kNone, kConnectRecord, kRequest, kReply, kPrivateData };
 
-// "open", "ioctl", "read", "write" or "close", and back; the latter throws InputError.
+// Returns "open", "ioctl", "read", "write" or "close".
 const char* OperationName(Operation operation);
+// Throws InputError for any other name.
 Operation ParseOperation(const std::string& name);
 
-// "EIO" for EIO; the number in decimal where the value has no name.
+// Returns "EIO" for EIO, and the decimal number for a value without a name.
 std::string ErrnoName(int error);
-// The value of a name such as "EIO", in either case of letters. Throws InputError.
+// Returns EIO for "EIO" or "eio". Throws InputError.
 int ParseErrno(const std::string& name);
 
-// Parses pairs of hexadecimal digits, at least one. Throws InputError, in which `what` names the
-// bytes.
+// Parses an even number of hexadecimal digits, at least two. Throws InputError, whose text names
+// the value as `what`.
 Bytes ParseBytes(const std::string& what, const std::string& text);
 
 // The 16-byte header of every request and reply: four little-endian 32-bit words.
@@ -42,15 +43,15 @@ inline constexpr std::size_t kHeaderSize = 16;
 inline constexpr std::size_t kCommandIdOffset = 4;
 inline constexpr std::size_t kStatusOffset = 8;
 
-// The word at `offset`, or nothing when the message ends before it does.
+// Returns the word at `offset`, or nothing when the message ends before the word does.
 std::optional<std::uint32_t> WordAt(const Bytes& message, std::size_t offset);
-// Writes the word at `offset`, as far as the message reaches.
+// Writes the word at `offset`, except for bytes after the end of the message.
 void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
 // The firmware sends private data after a reply with a negative status.
 inline constexpr std::size_t kPrivateDataSize = 16;
 inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
 
-// One operation on the device: the bytes that crossed its boundary and their meaning.
+// One operation on the device: what the program passed and got, and what that means.
 struct OperationRecord {
   Operation operation = Operation::kOpen;
   bool abandoned = false;        // a close that the program did not make
@@ -62,7 +63,7 @@ struct OperationRecord {
   std::uint64_t length = 0;   // read and write: the requested byte count
   bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
   Bytes input;                // write: the message; ioctl: the argument before
-  int process = 0;            // of the caller; 0 where that is unknown
+  int process = 0;            // of the caller; 0 for unknown
   int thread = 0;             //
   // What it got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
@@ -70,8 +71,8 @@ struct OperationRecord {
   Bytes output;             // read: the message; ioctl: the argument after
   std::chrono::nanoseconds start{};  // on the monotonic clock
   std::chrono::nanoseconds end{};
-  std::string why;  // why it failed or moved less; empty otherwise
-  // Set by the device, or by the decoder in its place.
+  std::string why;  // the reason for a failure or a short transfer
+  // Filled in by the engine or, for other devices, by the decoder.
   std::uint64_t sequence = 0;    // 1 for the device's first operation, in order of completion
   std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
   int descriptor = -1;           // the program's; -1 where it is unknown or there is none
@@ -86,11 +87,11 @@ struct OperationRecord {
   }
   // An error, or a reply with a negative status.
   bool IsFailure() const { return error != 0 || (status && IsNegative(*status)); }
-  // The sizes of `input` and `output` that follow from the other members.
+  // Return how many bytes `input` and `output` have, judging by the other members.
   std::size_t InputSize() const;
   std::size_t OutputSize() const;
-  // The bytes that moved: of the request, the reply, the private data or the connect record. Empty
-  // for any other operation.
+  // Returns the bytes that moved: of a request, a reply, private data or the connect record. Empty
+  // for other operations.
   Bytes Message() const;
 };
 
@@ -100,35 +101,35 @@ struct DeviceEvent {
   std::string text;                 // one line, as in "tell lose"
 };
 
-// Removes message bodies and private data. What stays is the connect record and the headers of
-// requests and replies; lengths and results still count all bytes.
+// Removes message bodies and private data. The connect record and the headers of requests and
+// replies stay. Lengths and results still count all bytes.
 void RemoveBodies(OperationRecord* record);
 
-// The monotonic clock that operations are timed by.
+// Returns the time on the monotonic clock.
 std::chrono::nanoseconds Now();
 
 // Sets the program's process and thread for the operations that the calling thread begins from now
-// on; 0 for unknown. An attachment calls it before it calls the device.
+// on; 0 for unknown. Attachments call it before they call the device.
 void SetCaller(int process, int thread);
 
-// Return operations that begin now: with the program's arguments and without a result.
+// Return the record of an operation that begins now: what the program passed, and no result yet.
 OperationRecord BeginOpen(int flags, unsigned mode);
 OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
 OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
 OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length);
 OperationRecord BeginClose(std::uint64_t connection, CloseReason reason);
 
-// The bytes at `buffer`, none for null.
+// Returns a copy of the bytes at `buffer`; none for null.
 Bytes Copied(const void* buffer, std::size_t length);
 
-// Sees every operation of a device, one at a time and in the order of `sequence`. The thread that
-// performed the operation calls it before the program's call returns. It must not call the device
-// and must not throw.
+// Receives every operation, one at a time in order of `sequence`. The thread that performed the
+// operation calls the observer before its own caller continues. An observer must not call the
+// device and must not throw.
 class OperationObserver {
  public:
   virtual ~OperationObserver() = default;
   virtual void OnOperation(const OperationRecord& record) = 0;
-  // Between two operations. The same rules hold.
+  // Called between two operations, by the same rules.
   virtual void OnDeviceEvent(const DeviceEvent& event) { static_cast<void>(event); }
 };
 

@@ -13,14 +13,14 @@
 
 namespace zulisim {
 
-// Completes the records of operations that the engine did not perform with what their bytes say:
-// the client from the connect record, commands and statuses from the messages. Not thread-safe.
+// Completes the records of operations that the engine did not perform. It takes the client from the
+// connect record, and commands and statuses from the messages. Not thread-safe.
 class OperationDecoder {
  public:
   explicit OperationDecoder(std::vector<Client> clients) : clients_(std::move(clients)) {}
 
-  // Fills in the members of `record` that the device knows, from its sequence number on. Only an
-  // open needs its descriptor. Records must come in the order of completion.
+  // Fills in `sequence` and all members after it. Only an open needs its descriptor. Records must
+  // come in the order of completion.
   void Decode(OperationRecord* record);
 
  private:
@@ -28,7 +28,7 @@ class OperationDecoder {
     int descriptor = -1;
     std::string client;
     std::optional<std::uint32_t> commandId;  // of the last request
-    bool privateDataNext = false;            // the reply had a negative status
+    bool privateDataNext = false;            // the last reply had a negative status
   };
 
   void Describe(Connection* connection, OperationRecord* record) const;

@@ -17,7 +17,7 @@ std::string Occurrence(const OperationRecord& record) {
   return common::Format("{} {}", OperationName(record.operation), record.occurrence);
 }
 
-// Its private data is 00 11 22 and so on.
+// The private data is 00 11 22 and so on.
 Reply FaultyReply(const ReplyFault& fault, const Bytes& request) {
   if (!fault.status) return {};
   Bytes privateData(kPrivateDataSize);
@@ -52,7 +52,7 @@ Result Engine::Open(int flags, unsigned mode, int descriptor) {
     failure = Fail(&task, openError_, "the device is still lost; " + more);
   }
   if (failure) {
-    carried_.clear();
+    keptReplies_.clear();
     return *failure;
   }
   const std::uint64_t number = nextConnection_++;
@@ -72,18 +72,18 @@ Result Engine::Ioctl(std::uint64_t connection, std::uint32_t request, void* argu
   if (request == kConnectRequest) return Connect(&task, argument);
   const auto handler = ioctls_.find(request);
   if (handler == ioctls_.end()) {
-    return Fail(&task, ENOTTY, "the device does not know the request " + common::Hex(request));
+    return Fail(&task, ENOTTY, "unknown ioctl request " + common::Hex(request));
   }
   const int error = handler->second(argument);
   record->output = Copied(argument, record->OutputSize());
-  return error == 0 ? Finish(&task, 0) : Fail(&task, error, "the request's handler refuses");
+  return error == 0 ? Finish(&task, 0) : Fail(&task, error, "the handler of the request failed");
 }
 
 Result Engine::Connect(Task* task, void* record) {
   if (record == nullptr) return Fail(task, EFAULT, "the connect record is null or not readable");
   Connection* connection = task->connection;
   if (connection->client != nullptr)
-    return Fail(task, EBUSY, "the descriptor is connected already");
+    return Fail(task, EBUSY, "the descriptor is already connected");
   const Client* client = ClientOf(task->record.input);
   if (client == nullptr) {
     Guid guid;
@@ -91,7 +91,7 @@ Result Engine::Connect(Task* task, void* record) {
     return Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
   }
   connection->client = client;
-  connection->pending = TakeCarried(*client);
+  connection->pending = TakeKeptReplies(*client);
   Bytes* out = &task->record.output;
   SetWordAt(out, 0, client->maxMessageLength);
   SetWordAt(out, 4, client->protocolVersion);
@@ -115,13 +115,13 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   Task task = Begin(BeginRead(connection, buffer, length));
   if (const auto failure = CheckTransfer(&task)) return *failure;
   if (length == 0) return Finish(&task, 0);
-  if (const auto failure = AwaitMessage(&task, nonBlocking, &lock)) return *failure;
+  if (const auto failure = WaitForMessage(&task, nonBlocking, &lock)) return *failure;
   MessageQueue* pending = &task.connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
   changed_.notify_all();
-  const std::size_t count = Moved(&task, message.bytes.size());
-  // The buffer can be null when there is nothing to copy, and memcpy must not get null.
+  const std::size_t count = TransferSize(&task, message.bytes.size());
+  // memcpy must not get a null pointer, even for 0 bytes.
   if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
   OperationRecord* record = &task.record;
   record->payload = message.payload;
@@ -134,8 +134,8 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   return Finish(&task, static_cast<std::int64_t>(count));
 }
 
-std::optional<Result> Engine::AwaitMessage(Task* task, bool nonBlocking,
-                                           std::unique_lock<std::mutex>* lock) {
+std::optional<Result> Engine::WaitForMessage(Task* task, bool nonBlocking,
+                                             std::unique_lock<std::mutex>* lock) {
   while (true) {
     const MessageQueue& pending = task->connection->pending;
     if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
@@ -167,7 +167,7 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
                 common::Format("longer than {}'s maximum of {} bytes", client.name,
                                client.maxMessageLength));
   }
-  const std::size_t count = Moved(&task, length);
+  const std::size_t count = TransferSize(&task, length);
   if (count == 0) return Finish(&task, 0);
   OperationRecord* record = &task.record;
   const Bytes request = Copied(buffer, count);
@@ -175,14 +175,14 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
   record->commandId = WordAt(request, kCommandIdOffset);
   task.connection->lastCommand = record->commandId;
   std::optional<Reply> planned = replies_.Answer(client.name, request);
-  if (task.reply) planned = FaultyReply(*task.reply, request);
+  if (task.replyFault) planned = FaultyReply(*task.replyFault, request);
   if (planned) {
     Queue(connection, *planned, record->commandId);
     return Finish(&task, static_cast<std::int64_t>(count));
   }
   const Responder responder = ResponderFor(client, record->commandId);
 
-  // The connection may be closed or lost meanwhile: it is looked up again afterwards.
+  // Meanwhile the connection may be closed or lost, so Queue looks it up again.
   lock.unlock();
   Reply reply;
   try {
@@ -211,12 +211,12 @@ Result Engine::Close(std::uint64_t connection, CloseReason reason) {
 }
 
 void Engine::Lose(const DeviceLoss& loss) {
-  carried_.clear();
+  keptReplies_.clear();
   for (auto& [number, connection] : connections_) {
     if (connection.lost) continue;
     connection.lost = true;
     if (!loss.dropReplies && !connection.pending.empty()) {
-      carried_.emplace_back(connection.client, std::move(connection.pending));
+      keptReplies_.emplace_back(connection.client, std::move(connection.pending));
     }
     connection.pending.clear();
   }
@@ -225,12 +225,12 @@ void Engine::Lose(const DeviceLoss& loss) {
   changed_.notify_all();
 }
 
-Engine::MessageQueue Engine::TakeCarried(const Client& client) {
-  const auto found = std::find_if(carried_.begin(), carried_.end(),
+Engine::MessageQueue Engine::TakeKeptReplies(const Client& client) {
+  const auto found = std::find_if(keptReplies_.begin(), keptReplies_.end(),
                                   [&client](const auto& entry) { return entry.first == &client; });
-  if (found == carried_.end()) return {};
+  if (found == keptReplies_.end()) return {};
   MessageQueue queue = std::move(found->second);
-  carried_.erase(found);
+  keptReplies_.erase(found);
   return queue;
 }
 
@@ -253,7 +253,7 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
   add(Payload::kPrivateData, reply.privateData);
 }
 
-// --- The steps of an operation. ---
+// --- Steps of an operation. ---
 
 Engine::Task Engine::Begin(OperationRecord record) {
   Task task;
@@ -310,7 +310,7 @@ FaultScope Engine::ScopeOf(const Task& task) const {
 }
 
 std::optional<Result> Engine::ApplyFault(Task* task) {
-  const Fault* fault = faults_.Count(task->record.operation, ScopeOf(*task));
+  const Fault* fault = faults_.Next(task->record.operation, ScopeOf(*task));
   if (fault == nullptr) return std::nullopt;
   if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
     return Fail(task, errnoFault->error, "fault at " + Occurrence(task->record));
@@ -322,19 +322,21 @@ std::optional<Result> Engine::ApplyFault(Task* task) {
     task->record.why = why;
     return std::nullopt;
   }
-  if (const auto* cut = std::get_if<ShortCount>(&fault->effect)) task->cut = *cut;
+  if (const auto* shortCount = std::get_if<ShortCount>(&fault->effect))
+    task->shortCount = *shortCount;
   if (const auto* reply = std::get_if<ReplyFault>(&fault->effect)) {
-    task->reply = *reply;
+    task->replyFault = *reply;
     task->record.why = (reply->status ? "refused by a fault at " : "no reply: a fault at ") +
                        Occurrence(task->record);
   }
   return std::nullopt;
 }
 
-std::size_t Engine::Moved(Task* task, std::size_t size) {
+std::size_t Engine::TransferSize(Task* task, std::size_t size) {
   const std::size_t possible = std::min<std::uint64_t>(size, task->record.length);
-  if (!task->cut) return possible;
-  const std::size_t moved = std::min(possible, task->cut->half ? possible / 2 : task->cut->count);
+  if (!task->shortCount) return possible;
+  const std::size_t moved =
+      std::min(possible, task->shortCount->half ? possible / 2 : task->shortCount->count);
   if (moved < possible) task->record.why = "cut by a fault at " + Occurrence(task->record);
   return moved;
 }
@@ -349,7 +351,7 @@ std::optional<Result> Engine::CheckTransfer(Task* task) {
   return std::nullopt;
 }
 
-// --- Instructions, and what has happened. ---
+// --- Instructions and results. ---
 
 const Client& Engine::ClientNamed(const std::string& name) const {
   std::vector<std::string> known;
@@ -361,16 +363,11 @@ const Client& Engine::ClientNamed(const std::string& name) const {
                               common::Joined(known));
 }
 
-void Engine::SetResponder(const std::string& client, std::uint32_t command, Responder responder) {
+void Engine::SetResponder(const std::string& client, std::optional<std::uint32_t> command,
+                          Responder responder) {
   ClientNamed(client);
   std::lock_guard<std::mutex> lock(mutex_);
   responders_[{client, command}] = std::move(responder);
-}
-
-void Engine::SetResponder(const std::string& client, Responder responder) {
-  ClientNamed(client);
-  std::lock_guard<std::mutex> lock(mutex_);
-  responders_[{client, std::nullopt}] = std::move(responder);
 }
 
 void Engine::AddReply(const ReplyRule& rule) {
@@ -389,7 +386,7 @@ std::size_t Engine::ReleaseReplies() {
     }
   };
   for (auto& [number, connection] : connections_) release(&connection.pending);
-  for (auto& [client, queue] : carried_) release(&queue);
+  for (auto& [client, queue] : keptReplies_) release(&queue);
   changed_.notify_all();
   return released;
 }
@@ -455,10 +452,10 @@ std::size_t Engine::OpenDescriptors() const {
   return connections_.size();
 }
 
-std::vector<Tally> Engine::Tallies() const {
+std::vector<InstructionCount> Engine::InstructionCounts() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<Tally> all = faults_.Tallies();
-  const std::vector<Tally> replies = replies_.Tallies();
+  std::vector<InstructionCount> all = faults_.InstructionCounts();
+  const std::vector<InstructionCount> replies = replies_.InstructionCounts();
   all.insert(all.end(), replies.begin(), replies.end());
   return all;
 }

@@ -21,31 +21,31 @@
 
 namespace zulisim {
 
-// Serves an additional ioctl request: reads and writes `argument`, returns 0 or an errno. Runs
-// under the engine's lock and must not call the engine.
+// Serves one more ioctl request: reads and writes `argument`, and returns 0 or an errno. The engine
+// calls it with its lock held, so it must not call the engine.
 using IoctlHandler = std::function<int(void* argument)>;
 
 struct EngineOptions {
   std::vector<Client> clients = DefaultClients();
-  bool keepRecords = true;  // for Records() and Requests(); turn it off for long runs
+  bool keepRecords = true;  // for Records() and Requests(); false saves memory in a long run
 };
 
 // A model of the security engine and its kernel device. Thread-safe.
 //
-// Errors, as a kernel driver gives them:
+// Errors, as from a kernel driver:
 //   ENODEV     the device was lost after this descriptor was opened
 //   ENOTTY     the ioctl request is unknown
-//   ENOENT     no client has the GUID of a connect
-//   EBUSY      a connect on a descriptor that is connected already
-//   ENOTCONN   a transfer before the connect
-//   EMSGSIZE   a request longer than the client's maximum
-//   EAGAIN     a read with no message pending: the engine answers during the write, so a read
-//              waits only for a reply that has a latency or is held. Also a non-blocking read
-//              that would have to wait.
-//   EFAULT     a null buffer
+//   ENOENT     no client has the GUID of the connect
+//   EBUSY      the descriptor is already connected
+//   ENOTCONN   a read or write came before the connect
+//   EMSGSIZE   the request is longer than the client's maximum
+//   EAGAIN     no message is pending for a read. The engine answers during the write, so no message
+//              could arrive later. A read waits only for a reply that has a latency or is held, and
+//              only when it may block.
+//   EFAULT     the buffer is null
 //   EBADF      the connection is unknown or closed
-// A read takes one whole message. The bytes that do not fit its buffer are lost.
-// Reads and writes of 0 bytes return 0 and move nothing.
+// A read takes one whole message and discards what does not fit into its buffer. Reads and writes
+// of 0 bytes return 0 and move nothing.
 class Engine : public Device {
  public:
   // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
@@ -60,43 +60,45 @@ class Engine : public Device {
 
   // --- Instructions. ---
 
-  // Sets how `client` answers `command`; without a command, how it answers the commands that have
-  // no responder. Throws std::invalid_argument for an unknown client.
-  void SetResponder(const std::string& client, std::uint32_t command, Responder responder);
-  void SetResponder(const std::string& client, Responder responder);
-  // The same as a rule, which has precedence over responders.
+  // Sets how `client` answers `command` or, without a command, all commands that have no responder.
+  // Throws std::invalid_argument for an unknown client.
+  void SetResponder(const std::string& client, std::optional<std::uint32_t> command,
+                    Responder responder);
+  void SetResponder(const std::string& client, Responder responder) {
+    SetResponder(client, std::nullopt, std::move(responder));
+  }
+  // Adds a rule, which precedes all responders. Throws std::invalid_argument for an unknown client.
   void AddReply(const ReplyRule& rule);
-  // Releases the held replies and returns their number.
+  // Releases the replies that are held, and returns their number.
   std::size_t ReleaseReplies();
   // Adds an ioctl request, which works before and after the connect.
   void SetIoctl(std::uint32_t request, IoctlHandler handler);
-  // Throws std::invalid_argument when the fault is impossible.
+  // Throws std::invalid_argument for a fault that can never happen.
   void AddFault(const Fault& fault);
-  // The same for a fault that counts from now on.
+  // Adds a fault that counts operations from now on. Throws the same.
   void AddFaultFromNow(const Fault& fault);
   void ClearFaults();
   // Loses the device now.
   void LoseDevice(const DeviceLoss& loss = {});
-  // Ends the loss: the next open succeeds.
+  // Lets the next open succeed after a loss with failing opens.
   void RestoreDevice();
   // Shows observers an event between the operations before and after this call.
   void Announce(const std::string& text);
-  // Shorthands: the next operation of the kind, and the `times - 1` after it.
+  // Shorthands for faults at the next `times` operations of a kind.
   void FailNext(Operation operation, int error, std::uint64_t times = 1);
   void ShortenNext(Operation operation, std::size_t count);
   void LoseDeviceAtNext(Operation operation, std::uint64_t times = 1, const DeviceLoss& loss = {});
 
-  // --- What has happened. ---
+  // --- Results. ---
 
   const std::vector<Client>& clients() const { return clients_; }
   std::uint64_t Count(Operation operation) const;  // failed ones included
   std::size_t OpenDescriptors() const;
-  // How often each fault and each reply rule has happened: faults first, in the order in which they
-  // were added.
-  std::vector<Tally> Tallies() const;
+  // Return how often each fault, then each reply rule, has happened, in the order of adding.
+  std::vector<InstructionCount> InstructionCounts() const;
   std::vector<OperationRecord> Records() const;
-  void ClearRecords();  // counts go on
-  // The requests that the client took, byte for byte, in order.
+  void ClearRecords();  // does not reset counts
+  // Returns the requests that the client took, in order.
   std::vector<Bytes> Requests(const std::string& client) const;
 
  private:
@@ -104,8 +106,8 @@ class Engine : public Device {
     Payload payload = Payload::kReply;
     Bytes bytes;
     std::optional<std::uint32_t> commandId;
-    std::chrono::steady_clock::time_point ready;  // no read gets it before
-    bool held = false;                            // nor before it is released
+    std::chrono::steady_clock::time_point ready;  // reads wait until then
+    bool held = false;                            // reads wait until it is released
   };
   using MessageQueue = std::deque<Message>;
   struct Connection {
@@ -115,34 +117,34 @@ class Engine : public Device {
     std::optional<std::uint32_t> lastCommand;  // of the requests that it took
     MessageQueue pending;
   };
-  struct Task {  // one operation that is under way
+  struct Task {  // an operation in progress
     OperationRecord record;
     Connection* connection = nullptr;
-    std::optional<ShortCount> cut;    // of a read or write
-    std::optional<ReplyFault> reply;  // of a write, in place of the client's own
+    std::optional<ShortCount> shortCount;  // of a read or write
+    std::optional<ReplyFault> replyFault;  // of a write
   };
 
   const Client& ClientNamed(const std::string& name) const;
 
-  // Call all that follow with the lock held.
+  // Call the rest with the lock held.
   Task Begin(OperationRecord record);
   Result Finish(Task* task, std::int64_t value);
   Result Fail(Task* task, int error, std::string why);
-  // Each returns a failure when the descriptor's state or a fault demands one.
+  // Each returns the failure that the descriptor's state or a fault causes, if any.
   std::optional<Result> CheckDescriptor(Task* task);
   std::optional<Result> CheckTransfer(Task* task);
   std::optional<Result> ApplyFault(Task* task);
-  // How many of `size` bytes the read or write moves.
-  static std::size_t Moved(Task* task, std::size_t size);
-  // The operation's client, command and connection, for comparing with faults.
+  // Returns how many of `size` bytes the read or write moves.
+  static std::size_t TransferSize(Task* task, std::size_t size);
+  // Returns the client, command and connection of the operation, as far as known.
   FaultScope ScopeOf(const Task& task) const;
-  // Waits until a message is ready, without the lock. Returns the failure when none will be, or
-  // when the read must not wait.
-  std::optional<Result> AwaitMessage(Task* task, bool nonBlocking,
-                                     std::unique_lock<std::mutex>* lock);
+  // Waits, without the lock, until a message is ready. Returns the failure when none can become
+  // ready, or when the read must not wait.
+  std::optional<Result> WaitForMessage(Task* task, bool nonBlocking,
+                                       std::unique_lock<std::mutex>* lock);
   Result Connect(Task* task, void* record);
   void Lose(const DeviceLoss& loss);
-  MessageQueue TakeCarried(const Client& client);
+  MessageQueue TakeKeptReplies(const Client& client);
   Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;
   const Client* ClientOf(const Bytes& connectRecord) const;
   void Queue(std::uint64_t connection, const Reply& reply, std::optional<std::uint32_t> command);
@@ -151,7 +153,7 @@ class Engine : public Device {
   const bool keepRecords_;
 
   mutable std::mutex mutex_;         // guards all that follows
-  std::condition_variable changed_;  // a connection was lost or closed, or gave a message away
+  std::condition_variable changed_;  // a connection's state or queue
   std::map<std::uint64_t, Connection> connections_;
   std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
   std::map<std::uint32_t, IoctlHandler> ioctls_;
@@ -159,7 +161,7 @@ class Engine : public Device {
   FaultPlan faults_;
   std::uint64_t failingOpens_ = 0;
   int openError_ = 0;
-  std::vector<std::pair<const Client*, MessageQueue>> carried_;  // replies that outlived a loss
+  std::vector<std::pair<const Client*, MessageQueue>> keptReplies_;  // after a loss
   std::array<std::uint64_t, kOperationCount> counts_{};
   std::uint64_t nextConnection_ = 1;
   std::uint64_t nextSequence_ = 1;

@@ -8,7 +8,7 @@
 namespace zulisim {
 namespace {
 
-// A number from 0 up to but not including 1, spread evenly over neighbouring inputs (splitmix64).
+// Returns an evenly distributed number from 0 up to, but not including, 1 (splitmix64).
 double Draw(std::uint64_t seed, std::uint64_t occurrence) {
   std::uint64_t mixed = seed + occurrence * 0x9e3779b97f4a7c15;
   mixed = (mixed ^ mixed >> 30) * 0xbf58476d1ce4e5b9;
@@ -35,9 +35,9 @@ bool Fault::AppliesTo(Operation kind, std::uint64_t occurrence) const {
 
 std::optional<std::string> FaultError(const Fault& fault) {
   if (fault.first == 0) return "positions count from 1";
-  if (fault.times == 0) return "expected a fault that happens at least once";
+  if (fault.times == 0) return "a fault must happen at least once";
   if (!(fault.probability > 0 && fault.probability <= 1)) {
-    return "expected a probability above 0 and at most 1";
+    return "the probability must be above 0 and at most 1";
   }
   if (fault.operation == Operation::kOpen && !fault.scope.IsAll()) {
     return "an open has no client, command or connection yet; leave them out";
@@ -60,17 +60,18 @@ std::optional<std::string> FaultError(const Fault& fault) {
   const auto* loss = std::get_if<DeviceLoss>(&fault.effect);
   if ((errnoFault != nullptr && errnoFault->error <= 0) ||
       (loss != nullptr && loss->openError <= 0)) {
-    return "expected an errno above 0";
+    return "the errno must be above 0";
   }
   return std::nullopt;
 }
 
-std::string Tally::Text() const {
+std::string InstructionCount::Text() const {
   const std::string times = happened == 0 ? "never happened"
-                            : Missed() ? common::Format("happened {} of {} times", happened, wanted)
-                                       : "happened " + common::Counted(happened, "time");
+                            : IsTooLow()
+                                ? common::Format("happened {} of {} times", happened, wanted)
+                                : "happened " + common::Counted(happened, "time");
   return common::Format("{}: {} in {}", common::Printable(origin), times,
-                        common::Counted(seen, counted));
+                        common::Counted(seen, unit));
 }
 
 void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
@@ -81,23 +82,23 @@ void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
        {fault.origin, OperationName(fault.operation), isCertain ? fault.times : 1, seen, 0}});
 }
 
-const Fault* FaultPlan::Count(Operation operation, const FaultScope& scope) {
+const Fault* FaultPlan::Next(Operation operation, const FaultScope& scope) {
   const Fault* found = nullptr;
   for (Entry& entry : entries_) {
     const Fault& fault = entry.fault;
     if (fault.operation != operation || !fault.scope.Covers(scope)) continue;
-    const std::uint64_t occurrence = ++entry.tally.seen;
+    const std::uint64_t occurrence = ++entry.count.seen;
     if (found != nullptr || !fault.AppliesTo(operation, occurrence)) continue;
-    ++entry.tally.happened;
+    ++entry.count.happened;
     found = &fault;
   }
   return found;
 }
 
-std::vector<Tally> FaultPlan::Tallies() const {
-  std::vector<Tally> tallies;
-  for (const Entry& entry : entries_) tallies.push_back(entry.tally);
-  return tallies;
+std::vector<InstructionCount> FaultPlan::InstructionCounts() const {
+  std::vector<InstructionCount> counts;
+  for (const Entry& entry : entries_) counts.push_back(entry.count);
+  return counts;
 }
 
 }  // namespace zulisim

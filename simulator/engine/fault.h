@@ -16,32 +16,33 @@ namespace zulisim {
 constexpr unsigned Bit(Operation operation) { return 1U << static_cast<unsigned>(operation); }
 inline constexpr unsigned kEveryOperation = (1U << kOperationCount) - 1;
 
-// The operation fails with `error` and has no other effect: the client gets no request, a pending
-// reply stays pending, no descriptor is created. A close still frees its descriptor, as on Linux.
+// The operation fails with `error` and has no other effect: the client does not get the request, a
+// pending reply stays pending, an open gives no descriptor. Only a close still closes, as on Linux.
 struct ErrnoFault {
   static constexpr unsigned kOperations = kEveryOperation;
   int error = EIO;
 };
 
-// A read or write moves at most `count` bytes of the message; the rest is lost.
+// A read or write moves at most `count` bytes of the message. The rest is discarded.
 struct ShortCount {
   static constexpr unsigned kOperations = Bit(Operation::kRead) | Bit(Operation::kWrite);
   std::size_t count = 0;
-  bool half = false;  // half of the message, rounded down, instead of `count`
+  bool half = false;  // ignores `count` and moves half of the bytes, rounded down
 };
 
-// From now on, read, write and ioctl of every open descriptor fail with ENODEV; the program needs a
-// new open. The operation with this fault fails with ENODEV too, except that a close succeeds.
+// From now on, read, write and ioctl fail with ENODEV on every descriptor that is open now. The
+// program must open the device again. The operation at which the device is lost fails with ENODEV
+// too, unless it is a close, which succeeds.
 struct DeviceLoss {
   static constexpr unsigned kOperations = kEveryOperation;
-  std::uint64_t failingOpens = 0;  // so many opens after the loss fail
-  int openError = ENODEV;          // with this errno
-  // Otherwise, replies that were not read yet go to the next descriptor that connects to the same
-  // client, if the next open succeeds: a program that reconnects at once loses nothing.
+  std::uint64_t failingOpens = 0;  // the number of opens after the loss that fail
+  int openError = ENODEV;          // their errno
+  // False: replies that the program has not read go to the next descriptor that connects to the
+  // same client, if the next open succeeds. A program that reconnects at once loses nothing.
   bool dropReplies = false;
 };
 
-// The client takes the request, but refuses it with `status` and private data or, without a status,
+// The client takes the request and refuses it with `status` and private data. Without a status it
 // never answers.
 struct ReplyFault {
   static constexpr unsigned kOperations = Bit(Operation::kWrite);
@@ -50,12 +51,12 @@ struct ReplyFault {
 
 inline constexpr std::uint32_t kRefusedStatus = 0x80000001;
 
-// Each kind of effect says which operations it can be bound to.
+// The `kOperations` of each type are the operations that can have this effect.
 using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss, ReplyFault>;
 
 inline constexpr std::uint64_t kForever = std::numeric_limits<std::uint64_t>::max();
 
-// The positions from `first` to `first + times - 1`, which count from 1.
+// The range from `first` to `first + times - 1`, counted from 1.
 struct Occurrences {
   std::uint64_t first = 1;
   std::uint64_t times = 1;
@@ -66,71 +67,71 @@ struct Occurrences {
   }
 };
 
-// Restricts the operations that a fault counts to those of a client, a command or a connection;
-// all count where nothing is set. In a program with threads the order over all descriptors changes
-// from run to run, but within a scope it can be fixed.
+// Selects the operations that a fault counts: those of a client, a command or a connection, or all
+// when nothing is set. In a program with threads, the order over all descriptors changes from run
+// to run; the order within a scope usually does not.
 struct FaultScope {
   std::string client;
   std::optional<std::uint32_t> command;  // reads and writes: of the exchange
   std::uint64_t connection = 0;          // by the engine's number
 
   bool IsAll() const { return client.empty() && !command && connection == 0; }
-  // True when the fault counts an operation with the scope `other`.
+  // Returns true when this scope includes `other`, the scope of one operation.
   bool Covers(const FaultScope& other) const;
   bool operator==(const FaultScope& other) const;
 };
 
-// How often an instruction has happened.
-struct Tally {
+// Counts how often an instruction has happened.
+struct InstructionCount {
   std::string origin;          // of the instruction
-  const char* counted = "";    // what it counts: "read"
+  const char* unit = "";       // "read" or another operation, or "request"
   std::uint64_t wanted = 1;    // how often it must happen
-  std::uint64_t seen = 0;      // how many it has counted
+  std::uint64_t seen = 0;      // how many operations or requests it covers so far
   std::uint64_t happened = 0;  // in how many of those it has happened
 
-  bool Missed() const { return happened < wanted; }
-  // "--fault read:3=EIO: never happened in 2 reads"
+  bool IsTooLow() const { return happened < wanted; }
+  // Returns for example "--fault read:3=EIO: never happened in 2 reads".
   std::string Text() const;
 };
 
-// Applies to the operations `first` to `first + times - 1` of a kind. Positions count from 1 over
-// the whole life of the engine, failed operations included; with a scope, they count the operations
-// in it from when the fault was added.
+// Applies to the operations `first` to `first + times - 1` of a kind. Without a scope, the engine
+// counts all operations of the kind from 1, failed ones included. With a scope, it counts those in
+// the scope since the fault was added.
 struct Fault {
   Operation operation = Operation::kRead;
   std::uint64_t first = 1;
   std::uint64_t times = 1;
   FaultEffect effect = ErrnoFault{};
-  // Below 1, the fault applies to some of them. The choice depends only on the seed and the
-  // position, so it is the same in every run.
+  // Below 1, the fault applies to only some of them. The choice depends only on the seed and the
+  // number of the operation, so it is the same in every run.
   double probability = 1;
   std::uint64_t seed = 0;
   FaultScope scope = {};
-  std::string origin = {};  // where it was requested: "--lose read:3" or "loss.toml:7"
+  std::string origin = {};  // "--lose read:3" or "loss.toml:7"
 
   Occurrences When() const { return {first, times}; }
   bool AppliesTo(Operation kind, std::uint64_t occurrence) const;
 };
 
-// Nothing for a possible fault, else the reason why it is impossible and the remedy.
+// Returns nothing for a fault that can happen. Otherwise returns what is wrong and the remedy.
 std::optional<std::string> FaultError(const Fault& fault);
 
-// An ordered list of faults, each of which counts its operations. Where several match an operation,
-// the first applies. Not thread-safe.
+// An ordered list of faults, each of which counts the operations in its scope. When several match
+// an operation, the one that was added first applies. Not thread-safe.
 class FaultPlan {
  public:
-  // Counts on from `seen`. Throws std::invalid_argument with the text of FaultError.
+  // Starts the count at `seen`. Throws std::invalid_argument with the text of FaultError.
   void Add(const Fault& fault, std::uint64_t seen);
   void Clear() { entries_.clear(); }
   // Counts one operation. Returns the fault that applies to it, or null.
-  const Fault* Count(Operation operation, const FaultScope& scope);
+  const Fault* Next(Operation operation, const FaultScope& scope);
   // In the order of Add.
-  std::vector<Tally> Tallies() const;
+  std::vector<InstructionCount> InstructionCounts() const;
 
  private:
   struct Entry {
     Fault fault;
-    Tally tally;
+    InstructionCount count;
   };
   std::vector<Entry> entries_;
 };

@@ -49,7 +49,7 @@ std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& r
   for (Entry& entry : entries_) {
     const ReplyRule& rule = entry.rule;
     if (rule.client != client || (rule.command && rule.command != command)) continue;
-    ++entry.tally.seen;
+    ++entry.count.seen;
     if (rule.at && !rule.at->Include(number)) continue;
     const int rank = (rule.command ? 2 : 0) + (rule.at ? 1 : 0);
     if (rank <= highest) continue;
@@ -57,14 +57,14 @@ std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& r
     chosen = &entry;
   }
   if (chosen == nullptr) return std::nullopt;
-  ++chosen->tally.happened;
+  ++chosen->count.happened;
   return ReplyTo(request, chosen->rule);
 }
 
-std::vector<Tally> ReplyPlan::Tallies() const {
-  std::vector<Tally> tallies;
-  for (const Entry& entry : entries_) tallies.push_back(entry.tally);
-  return tallies;
+std::vector<InstructionCount> ReplyPlan::InstructionCounts() const {
+  std::vector<InstructionCount> counts;
+  for (const Entry& entry : entries_) counts.push_back(entry.count);
+  return counts;
 }
 
 }  // namespace zulisim

@@ -13,39 +13,40 @@
 
 namespace zulisim {
 
-// Sets how a client answers a command, or all commands without a rule.
+// How a client answers a command, or all commands that have no rule.
 struct ReplyRule {
   std::string client;
   std::optional<std::uint32_t> command;
-  // Only these requests, which count separately for each client and command. Without it, all
-  // requests that no other rule of the same command answers.
+  // Only these requests, counted separately for each client and command. Without it, all requests
+  // that no other rule of the same command answers.
   std::optional<Occurrences> at;
   std::uint32_t status = 0;
   std::optional<Bytes> body;  // replaces the request's body after the header
   std::optional<Bytes> privateData;
   bool unusual = false;  // allows private data that no firmware sends
   std::chrono::microseconds latency{0};
-  bool held = false;    // until it is released
+  bool held = false;    // until Engine::ReleaseReplies
   bool silent = false;  // no reply at all
-  std::string origin;   // as for a fault
+  std::string origin;   // "--reply kalo:0x10=hold" or "loss.toml:7"
 };
 
-// Nothing when a firmware can send the reply, else the reason why not and the remedy.
+// Returns nothing when a firmware can send the reply. Otherwise returns what is wrong and the
+// remedy.
 std::optional<std::string> ReplyError(const ReplyRule& rule);
 
-// The reply rules. A rule for a command has precedence over one for all commands, then a rule with
-// `at` over one without. Not thread-safe.
+// Chooses the reply to a request. A rule with a command precedes one without, and a rule with `at`
+// precedes one without. Not thread-safe.
 class ReplyPlan {
  public:
   void Add(const ReplyRule& rule);
-  // Counts the request. Returns the reply of its rule, if there is one.
+  // Counts the request. Returns the reply by the rule for it, or nothing when no rule matches.
   std::optional<Reply> Answer(const std::string& client, const Bytes& request);
-  std::vector<Tally> Tallies() const;  // in the order of Add
+  std::vector<InstructionCount> InstructionCounts() const;  // in the order of Add
 
  private:
   struct Entry {
     ReplyRule rule;
-    Tally tally;
+    InstructionCount count;
   };
   std::vector<Entry> entries_;
   std::map<std::pair<std::string, std::optional<std::uint32_t>>, std::uint64_t> counts_;

@@ -21,37 +21,38 @@ using Value = const std::string&;
 // Far apart, so that the faults of one file do not happen together.
 constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 
-// --- The tables: a new field or a new kind of fault is a row here. ---
+// --- The tables. Add a row for a new field or a new kind of fault. ---
 
 // A named setting of a target and the function that sets it, which throws InputError.
 template <typename Target>
 struct Field {
   std::string name;
-  std::string form;  // of the value, in brackets when it can be left out; empty for a flag
+  std::string form;  // of the value, in brackets when it is optional; empty for a flag
   std::function<void(Value value, Target* target)> set;
 };
 template <typename Target>
 using Fields = std::vector<Field<Target>>;
 
-// A setter that stores what `parse` returns in a member.
+// Returns a setter that stores the result of `parse` in a member.
 template <typename Target, typename Member, typename Parser>
 std::function<void(Value, Target*)> Set(Member Target::*member, Parser parse) {
   return [=](Value value, Target* target) { target->*member = parse(value); };
 }
 
-// The same for bytes that two fields can set.
+// Returns a setter for bytes that two fields can set.
 template <typename Parser>
 std::function<void(Value, ReplyRule*)> SetOnce(std::optional<Bytes> ReplyRule::*member,
                                                Parser parse) {
   return [=](Value value, ReplyRule* rule) {
-    if (rule->*member) throw common::InputError("give either the bytes or a file, not both");
+    if (rule->*member)
+      throw common::InputError("the bytes are set twice; give either the bytes or a file");
     rule->*member = parse(value);
   };
 }
 
 bool True(Value) { return true; }
-Bytes ParseBody(Value value) { return ParseBytes("a body", value); }
-Bytes ParsePrivateData(Value value) { return ParseBytes("private data", value); }
+Bytes ParseBody(Value value) { return ParseBytes("the body", value); }
+Bytes ParsePrivateData(Value value) { return ParseBytes("the private data", value); }
 
 std::uint32_t ParseLength(Value value) {
   return static_cast<std::uint32_t>(
@@ -67,7 +68,7 @@ Fields<Client> ClientFields(const Scenario* scenario) {
     const Guid guid = ParseGuid(value);
     for (const Client& other : scenario->clients) {
       if (&other == client || other.guid != guid) continue;
-      throw common::InputError("the client " + Quoted(other.name) + " has this GUID");
+      throw common::InputError("the client " + Quoted(other.name) + " already has this GUID");
     }
     client->guid = guid;
   };
@@ -157,9 +158,9 @@ Fields<Fault> FaultFields(Scenario* scenario) {
   return fields;
 }
 
-// --- Reading an instruction by its table. ---
+// --- The parser. ---
 
-// The first of its settings that has one of the names, or null.
+// Returns the first setting that has one of the names, or null.
 const Setting* Find(const Instruction& instruction, const std::vector<std::string>& names) {
   const auto& settings = instruction.settings;
   const auto found = std::find_if(settings.begin(), settings.end(), [&names](const Setting& each) {
@@ -186,7 +187,7 @@ void SetField(const Setting& setting, const std::string& what, const Fields<Targ
                                   hint.empty() ? "; expected " + common::Joined(known) : hint));
 }
 
-// True when there was no mistake.
+// Returns true when there was no mistake.
 template <typename Target>
 bool SetFields(const Instruction& instruction, const std::string& what,
                const Fields<Target>& fields, const MistakeSink& report, Target* target) {
@@ -202,13 +203,14 @@ bool SetFields(const Instruction& instruction, const std::string& what,
   return isGood;
 }
 
-// True when both rules answer some of the same requests at the same rank.
+// Returns true when both rules answer some of the same requests with the same precedence.
 bool Overlap(const ReplyRule& one, const ReplyRule& other) {
   return one.client == other.client && one.command == other.command &&
          (one.at && other.at ? one.at->Overlap(*other.at) : !one.at && !other.at);
 }
 
-// The client of that name. A new name with a GUID makes a client. Null after a report.
+// Returns the client of that name, adds it for a new name with a GUID, or reports a mistake and
+// returns null.
 Client* DescribedClient(const Instruction& instruction, const MistakeSink& report,
                         Scenario* scenario) {
   const Setting* setting = Find(instruction, {"name"});
@@ -233,9 +235,10 @@ const std::vector<FaultKind>& FaultKinds() {
   static const std::vector<FaultKind> kinds = {
       {"fault", "errno", "OPERATION", "=ERRNO", "Make an operation fail", ParseErrnoFault},
       {"short", "short", "read|write", "=BYTES",
-       "Let a read or write move at most so many bytes, or 'half' of them", ParseShortCount},
+       "Limit a read or write to so many bytes, or to 'half' of them", ParseShortCount},
       {"lose", "lose", "OPERATION", "[,opens=N][,errno=ERRNO][,drop-replies]",
-       "Lose the device at an operation; the next N opens fail, or 'all' of them", ParseDeviceLoss},
+       "Lose the device at an operation, and let the next N opens fail, or 'all' opens",
+       ParseDeviceLoss},
       {"refuse", "refuse", "write", "[=STATUS]",
        "Answer a request with a negative status and private data", ParseRefusal},
       {"no-reply", "no-reply", "write", "", "Never answer a request", ParseNoReply},

@@ -10,6 +10,7 @@
 #include "common/text.h"
 
 namespace zulisim {
+
 std::vector<std::string> ClientNames(const Scenario& scenario) {
   std::vector<std::string> names;
   for (const Client& client : scenario.clients) names.push_back(common::Printable(client.name));

@@ -13,21 +13,21 @@ namespace zulisim {
 // The instructions for an engine: clients, replies and faults.
 struct Scenario {
   std::vector<Client> clients = DefaultClients();
-  std::size_t describedClients = 0;  // the number of [[client]] tables
+  std::size_t describedClients = 0;  // the number of [[client]] tables in files
   std::vector<ReplyRule> replies;
   std::vector<Fault> faults;
-  std::vector<std::string> files;         // names of the files that were read
-  std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
+  std::vector<std::string> files;         // the paths of all files that were read
+  std::vector<std::string> instructions;  // from the command line: "--lose read:2"
 };
 
-// The names, printable.
+// Returns the names as messages show them.
 std::vector<std::string> ClientNames(const Scenario& scenario);
-// The client of that name, in either case of letters, or null.
+// Returns the client of that name, or null. Case does not matter.
 Client* FindClient(Scenario* scenario, const std::string& name);
-// The same, but throws InputError with the known names.
+// The same, but throws InputError with the known names instead of returning null.
 Client& ClientOf(Scenario* scenario, const std::string& name);
 
-// Adds the replies and faults to `engine`, which was made with the scenario's clients. Throws
+// Adds the replies and faults to `engine`, which must have the scenario's clients. Throws
 // std::invalid_argument for an unknown client or an impossible fault.
 void Apply(const Scenario& scenario, Engine* engine);
 

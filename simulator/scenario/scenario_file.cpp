@@ -18,7 +18,7 @@ const std::vector<std::string>& RootKeys() {
   return keys;
 }
 
-// The value as an option has it, or nothing for a value that no option can have.
+// Returns the value as an option would have it, or nothing for a type that no option has.
 std::optional<std::string> ValueText(const toml::node& node) {
   if (const auto* text = node.as_string()) return **text;
   if (const auto* number = node.as_integer()) return std::to_string(**number);
@@ -51,7 +51,7 @@ class Reader {
              common::Format("unknown key {} in a scenario{}", common::Quoted(name),
                             hint.empty() ? "; expected " + common::Joined(known) : hint));
     }
-    // Replies and faults name clients.
+    // Clients come first because replies and faults refer to them.
     ReadTables(root, "client", ReadClient);
     ReadTables(root, "reply", ReadReply);
     ReadTables(root, "fault", ReadFault);

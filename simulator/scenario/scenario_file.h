@@ -8,13 +8,13 @@
 
 namespace zulisim {
 
-// Adds what the text of a scenario file says to `scenario`, or changes nothing and returns all
-// mistakes in it, in order of its lines. `path` is the file's; the files that it names are looked
-// up beside it.
+// Parses the text of a scenario file and adds its instructions to `scenario`. If the text has
+// mistakes, returns all of them in the order of lines and leaves `scenario` unchanged. File names
+// in the text are relative to the folder of `path`.
 std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& path,
                                              Scenario* scenario);
 
-// The same, but throws InputError with the diagnostics.
+// The same, but throws InputError with the mistakes.
 void AddScenario(const std::string& text, const std::string& path, Scenario* scenario);
 
 }  // namespace zulisim

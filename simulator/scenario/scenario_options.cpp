@@ -24,17 +24,17 @@ std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& 
   return {text.substr(0, position), text.substr(position + 1)};
 }
 
-// The same, for a part that must be there.
+// The same, but throws InputError when the separator is missing.
 std::pair<std::string, std::string> Split(const std::string& text, char separator,
                                           const std::string& form) {
   const auto [first, second] = SplitOnce(text, std::string(1, separator).c_str());
-  if (!second) Fail(common::Format("no '{}' given; the form is {}", separator, form));
+  if (!second) Fail(common::Format("'{}' is missing; the form is {}", separator, form));
   return {first, *second};
 }
 
 void AddClient(const std::string& text, Scenario* scenario) {
   const auto [name, fields] = Split(text, ':', kClientForm);
-  ClientOf(scenario, name);  // a new one would need a GUID
+  ClientOf(scenario, name);  // throws for a new name, which would need a GUID
   Instruction instruction{SettingsOf(fields, '='), "--client " + text};
   instruction.settings.push_back({"name", name});
   ReadClient(instruction, FailWith, scenario);

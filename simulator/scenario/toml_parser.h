@@ -1,11 +1,11 @@
 #pragma once
 
-// Includes toml++ without two of its assumptions. Include this header instead of toml++.
+// Includes toml++ with changes to two of its macros. Include it only through this header.
 
 #include <cstdint>
 
-// A malformed file can violate its assertions, although the code after them reports the error. So
-// remove the assertions, and the assumptions that they become under NDEBUG.
+// toml++ asserts conditions that a malformed file can violate, and reports them afterwards anyway.
+// With NDEBUG, the asserts become assumptions of the compiler. Both are removed here.
 #pragma push_macro("NDEBUG")
 #undef NDEBUG
 #define TOML_ASSERT(expr) static_assert(true)
@@ -15,8 +15,8 @@
 #include <toml++/impl/preprocessor.h>
 #endif
 
-// Its tables of characters treat some characters as impossible that a file can contain outside
-// quotes or after a backslash. Treat these as not in the table.
+// Its character tables treat some characters as impossible that a file can contain, outside quotes
+// or after a backslash. They must count as "not in the table".
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

@@ -10,11 +10,6 @@
 #include "common/text.h"
 
 namespace zulisim {
-namespace {
-
-constexpr std::size_t kLongestNumber = 12;
-
-}  // namespace
 
 std::uint32_t ParseStatus(const std::string& text) {
   constexpr std::uint64_t kLowest = std::uint64_t{1} << 31;
@@ -33,12 +28,13 @@ std::chrono::microseconds ParseDuration(const std::string& text) {
     const char* name;
     double microseconds;
   } units[] = {{"us", 1}, {"ms", 1e3}, {"s", 1e6}};
+  constexpr std::size_t kLongestNumber = 12;
   const std::size_t end = text.find_first_not_of("0123456789.");
   const std::string number = text.substr(0, end);
-  const bool plain = !number.empty() && number.size() <= kLongestNumber &&
-                     std::count(number.begin(), number.end(), '.') <= 1 && number != ".";
+  const bool isPlain = !number.empty() && number.size() <= kLongestNumber &&
+                       std::count(number.begin(), number.end(), '.') <= 1 && number != ".";
   for (const auto& unit : units) {
-    if (!plain || end == std::string::npos || text.substr(end) != unit.name) continue;
+    if (!isPlain || end == std::string::npos || text.substr(end) != unit.name) continue;
     const double value = std::stod(number) * unit.microseconds;
     if (value > 60e6) break;
     return std::chrono::microseconds(static_cast<std::int64_t>(value));

@@ -66,8 +66,7 @@ TEST_F(ControlTest, instructs_the_engine_from_many_clients_while_it_is_used) {
   }
   for (std::thread& client : clients) client.join();
 
-  const auto tallies = engine_.Tallies();
-  EXPECT_EQ(tallies.size(), 60u);
+  EXPECT_EQ(engine_.InstructionCounts().size(), 60u);
   EXPECT_EQ(Tell("fault open:2=EACCES"), "");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EACCES);
