@@ -19,12 +19,10 @@ int RunCommandLine(int argc, const char* const* argv) {
       define(line.root());
     }
     return line.Run(argc, argv);
-  } catch (const ProgramError& error) {
-    std::cerr << "zulisim: " << error.what() << "\n";
-    return error.status();
   } catch (const std::exception& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
-    return kOwnFailure;
+    const auto* const failure = dynamic_cast<const ProgramError*>(&error);
+    return failure != nullptr ? failure->status() : kOwnFailure;
   }
 }
 

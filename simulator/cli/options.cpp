@@ -101,13 +101,6 @@ void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* s
                    "Exit with status 122 when a requested reply or fault never happened");
 }
 
-bool HasInstructions(const common::Command& command) {
-  const std::vector<InstructionOption> options = AllInstructions();
-  return std::any_of(options.begin(), options.end(), [&command](const InstructionOption& option) {
-    return command.Has("--" + option.name);
-  });
-}
-
 int ReportMissed(const Engine& engine, bool strict, int status) {
   for (const InstructionCount& count : engine.InstructionCounts()) {
     if (!count.IsTooLow()) continue;

@@ -32,8 +32,6 @@ void AddOutputOptions(common::Command* command, OutputOptions* options);
 // --scenario and those of InstructionOptions(), in the order of the command line, and --strict
 // unless `strict` is null.
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
-// True when the command line had one of them, but for --strict.
-bool HasInstructions(const common::Command& command);
 
 // Names on standard error the replies and faults that happened less often than they should. Returns
 // `status`, or kMissed for such a line with `strict`.

@@ -100,7 +100,7 @@ void DefineRecord(common::Command* program) {
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->TakeProgram(&options->program);
   command->SetAction([=] {
-    options->engine = options->engine || HasInstructions(*command);
+    options->engine = options->engine || !options->scenario.instructions.empty();
     if (options->engine && command->Has("--from")) {
       throw common::UsageError(
           "--from: the options for the software engine exclude it; remove --from or those options");

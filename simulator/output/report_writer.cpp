@@ -12,9 +12,6 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// The bytes of a message that the page shows, and those once it has this size.
-constexpr std::size_t kMostBytes = 1024, kFewBytes = 64;
-constexpr std::size_t kLargePage = 64 << 20;
 // From this size on, the page shows failures only.
 constexpr std::size_t kHugePage = 256 << 20;
 
@@ -41,6 +38,7 @@ class ReportWriter : public OutputWriter {
  public:
   ReportWriter(TextSink sink, const Json& head, const TranscriptStyle& style)
       : sink_(std::move(sink)), head_(head), style_(style) {
+    style_.bytes = 1024;  // of each message
     for (const auto& [mark, text] : {std::pair("{{style}}", kStyle), {"{{script}}", kScript}}) {
       page_.replace(page_.find(mark), std::strlen(mark), text);
     }
@@ -48,13 +46,12 @@ class ReportWriter : public OutputWriter {
   }
 
   void OnOperation(const OperationRecord& record) override {
-    style_.bytes = written_ < kLargePage ? kMostBytes : kFewBytes;
     const std::chrono::duration<double, std::micro> took = record.end - record.start;
     const bool delivers = record.operation == Operation::kRead && record.error == 0;
     Add(delivers ? "in" : "out", TranscriptLine(record, style_), record.IsFailure(), took.count());
   }
 
-  void OnLogLine(const LogLine& line) override { Add("log", LogLineText(line), line.IsFailure()); }
+  void OnLogLine(const std::string& line, bool isFailure) override { Add("log", line, isFailure); }
 
   void OnNote(const std::string& text, std::chrono::nanoseconds time) override {
     Add("note", NoteText(text, time, style_), false);

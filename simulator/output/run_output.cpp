@@ -22,6 +22,20 @@ std::string Date() {
   return text;
 }
 
+std::string LogText(const common::LogRecord& record, std::size_t copies) {
+  std::string text = record.prefix.empty() ? "" : record.prefix + "  ";
+  if (!record.function.empty()) text += record.function + ":" + record.tag + "  ";
+  text += common::Printable(record.text);
+  text.resize(text.find_last_not_of(' ') + 1);
+  return copies > 1 ? text + "  x" + std::to_string(copies) : text;
+}
+
+// Returns true for the one line that the library writes when an API call fails.
+bool IsFailure(const common::LogRecord& record) {
+  return record.text.find("Exception") != std::string::npos ||
+         record.text.find("API failed") != std::string::npos;
+}
+
 // Returns how far the system clock is ahead of Now().
 std::chrono::nanoseconds SystemClock() {
   return std::chrono::system_clock::now().time_since_epoch() - Now();
@@ -34,7 +48,9 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
       printsSummary_(options.summary),
       redact_(options.redact),
       folder_([this](const common::LogRecord& record, std::size_t copies) {
-        for (const auto& writer : writers_) writer->OnLogLine({record, copies});
+        for (const auto& writer : writers_) {
+          writer->OnLogLine(LogText(record, copies), IsFailure(record));
+        }
       }) {
   TranscriptStyle style;
   style.connectionNumbers = options.connectionNumbers;

@@ -64,7 +64,7 @@ class TraceWriter : public OutputWriter {
     if (record.error != 0 || !goesOn) EndCommand(track, record.end);
   }
 
-  void OnLogLine(const LogLine& line) override { log_.push_back(LogLineText(line)); }
+  void OnLogLine(const std::string& line, bool /*isFailure*/) override { log_.push_back(line); }
 
   void OnNote(const std::string& text, std::chrono::nanoseconds time) override {
     EmitLog(time);
@@ -84,15 +84,14 @@ class TraceWriter : public OutputWriter {
   // Names of programs and clients need not be UTF-8.
   void Emit(const char* phase, std::uint64_t track, const std::string& name,
             std::chrono::nanoseconds time, const Json& members = Json::object()) {
-    if (!start_) start_ = time;
     Json event = {{"ph", phase}, {"pid", 1}, {"tid", track}, {"name", name}};
-    event["ts"] = Microseconds(time - *start_);
+    event["ts"] = Microseconds(time);
     event.update(members);
     sink_((first_ ? "" : ",\n") + event.dump(-1, ' ', false, Json::error_handler_t::replace));
     first_ = false;
   }
   void Name(std::uint64_t track, const char* what, const std::string& name) {
-    Emit("M", track, what, start_.value_or(Now()), {{"args", {{"name", name}}}});
+    Emit("M", track, what, {}, {{"args", {{"name", name}}}});
   }
   void Mark(std::uint64_t track, const std::string& name, std::chrono::nanoseconds time) {
     Emit("i", track, name, time, {{"s", "t"}});
@@ -111,7 +110,6 @@ class TraceWriter : public OutputWriter {
 
   const TextSink sink_;
   bool first_ = true;
-  std::optional<std::chrono::nanoseconds> start_;
   std::chrono::nanoseconds last_{};
   std::map<std::uint64_t, Json> commands_;  // arguments of those that have not ended, by track
   std::vector<std::string> log_;            // since the last operation

@@ -70,15 +70,6 @@ std::string BytesText(const OperationRecord& record, std::size_t most) {
 
 }  // namespace
 
-std::string LogLineText(const LogLine& line) {
-  const common::LogRecord& record = line.record;
-  std::string text = record.prefix.empty() ? "" : record.prefix + "  ";
-  if (!record.function.empty()) text += record.function + ":" + record.tag + "  ";
-  text += common::Printable(record.text);
-  text.resize(text.find_last_not_of(' ') + 1);
-  return line.copies > 1 ? text + "  x" + std::to_string(line.copies) : text;
-}
-
 std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
                      const TranscriptStyle& style) {
   return common::Format("{} {}", TimeText(time, style), common::Printable(text));
@@ -132,10 +123,10 @@ void Transcript::OnOperation(const OperationRecord& record) {
   if (Shows(record)) sink_(TranscriptLine(record, style_) + "\n");
 }
 
-void Transcript::OnLogLine(const LogLine& line) {
+void Transcript::OnLogLine(const std::string& line, bool isFailure) {
   const TranscriptFilter& only = style_.only;
-  if (only.client || only.command || (only.failures && !line.IsFailure())) return;
-  WriteDim(" log  " + LogLineText(line));
+  if (only.client || only.command || (only.failures && !isFailure)) return;
+  WriteDim(" log  " + line);
 }
 
 void Transcript::OnNote(const std::string& text, std::chrono::nanoseconds time) {

@@ -53,7 +53,7 @@ class Transcript : public OutputWriter {
  public:
   Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(style) {}
   void OnOperation(const OperationRecord& record) override;
-  void OnLogLine(const LogLine& line) override;
+  void OnLogLine(const std::string& line, bool isFailure) override;
   void OnNote(const std::string& text, std::chrono::nanoseconds time) override;
 
  private:

@@ -133,6 +133,9 @@ def check_show(zulisim, program, folder):
     shown = subprocess.run([zulisim, "show", "before.zul"], cwd=folder, check=True,
                            capture_output=True, text=True).stdout
     assert "status 0xfffffffd" in shown and "failed  ENOENT" in shown, shown
+    trace = subprocess.run([zulisim, "show", "before.zul", "--trace", "-"], cwd=folder, check=True,
+                           capture_output=True).stdout
+    assert all(0 <= event["ts"] < 60e6 for event in json.loads(trace)), trace
 
 
 class Browser:
