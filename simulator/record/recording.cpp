@@ -184,7 +184,8 @@ void ParseResult(const LineReader& line, OperationRecord* record) {
 Bytes ParseMessage(const LineReader& line, const char* name, std::size_t size, bool redacted) {
   Bytes bytes;
   if (line.Has(name)) {
-    bytes = line.Parse(name, [](const std::string& text) { return ParseBytes("the message", text); });
+    bytes =
+        line.Parse(name, [](const std::string& text) { return ParseBytes("the message", text); });
   }
   if (bytes.size() > size || (bytes.size() < size && !redacted)) {
     line.Fail(

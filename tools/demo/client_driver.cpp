@@ -20,8 +20,8 @@ bool Send(kalo::Client* client, unsigned char commandId, const char* body) {
     result = client->Send(request, sizeof request, reply, sizeof reply);
     if (result.outcome != kalo::Outcome::kNotSent) break;
   }
-  const bool isAnswer = std::memcmp(reply + kHeaderSize, request + kHeaderSize,
-                                    kMessageSize - kHeaderSize) == 0;
+  const bool isAnswer =
+      std::memcmp(reply + kHeaderSize, request + kHeaderSize, kMessageSize - kHeaderSize) == 0;
   if (result.outcome == kalo::Outcome::kDone && isAnswer) {
     std::printf("command 0x%x: %s\n", commandId, body);
     return true;

@@ -1,4 +1,5 @@
-/* A small driver for scripts/demo.sh: it makes the calls of a real driver and prints each result. */
+/* A small driver for scripts/demo.sh: it makes the calls of a real driver and prints each result.
+ */
 #include <inttypes.h>
 #include <stdio.h>
 #include <string.h>
