@@ -64,15 +64,9 @@ OperationRecord Begin(Operation operation, std::uint64_t connection) {
 }  // namespace
 
 const char* CloseReasonText(CloseReason reason) {
-  switch (reason) {
-    case CloseReason::kProgramEnded:
-      return "the program ended without a close";
-    case CloseReason::kServiceEnded:
-      return "still open when the service of the device ended";
-    case CloseReason::kProgramClosed:
-      break;
-  }
-  return "";
+  constexpr const char* kTexts[] = {"", "the program ended without a close",
+                                    "still open when the service of the device ended"};
+  return kTexts[static_cast<std::size_t>(reason)];
 }
 
 const char* OperationName(Operation operation) {

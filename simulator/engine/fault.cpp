@@ -49,12 +49,8 @@ std::optional<std::string> FaultError(const Fault& fault) {
   const unsigned possible =
       std::visit([](const auto& effect) { return effect.kOperations; }, fault.effect);
   if ((possible & Bit(fault.operation)) == 0) {
-    std::vector<std::string> names;
-    for (const Operation each : {Operation::kRead, Operation::kWrite}) {
-      if ((possible & Bit(each)) != 0) names.emplace_back(OperationName(each));
-    }
-    return common::Format("this kind of fault is only for {}, not {}",
-                          common::Joined(names, " and "), name);
+    const char* const names = possible == ReplyFault::kOperations ? "write" : "read and write";
+    return common::Format("this kind of fault is only for {}, not {}", names, name);
   }
   const auto* errnoFault = std::get_if<ErrnoFault>(&fault.effect);
   const auto* loss = std::get_if<DeviceLoss>(&fault.effect);

@@ -68,7 +68,7 @@ struct Exchange {
 // Returns 0 when the client cannot have sent `message` for the exchange, and a higher number the
 // more likely it did.
 int Likelihood(const Exchange& exchange, const Bytes& message) {
-  if (exchange.answered) return 1;  // as private data
+  if (exchange.answered) return message.empty() ? 0 : 1;  // private data
   Bytes header = exchange.request;
   header.resize(kHeaderSize);
   SetWordAt(&header, kStatusOffset, StatusOf(message));
@@ -103,7 +103,7 @@ class ScenarioMaker {
     return text;
   }
 
-  // One table for each run of requests of a command that were answered alike.
+  // Returns one table for each run of requests of a command that got the same answer.
   std::string ReplyTables() const {
     std::map<std::pair<std::string, std::uint32_t>, std::vector<std::string>> answers;
     for (const Exchange& each : exchanges_) {
@@ -127,7 +127,7 @@ class ScenarioMaker {
     return text;
   }
 
-  // One table for each run of operations of a kind that have the same effect.
+  // Returns one table for each run of operations of a kind that have the same effect.
   std::string FaultTables() const {
     std::string text;
     for (auto at = effects_.begin(); at != effects_.end();) {
@@ -157,7 +157,15 @@ class ScenarioMaker {
     } else if (record.operation == Operation::kRead && record.length > 0) {
       OnMessage(record);
     }
-    if (record.operation == Operation::kClose) isLost_.erase(record.connection);
+    if (record.operation == Operation::kClose) OnClose(record);
+  }
+
+  void OnClose(const OperationRecord& record) {
+    isLost_.erase(record.connection);
+    const auto ends = [&record](const Exchange* each) {
+      return !each->connectionLost && each->connection == record.connection;
+    };
+    pending_.erase(std::remove_if(pending_.begin(), pending_.end(), ends), pending_.end());
   }
 
   void AddEffect(const OperationRecord& record, const std::string& effect) {
@@ -221,7 +229,7 @@ class ScenarioMaker {
       found = at;
     }
     if (found == pending_.end()) return;
-    // The client did not send what would have come before it.
+    // The client did not answer the requests before it.
     found = pending_.erase(std::remove_if(pending_.begin(), found, isPending), found);
     Exchange* const exchange = *found;
     for (const std::uint64_t read : std::exchange(exchange->emptyReads, {})) {
