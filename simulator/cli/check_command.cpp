@@ -55,12 +55,6 @@ bool IsGood(const std::string& path) {
   return false;
 }
 
-int Check(const std::vector<std::string>& paths) {
-  bool good = true;
-  for (const std::string& path : paths) good = IsGood(path) && good;
-  return good ? 0 : kFaulty;
-}
-
 }  // namespace
 
 void DefineCheck(common::Command* program) {
@@ -68,7 +62,11 @@ void DefineCheck(common::Command* program) {
   command->SetFooter(kCheckFooter);
   const auto paths = std::make_shared<std::vector<std::string>>();
   command->AddList("FILE", paths.get(), "FILE", "Scenarios and recordings").Require();
-  command->SetAction([=] { return Check(*paths); });
+  command->SetAction([=] {
+    bool good = true;
+    for (const std::string& path : *paths) good = IsGood(path) && good;
+    return good ? 0 : kFaulty;
+  });
 }
 
 }  // namespace zulisim

@@ -7,7 +7,7 @@ namespace zulisim {
 // zulisim itself failed.
 inline constexpr int kOwnFailure = 125;
 // With --strict: a requested reply or fault never happened.
-inline constexpr int kMissed = 122;
+inline constexpr int kUnfulfilled = 122;
 
 // Each adds a command to `program`.
 void DefineRun(common::Command* program);

@@ -101,11 +101,11 @@ void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* s
                    "Exit with status 122 when a requested reply or fault never happened");
 }
 
-int ReportMissed(const Engine& engine, bool strict, int status) {
+int ReportUnfulfilled(const Engine& engine, bool strict, int status) {
   for (const InstructionCount& count : engine.InstructionCounts()) {
     if (!count.IsTooLow()) continue;
     std::cerr << "zulisim: " << count.Text() << "\n";
-    if (strict) status = kMissed;
+    if (strict) status = kUnfulfilled;
   }
   return status;
 }

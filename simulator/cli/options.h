@@ -34,8 +34,8 @@ void AddOutputOptions(common::Command* command, OutputOptions* options);
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
 
 // Names on standard error the replies and faults that happened less often than they should. Returns
-// `status`, or kMissed for such a line with `strict`.
-int ReportMissed(const Engine& engine, bool strict, int status);
+// `status`, or kUnfulfilled for such a line with `strict`.
+int ReportUnfulfilled(const Engine& engine, bool strict, int status);
 
 // The files that `scenario` was read from, for CheckOutputs.
 std::vector<NamedFile> InputFiles(const Scenario& scenario);

@@ -70,7 +70,7 @@ int Record(const RecordOptions& options) {
     status = program->Run(*device);
     complete = output.Finish(status);
     if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
-      status = ReportMissed(*engine, options.strict, status);
+      status = ReportUnfulfilled(*engine, options.strict, status);
     }
   }
   if (!file.Written()) {

@@ -23,7 +23,7 @@ int Run(const ProgramOptions& options) {
                    {options.program, options.scenario.instructions, program->LogFile()}, &engine);
   const int programStatus = program->Run(engine);
   const bool complete = output.Finish(programStatus);
-  const int status = ReportMissed(engine, options.strict, programStatus);
+  const int status = ReportUnfulfilled(engine, options.strict, programStatus);
   return complete ? status : kOwnFailure;
 }
 

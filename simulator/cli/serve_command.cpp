@@ -161,7 +161,7 @@ int Serve(const ServeOptions& options) {
     WaitForEnd(server);
   }
   const bool complete = output.Finish(std::nullopt);
-  const int status = ReportMissed(engine, options.strict, 0);
+  const int status = ReportUnfulfilled(engine, options.strict, 0);
   return complete ? status : kOwnFailure;
 }
 

@@ -45,12 +45,6 @@ struct TellOptions {
   std::string argument;
 };
 
-int Tell(const TellOptions& options) {
-  const std::string argument = options.argument.empty() ? "" : " " + options.argument;
-  std::cout << ControlServer::Ask(options.name, options.what + argument);
-  return 0;
-}
-
 }  // namespace
 
 void DefineTell(common::Command* program) {
@@ -61,7 +55,11 @@ void DefineTell(common::Command* program) {
   command->AddText("NAME", &options->name, "", "The served file, as in '/tmp/zuli'").Require();
   command->AddText("WHAT", &options->what, "", "An instruction; see below").Require();
   command->AddText("ARGUMENT", &options->argument, "", "The instruction's argument");
-  command->SetAction([=] { return Tell(*options); });
+  command->SetAction([=] {
+    const std::string argument = options->argument.empty() ? "" : " " + options->argument;
+    std::cout << ControlServer::Ask(options->name, options->what + argument);
+    return 0;
+  });
 }
 
 }  // namespace zulisim

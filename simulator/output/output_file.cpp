@@ -22,8 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The open descriptor that a path stands for, or -1. Opening the path again would write over what
-// precedes the descriptor's position.
+// Returns the open descriptor that the path names, or -1. Opening the path again would start to
+// write at the beginning of the file.
 int DescriptorNamed(const std::string& path) {
   if (path == "-" || path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
@@ -94,16 +94,16 @@ OutputFile::OutputFile(const std::string& what, const std::string& path, Existin
   if (named >= 0) written_ = true;
 }
 
-// Only a regular file that was opened here has content to remove.
+// Only a regular file that the constructor opened has content to remove.
 void OutputFile::Empty() {
   if (std::exchange(written_, true) || !IsRegular(fileno(file_))) return;
-  Note(ftruncate(fileno(file_), 0) == 0);
-  Note(fchmod(fileno(file_), 0600) == 0);
+  KeepError(ftruncate(fileno(file_), 0) == 0);
+  KeepError(fchmod(fileno(file_), 0600) == 0);
 }
 
 bool OutputFile::Close() {
   if (file_ == nullptr) return error_ == 0;
-  Note(std::fclose(std::exchange(file_, nullptr)) == 0);
+  KeepError(std::fclose(std::exchange(file_, nullptr)) == 0);
   if (!written_ && isNew_) unlink(path_.c_str());
   if (error_ == 0) return true;
   std::cerr << "zulisim: " << name_ << " is incomplete: " << std::strerror(error_) << "\n";
@@ -112,11 +112,11 @@ bool OutputFile::Close() {
 
 void OutputFile::Write(const std::string& text) {
   Empty();
-  Note(std::fwrite(text.data(), 1, text.size(), file_) == text.size());
-  Note(std::fflush(file_) == 0);
+  KeepError(std::fwrite(text.data(), 1, text.size(), file_) == text.size());
+  KeepError(std::fflush(file_) == 0);
 }
 
-void OutputFile::Note(bool done) {
+void OutputFile::KeepError(bool done) {
   if (!done && error_ == 0) error_ = errno;
 }
 

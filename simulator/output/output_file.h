@@ -16,21 +16,21 @@ struct NamedFile {
   std::string path;  // empty for an option that was not given
 };
 
-// Throws common::InputError when an output is the same regular file as an input or another output,
-// by whatever name. Call it before any output is opened.
+// Throws common::InputError when an output is the same regular file as an input or another output;
+// links are followed. Call it before opening any output.
 void CheckOutputs(const std::vector<NamedFile>& outputs, std::vector<NamedFile> inputs);
 
-// A file that a run writes as it goes. Each piece reaches the file at once, so that a crash loses
-// nothing, and the program does not inherit the descriptor. Only the owner can read the file,
-// because it may hold messages. Not thread-safe.
+// Writes a file during a run. Each piece reaches the file at once, so that a crash loses nothing.
+// The program does not inherit the descriptor. Only the owner can read the file, because it may
+// hold messages. Not thread-safe.
 class OutputFile {
  public:
   enum class Existing { kReplace, kRefuse };
 
-  // `what` names the file's kind in the text of the std::runtime_error for one that cannot be
-  // written, such as a FIFO without a reader, for which this does not wait. An existing file keeps
-  // its content, and a new one exists, only from the first Write on. "-", "/dev/stdout" and their
-  // like stand for descriptors that are open already and are not emptied.
+  // Throws std::runtime_error when the file cannot be written; `what` names its kind in the text:
+  // "report". Does not wait for the reader of a FIFO. Until the first Write, an existing file keeps
+  // its content; a new file without a Write is removed. "-", "/dev/stdout", "/dev/fd/3" and the
+  // like are open descriptors, which keep their content.
   OutputFile(const std::string& what, const std::string& path,
              Existing existing = Existing::kReplace);
   ~OutputFile() { Close(); }
@@ -39,13 +39,13 @@ class OutputFile {
 
   // Not after Close.
   void Write(const std::string& text);
-  // Whether there was a Write.
+  // Returns true after the first Write.
   bool Written() const { return written_; }
-  // False when anything written was lost; the first call then says so on standard error.
+  // Returns false when a write failed. The first call then prints a message.
   bool Close();
 
  private:
-  void Note(bool done);
+  void KeepError(bool done);
   void Empty();
 
   const std::string name_;
