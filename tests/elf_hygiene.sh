@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Holds what a build ships, the library, the preload library and the tools, against what the platform
-# demands of their layout and how it hardens its own.
+# Checks the layout and the hardening of the library, the preload library and the tools against the
+# rules of the platform.
 #   elf_hygiene.sh BUILD_FOLDER CONFIGURATION
 set -euo pipefail
 build=$1 configuration=$2
@@ -17,7 +17,7 @@ lacks() {
   has "$@" || found=$?
   [ $found -eq 1 ]
 }
-read_file() { # read_file FILE: the tables that the checks look at
+read_file() { # read_file FILE: reads the tables that the checks use
   dynamic=$(readelf -dW "$1")
   segments=$(readelf -lW "$1")
   imports=$(nm -D --undefined-only "$1")
@@ -33,14 +33,14 @@ relro_ends_on_16k() {
   read -r address size < <(awk '$1 == "GNU_RELRO" {print $3, $6}' <<<"$segments")
   [ -n "$address" ] && [ $(((address + size) % 0x4000)) -eq 0 ]
 }
-only_folders() { # only_folders PATTERN: every folder that dependencies are looked for in
+only_folders() { # only_folders PATTERN: every folder in the search path matches
   local folder
   while IFS= read -r -d: folder; do
     [[ $folder =~ $1 ]] || return 1
   done < <(sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2:/p' <<<"$dynamic")
 }
 
-# Entry points aside, every function with a plain name is one of the compatibility layer.
+# Except for the entry points, every function with a C name belongs to the compatibility layer.
 reaches_own_functions() {
   local functions relocations
   functions=$(nm -D --defined-only "$library" |
@@ -49,8 +49,8 @@ reaches_own_functions() {
   [ "$(wc -l <<<"$functions")" -gt 80 ] && ! grep -qxF "$functions" <<<"$relocations"
 }
 
-# What cannot be seen in a linked file: libc's start-up objects may lack the mark that all objects
-# need, and the frame that a probe is for may not be there.
+# A linked file does not show these: libc's start-up objects may lack the mark that all objects need,
+# and a program may have no frame that needs a probe.
 shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
 objects_are_marked() {
   local objects marked
@@ -67,11 +67,11 @@ stack_is_protected() {
 
 read_file "$library"
 check "the SONAME is libkalodll.so" has "$dynamic" 'SONAME.*\[libkalodll\.so\]'
-check "the relocated data end on 16 KiB" relro_ends_on_16k
+check "the relocated data end at a multiple of 16 KiB" relro_ends_on_16k
 check "segments are aligned for 16 KiB pages" aligned_for_16k
-check "no C++ runtime is needed from outside" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'
-check "no dependency is looked for but where the system has it" only_folders '^/usr/lib/'
-check "data is found where a program has copied it" lacks "$dynamic" 'SYMBOLIC'
+check "the library does not need another C++ runtime" lacks "$dynamic" 'NEEDED.*(libstdc\+\+|libc\+\+)'
+check "dependencies are searched only in the system's folders" only_folders '^/usr/lib/'
+check "the library uses the program's copies of its data" lacks "$dynamic" 'SYMBOLIC'
 check "a program's functions do not replace the compatibility layer's" reaches_own_functions
 
 for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
@@ -81,12 +81,12 @@ for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
   check "$name: symbols are bound at load" has "$dynamic" 'BIND_NOW|FLAGS_1.*NOW'
   check "$name: the relocated data are read-only after load" has "$segments" 'GNU_RELRO'
   check "$name: the stack is not executable" has "$segments" 'GNU_STACK .* RW +0'
-  check "$name: there are no text relocations" lacks "$dynamic" 'TEXTREL'
-  check "$name: the stack is guarded" has "$imports" ' __stack_chk_fail'
+  check "$name: it has no text relocations" lacks "$dynamic" 'TEXTREL'
+  check "$name: stack protection is used" has "$imports" ' __stack_chk_fail'
   [ "$configuration" = Debug ] || check "$name: calls are fortified" has "$imports" ' __[a-z]+_chk'
   [ "$file" = "$library" ] ||
-    check "$name: dependencies are looked for beside it only" only_folders '^\$ORIGIN(/|$)'
+    check "$name: dependencies are searched only beside it" only_folders '^\$ORIGIN(/|$)'
 done
 check "every object is marked for control-flow protection" objects_are_marked
-check "every object guards and probes the stack" stack_is_protected
+check "every object protects and probes the stack" stack_is_protected
 exit "$status"

@@ -1,19 +1,19 @@
 #!/usr/bin/env bash
-# Holds what a built library takes from outside against the committed list: the headers and calls of
-# its own code apart from the calls of the carried C++ runtime.
+# Compares the system headers and functions that a built library uses with a list. Its own code and the
+# C++ runtime inside it have separate sections.
 #   imported_functions.sh LIBRARY OBJECT_FOLDER LIST libstdc++|libc++
 set -euo pipefail
 library=$1 objects=$2 list=$3 runtime=$4
 
 section() { awk -v wanted="[$1]" '/^\[/ {on = $0 == wanted; next} on && NF && !/^#/' "$list"; }
-# The host's C library gives some standard names a prefix.
+# The C library of this machine adds a prefix to some standard names.
 plain() { sed -E 's/@.*//; s/^__isoc[0-9]+_//' | LC_ALL=C sort -u; }
 status=0
-reject() { # reject WHAT ALLOWED: every line of standard input that ALLOWED lacks
+reject() { # reject WHAT ALLOWED: rejects every line of standard input that is not in ALLOWED
   local unknown
   unknown=$(LC_ALL=C comm -23 - <(LC_ALL=C sort -u <<<"$2"))
   [ -z "$unknown" ] && return
-  echo "$1, not listed in $list:" $unknown
+  echo "$1 but not in $list:" $unknown
   status=1
 }
 
@@ -28,7 +28,7 @@ mapfile -t files < <(find "$objects" -name '*.o')
 own=$(section "own code"; section "host names"; section "Android names")
 defined=$(nm --defined-only -f posix "${files[@]}" 2>/dev/null | awk 'NF >= 2 {print $1}' | plain)
 
-# C++ names, and what the compiler itself calls for, are the runtime's.
+# C++ names and functions that the compiler calls belong to the runtime.
 called=$(nm --undefined-only -f posix "${files[@]}" | awk 'NF == 2 {print $1}' |
   grep -vE '^(_Z|_Unwind_|__cxa_|__gxx_|__clang_call|_GLOBAL_OFFSET_TABLE_|__dso_handle|DW\.ref)' | plain)
 [ -n "$called" ] || { echo "the objects under $objects call nothing"; exit 1; }

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Installs a build, then builds and runs a C and a C++ driver from the installed tree: through the
-# CMake package, and through pkg-config from another place.
+# Installs a build, then builds and runs a C and a C++ driver with the installed files: with the CMake
+# package, and, after moving the files, with pkg-config.
 #   installed_package.sh BUILD_DIR CONSUMER_DIR CC CXX CXX_FLAGS
 set -euo pipefail
 build=$1 consumer=$2 cc=$3 cxx=$4 cxx_flags=${5-}
@@ -19,12 +19,12 @@ quietly cmake --build "$folder/build"
 mv "$folder/first" "$folder/moved"
 config=$(find "$folder/moved" -name kalodll.pc)
 export PKG_CONFIG_PATH=${config%/*}
-# shellcheck disable=SC2046  # words are meant
+# shellcheck disable=SC2046  # the output must be split into words
 "$cc" -std=c11 $(pkg-config --cflags kalodll) "$consumer/driver.c" -o "$folder/pc_driver" \
   $(pkg-config --libs kalodll)
 LD_LIBRARY_PATH=$(pkg-config --variable=libdir kalodll) "$folder/pc_driver"
 
-# Each header of the library stands alone, in C++ and, unless it says at its top that it cannot, in C.
+# Each header compiles alone in C++, and also in C unless its first line excludes that.
 include=$(pkg-config --variable=includedir kalodll)
 headers=0
 while read -r header; do
@@ -40,4 +40,4 @@ while read -r header; do
       <<<"#include \"$header\""
   fi
 done < <(cd "$include" && find api transport log oscl -name '*.h')
-[ "$headers" -gt 25 ] || { echo "only $headers headers under $include"; exit 1; }
+[ "$headers" -gt 25 ] || { echo "found only $headers headers in $include"; exit 1; }

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs the commands of a file ("$ ..."), each of which must print and exit as it stands there: its
-# output, what it says on stderr, and "? STATUS" where that is not 0. KALODLL_GOLDEN_WRITE=1 writes
-# the file anew.
+# Runs the commands of a file ("$ ..."). After each command, the file has its output on stdout, its
+# output on stderr, and "? STATUS" unless the exit status is 0. All must be the same again.
+# KALODLL_GOLDEN_WRITE=1 rewrites the file.
 #
 #   commands.sh FILE PROGRAM...
 set -uo pipefail
@@ -15,7 +15,7 @@ cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
 exec 3<"$file"
 empty=
 while IFS= read -r line <&3; do
-  # An empty line belongs to the comment below it, or to the output of the command above it.
+  # An empty line is kept before a comment. Others belong to the output of a command.
   case $line in
     '') empty=yes; continue ;;
     '#'*) [ -z "$empty" ] || echo; echo "$line" ;;
@@ -23,13 +23,13 @@ while IFS= read -r line <&3; do
   empty=
   [[ $line == '$ '* ]] || continue
   echo "$line"
-  # Without what the test runner leaves open, a program's descriptors begin at 3.
+  # Closes the descriptors of the test runner, so that a program's own begin at 3.
   timeout 60 bash -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ${line#??}" >out 2>err
   status=$?
   sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
     s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" out err
   [ $status -eq 0 ] || echo "? $status"
 done >now
-[ -z "$(ls -A tmp)" ] || { echo "zulisim left something behind: $(ls tmp)"; exit 1; }
+[ -z "$(ls -A tmp)" ] || { echo "zulisim left files: $(ls tmp)"; exit 1; }
 [ -z "${KALODLL_GOLDEN_WRITE-}" ] || cp now "$file"
 diff -u "$file" now

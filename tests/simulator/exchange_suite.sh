@@ -16,19 +16,19 @@ masked send --command 0x10
 masked send --command 0x30 --body --data '01 02 03'
 masked run --no-log - <<'END'
 KaloInit3 a
-StartIoEx3 a 4 64 private     # the device is lost in the read
+StartIoEx3 a 4 64 private     # the read loses the device
 FenuInit3 f
-StartIo3 f 0x30001 100        # and in the write, and does not come back at once
+StartIo3 f 0x30001 100        # the write loses it, and the next open fails
 FenuCleanup3 f
 FenuInit3 f
-StartIo3 f 0x30001 600        # longer than the client takes
+StartIo3 f 0x30001 600        # longer than the client's maximum
 StartIo3 f 0x30001 100
 StartIoEx3 a 0x10 64 private
-StartIoEx3 a 0x40 32          # no answer
+StartIoEx3 a 0x40 32          # no reply
 StartIoEx3 a 6 32
 StartIoEx3 a 4 48             # lost five times
 StartIoEx3 a 5 48
 FenuCleanup3 f
 KaloCleanup3 a
 END
-"$steps" open connect:1 nonblock write:20 read:20 close  # the reply takes a minute
+"$steps" open connect:1 nonblock write:20 read:20 close  # the reply arrives after a minute

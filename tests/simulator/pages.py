@@ -1,8 +1,8 @@
 #!/usr/bin/env python3
-"""Checks what zulisim writes for other programs to show: traces and reports.
+"""Checks the traces and reports that zulisim writes.
 
-    pages.py files   ZULISIM PROGRAM    well-formed, whatever bytes the run brings along
-    pages.py browser ZULISIM PROGRAM    a browser shows the report; 77 where there is no chromium
+    pages.py files   ZULISIM PROGRAM    checks that they are well-formed for any bytes of the run
+    pages.py browser ZULISIM PROGRAM    checks the report in a browser; exits with 77 without chromium
 """
 
 import difflib
@@ -43,7 +43,7 @@ def check_trace(text):
     for expected in [("B", "command 0x10"), ("X", "read"),
                      ("i", "EMSGSIZE"), ("i", "ENODEV"), ("i", CALL)]:
         assert expected in kinds, expected
-    # A command's slice begins and ends once, around its operations, and carries its status.
+    # The slice of a command begins and ends once, around its operations, and has its status.
     open_since, statuses = {}, set()
     for event in events:
         track = event["tid"]
@@ -59,7 +59,7 @@ def check_trace(text):
 
 
 class Outline(html.parser.HTMLParser):
-    """The elements of a page, and the text of those that a browser does not show."""
+    """Collects the elements of a page and the data in it that a browser does not show."""
     def __init__(self, text):
         super().__init__()
         self.tags, self.data, self.policy, self.identifiers = [], "", "", []
@@ -88,7 +88,7 @@ def check_report(text):
     assert head["exit status"] == "0" and "--fault write:7-8=EIO" in head["instructions"], head
     operations = [row.get("in") or row.get("out") for row in rows if "log" not in row]
     assert [int(line.split()[0]) for line in operations] == list(range(1, len(operations) + 1))
-    # The failed call's own line of the log, in its place; each row says who made the operation.
+    # The log line of the failed call is in its place. Each row names the process of the operation.
     failed = [next(iter(row.values())) for row in rows if row["failed"]]
     assert "EMSGSIZE" in failed[0] and failed[1] == CALL and "0x80000001" in failed[2], failed[:3]
     errors = sum("  failed  " in line for line in failed)
@@ -100,7 +100,7 @@ def check_report(text):
 
 
 def check_transcript(zulisim, program, folder):
-    """Times, bytes, processes and the log, each in its place."""
+    """Checks times, bytes, processes and log lines in the transcript."""
     shown = subprocess.run([zulisim, "run", "--time", "--bytes", "20", "--log", "--", program, "log",
                             "open", "connect", "write:40", "child:20", "close"],
                            cwd=folder, check=True, capture_output=True, text=True, timeout=60).stderr
@@ -112,7 +112,7 @@ def check_transcript(zulisim, program, folder):
 
 
 def check_show(zulisim, program, folder):
-    """A scenario made from a recording brings about what was recorded."""
+    """Checks that a scenario made from a recording reproduces the recording."""
     def recorded(name, *options):
         subprocess.run([zulisim, "record", "-q", "-o", name, "--engine", *options, "--", program,
                         *f"open connect {command * 3} write:30 close open open connect {command}"
@@ -139,7 +139,7 @@ def check_show(zulisim, program, folder):
 
 
 class Browser:
-    """A headless one, driven through the pipe that it reads from descriptor 3 on."""
+    """A headless browser, controlled through pipes on its descriptors 3 and 4."""
 
     def __init__(self, chromium, profile):
         commands, self.output = os.pipe()
@@ -184,7 +184,7 @@ class Browser:
                          awaitPromise=True)["result"].get("value")
 
 
-# What reaches out of the window, and the row that the keys have led to.
+# The number of elements that do not fit into the window, and the row that is selected.
 CUT = """[...document.querySelectorAll('body *')].filter(each => each.getBoundingClientRect().right >
 innerWidth && !each.closest('table')).length"""
 AT = """(at => (at.querySelector('summary') || at).textContent + (at.getBoundingClientRect().top > 40 &&
@@ -195,7 +195,7 @@ MANY = 100000
 def check_browser(page):
     chromium = shutil.which("chromium")
     if chromium is None:
-        print("skipped: there is no chromium; scripts/setup.sh browser installs it")
+        print("SKIPPED: chromium is missing; install it with scripts/setup.sh browser")
         sys.exit(77)
     browser = Browser(chromium, page.parent / "profile")
 
@@ -215,10 +215,10 @@ def check_browser(page):
             browser.value("document.querySelectorAll('details')[3].open = true")
             browser.value("new Promise(requestAnimationFrame)")
             assert "00000000 10000000" in browser.value("document.querySelector('[open] pre').textContent")
-        # A page that shows nothing packs into a few thousand bytes.
+        # The picture of an empty page has only a few thousand bytes.
         picture = browser.call("Page.captureScreenshot", format="png")["data"]
         assert len(picture) > 20000, len(picture)
-        # A long run: the browser has a few of its rows at a time, and finds the failures in it.
+        # For a long run, the page contains only some rows at a time, and still finds the failures.
         text = page.read_text(encoding="utf-8")
         usual = json.dumps({"out": "a line", "failed": False}) + "\n"
         middle = json.dumps({"log": "in the middle", "failed": True}) + "\n"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# No fault at any operation makes our own drivers crash or hang, and the driver that uses kalo::Client
-# notices every command that failed. A signal ends a sweep with all that its runs have started.
+# Checks that no fault makes our own drivers crash or hang, and that the driver that uses kalo::Client
+# notices every failed command. A signal ends a sweep and all processes that its runs have started.
 #
 #   sweep.sh ZULISIM DEMO_DRIVER CLIENT_DRIVER BAD_DRIVER
 set -euo pipefail
@@ -10,7 +10,7 @@ echo "$result"
 grep -q recovered <<<"$result"
 [ "$(grep -c unnoticed: <<<"$result")" = 0 ]
 
-# The program leaves a process in a session of its own, and hangs at the third operation.
+# The program starts a process in another session, and hangs at the third operation.
 export TMPDIR
 TMPDIR=$(mktemp -d)
 trap 'rm -rf "$TMPDIR"' EXIT

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Calls the completion's function as bash does, with the words of a command line.
+# Calls the completion function with the words of a command line, like bash.
 #   completion_test.sh COMPLETION FOLDER: FOLDER holds zulisim and kaloctl
 set -uo pipefail
 PATH=$2:$PATH
@@ -7,7 +7,7 @@ PATH=$2:$PATH
 . "$1"
 failures=0
 
-# offers 'WORDS' WORD...: the last of the words is the one to complete.
+# offers 'WORDS' WORD...: checks the completions of the last of WORDS.
 offers() {
   read -ra COMP_WORDS <<<"$1"
   [[ $1 != *' ' ]] || COMP_WORDS+=('')

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Runs kaloctl under the software engine and holds what it prints and how it exits.
+# Runs kaloctl under the software engine and checks its output and exit status.
 #
 #   kaloctl_end_to_end.sh KALOCTL ZULISIM
 set -uo pipefail
@@ -9,27 +9,27 @@ root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 failures=0
 
-complain() {
+fail() {
   echo "FAILED: $1"
   sed 's/^/  | /' "$root/out" "$root/err"
   failures=$((failures + 1))
 }
 
-# expect STATUS COMMAND...: runs it; then `shows` and `lacks` look at what it printed.
+# expect STATUS COMMAND...: runs the command. `shows` and `lacks` then check its output.
 expect() {
   local wanted=$1 status=0
   shift
   title="$*"
   "$@" >"$root/out" 2>"$root/err" || status=$?
-  [ "$status" -eq "$wanted" ] || complain "$title: exit status $status instead of $wanted"
+  [ "$status" -eq "$wanted" ] || fail "$title: exit status $status instead of $wanted"
 }
-shows() { grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: lacks '$1'"; }
-lacks() { ! grep -qF -- "$1" "$root/out" "$root/err" || complain "$title: shows '$1'"; }
+shows() { grep -qF -- "$1" "$root/out" "$root/err" || fail "$title: lacks '$1'"; }
+lacks() { ! grep -qF -- "$1" "$root/out" "$root/err" || fail "$title: shows '$1'"; }
 
-# json EXPRESSION: another reader's view, as `d`, of what was printed.
+# json EXPRESSION: parses the output as `d` and checks the expression.
 json() {
   python3 -c "import json, sys; d = json.load(open(sys.argv[1])); assert $1, d" "$root/out" \
-    2>>"$root/err" || complain "$title: not $1"
+    2>>"$root/err" || fail "$title: not $1"
 }
 sim() { "$zulisim" run --root "$root/sim" "$@"; }
 script() { printf '%s\n' "$@" >"$root/script"; }
@@ -53,15 +53,15 @@ shows "reply   32 bytes, status 0"
 expect 1 sim -- kaloctl run --state "$root/script"
 shows "kaloRefCountA         1"
 shows 'fenuErrorText         "KALO Exception 0x6 StartIoEx() called before'
-# A session may be used while a handle is out, and when a new one has taken its address.
+# A session can be used while one of its handles exists, and when a new session has its address.
 script 'KaloInit3 a' 'KaloCleanup3 a' 'KaloInit3 a' 'StartIo3 a 4 16' 'FenuInit3 f' 'FenuInit3 g' \
   'FenuCleanup3 g' 'StartIo3 f 4 16' 'FenuCleanup3 f' 'StartIo3 f 4 16' 'FenuInit3 f' \
   'StartIo3 f 4 16' 'FenuCleanup' 'StartIo3 f 4 16'
 sim -- kaloctl run "$root/script" >"$root/out" 2>"$root/err"
-[ "$(grep -c 'not made' "$root/out")" -eq 2 ] || complain "calls on destroyed sessions"
+[ "$(grep -c 'not made' "$root/out")" -eq 2 ] || fail "calls on destroyed sessions"
 script 'KaloInit3 a' 'KaloCleanup3 a'
 expect 0 sim -- kaloctl run --state "$root/script"
-grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || complain "no mark: destroyed"
+grep -Eq '^  kaloSessionA +0x[0-9a-f]+ \(destroyed\)$' "$root/out" || fail "the session is not marked as destroyed"
 expect 0 sim -q -- kaloctl run --state --json "$root/script"
 json 'd["kaloSessionA"]["destroyed"] and d["kaloRefCountA"] == 0 and d["firmwareApiVersion"] == 0'
 script 'KaloInit3 a' 'StartIo b 4'
@@ -69,8 +69,8 @@ expect 2 sim -- kaloctl run "$root/script"
 shows "line 2: wrong word 'b'"
 lacks "  open  "
 
-# The log file, read back, holds the very lines that the calls caused: one each, whatever the number
-# of sinks, and trace lines too although each KaloInit3 lowers the level.
+# The log file has each line that the calls caused exactly once, whatever the number of sinks. It has
+# trace lines even though each KaloInit3 resets the level.
 rm -rf "$root/sim"
 script 'KaloInit3 a' 'KaloStateInit 3.0 1' 'KaloInit3 b' 'KaloInit3 c' 'FenuInit' 'FenuInit3 f' \
   'StartIoEx3 a 4 32' 'StartIo3 null 4 16' 'StartIoEx 0x30002 64 private' 'StartIo 4 8' \
@@ -79,12 +79,12 @@ expect 1 sim --lose read:2 --fault close:1=EIO --fault write:2=EIO -- kaloctl ru
 squeeze() { tr -s ' ' | sed 's/ $//'; }
 sed -n 's/^ *log  *\([A-Za-z0-9~]*\):\([0-9]*\): /\1 \2 /p' "$root/out" | squeeze >"$root/caused"
 kaloctl log "$root/sim/data/Marvoleth.log" | sed 's/^ *\(x[0-9]*\)* *//' | squeeze >"$root/read"
-diff "$root/caused" "$root/read" >"$root/out" || complain "the log read back differs"
-[ "$(wc -l <"$root/read")" -gt 100 ] || complain "the log is too short to prove anything"
+diff "$root/caused" "$root/read" >"$root/out" || fail "the log file differs from the lines of the calls"
+[ "$(wc -l <"$root/read")" -gt 100 ] || fail "the log is too short for this check"
 
 log=$root/sim/data/Marvoleth.log
 expect 0 kaloctl log --failures --function StartIoEx3,KaloInit --json "$log"
-[ "$(sort -u <<<"$(grep -o '"function":"[^"]*"' "$root/out")" | wc -l)" -eq 1 ] || complain "--function"
+[ "$(sort -u <<<"$(grep -o '"function":"[^"]*"' "$root/out")" | wc -l)" -eq 1 ] || fail "--function"
 head -n 1 "$root/out" >"$root/line" && mv "$root/line" "$root/out"
 json 'd["function"] == "StartIoEx3" and d["tag"] > 0 and "failed" in d["text"]'
 timeout 1.5 kaloctl log --follow "$root/later" >"$root/out" 2>"$root/err" &
@@ -93,7 +93,7 @@ sleep 0.6 && printf 'KaloInit3:2: two' >>"$root/later"
 wait $!
 title="log --follow"
 shows "2  two"
-[ "$(wc -l <"$root/out")" -eq 2 ] || complain "log --follow: not two lines"
+[ "$(wc -l <"$root/out")" -eq 2 ] || fail "log --follow: not two lines"
 expect 2 timeout 5 kaloctl log --follow "$root"
 shows "not a regular file"
 expect 0 timeout 5 sh -c "kaloctl log --follow '$log' | head -n 1"
@@ -129,10 +129,10 @@ json '[(k["name"], k["id"], [v["data"] for v in k["values"]]) for k in d["keys"]
 expect 0 kaloctl registry delete 'A\c' name --file "$file"
 expect 0 kaloctl registry delete 'A\b' --file "$file"
 expect 1 kaloctl registry delete 'A\b' --file "$file"
-[ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || complain "registry delete: wrong content"
+[ "$(tr -d '\t\n' <"$file")" = '[KEY]0x00000001A\c' ] || fail "registry delete: wrong content"
 expect 2 kaloctl registry get "$file" a b c d
 shows "unexpected argument 'b'"
-# What stands after a text may be a part of it, however well it is made to look.
+# Lines after a text may belong to the text, even if they look like keys.
 for text in $'b\n[KEY]\n5\nHKEY_USERS\\evil' $'b \n[KEY] \n\t0x00000005 \n\tHKEY_USERS\\evil'; do
   printf '[KEY] \n\t0x00000001 \n\t%s \n\t\t[VALUE] \n\t\t\tTitle \n\t\t\t1 \n\t\t\t%s \n' "$key" "$text" \
     >"$root/sim/etc/vrel_registry.txt"
@@ -143,20 +143,20 @@ for text in $'b\n[KEY]\n5\nHKEY_USERS\\evil' $'b \n[KEY] \n\t0x00000005 \n\tHKEY
   shows 'was not changed'
 done
 expect 0 sim -- kaloctl registry repair --force
-# The file that a link leads to is replaced as a whole or not at all, with its rights.
+# The target of a link is replaced completely or not at all, and keeps its mode.
 for number in {1..200}; do printf '[KEY]\n%x\na%s\n' "$number" "$number"; done >"$root/before"
 cp "$root/before" "$root/registry"
 chmod 640 "$root/registry"
 ln -s registry "$root/link"
 expect 0 kaloctl registry set a1 Level 5 --type dword --file "$root/link"
-[ "$(stat -c %a "$root/registry")" = 640 ] && [ -L "$root/link" ] || complain "rights or link"
+[ "$(stat -c %a "$root/registry")" = 640 ] && [ -L "$root/link" ] || fail "the mode or the link has changed"
 expect 0 kaloctl registry get a1 Level --file "$root/registry"
 cp "$root/before" "$root/registry"
 expect 1 sh -c "ulimit -f 4; kaloctl registry set a1 Level 5 --type dword --file '$root/link'"
 shows "was not changed: File too large"
-cmp -s "$root/before" "$root/registry" || complain "a cut file"
-[ "$(echo "$root"/registry*)" = "$root/registry" ] || complain "a file left behind"
-# The log or the device does not take the place of a closed stream. Android's libc reopens it.
+cmp -s "$root/before" "$root/registry" || fail "the file has changed"
+[ "$(echo "$root"/registry*)" = "$root/registry" ] || fail "a file is left"
+# Neither the log nor the device may get the number of a closed stream. Android's libc reopens it.
 if ! env test -e /proc/self/fd/1 >&-; then
   expect 1 sim -- sh -c 'kaloctl send --command 4 >&-'
   shows "cannot write to standard output"
