@@ -63,7 +63,7 @@ fi
 expect 0 "$zulisim" check recording
 contains out "recording: a recording of $operations operations"
 suite replayed replay --device $device recording
-contains out "all $operations operations of 'recording' were replayed"
+contains out "replayed all $operations operations of 'recording'"
 head -c -20 recording >cut
 expect 123 "$zulisim" replay -q cut -- "$here/exchange_suite.sh" "$program" "$kaloctl"
 contains out "cut after operation $((operations - 1))"
@@ -166,7 +166,7 @@ contains out 'read:300: errno 11'
 "$zulisim" serve --only failures --fuse mount/zuli --strict --reply 'kalo:*=hold' --lose read:40 \
   --trace trace --report report 2>served.control &
 engine=$!
-eventually grep -qs serves served.control
+eventually grep -qs serving served.control
 tell() { expect "$1" "$zulisim" tell mount/zuli "${@:2}"; }
 [ "$(stat -c %a mount/zuli.control)" = 600 ] || fail "the control socket has the wrong mode"
 tell 0 lose
@@ -206,7 +206,7 @@ nothing_left || fail "files are left after 'zulisim tell'"
 for signal in INT KILL; do
   "$zulisim" serve -q --fuse mount/zuli 2>served.$signal &
   engine=$!
-  eventually grep -qs serves served.$signal
+  eventually grep -qs serving served.$signal
   # Reads 16 bytes from an unconnected file. The engine answers through the kernel.
   expect 1 dd if=mount/zuli bs=16 count=1
   contains out 'not connected'

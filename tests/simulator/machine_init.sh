@@ -16,7 +16,7 @@ serve() {  # OPTIONS...: starts a server of the device, and waits until it serve
   "$zulisim" serve --cuse "$@" 2>/tmp/served &
   engine=$!
   for i in $(seq 100); do
-    grep -q serves /tmp/served && return
+    grep -q serving /tmp/served && return
     sleep 0.1
   done
   cat /tmp/served
