@@ -48,7 +48,7 @@ struct LoggedLine {
   std::string text;
 };
 
-// Returns what the library logs at the ordinary level while `action` runs. Removes all sinks.
+// Returns the lines that the library logs at the ordinary level during `action`. Removes all sinks.
 std::vector<LoggedLine> RecordLines(const std::function<void()>& action);
 
 // Logs `lines` again, to measure the cost of logging only.

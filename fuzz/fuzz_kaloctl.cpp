@@ -58,7 +58,8 @@ void ReadRegistry(const std::string& text) {
   FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
   const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(text);
   if (repaired.stop || repaired.doubtful) return;
-  // A NUL cuts a text, and an empty text does not load again; kaloctl refuses to write it.
+  // Skips texts with a NUL: it ends the text, and an empty text does not load again. kaloctl
+  // refuses to write such a file.
   if (text.find('\0') != std::string::npos) return;
   const std::string written = FormatRegistry(repaired);
   FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(written)) == written);

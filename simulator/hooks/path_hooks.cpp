@@ -14,7 +14,7 @@
 namespace zulisim::hooks {
 namespace {
 
-// A character device that always exists. Its attributes stand in for those of the device.
+// A character device that always exists. The hooks report its attributes for the device.
 constexpr const char* kAnyCharacterDevice = "/dev/null";
 
 const char* Target(const char* path) {

@@ -181,7 +181,7 @@ TEST(AttachmentTest, is_a_character_device) {
   for (const int descriptor : {path, reader, writer, device}) EXPECT_EQ(close(descriptor), 0);
 }
 
-TEST(EngineTest, refuses_wrong_options_and_calls_of_a_responder_are_safe) {
+TEST(EngineTest, refuses_wrong_options_and_survives_calls_from_a_responder) {
   Client tooLong;
   tooLong.maxMessageLength = kLongestMessage + 1;
   EXPECT_THROW(Engine({{tooLong}}), std::invalid_argument);

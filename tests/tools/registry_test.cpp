@@ -46,8 +46,7 @@ TEST_F(RegistryToolTest, does_not_repair_what_would_read_differently) {
   EXPECT_TRUE(RepairRegistry(Stored()).doubtful);
   const std::string nul =
       "[KEY] \n\t1 \n\ta \n\t\t[VALUE] \n\t" + std::string(1, '\0') + " \n\t4 \n\t5 \n";
-  EXPECT_TRUE(RepairRegistry(nul).doubtful)
-      << "what a name without characters becomes does not load";
+  EXPECT_TRUE(RepairRegistry(nul).doubtful) << "a value with an empty name does not load again";
   Store(kThreeKeys);
   ASSERT_EQ(RegSetValueEx(1, "Title", 0, REG_BINARY, "x", 1), 0u);
   EXPECT_EQ(RepairRegistry(Stored()).stop->code, 12u);
