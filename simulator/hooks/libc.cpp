@@ -22,7 +22,7 @@ void Resolve() {
   found.name = reinterpret_cast<result(*) parameters>(FindInLibc(#name));
   ZULISIM_HOOKED_FUNCTIONS(ZULISIM_RESOLVE)
 #undef ZULISIM_RESOLVE
-  // Only before main can several threads reach this point. They write the same values.
+  // Several threads can reach this point before main. They write the same values.
   functions = found;
   resolved.store(true, std::memory_order_release);
 }
