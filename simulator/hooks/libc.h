@@ -9,34 +9,20 @@
 // optional arguments; all supported calling conventions pass them in the same way.
 #define ZULISIM_HOOKED_FUNCTIONS(X)                           \
   X(open, int, (const char*, int, unsigned))                  \
-  X(open64, int, (const char*, int, unsigned))                \
   X(__open_2, int, (const char*, int))                        \
-  X(__open64_2, int, (const char*, int))                      \
   X(openat, int, (int, const char*, int, unsigned))           \
-  X(openat64, int, (int, const char*, int, unsigned))         \
   X(__openat_2, int, (int, const char*, int))                 \
-  X(__openat64_2, int, (int, const char*, int))               \
   X(creat, int, (const char*, unsigned))                      \
-  X(creat64, int, (const char*, unsigned))                    \
   X(fopen, FILE*, (const char*, const char*))                 \
-  X(fopen64, FILE*, (const char*, const char*))               \
   X(freopen, FILE*, (const char*, const char*, FILE*))        \
-  X(freopen64, FILE*, (const char*, const char*, FILE*))      \
   X(fdopen, FILE*, (int, const char*))                        \
   X(stat, int, (const char*, void*))                          \
-  X(stat64, int, (const char*, void*))                        \
   X(lstat, int, (const char*, void*))                         \
-  X(lstat64, int, (const char*, void*))                       \
   X(fstat, int, (int, void*))                                 \
-  X(fstat64, int, (int, void*))                               \
   X(fstatat, int, (int, const char*, void*, int))             \
-  X(fstatat64, int, (int, const char*, void*, int))           \
   X(__xstat, int, (int, const char*, void*))                  \
-  X(__xstat64, int, (int, const char*, void*))                \
   X(__lxstat, int, (int, const char*, void*))                 \
-  X(__lxstat64, int, (int, const char*, void*))               \
   X(__fxstat, int, (int, int, void*))                         \
-  X(__fxstat64, int, (int, int, void*))                       \
   X(statx, int, (int, const char*, int, unsigned, void*))     \
   X(access, int, (const char*, int))                          \
   X(eaccess, int, (const char*, int))                         \
@@ -46,7 +32,6 @@
   X(remove, int, (const char*))                               \
   X(rename, int, (const char*, const char*))                  \
   X(truncate, int, (const char*, off_t))                      \
-  X(truncate64, int, (const char*, off_t))                    \
   X(read, ssize_t, (int, void*, size_t))                      \
   X(__read_chk, ssize_t, (int, void*, size_t, size_t))        \
   X(readv, ssize_t, (int, const struct iovec*, int))          \
@@ -60,7 +45,6 @@
   X(dup2, int, (int, int))                                    \
   X(dup3, int, (int, int, int))                               \
   X(fcntl, int, (int, int, void*))                            \
-  X(fcntl64, int, (int, int, void*))                          \
   X(syscall, long, (long, long, long, long, long, long, long))
 
 // Begins the definition of a hook: a C++ function whose symbol is libc's name. It therefore does
@@ -68,6 +52,11 @@
 #define ZULISIM_HOOK(result, name, ...)                                                        \
   result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
   result Hook_##name(__VA_ARGS__)
+
+// Gives the hook of `name` a second symbol, `name64`. Where off_t has 64 bits, the two functions of
+// libc are the same. The attribute `alias` would find an inline function of libc's headers.
+#define ZULISIM_HOOK_64(name, name64) __asm__(".globl " #name64 "\n.set " #name64 ", " #name);
+static_assert(sizeof(off_t) == 8, "name and name64 differ");
 
 namespace zulisim::hooks {
 

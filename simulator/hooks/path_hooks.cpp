@@ -74,16 +74,8 @@ ZULISIM_HOOK(int, open, const char* path, int flags, unsigned mode) {
   return IsDevice(path) ? OpenDevice(flags, mode) : Real().open(Target(path), flags, mode);
 }
 
-ZULISIM_HOOK(int, open64, const char* path, int flags, unsigned mode) {
-  return IsDevice(path) ? OpenDevice(flags, mode) : Real().open64(Target(path), flags, mode);
-}
-
 ZULISIM_HOOK(int, __open_2, const char* path, int flags) {
   return IsDevice(path) ? OpenDevice(flags, 0) : Real().__open_2(Target(path), flags);
-}
-
-ZULISIM_HOOK(int, __open64_2, const char* path, int flags) {
-  return IsDevice(path) ? OpenDevice(flags, 0) : Real().__open64_2(Target(path), flags);
 }
 
 ZULISIM_HOOK(int, openat, int folder, const char* path, int flags, unsigned mode) {
@@ -91,19 +83,9 @@ ZULISIM_HOOK(int, openat, int folder, const char* path, int flags, unsigned mode
   return Real().openat(folder, Target(path), flags, mode);
 }
 
-ZULISIM_HOOK(int, openat64, int folder, const char* path, int flags, unsigned mode) {
-  if (IsDevice(path)) return OpenDevice(flags, mode);
-  return Real().openat64(folder, Target(path), flags, mode);
-}
-
 ZULISIM_HOOK(int, __openat_2, int folder, const char* path, int flags) {
   if (IsDevice(path)) return OpenDevice(flags, 0);
   return Real().__openat_2(folder, Target(path), flags);
-}
-
-ZULISIM_HOOK(int, __openat64_2, int folder, const char* path, int flags) {
-  if (IsDevice(path)) return OpenDevice(flags, 0);
-  return Real().__openat64_2(folder, Target(path), flags);
 }
 
 ZULISIM_HOOK(int, creat, const char* path, unsigned mode) {
@@ -111,25 +93,12 @@ ZULISIM_HOOK(int, creat, const char* path, unsigned mode) {
   return Real().creat(Target(path), mode);
 }
 
-ZULISIM_HOOK(int, creat64, const char* path, unsigned mode) {
-  if (IsDevice(path)) return OpenDevice(O_CREAT | O_WRONLY | O_TRUNC, mode);
-  return Real().creat64(Target(path), mode);
-}
-
 ZULISIM_HOOK(FILE*, fopen, const char* path, const char* mode) {
   return IsDevice(path) ? RefuseStream() : Real().fopen(Target(path), mode);
 }
 
-ZULISIM_HOOK(FILE*, fopen64, const char* path, const char* mode) {
-  return IsDevice(path) ? RefuseStream() : Real().fopen64(Target(path), mode);
-}
-
 ZULISIM_HOOK(FILE*, freopen, const char* path, const char* mode, FILE* stream) {
   return IsDevice(path) ? RefuseStream() : Real().freopen(Target(path), mode, stream);
-}
-
-ZULISIM_HOOK(FILE*, freopen64, const char* path, const char* mode, FILE* stream) {
-  return IsDevice(path) ? RefuseStream() : Real().freopen64(Target(path), mode, stream);
 }
 
 ZULISIM_HOOK(FILE*, fdopen, int descriptor, const char* mode) {
@@ -141,18 +110,14 @@ ZULISIM_HOOK(FILE*, fdopen, int descriptor, const char* mode) {
     return Real().name(AttributeTarget(path), status);      \
   }
 ZULISIM_STAT_HOOKS(stat)
-ZULISIM_STAT_HOOKS(stat64)
 ZULISIM_STAT_HOOKS(lstat)
-ZULISIM_STAT_HOOKS(lstat64)
 
 #define ZULISIM_XSTAT_HOOKS(name)                                        \
   ZULISIM_HOOK(int, name, int version, const char* path, void* status) { \
     return Real().name(version, AttributeTarget(path), status);          \
   }
 ZULISIM_XSTAT_HOOKS(__xstat)
-ZULISIM_XSTAT_HOOKS(__xstat64)
 ZULISIM_XSTAT_HOOKS(__lxstat)
-ZULISIM_XSTAT_HOOKS(__lxstat64)
 
 #define ZULISIM_ACCESS_HOOKS(name)                      \
   ZULISIM_HOOK(int, name, const char* path, int mode) { \
@@ -171,19 +136,9 @@ ZULISIM_HOOK(int, fstat, int descriptor, void* status) {
                                   : Real().fstat(descriptor, status);
 }
 
-ZULISIM_HOOK(int, fstat64, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().stat64(kAnyCharacterDevice, status)
-                                  : Real().fstat64(descriptor, status);
-}
-
 ZULISIM_HOOK(int, __fxstat, int version, int descriptor, void* status) {
   return DeviceHandle(descriptor) ? Real().__xstat(version, kAnyCharacterDevice, status)
                                   : Real().__fxstat(version, descriptor, status);
-}
-
-ZULISIM_HOOK(int, __fxstat64, int version, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().__xstat64(version, kAnyCharacterDevice, status)
-                                  : Real().__fxstat64(version, descriptor, status);
 }
 
 // With an empty path, fstatat and statx examine the descriptor itself.
@@ -194,11 +149,6 @@ bool IsDeviceItself(int descriptor, const char* path) {
 ZULISIM_HOOK(int, fstatat, int folder, const char* path, void* status, int flags) {
   const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
   return Real().fstatat(folder, target, status, flags);
-}
-
-ZULISIM_HOOK(int, fstatat64, int folder, const char* path, void* status, int flags) {
-  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
-  return Real().fstatat64(folder, target, status, flags);
 }
 
 ZULISIM_HOOK(int, statx, int folder, const char* path, int flags, unsigned mask, void* status) {
@@ -218,8 +168,20 @@ ZULISIM_HOOK(int, truncate, const char* path, off_t length) {
   return Real().truncate(Target(path), length);
 }
 
-ZULISIM_HOOK(int, truncate64, const char* path, off_t length) {
-  return Real().truncate64(Target(path), length);
-}
+ZULISIM_HOOK_64(open, open64)
+ZULISIM_HOOK_64(__open_2, __open64_2)
+ZULISIM_HOOK_64(openat, openat64)
+ZULISIM_HOOK_64(__openat_2, __openat64_2)
+ZULISIM_HOOK_64(creat, creat64)
+ZULISIM_HOOK_64(fopen, fopen64)
+ZULISIM_HOOK_64(freopen, freopen64)
+ZULISIM_HOOK_64(stat, stat64)
+ZULISIM_HOOK_64(lstat, lstat64)
+ZULISIM_HOOK_64(fstat, fstat64)
+ZULISIM_HOOK_64(fstatat, fstatat64)
+ZULISIM_HOOK_64(__xstat, __xstat64)
+ZULISIM_HOOK_64(__lxstat, __lxstat64)
+ZULISIM_HOOK_64(__fxstat, __fxstat64)
+ZULISIM_HOOK_64(truncate, truncate64)
 
 }  // namespace zulisim::hooks
