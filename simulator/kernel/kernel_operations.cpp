@@ -53,6 +53,13 @@ KernelOperations* FromRequest(fuse_req_t request) {
 
 void Warn(const std::string& text) { std::cerr << "zulisim: warning: " + text + "\n"; }
 
+// Sends the errno of an operation that failed to the program. Returns false for one that did not.
+bool ReplyFailure(fuse_req_t request, const Result& result) {
+  if (result.value != -1) return false;
+  fuse_reply_err(request, result.error);
+  return true;
+}
+
 // Adapts an operation on a character device to a file. For a file, the kernel also passes the
 // inode.
 template <auto operation>
@@ -106,10 +113,7 @@ void KernelOperations::Init(void*, struct fuse_conn_info* connection) {
 void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
   KernelOperations* self = FromRequest(request);
   const Result result = self->device_.Open(file->flags, 0, -1);
-  if (result.value == -1) {
-    fuse_reply_err(request, result.error);
-    return;
-  }
+  if (ReplyFailure(request, result)) return;
   // A stream has no position. If the kernel passes an offset, the transfer is the rest of one that
   // the kernel has split. libfuse has no name for this flag, so the reply is built here.
   struct fuse_open_out answer {};
@@ -185,11 +189,8 @@ void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t 
     return;
   }
   const Result result = self->device_.Write(file->fh, bytes, length);
-  if (result.value == -1) {
-    fuse_reply_err(request, result.error);
-  } else {
-    fuse_reply_write(request, static_cast<std::size_t>(result.value));
-  }
+  if (ReplyFailure(request, result)) return;
+  fuse_reply_write(request, static_cast<std::size_t>(result.value));
 }
 
 // The kernel copies the number of bytes that the request number encodes, from and to the program.
@@ -202,11 +203,8 @@ void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
   void* const target = argument != nullptr ? bytes.data() : nullptr;
   const Result result =
       FromRequest(request)->device_.Ioctl(file->fh, static_cast<std::uint32_t>(number), target);
-  if (result.value == -1) {
-    fuse_reply_err(request, result.error);
-  } else {
-    fuse_reply_ioctl(request, static_cast<int>(result.value), bytes.data(), outSize);
-  }
+  if (ReplyFailure(request, result)) return;
+  fuse_reply_ioctl(request, static_cast<int>(result.value), bytes.data(), outSize);
 }
 
 void KernelOperations::Release(fuse_req_t request, struct fuse_file_info* file) {
