@@ -47,7 +47,8 @@ pid_t Start(const std::string& path, const std::vector<std::string>& arguments) 
   if (error == 0) return child;
   throw ProgramError(
       error == ENOENT ? kNotFound : kCannotRun,
-      common::Format("cannot start {}: {}", common::Quoted(path), std::strerror(error)));
+      common::Format("cannot start {}: {}{}", common::Quoted(path), std::strerror(error),
+                     error == ENOENT ? "; check the interpreter that it names" : ""));
 }
 
 }  // namespace

@@ -19,8 +19,6 @@
 namespace zulisim {
 namespace {
 
-constexpr int kMostInterpreters = 4;
-
 bool IsRunnable(const std::string& path) {
   struct stat status {};
   return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) &&
@@ -68,19 +66,6 @@ void CheckPrivileges(const std::string& path) {
          "that it cannot have a preload library; run a copy without them");
 }
 
-// Returns the interpreter that the first line of a script names, or "" if the file is not a script.
-std::string Interpreter(std::ifstream* file) {
-  file->clear();
-  file->seekg(0);
-  std::string line;
-  std::getline(*file, line);
-  if (line.compare(0, 2, "#!") != 0) return "";
-  std::istringstream words(line.substr(2));
-  std::string interpreter;
-  words >> interpreter;
-  return interpreter;
-}
-
 std::string OwnDynamicLinker() {
   std::ifstream self("/proc/self/exe", std::ios::binary);
   Elf64_Ehdr header;
@@ -98,12 +83,11 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
                kUseFuse);
   }
   const std::string own = OwnDynamicLinker();
-  if (!own.empty() && FileName(linker) != FileName(own)) {
+  if (FileName(linker) != FileName(own)) {
     Refuse(kCannotRun, path,
            common::Format("it needs the dynamic linker {}, but the preload library needs {}{}",
                           common::Printable(linker), own, kUseFuse));
   }
-  CheckPrivileges(path);
 }
 
 }  // namespace
@@ -126,27 +110,13 @@ std::string FindProgram(const std::string& name) {
 }
 
 void CheckPreloadable(const std::string& path) {
-  std::string current = path;
-  for (int depth = 0; depth < kMostInterpreters; ++depth) {
-    std::ifstream file(current, std::ios::binary);
-    // A file can be executable without being readable.
-    if (!file) return CheckPrivileges(current);
-    Elf64_Ehdr header{};
-    if (ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0) {
-      return CheckElf(current, &file, header);
-    }
-    const std::string interpreter = Interpreter(&file);
-    if (interpreter.empty()) {
-      Refuse(kCannotRun, current,
-             "it is neither a program nor a script whose first line names its interpreter");
-    }
-    if (!IsRunnable(interpreter)) {
-      Refuse(kNotFound, current,
-             common::Format("its interpreter {} is not an executable file",
-                            common::Quoted(interpreter)));
-    }
-    current = interpreter;
-  }
+  std::ifstream file(path, std::ios::binary);
+  Elf64_Ehdr header{};
+  const bool isElf =
+      ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0;
+  if (isElf) CheckElf(path, &file, header);
+  // A file can be executable without being readable.
+  if (isElf || !file.is_open()) CheckPrivileges(path);
 }
 
 }  // namespace zulisim

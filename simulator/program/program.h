@@ -31,9 +31,9 @@ inline constexpr int kNotFound = 127;
 // ProgramError.
 std::string FindProgram(const std::string& name);
 
-// Throws ProgramError unless the dynamic linker will load a preload library into the program or
-// into the interpreter of a script. The program must use the same dynamic linker as zulisim and
-// must not gain privileges when it starts.
+// Throws ProgramError if the dynamic linker would not load a preload library into the program. The
+// program must use the same dynamic linker as zulisim and must not gain privileges when it starts.
+// Does not check scripts.
 void CheckPreloadable(const std::string& path);
 
 }  // namespace zulisim

@@ -32,3 +32,4 @@ FenuCleanup3 f
 KaloCleanup3 a
 END
 "$steps" open connect:1 nonblock write:20 read:20 close  # the reply arrives after a minute
+"$steps" open connect badwrite:20 write:20 badread:20 read:20 close
