@@ -1,7 +1,12 @@
+#include <cstdlib>
 #include <memory>
+#include <optional>
 
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
+#include "simulator/output/output_file.h"
+#include "simulator/record/recorder.h"
+#include "simulator/sweep/sweep_run.h"
 
 namespace zulisim {
 namespace {
@@ -14,15 +19,33 @@ Examples:
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
   zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 --device fuse ./static_driver)";
 
+// 'zulisim sweep' names a file in kRecordingVariable: the run then writes a recording of all
+// operations to it instead of a transcript to standard error. The program does not see the
+// variable.
 int Run(const ProgramOptions& options) {
   CheckOutputs(options.output.Files(), InputFiles(options));
+  const char* const recording = getenv(kRecordingVariable);
+  OutputOptions outputOptions = options.output;
+  std::optional<OutputFile> file;
+  if (recording != nullptr) {
+    file.emplace("recording", recording);
+    outputOptions.quiet = true;
+    unsetenv(kRecordingVariable);
+  }
   const auto program = MakeServedProgram(options);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
-  RunOutput output(options.output,
+  std::optional<Recorder> recorder;
+  if (file) {
+    recorder.emplace(
+        &engine, [&file](const std::string& line) { file->Write(line); },
+        RecordingHeader{"zulisim " ZULISIM_VERSION, "", options.program, options.scenario.clients});
+  }
+  RunOutput output(outputOptions,
                    {options.program, options.scenario.instructions, program->LogFile()}, &engine);
   const int programStatus = program->Run(engine);
-  const bool complete = output.Finish(programStatus);
+  recorder.reset();
+  const bool complete = output.Finish(programStatus) && (!file || file->Close());
   const int status = ReportUnfulfilled(engine, options.strict, programStatus);
   return complete ? status : kOwnFailure;
 }

@@ -128,8 +128,8 @@ class Sweep {
 
   // The options of a run with one fault, and the program. `fault` may be empty.
   std::vector<std::string> WordsFor(const std::string& fault) const {
-    std::vector<std::string> words;
-    if (options_.fuse) words = {"--device", "fuse"};
+    std::vector<std::string> words = {"run"};
+    if (options_.fuse) words.insert(words.end(), {"--device", "fuse"});
     std::vector<std::string> instructions = options_.scenario.instructions;
     if (!fault.empty()) instructions.push_back(fault);
     for (const std::string& instruction : instructions) {
@@ -145,7 +145,7 @@ class Sweep {
   // The command line as a shell reads it.
   std::string CommandFor(const SweepResult& result) const {
     static const std::regex plain("[-A-Za-z0-9_./:=,@%+]+"), quote("'");
-    std::string text = "zulisim run";
+    std::string text = "zulisim";
     for (const std::string& word : WordsFor(result.fault.option)) {
       const bool isPlain = std::regex_match(word, plain);
       text += " " + (isPlain ? word : "'" + std::regex_replace(word, quote, "'\\''") + "'");

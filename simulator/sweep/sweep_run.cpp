@@ -72,9 +72,7 @@ void SweepRunner::Start(std::size_t id, const std::vector<std::string>& words,
                         std::chrono::nanoseconds limit) {
   const Run run{id, folder_ + "/" + std::to_string(++folders_), Now() + limit};
   std::filesystem::create_directory(run.folder);
-  const std::string recording = run.folder + "/recording";
-  std::vector<const char*> arguments = {"zulisim",  "record",   "--quiet",
-                                        "--engine", "--output", recording.c_str()};
+  std::vector<const char*> arguments = {"zulisim"};
   for (const std::string& word : words) arguments.push_back(word.c_str());
   arguments.push_back(nullptr);
   const pid_t process = fork();
@@ -86,6 +84,7 @@ void SweepRunner::Start(std::size_t id, const std::vector<std::string>& words,
   setsid();
   sigprocmask(SIG_UNBLOCK, &signals_, nullptr);
   setenv("TMPDIR", run.folder.c_str(), 1);
+  setenv(kRecordingVariable, (run.folder + "/recording").c_str(), 1);
   dup2(open("/dev/null", O_RDONLY | O_CLOEXEC), STDIN_FILENO);
   dup2(open((run.folder + "/output").c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600),
        STDOUT_FILENO);

@@ -13,6 +13,9 @@
 
 namespace zulisim {
 
+// The environment variable that names the file for the recording of a run.
+inline constexpr const char* kRecordingVariable = "ZULISIM_RECORDING";
+
 struct SweepOutcome {
   std::size_t id = 0;     // of SweepRunner::Start
   int status = 0;         // exit status, or 128 plus the number of the signal that ended the run
@@ -35,8 +38,8 @@ class SweepRunner {
   SweepRunner(const SweepRunner&) = delete;
   SweepRunner& operator=(const SweepRunner&) = delete;
 
-  // Starts 'zulisim record' with `words`: options for the engine, and the program after "--". Wait
-  // ends the run after `limit`. Throws std::system_error.
+  // Starts zulisim with `words`: "run", its options, and the program. Wait ends the run after
+  // `limit`. Throws std::system_error.
   void Start(std::size_t id, const std::vector<std::string>& words, std::chrono::nanoseconds limit);
   std::size_t Running() const { return running_.size(); }
   // Waits for the end of any run. Returns nothing after a signal. Call it while a run is running.
