@@ -51,7 +51,8 @@ std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
 // first operation of a second process or thread on, each line shows the process and thread.
 class Transcript : public OutputWriter {
  public:
-  Transcript(TextSink sink, TranscriptStyle style) : sink_(std::move(sink)), style_(std::move(style)) {}
+  Transcript(TextSink sink, TranscriptStyle style)
+      : sink_(std::move(sink)), style_(std::move(style)) {}
   void OnOperation(const OperationRecord& record) override;
   void OnLogLine(const std::string& line, bool isFailure) override;
   void OnNote(const std::string& text, std::chrono::nanoseconds time) override;

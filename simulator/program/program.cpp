@@ -112,8 +112,7 @@ std::string FindProgram(const std::string& name) {
 void CheckPreloadable(const std::string& path) {
   std::ifstream file(path, std::ios::binary);
   Elf64_Ehdr header{};
-  const bool isElf =
-      ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0;
+  const bool isElf = ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0;
   if (isElf) CheckElf(path, &file, header);
   // A file can be executable without being readable.
   if (isElf || !file.is_open()) CheckPrivileges(path);
