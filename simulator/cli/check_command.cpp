@@ -40,7 +40,7 @@ bool IsGood(const std::string& path) {
       return true;
     }
     Scenario scenario;
-    // Standard input cannot be read again.
+    // Standard input can be read only once.
     const auto diagnostics = ReadScenario(text, path, &scenario);
     for (const common::Diagnostic& each : diagnostics) {
       std::cerr << common::DiagnosticText(path, each) << "\n";

@@ -9,7 +9,7 @@ inline constexpr int kOwnFailure = 125;
 // With --strict: a requested reply or fault never happened.
 inline constexpr int kUnfulfilled = 122;
 
-// Each adds a command to `program`.
+// Each of these functions adds a command to `program`.
 void DefineRun(common::Command* program);
 void DefineServe(common::Command* program);
 void DefineTell(common::Command* program);

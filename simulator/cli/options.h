@@ -12,7 +12,7 @@
 
 namespace zulisim {
 
-// What the commands that start a program have in common.
+// Options shared by all commands that start a program.
 struct ProgramOptions {
   std::vector<std::string> program;  // PROGRAM [ARGUMENTS...]
   bool fuse = false;                 // --device
@@ -29,26 +29,26 @@ void AddProgramOptions(common::Command* command, ProgramOptions* options);
 // --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report,
 // --summary and --summary-json
 void AddOutputOptions(common::Command* command, OutputOptions* options);
-// --scenario and those of InstructionOptions(), in the order of the command line, and --strict
-// unless `strict` is null.
+// Adds --scenario and the options of InstructionOptions() in the order of the command line, and
+// --strict unless `strict` is null.
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict);
 
-// Names on standard error the replies and faults that happened less often than they should. Returns
-// `status`, or kUnfulfilled for such a line with `strict`.
+// Names on standard error the replies and faults that happened less often than requested. Returns
+// kUnfulfilled if there is one and `strict` is set, otherwise `status`.
 int ReportUnfulfilled(const Engine& engine, bool strict, int status);
 
 // The files that `scenario` was read from, for CheckOutputs.
 std::vector<NamedFile> InputFiles(const Scenario& scenario);
-// The same, with the program and the files that it reads and writes in --root. Throws ProgramError
-// when there is no such program.
+// Like the function above, and adds the program and the files that it reads and writes in --root.
+// Throws ProgramError if the program does not exist.
 std::vector<NamedFile> InputFiles(const ProgramOptions& options);
 
-// Throws common::InputError that names the file and the place in it.
+// Throws common::InputError, which names the file and the line.
 Recording ReadRecording(const std::string& path);
 
 // Returns the program, ready to start. Call it before the first thread starts. Throws ProgramError,
-// or std::exception when something prevents the start, such as a client of the scenario that the
-// kernel cannot serve.
+// or std::exception when the program cannot be served, for example because the kernel cannot serve
+// a client of the scenario.
 std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options);
 
 }  // namespace zulisim

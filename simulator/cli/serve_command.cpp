@@ -46,7 +46,7 @@ struct ServeOptions {
   bool strict = false;
 };
 
-// Whether a file system like that of --fuse is mounted on the file itself.
+// Returns true if a FUSE file system is mounted on the file itself.
 bool IsServed(const std::string& path, const struct stat& status) {
   struct statfs system {};
   struct stat folder {};
@@ -56,8 +56,8 @@ bool IsServed(const std::string& path, const struct stat& status) {
          stat(parent.c_str(), &folder) == 0 && folder.st_dev != status.st_dev;
 }
 
-// Throws std::runtime_error when `path` cannot be mounted on. Creates a file that is missing, and
-// returns whether it has.
+// Creates the file `path` if it is missing, and then returns true. Throws std::runtime_error if
+// nothing can be mounted on it.
 bool PrepareFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) == 0) {
@@ -87,7 +87,7 @@ bool PrepareFile(const std::string& path) {
   return true;
 }
 
-// The file to mount on, which is removed at the end of the scope if it was missing.
+// The file to mount on. If it was missing, the destructor removes it.
 class MountedFile {
  public:
   explicit MountedFile(const std::string& path) : path_(path), created_(PrepareFile(path)) {}
@@ -109,7 +109,7 @@ void PrepareNode() {
       common::Quoted(kNode)));
 }
 
-// Null where no socket can be created beside the served file, which is served all the same.
+// Returns null if the control socket cannot be created; the device is served without it.
 std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
   const auto check = [kind](const Scenario& added) { CheckKernelCarries(added, kind); };
   try {
@@ -120,7 +120,7 @@ std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, E
   }
 }
 
-// Returns at a signal that asks for the end, or when the service has ended without one.
+// Returns when a signal requests the end, or when the service has ended.
 void WaitForEnd(KernelServer& server) {
   sigset_t ends;
   sigemptyset(&ends);
@@ -134,7 +134,7 @@ void WaitForEnd(KernelServer& server) {
 
 int Serve(const ServeOptions& options) {
   const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
-  // Empty with --cuse, and with --fuse that names no file.
+  // Empty with --cuse, and with --fuse if no file is named.
   const std::string path =
       options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
   std::vector<NamedFile> inputs = InputFiles(options.scenario);

@@ -32,7 +32,8 @@ struct ShowOptions {
   OutputOptions output;
 };
 
-// The system clock's time at which the recording began, if its text is a time.
+// Returns the time at which the recording began, or nothing if the recording does not contain a
+// valid time.
 std::optional<std::chrono::nanoseconds> ClockOf(const std::string& started) {
   struct tm time {};
   const char* rest = strptime(started.c_str(), "%Y-%m-%dT%H:%M:%S", &time);
@@ -54,7 +55,7 @@ int Show(ShowOptions options) {
     std::cerr << common::Format("zulisim: {} is redacted and holds no message bodies\n",
                                 common::Quoted(options.file));
   }
-  // Before any output is written: a recording can be refused here.
+  // ScenarioOf throws if the recording is not suitable, so call it before writing any output.
   const std::string scenario =
       options.scenarioFile.empty() ? "" : ScenarioOf(recording, options.file);
   OutputOptions* const wanted = &options.output;

@@ -55,17 +55,17 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   int descriptor() const { return descriptor_; }
   Result Close() { return SystemResult(close(std::exchange(descriptor_, -1))); }
 
-  // Returns nothing when GiveUpReads was called before the kernel answered.
+  // Returns nothing if GiveUpReads was called before the kernel answered.
   std::optional<Result> Read(void* buffer, std::size_t length);
   void GiveUpReads();
 
  private:
-  // One for each read, shared with the thread that makes it.
+  // A read that waits in the kernel. Shared with the thread that performs it.
   struct PendingRead {
     Bytes bytes;
     std::optional<Result> result;
     std::shared_ptr<File>
-        file;  // set when the read is given up: keeps the descriptor open for the thread
+        file;  // set by GiveUpReads: keeps the descriptor open for the thread
   };
   // Shared with the threads, which can outlive the file.
   struct Reads {
@@ -78,7 +78,7 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   const std::shared_ptr<Reads> reads_ = std::make_shared<Reads>();
 };
 
-// A driver may ignore signals while it reads, so a detached thread makes the read.
+// A driver may ignore signals during a read, so a detached thread performs the read.
 std::optional<Result> PassthroughDevice::File::Read(void* buffer, std::size_t length) {
   const auto pending = std::make_shared<PendingRead>();
   pending->bytes.resize(length);
@@ -153,12 +153,12 @@ bool PassthroughDevice::Perform(OperationRecord* record, void* target, bool nonB
 }
 
 Result PassthroughDevice::OpenFile(OperationRecord* record) {
-  // The program gets another descriptor; its children must not inherit this one.
+  // The program gets another descriptor; its child processes must not inherit this one.
   const int flags = record->openFlags | O_CLOEXEC;
   const int folder = OpenFolder(path_);
   const bool sameTree = folder < 0 || SameFile(folder, folder_);
   if (folder >= 0) close(folder);
-  // The path keeps working where a preload library serves the device.
+  // Prefer the path, so that the device may also be one that a preload library serves.
   const int opened = sameTree ? open(path_.c_str(), flags, record->openMode)
                               : openat(folder_, std::filesystem::path(path_).filename().c_str(),
                                        flags, record->openMode);

@@ -18,7 +18,7 @@ namespace zulisim {
 // process ends. Thread-safe.
 class PassthroughDevice : public DecodedDevice {
  public:
-  // `clients` give the names of GUIDs.
+  // `clients` contains the names that belong to the GUIDs.
   PassthroughDevice(const std::string& path, std::vector<Client> clients);
   ~PassthroughDevice() override;
 
@@ -33,7 +33,7 @@ class PassthroughDevice : public DecodedDevice {
 
   const std::string path_;
   const int folder_;          // of the file
-  mutable std::mutex mutex_;  // guards what follows; not held during an operation
+  mutable std::mutex mutex_;  // guards the members below; not held during an operation
   std::map<std::uint64_t, std::shared_ptr<File>> files_;
   std::uint64_t next_ = 1;
 };

@@ -9,15 +9,15 @@
 
 namespace zulisim {
 
-// Receives the lines of a recording, one in each call, and must store each at once.
+// Receives one line of a recording in each call. It must store each line at once.
 using RecordingSink = std::function<void(const std::string& line)>;
 
 // Writes every operation of a device into a recording as it completes. Thread-safe.
 class Recorder : private OperationObserver {
  public:
-  // Fills in the start time of `header`, which is written with the first operation: without
-  // operations nothing is written. The device must outlive the recorder. The destructor completes
-  // the recording.
+  // Fills in the start time of `header`. The first operation writes the header, so nothing is
+  // written if there is no operation. The device must outlive the recorder. The destructor
+  // completes the recording.
   Recorder(Device* device, RecordingSink sink, RecordingHeader header);
   ~Recorder() override;
   Recorder(const Recorder&) = delete;

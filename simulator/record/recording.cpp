@@ -25,12 +25,12 @@ constexpr const char* kFormat = "zulisim recording";
 constexpr std::uint64_t kVersion = 2;
 constexpr const char* kVersion1Mark = "zulisim recording ";
 constexpr std::uint64_t kMaxCount = std::numeric_limits<std::int64_t>::max();
-constexpr std::uint64_t kMaxTime = kMaxCount / 2;  // the sum of two is a time
+constexpr std::uint64_t kMaxTime = kMaxCount / 2;  // the sum of two such values does not overflow
 
-// The kernel's value; in a 64-bit program the constant is 0.
+// The kernel's O_LARGEFILE; libc defines it as 0 in 64-bit programs.
 constexpr int kKernelLargeFile = 0100000;
 
-// A flag of an open: `value` under `mask`.
+// A flag of an open: present if the bits in `mask` equal `value`.
 struct OpenFlag {
   const char* name;
   int mask;
@@ -75,7 +75,7 @@ std::string LineOf(const Json& json) {
   throw RecordingError({line, static_cast<std::uint32_t>(column), message});
 }
 
-// Reads the members of one line. A member that is missing or wrong is a RecordingError.
+// Reads the members of one line. Throws RecordingError if a member is missing or invalid.
 class LineReader {
  public:
   LineReader(std::uint32_t line, std::string_view text) : line_(line) {
@@ -119,7 +119,8 @@ class LineReader {
   // Returns an empty text when the member is missing.
   std::string TextIfAny(const char* name) const { return Has(name) ? Text(name) : ""; }
 
-  // Calls `parse` with the text of a member; its InputError names the member.
+  // Calls `parse` with the text of a member. If it throws InputError, throws RecordingError with
+  // the member's name.
   template <typename Function>
   auto Parse(const char* name, Function parse) const -> decltype(parse(std::string())) {
     const std::string text = Text(name);
@@ -298,7 +299,7 @@ Recording ParseRecording(const std::string& text) {
     at = feed + 1;
     ++number;
     if (complete) Fail(number, "unexpected line after the line that completes the recording");
-    // No part of an object is an object, so a last line that can be read is whole.
+    // A line that was cut off is not valid JSON, so a last line that can be parsed is complete.
     if (number > 1 && feed == text.size() && !Json::accept(content)) break;
     const LineReader line(number, content);
     if (number == 1) {

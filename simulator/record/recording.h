@@ -40,8 +40,8 @@ namespace zulisim {
 // A redacted recording has "redacted":true in its header. Its inputs and outputs end after the
 // message header; "length" and "result" still count all bytes.
 //
-// Each line is written at once. A text without the last line is cut. It holds every operation up to
-// the cut.
+// The recorder writes each line at once. A recording without the last line was cut off: it holds
+// every operation that was recorded before that.
 
 struct RecordingHeader {
   std::string tool;                  // "zulisim 1.0"
@@ -69,23 +69,24 @@ class RecordingError : public std::runtime_error {
   common::Diagnostic diagnostic_;
 };
 
-// In bytes; enough for hours.
+// In bytes; enough for hours of recording.
 inline constexpr std::size_t kLongestRecording = 1 << 28;
 
-// Returns true for text that cannot be a scenario but may be a recording, of any version.
+// Returns true if the text is not a scenario but may be a recording, of any version.
 bool IsRecording(const std::string& text);
 
 // Throws RecordingError.
 Recording ParseRecording(const std::string& text);
 
-// The lines of a recording: the header, an operation, and the last line.
+// These functions return a line of a recording: the header, an operation, and the last line.
 std::string HeaderLine(const RecordingHeader& header);
 std::string OperationLine(const OperationRecord& record);
 inline constexpr const char* kCompleteLine = "{\"complete\":true}\n";
 
 // Returns for example "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
 std::string OpenFlagsText(int flags);
-// Returns the mode of an open, or 0 when the flags do not use it: its value is then arbitrary.
+// Returns the mode of an open. Returns 0 if its flags do not use the mode, because it is then
+// arbitrary.
 unsigned OpenMode(const OperationRecord& record);
 
 }  // namespace zulisim

@@ -20,7 +20,7 @@ namespace {
 
 using common::Format;
 
-// Returns a TOML string; JSON has the same escapes.
+// Returns a TOML string. JSON uses the same escapes.
 std::string Text(const std::string& text) {
   return nlohmann::json(text).dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
 }
@@ -29,13 +29,13 @@ std::string Range(std::uint64_t first, std::uint64_t last) {
   return first == last ? Format("\"{}\"", first) : Format("\"{}-{}\"", first, last);
 }
 
-// Reads the status of a reply. Bytes that a short read did not deliver count as 0.
+// Returns the status of a reply. Bytes that a short read did not deliver count as 0.
 std::uint32_t StatusOf(Bytes reply) {
   reply.resize(std::max(reply.size(), kHeaderSize));
   return *WordAt(reply, kStatusOffset);
 }
 
-// A request that a client took, and its reply as far as the program read it.
+// A request that a client accepted, and the part of its reply that the program read.
 struct Exchange {
   std::string client;
   std::uint64_t connection = 0;
@@ -45,14 +45,15 @@ struct Exchange {
   std::vector<std::uint64_t> emptyReads;  // failed with EAGAIN before the reply came
   bool answered = false;
   std::uint32_t status = 0;
-  std::optional<Bytes> body;  // nothing for an echo
+  std::optional<Bytes> body;  // missing if the reply echoes the request
   std::optional<Bytes> privateData;
 
   bool IsPendingAt(const OperationRecord& record) const {
     return connectionLost ? client == record.client : connection == record.connection;
   }
 
-  // Returns the lines of a [[reply]] after those that name the request; empty for an echo.
+  // Returns the lines of a [[reply]] without those that identify the request. The text is empty if
+  // the reply is an echo.
   std::string Lines() const {
     if (!answered) return "silent = true\n";
     std::string text;
@@ -65,8 +66,8 @@ struct Exchange {
   }
 };
 
-// Returns 0 when the client cannot have sent `message` for the exchange, and a higher number the
-// more likely it did.
+// Returns how likely the client sent `message` as the reply of this exchange; 0 means that it
+// cannot have sent it.
 int Likelihood(const Exchange& exchange, const Bytes& message) {
   if (exchange.answered) return message.empty() ? 0 : 1;  // private data
   Bytes header = exchange.request;
@@ -79,7 +80,7 @@ int Likelihood(const Exchange& exchange, const Bytes& message) {
   return (exchange.emptyReads.empty() ? 4 : 2) + (exchange.request == message ? 1 : 0);
 }
 
-// Notes where the engine needs an instruction to give the recorded results.
+// Finds the places where the engine needs an instruction to return the recorded results.
 class ScenarioMaker {
  public:
   explicit ScenarioMaker(const std::vector<OperationRecord>& operations) {
@@ -103,7 +104,7 @@ class ScenarioMaker {
     return text;
   }
 
-  // Returns one table for each run of requests of a command that got the same answer.
+  // Returns one table for each sequence of requests of a command that got the same reply.
   std::string ReplyTables() const {
     std::map<std::pair<std::string, std::uint32_t>, std::vector<std::string>> answers;
     for (const Exchange& each : exchanges_) {
@@ -127,7 +128,7 @@ class ScenarioMaker {
     return text;
   }
 
-  // Returns one table for each run of operations of a kind that have the same effect.
+  // Returns one table for each sequence of operations of a kind that have the same effect.
   std::string FaultTables() const {
     std::string text;
     for (auto at = effects_.begin(); at != effects_.end();) {
@@ -175,7 +176,7 @@ class ScenarioMaker {
   void OnError(const OperationRecord& record) {
     const bool isOpen = record.operation == Operation::kOpen;
     const auto found = isLost_.find(record.connection);
-    if (!isOpen && found == isLost_.end()) return;  // the engine's own error
+    if (!isOpen && found == isLost_.end()) return;  // the engine fails in this way without a fault
     const bool isLost = !isOpen && found->second;
     if (record.error == ENODEV && !isOpen && record.operation != Operation::kClose) {
       if (isLost) return;
@@ -191,7 +192,7 @@ class ScenarioMaker {
     AddEffect(record, Format("errno = \"{}\"", ErrnoName(record.error)));
   }
 
-  // Returns true when no connection that is open succeeds in anything later, except in its close.
+  // Returns true if every later operation on an open connection fails, except for a close.
   bool CanBeLoss(const OperationRecord& record) const {
     return std::all_of(isLost_.begin(), isLost_.end(), [&](const auto& each) {
       return lastSuccess_.at(each.first) < record.sequence;
@@ -229,7 +230,7 @@ class ScenarioMaker {
       found = at;
     }
     if (found == pending_.end()) return;
-    // The client did not answer the requests before it.
+    // The client sent no replies to the requests before this one.
     found = pending_.erase(std::remove_if(pending_.begin(), found, isPending), found);
     Exchange* const exchange = *found;
     for (const std::uint64_t read : std::exchange(exchange->emptyReads, {})) {
@@ -240,7 +241,7 @@ class ScenarioMaker {
       pending_.erase(found);
     } else {
       SetReply(record, exchange);
-      exchange->connection = record.connection;  // gets the private data, if any
+      exchange->connection = record.connection;  // this connection gets the private data, if there is any
       exchange->connectionLost = false;
     }
   }
@@ -253,7 +254,7 @@ class ScenarioMaker {
     SetWordAt(&echo, kStatusOffset, exchange->status);
     const bool isPart =
         reply.size() <= echo.size() && std::equal(reply.begin(), reply.end(), echo.begin());
-    // The program may have had no room for the rest.
+    // The program's buffer may have been too small for the rest.
     if (isPart && (reply.size() == echo.size() || reply.size() == record.length)) return;
     if (reply.size() > kHeaderSize) {
       exchange->body = Bytes(reply.begin() + kHeaderSize, reply.end());
@@ -263,11 +264,11 @@ class ScenarioMaker {
     AddEffect(record, Format("short = {}", reply.size()));
   }
 
-  std::map<std::uint64_t, std::uint64_t> lastSuccess_;  // sequence, by connection; not of a close
+  std::map<std::uint64_t, std::uint64_t> lastSuccess_;  // number of the last operation by connection, not counting closes
   std::map<std::uint64_t, bool> isLost_;                // open connections
-  std::map<std::string, Bytes> connectRecords_;         // the first of each client
+  std::map<std::string, Bytes> connectRecords_;         // the first connect record of each client
   std::deque<Exchange> exchanges_;                      // in order
-  std::vector<Exchange*> pending_;                      // may still get a reply or private data
+  std::vector<Exchange*> pending_;                      // exchanges that may still get a reply or private data
   std::map<std::pair<Operation, std::uint64_t>, std::string> effects_;  // by occurrence
 };
 
@@ -306,7 +307,7 @@ std::string FirstDifference(const std::vector<OperationRecord>& operations,
   if (!diagnostics.empty()) return diagnostics.front().message;
   Engine engine({scenario.clients, false});
   Apply(scenario, &engine);
-  std::map<std::uint64_t, std::uint64_t> connections;  // the engine's, by the recorded one
+  std::map<std::uint64_t, std::uint64_t> connections;  // the engine's connection for each recorded one
   for (const OperationRecord& record : operations) {
     Bytes bytes = record.input;
     Result got = Call(record, connections[record.connection], &engine, &bytes);

@@ -16,11 +16,11 @@
 namespace zulisim {
 namespace {
 
-// The flags that an open passes to a device. The others concern the process and its file table, and
-// differ between the attachments.
+// The flags of an open that reach the device. The other flags affect the process and its file
+// table, and differ between the attachments.
 constexpr int kDeviceFlags = O_ACCMODE | O_APPEND | O_NONBLOCK | O_SYNC | O_DSYNC;
 
-// Returns true when the program passed the same in both operations.
+// Returns true if the program passed the same arguments in both operations.
 bool SameArguments(const OperationRecord& a, const OperationRecord& b) {
   if (a.operation != b.operation || a.abandoned != b.abandoned) return false;
   if (a.operation == Operation::kOpen) return ((a.openFlags ^ b.openFlags) & kDeviceFlags) == 0;
@@ -120,7 +120,7 @@ void ReplayDevice::Diverge(std::optional<std::size_t> expected, const OperationR
   if (got != nullptr) divergence_->got = *got;
 }
 
-// Returns true for a read that was waiting when the program or the run ended.
+// Returns true if the read was still waiting when the program or the run ended.
 bool ReplayDevice::EndsAfterClose(const Node& node, const OperationRecord& got) const {
   if (got.operation != Operation::kRead || Choose(node, &got)) return false;
   return std::any_of(node.next.begin(), node.next.end(), [&](const auto& next) {

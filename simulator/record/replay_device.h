@@ -19,38 +19,41 @@ namespace zulisim {
 // recorded results, byte for byte. Thread-safe.
 //
 // Opens must come in the recorded order. Other operations must keep their order only within their
-// connection. Connections with the same history so far are interchangeable: a connection of the
-// program matches all recorded ones that began like it, until its next operation tells them apart.
-// So threads may race, each with its connection. When one thread made all recorded opens, a
-// connection matches only recorded ones that were open by then.
+// connection. Connections that have done the same so far are interchangeable: a connection of the
+// program matches every recorded one that began in the same way, until its next operation decides
+// between them. So threads with one connection each may run in any order. If a single thread made
+// all recorded opens, a connection matches only the recorded ones that were already open.
 //
-// The first operation that differs from the recording is the divergence. After it, and after the
-// end of a cut recording, the device is lost: every operation except a close fails with ENODEV.
+// The first operation that differs from the recording is the divergence. After a divergence, and
+// after the end of a recording that was cut off, the device is lost: every operation except a close
+// fails with ENODEV.
 class ReplayDevice : public DecodedDevice {
  public:
   // With `inTime`, an operation takes as long as it took in the recording.
   explicit ReplayDevice(Recording recording, bool inTime = false);
 
-  // Call it when the program has ended: a recorded operation that is missing is a divergence too.
+  // Call this function after the program has ended. If it did not make all recorded operations,
+  // that is a divergence too.
   void End();
 
   struct Divergence {
-    std::optional<OperationRecord> expected;  // nothing at the end of the recording
-    std::optional<OperationRecord> got;       // nothing at the end of the program
+    std::optional<OperationRecord> expected;  // missing if the recording has ended
+    std::optional<OperationRecord> got;       // missing if the program has ended
   };
   std::optional<Divergence> FirstDivergence() const;
-  // Returns true when the program reached the end of a cut recording.
+  // Returns true if the program reached the end of a recording that was cut off.
   bool ReachedCut() const;
   std::size_t Replayed() const;
 
  private:
-  // A point in the histories of connections. Those with the same operations and results share it.
+  // A state of a connection, reached by the operations so far. Connections with the same operations
+  // and results share one node.
   struct Node {
-    std::deque<std::size_t> operations;  // lead here; not replayed yet; in order
+    std::deque<std::size_t> operations;  // the recorded operations that lead here and are not yet replayed, in order
     std::vector<std::unique_ptr<Node>> next;
-    bool isEnd = false;  // of the recorded history of a connection
+    bool isEnd = false;  // a recorded connection ends here
   };
-  struct Live {  // a connection of the program
+  struct Live {  // an open connection of the program
     Node* node;
     bool closed = false;
   };
@@ -62,11 +65,11 @@ class ReplayDevice : public DecodedDevice {
   void AddToHistory(std::size_t operation, Node** node) const;
   bool Perform(OperationRecord* got, void* target, bool nonBlocking) override;
 
-  // The rest is called with the lock held. Choose returns the earliest recorded operation that can
-  // come next; with `got`, only one with the same arguments.
+  // The functions below require the lock. Choose returns the earliest recorded operation that can
+  // come next. If `got` is not null, only operations with the same arguments count.
   std::optional<Choice> Choose(const Node& from, const OperationRecord* got) const;
-  // Both return the recorded operation, or null when `got` is not as recorded. Next lets a read
-  // wait, without the lock, for the close of its connection when the recorded read ended after it.
+  // Both functions return the recorded operation, or null if `got` differs from it. If the recorded
+  // read ended after the close of its connection, Next releases the lock and waits for that close.
   const OperationRecord* NextOpen(OperationRecord* got);
   const OperationRecord* Next(const OperationRecord& got, Live* live,
                               std::unique_lock<std::mutex>* lock);
@@ -78,10 +81,10 @@ class ReplayDevice : public DecodedDevice {
   const bool inTime_;
   bool opensRace_ = false;
 
-  mutable std::mutex mutex_;        // guards all that follows
-  std::condition_variable closed_;  // a connection, or the device is lost
-  std::deque<std::size_t> opens_;   // still to come
-  Node start_;                      // of every connection
+  mutable std::mutex mutex_;        // guards the members below
+  std::condition_variable closed_;  // signalled when a connection is closed or the device is lost
+  std::deque<std::size_t> opens_;   // recorded opens that have not happened yet
+  Node start_;                      // the state of a new connection
   std::set<std::uint64_t> opened_;  // recorded connections
   std::map<std::uint64_t, Live> live_;
   std::vector<bool> done_;  // by operation
@@ -92,8 +95,8 @@ class ReplayDevice : public DecodedDevice {
   std::optional<Divergence> divergence_;
 };
 
-// Returns several lines: "at operation 7 (line 8) on connection #1", the expected operation, the
-// actual one, and the bytes in which they differ.
+// Returns several lines: the place ("at operation 7 (line 8) on connection #1"), the expected
+// operation, the actual one, and the bytes that differ.
 std::string DivergenceText(const ReplayDevice::Divergence& divergence);
 
 }  // namespace zulisim
