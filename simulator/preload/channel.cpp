@@ -18,16 +18,18 @@ namespace {
 
 struct sockaddr_un server {};
 
-// A channel between two exchanges. The thread that has set `taken` owns the rest.
+// A channel that is kept for the next exchange. The thread that has set `taken` owns the other
+// members.
 struct KeptChannel {
   std::atomic<bool> taken{false};
   int socket = -1;
-  std::uint64_t inode = 0;  // of the socket: tells whether the program has closed it
+  std::uint64_t inode =
+      0;  // the inode of the socket, which shows whether the program has closed it
 };
 KeptChannel keptChannels[8];
 
-// The process that the kept channels belong to. The child of a vfork shares this memory, but runs
-// no fork handler, so it leaves its parent's channels alone.
+// The process that owns the kept channels. The child of a vfork shares this memory but runs no fork
+// handler, so it does not use its parent's channels.
 std::atomic<pid_t> keeper{0};
 
 std::uint64_t Inode(int descriptor) {
@@ -57,8 +59,8 @@ KeptChannel* TakeKept() {
   return nullptr;
 }
 
-// Moves a socket to a number that a program rarely expects for its own files, where its limit
-// allows that.
+// Moves a socket to a high number, if the process's limit allows it, because programs rarely expect
+// a high number for their own files.
 int MovedUp(int socket) {
   constexpr std::uintptr_t kLeast = 768;
   const int moved = Real().fcntl(socket, F_DUPFD_CLOEXEC, reinterpret_cast<void*>(kLeast));

@@ -39,8 +39,9 @@ int Listen(const std::string& path) {
   return listener;
 }
 
-// Descriptors get the lowest free number, so a high one means that few are left. Those are needed
-// to accept channels before they are refused, and to open the device.
+// The kernel assigns the lowest free number, so a high number means that few descriptors are left.
+// The server reserves those: it needs them to open the device, and to accept a channel before
+// refusing it.
 bool IsScarce(int descriptor) {
   constexpr rlim_t kSpare = 4;
   struct rlimit limit;
@@ -67,8 +68,9 @@ DeviceServer::~DeviceServer() {
   shutdown(listener_, SHUT_RDWR);
   for (const int channel : channels_) shutdown(channel, SHUT_RDWR);
   lock.unlock();
-  // A thread may wait in the device for a reply. It returns when its connection is closed. One that
-  // is just opening adds a connection after that, so all are closed again at the end.
+  // Threads may be waiting in the device for a reply; closing the connections ends these waits. A
+  // thread that is in an open may add a connection after that, so all connections are closed again
+  // at the end.
   CloseAbandoned();
   acceptor_.join();
   lock.lock();
@@ -102,7 +104,7 @@ void DeviceServer::AcceptChannels() {
       refusal.error = EMFILE;
       protocol::Send(channel, refusal, nullptr);
       close(channel);
-      std::this_thread::sleep_for(std::chrono::milliseconds(1));  // accept may fail at once again
+      std::this_thread::sleep_for(std::chrono::milliseconds(1));  // do not spin if it fails again
     }
   }
 }
@@ -125,9 +127,10 @@ bool DeviceServer::ServeExchange(int channel, unsigned char* buffer) {
   const Result result = Perform(channel, &message, buffer);
   message.value = result.value;
   message.error = result.error;
-  protocol::Send(channel, message, buffer);  // may fail: the program can have ended
+  protocol::Send(channel, message, buffer);  // ignore a failure: the program may have ended
   if (message.kind != Kind::kOpen) return true;
-  // A read that no hook sees takes the response and then finds the end; it does not wait for more.
+  // Shut the socket down, so that a read that bypasses the hooks gets the response and then the end
+  // of the stream instead of waiting.
   shutdown(channel, SHUT_WR);
   return false;
 }
@@ -188,7 +191,7 @@ void DeviceServer::CloseAbandoned() {
   CloseReason reason = CloseReason::kProgramEnded;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    // A program that fails because the service ends has not ended by itself.
+    // A program may have ended only because its calls failed at the end of the service.
     if (stopping_) reason = CloseReason::kServiceEnded;
     for (auto next = descriptors_.begin(); next != descriptors_.end();) {
       const auto descriptor = next++;

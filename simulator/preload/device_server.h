@@ -15,7 +15,7 @@
 namespace zulisim {
 
 // Serves a device to programs that have loaded the preload library, on a local socket. protocol.h
-// describes the threads and sockets. Any thread.
+// describes the threads and sockets. Thread-safe.
 class DeviceServer {
  public:
   // Creates the socket at `path` and serves from then on. Throws std::system_error. The device is
@@ -26,33 +26,35 @@ class DeviceServer {
   DeviceServer(const DeviceServer&) = delete;
   DeviceServer& operator=(const DeviceServer&) = delete;
 
-  // Closes the connections of descriptors that no process has any more; when the service ends, all.
-  // Runs before each operation.
+  // Closes the connections whose descriptors no process has open any more. When the service ends,
+  // closes all connections. Runs before each operation.
   void CloseAbandoned();
-  // Whether a program has loaded the library.
+  // Returns true if a program has loaded the library.
   bool Loaded() const { return loaded_; }
-  // Whether a program made a system call on a descriptor of the device that no hook saw. Not every
-  // such call is noticed.
+  // Returns true if the server noticed a system call on a descriptor of the device that bypassed
+  // the hooks. It does not notice every such call.
   bool Bypassed() const { return bypassed_; }
 
  private:
   // The server's end of a descriptor, which it owns.
   struct Descriptor {
     int socket = -1;
-    int closes = 0;  // that have begun and not ended
+    int closes = 0;  // number of closes that have begun and not ended
   };
   using Descriptors = std::map<std::uint64_t, Descriptor>;  // by connection
 
   void AcceptChannels();
   void ServeChannel(int channel);
-  // Serves one exchange. `buffer` has room for kLongestMessage bytes. False at the channel's end.
+  // Serves one exchange. `buffer` has room for kLongestMessage bytes. Returns false if the program
+  // has closed the channel.
   bool ServeExchange(int channel, unsigned char* buffer);
-  // Calls the device. The payload of the request is in `buffer`, and that of the response will be.
+  // Calls the device. `buffer` contains the payload of the request, and receives the payload of the
+  // response.
   Result Perform(int channel, protocol::Message* message, unsigned char* buffer);
   Result Open(int channel, const protocol::Message& request);
-  // The first or second part of a close.
+  // Handles kClosing or kClosed, the two exchanges of a close.
   Result Close(std::uint64_t connection, bool begins);
-  // Takes a descriptor out and closes it. With the lock held.
+  // Removes a descriptor from the map and closes it. Requires the lock.
   void Forget(Descriptors::iterator descriptor);
 
   Device& device_;
@@ -60,12 +62,12 @@ class DeviceServer {
   const int listener_;
   std::atomic<bool> loaded_{false};
   std::atomic<bool> bypassed_{false};
-  // Held while abandoned connections are closed, so that each operation begins after that. Taken
-  // before mutex_.
+  // Held while abandoned connections are closed, so that no operation begins before that is done.
+  // Locked before mutex_.
   std::mutex closing_;
-  std::mutex mutex_;  // guards what follows; never held while the device works
+  std::mutex mutex_;  // guards the members below; never held during an operation of the device
   Descriptors descriptors_;
-  std::set<int> channels_;  // each has a thread, which closes it and takes it out
+  std::set<int> channels_;  // the thread of a channel closes and removes it
   std::condition_variable channelEnded_;
   bool stopping_ = false;
   std::thread acceptor_;

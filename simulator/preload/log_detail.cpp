@@ -18,7 +18,8 @@ constexpr const char* kLogBase = "_ZN6Logger7logBaseE";
 
 void RaiseLogLevel() {
   if (getenv(protocol::kDetailVariable) == nullptr) return;
-  // A driver may have loaded the library without making its names public.
+  // The driver may have loaded the library with RTLD_LOCAL, which hides its names from
+  // dlsym(RTLD_DEFAULT).
   void* const library = dlopen("libkalodll.so", RTLD_LAZY | RTLD_NOLOAD);
   if (library == nullptr) return;
   if (void* const level = dlsym(library, kLogBase)) {

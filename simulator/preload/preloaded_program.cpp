@@ -37,18 +37,18 @@ std::string Extended(const char* variable, const std::string& addition, bool inF
   return inFront ? addition + ":" + present : present + (":" + addition);
 }
 
-// Prepares this process's environment, which the program inherits.
+// Sets variables in this process's environment, which the program inherits.
 void SetEnvironment(const std::string& socket, const std::string& root) {
   setenv(protocol::kSocketVariable, socket.c_str(), 1);
   setenv(protocol::kLogVariable, (root + "/data/Marvoleth.log").c_str(), 1);
   setenv(protocol::kRegistryVariable, (root + "/etc/vrel_registry.txt").c_str(), 1);
   setenv("LD_PRELOAD", Extended("LD_PRELOAD", FindPreloadLibrary(), true).c_str(), 1);
-  // Without this, a program that is built with the address sanitizer refuses a library that comes
-  // before its runtime.
+  // Without this option, a program that was built with the address sanitizer refuses to start when
+  // another library is loaded before the sanitizer's runtime.
   setenv("ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false).c_str(), 1);
 }
 
-// The path of the program, if it can be served at all.
+// Returns the path of the program. Throws ProgramError if the preload library cannot serve it.
 std::string Preloadable(const std::string& name) {
   std::string path = FindProgram(name);
   CheckPreloadable(path);

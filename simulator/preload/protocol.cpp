@@ -7,7 +7,7 @@
 namespace zulisim::protocol {
 namespace {
 
-// The part of a message and its payload that comes after the first `done` bytes.
+// Returns the part of a message and its payload that comes after the first `done` bytes.
 struct Rest {
   Rest(void* message, void* payload, std::size_t room, std::size_t done) {
     const std::size_t ofMessage = done < sizeof(Message) ? done : sizeof(Message);

@@ -5,7 +5,7 @@
 
 #include "simulator/device/device_abi.h"
 
-// How a preloaded program reaches the device that `zulisim` serves.
+// The protocol between a program with the preload library and the server in `zulisim`.
 //
 //   a program, with libzulisim_preload.so                        zulisim
 //   ------------------------------------------------------       -----------------------------
@@ -18,7 +18,7 @@
 //     channel.cpp             <---- the response, on the same channel
 //   write returns
 //
-// Start. A program that has loaded the library sends kLoaded, so that `zulisim` knows.
+// Start. After loading, the library sends kLoaded, so that `zulisim` knows that it was loaded.
 //
 // Threads. The library starts none: the program's own thread sends a request and waits for its
 // response. `zulisim` has one thread that accepts channels, and one thread for each channel, which
@@ -44,20 +44,20 @@
 //   - When more arrives, the program has made a system call that no hook saw. The server remembers
 //     that for a warning.
 //
-// A close is two exchanges. The library sends kClosing, closes the descriptor and sends kClosed.
-// Between them, the server does not take a hang-up for the end of the program. After them, a
-// hang-up means that this was the last duplicate, and the server closes the connection. Otherwise
-// another process still has one.
+// A close takes two exchanges. The library sends kClosing, closes the descriptor and sends kClosed.
+// If the server sees a hang-up between the two, it knows that the program has not ended. After
+// them, a hang-up means that the last duplicate was closed, and the server closes the connection.
+// Without a hang-up, another duplicate is still open.
 //
-// When one side ends, the other goes on at once. The program's call fails with ENODEV. The server's
-// thread ends when the device returns.
+// When one side ends, the other side does not hang. If the server ends, the program's call fails
+// with ENODEV. If the program ends, the server's thread ends as soon as the device returns.
 namespace zulisim::protocol {
 
 inline constexpr const char* kSocketVariable = "ZULISIM_SOCKET";
-// The files that stand for "/data/Marvoleth.log" and "/etc/vrel_registry.txt".
+// The files that replace "/data/Marvoleth.log" and "/etc/vrel_registry.txt".
 inline constexpr const char* kLogVariable = "ZULISIM_LOG";
 inline constexpr const char* kRegistryVariable = "ZULISIM_REGISTRY";
-// Set to make the library under test write its detailed log lines.
+// If set, the library under test writes its detailed log lines.
 inline constexpr const char* kDetailVariable = "ZULISIM_LOG_DETAIL";
 
 enum class Kind : std::uint32_t { kLoaded, kOpen, kIoctl, kRead, kWrite, kClosing, kClosed };
@@ -65,8 +65,8 @@ enum class Kind : std::uint32_t { kLoaded, kOpen, kIoctl, kRead, kWrite, kClosin
 // A request. Its response is the same message with `payload`, `error` and `value` set.
 struct Message {
   Kind kind = Kind::kLoaded;
-  // Bytes that follow. A write that is longer than kLongestMessage sends only that much, which is
-  // enough for the device to refuse it.
+  // The number of bytes that follow. For a write that is longer than kLongestMessage, the library
+  // sends only that many bytes, which is enough for the device to refuse it.
   std::uint32_t payload = 0;
   std::uint64_t connection = 0;
   std::uint64_t length = 0;       // read and write: as passed by the program
@@ -77,7 +77,7 @@ struct Message {
   std::uint32_t nonBlocking = 0;  // read
   std::int32_t process = 0;       // the caller
   std::int32_t thread = 0;        //
-  // EMFILE may mean that the server has refused the channel. So the library then closes it.
+  // Closes the channel after EMFILE, because the server may have refused it.
   std::int32_t error = 0;
   std::int64_t value = 0;
 };
@@ -87,8 +87,8 @@ static_assert(sizeof(Message) == 64, "both sides must agree");
 // Sends a message and its payload. Returns 0 or an errno.
 int Send(int socket, const Message& message, const void* payload);
 
-// Receives a message and its payload of up to `room` bytes. Returns 0 or an errno: ENODEV when the
-// other side has ended, EMSGSIZE when the payload is longer. `flags` are those of recv(2).
+// Receives a message and its payload of up to `room` bytes. Returns 0 or an errno: ENODEV if the
+// other side has ended, EMSGSIZE if the payload is longer. Passes `flags` to recv(2).
 int Receive(int socket, Message* message, void* payload, std::size_t room, int flags = 0);
 
 }  // namespace zulisim::protocol

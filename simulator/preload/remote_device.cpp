@@ -1,5 +1,5 @@
-// The device of the preload library: sends every operation to the server in `zulisim`. protocol.h
-// describes how. Built without a C++ runtime library, so that any program can load it.
+// Implements the device for the preload library: sends every operation to the server in `zulisim`,
+// as protocol.h describes. Built without a C++ runtime library, so that any program can load it.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -27,10 +27,10 @@ namespace {
 using protocol::Kind;
 using protocol::Message;
 
-// Read from the environment, which `zulisim` sets.
+// The settings that `zulisim` passes in the environment.
 struct Settings {
   bool served = false;
-  char log[PATH_MAX] = "";       // empty: not redirected
+  char log[PATH_MAX] = "";       // empty if the path is not redirected
   char registry[PATH_MAX] = "";  //
 };
 
@@ -42,8 +42,9 @@ void CopyVariable(const char* name, char (&copy)[PATH_MAX]) {
   if (value != nullptr && strlen(value) < PATH_MAX) strcpy(copy, value);
 }
 
-// Threads can meet here only before main, and then they write the same values. When libc calls a
-// hook before it has set up the environment, nothing is served yet, and the next call reads again.
+// Several threads can run this only before main, and then they write the same values. libc may call
+// a hook before it has set up the environment. Such a call finds no device, and the next call reads
+// the environment again.
 const Settings& GetSettings() {
   if (!areRead.load(std::memory_order_acquire) && environ != nullptr) {
     settings.served = SetServer(getenv(protocol::kSocketVariable));
@@ -63,7 +64,7 @@ Message MessageOf(Kind kind, std::uint64_t connection = 0) {
   return message;
 }
 
-// Finds the descriptors of the device that came through an exec.
+// Finds the device descriptors that this process inherited through exec.
 void MarkInheritedDescriptors() {
   DIR* folder = opendir("/proc/self/fd");
   if (folder == nullptr) return;
@@ -78,8 +79,7 @@ void MarkInheritedDescriptors() {
   closedir(folder);
 }
 
-// Runs before the process keeps channels, so it uses one of its own: most programs never open the
-// device.
+// Opens a channel only for this exchange, because most programs never open the device.
 __attribute__((constructor(102))) void AttachAtStart() {
   if (!DeviceServed()) return;
   const int savedErrno = errno;
@@ -101,7 +101,7 @@ const char* RedirectedPath(const char* path) {
 }
 
 OpenedDevice DeviceOpen(int flags, unsigned mode) {
-  // Makes sure that there is a channel for the close, even if this open takes the last descriptor.
+  // Reserves a channel for the later close, in case this open takes the last free descriptor.
   const Result reached = Exchange(MessageOf(Kind::kLoaded));
   if (reached.value == -1) return {-1, 0, reached.error};
   const int descriptor = Connect();
@@ -128,8 +128,8 @@ Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) 
 }
 
 Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool nonBlocking) {
-  // A reply must not be lost to a buffer that cannot hold it, so the first byte is copied onto
-  // itself before the engine takes the reply.
+  // The engine removes a reply when it is read, so check first that the buffer is writable: copy
+  // its first byte onto itself.
   const struct iovec first { buffer, std::min(length, std::size_t{1}) };
   if (process_vm_readv(getpid(), &first, 1, &first, 1, 0) < 0 && errno == EFAULT)
     return {-1, EFAULT};
