@@ -47,9 +47,9 @@ ClientSession* SelectSession(const unsigned char* input) {
   return session;
 }
 
-// Contract: chosen by comparing pointers, even for a failure before a session was selected, whose
-// session counts as null. Such a failure belongs to FENU if the field holds an address, even that
-// of a destroyed session.
+// Contract: the source depends only on whether the field holds `selected`, which is null if the
+// failure came before a session was selected. Such a failure belongs to FENU if the field holds an
+// address, even that of a destroyed session.
 _KaloDllErrorSource SourceOf(const ClientSession* selected) {
   return kaloFieldA.Get() == selected ? KALO_ERROR_SOURCE_KALO : KALO_ERROR_SOURCE_FENU;
 }

@@ -18,8 +18,8 @@ namespace {
 
 constexpr uint32_t kVersion3 = 3;
 
-// Opens the session for FenuInit3, or raises its count. Changes nothing if the connection fails or
-// the generation is another one.
+// Opens the session for FenuInit3, or raises its count. Changes nothing if the connection fails, or
+// if the generation is neither 0 nor 3.
 void AcquireSession() {
   constexpr char kFunction[] = "FenuInit3";
   if (gKaloDllState.fenuInterfaceVersion == 0) {
@@ -72,7 +72,7 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
     // Contract: closes the session of the handle as passed, and keeps the address in the field.
     auto* session = static_cast<ClientSession*>(handle);
-    // The handle may be one of KALO.
+    // The driver may pass a KALO handle.
     status = CloseSession(session, session == fenuField.Get() ? kFenuSide : kBothSides);
     gKaloDllState.fenuInterfaceVersion = 0;
   }

@@ -17,8 +17,8 @@ void __freeres();
 #endif
 
 #ifdef KALODLL_CARRIES_LIBCXX
-// Replaces the function of libc++abi, which keeps a thread's exceptions under one of the process's
-// few thread-specific keys, or in emulated thread-local storage, and frees neither at unload. True
+// Replaces a function of libc++abi that keeps a thread's exceptions under a thread-specific key or
+// in emulated thread-local storage. Neither is freed at unload, and a process has few keys. True
 // thread-local storage is freed with the library.
 extern "C" {
 struct ThreadExceptions {

@@ -28,8 +28,8 @@ install(FILES "${PROJECT_BINARY_DIR}/lintian/libkalodll"
 # Makes dpkg run ldconfig.
 file(WRITE "${PROJECT_BINARY_DIR}/triggers" "activate-noawait ldconfig\n")
 set(CPACK_DEBIAN_LIBRARY_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/triggers")
-# dpkg-shlibdeps finds what the binaries need, liblog's package included; libkalodll itself belongs to
-# no package yet.
+# dpkg-shlibdeps finds the packages that the binaries need, including liblog's. libkalodll is not
+# part of an installed package yet, so dpkg-shlibdeps needs its folder.
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS "${PROJECT_BINARY_DIR}")
 

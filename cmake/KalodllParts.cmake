@@ -1,5 +1,5 @@
-# The library needs only a compiler. Every other part needs packages, which have Debian's names here.
-# If one is missing, the part is left out and a line says so.
+# The library needs only a compiler. Every other part needs packages; this file uses Debian's names.
+# CMake leaves out a part whose packages are missing and prints a line that names them.
 
 function(kalodll_left_out part missing)
   message(STATUS "Left out: ${part} (missing: ${missing})")
@@ -21,7 +21,7 @@ function(kalodll_part name part missing)
   endif()
 endfunction()
 
-# Packages that are headers only, so the host's also serve a build for Android. Sources find them
+# These packages are header-only, so a build for Android can use the host's. The compiler finds them
 # through links, because their folder may also hold the headers of the host's libc.
 set(_headers CLI/CLI.hpp fmt/core.h toml++/toml.h nlohmann/json.hpp)
 set(_packages libcli11-dev libfmt-dev libtomlplusplus-dev nlohmann-json3-dev)
@@ -39,7 +39,7 @@ foreach(header package IN ZIP_LISTS _headers _packages)
 endforeach()
 kalodll_part(TOOLS "the simulator and the command-line tools" "${_missing_for_tools}")
 
-# Built from source, with the standard library and the sanitizers of the tests.
+# GoogleTest is built from source, so that it uses the standard library and sanitizers of the tests.
 set(KALODLL_GOOGLETEST /usr/src/googletest CACHE PATH "Source folder of GoogleTest")
 if(NOT EXISTS "${KALODLL_GOOGLETEST}/CMakeLists.txt")
   list(APPEND _missing_for_tests googletest)

@@ -43,7 +43,8 @@ install(TARGETS kalodll_common zulisim_engine zulisim_inprocess EXPORT zulisimTa
   ARCHIVE DESTINATION "${_engine_dir}" OBJECTS DESTINATION "${_engine_dir}")
 install(EXPORT zulisimTargets NAMESPACE kalodll::
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/kalodll")
-# The headers that a test includes, with all that these include. None includes a package's header.
+# Installs the headers that a test includes, and the headers that those include. None of them includes
+# a package's header.
 function(kalodll_install_header header)
   get_property(installed GLOBAL PROPERTY KALODLL_INSTALLED_HEADERS)
   if(header IN_LIST installed)

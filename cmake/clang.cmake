@@ -1,4 +1,4 @@
-# The toolchain of the presets that need clang: the newest one that is installed, from version 14 on.
+# The toolchain of the presets that need clang: the newest installed version, 14 or later.
 
 set(_newest_first clang++)
 foreach(version RANGE 40 14 -1)

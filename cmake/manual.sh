@@ -16,7 +16,7 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   printf '#!/bin/sh\nexec "%s" "$@"\n' "$* " | sed 's/" "$@"/ "$@"/; s/exec "/exec /' >"$scratch/$page"
   chmod +x "$scratch/$page"
   local about
-  # Reads on after the first line, so that nothing ends in a broken pipe.
+  # sed reads all of the help, so the tool does not end with a broken pipe.
   about=$("$@" --help | sed -n 1p)
   local details=("$(dirname "$0")"/../*/manual/"$page.h2m")
   help2man --opt-include="${details[0]}" --no-info --section=1 --source="kalodll $version" --version-string="$version" \

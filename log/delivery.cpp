@@ -16,9 +16,9 @@ namespace logging {
 
 namespace {
 
-// Whether the thread that holds the log's lock is delivering, and how many threads deliver without
-// it because it failed. A child of a fork inherits both: a sink whose delivery the fork interrupted
-// must not be deleted in the child.
+// `delivering`: the thread that holds the log's lock is delivering. `deliveringUnlocked`: how many
+// threads deliver without the lock because locking failed. A child of a fork inherits both: a sink
+// whose delivery the fork interrupted must not be deleted in the child.
 std::atomic<bool> delivering{false};
 std::atomic<int> deliveringUnlocked{0};
 
@@ -29,8 +29,8 @@ std::string Prefix() {
   return text;
 }
 
-// A sink may write into its text, so each gets a copy, except the last. If memory is exhausted, a
-// sink gets the line itself.
+// A sink may write into its text, so every sink but the last gets a copy. If memory is exhausted, a
+// sink gets the original.
 const char* TextForSink(const char* line, bool last, std::string& copy) {
   if (last) return line;
   try {

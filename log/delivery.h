@@ -19,8 +19,8 @@ extern std::atomic<bool> sinkSeen;
 bool LookForSink();
 
 // Returns false if no sink is registered, after taking and releasing the log's lock once, as for a
-// delivered message. The first message after a driver has appended a sink itself takes the lock
-// twice, because the lock is not held while the message is built. Any thread.
+// delivered message. If a driver has appended a sink, the next message takes the lock twice,
+// because the lock is not held while the message is built. Any thread.
 inline bool SinkRegistered() { return sinkSeen.load(std::memory_order_relaxed) || LookForSink(); }
 
 // Delivers the message to every sink in order, under the log's lock, unless its level is above the

@@ -20,7 +20,7 @@
 // C++ runtime do not work here.
 class Logger : public std::basic_stringstream<char> {
  public:
-  // The state that all messages share. There is one, logBase, from load to unload.
+  // The state that all messages share. The only object is logBase, which lives from load to unload.
   class LogBase {
    public:
     LogBase();

@@ -17,7 +17,8 @@ void logBytesAsDwords(std::ostream& stream, const unsigned char* bytes, unsigned
   const unsigned int count = length / kBytesPerWord;
   stream << std::hex << std::endl;
   for (unsigned int i = 0; i < count; ++i) {
-    // Looks like words but prints single bytes as characters: log readers rely on this form.
+    // The output looks like words, but each is a single byte, printed as a character. Log readers
+    // rely on this form.
     stream << std::setw(8) << std::setfill('0') << static_cast<char>(bytes[i]) << ' ';
     if ((i + 1) % kItemsPerLine == 0) stream << std::endl;
   }

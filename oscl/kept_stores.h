@@ -2,8 +2,8 @@
 
 namespace oscl {
 
-// Keeps what has been stored in `*object`. Called at the end of a destructor whose stores are read
-// after the object's life, it stops the compiler from dropping them.
+// Stops the compiler from dropping stores to `*object`. Call it at the end of a destructor if the
+// stored values are read after the object is destroyed.
 inline void KeepStores(void* object) { __asm__ volatile("" : : "r"(object) : "memory"); }
 
 }  // namespace oscl

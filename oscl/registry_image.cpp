@@ -62,7 +62,7 @@ class Scanner {
 
   // "%255[^\n]\n": 1 to 255 characters up to the line end, then all white space, including blank
   // lines and the indentation of the next line. The line ends at its first NUL. Returns false at
-  // the end, and at an empty line, which only the first character can be.
+  // the end and at an empty line; only the first line of the file can be empty.
   bool ReadLine(std::string_view& line) {
     const std::size_t room = std::min<std::size_t>(end_ - next_, kRegistryLineLimit);
     const void* lineEnd = std::memchr(next_, '\n', room);
@@ -280,7 +280,7 @@ std::string RegistryImage::Rendered() const {
 
 void RegistryImage::Save() const {
   const std::string rendered = Rendered();
-  // A stream writes its full buffer with one call.
+  // The buffer holds the whole file, so the stream writes it with one call.
   const std::unique_ptr<char[]> buffer(new char[rendered.size()]);
   File file = Open("w+", OSCL_ERROR_REG_FILE_UNWRITABLE);
   std::setvbuf(file.get(), buffer.get(), _IOFBF, rendered.size());

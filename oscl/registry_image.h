@@ -87,8 +87,8 @@ class RegistryImage {
   void ParseItems();
 
   std::string block_;
-  // Contract: in list order, on which callers are built: the first key of the file, then the last,
-  // the one before it, and so on back to the second.
+  // Contract: in list order, which callers rely on: the first key of the file, then the last, the
+  // one before it, and so on back to the second.
   std::vector<RegistryKeyRecord> keys_;
   std::vector<RegistryValueRecord> values_;  // in file order
 };

@@ -10,7 +10,8 @@ Result Success(Result result) {
   return result;
 }
 
-// Contract: not null, because callers treat null as a failure, and not an object.
+// Contract: a value other than null, because callers treat null as a failure. It does not refer to
+// an object.
 HANDLE const kNoObject = reinterpret_cast<HANDLE>(1);
 
 }  // namespace

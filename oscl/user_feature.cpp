@@ -214,7 +214,7 @@ HRESULT OSCL_UserFeature_ReadValueInit(UserFeatureKey* key, const char* name, ui
     key->valueCount = 1;
   }
   key->values->type = kind;
-  // A number there is not a pointer.
+  // The field may hold a number instead of a pointer, and then nothing can be freed.
   if (OwnsData(kind)) ForgetData(*key->values);
   return OSCL_UserFeature_SetValueName(key->values, keptName);
 }

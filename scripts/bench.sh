@@ -23,7 +23,7 @@ library=build/bench/libkalodll.so
 results=$(mktemp -d /tmp/kalodll_results.XXXXXX)
 trap 'rm -rf "$results"' EXIT
 
-# Compared programs run interleaved, so that both see the same machine.
+# Compared benchmarks run alternately, so that both meet the same load of the machine.
 # run_times NAME[=GROUP] [COMMAND THAT RUNS THE PROGRAM...]
 run_times() {
   local name=${1%%=*} group=${1##*=}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Includes run one way: a folder may use its own files and those of the folders that stand after it
-# here, and no others. Tests, fuzz targets and benchmarks may use everything.
+# Checks that includes run in one direction: the list below names the other folders that each folder
+# may include from. Tests, fuzz targets and benchmarks may include everything.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -48,11 +48,11 @@ git grep -n '^ *# *include *"' -- '*.h' '*.c' '*.cpp' | awk -v allowed="$allowed
     top = folder; sub("/.*", "", top)
     if (top in anything) next
     if (!(folder in order)) {
-      complaint = "the folder " folder " has no place in the order of scripts/includes.sh"
+      complaint = "the folder " folder " is missing in the list of scripts/includes.sh; add it"
     } else {
       from = target; sub("/[^/]*$", "", from)
-      if (from == target) complaint = "is not written by its path from the root"
-      else if (index(order[folder], " " from " ") == 0) complaint = "runs the wrong way: " folder " may use" order[folder]
+      if (from == target) complaint = "must use the path from the root"
+      else if (index(order[folder], " " from " ") == 0) complaint = "is not allowed: " folder " may include only from" order[folder]
       else complaint = ""
     }
     if (complaint == "") next

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Counts the instructions of each operation and fails when one has grown by more than 3 %.
+# Counts the instructions of each operation and fails if a count has grown by more than 3 %.
 #
 #   scripts/instructions.sh             compares with bench/instructions.txt
 #   scripts/instructions.sh --update    writes the counts into it

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Holds the sources to their format, their order of includes and a few checks of clang-tidy.
+# Checks the format of the sources, the order of includes, and a few rules of clang-tidy.
 #
 #   scripts/lint.sh           runs all checks, about four minutes
 #   scripts/lint.sh --quick   skips clang-tidy, like the pre-commit hook
@@ -28,7 +28,7 @@ scripts/includes.sh
 scripts/setup.sh build
 scripts/android_sources.py
 cmake --preset release >/dev/null
-# The library and the tools; tests may be terser.
+# Only the library and the tools; tests may be terser.
 run-clang-tidy -quiet -j "$(nproc)" -p build/release \
   "^$PWD/(api|transport|log|oscl|common|simulator|tools)/" >build/release/tidy.log 2>/dev/null || {
   grep -E 'error:|warning:' build/release/tidy.log | sort -u >&2

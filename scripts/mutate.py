@@ -1,15 +1,15 @@
 #!/usr/bin/env python3
-"""Plants faults in the library's sources, one at a time, and says which of them no test notices.
+"""Plants faults in the library's sources, one at a time, and names those that no test notices.
 
   scripts/mutate.py [--seed N] [--count N] [--sanitizers] [FOLDER...]
 
-The faults are drawn evenly from the folders (api, transport, log and oscl by default; common,
-simulator and tools can be named, and are held by their own tests alone). Each is built in a copy of
-the tree under build/mutate, so that the work tree stays as it is, and run against the release tests;
-one that is not caught there is run again under the address and the thread sanitizer where
---sanitizers asks for it. A test that runs out of time counts as failed, a fault that does not compile
-is drawn anew. tests/equivalent_mutants.txt lists those that no test can tell from the
-original, with the reason; they are not drawn. Exits with 1 when a fault survives.
+Draws the same number of faults from each FOLDER: api, transport, log and oscl by default; common,
+simulator and tools run only their own tests. Builds each fault in a copy of the tree under
+build/mutate and runs the release tests. With --sanitizers, a fault that these do not notice is
+tested again under the address and the thread sanitizer. A test that times out counts as failed. A
+fault that does not compile is replaced by another one. tests/equivalent_mutants.txt lists faults
+that do not change the behaviour, with the reason; the script never draws them.
+Exits with 1 if a fault survives.
 """
 
 import argparse
@@ -30,7 +30,7 @@ FOLDERS = ["api", "transport", "log", "oscl"]
 BENCH = ["common", "simulator", "tools"]
 TESTS = ["api", "transport", "log", "oscl", "policy", "robustness", "simulator"]
 TESTS_OF_BENCH = ["simulator", "tools"]
-# Half a million paths, of which the others are a good part; and what is no test of the library.
+# A test of half a million paths, many of which other tests also run; and tests of other parts.
 LEFT_OUT = "negative_with_private_data|pages_|machine|_device$"
 LEFT_OUT_OF_BENCH = "pages_browser"
 
@@ -54,9 +54,9 @@ def number(match):
 
 
 def code_lines(path):
-    """(index, line) of what is code within functions and tables."""
+    """Yields (index, line) for each line of code in a source file."""
     comment = False
-    # A help text is none: its lines stay, empty.
+    # Help texts are not code: empty their lines, but keep the line numbers.
     content = re.sub(r'R"\(.*?\)"', lambda text: "\n" * text.group(0).count("\n"), path.read_text(),
                      flags=re.DOTALL)
     for index, line in enumerate(content.split("\n")):
@@ -70,7 +70,7 @@ def code_lines(path):
 
 
 def faults(path):
-    """Every fault of a file: (index of the first line, lines before, lines after)."""
+    """Yields the faults of a file: (index of the first line, lines before, lines after)."""
     lines = list(code_lines(path))
     for place, (index, line) in enumerate(lines):
         code = re.sub(r'"[^"]*"', lambda text: "~" * len(text.group(0)), line)
@@ -122,7 +122,7 @@ def build(name, folder=""):
 
 
 def caught(name, folder=""):
-    """By the tests of one build, those of the fault's own folder first."""
+    """Returns whether a test of this build fails. Runs the tests of the fault's folder first."""
     seconds = "120" if name == "release" else "600"
     left_out = LEFT_OUT_OF_BENCH if folder in BENCH else LEFT_OUT
     return any(run(["ctest", "--test-dir", str(WORK / name / "tests" / tests), "-E", left_out, "-j2",
@@ -144,7 +144,7 @@ def prepare(names, folders):
     kinds = {"release": [], "asan": ["-DKALODLL_SANITIZE=address,undefined"],
              "tsan": ["-DKALODLL_SANITIZE=thread"]}
     for name in names:
-        # Tests need no new link when only the library has changed.
+        # Tests are not linked again if only the library has changed.
         flags = ["-DCMAKE_BUILD_TYPE=" + ("Release" if name == "release" else "Debug"),
                  "-DCMAKE_LINK_DEPENDS_NO_SHARED=ON", *kinds[name]]
         if (run(["cmake", "-S", TREE, "-B", WORK / name, "-G", "Ninja", *flags], 600) or
@@ -154,8 +154,8 @@ def prepare(names, folders):
             sys.exit(f"mutate.py: the tests fail without a fault: ctest --test-dir {WORK / name}")
 
 
-def judge(path, fault, names):
-    """The build whose tests notice the fault, None when none does, "" when it does not compile."""
+def noticing_build(path, fault, names):
+    """Returns the build that notices the fault, None if none does, "" if it does not compile."""
     index, before, after = fault
     original = (ROOT / path).read_text()
     lines = original.split("\n")
@@ -180,7 +180,7 @@ def main():
     parser.add_argument("folders", nargs="*", metavar="FOLDER", default=FOLDERS)
     arguments = parser.parse_args()
     if wrong := [folder for folder in arguments.folders if folder not in FOLDERS + BENCH]:
-        parser.error(f"'{wrong[0]}' is not a folder of sources: {', '.join(FOLDERS + BENCH)} are")
+        parser.error(f"'{wrong[0]}' is not a source folder; expected one of: {', '.join(FOLDERS + BENCH)}")
     names = ["release"] + (["asan", "tsan"] if arguments.sanitizers else [])
     os.nice(5)
     prepare(names, arguments.folders)
@@ -196,7 +196,7 @@ def main():
         due = len(range(turn, arguments.count, len(arguments.folders)))
         while all_faults and score[folder][1] < due:
             path, fault = all_faults.pop()
-            verdict = judge(path, fault, names)
+            verdict = noticing_build(path, fault, names)
             if verdict == "":
                 continue
             score[folder][1] += 1

@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
-# Installs the Debian packages that a task needs and that are not installed yet. A package that this
-# system does not have is skipped by name; CMake then leaves out the part that needs it.
+# Installs the Debian packages that a task needs and that are not installed yet. If this system
+# lacks a package, the script skips it with a message, and CMake leaves out the part that needs it.
 #
-#   scripts/setup.sh [GROUP]...      (default: build; the groups are the names below, and all)
+#   scripts/setup.sh [GROUP]...      (default: build; groups: the names below, and all)
 #
 # The group browser is not part of all: it is large, and only the picture of a report needs it.
 # Without root, the script only names the packages that are missing.
 set -euo pipefail
 
-# Compilers without a version: any clang from 14 on, and any g++ from 12 on, will do.
+# The compilers have no version here, because clang 14 and g++ 12 or later all work.
 declare -A groups=(
   [build]="cmake ninja-build g++ pkg-config android-liblog-dev libcli11-dev libfmt-dev
     libtomlplusplus-dev nlohmann-json3-dev libfuse3-dev help2man"

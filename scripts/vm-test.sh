@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Boots Debian's kernel in an emulated machine, and runs the exchange suite there against a true
-# character device "/dev/zuli". Installs packages of Debian only; the kernel is only unpacked.
+# character device "/dev/zuli". Installs only Debian packages; the kernel is unpacked, not installed.
 #
 #   scripts/vm-test.sh [BUILD FOLDER]      (default: build/release, which is built first)
 #

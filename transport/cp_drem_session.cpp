@@ -60,8 +60,8 @@ bool Recover(CpDremSession& session, const RecoverableCall& name, int attempt) {
   return attempt != transport::kMaxRecoveries;
 }
 
-// Runs systemCall(descriptor), and repeats it without a delay each time the device was lost and is
-// back. Returns the result of the call, or -1 with the errno of the failed call or of the last
+// Runs systemCall(descriptor). If the device is lost, reconnects and runs it again, without a
+// delay. Returns the result of the call, or -1 with the errno of the failed call or of the last
 // reconnect. Throws whatever Reconnect throws.
 template <typename SystemCall>
 ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
@@ -78,7 +78,7 @@ ssize_t CallWithRecovery(CpDremSession& session, const RecoverableCall& name,
 
 constexpr char kIoMessage[] = "IoMessage";
 
-// Logs four messages, each with its own function and tag. Only the last ends its line.
+// Logs four messages, each with its own function and tag. Only the fourth ends in a line feed.
 void LogHeader(const char* title, const unsigned char* message) {
   const KaloMessageHeader header = transport::HeaderOf(message);
   KALO_LOG_AS(kTraceLevel, kIoMessage) << title << Hex(header.word0);
@@ -160,7 +160,7 @@ ZuliConnectRecord* NewConnectRecord() { return new ZuliConnectRecord(); }
 
 CpDremSession::CpDremSession(const _GUID* guid, CpDremSession*)
     : clientGuid(guid), deviceFd(-1), connectRecord(NewConnectRecord()) {
-  // Contract: if the connection fails, the record leaks, so it has no owner yet.
+  // Contract: if the connection fails, the record leaks, so no smart pointer owns it.
   Connect();
   KALO_LOG(kTraceLevel) << "Open ZULI.";
 }
@@ -228,12 +228,12 @@ void CpDremSession::IoMessage(unsigned char* input, unsigned int inputLength, un
   if (SendRequest(*this, input, inputLength) && ReceiveReply(*this, output, outputLength)) {
     ReceivePrivateData(*this, output, privateData, privateDataLength);
   }
-  // Contract: logs this also after the failures above that are not errors.
+  // Contract: logs this even if the exchange ended early without an error.
   KALO_LOG(kTraceLevel) << "Everything went well!";
 }
 
 void CpDremSession::SendIoctlToZuli(int request, void* argp) {
-  // Not sign-extended to the width of the argument of the system call.
+  // Converted first, because ioctl's wider parameter would sign-extend a negative int.
   const auto number = static_cast<unsigned int>(request);
   const ssize_t result = CallWithRecovery(
       *this, kIoctl, [=](int descriptor) -> ssize_t { return ioctl(descriptor, number, argp); });

@@ -42,7 +42,7 @@ inline constexpr ErrnoPolicy kErrnoPolicies[] = {
     {DeviceCall::kWrite, kAnyErrno, Remedy::kThrow, "Error writing message to ZULI.", {}},
     {DeviceCall::kRead, ENODEV, Remedy::kReconnect, "Error reading message from ZULI.", {}},
     {DeviceCall::kRead, kAnyErrno, Remedy::kThrow, "Error reading message from ZULI.", {}},
-    // Contract: without the full stop that the log line has.
+    // Contract: unlike the log line, these two texts have no full stop.
     {DeviceCall::kReadPrivateData, ENODEV, Remedy::kReconnect, "Error reading TEV private data", {}},
     {DeviceCall::kReadPrivateData, kAnyErrno, Remedy::kThrow, "Error reading TEV private data", {}},
     {DeviceCall::kIoctl, ENODEV, Remedy::kReconnect, "Error sending IOCTL to ZULI.", {}},

@@ -26,7 +26,7 @@ KALO_ENUM(KALO_DLL_STATUS){
     KALO_DLL_STATUS_OUTPUT_BUFFER_TOO_SMALL = 4,
     /* gKaloDllState.kaloInterfaceVersion holds neither 0 nor 3. */
     KALO_DLL_STATUS_PROVISIONING_FAILED = 5,
-    /* A handle-less call before initialisation or after cleanup. */
+    /* A call without a handle, before initialisation or after cleanup. */
     KALO_DLL_STATUS_NOT_INITIALIZED = 6};
 
 /* The family of entry points that recorded an error. */

@@ -6,8 +6,8 @@ class ClientSession;
 
 namespace transport {
 
-// The address of the session that one side of the library, KALO or FENU, destroyed last. A handle
-// that is given back twice then destroys nothing. A new ClientSession at the address clears it.
+// The address of the session that the KALO or the FENU side destroyed last. A second cleanup with
+// this address destroys nothing. A new ClientSession at the address clears it.
 using LastDestroyed = std::atomic<const ClientSession*>;
 inline LastDestroyed lastDestroyedKalo{nullptr};
 inline LastDestroyed lastDestroyedFenu{nullptr};
