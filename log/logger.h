@@ -71,7 +71,7 @@ namespace logging {
 
 // A libc++ numbers the facets of a locale when they are first requested, and a Logger's locale has
 // them in the order of the first locale created. A driver with its own libc++ must therefore create
-// its first locale before it inserts anything. This object does so when the driver is loaded. It is
+// a locale before it inserts anything. `firstLocale` creates it when the driver is loaded. It is
 // hidden, so each library with its own libc++ has one.
 __attribute__((visibility("hidden"))) inline const std::locale& firstLocale =
     std::locale::classic();

@@ -31,7 +31,7 @@ class CriticalSectionGuard {
  public:
   explicit CriticalSectionGuard(CRITICAL_SECTION& section)
       : section_(section), entered_(Enter(section)) {}
-  // Contract: leaves the section even if entering it failed. Each failure prints its line.
+  // Contract: leaves the section even if entering it failed. Each failure is printed on its own.
   ~CriticalSectionGuard() { Leave(section_); }
 
   bool Entered() const { return entered_; }

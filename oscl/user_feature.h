@@ -53,7 +53,7 @@ typedef struct UserFeatureValue {
 /* Describes a key and its values. Zero it before its first use. */
 typedef struct UserFeatureKey {
   uint32_t rootType;        /* 1 HKEY_CURRENT_USER, 2 HKEY_LOCAL_MACHINE, else no root */
-  const char* path;         /* sub-key path; the caller's */
+  const char* path;         /* sub-key path; the caller owns it */
   UserFeatureValue* values; /* owned array, or null */
   uint32_t valueCount;
 } UserFeatureKey;

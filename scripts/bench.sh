@@ -23,7 +23,7 @@ library=build/bench/libkalodll.so
 results=$(mktemp -d /tmp/kalodll_results.XXXXXX)
 trap 'rm -rf "$results"' EXIT
 
-# Compared benchmarks run alternately, so that both meet the same load of the machine.
+# Compared benchmarks run alternately, so that changes of the machine's load affect both.
 # run_times NAME[=GROUP] [COMMAND THAT RUNS THE PROGRAM...]
 run_times() {
   local name=${1%%=*} group=${1##*=}
@@ -40,7 +40,7 @@ run_times sinks
 if [ -e /dev/zuli ]; then
   run_times device
 else
-  # With the software engine through the kernel, if the kernel allows a private file tree.
+  # Measures a command through the kernel, if the kernel allows a private file tree.
   run_times device build/bench/bin/zulisim run --quiet --device fuse -- || {
     rm -f "$results/device.json"
     echo "Skipped: a command through the kernel: this machine cannot serve /dev/zuli" >&2

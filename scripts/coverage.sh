@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Sets up, builds with coverage in build/coverage, runs every test, and prints the share of covered
-# lines and branches of the library's folders, and the lines that are not covered. Branches that only
-# an exception of the standard library takes do not count.
+# lines and branches of the library's folders, and the lines that are not covered. Ignores branches
+# that only an exception of the standard library takes.
 #
 #   scripts/coverage.sh [CTEST ARGUMENTS...]
 set -euo pipefail
@@ -14,7 +14,7 @@ cmake -S . -B "$folder" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DCMAKE_CXX_FLAGS=--co
   -DCMAKE_MODULE_LINKER_FLAGS=--coverage >/dev/null
 cmake --build "$folder"
 find "$folder" -name '*.gcda' -delete
-# Coverage calls functions that are not in the list of imports.
+# Leaves out the tests of the library file: coverage adds functions that no list contains.
 status=0
 ctest --test-dir "$folder" --parallel "$(nproc)" --output-on-failure \
   -E 'imported_functions|elf_hygiene|exported_surface' "$@" || status=$?

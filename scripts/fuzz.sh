@@ -43,7 +43,7 @@ if [ "$seconds" = --coverage ]; then
     -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
   cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||
     { cat build/fuzz-coverage/build.log >&2; exit 1; }
-  # clang's own folder has the tools of the same version.
+  # The folder of clang itself has the LLVM tools of the same version.
   llvm=$(sed -n 's/^KALODLL_CLANG_CXX:.*=//p' build/fuzz-coverage/CMakeCache.txt)
   llvm=$(dirname "$(readlink -f "$llvm")")
   printf '%-10s %6s %7s %9s\n' target seeds lines reached

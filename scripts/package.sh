@@ -36,7 +36,7 @@ for package in "${packages[@]}"; do
 done
 [ ${#packages[@]} -eq 2 ] || { echo "package.sh: expected two packages, found: ${packages[*]}" >&2; exit 1; }
 
-# Warnings are for a maintainer who uploads the packages somewhere.
+# Only errors fail the build. Warnings matter only to a maintainer who publishes the packages.
 lintian --fail-on error "${packages[@]}" >"$tree/lintian" || {
   grep '^E:' "$tree/lintian" >&2
   echo "package.sh: lintian reports errors in the packages" >&2

@@ -53,7 +53,7 @@ for file in "${files[@]}"; do
 done | sort -u | while read -r library; do cp -L --parents "$library" "$root/tree"; done
 cp /bin/busybox "$root/tree/bin/"
 cp "$cache"/*.ko tests/simulator/exchange_suite.* "$root/tree/suite/"
-# The results of the suite through the preload library.
+# Runs the suite here with the preload library. The machine compares its own results with these.
 mapfile -t options <tests/simulator/exchange_suite.options
 "$build/bin/zulisim" run -q --connection-numbers --transcript "$root/tree/suite/transcript.preload" \
   "${options[@]}" -- tests/simulator/exchange_suite.sh "${programs[2]}" "${programs[1]}" \
