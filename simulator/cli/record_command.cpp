@@ -103,7 +103,8 @@ void DefineRecord(common::Command* program) {
     options->engine = options->engine || !options->scenario.instructions.empty();
     if (options->engine && command->Has("--from")) {
       throw common::UsageError(
-          "--from: the options for the software engine exclude it; remove --from or those options");
+          "--from: cannot be combined with options for the software engine; remove --from or those "
+          "options");
     }
     return Record(*options);
   });

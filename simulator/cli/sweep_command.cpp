@@ -173,7 +173,8 @@ class Sweep {
       row += "CHULr.-"[static_cast<int>(result.verdict)];
     }
     return text + row +
-           "\n\nEach cell: the fault once, then from that operation on.\n"
+           "\n\nEach cell shows two runs: with the fault once, and with the fault from that "
+           "operation on.\n"
            "C crashed, H hung, U unnoticed, L leaked, r reported, . recovered, - not reached\n\n";
   }
 

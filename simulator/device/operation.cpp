@@ -97,7 +97,7 @@ int ParseErrno(const std::string& name) {
   candidates.erase(std::remove(candidates.begin(), candidates.end(), "-"), candidates.end());
   const std::string hint = common::NearestHint(name, candidates);
   throw common::InputError(common::Quoted(name) + " is not a valid errno name" +
-                           (hint.empty() ? "; expected one such as EIO or ENODEV" : hint));
+                           (hint.empty() ? "; expected a name such as EIO or ENODEV" : hint));
 }
 
 Bytes ParseBytes(const std::string& what, const std::string& text) {

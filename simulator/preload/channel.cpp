@@ -23,8 +23,7 @@ struct sockaddr_un server {};
 struct KeptChannel {
   std::atomic<bool> taken{false};
   int socket = -1;
-  std::uint64_t inode =
-      0;  // the inode of the socket, which shows whether the program has closed it
+  std::uint64_t inode = 0;  // shows whether the program has closed the socket
 };
 KeptChannel keptChannels[8];
 

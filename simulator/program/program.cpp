@@ -79,8 +79,7 @@ void CheckElf(const std::string& path, std::ifstream* file, const Elf64_Ehdr& he
   const std::string linker = DynamicLinker(file, header);
   if (linker.empty()) {
     Refuse(kCannotRun, path,
-           std::string("it is statically linked, so that it cannot have a preload library") +
-               kUseFuse);
+           std::string("it is statically linked and cannot load a preload library") + kUseFuse);
   }
   const std::string own = OwnDynamicLinker();
   if (FileName(linker) != FileName(own)) {
@@ -105,7 +104,7 @@ std::string FindProgram(const std::string& name) {
     if (IsRunnable(candidate)) return candidate;
   }
   Refuse(kNotFound, name,
-         common::Format("it is in no folder of PATH; write {} for a file in the current folder",
+         common::Format("it was not found in PATH; write {} for a file in the current folder",
                         common::Quoted("./" + name)));
 }
 

@@ -218,7 +218,7 @@ OperationRecord ParseOperationLine(const LineReader& line, bool redacted) {
   }
   ParseResult(line, &record);
   if (record.operation == Operation::kOpen && (record.connection == 0) != (record.result < 0)) {
-    line.Fail("an open that succeeds needs a \"connection\", one that fails must have none");
+    line.Fail("an open that succeeds needs a \"connection\", one that fails must not have one");
   }
   record.input = ParseMessage(line, "input", record.InputSize(), redacted);
   record.output = ParseMessage(line, "output", record.OutputSize(), redacted);
