@@ -22,8 +22,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Returns the open descriptor that the path names, or -1. Opening the path again would start to
-// write at the beginning of the file.
+// If the path names an open descriptor, such as "/dev/fd/3", returns it, otherwise -1. Opening that
+// path again would start to write at the beginning of the file.
 int DescriptorNamed(const std::string& path) {
   if (path == "-" || path == "/dev/stdout") return STDOUT_FILENO;
   if (path == "/dev/stderr") return STDERR_FILENO;
@@ -35,7 +35,7 @@ int DescriptorNamed(const std::string& path) {
   return -1;
 }
 
-// Only for regular files: several outputs may share a terminal or /dev/null.
+// Checks only regular files: several outputs may share a terminal or /dev/null.
 bool SameFile(const fs::path& one, const fs::path& other) {
   std::error_code error;
   if (fs::exists(one, error)) {
@@ -94,7 +94,7 @@ OutputFile::OutputFile(const std::string& what, const std::string& path, Existin
   if (named >= 0) written_ = true;
 }
 
-// Only a regular file that the constructor opened has content to remove.
+// Truncate only a regular file that the constructor opened.
 void OutputFile::Empty() {
   if (std::exchange(written_, true) || !IsRegular(fileno(file_))) return;
   KeepError(ftruncate(fileno(file_), 0) == 0);

@@ -7,10 +7,10 @@
 
 namespace zulisim {
 
-// Takes a text piece by piece.
+// Receives a text piece by piece.
 using TextSink = std::function<void(const std::string& text)>;
 
-// A file of the command line.
+// A file that the command line names.
 struct NamedFile {
   std::string name;  // the option, "--report", or "the program"
   std::string path;  // empty for an option that was not given
@@ -27,17 +27,17 @@ class OutputFile {
  public:
   enum class Existing { kReplace, kRefuse };
 
-  // Throws std::runtime_error when the file cannot be written; `what` names its kind in the text:
-  // "report". Does not wait for the reader of a FIFO. Until the first Write, an existing file keeps
-  // its content; a new file without a Write is removed. "-", "/dev/stdout", "/dev/fd/3" and the
-  // like are open descriptors, which keep their content.
+  // Throws std::runtime_error if the file cannot be written. The text names its kind `what`, such
+  // as "report". Does not wait for a process that reads a FIFO. An existing file keeps its content
+  // until the first Write. A new file without a Write is removed. Paths such as "-", "/dev/stdout"
+  // and "/dev/fd/3" name open descriptors: these are not truncated.
   OutputFile(const std::string& what, const std::string& path,
              Existing existing = Existing::kReplace);
   ~OutputFile() { Close(); }
   OutputFile(const OutputFile&) = delete;
   OutputFile& operator=(const OutputFile&) = delete;
 
-  // Not after Close.
+  // Do not call it after Close.
   void Write(const std::string& text);
   // Returns true after the first Write.
   bool Written() const { return written_; }

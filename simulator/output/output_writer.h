@@ -10,15 +10,17 @@ namespace zulisim {
 
 class RunSummary;
 
-// Writes one of a run's outputs. Calls come one at a time.
+// Writes one of a run's outputs. Only one thread at a time may call it.
 class OutputWriter : public OperationObserver {
  public:
-  // The library wrote the line before the next operation ended, as in
-  // "KaloInit3:80  Executing call to KaloInit3()  x2". `isFailure` marks a failed API call.
+  // Called for a line of the library's log, such as "KaloInit3:80  Executing call to KaloInit3()
+  // x2", which the library wrote before the next operation ended. `isFailure` marks a failed API
+  // call.
   virtual void OnLogLine(const std::string& line, bool isFailure) = 0;
-  // Something else happened at `time`, in the time of Now(): "tell lose".
+  // Called for another event at `time`, in the time of Now(), such as "tell lose".
   virtual void OnNote(const std::string& text, std::chrono::nanoseconds time) = 0;
-  // The run has ended; nothing follows. `status` is the program's exit status, if there is one.
+  // Called at the end of the run, after all other calls. `status` is the program's exit status, if
+  // there is one.
   virtual void Finish(const RunSummary& /*summary*/, std::optional<int> /*status*/) {}
 };
 

@@ -12,7 +12,7 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// From this size on, the page shows failures only.
+// Above this size, the page shows only failures.
 constexpr std::size_t kHugePage = 256 << 20;
 
 constexpr char kPage[] =
@@ -25,7 +25,8 @@ constexpr char kScript[] =
 #include "simulator/output/report_js.inc"
     ;
 
-// As the content of a script element, which no '<' may end. Names and logs need not be UTF-8.
+// The text is the content of a script element, so it must not contain '<'. Names and logs may not
+// be valid UTF-8.
 std::string Text(const Json& json) {
   std::string text;
   for (const char c : json.dump(-1, ' ', false, Json::error_handler_t::replace)) {
@@ -38,7 +39,7 @@ class ReportWriter : public OutputWriter {
  public:
   ReportWriter(TextSink sink, const Json& head, const TranscriptStyle& style)
       : sink_(std::move(sink)), head_(head), style_(style) {
-    style_.bytes = 1024;  // of each message
+    style_.bytes = 1024;  // shown bytes of each message
     for (const auto& [mark, text] : {std::pair("{{style}}", kStyle), {"{{script}}", kScript}}) {
       page_.replace(page_.find(mark), std::strlen(mark), text);
     }

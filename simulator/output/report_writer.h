@@ -10,11 +10,11 @@
 
 namespace zulisim {
 
-// Returns a writer of one HTML page: report.html with its style and script, and the run's
-// transcript as a JSON object on each line. The page grows with the run, can be read when it is
-// cut, and refers to nothing outside of itself. After 256 MiB it takes failures only.
+// Returns a writer of one HTML page. The page contains report.html with its style and script, and
+// the run's transcript as one JSON object per line. It refers to no other file, and a page that was
+// cut off can still be read. Above 256 MiB, it receives only failures.
 //
-// `head` is an object of texts about the run; the page leaves out the empty ones.
+// `head` is a JSON object of texts about the run. The page omits empty ones.
 std::unique_ptr<OutputWriter> MakeReportWriter(TextSink sink, const nlohmann::ordered_json& head,
                                                const TranscriptStyle& style);
 

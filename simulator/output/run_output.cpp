@@ -30,13 +30,13 @@ std::string LogText(const common::LogRecord& record, std::size_t copies) {
   return copies > 1 ? text + "  x" + std::to_string(copies) : text;
 }
 
-// Returns true for the one line that the library writes when an API call fails.
+// Returns true for the line that the library writes when an API call fails.
 bool IsFailure(const common::LogRecord& record) {
   return record.text.find("Exception") != std::string::npos ||
          record.text.find("API failed") != std::string::npos;
 }
 
-// Returns how far the system clock is ahead of Now().
+// Returns the system clock's time minus Now().
 std::chrono::nanoseconds SystemClock() {
   return std::chrono::system_clock::now().time_since_epoch() - Now();
 }
@@ -115,7 +115,7 @@ bool RunOutput::Finish(std::optional<int> status) {
   }
   bool complete = true;
   for (const auto& file : files_) {
-    file->Write("");  // a transcript without operations
+    file->Write("");  // create the transcript even if it has no operations
     complete = file->Close() && complete;
   }
   return complete;
@@ -136,7 +136,8 @@ void RunOutput::OnDeviceEvent(const DeviceEvent& event) {
   for (const auto& writer : writers_) writer->OnNote(event.text, event.time);
 }
 
-// The calling thread of the program waits for the operation, so that its log lines are complete.
+// Called while the program's thread waits for the operation, so the log already contains the lines
+// that the thread wrote before it.
 void RunOutput::PassOnLog() {
   if (log_ == nullptr) return;
   common::LogSplitter splitter(

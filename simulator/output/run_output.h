@@ -18,21 +18,21 @@
 
 namespace zulisim {
 
-// Which outputs a run has. An empty name stands for no file.
+// The outputs of a run. An empty name means no file.
 struct OutputOptions {
   std::string transcriptFile;
   std::string traceFile;               // Chrome trace events
   std::string reportFile;              // one HTML page
   std::string summaryFile;             // JSON
-  bool summary = false;                // on standard error, at the end
-  bool quiet = false;                  // no transcript on standard error
+  bool summary = false;                // print a summary on standard error at the end
+  bool quiet = false;                  // print no transcript on standard error
   bool connectionNumbers = false;      // TranscriptStyle::connectionNumbers
-  std::string time;                    // in the transcript: "start", "clock" or none
+  std::string time;                    // time in the transcript: "start", "clock" or none
   std::optional<std::uint32_t> bytes;  // TranscriptStyle::bytes
   TranscriptFilter only;
-  bool log = false;        // the library's log lines, in their places
-  bool logDetail = false;  // its detailed ones too
-  bool redact = false;     // no message bodies and no private data
+  bool log = false;        // show the library's log lines between the operations
+  bool logDetail = false;  // show its detailed log lines too
+  bool redact = false;     // leave out message bodies and private data
 
   std::vector<NamedFile> Files() const {
     return {{"--transcript", transcriptFile},
@@ -42,20 +42,21 @@ struct OutputOptions {
   }
 };
 
-// What the report says of the run.
+// The description of the run in the report.
 struct RunDescription {
   std::vector<std::string> program;
   std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
-  std::string logFile;                    // of the library; empty when there is none to follow
-  // The system clock's time at zero of the operations' times; without it, as for Now().
+  std::string logFile;                    // the library's log file; empty if there is none to read
+  // The system clock's time when the operations' time was zero. If it is missing, operations have
+  // times of Now().
   std::optional<std::chrono::nanoseconds> clock = std::nullopt;
 };
 
-// Writes the outputs of a run. The device must outlive it; it is null for a recording, whose
-// operations the caller passes on. Any thread.
+// Writes the outputs of a run. `device` must outlive it. It is null for a recording; then the
+// caller passes the operations on. Thread-safe.
 class RunOutput : public OperationObserver {
  public:
-  // Throws std::runtime_error for a file that cannot be written.
+  // Throws std::runtime_error if a file cannot be written.
   RunOutput(const OutputOptions& options, const RunDescription& run, Device* device);
   ~RunOutput() override;
   RunOutput(const RunOutput&) = delete;
@@ -63,13 +64,13 @@ class RunOutput : public OperationObserver {
 
   void OnOperation(const OperationRecord& record) override;
   void OnDeviceEvent(const DeviceEvent& event) override;
-  // Completes all outputs, with the program's exit status if there is one. Returns false, after a
-  // line on standard error, when an output is incomplete. Nothing may follow.
+  // Completes all outputs. `status` is the program's exit status, if there is one. Returns false,
+  // after a message on standard error, if an output is incomplete. Call it last.
   bool Finish(std::optional<int> status);
 
  private:
   TextSink FileSink(const char* what, const std::string& path);
-  void PassOnLog();  // with the lock held
+  void PassOnLog();  // requires the lock
 
   Device* device_;
   const bool printsSummary_;
@@ -77,7 +78,7 @@ class RunOutput : public OperationObserver {
   std::mutex mutex_;  // guards all members below: operations may still come during Finish
   bool finished_ = false;
   RunSummary summary_;
-  TextSink summarySink_;  // null without a file
+  TextSink summarySink_;  // null if the summary has no file
   std::vector<std::shared_ptr<OutputFile>> files_;
   std::vector<std::unique_ptr<OutputWriter>> writers_;
   std::unique_ptr<common::FileFollower> log_;

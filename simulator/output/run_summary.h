@@ -11,16 +11,17 @@
 
 namespace zulisim {
 
-// Counts a run's operations by kind, its failures by errno, and its commands with their latency,
-// which is the time from the start of a request's write to the end of the read of its reply.
+// Counts a run's operations by kind and its failures by errno, and measures the latency of its
+// commands. The latency is the time from the start of a request's write to the end of the read of
+// its reply.
 class RunSummary {
  public:
   RunSummary();
   void Add(const OperationRecord& record);
 
-  // A few lines, without the last line end.
+  // Returns a few lines of text. The last one has no line end.
   std::string Text() const;
-  // An object with the members "seconds", "operations", "failures" and "commands".
+  // Returns a JSON object with the members "seconds", "operations", "failures" and "commands".
   nlohmann::ordered_json Json() const;
 
  private:
@@ -39,9 +40,9 @@ class RunSummary {
   double Seconds() const { return std::chrono::duration<double>(end_ - start_).count(); }
 
   std::map<std::string, std::int64_t> operations_;  // by name
-  std::map<std::string, std::int64_t> failures_;    // by errno's name
+  std::map<std::string, std::int64_t> failures_;    // by name of the errno
   std::map<std::string, Command> commands_;         // by client and number: "KALO 0x10"
-  std::map<std::uint64_t, Request> requests_;       // the last one of each connection
+  std::map<std::uint64_t, Request> requests_;       // the last request of each connection
   std::chrono::nanoseconds start_{}, end_{};
 };
 

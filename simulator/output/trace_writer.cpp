@@ -15,7 +15,7 @@ namespace {
 using Json = nlohmann::ordered_json;
 
 constexpr std::size_t kShownBytes = 64;
-// No connection has that number; 0 is that of opens that failed.
+// No connection has this number; failed opens have 0.
 constexpr std::uint64_t kLogTrack = 1000000000;
 
 std::string TrackName(const OperationRecord& record) {
@@ -59,7 +59,7 @@ class TraceWriter : public OutputWriter {
     if (command == commands_.end()) return;
     if (record.error != 0) command->second["failure"] = ErrnoName(record.error);
     if (record.status) command->second["status"] = common::Hex(*record.status);
-    // Private data follows a negative status only.
+    // Private data follows only after a negative status.
     const bool goesOn = record.operation == Operation::kWrite || record.IsFailure();
     if (record.error != 0 || !goesOn) EndCommand(track, record.end);
   }
@@ -81,7 +81,7 @@ class TraceWriter : public OutputWriter {
     return std::chrono::duration<double, std::micro>(time).count();
   }
 
-  // Names of programs and clients need not be UTF-8.
+  // Names of programs and clients may not be valid UTF-8.
   void Emit(const char* phase, std::uint64_t track, const std::string& name,
             std::chrono::nanoseconds time, const Json& members = Json::object()) {
     Json event = {{"ph", phase}, {"pid", 1}, {"tid", track}, {"name", name}};
@@ -96,7 +96,7 @@ class TraceWriter : public OutputWriter {
   void Mark(std::uint64_t track, const std::string& name, std::chrono::nanoseconds time) {
     Emit("i", track, name, time, {{"s", "t"}});
   }
-  // The lines of the log since the last operation, at that time.
+  // Adds the log lines since the last operation, at the time of that operation.
   void EmitLog(std::chrono::nanoseconds time) {
     for (const std::string& line : log_) Mark(kLogTrack, line, time);
     log_.clear();
@@ -111,8 +111,9 @@ class TraceWriter : public OutputWriter {
   const TextSink sink_;
   bool first_ = true;
   std::chrono::nanoseconds last_{};
-  std::map<std::uint64_t, Json> commands_;  // arguments of those that have not ended, by track
-  std::vector<std::string> log_;            // since the last operation
+  std::map<std::uint64_t, Json>
+      commands_;                  // arguments of the commands that have not ended, by track
+  std::vector<std::string> log_;  // log lines since the last operation
 };
 
 }  // namespace

@@ -8,10 +8,10 @@
 
 namespace zulisim {
 
-// Returns a writer of Chrome trace events, for the Perfetto viewer: a track for each connection
-// with a slice for each command and one for each operation, and instants for failures, faults,
-// lines of the log and notes. It writes an event as soon as it is known; the viewer also takes an
-// array that lacks its end. `name` is that of the program.
+// Returns a writer of Chrome trace events, for the Perfetto viewer. Each connection has a track,
+// with a slice for each command and each operation. Failures, faults, log lines and notes are
+// instants. The writer writes each event at once; the viewer also accepts an array without its end.
+// `name` is the name of the program.
 std::unique_ptr<OutputWriter> MakeTraceWriter(TextSink sink, const std::string& name);
 
 }  // namespace zulisim

@@ -37,14 +37,16 @@ std::string ResultText(const OperationRecord& record) {
   return record.IsTransfer() ? "" : "ok";
 }
 
-// "1234/1240", or "1234" for the first thread of a process; "-" where it is unknown.
+// Returns for example "1234/1240" for thread 1240 of process 1234, "1234" for the first thread, and
+// "-" if the process is unknown.
 std::string ThreadName(const OperationRecord& record) {
   if (record.process == 0) return "-";
   return record.thread == record.process ? std::to_string(record.process)
                                          : common::Format("{}/{}", record.process, record.thread);
 }
 
-// "0.000123", or "11-21 23:57:52.123456" as logcat has it; empty for neither.
+// Returns "0.000123" (seconds since the start), or "11-21 23:57:52.123456" (date and time as in
+// logcat), or an empty text if the style shows no time.
 std::string TimeText(std::chrono::nanoseconds time, const TranscriptStyle& style) {
   using Seconds = std::chrono::duration<double>;
   if (style.start) return common::Format("{:.6f}", Seconds(time - *style.start).count());
@@ -56,7 +58,7 @@ std::string TimeText(std::chrono::nanoseconds time, const TranscriptStyle& style
   return common::Format("{}.{:06}", text, microseconds % 1000000);
 }
 
-// The first bytes of the message, each line of them after a line feed.
+// Returns the first bytes of the message as lines, each after a line feed.
 std::string BytesText(const OperationRecord& record, std::size_t most) {
   Bytes message = record.Message();
   const std::size_t all = message.size();

@@ -15,26 +15,27 @@
 
 namespace zulisim {
 
-// Which lines a transcript has. Each condition that is set must hold.
+// Selects the lines of a transcript. Each condition that is set must hold.
 struct TranscriptFilter {
   bool failures = false;                 // failed operations, negative statuses
-  std::optional<std::string> client;     // by its name, in either case of letters
-  std::optional<std::uint32_t> command;  // reads and writes of its exchanges
+  std::optional<std::string> client;     // name of the client; case does not matter
+  std::optional<std::uint32_t> command;  // only reads and writes of this command
 };
 
 struct TranscriptStyle {
   common::Colours colours;
-  // Show the engine's number of a connection, "#1", instead of the program's descriptor, "fd 5",
-  // and no processes and threads: the transcript is then the same in every run and attachment.
+  // Show the engine's number of a connection, such as "#1", instead of the program's descriptor,
+  // such as "fd 5", and do not show processes and threads. The transcript is then the same in every
+  // run and attachment.
   bool connectionNumbers = false;
-  // Show the seconds since this moment of the clock of Now().
+  // Show the seconds since this time of the clock of Now().
   std::optional<std::chrono::nanoseconds> start = std::nullopt;
-  // Show the local date and time; the value is what the system clock is ahead of Now().
+  // Show the local date and time. The value is the system clock's time minus Now().
   std::optional<std::chrono::nanoseconds> clock = std::nullopt;
   // Show up to this many bytes of each message below its line.
   std::size_t bytes = 0;
   TranscriptFilter only = {};
-  // Show the process and, after a slash, a thread that is not its first.
+  // Show the process and, after a slash, the thread unless it is the first.
   bool threads = false;
 };
 
@@ -43,7 +44,7 @@ struct TranscriptStyle {
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
-// Returns the text of an event that is no operation: "0.001234 tell lose".
+// Returns the text of another event, such as "0.001234 tell lose".
 std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
                      const TranscriptStyle& style);
 
@@ -64,7 +65,7 @@ class Transcript : public OutputWriter {
   const TextSink sink_;
   TranscriptStyle style_;
   int firstThread_ = 0;
-  std::map<std::uint64_t, std::uint32_t> commands_;  // the last of each connection
+  std::map<std::uint64_t, std::uint32_t> commands_;  // the last command of each connection
 };
 
 }  // namespace zulisim

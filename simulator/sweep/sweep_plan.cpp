@@ -40,13 +40,13 @@ bool Contains(const std::vector<std::string>& words, const std::string& word) {
   return std::find(words.begin(), words.end(), word) != words.end();
 }
 
-// `word` is a position or a kind.
+// Selects the operations that `word` names: a position or a kind.
 bool Selects(const std::string& word, std::size_t position, Operation operation) {
   return word.find_first_of("0123456789") == 0 ? ParseOccurrences(word).Include(position)
                                                : ParseOperation(word) == operation;
 }
 
-// Returns the text that binds a fault to client and command, such as "@KALO:0x10".
+// Returns the scope that limits a fault to a client and command, such as "@KALO:0x10".
 std::string ScopeText(const OperationRecord& record) {
   if (!record.IsTransfer() || record.client.empty()) return "";
   return "@" + record.client + (record.commandId ? ":" + common::Hex(*record.commandId) : "");

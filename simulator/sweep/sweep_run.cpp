@@ -41,11 +41,12 @@ auto LeftOpen(const SweepOutcome& outcome) {
                        [](const OperationRecord& each) { return each.abandoned; });
 }
 
-// Fills in what the run left in its folder.
+// Fills in the results that the run left in its folder.
 void ReadFiles(const std::string& folder, SweepOutcome* outcome) {
   std::ifstream lines(folder + "/output");
   for (std::string line; std::getline(lines, line);) {
-    if (line.find(folder) != std::string::npos) continue;  // differs from run to run
+    if (line.find(folder) != std::string::npos)
+      continue;  // the folder's name differs from run to run
     (line.rfind("zulisim: ", 0) == 0 ? outcome->messages : outcome->output) += line + "\n";
   }
   if (outcome->timedOut) return;  // the recording may be huge
@@ -57,7 +58,7 @@ void ReadFiles(const std::string& folder, SweepOutcome* outcome) {
 }  // namespace
 
 SweepRunner::SweepRunner(const std::string& folder) : folder_(folder) {
-  // Processes whose parents end become children of this one, so that End finds them.
+  // A process whose parent ends becomes a child of this one, so that End finds it.
   prctl(PR_SET_CHILD_SUBREAPER, 1);
   sigemptyset(&signals_);
   for (const int number : {SIGCHLD, SIGINT, SIGTERM, SIGHUP, SIGPIPE}) sigaddset(&signals_, number);
@@ -94,7 +95,8 @@ void SweepRunner::Start(std::size_t id, const std::vector<std::string>& words,
 }
 
 std::optional<SweepOutcome> SweepRunner::Wait() {
-  // The interval is for the time limits, and for runs that end at the same moment.
+  // Wake up at intervals to check the time limits, and because the signals of runs that end at the
+  // same moment merge into one.
   const struct timespec interval { 0, 5'000'000 };
   while (signal_ == 0) {
     const int number = sigtimedwait(&signals_, nullptr, &interval);
@@ -118,9 +120,9 @@ std::optional<SweepOutcome> SweepRunner::Wait() {
   return std::nullopt;
 }
 
-// Ends the run, and then all children that are not runs: processes that an ended run left behind.
+// Ends the run, and then all children that are not runs: an ended run left them behind.
 SweepRunner::Run SweepRunner::End(pid_t process) {
-  kill(process, SIGKILL);  // it may not have its session yet
+  kill(process, SIGKILL);  // it may not have its own session yet
   kill(-process, SIGKILL);
   waitpid(process, nullptr, 0);
   Run run = running_.extract(process).mapped();
@@ -141,7 +143,7 @@ Verdict Compare(const SweepOutcome& reference, const SweepOutcome& outcome,
                 const std::string& option, bool compareOutput) {
   if (outcome.timedOut) return Verdict::kHung;
   if (IsCrash(outcome)) return Verdict::kCrashed;
-  // zulisim names faults that never happened.
+  // The run's messages name the fault if it never happened.
   if (outcome.messages.find(option + ": ") != std::string::npos) return Verdict::kNotReached;
   auto replies = Replies(outcome);
   const auto wanted = Replies(reference);
