@@ -58,7 +58,7 @@ bool Send(int connection, const std::string& text) {
   return shutdown(connection, SHUT_WR) == 0;
 }
 
-// Returns what the peer sends until it shuts down, or about `most` bytes.
+// Reads until the peer shuts down its side or about `most` bytes have arrived.
 std::string Receive(int connection, std::size_t most) {
   std::string text;
   char buffer[1024];
@@ -107,10 +107,10 @@ ControlServer::ControlServer(const std::string& served, Engine* engine, Check ch
     : path_(PathFor(served)), engine_(engine), check_(std::move(check)), socket_(NewSocket(path_)) {
   try {
     const sockaddr_un address = AddressOf(path_);
-    // A server that ended by SIGKILL left its socket behind.
+    // A server that was killed by SIGKILL leaves its socket behind.
     struct stat status {};
     if (lstat(path_.c_str(), &status) == 0 && S_ISSOCK(status.st_mode)) unlink(path_.c_str());
-    // The mode is set before the name exists, so that no other user ever reaches the socket.
+    // Set the mode before the socket gets its name, so that no other user can ever connect.
     if (fchmod(socket_, 0600) != 0 ||
         bind(socket_, reinterpret_cast<const sockaddr*>(&address), sizeof(address)) != 0 ||
         listen(socket_, SOMAXCONN) != 0) {
@@ -141,7 +141,8 @@ void ControlServer::Serve() {
 }
 
 void ControlServer::ServeRequest(int connection) {
-  // A client that sends nothing delays others, and the end of the server, by at most 2 seconds.
+  // A client that sends nothing delays other clients, and the end of the server, by at most 2
+  // seconds.
   const struct timeval limit { 2, 0 };
   setsockopt(connection, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof(limit));
   setsockopt(connection, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof(limit));

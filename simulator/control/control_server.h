@@ -9,8 +9,8 @@
 
 namespace zulisim {
 
-// Lets other processes of the same user control an engine while it serves. They connect to a local
-// socket beside the served file, which has mode 0600. A request is one or two words:
+// Lets other processes of the same user control an engine while it serves a device. They connect to
+// a local socket with mode 0600 beside the served file. A request is one or two words:
 //
 //   lose [FIELDS]   loses the device now, until "back" or for a number of opens
 //   back            lets the next open succeed
@@ -25,13 +25,13 @@ class ControlServer {
   // Throws std::invalid_argument for an instruction that the attachment cannot carry.
   using Check = std::function<void(const Scenario& instruction)>;
 
-  // Returns "/tmp/zuli.control" for "/tmp/zuli".
+  // Returns the path of the control socket, for example "/tmp/zuli.control" for "/tmp/zuli".
   static std::string PathFor(const std::string& served) { return served + ".control"; }
   // Sends a request to the server beside `served` and returns the answer. Throws std::runtime_error
   // when no server listens there, and InputError with the reason when it refuses the request.
   static std::string Ask(const std::string& served, const std::string& request);
 
-  // The engine is not owned and must outlive the server. Throws std::runtime_error.
+  // Does not own the engine, which must outlive the server. Throws std::runtime_error.
   ControlServer(const std::string& served, Engine* engine, Check check);
   // Removes the socket.
   ~ControlServer();

@@ -111,9 +111,8 @@ class TraceWriter : public OutputWriter {
   const TextSink sink_;
   bool first_ = true;
   std::chrono::nanoseconds last_{};
-  std::map<std::uint64_t, Json>
-      commands_;                  // arguments of the commands that have not ended, by track
-  std::vector<std::string> log_;  // log lines since the last operation
+  std::map<std::uint64_t, Json> commands_;  // arguments of the unfinished commands, by track
+  std::vector<std::string> log_;            // log lines since the last operation
 };
 
 }  // namespace

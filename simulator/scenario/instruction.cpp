@@ -18,7 +18,7 @@ using common::Format;
 using common::Quoted;
 using Value = const std::string&;
 
-// Far apart, so that the faults of one file do not happen together.
+// Keeps the seeds of one file's faults far apart, so that they do not happen together.
 constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 
 // --- The tables. Add a row for a new field or a new kind of fault. ---
@@ -27,7 +27,7 @@ constexpr std::uint64_t kSeedStep = 0xd1342543de82ef95;
 template <typename Target>
 struct Field {
   std::string name;
-  std::string form;  // of the value, in brackets when it is optional; empty for a flag
+  std::string form;  // form of the value, in brackets if it is optional; empty for a flag
   std::function<void(Value value, Target* target)> set;
 };
 template <typename Target>
@@ -39,7 +39,7 @@ std::function<void(Value, Target*)> Set(Member Target::*member, Parser parse) {
   return [=](Value value, Target* target) { target->*member = parse(value); };
 }
 
-// Returns a setter for bytes that two fields can set.
+// Returns a setter for bytes that either of two fields can set.
 template <typename Parser>
 std::function<void(Value, ReplyRule*)> SetOnce(std::optional<Bytes> ReplyRule::*member,
                                                Parser parse) {
@@ -187,7 +187,7 @@ void SetField(const Setting& setting, const std::string& what, const Fields<Targ
                                   hint.empty() ? "; expected " + common::Joined(known) : hint));
 }
 
-// Returns true when there was no mistake.
+// Returns true if there was no mistake.
 template <typename Target>
 bool SetFields(const Instruction& instruction, const std::string& what,
                const Fields<Target>& fields, const MistakeSink& report, Target* target) {
@@ -203,14 +203,14 @@ bool SetFields(const Instruction& instruction, const std::string& what,
   return isGood;
 }
 
-// Returns true when both rules answer some of the same requests with the same precedence.
+// Returns true if some requests match both rules with the same precedence.
 bool Overlap(const ReplyRule& one, const ReplyRule& other) {
   return one.client == other.client && one.command == other.command &&
          (one.at && other.at ? one.at->Overlap(*other.at) : !one.at && !other.at);
 }
 
-// Returns the client of that name, adds it for a new name with a GUID, or reports a mistake and
-// returns null.
+// Returns the client with that name. Adds it if the name is new and has a GUID, otherwise reports a
+// mistake and returns null.
 Client* DescribedClient(const Instruction& instruction, const MistakeSink& report,
                         Scenario* scenario) {
   const Setting* setting = Find(instruction, {"name"});

@@ -14,7 +14,7 @@ namespace zulisim {
 struct Setting {
   std::string name;
   std::optional<std::string> value = {};
-  std::uint32_t line = 1;  // in its file
+  std::uint32_t line = 1;  // line in the file
   std::uint32_t column = 1;
 };
 
@@ -25,15 +25,15 @@ std::vector<Setting> SettingsOf(const std::string& text, char separator);
 struct Instruction {
   std::vector<Setting> settings;
   std::string origin;       // "--lose read:3" or "loss.toml:7"
-  std::string folder = {};  // file names are relative to it
-  std::uint64_t seed = 0;   // of the file
+  std::string folder = {};  // relative file names start at this folder
+  std::uint64_t seed = 0;   // seed of the file
 };
 
-// Receives a mistake in a setting or, when the setting is null, in the whole instruction. When it
-// throws, the parser stops reading the instruction.
+// Receives a mistake in a setting, or in the whole instruction if the setting is null. If this
+// function throws, the parser stops reading the instruction.
 using MistakeSink = std::function<void(const Setting* setting, const std::string& message)>;
 
-// Adds the client, reply or fault to the scenario, or reports every mistake in it.
+// Adds the client, reply or fault to the scenario. If it has mistakes, reports all of them instead.
 using InstructionReader = void (*)(const Instruction& instruction, const MistakeSink& report,
                                    Scenario* scenario);
 void ReadClient(const Instruction& instruction, const MistakeSink& report, Scenario* scenario);
@@ -41,7 +41,7 @@ void ReadReply(const Instruction& instruction, const MistakeSink& report, Scenar
 void ReadFault(const Instruction& instruction, const MistakeSink& report, Scenario* scenario);
 
 // A kind of fault. The table of kinds defines the options, the keys of scenario files, the words of
-// 'zulisim tell', help texts and messages.
+// 'zulisim tell', the help texts and the messages.
 struct FaultKind {
   std::string option;     // on the command line and for 'zulisim tell': "fault"
   std::string key;        // in a scenario file: "errno"
@@ -56,7 +56,7 @@ struct FaultKind {
 };
 const std::vector<FaultKind>& FaultKinds();
 
-// Returns the fields of a reply as options write them: "status:N", "hold" and so on.
+// Returns the fields of a reply in the form of the option: "status:N", "hold" and so on.
 std::vector<std::string> ReplyFieldForms();
 
 // Parses fields such as "opens=3,errno=EIO" and sets them in `loss`. Throws InputError.

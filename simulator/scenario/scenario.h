@@ -20,11 +20,11 @@ struct Scenario {
   std::vector<std::string> instructions;  // from the command line: "--lose read:2"
 };
 
-// Returns the names as messages show them.
+// Returns the clients' names for messages.
 std::vector<std::string> ClientNames(const Scenario& scenario);
-// Returns the client of that name, or null. Case does not matter.
+// Returns the client with that name, or null. Ignores case.
 Client* FindClient(Scenario* scenario, const std::string& name);
-// The same, but throws InputError with the known names instead of returning null.
+// Like FindClient, but throws InputError with the known names if there is no such client.
 Client& ClientOf(Scenario* scenario, const std::string& name);
 
 // Adds the replies and faults to `engine`, which must have the scenario's clients. Throws

@@ -18,7 +18,8 @@ const std::vector<std::string>& RootKeys() {
   return keys;
 }
 
-// Returns the value as an option would have it, or nothing for a type that no option has.
+// Returns the value as text, in the form that an option uses. Returns nothing for a type that no
+// option has.
 std::optional<std::string> ValueText(const toml::node& node) {
   if (const auto* text = node.as_string()) return **text;
   if (const auto* number = node.as_integer()) return std::to_string(**number);

@@ -14,7 +14,7 @@ namespace zulisim {
 std::vector<common::Diagnostic> ReadScenario(const std::string& text, const std::string& path,
                                              Scenario* scenario);
 
-// The same, but throws InputError with the mistakes.
+// Like the function above, but throws InputError with the mistakes.
 void AddScenario(const std::string& text, const std::string& path, Scenario* scenario);
 
 }  // namespace zulisim

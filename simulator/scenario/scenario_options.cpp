@@ -16,7 +16,7 @@ constexpr const char* kReplyForm = "CLIENT:COMMAND=FIELD,...";
 
 void FailWith(const Setting*, const std::string& message) { Fail(message); }
 
-// Splits at the first of `separators`; the second part is missing when there is none.
+// Splits the text at the first of `separators`. Without a separator, there is no second part.
 std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text,
                                                              const char* separators) {
   const std::size_t position = text.find_first_of(separators);
@@ -24,7 +24,7 @@ std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& 
   return {text.substr(0, position), text.substr(position + 1)};
 }
 
-// The same, but throws InputError when the separator is missing.
+// Like the function above, but throws InputError if there is no separator.
 std::pair<std::string, std::string> Split(const std::string& text, char separator,
                                           const std::string& form) {
   const auto [first, second] = SplitOnce(text, std::string(1, separator).c_str());
@@ -34,7 +34,7 @@ std::pair<std::string, std::string> Split(const std::string& text, char separato
 
 void AddClient(const std::string& text, Scenario* scenario) {
   const auto [name, fields] = Split(text, ':', kClientForm);
-  ClientOf(scenario, name);  // throws for a new name, which would need a GUID
+  ClientOf(scenario, name);  // throws for a new name, because a new client needs a GUID
   Instruction instruction{SettingsOf(fields, '='), "--client " + text};
   instruction.settings.push_back({"name", name});
   ReadClient(instruction, FailWith, scenario);

@@ -1,11 +1,12 @@
 #pragma once
 
-// Includes toml++ with changes to two of its macros. Include it only through this header.
+// Includes toml++ and changes two of its macros. Include toml++ only through this header.
 
 #include <cstdint>
 
-// toml++ asserts conditions that a malformed file can violate, and reports them afterwards anyway.
-// With NDEBUG, the asserts become assumptions of the compiler. Both are removed here.
+// toml++ asserts conditions that a malformed file can violate, although it also reports such files
+// as errors. With NDEBUG, it turns the asserts into assumptions of the compiler. This header
+// removes both.
 #pragma push_macro("NDEBUG")
 #undef NDEBUG
 #define TOML_ASSERT(expr) static_assert(true)
@@ -15,8 +16,9 @@
 #include <toml++/impl/preprocessor.h>
 #endif
 
-// Its character tables treat some characters as impossible that a file can contain, outside quotes
-// or after a backslash. They must count as "not in the table".
+// Its lookup tables of characters assume that some characters cannot occur outside quotes or after
+// a backslash, but a malformed file can contain them. This header makes the lookup return "not in
+// the table" for them.
 #pragma push_macro("TOML_UNREACHABLE")
 #undef TOML_UNREACHABLE
 #define TOML_UNREACHABLE return false

@@ -17,7 +17,7 @@ std::chrono::microseconds ParseDuration(const std::string& text);
 
 // Parses a command's 32-bit number.
 std::uint32_t ParseCommand(const std::string& text);
-// Parses the number of a connection, from 1 on.
+// Parses the number of a connection, which is at least 1.
 std::uint64_t ParseConnection(const std::string& text);
 // Parses a number above 0 and at most 1.
 double ParseProbability(const std::string& text);

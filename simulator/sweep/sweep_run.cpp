@@ -45,8 +45,7 @@ auto LeftOpen(const SweepOutcome& outcome) {
 void ReadFiles(const std::string& folder, SweepOutcome* outcome) {
   std::ifstream lines(folder + "/output");
   for (std::string line; std::getline(lines, line);) {
-    if (line.find(folder) != std::string::npos)
-      continue;  // the folder's name differs from run to run
+    if (line.find(folder) != std::string::npos) continue;  // differs from run to run
     (line.rfind("zulisim: ", 0) == 0 ? outcome->messages : outcome->output) += line + "\n";
   }
   if (outcome->timedOut) return;  // the recording may be huge
