@@ -22,7 +22,8 @@
 //
 // Threads. The library starts none: the program's own thread sends a request and waits for its
 // response. `zulisim` has one thread that accepts channels, and one thread for each channel, which
-// reads a request, calls the device, and sends the response. So a device that is slow for one
+// reads a request, moves to the caller's
+// processor, calls the device, and sends the response. So a device that is slow for one
 // thread delays no other.
 //
 // Channels. A channel is a stream socket from the program to the server. It carries one exchange at
@@ -69,15 +70,15 @@ struct Message {
   // sends only that many bytes, which is enough for the device to refuse it.
   std::uint32_t payload = 0;
   std::uint64_t connection = 0;
-  std::uint64_t length = 0;       // read and write: as passed by the program
-  std::uint32_t request = 0;      // ioctl
-  std::uint32_t mode = 0;         // open
-  std::int32_t flags = 0;         // open
-  std::int32_t descriptor = -1;   // open
-  std::uint32_t nonBlocking = 0;  // read
-  std::int32_t process = 0;       // the caller
-  std::int32_t thread = 0;        //
-  // Closes the channel after EMFILE, because the server may have refused it.
+  std::uint64_t length = 0;      // read and write: as passed by the program
+  std::uint32_t request = 0;     // ioctl
+  std::uint32_t mode = 0;        // open
+  std::int32_t flags = 0;        // open; read: O_NONBLOCK or 0
+  std::int32_t descriptor = -1;  // open
+  std::int32_t processor = -1;   // that the caller runs on
+  std::int32_t process = 0;      // the caller
+  std::int32_t thread = 0;       //
+  // After EMFILE, the library closes the channel, because the server may have refused it.
   std::int32_t error = 0;
   std::int64_t value = 0;
 };

@@ -4,6 +4,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <limits.h>
+#include <sched.h>
 #include <sys/socket.h>
 #include <sys/uio.h>
 #include <unistd.h>
@@ -61,6 +62,7 @@ Message MessageOf(Kind kind, std::uint64_t connection = 0) {
   message.connection = connection;
   message.process = getpid();
   message.thread = gettid();
+  message.processor = sched_getcpu();
   return message;
 }
 
@@ -135,7 +137,7 @@ Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool n
     return {-1, EFAULT};
   Message message = MessageOf(Kind::kRead, handle);
   message.length = length;
-  message.nonBlocking = nonBlocking;
+  message.flags = nonBlocking ? O_NONBLOCK : 0;
   return Exchange(message, nullptr, buffer, std::min(length, kLongestMessage));
 }
 
