@@ -19,7 +19,7 @@ struct Mark {
 };
 
 Mark marks[kDescriptorLimit];
-std::atomic<int> markedEnd{0};
+std::atomic<int> markedEnd{0};  // one more than the highest descriptor that was ever marked
 
 // The process that owns the marks. The child of a fork gets a copy of the marks and becomes their
 // owner. The child of a vfork shares the marks of its parent and does not become their owner.
@@ -72,12 +72,10 @@ int DeviceFlags(int descriptor) { return marks[descriptor].flags.load(); }
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle) {
   if (owner.load() != getpid()) return false;
   if (marks[descriptor].inode.exchange(0) == 0) return false;
-  for (int other = 0; other < MarkedEnd(); ++other) {
+  for (int other = 0; other < markedEnd.load(); ++other) {
     if (marks[other].inode.load() != 0 && marks[other].handle.load() == handle) return false;
   }
   return true;
 }
-
-int MarkedEnd() { return markedEnd.load(); }
 
 }  // namespace zulisim::hooks

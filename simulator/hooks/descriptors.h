@@ -25,7 +25,4 @@ int DeviceFlags(int descriptor);
 // the child of a vfork, which shares the marks with its parent.
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle);
 
-// Returns one more than the highest descriptor that was ever marked.
-int MarkedEnd();
-
 }  // namespace zulisim::hooks

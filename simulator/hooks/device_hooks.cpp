@@ -66,10 +66,11 @@ int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, v
 // Transfers one piece after another, as the kernel does for a driver without vector operations.
 // Stops at the first piece that fails or is short.
 template <typename Transfer>
-ssize_t TransferPieces(const struct iovec* pieces, int count, Transfer transfer) {
+ssize_t TransferPieces(Transfer transfer, std::uint64_t handle, int descriptor,
+                       const struct iovec* pieces, int count) {
   ssize_t total = 0;
   for (int i = 0; i < count; ++i) {
-    const ssize_t moved = transfer(pieces[i].iov_base, pieces[i].iov_len);
+    const ssize_t moved = transfer(handle, descriptor, pieces[i].iov_base, pieces[i].iov_len);
     if (moved < 0) return total > 0 ? total : moved;
     total += moved;
     if (static_cast<std::size_t>(moved) < pieces[i].iov_len) break;
@@ -77,28 +78,10 @@ ssize_t TransferPieces(const struct iovec* pieces, int count, Transfer transfer)
   return total;
 }
 
-ssize_t ReadPieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
-  return TransferPieces(pieces, count, [=](void* buffer, std::size_t length) {
-    return ReadDevice(handle, descriptor, buffer, length);
-  });
-}
-
-ssize_t WritePieces(std::uint64_t handle, int descriptor, const struct iovec* pieces, int count) {
-  return TransferPieces(pieces, count, [=](const void* buffer, std::size_t length) {
-    return WriteDevice(handle, descriptor, buffer, length);
-  });
-}
-
 int CloseDevice(int descriptor, std::uint64_t handle) {
   if (!UnmarkDescriptor(descriptor, handle)) return Real().close(descriptor);
   const int savedErrno = errno;
   return static_cast<int>(ReturnWithErrno(savedErrno, DeviceClose(handle, descriptor)));
-}
-
-void CloseDevices(int first, int last) {
-  for (int descriptor = first; descriptor <= last && descriptor < MarkedEnd(); ++descriptor) {
-    if (const auto handle = DeviceHandle(descriptor)) CloseDevice(descriptor, *handle);
-  }
 }
 
 int MarkDuplicate(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
@@ -135,14 +118,6 @@ int FcntlResult(int descriptor, int command, int result) {
   return (result & kChangeable) | (DeviceFlags(descriptor) & ~(kChangeable | kOnlyForOpen));
 }
 
-void CloseDevicesIn(unsigned first, unsigned last, int flags) {
-  constexpr int kMarkCloseOnExec = 1 << 2;
-  constexpr unsigned kHighest = kDescriptorLimit - 1;
-  if ((flags & kMarkCloseOnExec) == 0 && first <= last && first <= kHighest) {
-    CloseDevices(static_cast<int>(first), static_cast<int>(last < kHighest ? last : kHighest));
-  }
-}
-
 }  // namespace
 
 ZULISIM_HOOK(ssize_t, read, int descriptor, void* buffer, size_t length) {
@@ -160,7 +135,7 @@ ZULISIM_HOOK(ssize_t, __read_chk, int descriptor, void* buffer, size_t length, s
 ZULISIM_HOOK(ssize_t, readv, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().readv(descriptor, pieces, count);
-  return ReadPieces(*handle, descriptor, pieces, count);
+  return TransferPieces(ReadDevice, *handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(ssize_t, write, int descriptor, const void* buffer, size_t length) {
@@ -178,7 +153,7 @@ ZULISIM_HOOK(ssize_t, __write_chk, int descriptor, const void* buffer, size_t le
 ZULISIM_HOOK(ssize_t, writev, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().writev(descriptor, pieces, count);
-  return WritePieces(*handle, descriptor, pieces, count);
+  return TransferPieces(WriteDevice, *handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(int, ioctl, int descriptor, unsigned long request, void* argument) {
@@ -191,17 +166,6 @@ ZULISIM_HOOK(int, close, int descriptor) {
   const auto handle = DeviceHandle(descriptor);
   if (!handle) return Real().close(descriptor);
   return CloseDevice(descriptor, *handle);
-}
-
-ZULISIM_HOOK(int, close_range, unsigned first, unsigned last, int flags) {
-  CloseDevicesIn(first, last, flags);
-  // Android's libc got close_range only later, so this does not use libc's function.
-  return static_cast<int>(Real().syscall(SYS_close_range, first, last, flags, 0, 0, 0));
-}
-
-ZULISIM_HOOK(void, closefrom, int first) {
-  CloseDevices(first < 0 ? 0 : first, kDescriptorLimit - 1);
-  Real().closefrom(first);
 }
 
 ZULISIM_HOOK(int, dup, int descriptor) {
@@ -237,9 +201,6 @@ ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e,
       if (IsDevice(path)) return OpenDevice(static_cast<int>(c), static_cast<unsigned>(d));
       break;
     }
-    case SYS_close_range:
-      CloseDevicesIn(static_cast<unsigned>(a), static_cast<unsigned>(b), static_cast<int>(c));
-      break;
     case SYS_read:
     case SYS_write:
     case SYS_readv:
@@ -253,8 +214,12 @@ ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e,
         const int count = static_cast<int>(c);
         if (number == SYS_read) return ReadDevice(*handle, descriptor, buffer, length);
         if (number == SYS_write) return WriteDevice(*handle, descriptor, buffer, length);
-        if (number == SYS_readv) return ReadPieces(*handle, descriptor, pieces, count);
-        if (number == SYS_writev) return WritePieces(*handle, descriptor, pieces, count);
+        if (number == SYS_readv) {
+          return TransferPieces(ReadDevice, *handle, descriptor, pieces, count);
+        }
+        if (number == SYS_writev) {
+          return TransferPieces(WriteDevice, *handle, descriptor, pieces, count);
+        }
         if (number == SYS_close) return CloseDevice(descriptor, *handle);
         return ControlDevice(*handle, descriptor, static_cast<unsigned long>(b),
                              reinterpret_cast<void*>(c));

@@ -40,7 +40,6 @@
   X(writev, ssize_t, (int, const struct iovec*, int))         \
   X(ioctl, int, (int, unsigned long, void*))                  \
   X(close, int, (int))                                        \
-  X(closefrom, void, (int))                                   \
   X(dup, int, (int))                                          \
   X(dup2, int, (int, int))                                    \
   X(dup3, int, (int, int, int))                               \

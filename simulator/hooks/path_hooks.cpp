@@ -26,17 +26,10 @@ const char* AttributeTarget(const char* path) {
   return IsDevice(path) ? kAnyCharacterDevice : Target(path);
 }
 
-#ifdef ZULISIM_HAS_FUSE
-#define ZULISIM_OR_USE_FUSE ", or run the program with --device fuse"
-#else
-#define ZULISIM_OR_USE_FUSE ""
-#endif
-
 // Streams of libc make system calls that the hooks do not see.
 FILE* RefuseStream() {
   static constexpr char kText[] =
-      "zulisim: cannot open '/dev/zuli' as a stream: use open, read and write" ZULISIM_OR_USE_FUSE
-      "\n";
+      "zulisim: cannot open '/dev/zuli' as a stream: use open, read and write\n";
   Real().write(STDERR_FILENO, kText, sizeof(kText) - 1);
   errno = EOPNOTSUPP;
   return nullptr;
