@@ -22,9 +22,8 @@
 //
 // Threads. The library starts none: the program's own thread sends a request and waits for its
 // response. `zulisim` has one thread that accepts channels, and one thread for each channel, which
-// reads a request, moves to the caller's
-// processor, calls the device, and sends the response. So a device that is slow for one
-// thread delays no other.
+// reads a request, moves to the caller's processor, calls the device, and sends the response. So a
+// device that is slow for one thread delays no other.
 //
 // Channels. A channel is a stream socket from the program to the server. It carries one exchange at
 // a time, so threads and processes never mix up their responses. The library owns the program's
