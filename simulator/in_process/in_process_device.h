@@ -21,10 +21,10 @@ namespace zulisim {
 //
 // Descriptors are allocated by the kernel, so no other file has their numbers. dup and fcntl
 // duplicate them, and fstat shows a character device. Descriptors that are open when the object is
-// destroyed stay reserved, fail with ENODEV, and can be closed. The device cannot be a stdio stream:
-// fopen and fdopen fail with EOPNOTSUPP. After a fork, the child has a copy of the engine. Calls
-// that reach the kernel in another way (raw system calls, or libc's calls of its own functions) do
-// not reach the engine, and neither does close_range.
+// destroyed stay reserved, fail with ENODEV, and can be closed. The device cannot be a stdio
+// stream: fopen and fdopen fail with EOPNOTSUPP. After a fork, the child has a copy of the engine.
+// Calls that reach the kernel in another way (raw system calls, or libc's calls of its own
+// functions) do not reach the engine, and neither does close_range.
 //
 // Only one object can exist at a time: the constructor of a second one throws std::logic_error.
 // Other threads may make calls during construction and destruction.
