@@ -45,7 +45,7 @@ void FreeLock() { pthread_mutex_init(&gKaloDllState.stateLock, nullptr); }
 
 KaloDllState::KaloDllState()
     : kaloInterfaceVersion(0),
-      // fenuInterfaceVersion stays 0 from static storage.
+      // Does not set fenuInterfaceVersion, which is 0 in static storage.
       provisioningSession(nullptr),
       kaloSessionA(nullptr),
       kaloSessionB(nullptr),

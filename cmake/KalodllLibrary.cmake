@@ -37,7 +37,7 @@ else()
   target_compile_definitions(kalodll PRIVATE KALODLL_HOST_ANDROID_LOG)
 endif()
 
-# Packs relative relocations, most of which belong to the C++ runtime, to a bit each. Android's loader
+# Packs each relative relocation into one bit. Most of them belong to the C++ runtime. Android's loader
 # supports them from API level 28 on, and glibc's from 2.36 on, but only as GNU ld marks them.
 if(ANDROID)
   target_link_options(kalodll PRIVATE

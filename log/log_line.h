@@ -39,8 +39,8 @@ struct Address {
   const void* value;
 };
 
-// One message, preceded by its function and tag, which the end of the statement delivers. It prints
-// what stream insertion would print, but into a buffer of its own, so only a text longer than the
+// One message that begins with its function and tag. Its destructor delivers it. It prints what
+// stream insertion would print, but into a buffer of its own, so only a text longer than the
 // library's own needs an allocation. The functions are inline because the compiler then knows the
 // length of most pieces.
 class LogLine {

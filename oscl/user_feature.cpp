@@ -27,7 +27,7 @@ constexpr uint32_t kNotifyLastSet = 4;
 constexpr uint32_t kInfinite = 0xFFFFFFFFu;
 constexpr uint32_t kExecuteOnce = 8;
 
-// How the registry stores a kind of number; all zero for a kind that is not a number.
+// How the registry stores a kind of number. All members are 0 for other kinds.
 struct NumberKind {
   uint32_t type;
   uint32_t flags;
@@ -308,8 +308,8 @@ HRESULT OSCL_UserFeature_ReadValuePrimitive(HKEY key, UserFeatureValue* value) {
   const uint32_t result = RegGetValue(key, nullptr, value->name, kind.flags, nullptr,
                                       kind.size != 0 ? read : nullptr, &length);
   if (kind.size == 0) return E_FAIL;
-  // Contract: any failure is a success that does not change the number, so callers can preset a
-  // default.
+  // Contract: returns success after any failure and does not change the number, so callers can
+  // preset a default.
   if (result == 0) std::memcpy(&value->data, read, std::min(length, kind.size));
   return S_OK;
 }

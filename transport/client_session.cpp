@@ -27,7 +27,7 @@ void Append(std::vector<CpDremSession*>& sessions, std::unique_ptr<CpDremSession
   session.release();
 }
 
-// Returns the only session of a list. Contract: the second text means several sessions.
+// Returns the only session of a list. Contract: throws the second text if there are several.
 CpDremSession& Only(const std::vector<CpDremSession*>& sessions) {
   if (sessions.empty()) throw std::logic_error("No active DREM sessions");
   if (sessions.size() > 1) throw std::logic_error("IOCTL call without active DREM sessions");
