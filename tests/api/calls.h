@@ -13,7 +13,7 @@
 
 namespace test {
 
-// Defects of a request. Add them to combine them.
+// Defects of a request, as bits that can be combined.
 enum Shape : unsigned {
   kNullInput = 1,
   kNullOutput = 2,
@@ -23,7 +23,8 @@ enum Shape : unsigned {
   kNullPrivateLength = 32
 };
 
-// Private data on entry, its length, and whether they ask for a wrapper.
+// The private-data arguments: content before the call, length, and whether they contain the tag of
+// an ioctl wrapper.
 inline constexpr struct {
   const char* data;
   unsigned int length;
@@ -32,7 +33,7 @@ inline constexpr struct {
              {"IOCTLHNDx", 9, true},  {"IOCTLHNX", 9, false}, {"IOCTLHND", 8, false},
              {"IOCTLFRE", 10, false}, {"IOCTLFR", 9, false}};
 
-// The arguments of a call, in buffers of exactly the announced size.
+// The arguments of a call. Each buffer has exactly the size that the call announces.
 struct Arguments {
   explicit Arguments(unsigned theShape = 0, unsigned theTag = 0, uint32_t theCommand = 0x10)
       : shape(theShape), tag(theTag), command(theCommand), input(Message(theCommand)) {
@@ -106,14 +107,15 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
   CallsTest() : LibraryTest(CallsOptions()) {
     engine.AddObserver(this);
     for (const char* client : {"KALO", "FENU"}) {
-      // Replies have full length, even to a truncated request.
+      // The engine sends a full reply even to a truncated request.
       engine.SetResponder(client, [this](const Bytes&) {
         return negative
                    ? zulisim::Reply{Message(0x10, 32, 0x80000001, 0xfedc1, 0xabc), Bytes(16, 'p')}
                    : zulisim::Reply{Message(0x10), {}};
       });
     }
-    // Makes descriptors of 20 or more, which decimal and hexadecimal print differently.
+    // Makes the device's descriptors 20 or higher, because decimal and hexadecimal print these
+    // differently.
     while (dup(STDERR_FILENO) < 20) {
     }
     sink->onLine = [this] {
@@ -150,7 +152,7 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
   }
 
   bool traced = false;
-  bool negative = false;  // whether the replies have a negative status
+  bool negative = false;  // true if the replies have a negative status
   std::string operations;
   std::set<int> open_;
 };

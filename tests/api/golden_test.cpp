@@ -27,7 +27,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
     if (Word(0) == "fail" ||
-        Word(0) == "lose") {  // at the next operation of a kind, or at the n-th
+        Word(0) == "lose") {  // loses the device at the next operation of a kind, or at the n-th
       const zulisim::Operation operation = zulisim::ParseOperation(Word(1));
       zulisim::FaultEffect effect = zulisim::DeviceLoss{};
       if (Word(0) == "fail") effect = zulisim::ErrnoFault{zulisim::ParseErrno(Word(2))};
@@ -55,7 +55,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     return std::find(words_.begin() + 1, words_.end(), word) != words_.end();
   }
 
-  // Handles come from the last initialisation. Further words name the defects of the call.
+  // Uses the handles from the last initialisation. Further words name the defects of the call.
   std::string Call() {
     const std::pair<const char*, unsigned> kShapes[] = {{"null-input", kNullInput},
                                                         {"null-output", kNullOutput},

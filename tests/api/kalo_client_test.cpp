@@ -66,8 +66,8 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   EXPECT_EQ(engine.OpenDescriptors(), 0u) << "the client closed its handle";
   EXPECT_EQ(Send(client), "done, reply");
   EXPECT_EQ(Count(Operation::kOpen), opened + 1);
-  // A command of other code lost the connection. The client sends nothing on it and opens a new
-  // one.
+  // Other code used the session and lost its connection. The client then does not use the session
+  // and opens a new one.
   engine.LoseDevice();
   engine.FailNext(Operation::kOpen, ENOENT);
   Bytes message = Message(0x10);

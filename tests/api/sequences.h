@@ -120,7 +120,7 @@ class SequencesTest : public CallsTest {
   }
 
   virtual uint32_t Make(const Call& call, Arguments& arguments) { return call.make(arguments); }
-  // Returns false if the last call is exempt from the rules.
+  // Returns false if the rules do not apply to the last call.
   virtual bool IsChecked() const { return true; }
 
   std::string name_;
@@ -133,7 +133,7 @@ class SequencesTest : public CallsTest {
   bool Opens() const { return IsAny("KaloInit KaloInit3 FenuInit FenuInit3"); }
   bool Sends() const { return IsAny("StartIoEx3 StartIo3 StartIoEx StartIo ProvisioningStartIo"); }
 
-  // Ignores whether a close fails.
+  // Returns true if the operations match `form`. A failed close counts like a close.
   bool OperationsAre(const std::string& form) const {
     static std::map<std::string, std::regex> compiled;
     auto& regex = compiled[form];
@@ -269,7 +269,7 @@ class SequencesTest : public CallsTest {
     };
     Expect("KALO's counts", sum(&state) - sum(before.operator->()), kalo);
     Expect("FENU's count", static_cast<int>(state.fenuRefCount - before->fenuRefCount), fenu);
-    // Who shares session B follows the first session A, and ends with the last.
+    // The user of a shared session B follows the first session A, and ends with the last.
     const bool opensA = before->kaloRefCountA == 0 && state.kaloRefCountA == 1;
     const bool closesA = before->kaloRefCountA == 1 && state.kaloRefCountA == 0;
     const bool shared = opensA ? state.stateInitFlag : !closesA && before->sessionBShared;
@@ -283,7 +283,7 @@ class SequencesTest : public CallsTest {
                           (before->kaloRefCountB == 0 || before->sessionBShared);
       Expect("joining B", state.kaloRefCountB != before->kaloRefCountB, joinsB);
     }
-    // Only the calls that own a field may change it.
+    // Checks that a field changed only if the call may change it.
     static const std::string kRecord =
         " apiErrorText apiErrorCode kaloErrorText kaloErrorCode fenuErrorText fenuErrorCode "
         "lastErrorSource lastErrorContext lastErrorProcessId ";

@@ -22,8 +22,8 @@
 
 namespace {
 
-// This program replaces the clock's resolution and the platform's log. These hold the replacement's
-// input and output.
+// This program replaces the functions for the clock's resolution and for the platform's log. These
+// variables hold what the replacements return and receive.
 std::optional<timespec> resolution;
 std::vector<std::string> formats, texts;
 // Counts the calls on the log's lock. While `lockFails` is true, they fail.
@@ -116,7 +116,7 @@ TEST_F(Messages, reach_every_sink_in_order_even_if_one_is_null) {
   class Second : public StreamLogSink {
    public:
     using StreamLogSink::StreamLogSink;
-    // Logs during unload, when no sink is left.
+    // Logs while the library is unloaded, when no sink is left.
     ~Second() override { Say("end"); }
     void logMessage(const char* message) override { *stream << "(" << message << ")"; }
   };
@@ -229,7 +229,8 @@ TEST_F(Messages, let_a_sink_end_the_process) {
       {
         Logger::logBase.sinks.push_back(new Undeletable);
         sink->onLine = [this] {
-          // The lock fails, so the delivery of another thread ends before this one.
+          // When locking fails, the statement of another thread must have been delivered before
+          // this one.
           sink->onLine = nullptr;
           lockFails = true;
           std::thread([] { Say("text"); }).join();

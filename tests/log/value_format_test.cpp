@@ -14,7 +14,7 @@ namespace {
 const std::string kZeros(7, '0');
 
 std::string Dump(unsigned int length) {
-  // Allocates only what the printer reads: the first quarter of the buffer.
+  // Allocates only the part that the printer reads: the first quarter of the buffer.
   const std::unique_ptr<unsigned char[]> bytes(new unsigned char[length / 4]);
   for (unsigned int i = 0; i < length / 4; ++i) bytes[i] = static_cast<unsigned char>('A' + i);
   std::ostringstream stream;

@@ -65,7 +65,7 @@ bool ReadId(FILE* file, uint32_t* id) {
   return fscanf(file, bare ? "\n" : "%x\n", id) == 1 || bare;
 }
 
-// Reads what the library's loader reads, up to the first read that fails.
+// Reads the same part of the file as the library's loader: up to the first read that fails.
 uint32_t ReadKeys(FILE* file, std::vector<ModelKey>& keys, ModelKey*& key) {
   char line[256];
   const auto read = [&] { return fscanf(file, "%255[^\n]\n", line) == 1; };
@@ -133,7 +133,7 @@ std::string ReadContent(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-// Returns the code that a look-up must give, and the value.
+// Returns the expected error code of a look-up, and the value.
 std::pair<uint32_t, const ModelValue*> LookUp(const Model& model, uint32_t id,
                                               const std::string& subKey, const char* name) {
   if (id - HKEY_CLASSES_ROOT < 4) return {1, nullptr};
@@ -218,7 +218,7 @@ void CheckWriting(const std::string& path, Model model, const ModelKey& opened, 
   static constexpr uint32_t kTypes[] = {0, 3, 4, 11, 4, 11, 4, 1, 7, 0};
   const uint32_t kind = below(10);
   const uint32_t size = below(41);
-  // Has exactly the announced size and no terminating NUL.
+  // The buffer has exactly the announced size and no terminating NUL.
   const std::string data(size, 'd');
   const std::unique_ptr<char[]> exact(new char[size]);
   data.copy(exact.get(), size);

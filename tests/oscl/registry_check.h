@@ -7,7 +7,7 @@
 
 struct CheckedRegistry {
   uint32_t code;   // the result of loading the file
-  bool rewritten;  // a value was set, as the last step
+  bool rewritten;  // true if a value was set, as the last step
 };
 
 // Makes every registry and settings call on the file and compares the results with those of a

@@ -9,7 +9,7 @@
 
 namespace {
 
-// Lines to insert where they do not belong.
+// Lines that are inserted at wrong places.
 std::vector<std::string> MisplacedLines() {
   using namespace std::string_literals;
   std::istringstream text(
@@ -20,7 +20,7 @@ std::vector<std::string> MisplacedLines() {
   return lines;
 }
 
-// Generates files that are nearly valid. The number of a file determines its content.
+// Generates almost valid files. The number of a file determines its content.
 class Mutator {
  public:
   explicit Mutator(uint32_t number) : random_(number * 2654435761u + 1) {}

@@ -10,7 +10,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 
-// All headers that use libc's own mutex.
+// All headers that use libc's own mutex come before the changes below.
 #include <fstream>
 #include <locale>
 #include <memory>

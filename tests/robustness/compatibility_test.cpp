@@ -29,7 +29,7 @@ extern "C" __attribute__((weak)) int __lsan_do_recoverable_leak_check();
 
 namespace {
 
-// It has more values than the reader first allocates room for.
+// The file has more values than the reader allocates room for at first.
 constexpr char kRegistry[] =
     "[KEY]\n1\nHKEY_CURRENT_USER\\a key of some length\n[VALUE]\nname of some length\n1\ntext\n"
     "[VALUE]\nb\n4\n7\n[VALUE]\nc\n4\n7\n[VALUE]\nd\n4\n7\n[VALUE]\ne\n4\n7\n[VALUE]\nf\n4\n7\n"

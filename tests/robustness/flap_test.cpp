@@ -228,8 +228,8 @@ TEST_F(FlapTest, no_reply_is_swapped_lost_or_counted_twice_and_nothing_grows) {
   const char* const given = getenv("KALODLL_FLAP_REQUESTS");
   const auto requests = static_cast<uint32_t>(given != nullptr ? std::atoi(given) : 5000);
   EXPECT_EQ(KaloInit3(&first_), 0u);
-  // The first tenth of the requests allocates what stays allocated, such as buffers and the heap's
-  // own data.
+  // Memory that stays allocated, such as buffers and the heap's own data, is allocated during the
+  // first tenth of the requests.
   Run(requests / 10);
   const long descriptors = test::OpenDescriptors();
   const size_t kilobytes = ResidentKilobytes();

@@ -1,4 +1,5 @@
-// Fortified calls have other names, and overloads whose address cannot be taken.
+// With fortification, calls have other names, and some functions have overloads whose address
+// cannot be taken.
 #undef _FORTIFY_SOURCE
 
 #include "tests/robustness/libc_faults.h"
@@ -54,7 +55,8 @@ bool Fails(const char* call) {
   return injected;
 }
 
-// The simulator makes the device fail. Smaller numbers are standard streams or clock ids.
+// Skip the device, because the simulator makes its calls fail. Smaller numbers are standard streams
+// or clock ids.
 template <typename... Others>
 bool OnDevice(int descriptor, Others...) {
   const CountingPause pause;
@@ -175,7 +177,7 @@ void ReplaceEntries(const dl_phdr_info& module) {
        tag->d_tag != DT_NULL; ++tag) {
     tags[tag->d_tag] = tag->d_un.d_ptr;
   }
-  // Some loaders store addresses there, others leave offsets.
+  // The table's entries are addresses with some loaders, and offsets with others.
   const auto at = [&](ElfW(Sxword) tag) { return tags[tag] < base ? base + tags[tag] : tags[tag]; };
   const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(at(DT_SYMTAB));
   const auto* names = reinterpret_cast<const char*>(at(DT_STRTAB));

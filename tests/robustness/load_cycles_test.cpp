@@ -77,7 +77,7 @@ int main(int, char** arguments) {
   Require(lost < 1000 * 16, "no memory is left");
   Require(test::OpenDescriptors() == descriptors, "no descriptor is left");
   Require(FreeKeys() == keys, "no thread-local key is left");
-  // No fork handler may be left either.
+  // The library must not leave a fork handler either.
   const pid_t child = fork();
   if (child == 0) _exit(0);
   int status = -1;

@@ -50,7 +50,8 @@ void Drive(void* library) {
     Require(init(&handle) == 0, "KaloInit3 failed");
     ThrowAndCatch(i);
     Require(send(handle, request, 64, reply, 64) == 0, "StartIo3 failed");
-    // The library throws and catches its own exception, and inside it catches one of its runtime.
+    // The library throws and catches its own exception; meanwhile it catches one of its C++
+    // runtime.
     Require(send(handle, request, 8, reply, 64) == 3, "a short request was accepted");
     ThrowAndCatch(i);
     Require(send(handle, request, sizeof request, reply, 64) == 1, "a long request was accepted");

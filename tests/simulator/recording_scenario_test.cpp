@@ -12,8 +12,8 @@
 namespace zulisim {
 namespace {
 
-// Runs a driver with two connections that reads replies and private data, retries, and reconnects.
-// `seed` and the results of the device determine what it does. Returns all results.
+// Runs a driver with two connections that reads replies and private data, repeats requests, and
+// reconnects. `seed` and the device's results determine its next steps. Returns all results.
 std::string Drive(Device* device, unsigned seed) {
   std::mt19937 random(seed);
   const auto draw = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };

@@ -51,8 +51,8 @@ std::string MakeCalls(Device* device) {
   return got + buffer + " " + std::to_string(guid[1]);
 }
 
-// Replays `text` to `program`. Returns the error in the text, or the first difference of the
-// program.
+// Replays the recording `text` to `program`. Returns the error in the text, or the program's first
+// difference from the recording.
 std::string ReplayError(const std::string& text,
                         const std::function<void(ReplayDevice*)>& program) {
   try {
@@ -116,13 +116,13 @@ TEST(RecordingTest, keeps_every_operation_up_to_the_cut) {
   EXPECT_EQ(most, 10u);
 }
 
-// One of several threads. Each opens its own connections to the same client and begins with the
-// same requests.
+// One of several threads. Each thread opens its own connections to the same client and sends the
+// same requests at first.
 class DriverThread {
  public:
   DriverThread(Device* device, int number) : device_(device), number_(number) {}
 
-  // Makes one call. Returns false when there are none left.
+  // Makes one call. Returns false if there was none left.
   bool Step() {
     SetCaller(1, number_);
     const int call = calls_++;
@@ -156,7 +156,7 @@ class DriverThread {
   std::string got_;
 };
 
-// Runs the threads in an order that `seed` determines. Returns the results of each.
+// Runs the threads in an order that `seed` determines. Returns each thread's results.
 std::vector<std::string> RunThreads(Device* device, int count, unsigned seed) {
   std::mt19937 random(seed);
   std::vector<DriverThread> threads;

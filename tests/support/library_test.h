@@ -27,7 +27,7 @@ using Bytes = std::vector<unsigned char>;
 Bytes Message(uint32_t command, size_t size = 32, uint32_t status = 0, uint32_t word0 = 0,
               uint32_t word3 = 0);
 
-// Returns the value as the log prints a count.
+// Returns the value in the form in which the log prints counts.
 std::string Hex(uint64_t value);
 
 // Removes the tag: "name:12: text" becomes "name: text". Marks a line without a tag as "untagged".

@@ -90,10 +90,10 @@ TEST(LogFolder, folds_copies_as_sinks_are_added_and_keeps_real_repeats) {
   EXPECT_EQ(Fold(""), "");
   EXPECT_EQ(Fold(init + line + init + init + count + count + line + line + line + line),
             " 1x1 3x1 1x2 2x2 3x2 3x2");
-  // A new process begins with one sink again. A log whose beginning is missing does not tell the
-  // number of sinks.
+  // A new process starts with one sink again. If the log's beginning is missing, the number of
+  // sinks is unknown.
   EXPECT_EQ(Fold(line + line + init + init + line + line + init + line), " 3x2 1x2 3x2 1x1 3x1");
-  // If the number of copies is not a multiple of the sinks, they are not folded.
+  // Copies are not folded if their number is not a multiple of the number of sinks.
   EXPECT_EQ(Fold(init + init + line + line + line), " 1x2 3x3");
 }
 

@@ -20,7 +20,7 @@ const _GUID* const kSab = &ClientSession::SAB_CLIENT_GUID;
 
 class Multiplexer : public LibraryTest {
  protected:
-  // Returns the client that a command reached.
+  // Returns the name of the client that received the command.
   std::string Send(uint32_t command, unsigned int length = 32) {
     Bytes buffer = Message(command);
     session.IoMessage(buffer.data(), length, buffer.data(), 32, nullptr, nullptr);
@@ -91,7 +91,8 @@ TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
 }
 
 TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
-  // Constructs it in memory with a known pattern: the constructor must not change the text.
+  // Constructs the session in memory with a known pattern, because the constructor must not change
+  // the text.
   alignas(ClientSession) unsigned char memory[sizeof(ClientSession)];
   std::memset(memory, '#', sizeof memory);
   auto* session = new (memory) ClientSession;

@@ -33,7 +33,7 @@ class Exchange : public LibraryTest {
   // The sizes are exact, so the sanitizers detect any access beyond them.
   Bytes input_ = Message(0x10, 32, 2, 0xfedc1, 0xabc), output_ = Bytes(32), private_;
   unsigned char *in_ = input_.data(), *out_ = output_.data();
-  unsigned int length_ = 100;  // the size that the caller gives is ignored
+  unsigned int length_ = 100;  // the library ignores the size that the caller passes
   CpDremSession* session_;
 };
 
@@ -63,7 +63,7 @@ TEST_F(Exchange, carries_the_bytes_and_private_data_after_a_negative_status) {
 }
 
 TEST_F(Exchange, succeeds_early_without_buffers) {
-  // Checks how many writes and reads are made; a full exchange makes three.
+  // Checks the number of writes and reads. A complete exchange has three.
   const auto expect = [this](unsigned char* in, unsigned char* out, unsigned int* length,
                              uint64_t transfers) {
     Answer(0x80000001, 16);
@@ -98,7 +98,7 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
 }
 
 TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
-  // Each of the five reports the closed descriptor in another way.
+  // Each of the five operations reports the closed descriptor in a different way.
   for (uint64_t i = 1; i <= 5; ++i) {
     engine.AddFault({Operation::kRead, i, 1, zulisim::DeviceLoss{}});
     engine.AddFault({Operation::kClose, i, 1, zulisim::ErrnoFault{static_cast<int>(EIO + i)}});
@@ -121,7 +121,7 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
 }
 
 TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
-  constexpr uint32_t kRequest = 0xC0104802;  // negative as an int
+  constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
   engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
   for (uint64_t i = 0; i < 4; ++i) {  // a reconnect is the same kind of ioctl
     engine.AddFault(
