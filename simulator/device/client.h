@@ -46,7 +46,7 @@ using Responder = std::function<Reply(const Bytes& request)>;
 
 // Returns a reply with the request's header and body, and with `status`.
 Reply EchoReply(const Bytes& request, std::uint32_t status = 0);
-// The same, followed by a message of private data.
+// Returns the same reply, followed by a message of private data.
 Reply EchoReply(const Bytes& request, std::uint32_t status, Bytes privateData);
 
 }  // namespace zulisim

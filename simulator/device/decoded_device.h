@@ -21,7 +21,7 @@ class DecodedDevice : public Device {
   Result Close(std::uint64_t connection, CloseReason reason) final;
 
  protected:
-  // `clients` give names to GUIDs.
+  // `clients` contains the names that belong to the GUIDs.
   explicit DecodedDevice(std::vector<Client> clients) : decoder_(std::move(clients)) {}
 
  private:
@@ -35,7 +35,7 @@ class DecodedDevice : public Device {
   Result Run(OperationRecord record, void* target = nullptr, bool nonBlocking = false,
              int descriptor = -1);
 
-  std::mutex decoderMutex_;  // keeps the observers' order that of the decoder
+  std::mutex decoderMutex_;  // so that observers and the decoder see the same order
   OperationDecoder decoder_;
 };
 

@@ -40,7 +40,7 @@ class Device {
   void RemoveObserver(OperationObserver* observer);
 
  protected:
-  // Call these in the order in which the observers are to see the operations and events.
+  // Observers see the operations and events in the order of these calls.
   void Notify(const OperationRecord& record);
   void Notify(const DeviceEvent& event);
 

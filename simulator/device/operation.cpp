@@ -17,7 +17,8 @@ namespace {
 
 constexpr const char* kNames[kOperationCount] = {"open", "ioctl", "read", "write", "close"};
 
-// In the order of their values on Linux, from 1 on; "-" is a gap. Not every libc knows the names.
+// The names of Linux's errno values, in order and starting at 1; "-" is a gap. Not every libc knows
+// the names.
 constexpr char kErrnos[] =
     "EPERM ENOENT ESRCH EINTR EIO ENXIO E2BIG ENOEXEC EBADF ECHILD EAGAIN ENOMEM EACCES EFAULT "
     "ENOTBLK EBUSY EEXIST EXDEV ENODEV ENOTDIR EISDIR EINVAL ENFILE EMFILE ENOTTY ETXTBSY EFBIG "
@@ -105,7 +106,8 @@ Bytes ParseBytes(const std::string& what, const std::string& text) {
   try {
     bytes = common::ParseHex(text);
   } catch (const common::InputError&) {
-    // Reported below without the position in the text, which would look like one in a file.
+    // The message below leaves out the position in this text, because it would look like a position
+    // in a file.
   }
   if (bytes.empty()) {
     throw common::InputError(what + " needs an even number of hexadecimal digits, not " +
@@ -151,7 +153,7 @@ Bytes OperationRecord::Message() const {
 void RemoveBodies(OperationRecord* record) {
   if (record->IsConnect()) return;
   const bool isRequest = record->operation == Operation::kWrite;
-  // The decoder can take private data for a reply.
+  // The decoder may mistake private data for a reply.
   const bool isReply = record->payload == Payload::kReply && record->commandId &&
                        WordAt(record->output, kCommandIdOffset) == record->commandId;
   record->input.resize(isRequest ? std::min(record->input.size(), kHeaderSize) : 0);

@@ -63,9 +63,9 @@ struct OperationRecord {
   std::uint64_t length = 0;   // read and write: the requested byte count
   bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
   Bytes input;                // write: the message; ioctl: the argument before
-  int process = 0;            // of the caller; 0 for unknown
+  int process = 0;            // number of the calling process; 0 if unknown
   int thread = 0;             //
-  // What it got.
+  // What the program got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
   int error = 0;            // errno of a failure, else 0
   Bytes output;             // read: the message; ioctl: the argument after
@@ -75,11 +75,11 @@ struct OperationRecord {
   // Filled in by the engine or, for other devices, by the decoder.
   std::uint64_t sequence = 0;    // 1 for the device's first operation, in order of completion
   std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
-  int descriptor = -1;           // the program's; -1 where it is unknown or there is none
+  int descriptor = -1;           // the program's descriptor; -1 if it is unknown or there is none
   std::string client;            // name of the client that is connected; empty before the connect
   Payload payload = Payload::kNone;
-  std::optional<std::uint32_t> commandId;  // of the exchange that the message belongs to
-  std::optional<std::uint32_t> status;     // of a reply
+  std::optional<std::uint32_t> commandId;  // command of the exchange to which the message belongs
+  std::optional<std::uint32_t> status;     // status of a reply
 
   bool IsConnect() const { return operation == Operation::kIoctl && request == kConnectRequest; }
   bool IsTransfer() const {
@@ -87,11 +87,11 @@ struct OperationRecord {
   }
   // An error, or a reply with a negative status.
   bool IsFailure() const { return error != 0 || (status && IsNegative(*status)); }
-  // Return how many bytes `input` and `output` have, judging by the other members.
+  // Return the sizes of `input` and `output` that follow from the other members.
   std::size_t InputSize() const;
   std::size_t OutputSize() const;
-  // Returns the bytes that moved: of a request, a reply, private data or the connect record. Empty
-  // for other operations.
+  // Returns the transferred bytes: of a request, a reply, private data or the connect record.
+  // Returns nothing for other operations.
   Bytes Message() const;
 };
 

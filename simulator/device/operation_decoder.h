@@ -27,7 +27,7 @@ class OperationDecoder {
   struct Connection {
     int descriptor = -1;
     std::string client;
-    std::optional<std::uint32_t> commandId;  // of the last request
+    std::optional<std::uint32_t> commandId;  // command of the last request
     bool privateDataNext = false;            // the last reply had a negative status
   };
 

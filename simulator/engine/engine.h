@@ -75,7 +75,8 @@ class Engine : public Device {
   void SetIoctl(std::uint32_t request, IoctlHandler handler);
   // Throws std::invalid_argument for a fault that can never happen.
   void AddFault(const Fault& fault);
-  // Adds a fault that counts operations from now on. Throws the same.
+  // Adds a fault that counts operations from now on. Throws std::invalid_argument for a fault that
+  // can never happen.
   void AddFaultFromNow(const Fault& fault);
   void ClearFaults();
   // Loses the device now.
@@ -92,12 +93,12 @@ class Engine : public Device {
   // --- Results. ---
 
   const std::vector<Client>& clients() const { return clients_; }
-  std::uint64_t Count(Operation operation) const;  // failed ones included
+  std::uint64_t Count(Operation operation) const;  // also counts failed operations
   std::size_t OpenDescriptors() const;
   // Return how often each fault, then each reply rule, has happened, in the order of adding.
   std::vector<InstructionCount> InstructionCounts() const;
   std::vector<OperationRecord> Records() const;
-  void ClearRecords();  // does not reset counts
+  void ClearRecords();  // does not reset the counts
   // Returns the requests that the client took, in order.
   std::vector<Bytes> Requests(const std::string& client) const;
 
@@ -114,7 +115,7 @@ class Engine : public Device {
     int descriptor = -1;
     const Client* client = nullptr;
     bool lost = false;
-    std::optional<std::uint32_t> lastCommand;  // of the requests that it took
+    std::optional<std::uint32_t> lastCommand;  // of the last request that the client accepted
     MessageQueue pending;
   };
   struct Task {  // an operation in progress
@@ -126,11 +127,11 @@ class Engine : public Device {
 
   const Client& ClientNamed(const std::string& name) const;
 
-  // Call the rest with the lock held.
+  // The functions below require the lock.
   Task Begin(OperationRecord record);
   Result Finish(Task* task, std::int64_t value);
   Result Fail(Task* task, int error, std::string why);
-  // Each returns the failure that the descriptor's state or a fault causes, if any.
+  // These functions return the failure that the descriptor's state or a fault causes, if any.
   std::optional<Result> CheckDescriptor(Task* task);
   std::optional<Result> CheckTransfer(Task* task);
   std::optional<Result> ApplyFault(Task* task);
@@ -138,8 +139,8 @@ class Engine : public Device {
   static std::size_t TransferSize(Task* task, std::size_t size);
   // Returns the client, command and connection of the operation, as far as known.
   FaultScope ScopeOf(const Task& task) const;
-  // Waits, without the lock, until a message is ready. Returns the failure when none can become
-  // ready, or when the read must not wait.
+  // Releases the lock and waits until a message is ready. Returns the failure if none can become
+  // ready, or if the read must not wait.
   std::optional<Result> WaitForMessage(Task* task, bool nonBlocking,
                                        std::unique_lock<std::mutex>* lock);
   Result Connect(Task* task, void* record);
@@ -152,8 +153,8 @@ class Engine : public Device {
   const std::vector<Client> clients_;
   const bool keepRecords_;
 
-  mutable std::mutex mutex_;         // guards all that follows
-  std::condition_variable changed_;  // a connection's state or queue
+  mutable std::mutex mutex_;         // guards the members below
+  std::condition_variable changed_;  // signalled when a connection's state or queue changes
   std::map<std::uint64_t, Connection> connections_;
   std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
   std::map<std::uint32_t, IoctlHandler> ioctls_;

@@ -12,7 +12,7 @@
 
 namespace zulisim {
 
-// A set of operations.
+// Returns the bit of an operation in a set of operations.
 constexpr unsigned Bit(Operation operation) { return 1U << static_cast<unsigned>(operation); }
 inline constexpr unsigned kEveryOperation = (1U << kOperationCount) - 1;
 
@@ -42,8 +42,8 @@ struct DeviceLoss {
   bool dropReplies = false;
 };
 
-// The client takes the request and refuses it with `status` and private data. Without a status it
-// never answers.
+// The client accepts the request and refuses it with `status` and private data. Without a status,
+// the client never answers.
 struct ReplyFault {
   static constexpr unsigned kOperations = Bit(Operation::kWrite);
   std::optional<std::uint32_t> status;
@@ -72,8 +72,8 @@ struct Occurrences {
 // to run; the order within a scope usually does not.
 struct FaultScope {
   std::string client;
-  std::optional<std::uint32_t> command;  // reads and writes: of the exchange
-  std::uint64_t connection = 0;          // by the engine's number
+  std::optional<std::uint32_t> command;  // only reads and writes of this command
+  std::uint64_t connection = 0;          // the engine's number of the connection
 
   bool IsAll() const { return client.empty() && !command && connection == 0; }
   // Returns true when this scope includes `other`, the scope of one operation.
@@ -83,7 +83,7 @@ struct FaultScope {
 
 // Counts how often an instruction has happened.
 struct InstructionCount {
-  std::string origin;          // of the instruction
+  std::string origin;          // the instruction: "--lose read:3" or "loss.toml:7"
   const char* unit = "";       // "read" or another operation, or "request"
   std::uint64_t wanted = 1;    // how often it must happen
   std::uint64_t seen = 0;      // how many operations or requests it covers so far

@@ -10,12 +10,12 @@ namespace zulisim::hooks {
 
 inline constexpr int kDescriptorLimit = 65536;
 
-// Marks `descriptor`, opened with `flags`, as one of the device. Returns false if its number is
-// kDescriptorLimit or higher.
+// Marks `descriptor`, opened with `flags`, as one of the device. Returns false if the descriptor's
+// number is kDescriptorLimit or higher.
 bool MarkDescriptor(int descriptor, std::uint64_t handle, int flags);
 
-// Returns the handle of a marked descriptor. For an unmarked one, the call costs a single load.
-// Removes the mark of a descriptor that the program closed without the hooks.
+// Returns the handle of a marked descriptor. For an unmarked descriptor, the call costs a single
+// load. If the program closed the descriptor without the hooks, removes the mark.
 std::optional<std::uint64_t> DeviceHandle(int descriptor);
 
 // Returns the flags with which a marked descriptor was opened.

@@ -6,8 +6,9 @@
 #include "simulator/device/device_abi.h"
 
 // Device operations for the hooks. Each program links one of two implementations: in_process/ calls
-// an engine in the same process, preload/ one in another process. The hooks and these functions do
-// not use a C++ runtime library and never throw. Errors are errno values. A result of -1 has one.
+// an engine in the same process, and preload/ calls one in another process. The hooks and these
+// functions do not use a C++ runtime library and never throw. Errors are errno values. A result
+// with the value -1 contains an errno.
 namespace zulisim::hooks {
 
 // A descriptor of the device. The kernel allocated it, so no other file in the process can have its

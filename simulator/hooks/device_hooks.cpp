@@ -111,7 +111,7 @@ int FcntlResult(int descriptor, int command, int result) {
   if (result < 0 || (!isDuplication && command != F_GETFL)) return result;
   const auto handle = DeviceHandle(descriptor);
   if (isDuplication) return MarkDuplicate(descriptor, handle, result);
-  // The socket has the flags that a program can change. The others come from the open.
+  // The socket stores the flags that a program can change. The other flags are those of the open.
   constexpr int kChangeable = O_APPEND | O_NONBLOCK | O_ASYNC;
   constexpr int kOnlyForOpen = O_CREAT | O_EXCL | O_NOCTTY | O_TRUNC | O_CLOEXEC;
   if (!handle) return result;

@@ -52,8 +52,9 @@
   result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
   result Hook_##name(__VA_ARGS__)
 
-// Gives the hook of `name` a second symbol, `name64`. Where off_t has 64 bits, the two functions of
-// libc are the same. The attribute `alias` would find an inline function of libc's headers.
+// Gives the hook of `name` a second symbol, `name64`. Where off_t has 64 bits, libc's two functions
+// are the same. The attribute `alias` does not work here, because libc's headers define some of the
+// functions inline.
 #define ZULISIM_HOOK_64(name, name64) __asm__(".globl " #name64 "\n.set " #name64 ", " #name);
 static_assert(sizeof(off_t) == 8, "name and name64 differ");
 

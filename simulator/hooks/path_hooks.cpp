@@ -14,7 +14,8 @@
 namespace zulisim::hooks {
 namespace {
 
-// A character device that always exists. The hooks report its attributes for the device.
+// A character device that exists on every machine. The hooks report its attributes as those of the
+// device.
 constexpr const char* kAnyCharacterDevice = "/dev/null";
 
 const char* Target(const char* path) {

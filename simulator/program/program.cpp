@@ -62,8 +62,8 @@ void CheckPrivileges(const std::string& path) {
       geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0;
   if (!gainsUser && !gainsGroup && !gainsCapabilities) return;
   Refuse(kCannotRun, path,
-         "it gains privileges at its start (set-user-ID, set-group-ID or file capabilities), so "
-         "that it cannot have a preload library; run a copy without them");
+         "it gains privileges at its start (set-user-ID, set-group-ID or file capabilities) and "
+         "cannot load a preload library; run a copy without them");
 }
 
 std::string OwnDynamicLinker() {

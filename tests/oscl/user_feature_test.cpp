@@ -106,7 +106,7 @@ TEST_F(UserFeatureTest, multi_strings_are_split_within_their_length) {
   }
 }
 
-TEST_F(UserFeatureTest, strings_are_written_as_far_as_they_go) {
+TEST_F(UserFeatureTest, strings_are_written_within_their_size) {
   char text[] = "ab";
   UserFeatureString strings[] = {{text, 2}, {nullptr, 1}, {nullptr, 0xFFFFFFFF}};
   UserFeatureValue value = {const_cast<char*>("text"), USER_FEATURE_MULTI_STRING, {}, 0, 0};

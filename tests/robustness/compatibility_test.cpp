@@ -342,7 +342,7 @@ TEST_F(Compatibility, keeps_the_code_when_it_does_nothing_or_is_no_primitive) {
   EXPECT_TRUE(faults::Disarm());
 }
 
-TEST_F(Compatibility, leaves_the_code_of_a_wrong_call) {
+TEST_F(Compatibility, sets_the_code_of_a_wrong_call) {
   const char* path = path_.c_str();
   const auto fails = [&](uint32_t access, uint32_t disposition) {
     return CreateFile(path, access, 0, nullptr, disposition, 0, nullptr) == INVALID_HANDLE_VALUE;

@@ -53,7 +53,7 @@ TEST(AttachmentTest, serves_the_device_only_while_it_exists) {
   }
   EXPECT_EQ(ErrorOf(write(left, &byte, 1)), ENODEV);
   EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), ENOENT);
-  // No new descriptor gets its number, and its mark has no meaning for the next engine.
+  // No new descriptor gets the old one's number, and the old mark means nothing to the next engine.
   Engine other;
   InProcessDevice attachment(other);
   EXPECT_NE(Connected(), left);
@@ -102,7 +102,7 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);
-  // System calls by number are served. Paths with a missing folder are not the device.
+  // The hooks serve syscall(2). A path with a missing folder does not name the device.
   const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDONLY);
   EXPECT_EQ(ErrorOf(syscall(SYS_read, direct, buffer, 1L)), ENOTCONN);
   EXPECT_EQ(syscall(SYS_close, direct), 0);
@@ -124,7 +124,7 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);
   EXPECT_EQ(read(second, buffer, 16), 16);
-  // dup2 replaces the target, in both directions.
+  // dup2 can replace a descriptor of the device, and can replace another one by it.
   EXPECT_EQ(dup2(file, second), second);
   EXPECT_EQ(read(second, buffer, 16), 0);
   EXPECT_EQ(dup2(third, file), file);
