@@ -38,7 +38,7 @@ else()
 endif()
 
 # Packs each relative relocation into one bit. Most of them belong to the C++ runtime. Android's loader
-# supports them from API level 28 on, and glibc's from 2.36 on, but only as GNU ld marks them.
+# supports them from API level 28 on. glibc's supports them from 2.36 on, but needs a mark of GNU ld.
 if(ANDROID)
   target_link_options(kalodll PRIVATE
     "LINKER:--pack-dyn-relocs=android+relr,--use-android-relr-tags")
@@ -63,7 +63,7 @@ elseif(NOT KALODLL_SANITIZE)
       "-Wl,-Bstatic" c++ c++abi "-Wl,-Bdynamic" Threads::Threads gcc_s)
     target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBCXX)
   else()
-    # The compiler refers to __cxa_pure_virtual only weakly, which would not link it.
+    # The compiler's reference to __cxa_pure_virtual is weak, and a weak reference links nothing.
     target_link_options(kalodll PRIVATE -static-libstdc++ "LINKER:--undefined=__cxa_pure_virtual")
     target_compile_definitions(kalodll PRIVATE KALODLL_CARRIES_LIBSTDCXX)
   endif()

@@ -77,7 +77,7 @@ class RegistryImage {
   RegistryValueRecord& AddValue(RegistryKeyRecord& key, std::string_view name);
 
   // Rewrites the file in one piece with the keys in list order. Throws RegistryFailure 10 if the
-  // file cannot be opened, or cannot be written; then it is left truncated.
+  // file cannot be opened, or if a write fails, which leaves the file truncated.
   void Save() const;
   // What Save writes.
   std::string Rendered() const;

@@ -30,7 +30,7 @@ FOLDERS = ["api", "transport", "log", "oscl"]
 BENCH = ["common", "simulator", "tools"]
 TESTS = ["api", "transport", "log", "oscl", "policy", "robustness", "simulator"]
 TESTS_OF_BENCH = ["simulator", "tools"]
-# A test of half a million paths, many of which other tests also run; and tests of other parts.
+# A slow test of half a million paths, most of which other tests cover, and tests of other folders.
 LEFT_OUT = "negative_with_private_data|pages_|machine|_device$"
 LEFT_OUT_OF_BENCH = "pages_browser"
 

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Boots Debian's kernel in an emulated machine, and runs the exchange suite there against a true
-# character device "/dev/zuli". Installs only Debian packages; the kernel is unpacked, not installed.
+# character device "/dev/zuli". Installs only Debian packages, but not the kernel.
 #
 #   scripts/vm-test.sh [BUILD FOLDER]      (default: build/release, which is built first)
 #
@@ -41,7 +41,7 @@ if ! [ -e "$cache/complete" ]; then
   touch "$cache/complete"
 fi
 
-# The machine's first file system holds the programs at their paths here, and their libraries.
+# The machine's first file system holds the programs and their libraries, at the same paths as here.
 root=$(mktemp -d)
 trap 'rm -rf "$root"' EXIT
 mkdir -p "$root/tree"/{bin,proc,sys,dev,tmp,data,etc,suite}
