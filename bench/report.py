@@ -9,7 +9,7 @@ import argparse
 import json
 import pathlib
 
-PARTS = [  # of the time of a command; the kernel's share first
+PARTS = [  # the parts of a command's time, with the kernel's part first
     ("write(2), five lines", "#7a8ba3"),
     ("device, write and read", "#33475b"),
     ("file sinks: insert and flush", "#4f9d8f"),

@@ -134,7 +134,7 @@ void WaitForEnd(KernelServer& server) {
 
 int Serve(const ServeOptions& options) {
   const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
-  // Empty with --cuse, and with --fuse if no file is named.
+  // The file is empty with --cuse, and with --fuse if the user names no file.
   const std::string path =
       options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
   std::vector<NamedFile> inputs = InputFiles(options.scenario);

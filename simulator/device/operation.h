@@ -62,13 +62,13 @@ struct OperationRecord {
   std::uint32_t request = 0;  // ioctl: the request number as 32 bits
   std::uint64_t length = 0;   // read and write: the requested byte count
   bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
-  Bytes input;                // write: the message; ioctl: the argument before
+  Bytes input;                // write: the message; ioctl: the argument before the call
   int process = 0;            // number of the calling process; 0 if unknown
   int thread = 0;             //
   // What the program got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
   int error = 0;            // errno of a failure, else 0
-  Bytes output;             // read: the message; ioctl: the argument after
+  Bytes output;             // read: the message; ioctl: the argument after the call
   std::chrono::nanoseconds start{};  // on the monotonic clock
   std::chrono::nanoseconds end{};
   std::string why;  // the reason for a failure or a short transfer

@@ -37,8 +37,9 @@ struct DeviceLoss {
   static constexpr unsigned kOperations = kEveryOperation;
   std::uint64_t failingOpens = 0;  // the number of opens after the loss that fail
   int openError = ENODEV;          // their errno
-  // False: replies that the program has not read go to the next descriptor that connects to the
-  // same client, if the next open succeeds. A program that reconnects at once loses nothing.
+  // If false, replies that the program has not read go to the next descriptor that connects to the
+  // same client, provided that the next open succeeds. A program that reconnects at once then loses
+  // nothing.
   bool dropReplies = false;
 };
 
@@ -56,7 +57,7 @@ using FaultEffect = std::variant<ErrnoFault, ShortCount, DeviceLoss, ReplyFault>
 
 inline constexpr std::uint64_t kForever = std::numeric_limits<std::uint64_t>::max();
 
-// The range from `first` to `first + times - 1`, counted from 1.
+// The range from `first` to `first + times - 1`. Numbers start at 1.
 struct Occurrences {
   std::uint64_t first = 1;
   std::uint64_t times = 1;
@@ -67,9 +68,9 @@ struct Occurrences {
   }
 };
 
-// Selects the operations that a fault counts: those of a client, a command or a connection, or all
-// when nothing is set. In a program with threads, the order over all descriptors changes from run
-// to run; the order within a scope usually does not.
+// Selects the operations that a fault counts: those of a client, a command or a connection. If no
+// member is set, the fault counts all operations. In a program with threads, the order over all
+// descriptors changes from run to run; the order within a scope usually does not.
 struct FaultScope {
   std::string client;
   std::optional<std::uint32_t> command;  // only reads and writes of this command
@@ -102,8 +103,8 @@ struct Fault {
   std::uint64_t first = 1;
   std::uint64_t times = 1;
   FaultEffect effect = ErrnoFault{};
-  // Below 1, the fault applies to only some of them. The choice depends only on the seed and the
-  // number of the operation, so it is the same in every run.
+  // If this is below 1, the fault applies to only some of them. The choice depends only on the seed
+  // and the number of the operation, so it is the same in every run.
   double probability = 1;
   std::uint64_t seed = 0;
   FaultScope scope = {};
@@ -125,7 +126,7 @@ class FaultPlan {
   void Clear() { entries_.clear(); }
   // Counts one operation. Returns the fault that applies to it, or null.
   const Fault* Next(Operation operation, const FaultScope& scope);
-  // In the order of Add.
+  // The results are in the order of the calls of Add.
   std::vector<InstructionCount> InstructionCounts() const;
 
  private:

@@ -13,12 +13,13 @@
 
 namespace zulisim {
 
-// How a client answers a command, or all commands that have no rule.
+// Describes how a client answers a command, or all commands without a rule of their own.
 struct ReplyRule {
   std::string client;
   std::optional<std::uint32_t> command;
-  // Only these requests, counted separately for each client and command. Without it, all requests
-  // that no other rule of the same command answers.
+  // The rule applies only to these requests, counted separately for each client and command. If it
+  // is missing, the rule applies to all requests to which no other rule for the same command
+  // applies.
   std::optional<Occurrences> at;
   std::uint32_t status = 0;
   std::optional<Bytes> body;  // replaces the request's body after the header
@@ -26,20 +27,20 @@ struct ReplyRule {
   bool unusual = false;  // allows private data that no firmware sends
   std::chrono::microseconds latency{0};
   bool held = false;    // until Engine::ReleaseReplies
-  bool silent = false;  // no reply at all
+  bool silent = false;  // the client never replies
   std::string origin;   // "--reply kalo:0x10=hold" or "loss.toml:7"
 };
 
-// Returns nothing when a firmware can send the reply. Otherwise returns what is wrong and the
+// Returns nothing if a firmware can send such a reply. Otherwise returns what is wrong and the
 // remedy.
 std::optional<std::string> ReplyError(const ReplyRule& rule);
 
-// Chooses the reply to a request. A rule with a command precedes one without, and a rule with `at`
-// precedes one without. Not thread-safe.
+// Chooses the reply to a request. A rule for one command takes precedence over a rule for all
+// commands, and a rule with `at` over a rule without. Not thread-safe.
 class ReplyPlan {
  public:
   void Add(const ReplyRule& rule);
-  // Counts the request. Returns the reply by the rule for it, or nothing when no rule matches.
+  // Counts the request. Returns the reply of the rule that applies, or nothing if no rule applies.
   std::optional<Reply> Answer(const std::string& client, const Bytes& request);
   std::vector<InstructionCount> InstructionCounts() const;  // in the order of Add
 

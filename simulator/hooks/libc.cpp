@@ -12,7 +12,7 @@ std::atomic<bool> resolved{false};
 
 void* FindInLibc(const char* name) {
   void* function = dlsym(RTLD_NEXT, name);
-  // Functions that only old programs use have no default version.
+  // dlsym finds no default version of functions that only old programs use.
   return function != nullptr ? function : dlvsym(RTLD_NEXT, name, "GLIBC_2.2.5");
 }
 

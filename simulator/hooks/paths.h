@@ -41,7 +41,7 @@ inline bool SamePath(const char* path, const char* canonical) {
 // Returns true if `path` names the device and a device is served.
 bool IsDevice(const char* path);
 
-// Does what open(2) does for such a path.
+// Opens the device like open(2) and returns its result.
 int OpenDevice(int flags, unsigned mode);
 
 }  // namespace zulisim::hooks

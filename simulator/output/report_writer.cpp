@@ -25,7 +25,7 @@ constexpr char kScript[] =
 #include "simulator/output/report_js.inc"
     ;
 
-// The text is the content of a script element, so it must not contain '<'. Names and logs may not
+// The text is the content of a script element, so it must not contain '<'. Names and logs need not
 // be valid UTF-8.
 std::string Text(const Json& json) {
   std::string text;

@@ -47,8 +47,8 @@ struct RunDescription {
   std::vector<std::string> program;
   std::vector<std::string> instructions;  // as on the command line: "--lose read:2"
   std::string logFile;                    // the library's log file; empty if there is none to read
-  // The system clock's time when the operations' time was zero. If it is missing, operations have
-  // times of Now().
+  // The system clock's time at which the operations' time was 0. If this is missing, the
+  // operations' times are times of Now().
   std::optional<std::chrono::nanoseconds> clock = std::nullopt;
 };
 

@@ -81,7 +81,7 @@ class TraceWriter : public OutputWriter {
     return std::chrono::duration<double, std::micro>(time).count();
   }
 
-  // Names of programs and clients may not be valid UTF-8.
+  // Names of programs and clients need not be valid UTF-8.
   void Emit(const char* phase, std::uint64_t track, const std::string& name,
             std::chrono::nanoseconds time, const Json& members = Json::object()) {
     Json event = {{"ph", phase}, {"pid", 1}, {"tid", track}, {"name", name}};

@@ -64,12 +64,11 @@ class PassthroughDevice::File : public std::enable_shared_from_this<File> {
   struct PendingRead {
     Bytes bytes;
     std::optional<Result> result;
-    std::shared_ptr<File>
-        file;  // set by GiveUpReads: keeps the descriptor open for the thread
+    std::shared_ptr<File> file;  // set by GiveUpReads: keeps the descriptor open for the thread
   };
   // Shared with the threads, which can outlive the file.
   struct Reads {
-    std::mutex mutex;  // guards what follows, and each PendingRead except its bytes
+    std::mutex mutex;  // guards the members below, and every PendingRead except for its bytes
     std::condition_variable changed;
     bool givenUp = false;
   };

@@ -32,9 +32,9 @@ namespace zulisim {
 //
 // Times are nanoseconds; "start_ns" counts from the start of the recording. Operations with the
 // same "connection" used the same open file; a failed open has none. "input" holds the bytes that
-// the program passed, "output" those that it got. "null":true marks a null or bad address, and
-// "abandoned":true a close that the program did not make. Operations may be removed, inserted and
-// changed. The reader ignores "number", "client", "command" and "status", which follow from the
+// the program passed, "output" those that it got. "null":true marks a null or bad address.
+// "abandoned":true marks a close that the program did not make. Operations may be removed, inserted
+// and changed. The reader ignores "number", "client", "command" and "status", which follow from the
 // rest, and members that it does not know.
 //
 // A redacted recording has "redacted":true in its header. Its inputs and outputs end after the

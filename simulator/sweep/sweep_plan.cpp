@@ -19,7 +19,7 @@ constexpr unsigned kCalls = kTransfers | Bit(Operation::kIoctl);
 
 struct FaultRow {
   const char* name;
-  unsigned operations;  // a set of Bit
+  unsigned operations;  // the operations that can have this fault, as bits of Bit()
   const char* option;
   const char* value;         // follows "read:3"
   bool isRepeatable = true;  // false if a repetition changes nothing
