@@ -1,6 +1,7 @@
 #include "bench/free_device.h"
 
-// The kernel's header, because libc's declares that poll() does not read its first argument.
+// Use the kernel's header, because libc's header declares that poll() does not read its first
+// argument, which this poll() does.
 #include <asm/poll.h>
 #include <dlfcn.h>
 #include <fcntl.h>

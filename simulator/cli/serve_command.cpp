@@ -134,7 +134,7 @@ void WaitForEnd(KernelServer& server) {
 
 int Serve(const ServeOptions& options) {
   const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
-  // The file is empty with --cuse, and with --fuse if the user names no file.
+  // With --cuse there is no file name, and with --fuse it is optional.
   const std::string path =
       options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
   std::vector<NamedFile> inputs = InputFiles(options.scenario);

@@ -107,7 +107,7 @@ class Engine : public Device {
     Payload payload = Payload::kReply;
     Bytes bytes;
     std::optional<std::uint32_t> commandId;
-    std::chrono::steady_clock::time_point ready;  // reads wait until then
+    std::chrono::steady_clock::time_point ready;  // time until which reads wait
     bool held = false;                            // reads wait until it is released
   };
   using MessageQueue = std::deque<Message>;
@@ -121,8 +121,8 @@ class Engine : public Device {
   struct Task {  // an operation in progress
     OperationRecord record;
     Connection* connection = nullptr;
-    std::optional<ShortCount> shortCount;  // of a read or write
-    std::optional<ReplyFault> replyFault;  // of a write
+    std::optional<ShortCount> shortCount;  // the fault of a read or write
+    std::optional<ReplyFault> replyFault;  // the fault of a write
   };
 
   const Client& ClientNamed(const std::string& name) const;
@@ -162,7 +162,7 @@ class Engine : public Device {
   FaultPlan faults_;
   std::uint64_t failingOpens_ = 0;
   int openError_ = 0;
-  std::vector<std::pair<const Client*, MessageQueue>> keptReplies_;  // after a loss
+  std::vector<std::pair<const Client*, MessageQueue>> keptReplies_;  // replies that outlived a loss
   std::array<std::uint64_t, kOperationCount> counts_{};
   std::uint64_t nextConnection_ = 1;
   std::uint64_t nextSequence_ = 1;

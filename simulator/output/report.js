@@ -5,8 +5,8 @@ const rows = lines.map(line => {
 });
 const {head} = rows[rows.length - 1].head ? rows.pop() : {head: {}};
 const failures = rows.flatMap((row, index) => row.failed ? [index] : []);
-const kBlock = 200;  // rows that appear together
-const kAlwaysShown = 3000;  // of a shorter run, so that the browser's search finds every row
+const kBlock = 200;  // number of rows that are added at once
+const kAlwaysShown = 3000;  // show all rows up to this number, so that the browser's search finds them
 const kListed = 100;  // failures
 const blocks = [];
 let current = -1;  // the failure that is marked

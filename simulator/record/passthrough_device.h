@@ -12,10 +12,9 @@
 namespace zulisim {
 
 // Passes every operation on to a device of the kernel, the file at `path`. The constructor opens
-// the file's folder, because the process may later enter a file tree in which `path` is the file
-// that zulisim serves to the program. Operations do not block each other. A read that the kernel
-// never answers returns when its connection is closed; the thread that made it runs until the
-// process ends. Thread-safe.
+// the folder of `path`: the process may later enter a file tree in which `path` is the device that
+// zulisim itself serves. Operations do not block each other. A read that the kernel never answers
+// returns when its connection is closed, but its thread runs until the process ends. Thread-safe.
 class PassthroughDevice : public DecodedDevice {
  public:
   // `clients` contains the names that belong to the GUIDs.
