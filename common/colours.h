@@ -4,7 +4,7 @@
 
 namespace common {
 
-// The escape sequences of an output; all empty where colour is not wanted.
+// The escape sequences of an output. They are empty if it shows no colours.
 struct Colours {
   const char* good = "";
   const char* bad = "";
@@ -14,7 +14,7 @@ struct Colours {
   const char* reset = "";
 };
 
-// Colour only on a terminal that can show it, and never while NO_COLOR holds anything.
+// Returns sequences if `stream` is a terminal, TERM is not "dumb", and NO_COLOR is empty.
 Colours ColoursFor(std::FILE* stream);
 
 }  // namespace common

@@ -44,7 +44,7 @@ std::string Usage(const CLI::App& app) {
   return usage + (app.get_prefix_command() ? " [--] PROGRAM [ARGUMENTS...]" : "");
 }
 
-// A name and what it is for, with the lines of the latter in a column of their own.
+// Returns a row of the help: the name, and its description wrapped in the second column.
 std::string Row(const std::string& name, const std::string& text) {
   std::string row = "  " + name;
   std::size_t column = row.size();
@@ -104,7 +104,7 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
-// Throws UsageError that names the option when `text` is none of `words`.
+// Returns the index of `text` in `words`. Throws UsageError with the option if it is not there.
 std::size_t IndexOf(const std::string& text, const std::vector<std::string>& words,
                     const std::string& option) {
   const auto found = std::find(words.begin(), words.end(), text);
@@ -192,7 +192,7 @@ Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::st
 Option Command::AddList(const std::string& names, std::vector<std::string>* target,
                         const std::string& shape, const std::string& help) {
   CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape);
-  // Not allow_extra_args: the words after the value may be the program.
+  // Without allow_extra_args(false), the option would also take the words of the program.
   if (names[0] == '-') option->delimiter(',')->expected(1)->allow_extra_args(false)->take_all();
   return InGroup(option);
 }
@@ -207,7 +207,7 @@ Option Command::AddRepeated(const std::string& name,
                      ->type_name(shape)
                      ->type_size(1)
                      ->expected(1)
-                     ->allow_extra_args(false)  // what follows the value may be the program
+                     ->allow_extra_args(false)  // the next words may be the program
                      ->take_all()
                      ->trigger_on_parse());
 }
@@ -234,8 +234,8 @@ Command* Command::Chosen() {
   return this;
 }
 
-// `separated` is what follows "--". Without it, the program begins with the first word that is
-// neither an option nor the value of one.
+// `separated` holds the words after "--". Without "--", the program begins with the first word that
+// is neither an option nor a value of an option.
 void Command::StoreProgram(const std::vector<std::string>& separated) {
   std::vector<std::string> words = app_->remaining();
   if (!words.empty() && words.front()[0] == '-') Complain("");
@@ -247,7 +247,7 @@ void Command::StoreProgram(const std::vector<std::string>& separated) {
   *program_ = std::move(words);
 }
 
-// Names what is wrong with the words for this command; `message` is the parser's own text.
+// Throws UsageError with the word that is wrong. `message` is the text of the parser library.
 void Command::Complain(const std::string& message) const {
   const std::vector<std::string> commands = CommandNames(*app_);
   const std::vector<std::string> words = app_->remaining();
@@ -280,7 +280,7 @@ CommandLine::~CommandLine() = default;
 int CommandLine::Run(int argc, const char* const* argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   std::vector<std::string> separated;
-  // What follows "--" belongs to the program, whatever it looks like.
+  // Every word after "--" belongs to the program.
   const bool takesProgram = std::any_of(root_->commands_.begin(), root_->commands_.end(),
                                         [&words](const Command& command) {
                                           return command.program_ != nullptr && !words.empty() &&
@@ -291,7 +291,7 @@ int CommandLine::Run(int argc, const char* const* argv) {
     separated.assign(separator, words.end());
     words.erase(separator, words.end());
   }
-  std::reverse(words.begin(), words.end());  // the parser takes them from the end
+  std::reverse(words.begin(), words.end());  // the parser reads them from the end
   try {
     try {
       app_->parse(words);

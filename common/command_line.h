@@ -16,25 +16,25 @@ class App;
 class Option;
 }  // namespace CLI
 
-// The command lines of the programs. The parser behind it is slow to compile, so that only
-// command_line.cpp includes it.
+// The command lines of the programs. Only command_line.cpp includes the parser library, which is
+// slow to compile.
 namespace common {
 
-// The command line is wrong. The program adds where the help is.
+// A wrong command line. CommandLine::Run adds a pointer to the help.
 class UsageError : public InputError {
  public:
   using InputError::InputError;
 };
 
-// An option or a positional argument of a command, to add a condition to. Copy it freely.
+// An option or a positional argument of a command. The functions add conditions to it. Copyable.
 class Option {
  public:
   explicit Option(CLI::Option* option) : option_(option) {}
 
   Option& Require();
-  // The command line may have this option or the other.
+  // Rejects a command line with both options.
   Option& Exclude(const Option& other);
-  // The option stands for `value` when it has none.
+  // Makes the value optional. Without one, the option has `value`.
   Option& MakeValueOptional(const std::string& value);
 
  private:
@@ -43,29 +43,29 @@ class Option {
 
 // A command of a program: its options, its help and its action.
 //
-// A name without "-" in front adds a positional argument. `shape` is how the help shows a value.
-// The help begins with a verb. Each target is written while the command line is parsed, and must
-// live until the action has run.
+// A name without a leading "-" adds a positional argument. The help shows `shape` for the value. A
+// help text begins with a verb. The parser writes the targets, which must live until the action has
+// run.
 class Command {
  public:
   explicit Command(CLI::App* app);
   Command(const Command&) = delete;
   Command& operator=(const Command&) = delete;
 
-  // Adds a command below this one, which then cannot run by itself. It lives as long as this.
+  // Adds a subcommand, which this command owns. A command with subcommands has no action.
   Command* AddCommand(const std::string& name, const std::string& about);
 
-  // The help lists the options added from now on below "`title`:".
+  // Starts a group: the help lists the options that follow under "`title`:".
   void BeginGroup(const std::string& title) { group_ = title; }
-  // The help ends with this, as it stands.
+  // Sets the text at the end of the help, which is printed unchanged.
   void SetFooter(const std::string& text);
-  // Runs when this command is chosen. Returns the exit status.
+  // Sets the function that runs this command. It returns the exit status.
   void SetAction(std::function<int()> action) { action_ = std::move(action); }
 
   Option AddFlag(const std::string& names, bool* target, const std::string& help);
   Option AddText(const std::string& names, std::string* target, const std::string& shape,
                  const std::string& help);
-  // Refuses an empty name.
+  // Rejects an empty name.
   Option AddFile(const std::string& names, std::string* target, const std::string& help,
                  const std::string& shape = "FILE");
   // Takes an unsigned 32-bit number, decimal or hexadecimal.
@@ -74,7 +74,7 @@ class Command {
   // Takes one of `words`, and calls `choose` with its index.
   Option AddWord(const std::string& names, const std::vector<std::string>& words,
                  const std::function<void(std::size_t)>& choose, const std::string& help);
-  // The same, which stores the value that belongs to the word.
+  // The same, but stores the value of the chosen word.
   template <typename Value, typename Target>
   Option AddChoice(const std::string& names, Target* target,
                    const std::vector<std::pair<std::string, Value>>& choices,
@@ -84,21 +84,20 @@ class Command {
     return AddWord(
         names, words, [=](std::size_t index) { *target = choices[index].second; }, help);
   }
-  // Takes one of `words` after "=", and the first of them without a value.
+  // Takes one of `words` after "=". Without "=", stores the first word.
   Option AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
                        std::string* target, const std::string& help);
-  // Takes several values: an option with commas between them, or a positional argument that takes
-  // all words.
+  // Takes several values: an option separates them by commas, a positional argument takes all
+  // words.
   Option AddList(const std::string& names, std::vector<std::string>* target,
                  const std::string& shape, const std::string& help);
-  // An option that may be repeated. Calls `take` with each value, in the order of the command line.
+  // Adds a repeatable option. Calls `take` with each value, in the order of the command line.
   Option AddRepeated(const std::string& name, const std::function<void(const std::string&)>& take,
                      const std::string& shape, const std::string& help);
-  // Requires "PROGRAM [ARGUMENTS...]" at the end of the command line, with or without "--" in
-  // front.
+  // Requires "PROGRAM [ARGUMENTS...]" at the end of the command line, optionally after "--".
   void TakeProgram(std::vector<std::string>* target);
 
-  // Of the parsed command line: whether it has the option, and the first value or "".
+  // After parsing: return whether the command line has the option, and its first value or "".
   bool Has(const std::string& name) const;
   std::string ValueOf(const std::string& name) const;
 
@@ -125,11 +124,11 @@ class CommandLine {
   CommandLine(const CommandLine&) = delete;
   CommandLine& operator=(const CommandLine&) = delete;
 
-  // The program itself, which has commands only.
+  // Returns the program itself, to add commands to.
   Command* root() { return root_.get(); }
 
   // Parses the command line and runs the chosen command's action, or prints the help or the
-  // version. Throws UsageError for a wrong command line, and what the action throws.
+  // version. Throws UsageError for a wrong command line, and passes on exceptions of the action.
   int Run(int argc, const char* const* argv);
 
  private:

@@ -6,19 +6,19 @@
 
 namespace common {
 
-// Reads what others append to a file. One that is not there yet is waited for; one that was cut or
-// replaced is read from its beginning.
+// Reads text that other processes append to a file. The file may not exist yet. A file that was
+// truncated or replaced is read from its beginning.
 class FileFollower {
  public:
   enum class From { kBeginning, kEnd };
 
-  // With kEnd, what the file holds already is passed over.
+  // kEnd skips the present content of the file.
   FileFollower(std::string path, From from);
   ~FileFollower();
   FileFollower(const FileFollower&) = delete;
   FileFollower& operator=(const FileFollower&) = delete;
 
-  // What has come since the last call, empty when there is nothing or the file cannot be read.
+  // Returns the text since the last call, or an empty text if there is none or reading fails.
   std::string Take();
 
  private:

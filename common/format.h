@@ -6,7 +6,7 @@
 
 namespace common {
 
-// Returns the text of `format` with `arguments`. Called by Format only.
+// Returns the text of `format` with `arguments`. Only for Format.
 std::string FormatArguments(fmt::string_view format, fmt::format_args arguments);
 
 // Returns `format` with each "{}" replaced by the next argument: Format("{} of {}", 1, "many").

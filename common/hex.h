@@ -12,31 +12,30 @@ using Bytes = std::vector<std::uint8_t>;
 
 inline constexpr std::size_t kHexLineSize = 16;
 
-// The bytes from an offset on, at most kHexLineSize of them.
+// Up to kHexLineSize bytes of a message, as text.
 struct HexLine {
   std::string digits;      // "f1fcf6fb cf962e4e a6a61bab 8cbe36b1"
-  std::string characters;  // a dot for all that is not printable ASCII
+  std::string characters;  // with a dot for each byte that is not printable ASCII
 };
 HexLine HexLineAt(const Bytes& bytes, std::size_t offset);
 
-// A line for each sixteen bytes, after `indent`: the offset, the digits, the characters. Lines that
-// repeat the one before are shown as one "*".
+// Returns one line per sixteen bytes, after `indent`: offset, digits, characters. One "*" replaces
+// lines that are equal to the line before them.
 std::string HexDump(const Bytes& bytes, const std::string& indent = "");
 
-// The lines in which two messages differ, those of `expected` after "-" and those of `got` after
-// "+", with their offset; at most so many, and a last line that counts the rest.
+// Returns the lines in which two messages differ, those of `expected` after "-" and those of `got`
+// after "+". Shows at most `mostLines` pairs; a last line counts the rest.
 std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLines = 8);
 
 // Returns two lower-case hexadecimal digits for each byte.
 std::string HexDigits(const Bytes& bytes);
 
-// Bytes written as pairs of hexadecimal digits. Pairs may stand together or be separated by white
-// space, ',' or ':'; each run may begin with "0x"; '#' starts a comment that ends with the line.
-// Throws InputError that names line, column and character.
-Bytes ParseHex(std::string_view text);
+// Parses pairs of hexadecimal digits, with or without white space between them. '#' starts a
+// comment that ends with the line. Throws InputError with the line and the pair.
+Bytes ParseHex(const std::string& text);
 
-// True for content without control characters other than white space, and without bytes above 0x7e.
-// A message is never that: the upper byte of its command identifier is 0.
+// Returns true if `content` has no control characters other than white space, and no bytes above
+// 0x7e. A message never looks like that: the upper byte of its command is 0.
 bool LooksLikeText(std::string_view content);
 
 }  // namespace common

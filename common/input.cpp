@@ -6,6 +6,7 @@
 #include <memory>
 #include <vector>
 
+#include "common/format.h"
 #include "common/text.h"
 
 namespace common {
@@ -30,8 +31,7 @@ void ReadBlocks(const std::string& path, const std::function<void(std::string_vi
     }
     if (std::ferror(file.get()) == 0) return;
   }
-  throw InputError(InputName(path) + " cannot be read: " + std::strerror(errno) +
-                   "; the name of a readable file is expected, or - for standard input");
+  throw InputError("cannot read " + InputName(path) + ": " + std::strerror(errno));
 }
 
 std::string ReadInput(const std::string& path, std::size_t most) {
@@ -39,8 +39,7 @@ std::string ReadInput(const std::string& path, std::size_t most) {
   ReadBlocks(path, [&](std::string_view block) {
     content += block;
     if (content.size() <= most) return;
-    throw InputTooLong(InputName(path) + ": at most " + std::to_string(most) +
-                       " bytes are expected");
+    throw InputError(Format("{} is longer than {} bytes", InputName(path), most));
   });
   return content;
 }

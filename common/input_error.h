@@ -8,13 +8,13 @@
 
 namespace common {
 
-// Something that the user gave is wrong. The text names it and says what would be right.
+// An input of the user is wrong. The text names it and the remedy.
 class InputError : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;
 };
 
-// What is wrong at a place of a file; lines and columns count from 1.
+// An error at a place in a file. Lines and columns count from 1.
 struct Diagnostic {
   std::uint32_t line = 1;
   std::uint32_t column = 1;

@@ -8,9 +8,10 @@
 
 namespace common {
 
-// Folds the copies that stand in a row: every KaloInit3 of a process adds one more sink for the
-// same file, so that from its first line on each message is written once more. That line shows how
-// many sinks there are; a message that the library wrote twice stays two.
+// Merges consecutive copies of a message. Each KaloInit3 of a process adds one more sink for the
+// same file, so the library writes every later message once more. The number of copies of
+// KaloInit3's first message shows the number of sinks. A message that the library logs twice stays
+// two messages.
 class LogFolder {
  public:
   using Consumer = std::function<void(const LogRecord& record, std::size_t copies)>;
@@ -19,14 +20,14 @@ class LogFolder {
 
   void Add(LogRecord&& record);
 
-  // The log ends here.
+  // Call this at the end of the log.
   void Finish();
 
  private:
   Consumer consumer_;
   LogRecord record_;
   std::size_t copies_ = 0;
-  // 0 before the first KaloInit3 that the log shows.
+  // 0 before the first KaloInit3 in the log.
   std::size_t sinks_ = 0;
 };
 

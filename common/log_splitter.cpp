@@ -1,14 +1,12 @@
 #include "common/log_splitter.h"
 
-#include <algorithm>
-#include <cctype>
 #include <utility>
 
 namespace common {
 namespace {
 
-// The functions that the library's log lines begin with. A line may follow another without a line
-// end, so these names are what tells where it begins.
+// The functions at the beginning of the library's log messages. A message may follow another
+// without a line end, so only these names show where it begins.
 constexpr std::string_view kLogFunctions[] = {
     "KaloStateInit",   "KaloInit3",    "StartIoEx3",   "StartIo3",      "KaloCleanup3",
     "SessionCleanup",  "KaloInit",     "StartIoEx",    "KaloCleanup",   "FenuInit3",
@@ -19,19 +17,11 @@ constexpr std::string_view kLogFunctions[] = {
 
 constexpr std::size_t kMaxTagDigits = 10;
 constexpr std::size_t kProcessIdDigits = 8;
-// What must be there to judge a colon: the digits, and ": " after them.
+// The bytes from a colon on that decide whether it ends a function: the digits, and ": " after
+// them.
 constexpr std::size_t kLookAhead = 1 + kMaxTagDigits + 2;
-// No lead-in is longer.
-constexpr std::size_t kLookBehind = 256;
-constexpr std::size_t kLongestText = 1 << 20;
-constexpr std::size_t kDropAt = 1 << 16;
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
-
-bool IsNameCharacter(char character) {
-  return std::isalnum(static_cast<unsigned char>(character)) != 0 || character == '_' ||
-         character == '~';
-}
 
 bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -42,15 +32,9 @@ bool EndsWith(std::string_view text, std::string_view end) {
 void LogSplitter::Feed(std::string_view piece) {
   buffer_ += piece;
   Scan(false);
-  if (buffer_.size() - text_ > kLongestText) {
-    // Nothing has begun in all of this; what may be half a lead-in stays.
-    const std::size_t end = buffer_.size() - kLookBehind;
-    Emit(end);
-    text_ = end;
-    lineStart_ = buffer_[end - 1] == '\n';
-    scan_ = std::max(scan_, end);
-  }
-  DropConsumed();
+  buffer_.erase(0, text_);
+  scan_ -= text_;
+  text_ = 0;
 }
 
 void LogSplitter::Finish() {
@@ -58,7 +42,6 @@ void LogSplitter::Finish() {
   Emit(buffer_.size());
   buffer_.clear();
   text_ = scan_ = 0;
-  lineStart_ = true;
 }
 
 void LogSplitter::Scan(bool final) {
@@ -76,7 +59,6 @@ void LogSplitter::Scan(bool final) {
       Emit(lead->begin);
       current_ = std::move(lead->record);
       text_ = scan_ = lead->end;
-      lineStart_ = false;
     } else {
       scan_ = colon + 1;
     }
@@ -98,22 +80,18 @@ std::optional<LogSplitter::Lead> LogSplitter::LeadAt(std::size_t colon) const {
   return lead;
 }
 
-// Where the function's name in front of the colon begins; the colon itself when there is none.
+// Returns where the function name before the colon begins, or `colon` if there is none.
 std::size_t LogSplitter::NameBegin(std::size_t colon) const {
-  const std::size_t from = std::max(text_, colon - std::min(colon, kLookBehind));
-  const std::string_view before = std::string_view(buffer_).substr(from, colon - from);
+  const std::string_view before = std::string_view(buffer_).substr(text_, colon - text_);
   std::size_t longest = 0;
   for (const std::string_view name : kLogFunctions) {
     if (name.size() > longest && EndsWith(before, name)) longest = name.size();
   }
-  if (longest != 0) return colon - longest;
-  std::size_t begin = colon;
-  while (begin > from && IsNameCharacter(buffer_[begin - 1])) --begin;
-  if (begin == colon || IsDigit(buffer_[begin])) return colon;
-  return StartsLine(begin) || PrefixBegin(begin) != begin ? begin : colon;
+  return colon - longest;
 }
 
-// Where "[00001234] 77 " in front of the name begins; the name itself when it is not there.
+// Returns where the prefix "[00001234] 77 " before the name begins, or `nameBegin` if there is
+// none.
 std::size_t LogSplitter::PrefixBegin(std::size_t nameBegin) const {
   std::size_t position = nameBegin;
   const auto back = [&](char expected) {
@@ -132,11 +110,8 @@ std::size_t LogSplitter::PrefixBegin(std::size_t nameBegin) const {
   return position;
 }
 
-bool LogSplitter::StartsLine(std::size_t position) const {
-  return position == text_ ? lineStart_ : buffer_[position - 1] == '\n';
-}
-
-// Hands out the current record with the text up to `end`. Lines after its own belong to no record.
+// Passes the current record with its text up to `end` to the consumer, and each later line as a
+// record without a function.
 void LogSplitter::Emit(std::size_t end) {
   std::string_view rest = std::string_view(buffer_).substr(text_, end - text_);
   bool own = !current_.function.empty();
@@ -149,15 +124,6 @@ void LogSplitter::Emit(std::size_t end) {
     consumer_(std::exchange(current_, {}));
     own = false;
   }
-}
-
-void LogSplitter::DropConsumed() {
-  if (text_ < kDropAt) return;
-  // The character in front of the text tells whether a line starts there.
-  lineStart_ = buffer_[text_ - 1] == '\n';
-  buffer_.erase(0, text_);
-  scan_ -= text_;
-  text_ = 0;
 }
 
 }  // namespace common

@@ -9,8 +9,8 @@ namespace common {
 
 // One message of a log.
 struct LogRecord {
-  std::string prefix;    // "[00001234] 77": process id and tick, where the log has them
-  std::string function;  // empty for text that belongs to no record
+  std::string prefix;    // "[00001234] 77": process id and tick; empty if the log lacks them
+  std::string function;  // empty for text outside of a message
   std::string tag;
   std::string text;  // without the line end
 
@@ -20,9 +20,9 @@ struct LogRecord {
   }
 };
 
-// Cuts a log into records. A record begins with "<function>:<digits>: ", where the function is one
-// of the library's or any name at the start of a line, and ends with the line or at the next one.
-// Takes a log in pieces of any size and holds no more of it than one record, or 1 MiB of one.
+// Cuts a log into records. A record begins with "<function>:<digits>: ", where <function> is a
+// function of the library, and ends at the end of the line or at the next record. Takes the log in
+// pieces of any size, and keeps only the text of the current record in memory.
 class LogSplitter {
  public:
   using Consumer = std::function<void(LogRecord&&)>;
@@ -31,11 +31,11 @@ class LogSplitter {
 
   void Feed(std::string_view piece);
 
-  // The log ends here.
+  // Call this at the end of the log.
   void Finish();
 
  private:
-  // The start of a record: from where, and up to where its text begins.
+  // The start of a record: where it begins, and where its text begins.
   struct Lead {
     std::size_t begin;
     std::size_t end;
@@ -46,16 +46,13 @@ class LogSplitter {
   std::optional<Lead> LeadAt(std::size_t colon) const;
   std::size_t NameBegin(std::size_t colon) const;
   std::size_t PrefixBegin(std::size_t nameBegin) const;
-  bool StartsLine(std::size_t position) const;
   void Emit(std::size_t end);
-  void DropConsumed();
 
   Consumer consumer_;
   std::string buffer_;
-  // Where the current text begins, and where the search for the next record goes on.
+  // Where the current text begins, and where the search for the next record continues.
   std::size_t text_ = 0;
   std::size_t scan_ = 0;
-  bool lineStart_ = true;
   LogRecord current_;
 };
 

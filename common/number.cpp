@@ -1,9 +1,8 @@
 #include "common/number.h"
 
 #include <charconv>
-#include <cinttypes>
-#include <cstdio>
 
+#include "common/format.h"
 #include "common/input_error.h"
 #include "common/text.h"
 
@@ -24,14 +23,10 @@ std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t hi
 
 std::uint64_t RequireNumber(const std::string& what, std::string_view text, std::uint64_t highest) {
   if (const auto number = ParseNumber(text, highest)) return *number;
-  throw InputError(what + " is a number from 0 to " + std::to_string(highest) +
-                   ", decimal or hexadecimal such as 0x1f, not " + Quoted(text));
+  throw InputError(Format("{}: expected a number from 0 to {}, decimal or 0x hexadecimal, not {}",
+                          what, highest, Quoted(text)));
 }
 
-std::string Hex(std::uint64_t value, int digits) {
-  char text[32];
-  std::snprintf(text, sizeof(text), "0x%0*" PRIx64, digits, value);
-  return text;
-}
+std::string Hex(std::uint64_t value, int digits) { return Format("0x{:0{}x}", value, digits); }
 
 }  // namespace common

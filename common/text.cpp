@@ -2,15 +2,16 @@
 
 #include <algorithm>
 #include <cctype>
-#include <cstdio>
+
+#include "common/format.h"
 
 namespace common {
 namespace {
 
 char Lower(char c) { return static_cast<char>(std::tolower(static_cast<unsigned char>(c))); }
 
-// How many characters must be put in, left out, replaced or swapped with their neighbour to make
-// one text of the other, in either case of letters.
+// Returns the edit distance, ignoring case: the number of characters to insert, delete, replace or
+// swap with their neighbour.
 std::size_t Distance(std::string_view from, std::string_view to) {
   std::vector<std::vector<std::size_t>> least(from.size() + 1,
                                               std::vector<std::size_t>(to.size() + 1));
@@ -32,14 +33,9 @@ std::size_t Distance(std::string_view from, std::string_view to) {
 
 std::string Printable(std::string_view text) {
   std::string printable;
-  for (const char character : text) {
-    if (character >= 0x20 && character < 0x7f) {
-      printable += character;
-    } else {
-      char escape[8];
-      std::snprintf(escape, sizeof(escape), "\\x%02x", static_cast<unsigned char>(character));
-      printable += escape;
-    }
+  for (const char c : text) {
+    const bool plain = c >= 0x20 && c < 0x7f;
+    printable += plain ? std::string(1, c) : Format("\\x{:02x}", static_cast<unsigned char>(c));
   }
   return printable;
 }

@@ -7,20 +7,20 @@
 
 namespace common {
 
-// The text with "\xNN" for each byte that is not a printable ASCII character.
+// Returns the text with "\xNN" for each byte that is not a printable ASCII character.
 std::string Printable(std::string_view text);
 
-// The same between single quotes, as messages name what the user wrote.
+// The same in single quotes, for messages that quote an input.
 std::string Quoted(std::string_view text);
 
-// "1 byte", "2 bytes"; `plural` is for nouns that take more than an s.
+// Returns "1 byte" or "2 bytes". `plural` is for irregular nouns.
 std::string Counted(std::size_t count, const std::string& noun, const std::string& plural = "");
 
 // "KALO, FENU, SAB"
 std::string Joined(const std::vector<std::string>& words, const std::string& separator = ", ");
 
-// "; did you mean 'EIO'?" for the candidate that is most like `text`, in either case of letters;
-// empty when none is near.
+// Returns "; did you mean 'EIO'?" with the candidate most similar to `text`, ignoring case, or an
+// empty text if none is similar.
 std::string NearestHint(std::string_view text, const std::vector<std::string>& candidates);
 
 }  // namespace common

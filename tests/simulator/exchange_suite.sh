@@ -10,11 +10,11 @@ kaloctl=$2
 "$steps" open write:20 read:20 close
 "$steps" open connect connect connect write:24 read:24 close
 
-masked() { "$kaloctl" "$@" 2>&1 | sed 's/^\( *handle *\)0x.*/\1.../'; }
+masked() { "$kaloctl" "$@" 2>&1 | sed '/^ *log /d; s/^\( *handle *\)0x.*/\1.../'; }
 masked probe
 masked send --command 0x10
 masked send --command 0x30 --body --data '01 02 03'
-masked run --no-log - <<'END'
+masked run - <<'END'
 KaloInit3 a
 StartIoEx3 a 4 64 private     # the read loses the device
 FenuInit3 f

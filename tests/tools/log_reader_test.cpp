@@ -42,7 +42,7 @@ TEST(LogSplitter, splits_difficult_logs_equally_in_pieces_of_any_size) {
       {"[00001234] 77 IoMessage:9: a[12345678] -5 IoMessage:9: b[1] 5 IoMessage:9: c",
        {"[00001234] 77|IoMessage|9|a", "[12345678] -5|IoMessage|9|b[1] 5 ", "IoMessage|9|c"}},
       {"Driver:5: mine Driver:6: not\nDriver:6: mine too\n",
-       {"Driver|5|mine Driver:6: not", "Driver|6|mine too"}},
+       {"?|Driver:5: mine Driver:6: not", "?|Driver:6: mine too"}},
       {"\x01\0:\xff KaloInit:1: a\0b\nrest\n\n"s,
        {"?|\x01\0:\xff "s, "KaloInit|1|a\0b"s, "?|rest"}},
       {"KaloInit:1: ", {"KaloInit|1|"}},

@@ -17,10 +17,10 @@ TEST(Script, reads_calls_with_all_their_arguments) {
   EXPECT_EQ(steps[0].apiVersion, 0x30000u);
   EXPECT_EQ(steps[2].command.length, 32u);
   EXPECT_EQ(steps[2].command.replyLength, 8u);
-  EXPECT_EQ(steps[2].command.privateData, PrivateData::kBuffer);
+  EXPECT_EQ(steps[2].command.privateData, "private");
   EXPECT_EQ(steps[3].command.replyLength, std::nullopt);
   EXPECT_TRUE(steps[3].command.nullInput);
-  EXPECT_EQ(steps[3].command.privateData, PrivateData::kFreeTag);
+  EXPECT_EQ(steps[3].command.privateData, "IOCTLFRE");
   EXPECT_TRUE(steps[4].nullParams);
 }
 

@@ -13,10 +13,10 @@ enum class Client { kKalo, kFenu };
 
 const char* ClientName(Client client);
 
-// The client that serves a command.
+// Returns the client that serves a command.
 Client ClientOfCommand(std::uint32_t commandId);
 
-// A session of the library, opened and closed as a driver does.
+// A session of the library. Opens and closes it as a driver does.
 class DriverSession {
  public:
   explicit DriverSession(Client client);
@@ -24,14 +24,14 @@ class DriverSession {
   DriverSession& operator=(const DriverSession&) = delete;
   ~DriverSession();
 
-  // What KaloInit3 or FenuInit3 returned, and its name. The other functions need a success.
+  // Return the status of KaloInit3 or FenuInit3, and its name. The other functions require success.
   std::uint32_t status() const { return status_; }
   const char* InitName() const;
 
-  // What the client reported when it was connected.
+  // Returns the properties that the client reported when it was connected.
   ZuliConnectRecord::Properties Properties() const;
 
-  // Sends a request. `privateData` receives up to 16 bytes.
+  // Sends a request and returns the status of StartIoEx3. Stores up to 16 bytes in `privateData`.
   std::uint32_t Exchange(std::vector<std::uint8_t> request, ReplyBuffer* reply,
                          std::vector<std::uint8_t>* privateData);
 

@@ -19,8 +19,8 @@ class CaptureSink : public LogSink {
       : lines_(std::move(lines)), detail_(detail) {}
 
   void logMessage(const char* message) override {
-    // KaloInit3 lowers the level before its first line, which is an ordinary one and comes here: so
-    // the trace lines after it are not lost.
+    // KaloInit3 resets the level and then logs an ordinary line. Raising the level here keeps the
+    // trace lines after it.
     if (detail_ == LogCapture::Detail::kTrace) RaiseLevel();
     std::string line = message;
     while (!line.empty() && line.back() == '\n') line.pop_back();

@@ -6,16 +6,16 @@
 
 namespace kaloctl {
 
-// Collects the log lines of this process's calls into the library. There is no way to take a sink
-// back, so one capture is made and kept. For calls from one thread.
+// Collects the library's log lines in this process. The library cannot remove a sink, so create one
+// capture per process. Not thread-safe.
 class LogCapture {
  public:
   enum class Detail { kOrdinary, kTrace };
 
-  // With kTrace the library's trace lines are logged too, to its log file as well.
+  // kTrace switches on the trace lines, also in the log file.
   explicit LogCapture(Detail detail);
 
-  // The lines since the last call, each without the line ends it may have at its end.
+  // Returns the lines since the last call, without line ends.
   std::vector<std::string> Take();
 
  private:

@@ -11,41 +11,41 @@
 namespace kaloctl {
 
 constexpr std::size_t kHeaderSize = sizeof(KaloMessageHeader);
-// Bytes of the private data that follow a reply with a negative status.
+// Bytes of the private data that follows a reply with a negative status.
 constexpr unsigned int kPrivateDataSize = 16;
 
-// A message that is a header of zeros with the command identifier, in front of `body`.
-std::vector<uint8_t> MakeMessage(uint32_t commandId, const std::vector<uint8_t>& body);
+// Returns a message: a header that is zero except for the command, and `body`.
+std::vector<std::uint8_t> MakeMessage(std::uint32_t commandId,
+                                      const std::vector<std::uint8_t>& body);
 
-// `message` holds at least a header.
-void SetCommand(std::vector<uint8_t>& message, uint32_t commandId);
+// Writes the command into `message`, which must hold at least a header.
+void SetCommand(std::vector<std::uint8_t>& message, std::uint32_t commandId);
 
-// The header's words by name where there is a whole one, and a dump of everything.
-void PrintMessage(std::ostream& out, const std::vector<uint8_t>& message);
+// Prints the words of the header, unless the message is shorter, and a dump of all bytes.
+void PrintMessage(std::ostream& out, const std::vector<std::uint8_t>& message);
 
-// What was received, in a few words: its length and status.
-std::string ReplyText(const std::vector<uint8_t>& reply);
+// Returns the length and status of a reply: "16 bytes, status 0".
+std::string ReplyText(const std::vector<std::uint8_t>& reply);
 
-// A buffer for a reply that tells afterwards how much of it was written: the library does not say.
-// It is filled with a pattern; the end of the reply is the last byte that differs from it. A reply
-// that ends in bytes equal to the pattern appears that much shorter; one byte does so by chance in
-// 1 of 256 random replies.
+// A reply buffer that detects the length of the reply, which the library does not report. The
+// buffer holds a pattern; the reply ends at the last byte that differs from it. A reply whose last
+// bytes equal the pattern appears shorter, which happens to 1 of 256 random replies.
 class ReplyBuffer {
  public:
-  // At least a header's room is kept, whatever size the library is told.
+  // `size` is the size that the library gets. The buffer has room for at least a header.
   explicit ReplyBuffer(std::size_t size);
 
-  uint8_t* data() { return bytes_.data(); }
-  uint32_t size() const { return static_cast<uint32_t>(size_); }
+  std::uint8_t* data() { return bytes_.data(); }
+  std::uint32_t size() const { return static_cast<std::uint32_t>(size_); }
 
-  // What was written, of what the library was told of; empty when it was nothing.
-  std::vector<uint8_t> Received() const;
+  // Returns the received bytes within `size`; empty if no reply was written.
+  std::vector<std::uint8_t> Received() const;
 
  private:
-  static uint8_t FillAt(std::size_t index);
+  static std::uint8_t FillAt(std::size_t index);
 
   std::size_t size_;
-  std::vector<uint8_t> bytes_;
+  std::vector<std::uint8_t> bytes_;
 };
 
 }  // namespace kaloctl

@@ -6,6 +6,7 @@
 #include <sstream>
 
 #include "api/kalo_dll.h"
+#include "common/format.h"
 #include "common/input_error.h"
 #include "common/number.h"
 #include "common/text.h"
@@ -13,14 +14,15 @@
 namespace kaloctl {
 namespace {
 
+using common::Format;
 using common::InputError;
 using common::Quoted;
 
-constexpr uint32_t kLongestMessage = 1u << 26;
+constexpr std::uint32_t kLongestMessage = 1u << 26;
 
 using Call = CallArguments;
 
-// All calls. The parser, the help and the suggestions use it.
+// All entry points. The parser, the help and the suggestions use this table.
 constexpr EntryPoint kEntryPoints[] = {
     {"KaloStateInit", kStateInit, true,
      [](const Call& call) { return KaloStateInit(call.params); }},
@@ -56,7 +58,7 @@ constexpr EntryPoint kEntryPoints[] = {
      }},
 };
 
-// How a call is written.
+// Returns the syntax of a call.
 std::string UsageOf(const EntryPoint& form) {
   std::string text = form.name;
   if (form.arguments & kNewHandle) text += " NAME";
@@ -74,9 +76,8 @@ const EntryPoint& FindCall(const std::string& name) {
     names.emplace_back(form.name);
   }
   const std::string hint = common::NearestHint(name, names);
-  throw InputError(
-      "unknown call " + Quoted(name) +
-      (hint.empty() ? ": one of these is expected: " + common::Joined(names, " ") : hint));
+  throw InputError("unknown call " + Quoted(name) +
+                   (hint.empty() ? "; expected one of " + common::Joined(names) : hint));
 }
 
 bool IsName(std::string_view word) {
@@ -87,10 +88,12 @@ bool IsName(std::string_view word) {
   return true;
 }
 
-// One line. What is wrong is thrown as InputError, without the place.
+// Parses one line of a script. Throws InputError without the name of the script and the line
+// number.
 class LineParser {
  public:
-  LineParser(const std::string& text, std::set<std::string>& opened) : opened_(opened) {
+  LineParser(const std::string& text, std::set<std::string>* opened, std::set<std::string>* closed)
+      : opened_(*opened), closed_(*closed) {
     std::istringstream stream(text);
     for (std::string word; stream >> word;) words_.push_back(word);
     form_ = &FindCall(words_[0]);
@@ -103,35 +106,40 @@ class LineParser {
     if (form_->arguments & kHandle) ReadHandle();
     if (form_->arguments & kStateInit) ReadStateInit();
     if (form_->arguments & kMessage) ReadMessage();
-    if (next_ < words_.size()) Reject(words_[next_], "nothing more");
+    if (next_ < words_.size()) Reject(words_[next_], "the end of the line");
     return step_;
   }
 
  private:
   [[noreturn]] void Reject(const std::string& word, const std::string& expected) const {
-    throw InputError((word.empty() ? "the line ends early" : "wrong word " + Quoted(word)) + ": " +
-                     expected + " is expected (" + UsageOf(*form_) + ")");
+    throw InputError(Format("{}; expected {}; usage: {}",
+                            word.empty() ? "the line is too short" : "unexpected " + Quoted(word),
+                            expected, UsageOf(*form_)));
   }
 
-  // The next word, or an empty one.
+  // Returns the next word, or an empty string at the end of the line.
   std::string Next() { return next_ < words_.size() ? words_[next_++] : ""; }
 
   void ReadNewHandle() {
     step_.handle = Next();
     if (!IsName(step_.handle) || step_.handle == kNullHandle) {
-      Reject(step_.handle, "a name of letters, digits and '_' for the handle, not null");
+      Reject(step_.handle, "a name for the handle, of letters, digits and '_', other than null");
     }
     opened_.insert(step_.handle);
+    closed_.erase(step_.handle);
   }
 
   void ReadHandle() {
     step_.handle = Next();
     if (step_.handle == kNullHandle) return;
-    if (!IsName(step_.handle)) Reject(step_.handle, "the name of a handle, or null");
     if (opened_.count(step_.handle) == 0) {
-      Reject(step_.handle,
-             "a handle that KaloInit3 or FenuInit3 takes in an earlier line, or null");
+      Reject(step_.handle, "null, or a handle from KaloInit3 or FenuInit3 in an earlier line");
     }
+    // A message on a closed handle would use freed memory.
+    const bool sends = (form_->arguments & kMessage) != 0;
+    if (sends && closed_.count(step_.handle) != 0)
+      Reject(step_.handle, "a handle that is not closed");
+    if (!sends) closed_.insert(step_.handle);
   }
 
   void ReadStateInit() {
@@ -141,7 +149,7 @@ class LineParser {
     if (version == "3.0" || version == "3.2") {
       step_.apiVersion = version == "3.0" ? KALO_FIRMWARE_API_30 : KALO_FIRMWARE_API_32;
     } else {
-      step_.apiVersion = Number(version, "a version such as 3.0 or 0x30000, or null,");
+      step_.apiVersion = Number(version, "a version such as 3.0 or 0x30000, or null");
     }
     step_.option = Number(Next(), "an option word such as 0 or 1");
   }
@@ -149,7 +157,7 @@ class LineParser {
   void ReadMessage() {
     ScriptCommand& command = step_.command;
     command.commandId = Number(Next(), "a command identifier such as 4 or 0x30001");
-    command.length = Length(Next(), "the request's length in bytes");
+    command.length = Length(Next(), "a request length");
     command.replyLength = command.length;
     while (next_ < words_.size()) ReadMessageOption(Next());
   }
@@ -163,41 +171,37 @@ class LineParser {
     } else if (word == "reply=null") {
       command.replyLength.reset();
     } else if (word.rfind(kReply, 0) == 0) {
-      command.replyLength = Length(word.substr(std::strlen(kReply)), "the length after reply=");
-    } else if (takesPrivate && word == "private") {
-      command.privateData = PrivateData::kBuffer;
-    } else if (takesPrivate && word == "IOCTLHND") {
-      command.privateData = PrivateData::kAllocTag;
-    } else if (takesPrivate && word == "IOCTLFRE") {
-      command.privateData = PrivateData::kFreeTag;
+      command.replyLength = Length(word.substr(std::strlen(kReply)), "a reply buffer length");
+    } else if (takesPrivate && (word == "private" || word == "IOCTLHND" || word == "IOCTLFRE")) {
+      command.privateData = word;
     } else {
       Reject(word, takesPrivate ? "reply=N, reply=null, input=null, private, IOCTLHND or IOCTLFRE"
                                 : "reply=N, reply=null or input=null");
     }
   }
 
-  uint32_t Number(const std::string& word, const std::string& expected,
-                  uint32_t highest = common::kMaxWord) const {
+  std::uint32_t Number(const std::string& word, const std::string& expected,
+                       std::uint32_t highest = common::kMaxWord) const {
     const auto number = common::ParseNumber(word, highest);
     if (!number) Reject(word, expected);
-    return static_cast<uint32_t>(*number);
+    return static_cast<std::uint32_t>(*number);
   }
 
-  uint32_t Length(const std::string& word, const std::string& what) const {
-    const std::string expected = what + ", 0 to " + std::to_string(kLongestMessage) + ",";
-    return Number(word, expected, kLongestMessage);
+  std::uint32_t Length(const std::string& word, const std::string& what) const {
+    return Number(word, Format("{} from 0 to {}", what, kLongestMessage), kLongestMessage);
   }
 
   std::set<std::string>& opened_;
+  std::set<std::string>& closed_;
   std::vector<std::string> words_;
   std::size_t next_ = 1;
   const EntryPoint* form_ = nullptr;
   ScriptStep step_;
 };
 
-// Without comment and the blanks around it.
+// Removes the comment and the white space around the rest.
 std::string Trimmed(std::string line) {
-  // All that a stream takes for white space.
+  // Every character that a stream reads as white space.
   constexpr const char* kBlanks = " \t\r\v\f";
   line = line.substr(0, line.find('#'));
   const std::size_t first = line.find_first_not_of(kBlanks);
@@ -209,7 +213,7 @@ std::string Trimmed(std::string line) {
 
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name) {
   std::vector<ScriptStep> steps;
-  std::set<std::string> opened;
+  std::set<std::string> opened, closed;
   std::vector<std::string> errors;
   std::istringstream stream{std::string(content)};
   std::string text;
@@ -217,10 +221,10 @@ std::vector<ScriptStep> ParseScript(std::string_view content, const std::string&
     text = Trimmed(text);
     if (text.empty()) continue;
     try {
-      steps.push_back(LineParser(text, opened).Parse());
+      steps.push_back(LineParser(text, &opened, &closed).Parse());
       steps.back().line = line;
     } catch (const InputError& error) {
-      errors.push_back(name + ", line " + std::to_string(line) + ": " + error.what());
+      errors.push_back(Format("{}, line {}: {}", name, line, error.what()));
     }
   }
   if (!errors.empty()) throw InputError(common::Joined(errors, "\n"));
@@ -228,15 +232,14 @@ std::vector<ScriptStep> ParseScript(std::string_view content, const std::string&
 }
 
 std::string ScriptHelp() {
-  std::string help =
-      "SCRIPT holds one call a line; '#' starts a comment, blank lines are passed over:\n\n";
+  std::string help = "SCRIPT holds one call per line. '#' starts a comment.\n\n";
   for (const EntryPoint& form : kEntryPoints) help += "  " + UsageOf(form) + "\n";
   return help + R"(
-NAME stands for a handle: KaloInit3 and FenuInit3 fill it, null is the null pointer.
-Numbers are decimal or 0x hexadecimal. A request is a header with COMMAND and a body that
-counts upwards, LENGTH bytes in all; reply=N sets the size of the reply buffer (default:
-LENGTH); private offers 16 bytes for private data; IOCTLHND and IOCTLFRE put that tag
-there. Nothing runs before the whole script has been read.
+NAME is a handle that KaloInit3 or FenuInit3 opens; null is the null pointer. Numbers are
+decimal or 0x hexadecimal. A request is a header with COMMAND and a body that counts upwards,
+LENGTH bytes in all. reply=N sets the size of the reply buffer (default: LENGTH), 'private'
+passes a buffer of 16 bytes for private data, IOCTLHND and IOCTLFRE put that tag into it.
+The script is checked before its first call.
 )";
 }
 

@@ -10,7 +10,7 @@
 
 namespace kaloctl {
 
-// The arguments of a call into the library; a call uses those that it has.
+// The arguments of a call into the library. Each call uses those that it takes.
 struct CallArguments {
   void** handle = nullptr;
   KALO_STATE_INIT_PARAMS* params = nullptr;
@@ -22,7 +22,7 @@ struct CallArguments {
   unsigned int* privateLength = nullptr;
 };
 
-// What follows the name of an entry point in a script.
+// The arguments of an entry point in a script, as bits.
 enum Argument : unsigned {
   kNone = 0,
   kNewHandle = 1,
@@ -36,41 +36,38 @@ enum Argument : unsigned {
 struct EntryPoint {
   const char* name;
   unsigned arguments;  // of Argument
-  bool recordsError;   // the cleanups report by their status only
+  bool recordsError;   // false for the cleanups, which only return a status
   KALO_DLL_STATUS (*call)(const CallArguments& arguments);
 };
 
-// What a command offers for private data: nothing, a buffer, or a tag that asks for a wrapper.
-enum class PrivateData { kNone, kBuffer, kAllocTag, kFreeTag };
-
-// The message that a line sends.
+// The message that a line of a script sends.
 struct ScriptCommand {
-  uint32_t commandId = 0;
-  uint32_t length = 0;
-  // nullopt stands for a null pointer.
-  std::optional<uint32_t> replyLength;
+  std::uint32_t commandId = 0;
+  std::uint32_t length = 0;
+  // nullopt means a null pointer.
+  std::optional<std::uint32_t> replyLength;
   bool nullInput = false;
-  PrivateData privateData = PrivateData::kNone;
+  std::string privateData;  // empty, "private" for a buffer, or the tag in the buffer
 };
 
 struct ScriptStep {
   std::size_t line = 0;
-  std::string text;  // as written, without comment
+  std::string text;  // without its comment
   const EntryPoint* entryPoint = nullptr;
   std::string handle;  // name, "null", or empty for calls without one
   bool nullParams = false;
-  uint32_t apiVersion = 0;
-  uint32_t option = 0;
+  std::uint32_t apiVersion = 0;
+  std::uint32_t option = 0;
   ScriptCommand command;
 };
 
 constexpr std::string_view kNullHandle = "null";
 
-// Reads a whole script. Throws common::InputError that names every wrong line, the word in it and
-// what would be right; `name` stands for the script in it.
+// Parses a whole script. Throws common::InputError with each wrong line, its wrong word and the
+// words that are possible there. `name` is the name of the script in these messages.
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name);
 
-// The calls and their arguments, for --help.
+// Returns the part of --help that lists the calls and their arguments.
 std::string ScriptHelp();
 
 }  // namespace kaloctl

@@ -8,49 +8,42 @@
 namespace kaloctl {
 namespace {
 
-nlohmann::ordered_json SessionJson(const ClientSession* session,
-                                   const DestroyedSessions& destroyed) {
-  if (session == nullptr) return nullptr;
-  return {{"address", common::Hex(reinterpret_cast<uintptr_t>(session))},
-          {"destroyed", destroyed.Contains(session)}};
+using Json = nlohmann::ordered_json;
+
+// An address, or null.
+Json AddressJson(const void* address) {
+  return address == nullptr ? Json() : Json(common::Format("{}", address));
 }
 
-// A status or source by its name; addresses and versions as hexadecimal numbers.
-std::string FieldText(const std::string& name, const nlohmann::ordered_json& value) {
-  if (value.is_object()) {
-    return value["address"].get<std::string>() + (value["destroyed"] ? " (destroyed)" : "");
-  }
-  const bool isStatus = name.size() > 9 && name.substr(name.size() - 9) == "ErrorCode";
-  if (isStatus && value != 0xFFFFFFFF) return StatusText(value);
+// Shows a status or source by its name, and a large number in hexadecimal.
+std::string FieldText(const std::string& name, const Json& value) {
+  if (value.is_string() && name.find("Text") == std::string::npos) return value.get<std::string>();
+  if (value.is_number() && value > 0xFFFF) return common::Hex(value);
+  if (name.find("ErrorCode") != std::string::npos) return StatusText(value);
   if (name == "lastErrorSource") return SourceText(value);
-  if (isStatus || value == 0xDEADBEEF || name == "firmwareApiVersion") {
-    return common::Hex(value);
-  }
-  return name == "lastErrorContext"
-             ? value.get<std::string>()
-             : value.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 }  // namespace
 
-std::string StateText(const DestroyedSessions& destroyed) {
+std::string StateText() {
   std::string text = "gKaloDllState\n";
-  const nlohmann::ordered_json state = StateJson(destroyed);
+  const Json state = StateJson();
   for (const auto& [name, value] : state.items()) {
     text += common::Format("  {:<22}{}\n", name, FieldText(name, value));
   }
   return text;
 }
 
-nlohmann::ordered_json StateJson(const DestroyedSessions& destroyed) {
+nlohmann::ordered_json StateJson() {
   const KaloDllState& state = gKaloDllState;
   return {
       {"kaloInterfaceVersion", state.kaloInterfaceVersion},
       {"fenuInterfaceVersion", state.fenuInterfaceVersion},
-      {"provisioningSession", SessionJson(state.provisioningSession, destroyed)},
-      {"kaloSessionA", SessionJson(state.kaloSessionA, destroyed)},
-      {"kaloSessionB", SessionJson(state.kaloSessionB, destroyed)},
-      {"fenuSession", SessionJson(state.fenuSession, destroyed)},
+      {"provisioningSession", AddressJson(state.provisioningSession)},
+      {"kaloSessionA", AddressJson(state.kaloSessionA)},
+      {"kaloSessionB", AddressJson(state.kaloSessionB)},
+      {"fenuSession", AddressJson(state.fenuSession)},
       {"apiErrorText", BoundedText(state.apiErrorText, sizeof(state.apiErrorText))},
       {"apiErrorCode", state.apiErrorCode},
       {"kaloErrorText", BoundedText(state.kaloErrorText, sizeof(state.kaloErrorText))},
@@ -58,7 +51,7 @@ nlohmann::ordered_json StateJson(const DestroyedSessions& destroyed) {
       {"fenuErrorText", BoundedText(state.fenuErrorText, sizeof(state.fenuErrorText))},
       {"fenuErrorCode", state.fenuErrorCode},
       {"lastErrorSource", state.lastErrorSource},
-      {"lastErrorContext", common::Hex(reinterpret_cast<uintptr_t>(state.lastErrorContext))},
+      {"lastErrorContext", AddressJson(state.lastErrorContext)},
       {"lastErrorProcessId", state.lastErrorProcessId},
       {"firmwareApiVersion", state.firmwareApiVersion},
       {"stateInitFlag", state.stateInitFlag},

@@ -1,16 +1,15 @@
 #pragma once
 
-#include <nlohmann/json.hpp>
+#include <string>
 
-#include "tools/call/destroyed_sessions.h"
+#include <nlohmann/json.hpp>
 
 namespace kaloctl {
 
-// The fields of gKaloDllState by name. A session is null, or its address and whether it is one that
-// `destroyed` knows to be destroyed.
-nlohmann::ordered_json StateJson(const DestroyedSessions& destroyed);
+// Returns the fields of gKaloDllState by name. A session is null or the text of its address.
+nlohmann::ordered_json StateJson();
 
-// The same as lines of text.
-std::string StateText(const DestroyedSessions& destroyed);
+// Returns the same fields as lines of text.
+std::string StateText();
 
 }  // namespace kaloctl

@@ -11,7 +11,7 @@ namespace kaloctl {
 namespace {
 
 struct Name {
-  uint32_t value;
+  std::uint32_t value;
   const char* name;
 };
 
@@ -33,65 +33,56 @@ constexpr Name kSources[] = {
 };
 
 template <std::size_t count>
-std::string NameIn(const Name (&names)[count], uint32_t value) {
+std::string NameIn(const Name (&names)[count], std::uint32_t value) {
   for (const Name& entry : names) {
     if (entry.value == value) return std::string(entry.name) + " (" + std::to_string(value) + ")";
   }
   return "unknown (" + common::Hex(value) + ")";
 }
 
+constexpr char kReadLog[] = "read the library's log: kaloctl log /data/Marvoleth.log";
+
 struct Advice {
-  uint32_t status;
-  const char* text;  // what the recorded text contains; empty matches all
+  std::uint32_t status;
+  const char* text;  // a part of the recorded text; empty matches every text
   const char* advice;
 };
 
-// The first row that fits is taken.
+// The first row that matches applies.
 constexpr Advice kAdvice[] = {
-    {1, "Cannot open ZULI device.",
-     "check that /dev/zuli exists and may be opened for reading and writing (kaloctl doctor); a "
-     "handle that was open has lost its connection: take a new handle"},
-    {1, "Cannot connect to ZULI device.",
-     "the device opens but refuses the client: look whether /dev/zuli is the engine's and its "
-     "firmware holds the client (kaloctl doctor tries each)"},
-    {1, "Error writing message to ZULI.",
-     "the device failed, or the request is longer than the client takes (kaloctl probe); a lost "
-     "device may be back: take a new handle and try again"},
-    {1, "Error reading message from ZULI.",
-     "the request was sent but no reply came; open a new session before the next command, a late "
-     "reply would answer it"},
-    {1, "Error reading TEV private data",
-     "the reply came but its private data did not; open a new session before the next command"},
-    {1, "Not connected to client of this command",
-     "the command belongs to a client that this session has not connected"},
-    {1, "No active DREM sessions", "the session has no connection: initialise again"},
-    {1, "", "look at the library's log: kaloctl log /data/Marvoleth.log"},
-    {2, "session handle", "pass a handle of KaloInit3 or FenuInit3"},
-    {2, "", "pass a request and a reply buffer, neither of them null"},
-    {3, "", "a request is at least the 16 bytes of the message header"},
-    {4, "", "a reply buffer is at least the 16 bytes of the message header"},
-    {5, "", "something outside the library wrote kaloInterfaceVersion: load the library anew"},
+    {1, "Cannot open", "run 'kaloctl doctor'; close the handle and open a new one"},
+    {1, "Cannot connect",
+     "check that /dev/zuli is the engine and that its firmware has this client"},
+    {1, "Error writing",
+     "compare the request with the client's maximum length (kaloctl probe), or open a new handle"},
+    {1, "Error reading",
+     "open a new handle before the next command: a late reply would answer that one"},
+    {1, "Not connected", "use a session of the client that serves this command"},
+    {1, "", kReadLog},
+    {2, "", "pass a handle from KaloInit3 or FenuInit3, a request and a reply buffer"},
+    {3, "", "send at least the 16 bytes of the message header"},
+    {4, "", "pass a reply buffer of at least 16 bytes"},
+    {5, "", "reload the library: something overwrote kaloInterfaceVersion"},
     {6, "",
-     "call KaloInit, or FenuInit for commands 0x30000 to 0x3ffff, before the command; after a "
-     "cleanup they may open nothing: then bring the count to 0 with FenuCleanup3 (KaloCleanup3), "
-     "and call FenuInit3 (KaloInit3)"},
+     "call KaloInit first, or FenuInit for commands 0x30000 to 0x3ffff; if FenuInit opens nothing, "
+     "call FenuCleanup3 until the count is 0, then FenuInit3"},
 };
 
 }  // namespace
 
-std::string StatusText(uint32_t status) { return NameIn(kStatuses, status); }
-std::string SourceText(uint32_t source) { return NameIn(kSources, source); }
+std::string StatusText(std::uint32_t status) { return NameIn(kStatuses, status); }
+std::string SourceText(std::uint32_t source) { return NameIn(kSources, source); }
 
-std::string_view AdviceFor(uint32_t status, std::string_view text) {
+std::string AdviceFor(std::uint32_t status, std::string_view text) {
   for (const Advice& row : kAdvice) {
     if (row.status == status && text.find(row.text) != std::string_view::npos) return row.advice;
   }
-  return "look at the library's log: kaloctl log /data/Marvoleth.log";
+  return kReadLog;
 }
 
 ErrorRecord LastErrorRecord() {
   const KaloDllState& state = gKaloDllState;
-  const uint32_t source = state.lastErrorSource;
+  const std::uint32_t source = state.lastErrorSource;
   switch (source) {
     case KALO_ERROR_SOURCE_API3:
       return {source, BoundedText(state.apiErrorText, sizeof(state.apiErrorText)),
@@ -125,7 +116,7 @@ std::string CauseIn(const std::vector<std::string>& logLines) {
 }
 
 void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
-                  uint32_t status, bool recorded, const std::vector<std::string>& logLines) {
+                  std::uint32_t status, bool recorded, const std::vector<std::string>& logLines) {
   const ErrorRecord record = recorded ? LastErrorRecord() : ErrorRecord{0, "", 0};
   if (recorded) {
     out << indent << "text    " << colours.bad << record.text << colours.reset << '\n'

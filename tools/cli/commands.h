@@ -4,20 +4,20 @@
 
 namespace kaloctl {
 
-// What the program exits with.
+// The exit status of the program.
 enum ExitStatus : int {
   kDone = 0,
-  kFailed = 1,      // a call of the library or the device failed, or a check did
-  kWrongInput = 2,  // usage, or the content of a file
-  kRefused = 3,     // the firmware answered with a negative status
+  kFailed = 1,      // the library, the device or a check failed
+  kWrongInput = 2,  // wrong usage, or wrong content of a file
+  kRefused = 3,     // the firmware replied with a negative status
 };
 
 constexpr char kExitStatusHelp[] =
     "Exit status: 0 done, 1 the library, the device or a check failed, 2 wrong usage or input,\n"
-    "3 'send' was answered with a negative status.";
+    "3 'send' received a negative status.";
 
-// Each adds a command to `program`. Its action returns an ExitStatus and throws common::InputError
-// for wrong input.
+// Add a command to `program`. Its action returns an ExitStatus, and throws common::InputError for
+// wrong input.
 void DefineProbe(common::Command* program);
 void DefineSend(common::Command* program);
 void DefineRun(common::Command* program);

@@ -11,7 +11,7 @@
 
 namespace kaloctl {
 
-// What --json prints; docs/json.md describes the shape of each command.
+// The output of --json. docs/json.md describes it.
 using Json = nlohmann::ordered_json;
 
 enum class JsonLayout { kIndented, kLine };
@@ -24,13 +24,13 @@ inline void PrintJson(std::ostream& out, const Json& json,
 }
 
 inline common::Option AddJsonFlag(common::Command* command, bool* json) {
-  return command->AddFlag("--json", json, "Print JSON, as docs/json.md describes it");
+  return command->AddFlag("--json", json, "Print JSON (see docs/json.md)");
 }
 
-// What a call that returned `status` left behind; `logLines` are those that it caused.
+// Describes a failed call. `logLines` are the log lines of the call.
 Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::string>& logLines);
 
-// "0102ff"; null where there are none.
+// Returns "0102ff", or null for no bytes.
 Json BytesJson(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace kaloctl

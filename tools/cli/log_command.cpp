@@ -34,13 +34,13 @@ bool Contains(std::string_view text, std::string_view part) {
   return text.find(part) != std::string_view::npos;
 }
 
-bool TellsFailure(const LogRecord& record) {
+bool ReportsFailure(const LogRecord& record) {
   constexpr const char* kMarks[] = {"failed", "Exception", "Error", "errno", "errorno"};
   return std::any_of(std::begin(kMarks), std::end(kMarks),
                      [&record](const char* mark) { return Contains(record.text, mark); });
 }
 
-// Prints a record as one line: copies, prefix, function, tag, text.
+// Prints a record on one line: number of copies, prefix, function, tag, text.
 void PrintLogRecord(std::ostream& out, const common::Colours& colours, const LogRecord& record,
                     std::size_t copies) {
   const std::string text = common::Printable(record.text);
@@ -50,12 +50,12 @@ void PrintLogRecord(std::ostream& out, const common::Colours& colours, const Log
     return;
   }
   if (!record.prefix.empty()) out << record.prefix << "  ";
-  const bool bad = TellsFailure(record);
+  const bool bad = ReportsFailure(record);
   out << colours.dim << common::Format("{:<15}{:>5}  ", record.function, record.tag)
       << colours.reset << (bad ? colours.bad : "") << text << (bad ? colours.reset : "") << '\n';
 }
 
-// A record as one line of JSON.
+// Prints a record as one line of JSON.
 void PrintLogJson(std::ostream& out, const LogRecord& record, std::size_t copies) {
   Json line = {{"copies", copies},    {"process", nullptr}, {"tick", nullptr},
                {"function", nullptr}, {"tag", nullptr},     {"text", record.text}};
@@ -76,7 +76,6 @@ struct LogOptions {
   bool follow = false;
   bool failures = false;
   bool json = false;
-  std::vector<std::string> functions;
 };
 
 class LogView {
@@ -84,7 +83,7 @@ class LogView {
   explicit LogView(const LogOptions& options) : options_(options) {}
 
   void Feed(std::string_view text) { splitter_.Feed(text); }
-  // What was fed ends with a whole message.
+  // Call this after a complete message.
   void Finish() {
     splitter_.Finish();
     folder_.Finish();
@@ -93,10 +92,7 @@ class LogView {
 
  private:
   void Show(const LogRecord& record, std::size_t copies) const {
-    const std::vector<std::string>& functions = options_.functions;
-    const bool named =
-        std::find(functions.begin(), functions.end(), record.function) != functions.end();
-    if ((!functions.empty() && !named) || (options_.failures && !TellsFailure(record))) return;
+    if (options_.failures && !ReportsFailure(record)) return;
     options_.json ? PrintLogJson(std::cout, record, copies)
                   : PrintLogRecord(std::cout, colours_, record, copies);
   }
@@ -108,7 +104,7 @@ class LogView {
   common::LogSplitter splitter_{[this](LogRecord&& record) { folder_.Add(std::move(record)); }};
 };
 
-// A file that does not exist yet is waited for.
+// Accepts a file that does not exist yet.
 void RequireRegularFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 ||
@@ -119,14 +115,14 @@ void RequireRegularFile(const std::string& path) {
                      S_ISREG(status.st_mode) ? std::strerror(errno) : "not a regular file"));
 }
 
-// Waits a moment. False if standard output has failed, or its reader has gone.
+// Waits for kPollMilliseconds. Returns false if standard output has failed or has no reader.
 bool WaitForMore() {
   struct pollfd output = {STDOUT_FILENO, 0, 0};
   return poll(&output, 1, kPollMilliseconds) <= 0 && std::cout;
 }
 
-// Runs until a signal ends it, or until the reader of the output has gone. The library writes each
-// message at once, so that the last one is complete when nothing has come for a while.
+// Runs until a signal ends it, or until the output has no reader. The library writes each message
+// in one call, so the last message is complete if no text has arrived since the last poll.
 int Follow(const LogOptions& options) {
   common::FileFollower file(options.path, common::FileFollower::From::kBeginning);
   LogView view(options);
@@ -154,29 +150,27 @@ int ShowLog(const LogOptions& options) {
 void DefineLog(common::Command* program) {
   auto options = std::make_shared<LogOptions>();
   common::Command* command =
-      program->AddCommand("log", "Show a log of the library with one message a line");
+      program->AddCommand("log", "Show a log of the library, one message per line");
   command
       ->AddFile("FILE", &options->path,
-                "The log, usually /data/Marvoleth.log; - reads standard input")
+                "The log, usually /data/Marvoleth.log (- for standard input)")
       .Require();
   command->AddFlag("-f,--follow", &options->follow,
-                   "Show also what is added to FILE, which may not exist yet, until a signal");
-  command->AddFlag("--failures", &options->failures, "Show only messages that tell of a failure");
-  command->AddList("--function", &options->functions, "NAME,...",
-                   "Show only messages of these functions, such as KaloInit3,IoMessage");
+                   "Wait for FILE and for new messages, until a signal");
+  command->AddFlag("--failures", &options->failures, "Show only messages that report a failure");
   AddJsonFlag(command, &options->json);
   command->SetFooter(
-      R"(The library's messages stand in its log mostly without line ends, and after n calls of
-KaloInit3 each of them n times. Here each is shown once, with x and the number of copies in
-front, then the process and the tick where the log has them, the function and the tag; counts
-and addresses stand in a column. Text that belongs to no message is marked with '?'; bytes
-that cannot be printed appear as \xNN. A log may be of any size.
+      R"(The library mostly writes messages without line ends, and each KaloInit3 adds one more copy of
+every message. This command prints each message once: the number of copies (x3), process and
+tick if the log has them, function, tag, text. '?' marks text without a function. Bytes that
+are not printable appear as \xNN.
 
 Examples:
   kaloctl log /data/Marvoleth.log
   kaloctl log --follow --failures /data/Marvoleth.log
   zulisim run -- sh -c './driver; kaloctl log /data/Marvoleth.log'
-)");
+
+Exit status: 0 done, 2 wrong usage or a file that cannot be read. See kaloctl(1).)");
   command->SetAction([=] { return ShowLog(*options); });
 }
 

@@ -1,4 +1,4 @@
-// Drives the library as a driver would, on a device or on the software engine.
+// kaloctl: calls the library as a driver does, on a device or on the software engine.
 
 #include <algorithm>
 #include <cstring>
@@ -15,20 +15,21 @@ namespace {
 
 int Main(int argc, char** argv) {
   common::CommandLine line("kaloctl",
-                           "Talks to the security engine's firmware clients through libkalodll.so",
+                           "Call the security engine's firmware clients through libkalodll.so",
                            KALOCTL_VERSION);
   for (const auto define : {kaloctl::DefineProbe, kaloctl::DefineSend, kaloctl::DefineRun,
                             kaloctl::DefineLog, kaloctl::DefineRegistry, kaloctl::DefineDoctor}) {
     define(line.root());
   }
-  line.root()->SetFooter(std::string("'kaloctl COMMAND --help' describes a command.\n") +
-                         "Without a device: zulisim run kaloctl COMMAND ...\n\n" +
-                         kaloctl::kExitStatusHelp +
-                         "\nOutput is coloured on a terminal, unless NO_COLOR is set.");
+  line.root()->SetFooter(
+      std::string("'kaloctl COMMAND --help' describes a command, and kaloctl(1) all of them.\n") +
+      "Without a device: zulisim run kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
+      "\nOutput to a terminal has colours, unless NO_COLOR is set.");
   return line.Run(argc, argv);
 }
 
-// Prints why a command failed: with --json also as JSON, because a script reads that.
+// Prints the reason of a failure. With --json, a script reads standard output, so prints it there
+// too.
 int Fail(int argc, char** argv, const std::exception& error, int status) {
   std::cerr << "kaloctl: " << error.what() << '\n';
   const bool json = std::any_of(argv, argv + argc,

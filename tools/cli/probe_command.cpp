@@ -68,13 +68,13 @@ void DefineProbe(common::Command* program) {
   common::Command* command = program->AddCommand(
       "probe", "Open each firmware client and show its version and maximum length");
   command->SetFooter(
-      R"(Opens KALO with KaloInit3 and FENU with FenuInit3, and closes both. Sends no command.
+      R"(Opens KALO with KaloInit3 and FENU with FenuInit3, and closes both. Sends no commands.
 
 Examples:
   kaloctl probe
   zulisim run --fault ioctl:2=ENOTTY kaloctl probe
 
-Exit status: 0 done, 1 when a client cannot be opened, 2 for wrong usage.)");
+Exit status: 0 done, 1 a client cannot be opened, 2 wrong usage. See kaloctl(1).)");
   const auto json = std::make_shared<bool>(false);
   AddJsonFlag(command, json.get());
   command->SetAction([=] { return Probe(*json); });

@@ -26,19 +26,18 @@ struct RegistryOptions {
   std::string key;
   std::string name;
   std::string data;
-  std::optional<uint32_t> type;
-  std::optional<uint32_t> id;
+  std::optional<std::uint32_t> type;
   bool json = false;
   bool force = false;
 };
 
 constexpr char kHidden[] = ": another key with its name or id hides it";
 
-const char* TypeText(uint32_t type) {
+const char* TypeText(std::uint32_t type) {
   return type == REG_SZ ? "string" : type == REG_DWORD ? "dword" : "qword";
 }
 
-// A text, a number as the file has it, or null if the file ends before it.
+// Returns a text, a signed number, or null if the file ends before the data.
 Json DataJson(const RegistryValue& value) {
   if (!value.data) return nullptr;
   return value.type == REG_SZ ? Json(*value.data) : Json(std::stoi(*value.data));
@@ -49,7 +48,7 @@ std::string ValueText(const RegistryValue& value) {
   std::string data = "(no data)";
   if (value.data && value.type == REG_SZ) data = "\"" + common::Printable(*value.data) + "\"";
   if (value.data && value.type != REG_SZ) {
-    data = Format("{} ({:#x})", *value.data, static_cast<uint32_t>(std::stoi(*value.data)));
+    data = Format("{} ({:#x})", *value.data, static_cast<std::uint32_t>(std::stoi(*value.data)));
   }
   return data + "  " + TypeText(value.type);
 }
@@ -91,8 +90,8 @@ int List(const RegistryOptions& options) {
   return kDone;
 }
 
-// The key with the path of the command line. Throws RegistryError if the library finds none, or
-// another one: the path leads it to an id, the id to a name, and the name to a key.
+// Returns the key with the path of the command line. Throws RegistryError if the library finds no
+// key or another key: it looks up the id of the path, the name of the id, and the key of the name.
 RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
   const RegistryKey* key = registry.FindByName(options.key);
   if (key == nullptr) {
@@ -123,30 +122,31 @@ int Get(const RegistryOptions& options) {
   return kDone;
 }
 
-// "5" or "-5" for a number of a value.
+// Returns the number as the file holds it: "5" or "-5".
 std::string NumberText(const std::string& data) {
   const bool negative = !data.empty() && data[0] == '-';
   const std::uint64_t number = common::RequireNumber("DATA", data.substr(negative ? 1 : 0),
                                                      negative ? 0x80000000u : common::kMaxWord);
-  return std::to_string(static_cast<int32_t>(negative ? 0 - number : number));
+  return std::to_string(static_cast<std::int32_t>(negative ? 0 - number : number));
 }
 
-// The registry of a file that the library reads to its end.
+// Loads a file, which the library must read to its end.
 RegistryText LoadToEdit(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
   if (!registry.stop) return registry;
   throw common::InputError(registry.stop->Text(options.file) +
-                           "; correct the line, because a change would lose what follows");
+                           "; correct the line first: a change would lose the lines after it");
 }
 
-// Writes a file from which the library reads `registry`, or throws.
+// Writes `registry`. Throws if the library would not read the same keys and values back.
 int Write(const RegistryText& registry, const RegistryOptions& options) {
   const std::string content = FormatRegistry(registry);
   const RegistryText again = ParseRegistry(content);
   if (again.stop || FormatRegistry(again) != content) {
-    throw common::InputError(Quoted(options.file) +
-                             " was not changed: the library would read something else; give names "
-                             "and texts 1 to 255 characters, no line feed and no leading blank");
+    throw common::InputError(
+        Quoted(options.file) +
+        " was not changed: the library would not read these texts back; names and "
+        "texts need 1 to 255 characters, no line feed and no leading blank");
   }
   WriteRegistryFile(options.file, content);
   return kDone;
@@ -157,12 +157,8 @@ int AddKey(const RegistryOptions& options) {
   if (registry.FindByName(options.key) != nullptr) {
     throw common::InputError("key " + Quoted(options.key) + " already exists");
   }
-  uint32_t id = options.id.value_or(1);
-  while (!options.id && registry.FindById(id) != nullptr) ++id;
-  if (const RegistryKey* owner = registry.FindById(id)) {
-    throw common::InputError(
-        Format("--id {:#x} is the id of {}; choose another", id, Quoted(owner->name)));
-  }
+  std::uint32_t id = 1;
+  while (registry.FindById(id) != nullptr) ++id;
   registry.keys.push_back({id, options.key, {}});
   return Write(registry, options);
 }
@@ -218,34 +214,35 @@ int Check(const RegistryOptions& options) {
 
 int Repair(const RegistryOptions& options) {
   const std::string content = common::ReadInput(options.file);
-  if (RepairableDamage(content).empty()) {
-    if (Check(options) == kDone) return kDone;
-    throw std::runtime_error("'repair' cannot correct this; edit the file");
-  }
+  if (!IsRewritten(content)) return Check(options);
   const RegistryText repaired = RepairRegistry(content);
   const auto& stop = repaired.stop;
   if (stop) throw std::runtime_error(stop->Text(options.file) + "; correct the line first");
   PrintRegistry(repaired);
   if (repaired.doubtful && !options.force) {
-    throw common::InputError(Quoted(options.file) +
-                             " was not changed: a text with line feeds may have added keys and "
-                             "values; check the list above, and add --force if all of it is right");
+    throw common::InputError(
+        Quoted(options.file) +
+        " was not changed: some of these keys and values may be lines of a text; "
+        "check the list above, and use --force if it is correct");
   }
   Write(repaired, options);
   return Check(options);
 }
 
 constexpr char kFooter[] =
-    R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video', NAME a value in
-it. A number has 32 bits, also in a qword.
+    R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video'. NAME is a value
+in it. Numbers have 32 bits, also in a qword.
 
-A file that the library has written does not load again. 'repair' removes the blanks at its
-line ends, restores the order of its keys, replaces CR LF, and shows the keys. A text with line
-feeds may have added some of them: if anything follows a text, 'repair' requires --force.
+A change replaces the file as a whole or not at all. It keeps the file's owner, permissions and
+link, but no comments, access lists or security labels. 'check' names each error with its line. 'repair' fixes a
+file that the library has rewritten.
 
 Examples:
   kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
-  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --file r.txt)";
+  kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --file r.txt
+
+Exit status: 0 done, 1 the library rejects the file or finds no such key or value, 2 wrong usage
+or input. See kaloctl(1).)";
 
 }  // namespace
 
@@ -265,27 +262,25 @@ void DefineRegistry(common::Command* program) {
     command->AddText("KEY", &options->key, "", "Full path of the key").Require();
   };
   AddJsonFlag(add("list", "Show all keys and values", List), &options->json);
-  AddJsonFlag(add("check", "Check that the library loads all of the file", Check), &options->json);
+  AddJsonFlag(add("check", "Check that the library loads the whole file", Check), &options->json);
   common::Command* get = add("get", "Show a value with its type", Get);
   addKey(get);
   get->AddText("NAME", &options->name, "", "Name of the value").Require();
   AddJsonFlag(get, &options->json);
-  common::Command* addition = add("add", "Add a key without values", AddKey);
-  addKey(addition);
-  addition->AddNumber("--id", &options->id, "Give the key this id (default: the first free one)");
+  addKey(add("add", "Add a key without values", AddKey));
   common::Command* deletion =
       add("delete", "Delete a key with its values, or one of its values", Delete);
   addKey(deletion);
-  deletion->AddText("NAME", &options->name, "", "Name of the value; without it, delete the key");
+  deletion->AddText("NAME", &options->name, "", "Name of the value (default: delete the key)");
   common::Command* set = add("set", "Set a value, or add it with --type", Set);
   addKey(set);
   set->AddText("NAME", &options->name, "", "Name of the value").Require();
-  set->AddText("DATA", &options->data, "", "A text, or a decimal or hexadecimal number").Require();
-  set->AddChoice<uint32_t>("--type", &options->type,
-                           {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
-                           "Give the value this type");
-  add("repair", "Make a file load again that the library has written, or that has CR LF", Repair)
-      ->AddFlag("--force", &options->force, "Keep also what a text may have added");
+  set->AddText("DATA", &options->data, "", "Text, or decimal or hexadecimal number").Require();
+  set->AddChoice<std::uint32_t>("--type", &options->type,
+                                {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
+                                "Give the value this type");
+  add("repair", "Fix a file that the library has rewritten and no longer loads", Repair)
+      ->AddFlag("--force", &options->force, "Keep keys and values that may be lines of a text");
 }
 
 }  // namespace kaloctl

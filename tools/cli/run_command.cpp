@@ -14,7 +14,6 @@ namespace {
 struct ScriptOptions {
   std::string script;
   RunOptions run;
-  bool noLog = false;
   bool state = false;
   bool json = false;
 };
@@ -28,9 +27,9 @@ int RunScript(const ScriptOptions& options) {
   ScriptRunner runner(out, common::ColoursFor(options.json ? stderr : stdout), options.run);
   const bool good = runner.Run(steps);
   if (options.json) {
-    PrintJson(std::cout, StateJson(runner.destroyed()));
+    PrintJson(std::cout, StateJson());
   } else if (options.state) {
-    std::cout << StateText(runner.destroyed());
+    std::cout << StateText();
   }
   return good ? kDone : kFailed;
 }
@@ -40,30 +39,30 @@ int RunScript(const ScriptOptions& options) {
 void DefineRun(common::Command* program) {
   const auto options = std::make_shared<ScriptOptions>();
   common::Command* command =
-      program->AddCommand("run", "Make the calls of a script and show what each of them did");
-  command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT; - is standard input");
+      program->AddCommand("run", "Make the calls of a script and show the result of each");
+  command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT (- for standard input)");
   command->AddFlag("--trace", &options->run.trace,
-                   "Show the library's trace lines too, which its log file then also receives");
-  command->AddFlag("--no-log", &options->noLog, "Show no log lines");
-  command->AddFlag("--use-destroyed", &options->run.useDestroyed,
-                   "Send on a session that the script has destroyed; this may crash");
+                   "Show the library's trace lines too, and write them to its log file");
   command->AddFlag("--state", &options->state,
-                   "Show the library's global state after the calls; SCRIPT may be left out");
+                   "Show the library's global state after the calls; SCRIPT is optional then");
   AddJsonFlag(command, &options->json);
   command->SetFooter(ScriptHelp() + R"(
-Each call is shown with its status, its results, the number of open handles, and the log
-lines it caused. --state shows the calls in brief; --json works with --state, and then shows
-the calls on standard error. The state is that of kaloctl's own copy of the library; it keeps
-the addresses of closed sessions, which are marked.
+Prints for each call its status, reply, number of open handles and log lines. --state prints
+only the statuses, then the state of kaloctl's own copy of the library. A session keeps its
+address there after it is closed. --json requires --state and moves the statuses to standard
+error. Do not send on a session that another call has closed: this may crash, as in a driver.
 
-Exit status: 0 done, 1 a call failed or was not made, 2 the script or the usage is wrong.)");
+Examples:
+  zulisim run kaloctl run script.txt
+  kaloctl run --state --json
+
+Exit status: 0 every call succeeded, 1 a call failed, 2 wrong usage or script. See kaloctl(1).)");
   command->SetAction([=] {
     if (options->script.empty() && !options->state) {
       throw common::UsageError("no script given; name a file, or use --state");
     }
     if (options->json && !options->state) throw common::UsageError("--json requires --state");
     options->run.brief = options->state;
-    options->run.showLog = !options->state && !options->noLog;
     return RunScript(*options);
   });
 }

@@ -1,9 +1,9 @@
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <memory>
 
@@ -12,10 +12,11 @@
 #include "common/command_line.h"
 #include "common/format.h"
 #include "common/hex.h"
+#include "common/input.h"
 #include "common/text.h"
 #include "tools/call/driver_session.h"
 #include "tools/call/log_capture.h"
-#include "tools/call/request_source.h"
+#include "tools/call/message.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/json.h"
@@ -26,48 +27,46 @@ namespace {
 constexpr std::uint32_t kLargestReply = 1 << 20;
 
 struct SendOptions {
-  RequestSource source;
-  std::string hexText;
+  std::string file;  // "-" for standard input; empty without FILE
+  std::optional<std::string> hex;
+  std::optional<std::uint32_t> command;
+  bool bodyOnly = false;
   bool showLog = false;
   bool json = false;
   std::string outputFile;
 };
 
-// The file of --output, if there is one. It is opened before a command is sent, and keeps its
-// content until there is a reply.
-class ReplyFile {
- public:
-  explicit ReplyFile(const std::string& path) : path_(path) {
-    if (path_.empty()) return;
-    file_.reset(std::fopen(path_.c_str(), "ab"));
-    if (file_ == nullptr) Fail();
+// Returns the bytes of the file or hex text, with a header before a body, and with the command if
+// there is one. Without input, returns a header with the command. Throws common::InputError.
+std::vector<std::uint8_t> ReadRequest(const SendOptions& options) {
+  if (options.bodyOnly && !options.command) throw common::UsageError("--body requires --command");
+  if (options.file.empty() && !options.hex) {
+    if (options.command) return MakeMessage(*options.command, {});
+    throw common::UsageError("no request given; add FILE, --data or --command");
   }
-
-  void Write(const std::vector<std::uint8_t>& reply) {
-    if (file_ == nullptr) return;
-    // Anything but a regular file has nothing to cut.
-    if (ftruncate(fileno(file_.get()), 0) != 0 && errno != EINVAL) Fail();
-    const bool written = std::fwrite(reply.data(), 1, reply.size(), file_.get()) == reply.size();
-    if (!written || std::fflush(file_.get()) != 0) Fail();
+  const std::string content = options.hex ? *options.hex : common::ReadInput(options.file);
+  const std::string name = options.hex ? "--data" : common::InputName(options.file);
+  std::vector<std::uint8_t> bytes(content.begin(), content.end());
+  try {
+    if (options.hex || common::LooksLikeText(content)) bytes = common::ParseHex(content);
+  } catch (const common::InputError& error) {
+    throw common::InputError(name + ", " + error.what());
   }
-
- private:
-  struct Close {
-    void operator()(std::FILE* file) const { std::fclose(file); }
-  };
-
-  [[noreturn]] void Fail() const {
-    throw common::InputError(common::Format("cannot write the reply: {}: {}", common::Quoted(path_),
-                                            std::strerror(errno)));
+  if (options.bodyOnly) return MakeMessage(*options.command, bytes);
+  if (bytes.empty()) throw common::InputError(name + ": the request is empty");
+  if (!options.command) return bytes;
+  if (bytes.size() < kHeaderSize) {
+    throw common::InputError(
+        common::Format("{}: {} bytes are too short for --command; use --body to add a header of 16",
+                       name, bytes.size()));
   }
+  SetCommand(bytes, *options.command);
+  return bytes;
+}
 
-  std::string path_;
-  std::unique_ptr<std::FILE, Close> file_;
-};
-
-// What came of a request.
+// The result of a request.
 struct Outcome {
-  const char* call = "StartIoEx3";  // the last call, with its status
+  const char* call = "StartIoEx3";  // the last call
   std::uint32_t status = KALO_DLL_STATUS_FAILURE;
   std::vector<std::uint8_t> reply;
   std::vector<std::uint8_t> privateData;
@@ -100,10 +99,7 @@ void PrintOutcome(const Outcome& outcome, bool showLog) {
                 << common::HexDump(outcome.privateData, "  ");
     }
   }
-  if (showLog) std::cout << "log\n";
-  for (const std::string& line : outcome.log) {
-    if (showLog) std::cout << "  " << line << '\n';
-  }
+  if (showLog) std::cout << "log\n  " << common::Joined(outcome.log, "\n  ") << '\n';
   std::cout << std::flush;
   if (!outcome.Failed()) return;
   const common::Colours errorColours = common::ColoursFor(stderr);
@@ -118,58 +114,66 @@ Outcome Exchange(const SendOptions& options, const std::vector<std::uint8_t>& re
   const Client client = ClientOfCommand(command);
   LogCapture log(LogCapture::Detail::kTrace);
   Outcome outcome;
-  {
-    DriverSession session(client);
-    outcome.status = session.status();
-    if (outcome.Failed()) {
-      outcome.call = session.InitName();
-    } else {
-      if (!options.json) {
-        const common::Colours colours = common::ColoursFor(stdout);
-        std::cout << colours.bold << "request" << colours.reset << " to " << ClientName(client)
-                  << ", " << request.size() << " bytes\n";
-        PrintMessage(std::cout, request);
-        std::cout << std::flush;
-      }
-      ReplyBuffer reply(std::clamp<std::uint32_t>(session.Properties().maxMessageLength,
-                                                  kHeaderSize, kLargestReply));
-      outcome.status = session.Exchange(request, &reply, &outcome.privateData);
-      if (!outcome.Failed()) outcome.reply = reply.Received();
+  DriverSession session(client);
+  outcome.status = session.status();
+  if (outcome.Failed()) {
+    outcome.call = session.InitName();
+  } else {
+    if (!options.json) {
+      const common::Colours colours = common::ColoursFor(stdout);
+      std::cout << colours.bold << "request" << colours.reset << " to " << ClientName(client)
+                << ", " << request.size() << " bytes\n";
+      PrintMessage(std::cout, request);
+      std::cout << std::flush;
     }
-    outcome.log = log.Take();
+    ReplyBuffer reply(std::clamp<std::uint32_t>(session.Properties().maxMessageLength, kHeaderSize,
+                                                kLargestReply));
+    outcome.status = session.Exchange(request, &reply, &outcome.privateData);
+    if (!outcome.Failed()) outcome.reply = reply.Received();
   }
+  outcome.log = log.Take();
   return outcome;
 }
 
+void WriteReply(const std::string& path, const std::vector<std::uint8_t>& reply) {
+  std::ofstream file(path, std::ios::binary);
+  file.write(reinterpret_cast<const char*>(reply.data()),
+             static_cast<std::streamsize>(reply.size()));
+  if (file.flush()) return;
+  throw common::InputError(
+      common::Format("cannot write the reply: {}: {}", common::Quoted(path), std::strerror(errno)));
+}
+
 int Send(const SendOptions& options) {
-  const std::vector<std::uint8_t> request = ReadRequest(options.source);
-  ReplyFile output(options.outputFile);
-  const Outcome outcome = Exchange(options, request);
+  std::error_code missing;
+  if (std::filesystem::equivalent(options.file, options.outputFile, missing)) {
+    throw common::UsageError("--output is the same file as FILE; choose another");
+  }
+  const Outcome outcome = Exchange(options, ReadRequest(options));
   options.json ? PrintOutcomeJson(outcome, options.showLog)
                : PrintOutcome(outcome, options.showLog);
   if (outcome.Failed()) return kFailed;
-  output.Write(outcome.reply);
+  if (!options.outputFile.empty()) WriteReply(options.outputFile, outcome.reply);
   if (outcome.reply.empty()) return kFailed;
   return outcome.HasHeader() && outcome.FirmwareStatus() < 0 ? kRefused : kDone;
 }
 
 constexpr char kFooter[] =
-    R"(FILE holds a message: a header of four little-endian 32-bit words, of which the second is the
-command identifier, and the body. A file of printable characters is read as hex text: pairs of
-digits such as '04 00 0a' or '0x04,0x00', and comments after '#'. Any other file is sent as it
-is. --command N writes N into the header; alone, it sends a header without a body.
+    R"(FILE holds a message: a header of four little-endian 32-bit words, the second of which is the
+command, and the body. kaloctl reads a file of printable characters as hex text, such as
+'04 00 0a # comment', and sends any other file as it is. --command writes the command into the
+header; without FILE and --data it sends only a header.
 
-The command identifier selects the client: 0x30000 to 0x3ffff FENU, all others KALO. The
-library does not report the length of a reply. kaloctl shows the reply buffer up to the last
-byte that has changed.
+Commands 0x30000 to 0x3ffff go to the FENU client, all others to KALO. The library does not
+report the length of a reply, so kaloctl shows the reply buffer up to the last changed byte.
 
 Examples:
   kaloctl send --command 4
   kaloctl send --command 0x30001 --body --data '01 02 03 04'
   kaloctl send request.bin --output reply.bin
 
-Exit status: 0 for a reply, 3 for a reply with a negative status, 1 when the call failed or
-nothing was received, 2 for wrong usage or input.)";
+Exit status: 0 a reply, 3 a reply with a negative status, 1 the call failed or no reply came,
+2 wrong usage or input. See kaloctl(1).)";
 
 }  // namespace
 
@@ -177,18 +181,20 @@ void DefineSend(common::Command* program) {
   const auto options = std::make_shared<SendOptions>();
   common::Command* command =
       program->AddCommand("send", "Send one request and show the reply and its private data");
-  const common::Option file = command->AddFile("FILE", &options->source.file,
-                                               "Read the request from FILE; - is standard input");
-  command->AddText("--data", &options->hexText, "HEX", "Send this hex text").Exclude(file);
-  command->AddFlag("--body", &options->source.bodyOnly,
-                   "Put a header in front of the input; requires --command");
-  command->AddNumber("--command", &options->source.command, "Send this command identifier");
+  const common::Option file =
+      command->AddFile("FILE", &options->file, "Read the request from FILE (- for standard input)");
+  const auto hex = std::make_shared<std::string>();
+  command->AddText("--data", hex.get(), "HEX", "Send this hex text").Exclude(file);
+  command->AddFlag("--body", &options->bodyOnly,
+                   "Put a header before the input; requires --command");
+  command->AddNumber("--command", &options->command, "Send this command identifier");
   command->AddFile("--output", &options->outputFile, "Write the raw reply to FILE");
-  command->AddFlag("--log", &options->showLog, "Show the library's log lines, also detailed ones");
+  command->AddFlag("--log", &options->showLog,
+                   "Show the library's log lines, including trace lines");
   AddJsonFlag(command, &options->json);
   command->SetFooter(kFooter);
   command->SetAction([=] {
-    if (command->Has("--data")) options->source.hex = options->hexText;
+    if (command->Has("--data")) options->hex = *hex;
     return Send(*options);
   });
 }

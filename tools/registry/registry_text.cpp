@@ -10,7 +10,7 @@
 namespace kaloctl {
 namespace {
 
-// The keys that the library reads from `content`. Throws oscl::RegistryFailure.
+// Returns the keys that the library reads from `content`. Throws oscl::RegistryFailure.
 std::vector<RegistryKey> ReadKeys(const std::string& content) {
   const oscl::RegistryImage image(content);
   std::vector<RegistryKey> keys;
@@ -30,7 +30,7 @@ std::vector<RegistryKey> ReadKeys(const std::string& content) {
   return keys;
 }
 
-// 0, or why the library does not load `content`.
+// Returns 0, or the library's code if it does not load `content`.
 std::uint32_t LoadCode(const std::string& content) {
   try {
     const oscl::RegistryImage image(content);
@@ -40,8 +40,8 @@ std::uint32_t LoadCode(const std::string& content) {
   }
 }
 
-// True if the library reads `content` to its end. Then it also reads the lines added here: they
-// complete an item that the end has cut, and after that it refuses them.
+// Returns true if the library reads `content` to its end. Then it also reads the lines added here:
+// they complete an item that the end has cut, and the library rejects the rest of them.
 bool IsReadToEnd(std::string content) {
   if (!content.empty() && content.back() != '\n') content += '\n';
   return LoadCode(content + "1\n1\n1\n1\n") != OSCL_ERROR_SUCCESS;
@@ -56,7 +56,7 @@ std::string StopMessage(std::uint32_t code, const std::string& line) {
                             : "'[KEY]' or '[VALUE]'");
 }
 
-// nullopt if the library reads all of `content`.
+// Returns nullopt if the library reads all of `content`.
 std::optional<RegistryStop> FindStop(const std::string& content) {
   const std::uint32_t code = LoadCode(content);
   const auto isRead = [code](const std::string& text) {
@@ -83,26 +83,18 @@ const RegistryKey* First(const RegistryText& registry, Field RegistryKey::*field
   return nullptr;
 }
 
-// The content with `unwanted` removed where it is the last character of a line.
-std::string WithoutLineEnd(std::string_view content, char unwanted) {
-  std::string text;
-  for (std::size_t at = 0; at < content.size(); ++at) {
-    const bool ends = at + 1 == content.size() || content[at + 1] == '\n';
-    if (content[at] != unwanted || !ends) text += content[at];
-  }
+std::string WithoutTrailingBlanks(std::string text) {
+  for (std::size_t at = 0; (at = text.find(" \n", at)) != std::string::npos;) text.erase(at, 1);
   return text;
 }
 
-bool IsRewritten(std::string_view content) { return content.substr(0, 7) == "[KEY] \n"; }
-
-bool HoldsMoreAfterText(const RegistryText& registry) {
-  std::vector<std::uint32_t> types;  // 0 for a key
-  for (const RegistryKey* key : registry.ListOrder()) {
-    types.push_back(0);
-    for (const RegistryValue& value : key->values) types.push_back(value.type);
+bool HoldsText(const RegistryText& registry) {
+  for (const RegistryKey& key : registry.keys) {
+    for (const RegistryValue& value : key.values) {
+      if (value.type == REG_SZ) return true;
+    }
   }
-  const auto text = std::find(types.begin(), types.end(), REG_SZ);
-  return text != types.end() && text + 1 != types.end();
+  return false;
 }
 
 }  // namespace
@@ -156,23 +148,16 @@ std::string FormatRegistry(const RegistryText& registry) {
   return content;
 }
 
-std::string RepairableDamage(std::string_view content) {
-  if (IsRewritten(content)) return "the library has rewritten the file";
-  const std::string_view line = content.substr(0, content.find('\n'));
-  const bool returns = line.size() < content.size() && !line.empty() && line.back() == '\r';
-  return returns ? "its lines end in CR LF" : "";
-}
+bool IsRewritten(std::string_view content) { return content.substr(0, 7) == "[KEY] \n"; }
 
-RegistryText RepairRegistry(std::string_view content) {
-  const std::string text = WithoutLineEnd(content, '\r');
-  if (!IsRewritten(text)) return ParseRegistry(text);
-  RegistryText registry = ParseRegistry(WithoutLineEnd(text, ' '));
+RegistryText RepairRegistry(const std::string& content) {
+  RegistryText registry = ParseRegistry(WithoutTrailingBlanks(content));
   if (registry.keys.empty()) return registry;
   std::reverse(registry.keys.begin() + 1, registry.keys.end());
-  // A line that the library would write otherwise shows that the file says something else.
+  // If the library would write another file, the repair has read this one wrongly.
   const std::string written = FormatRegistry(registry);
-  registry.doubtful = HoldsMoreAfterText(registry) || LoadCode(written) != OSCL_ERROR_SUCCESS ||
-                      oscl::RegistryImage(written).Rendered() != text;
+  registry.doubtful = HoldsText(registry) || LoadCode(written) != OSCL_ERROR_SUCCESS ||
+                      oscl::RegistryImage(written).Rendered() != content;
   return registry;
 }
 
