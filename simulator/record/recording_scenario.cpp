@@ -241,7 +241,8 @@ class ScenarioMaker {
       pending_.erase(found);
     } else {
       SetReply(record, exchange);
-      exchange->connection = record.connection;  // this connection gets the private data, if there is any
+      exchange->connection =
+          record.connection;  // this connection gets the private data, if there is any
       exchange->connectionLost = false;
     }
   }
@@ -264,11 +265,12 @@ class ScenarioMaker {
     AddEffect(record, Format("short = {}", reply.size()));
   }
 
-  std::map<std::uint64_t, std::uint64_t> lastSuccess_;  // number of the last operation by connection, not counting closes
-  std::map<std::uint64_t, bool> isLost_;                // open connections
-  std::map<std::string, Bytes> connectRecords_;         // the first connect record of each client
-  std::deque<Exchange> exchanges_;                      // in order
-  std::vector<Exchange*> pending_;                      // exchanges that may still get a reply or private data
+  std::map<std::uint64_t, std::uint64_t>
+      lastSuccess_;  // number of the last operation by connection, not counting closes
+  std::map<std::uint64_t, bool> isLost_;         // open connections
+  std::map<std::string, Bytes> connectRecords_;  // the first connect record of each client
+  std::deque<Exchange> exchanges_;               // in order
+  std::vector<Exchange*> pending_;  // exchanges that may still get a reply or private data
   std::map<std::pair<Operation, std::uint64_t>, std::string> effects_;  // by occurrence
 };
 
@@ -307,7 +309,8 @@ std::string FirstDifference(const std::vector<OperationRecord>& operations,
   if (!diagnostics.empty()) return diagnostics.front().message;
   Engine engine({scenario.clients, false});
   Apply(scenario, &engine);
-  std::map<std::uint64_t, std::uint64_t> connections;  // the engine's connection for each recorded one
+  std::map<std::uint64_t, std::uint64_t>
+      connections;  // the engine's connection for each recorded one
   for (const OperationRecord& record : operations) {
     Bytes bytes = record.input;
     Result got = Call(record, connections[record.connection], &engine, &bytes);

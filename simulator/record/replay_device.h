@@ -49,7 +49,8 @@ class ReplayDevice : public DecodedDevice {
   // A state of a connection, reached by the operations so far. Connections with the same operations
   // and results share one node.
   struct Node {
-    std::deque<std::size_t> operations;  // the recorded operations that lead here and are not yet replayed, in order
+    std::deque<std::size_t>
+        operations;  // the recorded operations that lead here and are not yet replayed, in order
     std::vector<std::unique_ptr<Node>> next;
     bool isEnd = false;  // a recorded connection ends here
   };
