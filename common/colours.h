@@ -4,7 +4,7 @@
 
 namespace common {
 
-// The escape sequences of an output. They are empty if it shows no colours.
+// The escape sequences for one output stream; empty strings if it does not use colour.
 struct Colours {
   const char* good = "";
   const char* bad = "";
@@ -14,7 +14,8 @@ struct Colours {
   const char* reset = "";
 };
 
-// Returns sequences if `stream` is a terminal, TERM is not "dumb", and NO_COLOR is empty.
+// Returns the escape sequences if `stream` is a terminal, TERM is not "dumb", and NO_COLOR is empty
+// or unset. Otherwise returns empty strings.
 Colours ColoursFor(std::FILE* stream);
 
 }  // namespace common

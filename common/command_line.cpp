@@ -104,7 +104,8 @@ class HelpFormatter : public CLI::Formatter {
   }
 };
 
-// Returns the index of `text` in `words`. Throws UsageError with the option if it is not there.
+// Returns the index of `text` in `words`. If it is not one of them, throws a UsageError that names
+// the option.
 std::size_t IndexOf(const std::string& text, const std::vector<std::string>& words,
                     const std::string& option) {
   const auto found = std::find(words.begin(), words.end(), text);
@@ -181,7 +182,7 @@ Option Command::AddWord(const std::string& names, const std::vector<std::string>
 Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
                               std::string* target, const std::string& help) {
   const auto store = [=](std::string& text) {
-    if (text == "true") text = words.front();  // the flag without a value
+    if (text == "true") text = words.front();  // stored if the flag has no value
     IndexOf(text, words, name);
     return std::string();
   };
@@ -192,7 +193,7 @@ Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::st
 Option Command::AddList(const std::string& names, std::vector<std::string>* target,
                         const std::string& shape, const std::string& help) {
   CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape);
-  // Without allow_extra_args(false), the option would also take the words of the program.
+  // Without allow_extra_args(false), the option would also consume the words of the program.
   if (names[0] == '-') option->delimiter(',')->expected(1)->allow_extra_args(false)->take_all();
   return InGroup(option);
 }
@@ -207,7 +208,7 @@ Option Command::AddRepeated(const std::string& name,
                      ->type_name(shape)
                      ->type_size(1)
                      ->expected(1)
-                     ->allow_extra_args(false)  // the next words may be the program
+                     ->allow_extra_args(false)  // the following words may be the program
                      ->take_all()
                      ->trigger_on_parse());
 }
@@ -247,7 +248,7 @@ void Command::StoreProgram(const std::vector<std::string>& separated) {
   *program_ = std::move(words);
 }
 
-// Throws UsageError with the word that is wrong. `message` is the text of the parser library.
+// Throws a UsageError that names the wrong word. `message` is the text from the parser library.
 void Command::Complain(const std::string& message) const {
   const std::vector<std::string> commands = CommandNames(*app_);
   const std::vector<std::string> words = app_->remaining();
@@ -291,7 +292,7 @@ int CommandLine::Run(int argc, const char* const* argv) {
     separated.assign(separator, words.end());
     words.erase(separator, words.end());
   }
-  std::reverse(words.begin(), words.end());  // the parser reads them from the end
+  std::reverse(words.begin(), words.end());  // the parser expects them in reverse order
   try {
     try {
       app_->parse(words);

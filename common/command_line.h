@@ -26,15 +26,16 @@ class UsageError : public InputError {
   using InputError::InputError;
 };
 
-// An option or a positional argument of a command. The functions add conditions to it. Copyable.
+// An option or a positional argument of a command. The member functions add constraints to it.
+// Copyable.
 class Option {
  public:
   explicit Option(CLI::Option* option) : option_(option) {}
 
   Option& Require();
-  // Rejects a command line with both options.
+  // Rejects a command line that has both options.
   Option& Exclude(const Option& other);
-  // Makes the value optional. Without one, the option has `value`.
+  // Makes the value optional. The default is `value`.
   Option& MakeValueOptional(const std::string& value);
 
  private:
@@ -43,9 +44,9 @@ class Option {
 
 // A command of a program: its options, its help and its action.
 //
-// A name without a leading "-" adds a positional argument. The help shows `shape` for the value. A
-// help text begins with a verb. The parser writes the targets, which must live until the action has
-// run.
+// A name without a leading "-" adds a positional argument. `shape` is the placeholder for the value
+// in the help. Start each help text with a verb. The parser stores values in the targets, which
+// must stay valid until the action has run.
 class Command {
  public:
   explicit Command(CLI::App* app);
@@ -55,11 +56,11 @@ class Command {
   // Adds a subcommand, which this command owns. A command with subcommands has no action.
   Command* AddCommand(const std::string& name, const std::string& about);
 
-  // Starts a group: the help lists the options that follow under "`title`:".
+  // Starts a group. The help lists the options that are added after it under "`title`:".
   void BeginGroup(const std::string& title) { group_ = title; }
   // Sets the text at the end of the help, which is printed unchanged.
   void SetFooter(const std::string& text);
-  // Sets the function that runs this command. It returns the exit status.
+  // Sets the function that runs this command. The function returns the exit status.
   void SetAction(std::function<int()> action) { action_ = std::move(action); }
 
   Option AddFlag(const std::string& names, bool* target, const std::string& help);
@@ -68,10 +69,10 @@ class Command {
   // Rejects an empty name.
   Option AddFile(const std::string& names, std::string* target, const std::string& help,
                  const std::string& shape = "FILE");
-  // Takes an unsigned 32-bit number, decimal or hexadecimal.
+  // Accepts an unsigned 32-bit number, decimal or hexadecimal.
   Option AddNumber(const std::string& names, std::optional<std::uint32_t>* target,
                    const std::string& help);
-  // Takes one of `words`, and calls `choose` with its index.
+  // Accepts one of `words`, and calls `choose` with its index.
   Option AddWord(const std::string& names, const std::vector<std::string>& words,
                  const std::function<void(std::size_t)>& choose, const std::string& help);
   // The same, but stores the value of the chosen word.
@@ -84,11 +85,11 @@ class Command {
     return AddWord(
         names, words, [=](std::size_t index) { *target = choices[index].second; }, help);
   }
-  // Takes one of `words` after "=". Without "=", stores the first word.
+  // Accepts one of `words` after "=". If there is no "=", stores the first word.
   Option AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
                        std::string* target, const std::string& help);
-  // Takes several values: an option separates them by commas, a positional argument takes all
-  // words.
+  // Accepts several values. An option separates them by commas; a positional argument takes all
+  // remaining words.
   Option AddList(const std::string& names, std::vector<std::string>* target,
                  const std::string& shape, const std::string& help);
   // Adds a repeatable option. Calls `take` with each value, in the order of the command line.
@@ -97,7 +98,8 @@ class Command {
   // Requires "PROGRAM [ARGUMENTS...]" at the end of the command line, optionally after "--".
   void TakeProgram(std::vector<std::string>* target);
 
-  // After parsing: return whether the command line has the option, and its first value or "".
+  // For use after parsing. Has returns true if the option was given. ValueOf returns its first
+  // value, or "" if there is none.
   bool Has(const std::string& name) const;
   std::string ValueOf(const std::string& name) const;
 
@@ -128,7 +130,7 @@ class CommandLine {
   Command* root() { return root_.get(); }
 
   // Parses the command line and runs the chosen command's action, or prints the help or the
-  // version. Throws UsageError for a wrong command line, and passes on exceptions of the action.
+  // version. Throws UsageError for a wrong command line. Does not catch exceptions of the action.
   int Run(int argc, const char* const* argv);
 
  private:

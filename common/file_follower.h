@@ -6,19 +6,20 @@
 
 namespace common {
 
-// Reads text that other processes append to a file. The file may not exist yet. A file that was
-// truncated or replaced is read from its beginning.
+// Reads text that other processes append to a file. The file need not exist yet. If the file is
+// truncated or replaced, reading starts again at its beginning.
 class FileFollower {
  public:
   enum class From { kBeginning, kEnd };
 
-  // kEnd skips the present content of the file.
+  // kEnd skips the text that the file already holds.
   FileFollower(std::string path, From from);
   ~FileFollower();
   FileFollower(const FileFollower&) = delete;
   FileFollower& operator=(const FileFollower&) = delete;
 
-  // Returns the text since the last call, or an empty text if there is none or reading fails.
+  // Returns the text that was appended since the last call; empty if there is none or reading
+  // fails.
   std::string Take();
 
  private:

@@ -1,4 +1,5 @@
-// The only source that compiles fmtlib's formatting code, so that nothing is linked for it.
+// The only source file that compiles fmtlib's formatting code, so the programs need not link the
+// library.
 #define FMT_HEADER_ONLY
 #include <fmt/format.h>
 

@@ -6,12 +6,12 @@
 
 namespace common {
 
-// Returns the text of `format` with `arguments`. Only for Format.
+// Does the work of Format. Do not call it directly.
 std::string FormatArguments(fmt::string_view format, fmt::format_args arguments);
 
-// Returns `format` with each "{}" replaced by the next argument: Format("{} of {}", 1, "many").
-// fmtlib's documentation describes the other fields, such as "{:08x}". Throws fmt::format_error for
-// a field that does not fit its argument.
+// Returns `format` with each "{}" replaced by the next argument: Format("{} of {}", 1, "many"). The
+// documentation of fmtlib describes other fields, such as "{:08x}". Throws fmt::format_error if a
+// field does not fit its argument.
 template <typename... T>
 std::string Format(fmt::format_string<T...> format, T&&... arguments) {
   return FormatArguments(format, fmt::make_format_args(arguments...));

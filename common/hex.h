@@ -19,11 +19,11 @@ struct HexLine {
 };
 HexLine HexLineAt(const Bytes& bytes, std::size_t offset);
 
-// Returns one line per sixteen bytes, after `indent`: offset, digits, characters. One "*" replaces
-// lines that are equal to the line before them.
+// Returns one line per sixteen bytes. Each line has `indent`, the offset, the digits and the
+// characters. One "*" replaces lines that are equal to the line before them.
 std::string HexDump(const Bytes& bytes, const std::string& indent = "");
 
-// Returns the lines in which two messages differ, those of `expected` after "-" and those of `got`
+// Returns the lines that differ between two messages: those of `expected` after "-", those of `got`
 // after "+". Shows at most `mostLines` pairs; a last line counts the rest.
 std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLines = 8);
 
@@ -31,7 +31,7 @@ std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLin
 std::string HexDigits(const Bytes& bytes);
 
 // Parses pairs of hexadecimal digits, with or without white space between them. '#' starts a
-// comment that ends with the line. Throws InputError with the line and the pair.
+// comment that ends with the line. Throws an InputError that names the line and the invalid pair.
 Bytes ParseHex(const std::string& text);
 
 // Returns true if `content` has no control characters other than white space, and no bytes above

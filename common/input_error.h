@@ -8,7 +8,7 @@
 
 namespace common {
 
-// An input of the user is wrong. The text names it and the remedy.
+// Reports wrong input from the user. The text names the input and the remedy.
 class InputError : public std::invalid_argument {
  public:
   using std::invalid_argument::invalid_argument;

@@ -8,8 +8,8 @@
 
 namespace common {
 
-// Merges consecutive copies of a message. Each KaloInit3 of a process adds one more sink for the
-// same file, so the library writes every later message once more. The number of copies of
+// Merges consecutive copies of a message. Each call of KaloInit3 in a process adds one more sink
+// for the same file, so the library writes every later message once more. The number of copies of
 // KaloInit3's first message shows the number of sinks. A message that the library logs twice stays
 // two messages.
 class LogFolder {

@@ -5,8 +5,8 @@
 namespace common {
 namespace {
 
-// The functions at the beginning of the library's log messages. A message may follow another
-// without a line end, so only these names show where it begins.
+// The functions whose names start the library's log messages. One message may follow another
+// without a line feed, so only these names show where a message begins.
 constexpr std::string_view kLogFunctions[] = {
     "KaloStateInit",   "KaloInit3",    "StartIoEx3",   "StartIo3",      "KaloCleanup3",
     "SessionCleanup",  "KaloInit",     "StartIoEx",    "KaloCleanup",   "FenuInit3",
@@ -17,8 +17,8 @@ constexpr std::string_view kLogFunctions[] = {
 
 constexpr std::size_t kMaxTagDigits = 10;
 constexpr std::size_t kProcessIdDigits = 8;
-// The bytes from a colon on that decide whether it ends a function: the digits, and ": " after
-// them.
+// The number of bytes, from the colon on, that decide whether it ends a function name: the digits,
+// and ": " after them.
 constexpr std::size_t kLookAhead = 1 + kMaxTagDigits + 2;
 
 bool IsDigit(char character) { return character >= '0' && character <= '9'; }
@@ -110,8 +110,8 @@ std::size_t LogSplitter::PrefixBegin(std::size_t nameBegin) const {
   return position;
 }
 
-// Passes the current record with its text up to `end` to the consumer, and each later line as a
-// record without a function.
+// Passes the current record to the consumer, with its text up to `end` or to the first line feed.
+// Passes each later line as a record without a function.
 void LogSplitter::Emit(std::size_t end) {
   std::string_view rest = std::string_view(buffer_).substr(text_, end - text_);
   bool own = !current_.function.empty();

@@ -10,9 +10,9 @@ namespace common {
 // One message of a log.
 struct LogRecord {
   std::string prefix;    // "[00001234] 77": process id and tick; empty if the log lacks them
-  std::string function;  // empty for text outside of a message
+  std::string function;  // empty for text outside any message
   std::string tag;
-  std::string text;  // without the line end
+  std::string text;  // without the line feed
 
   bool operator==(const LogRecord& other) const {
     return text == other.text && function == other.function && tag == other.tag &&
@@ -20,9 +20,9 @@ struct LogRecord {
   }
 };
 
-// Cuts a log into records. A record begins with "<function>:<digits>: ", where <function> is a
-// function of the library, and ends at the end of the line or at the next record. Takes the log in
-// pieces of any size, and keeps only the text of the current record in memory.
+// Splits a log into records. A record begins with "<function>:<digits>: ", where <function> is a
+// function of the library, and ends at the end of the line or at the next record. Accepts the log
+// in pieces of any size, and keeps only the text of the current record in memory.
 class LogSplitter {
  public:
   using Consumer = std::function<void(LogRecord&&)>;
@@ -35,7 +35,7 @@ class LogSplitter {
   void Finish();
 
  private:
-  // The start of a record: where it begins, and where its text begins.
+  // Where a record begins, and where its text begins.
   struct Lead {
     std::size_t begin;
     std::size_t end;
@@ -50,7 +50,7 @@ class LogSplitter {
 
   Consumer consumer_;
   std::string buffer_;
-  // Where the current text begins, and where the search for the next record continues.
+  // Where the text of the current record begins, and where to continue the search for the next one.
   std::size_t text_ = 0;
   std::size_t scan_ = 0;
   LogRecord current_;

@@ -9,8 +9,8 @@ namespace common {
 
 inline constexpr std::uint64_t kMaxWord = 0xffffffff;
 
-// Parses an unsigned number, decimal or hexadecimal with "0x", without white space. Returns nullopt
-// for other texts, and for a number above `highest`.
+// Parses an unsigned number without white space, either decimal or hexadecimal with "0x". Returns
+// nullopt for any other text, and for a number above `highest`.
 std::optional<std::uint64_t> ParseNumber(std::string_view text, std::uint64_t highest = kMaxWord);
 
 // The same, but throws InputError "`what`: expected a number from 0 to `highest`, not 'text'".

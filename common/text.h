@@ -10,7 +10,7 @@ namespace common {
 // Returns the text with "\xNN" for each byte that is not a printable ASCII character.
 std::string Printable(std::string_view text);
 
-// The same in single quotes, for messages that quote an input.
+// The same in single quotes, for messages that quote the input.
 std::string Quoted(std::string_view text);
 
 // Returns "1 byte" or "2 bytes". `plural` is for irregular nouns.

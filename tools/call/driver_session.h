@@ -8,15 +8,15 @@
 
 namespace kaloctl {
 
-// The firmware clients that the entry points can reach.
+// The firmware clients that the library's entry points can reach.
 enum class Client { kKalo, kFenu };
 
 const char* ClientName(Client client);
 
-// Returns the client that serves a command.
+// Returns the client that handles a command.
 Client ClientOfCommand(std::uint32_t commandId);
 
-// A session of the library. Opens and closes it as a driver does.
+// A session with a client. Opens and closes the library's handle in the same way as a driver.
 class DriverSession {
  public:
   explicit DriverSession(Client client);
@@ -24,14 +24,16 @@ class DriverSession {
   DriverSession& operator=(const DriverSession&) = delete;
   ~DriverSession();
 
-  // Return the status of KaloInit3 or FenuInit3, and its name. The other functions require success.
+  // Return the status and the name of the init call, KaloInit3 or FenuInit3. Call the other
+  // functions only after success.
   std::uint32_t status() const { return status_; }
   const char* InitName() const;
 
-  // Returns the properties that the client reported when it was connected.
+  // Returns the properties that the client reported on connection.
   ZuliConnectRecord::Properties Properties() const;
 
-  // Sends a request and returns the status of StartIoEx3. Stores up to 16 bytes in `privateData`.
+  // Sends a request and returns the status of StartIoEx3. Stores up to 16 bytes of private data in
+  // `privateData`.
   std::uint32_t Exchange(std::vector<std::uint8_t> request, ReplyBuffer* reply,
                          std::vector<std::uint8_t>* privateData);
 

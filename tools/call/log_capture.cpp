@@ -19,8 +19,8 @@ class CaptureSink : public LogSink {
       : lines_(std::move(lines)), detail_(detail) {}
 
   void logMessage(const char* message) override {
-    // KaloInit3 resets the level and then logs an ordinary line. Raising the level here keeps the
-    // trace lines after it.
+    // KaloInit3 resets the log level and then logs an ordinary line. Raising the level again at
+    // that line keeps the trace lines that follow.
     if (detail_ == LogCapture::Detail::kTrace) RaiseLevel();
     std::string line = message;
     while (!line.empty() && line.back() == '\n') line.pop_back();

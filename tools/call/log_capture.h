@@ -12,10 +12,10 @@ class LogCapture {
  public:
   enum class Detail { kOrdinary, kTrace };
 
-  // kTrace switches on the trace lines, also in the log file.
+  // kTrace enables the trace lines, here and in the library's log file.
   explicit LogCapture(Detail detail);
 
-  // Returns the lines since the last call, without line ends.
+  // Returns the lines that were logged since the last call, without line feeds.
   std::vector<std::string> Take();
 
  private:

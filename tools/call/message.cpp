@@ -54,9 +54,9 @@ std::vector<std::uint8_t> ReplyBuffer::Received() const {
                                    bytes_.begin() + static_cast<std::ptrdiff_t>(end));
 }
 
-// Usual replies do not end like the pattern: it is never 0, no two neighbours are equal, and it is
-// not ASCII after the header. The status in the header is positive: the library reads it even after
-// a shorter reply, and a negative status announces private data.
+// Typical replies do not end with bytes of the pattern: it has no zeros, no two equal neighbours,
+// and no ASCII after the header. The status in the header is positive. The library reads the status
+// even if the reply is shorter, and a negative status would announce private data.
 std::uint8_t ReplyBuffer::FillAt(std::size_t index) {
   const std::size_t mixed = index * 37 + 11;
   return static_cast<std::uint8_t>(index < kHeaderSize ? 0x40 | (mixed & 0x3f)

@@ -88,8 +88,8 @@ bool IsName(std::string_view word) {
   return true;
 }
 
-// Parses one line of a script. Throws InputError without the name of the script and the line
-// number.
+// Parses one line of a script. The InputErrors that it throws lack the name of the script and the
+// line number.
 class LineParser {
  public:
   LineParser(const std::string& text, std::set<std::string>* opened, std::set<std::string>* closed)
@@ -135,7 +135,7 @@ class LineParser {
     if (opened_.count(step_.handle) == 0) {
       Reject(step_.handle, "null, or a handle from KaloInit3 or FenuInit3 in an earlier line");
     }
-    // A message on a closed handle would use freed memory.
+    // Sending a message on a closed handle would use freed memory.
     const bool sends = (form_->arguments & kMessage) != 0;
     if (sends && closed_.count(step_.handle) != 0)
       Reject(step_.handle, "a handle that is not closed");
@@ -199,9 +199,9 @@ class LineParser {
   ScriptStep step_;
 };
 
-// Removes the comment and the white space around the rest.
+// Removes the comment, and white space at both ends.
 std::string Trimmed(std::string line) {
-  // Every character that a stream reads as white space.
+  // All characters that a stream treats as white space.
   constexpr const char* kBlanks = " \t\r\v\f";
   line = line.substr(0, line.find('#'));
   const std::size_t first = line.find_first_not_of(kBlanks);

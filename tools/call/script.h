@@ -10,7 +10,7 @@
 
 namespace kaloctl {
 
-// The arguments of a call into the library. Each call uses those that it takes.
+// The arguments of a library call. Each entry point uses only some of them.
 struct CallArguments {
   void** handle = nullptr;
   KALO_STATE_INIT_PARAMS* params = nullptr;
@@ -22,7 +22,7 @@ struct CallArguments {
   unsigned int* privateLength = nullptr;
 };
 
-// The arguments of an entry point in a script, as bits.
+// Bits for the arguments that an entry point takes in a script.
 enum Argument : unsigned {
   kNone = 0,
   kNewHandle = 1,
@@ -35,8 +35,8 @@ enum Argument : unsigned {
 // An entry point of the library.
 struct EntryPoint {
   const char* name;
-  unsigned arguments;  // of Argument
-  bool recordsError;   // false for the cleanups, which only return a status
+  unsigned arguments;  // bits of Argument
+  bool recordsError;   // false for the cleanup functions, which only return a status
   KALO_DLL_STATUS (*call)(const CallArguments& arguments);
 };
 
@@ -63,8 +63,9 @@ struct ScriptStep {
 
 constexpr std::string_view kNullHandle = "null";
 
-// Parses a whole script. Throws common::InputError with each wrong line, its wrong word and the
-// words that are possible there. `name` is the name of the script in these messages.
+// Parses a whole script. If lines are wrong, throws a common::InputError that lists each of them
+// with its wrong word and the words that are valid there. `name` is the name of the script in these
+// messages.
 std::vector<ScriptStep> ParseScript(std::string_view content, const std::string& name);
 
 // Returns the part of --help that lists the calls and their arguments.

@@ -15,10 +15,11 @@ namespace kaloctl {
 namespace {
 
 constexpr char kIndent[] = "      ";
-// The length of an ioctl tag with its NUL. It distinguishes a tag from private data.
+// The length of an ioctl tag with its NUL. The length distinguishes a tag from private data.
 constexpr unsigned int kTagSize = 9;
 
-// The buffers of one command. The request has room for a header even if its length is smaller.
+// The buffers of one command. The request buffer has room for a header even if the request is
+// shorter.
 struct CommandBuffers {
   explicit CommandBuffers(const ScriptCommand& command)
       : request(std::max<std::size_t>(command.length, kHeaderSize)),
@@ -43,7 +44,7 @@ struct CommandBuffers {
 
 struct ScriptRunner::CallResult {
   std::uint32_t status;
-  // Set only by a command that succeeded.
+  // Only a successful command sets it.
   std::optional<std::vector<std::uint8_t>> reply;
   std::vector<std::uint8_t> privateData;
 };
@@ -59,8 +60,8 @@ bool ScriptRunner::Run(const std::vector<ScriptStep>& steps) {
   bool good = true;
   for (const ScriptStep& step : steps) {
     out_ << colours_.bold << std::setw(4) << step.line << "  " << step.text << colours_.reset;
-    // Flushed before the call, so that the transcript of the call's operations follows this line,
-    // and a crash shows which call caused it.
+    // Flush before the call. Then the transcript of the call's operations follows this line, and
+    // after a crash the last line shows the call that caused it.
     if (!options_.brief) out_ << std::endl;
     const CallResult result = MakeCall(step);
     PrintResult(step, result);

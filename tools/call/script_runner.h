@@ -13,8 +13,8 @@
 namespace kaloctl {
 
 struct RunOptions {
-  bool brief = false;  // one line per call, without counts, reply and log
-  bool trace = false;  // with the library's trace lines
+  bool brief = false;  // one line per call: no counts, reply or log
+  bool trace = false;  // include the library's trace lines
 };
 
 // Makes the calls of a script and prints the result of each.
@@ -35,7 +35,7 @@ class ScriptRunner {
   common::Colours colours_;
   RunOptions options_;
   LogCapture log_;
-  // The handles of the script by name; null until a call sets them.
+  // The handles of the script by name. A handle is null until a call sets it.
   std::map<std::string, void*> handles_;
 };
 

@@ -10,12 +10,12 @@ namespace {
 
 using Json = nlohmann::ordered_json;
 
-// An address, or null.
+// An address as text, or null.
 Json AddressJson(const void* address) {
   return address == nullptr ? Json() : Json(common::Format("{}", address));
 }
 
-// Shows a status or source by its name, and a large number in hexadecimal.
+// Returns a status or source with its name, and a large number in hexadecimal.
 std::string FieldText(const std::string& name, const Json& value) {
   if (value.is_string() && name.find("Text") == std::string::npos) return value.get<std::string>();
   if (value.is_number() && value > 0xFFFF) return common::Hex(value);

@@ -6,7 +6,7 @@
 
 namespace kaloctl {
 
-// Returns the fields of gKaloDllState by name. A session is null or the text of its address.
+// Returns the fields of gKaloDllState by name. A session is shown as its address, or as null.
 nlohmann::ordered_json StateJson();
 
 // Returns the same fields as lines of text.

@@ -44,11 +44,11 @@ constexpr char kReadLog[] = "read the library's log: kaloctl log /data/Marvoleth
 
 struct Advice {
   std::uint32_t status;
-  const char* text;  // a part of the recorded text; empty matches every text
+  const char* text;  // a substring of the recorded text; empty matches every text
   const char* advice;
 };
 
-// The first row that matches applies.
+// The first matching row applies.
 constexpr Advice kAdvice[] = {
     {1, "Cannot open", "run 'kaloctl doctor'; close the handle and open a new one"},
     {1, "Cannot connect",

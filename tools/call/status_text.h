@@ -25,13 +25,14 @@ struct ErrorRecord {
 };
 ErrorRecord LastErrorRecord();
 
-// Returns the text in a buffer of `size` bytes, which may lack a terminator.
+// Returns the text in a buffer of `size` bytes. The text may lack a terminator.
 std::string_view BoundedText(const char* text, std::size_t size);
 
-// Returns the last log line with an errno, and the text of that errno; empty if there is none.
+// Returns the last log line that contains an errno, followed by the description of that errno;
+// empty if there is none.
 std::string CauseIn(const std::vector<std::string>& logLines);
 
-// Prints the recorded text and source, the cause and the remedy, each on a line after `indent`.
+// Prints the recorded text and source, the cause and the remedy, one per line, each after `indent`.
 // `recorded` is false for calls that do not write the error record.
 void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
                   std::uint32_t status, bool recorded, const std::vector<std::string>& logLines);

@@ -8,7 +8,7 @@ namespace kaloctl {
 enum ExitStatus : int {
   kDone = 0,
   kFailed = 1,      // the library, the device or a check failed
-  kWrongInput = 2,  // wrong usage, or wrong content of a file
+  kWrongInput = 2,  // wrong usage or invalid input
   kRefused = 3,     // the firmware replied with a negative status
 };
 
@@ -16,8 +16,8 @@ constexpr char kExitStatusHelp[] =
     "Exit status: 0 done, 1 the library, the device or a check failed, 2 wrong usage or input,\n"
     "3 'send' received a negative status.";
 
-// Add a command to `program`. Its action returns an ExitStatus, and throws common::InputError for
-// wrong input.
+// Each function adds one command to `program`. The command's action returns an ExitStatus and
+// throws common::InputError for wrong input.
 void DefineProbe(common::Command* program);
 void DefineSend(common::Command* program);
 void DefineRun(common::Command* program);

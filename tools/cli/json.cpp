@@ -8,7 +8,7 @@ namespace kaloctl {
 Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::string>& logLines) {
   const ErrorRecord record = LastErrorRecord();
   const std::string cause = CauseIn(logLines);
-  const std::string name = StatusText(status);  // with the number after it
+  const std::string name = StatusText(status);  // the number follows in parentheses
   return {{"call", call},
           {"status", status},
           {"statusName", name.substr(0, name.find(' '))},

@@ -16,7 +16,7 @@ using Json = nlohmann::ordered_json;
 
 enum class JsonLayout { kIndented, kLine };
 
-// Bytes that are not UTF-8 become U+FFFD.
+// Replaces bytes that are not valid UTF-8 with U+FFFD.
 inline void PrintJson(std::ostream& out, const Json& json,
                       JsonLayout layout = JsonLayout::kIndented) {
   out << json.dump(layout == JsonLayout::kLine ? -1 : 2, ' ', false, Json::error_handler_t::replace)
@@ -30,7 +30,7 @@ inline common::Option AddJsonFlag(common::Command* command, bool* json) {
 // Describes a failed call. `logLines` are the log lines of the call.
 Json FailureJson(const char* call, std::uint32_t status, const std::vector<std::string>& logLines);
 
-// Returns "0102ff", or null for no bytes.
+// Returns bytes as "0102ff", or null if there are none.
 Json BytesJson(const std::vector<std::uint8_t>& bytes);
 
 }  // namespace kaloctl

@@ -40,7 +40,8 @@ bool ReportsFailure(const LogRecord& record) {
                      [&record](const char* mark) { return Contains(record.text, mark); });
 }
 
-// Prints a record on one line: number of copies, prefix, function, tag, text.
+// Prints a record on one line: the number of copies, the prefix, the function, the tag and the
+// text.
 void PrintLogRecord(std::ostream& out, const common::Colours& colours, const LogRecord& record,
                     std::size_t copies) {
   const std::string text = common::Printable(record.text);
@@ -83,7 +84,7 @@ class LogView {
   explicit LogView(const LogOptions& options) : options_(options) {}
 
   void Feed(std::string_view text) { splitter_.Feed(text); }
-  // Call this after a complete message.
+  // Call this only when the last message is complete.
   void Finish() {
     splitter_.Finish();
     folder_.Finish();
@@ -104,7 +105,7 @@ class LogView {
   common::LogSplitter splitter_{[this](LogRecord&& record) { folder_.Add(std::move(record)); }};
 };
 
-// Accepts a file that does not exist yet.
+// Throws if the path names anything but a readable regular file. The file need not exist yet.
 void RequireRegularFile(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 ||
@@ -115,13 +116,13 @@ void RequireRegularFile(const std::string& path) {
                      S_ISREG(status.st_mode) ? std::strerror(errno) : "not a regular file"));
 }
 
-// Waits for kPollMilliseconds. Returns false if standard output has failed or has no reader.
+// Waits for kPollMilliseconds. Returns false if standard output has failed or its reader has gone.
 bool WaitForMore() {
   struct pollfd output = {STDOUT_FILENO, 0, 0};
   return poll(&output, 1, kPollMilliseconds) <= 0 && std::cout;
 }
 
-// Runs until a signal ends it, or until the output has no reader. The library writes each message
+// Runs until a signal arrives or the reader of the output has gone. The library writes each message
 // in one call, so the last message is complete if no text has arrived since the last poll.
 int Follow(const LogOptions& options) {
   common::FileFollower file(options.path, common::FileFollower::From::kBeginning);

@@ -28,8 +28,8 @@ int Main(int argc, char** argv) {
   return line.Run(argc, argv);
 }
 
-// Prints the reason of a failure. With --json, a script reads standard output, so prints it there
-// too.
+// Prints the reason for a failure. With --json, prints it on standard output too, because scripts
+// read only that.
 int Fail(int argc, char** argv, const std::exception& error, int status) {
   std::cerr << "kaloctl: " << error.what() << '\n';
   const bool json = std::any_of(argv, argv + argc,

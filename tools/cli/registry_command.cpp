@@ -37,7 +37,7 @@ const char* TypeText(std::uint32_t type) {
   return type == REG_SZ ? "string" : type == REG_DWORD ? "dword" : "qword";
 }
 
-// Returns a text, a signed number, or null if the file ends before the data.
+// Returns a string, a signed number, or null if the file ends before the data.
 Json DataJson(const RegistryValue& value) {
   if (!value.data) return nullptr;
   return value.type == REG_SZ ? Json(*value.data) : Json(std::stoi(*value.data));
@@ -90,8 +90,9 @@ int List(const RegistryOptions& options) {
   return kDone;
 }
 
-// Returns the key with the path of the command line. Throws RegistryError if the library finds no
-// key or another key: it looks up the id of the path, the name of the id, and the key of the name.
+// Returns the key that the command line names. The library looks up the id of the name, then the
+// name of that id, and then the key with that name. Throws RegistryError if there is no such key,
+// and common::InputError if the library would find another key.
 RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
   const RegistryKey* key = registry.FindByName(options.key);
   if (key == nullptr) {
@@ -122,7 +123,7 @@ int Get(const RegistryOptions& options) {
   return kDone;
 }
 
-// Returns the number as the file holds it: "5" or "-5".
+// Returns the number in the form that the file uses: "5" or "-5".
 std::string NumberText(const std::string& data) {
   const bool negative = !data.empty() && data[0] == '-';
   const std::uint64_t number = common::RequireNumber("DATA", data.substr(negative ? 1 : 0),
@@ -130,7 +131,7 @@ std::string NumberText(const std::string& data) {
   return std::to_string(static_cast<std::int32_t>(negative ? 0 - number : number));
 }
 
-// Loads a file, which the library must read to its end.
+// Loads a file. Throws if the library stops reading before the end of the file.
 RegistryText LoadToEdit(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
   if (!registry.stop) return registry;

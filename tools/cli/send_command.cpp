@@ -27,7 +27,7 @@ namespace {
 constexpr std::uint32_t kLargestReply = 1 << 20;
 
 struct SendOptions {
-  std::string file;  // "-" for standard input; empty without FILE
+  std::string file;  // "-" for standard input; empty if FILE is not given
   std::optional<std::string> hex;
   std::optional<std::uint32_t> command;
   bool bodyOnly = false;
@@ -36,8 +36,9 @@ struct SendOptions {
   std::string outputFile;
 };
 
-// Returns the bytes of the file or hex text, with a header before a body, and with the command if
-// there is one. Without input, returns a header with the command. Throws common::InputError.
+// Returns the request: the bytes of FILE or of the hexadecimal text. With --body, puts a header
+// before them. With --command, writes the command into the header. Without input, returns only a
+// header. Throws common::InputError.
 std::vector<std::uint8_t> ReadRequest(const SendOptions& options) {
   if (options.bodyOnly && !options.command) throw common::UsageError("--body requires --command");
   if (options.file.empty() && !options.hex) {
@@ -66,7 +67,7 @@ std::vector<std::uint8_t> ReadRequest(const SendOptions& options) {
 
 // The result of a request.
 struct Outcome {
-  const char* call = "StartIoEx3";  // the last call
+  const char* call = "StartIoEx3";  // the name of the last call
   std::uint32_t status = KALO_DLL_STATUS_FAILURE;
   std::vector<std::uint8_t> reply;
   std::vector<std::uint8_t> privateData;

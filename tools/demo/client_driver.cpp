@@ -1,5 +1,5 @@
-// A small driver that uses kalo::Client. It repeats a command that was not sent, reports every
-// other failure, and exits with 1 if a command failed for good.
+// A small driver that uses kalo::Client. It retries a command that was not sent, reports every
+// other failure, and exits with 1 if a command finally failed.
 
 #include <cstdio>
 #include <cstring>
@@ -10,7 +10,7 @@ namespace {
 
 constexpr unsigned kHeaderSize = 16, kMessageSize = 24;
 
-// Sends a command. Returns false, after a line on standard error, if it failed for good.
+// Sends a command. If it finally fails, prints a line on standard error and returns false.
 bool Send(kalo::Client* client, unsigned char commandId, const char* body) {
   unsigned char request[kMessageSize] = {0, 0, 0, 0, commandId};
   unsigned char reply[kMessageSize];

@@ -28,17 +28,17 @@ struct RemoveFile {
   void operator()(const char* name) const { unlink(name); }
 };
 
-// Gives a new file the owner, the permissions, the access lists and the security labels of the file
-// that it replaces. Returns false with errno on failure.
+// Copies the owner, the permissions, the access lists and the security labels of the replaced file
+// to the new file. Returns false and leaves errno set on failure.
 bool CopyPermissions(int from, int to) {
   struct stat status {};
   if (fstat(from, &status) != 0 || fchown(to, status.st_uid, status.st_gid) != 0) return false;
-  std::string names(1 << 16, '\0'), value(names), other(names);  // the longest possible
+  std::string names(1 << 16, '\0'), value(names), other(names);  // the maximum size
   flistxattr(from, names.data(), names.size() - 1);
   for (const char* name = names.c_str(); *name != '\0'; name += std::strlen(name) + 1) {
     const ssize_t size = fgetxattr(from, name, value.data(), value.size());
     const ssize_t present = fgetxattr(to, name, other.data(), other.size());
-    // The system sets labels itself, and not every user may set them.
+    // The system sets security labels itself, and not every user may change them.
     if (size < 0 || (size == present && value.compare(0, size, other, 0, size) == 0)) continue;
     if (fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) return false;
   }
@@ -71,7 +71,7 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
   };
   const File old(std::fopen(path.c_str(), "ae"));
   require(old != nullptr, "");
-  // The path of the file itself, after all symbolic links.
+  // The path of the file after resolving all symbolic links.
   const std::string target =
       std::filesystem::read_symlink(common::Format("/proc/self/fd/{}", fileno(old.get())));
   errno = EINVAL;

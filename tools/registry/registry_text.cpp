@@ -30,7 +30,7 @@ std::vector<RegistryKey> ReadKeys(const std::string& content) {
   return keys;
 }
 
-// Returns 0, or the library's code if it does not load `content`.
+// Returns 0 if the library loads `content`, or else the library's error code.
 std::uint32_t LoadCode(const std::string& content) {
   try {
     const oscl::RegistryImage image(content);
@@ -40,8 +40,9 @@ std::uint32_t LoadCode(const std::string& content) {
   }
 }
 
-// Returns true if the library reads `content` to its end. Then it also reads the lines added here:
-// they complete an item that the end has cut, and the library rejects the rest of them.
+// Returns true if the library reads `content` to its end. The function appends lines that complete
+// a truncated item and are invalid after it. The library reports an error only if it reads these
+// lines.
 bool IsReadToEnd(std::string content) {
   if (!content.empty() && content.back() != '\n') content += '\n';
   return LoadCode(content + "1\n1\n1\n1\n") != OSCL_ERROR_SUCCESS;
@@ -63,7 +64,7 @@ std::optional<RegistryStop> FindStop(const std::string& content) {
     return code == OSCL_ERROR_SUCCESS ? IsReadToEnd(text) : LoadCode(text) == OSCL_ERROR_SUCCESS;
   };
   if (isRead(content)) return std::nullopt;
-  std::vector<std::size_t> ends;  // of the lines
+  std::vector<std::size_t> ends;  // the end of each line
   for (std::size_t at = 0; at < content.size(); at = ends.back() + 1) {
     ends.push_back(std::min(content.find('\n', at), content.size()));
   }
@@ -154,7 +155,7 @@ RegistryText RepairRegistry(const std::string& content) {
   RegistryText registry = ParseRegistry(WithoutTrailingBlanks(content));
   if (registry.keys.empty()) return registry;
   std::reverse(registry.keys.begin() + 1, registry.keys.end());
-  // If the library would write another file, the repair has read this one wrongly.
+  // If the library would write a different file, the repair has misread this one.
   const std::string written = FormatRegistry(registry);
   registry.doubtful = HoldsText(registry) || LoadCode(written) != OSCL_ERROR_SUCCESS ||
                       oscl::RegistryImage(written).Rendered() != content;

@@ -11,7 +11,7 @@ namespace kaloctl {
 struct RegistryValue {
   std::string name;
   std::uint32_t type = 0;           // REG_SZ, REG_DWORD or REG_QWORD
-  std::optional<std::string> data;  // a text or a signed number; nullopt if the file ends before it
+  std::optional<std::string> data;  // string or signed number; nullopt if the file ends before it
 };
 
 struct RegistryKey {
@@ -37,17 +37,18 @@ struct RegistryStop {
 struct RegistryText {
   std::vector<RegistryKey> keys;     // in the order of the file; none after an error
   std::optional<RegistryStop> stop;  // nullopt if the library reads the whole file
-  // Set for a repaired file that may hold keys and values that no program has created. The library
-  // writes a text with its line feeds, so the lines after a text may be a part of it.
+  // True if a repaired file may hold keys and values that no program has created. The library
+  // writes line feeds in a text unchanged, so a line that looks like a key or value may be part of
+  // a text.
   bool doubtful = false;
 
-  // Returns the keys in the order in which the library searches them: the first of the file, then
-  // the last, and so on back to the second.
+  // Returns the keys in the order in which the library searches them: the first key of the file,
+  // then the last, and so on back to the second.
   std::vector<const RegistryKey*> ListOrder() const;
-  // Return the key that the library finds: the first in list order, or null.
+  // Return the key that the library finds, which is the first match in list order, or null.
   const RegistryKey* FindByName(std::string_view name) const;
   const RegistryKey* FindById(std::uint32_t id) const;
-  // Returns false for a key that is hidden by another key with its name or id.
+  // Returns false if another key with the same name or id hides this key.
   bool Reaches(const RegistryKey& key) const;
 };
 
@@ -57,11 +58,11 @@ RegistryText ParseRegistry(const std::string& content);
 // Returns the content of a file with these keys, in this order.
 std::string FormatRegistry(const RegistryText& registry);
 
-// Returns true if the library has rewritten the file. It then does not load its own file.
+// Returns true if the library has rewritten the file. The library does not load such a file.
 bool IsRewritten(std::string_view content);
 
-// Undoes the library's changes to a file that it has rewritten: blanks at line ends, and the order
-// of the keys.
+// Undoes the changes that the library makes when it writes a file: blanks at line ends and a
+// different order of the keys.
 RegistryText RepairRegistry(const std::string& content);
 
 }  // namespace kaloctl
