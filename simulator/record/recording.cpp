@@ -83,6 +83,8 @@ class LineReader {
       json_ = Json::parse(text);
     } catch (const Json::parse_error& error) {
       zulisim::Fail(line, "not valid JSON", std::max<std::size_t>(error.byte, 1));
+    } catch (const Json::out_of_range&) {
+      zulisim::Fail(line, "not valid JSON: a number is too large");
     }
     if (!json_.is_object()) Fail("expected a JSON object");
   }

@@ -116,6 +116,11 @@ TEST(RecordingTest, keeps_every_operation_up_to_the_cut) {
   EXPECT_EQ(most, 10u);
 }
 
+TEST(RecordingTest, refuses_a_number_that_is_too_large) {
+  EXPECT_EQ(ReplayError("{\"version\":1e999}\n", [](ReplayDevice*) {}),
+            ":1:1: not valid JSON: a number is too large");
+}
+
 // One of several threads. Each thread opens its own connections to the same client and sends the
 // same requests at first.
 class DriverThread {
