@@ -30,10 +30,18 @@ std::vector<std::string> formats, texts;
 std::atomic<int> locked{0}, unlocked{0};
 std::atomic<bool> lockFails{false};
 
+// Not a local static variable: libc++ locks a mutex to initialise one.
+template <auto kFunction>
+std::atomic<decltype(kFunction)> realFunction{nullptr};
+
 template <auto kFunction>
 decltype(kFunction) Real(const char* name) {
-  static const auto real = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
-  return real;
+  auto function = realFunction<kFunction>.load();
+  if (function == nullptr) {
+    function = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
+    realFunction<kFunction> = function;
+  }
+  return function;
 }
 
 }  // namespace
