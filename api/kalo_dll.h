@@ -82,10 +82,10 @@ KALO_STATUS KaloCleanup3(void* handle);
  * four FENU calls take no lock: call one at a time, and not during a FENU command. */
 KALO_STATUS FenuInit3(void** handle);
 
-/* Lowers the count; at zero closes the session of the handle as it was passed. Count and
- * handle are not compared: pass what FenuInit3 returned, once for each call. The session that the
- * library destroyed last on this side is left alone. Returns 1 when closing failed, as
- * KaloCleanup3. */
+/* Lowers the count and, at zero, closes the session of the handle as passed. The handle is not
+ * checked: pass what FenuInit3 returned, once for each call. Does nothing to the session that the
+ * library destroyed last on this side. Returns 1 if closing fails, like KaloCleanup3. The thread
+ * rules of FenuInit3 apply. */
 KALO_STATUS FenuCleanup3(void* handle);
 
 /* ---- Earlier generation: one session per client, without handles ---- */
@@ -131,11 +131,12 @@ KALO_STATUS StartIo(unsigned char* input, unsigned int inputLength, unsigned cha
 KALO_DLL_STATUS ProvisioningStartIo(unsigned char* input, unsigned int inputLength,
                                     unsigned char* output, unsigned int outputLength);
 
-/* Closes the connections of a session and frees it, also when closing failed: 1 then, else 0. A
- * null session is left alone, and so is the one that the library destroyed last on the KALO or the
- * FENU side; any other must be live: it is used as passed. Frees with the
- * library's own operator delete, so a driver that replaces operator new must not pass a session
- * that it made itself. Takes no lock: not beside any other use of the session. */
+/* Closes the connections of a session and frees it. Returns 1 if closing fails, and frees it even
+ * then; otherwise returns 0. Does nothing for a null session, and for the session that the library
+ * destroyed last on the KALO or the FENU side. Any other session is used as passed, so it must be
+ * open. Frees with the library's own operator delete: a driver that replaces operator new must not
+ * pass a session that it created itself. Takes no lock: do not call it during any other use of the
+ * session. */
 KALO_DLL_STATUS SessionCleanup(void* session);
 
 /* Stores an error in the last-error record of gKaloDllState: the copied `text` and the `code` of
