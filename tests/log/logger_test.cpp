@@ -30,17 +30,13 @@ std::vector<std::string> formats, texts;
 std::atomic<int> locked{0}, unlocked{0};
 std::atomic<bool> lockFails{false};
 
-// Not a local static variable: libc++ locks a mutex to initialise one.
-template <auto kFunction>
-std::atomic<decltype(kFunction)> realFunction{nullptr};
+using LockCall = int (*)(pthread_mutex_t*);
 
-template <auto kFunction>
-decltype(kFunction) Real(const char* name) {
-  auto function = realFunction<kFunction>.load();
-  if (function == nullptr) {
-    function = reinterpret_cast<decltype(kFunction)>(dlsym(RTLD_NEXT, name));
-    realFunction<kFunction> = function;
-  }
+// Not local static variables: libc++ locks a mutex to initialise one.
+std::atomic<LockCall> realLock{nullptr}, realUnlock{nullptr};
+
+LockCall Real(std::atomic<LockCall>& function, const char* name) {
+  if (function == nullptr) function = reinterpret_cast<LockCall>(dlsym(RTLD_NEXT, name));
   return function;
 }
 
@@ -53,7 +49,7 @@ int pthread_mutex_lock(pthread_mutex_t* mutex) {
     ++locked;
     if (lockFails) return EINVAL;
   }
-  return Real<pthread_mutex_lock>("pthread_mutex_lock")(mutex);
+  return Real(realLock, "pthread_mutex_lock")(mutex);
 }
 
 int pthread_mutex_unlock(pthread_mutex_t* mutex) {
@@ -61,7 +57,7 @@ int pthread_mutex_unlock(pthread_mutex_t* mutex) {
     ++unlocked;
     if (lockFails) return EPERM;
   }
-  return Real<pthread_mutex_unlock>("pthread_mutex_unlock")(mutex);
+  return Real(realUnlock, "pthread_mutex_unlock")(mutex);
 }
 
 int clock_getres(clockid_t id, timespec* out) {
