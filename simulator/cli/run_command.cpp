@@ -1,10 +1,19 @@
+#include <unistd.h>
+
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <iostream>
 #include <memory>
 #include <optional>
+#include <stdexcept>
 
+#include "common/format.h"
+#include "common/text.h"
 #include "simulator/cli/commands.h"
 #include "simulator/cli/options.h"
 #include "simulator/output/output_file.h"
+#include "simulator/record/passthrough_device.h"
 #include "simulator/record/recorder.h"
 #include "simulator/sweep/sweep_run.h"
 
@@ -19,35 +28,77 @@ Examples:
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
   zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 --device fuse ./static_driver)";
 
-// 'zulisim sweep' names a file in kRecordingVariable: the run then writes a recording of all
-// operations to it instead of a transcript to standard error. The program does not see the
-// variable.
-int Run(const ProgramOptions& options) {
-  CheckOutputs(options.output.Files(), InputFiles(options));
-  const char* const recording = getenv(kRecordingVariable);
-  OutputOptions outputOptions = options.output;
-  std::optional<OutputFile> file;
-  if (recording != nullptr) {
-    file.emplace("recording", recording);
-    outputOptions.quiet = true;
-    unsetenv(kRecordingVariable);
+constexpr const char* kRecordFooter = R"(
+Examples, see also zulisim-record(1):
+  zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
+  zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine)";
+
+struct RunOptions : ProgramOptions {
+  std::string recording;  // empty for none
+  bool force = false;     // replace an existing recording
+  std::string device;     // the kernel's device; empty for the engine
+};
+
+std::unique_ptr<Device> MakeDevice(const RunOptions& options) {
+  const Scenario& scenario = options.scenario;
+  if (options.device.empty()) {
+    auto engine = std::make_unique<Engine>(EngineOptions{scenario.clients, false});
+    Apply(scenario, engine.get());
+    return engine;
   }
+  if (access(options.device.c_str(), F_OK) != 0) {
+    throw std::runtime_error(common::Format(
+        "cannot record the device {}: {}; use --engine or --scenario to record the software engine",
+        common::Quoted(options.device), std::strerror(errno)));
+  }
+  return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
+}
+
+int Run(const RunOptions& options) {
+  std::vector<NamedFile> inputs = InputFiles(options);
+  inputs.push_back({"--from", options.device});
+  std::vector<NamedFile> outputs = options.output.Files();
+  outputs.push_back({"--output", options.recording});
+  CheckOutputs(outputs, inputs);
   const auto program = MakeServedProgram(options);
-  Engine engine({options.scenario.clients, false});
-  Apply(options.scenario, &engine);
-  std::optional<Recorder> recorder;
-  if (file) {
-    recorder.emplace(
-        &engine, [&file](const std::string& line) { file->Write(line); },
-        RecordingHeader{"zulisim " ZULISIM_VERSION, "", options.program, options.scenario.clients});
+  const std::unique_ptr<Device> device = MakeDevice(options);
+  RunDescription run{options.program, options.scenario.instructions, program->LogFile()};
+  if (options.output.redact) {
+    run.program.resize(1);
+    run.instructions.clear();
   }
-  RunOutput output(outputOptions,
-                   {options.program, options.scenario.instructions, program->LogFile()}, &engine);
-  const int programStatus = program->Run(engine);
+  std::optional<OutputFile> file;
+  std::optional<Recorder> recorder;
+  if (!options.recording.empty()) {
+    file.emplace("recording", options.recording,
+                 options.force ? OutputFile::Existing::kReplace : OutputFile::Existing::kRefuse);
+    recorder.emplace(
+        device.get(), [&file](const std::string& line) { file->Write(line); },
+        RecordingHeader{"zulisim " ZULISIM_VERSION, "", run.program, options.scenario.clients,
+                        options.output.redact});
+  }
+  RunOutput output(options.output, run, device.get());
+  int status = program->Run(*device);
   recorder.reset();
-  const bool complete = output.Finish(programStatus) && (!file || file->Close());
-  const int status = ReportUnfulfilled(engine, options.strict, programStatus);
+  bool complete = output.Finish(status);
+  if (const auto* engine = dynamic_cast<const Engine*>(device.get())) {
+    status = ReportUnfulfilled(*engine, options.strict, status);
+  }
+  if (file) {
+    if (!file->Written()) {
+      std::cerr << common::Format("zulisim: {} was not written: there was no operation to record\n",
+                                  common::Quoted(options.recording));
+    }
+    complete = file->Close() && complete;
+  }
   return complete ? status : kOwnFailure;
+}
+
+// Adds the options of both commands.
+void AddRunOptions(common::Command* command, RunOptions* options) {
+  AddProgramOptions(command, options);
+  AddInstructionOptions(command, &options->scenario, &options->strict);
+  command->TakeProgram(&options->program);
 }
 
 }  // namespace
@@ -57,11 +108,46 @@ void DefineRun(common::Command* program) {
       "run",
       "Runs a program with a software engine behind \"/dev/zuli\" and prints its operations.");
   command->SetFooter(kRunFooter);
-  const auto options = std::make_shared<ProgramOptions>();
-  AddProgramOptions(command, options.get());
-  AddInstructionOptions(command, &options->scenario, &options->strict);
-  command->TakeProgram(&options->program);
-  command->SetAction([=] { return Run(*options); });
+  const auto options = std::make_shared<RunOptions>();
+  AddRunOptions(command, options.get());
+  command->SetAction([=] {
+    // A run of 'zulisim sweep' writes a recording instead of a transcript. The program does not see
+    // the variable.
+    if (const char* const recording = getenv(kRecordingVariable)) {
+      options->recording = recording;
+      options->output.quiet = true;
+      unsetenv(kRecordingVariable);
+    }
+    return Run(*options);
+  });
+}
+
+void DefineRecord(common::Command* program) {
+  common::Command* command = program->AddCommand(
+      "record",
+      "Runs a program and records its operations on a device, or on the software engine.");
+  command->SetFooter(kRecordFooter);
+  const auto options = std::make_shared<RunOptions>();
+  const auto engine = std::make_shared<bool>(false);
+  command->AddFile("-o,--output", &options->recording, "Write the recording to FILE").Require();
+  command->AddFile("--from", &options->device, "Record this device (default: \"/dev/zuli\")",
+                   "PATH");
+  command->AddFlag("--engine", engine.get(),
+                   "Record the software engine; --scenario and the options below imply it");
+  command->AddFlag("--force", &options->force, "Replace an existing FILE");
+  command->AddFlag("--redact", &options->output.redact,
+                   "Write only headers and lengths, to all outputs");
+  AddRunOptions(command, options.get());
+  command->SetAction([=] {
+    const bool usesEngine = *engine || !options->scenario.instructions.empty();
+    if (usesEngine && !options->device.empty()) {
+      throw common::UsageError(
+          "--from: cannot be combined with options for the software engine; remove --from or those "
+          "options");
+    }
+    if (!usesEngine && options->device.empty()) options->device = "/dev/zuli";
+    return Run(*options);
+  });
 }
 
 }  // namespace zulisim
