@@ -138,7 +138,7 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
                         : name == "write"                                      ? 'x'
                                                                                : 'z';
     operations += static_cast<char>(failed ? std::toupper(letter) : letter);
-    if (name == "open" && !failed) open_.insert(record.descriptor);
+    if (name == "open" && !failed) open_.insert(opened = record.descriptor);
     if (name == "close") open_.erase(record.descriptor);
   }
 
@@ -154,6 +154,7 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
   bool traced = false;
   bool negative = false;  // true if the replies have a negative status
   std::string operations;
+  int opened = -1;  // the last descriptor of the device
   std::set<int> open_;
 };
 

@@ -1,7 +1,9 @@
-// Compares what the library does with transcripts. In each file in golden/, "> ..." is a step of a
-// driver or the device, "| ..." a log line, "<...>" a device operation, and "= ..." the result of a
-// call. The test performs the steps and must produce the whole file. Tags that are fixed numbers
-// are not replaced. KALODLL_GOLDEN_WRITE=1 rewrites the files.
+// Compares what the library does with transcripts. In each file in golden/, "# ..." begins a
+// section with a fresh state, "> ..." is a step of a driver or the device, "| ..." a log line,
+// "<...>" a device operation, and "= ..." the result of a call, if it is not 0. "(name)" stands for
+// the lines that follow
+// "# name" in common_lines.txt. The test performs the steps and must produce the whole
+// file. Tags that are fixed numbers are not replaced. KALODLL_GOLDEN_WRITE=1 rewrites the files.
 
 #include <filesystem>
 #include <fstream>
@@ -20,21 +22,34 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
   Golden() {
     traced = true;
     sink->onLine();
+    std::ifstream file(COMMON_LINES);
+    for (std::string line; std::getline(file, line);) {
+      if (line[0] == '#') {
+        common_.emplace_back("(" + line.substr(2) + ")\n", "");
+      } else {
+        common_.back().second += line + "\n";
+      }
+    }
+  }
+
+  void BeginSection() {
+    fresh_.Restore();
+    addresses_.clear();
   }
 
   // Performs one step and returns its transcript.
   std::string Do(const std::string& step) {
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
-    if (Word(0) == "fail" ||
-        Word(0) == "lose") {  // loses the device at the next operation of a kind, or at the n-th
+    if (Word(0) == "fail" || Word(0) == "lose") {  // "... OPERATION N" means the n-th from now
       const zulisim::Operation operation = zulisim::ParseOperation(Word(1));
       zulisim::FaultEffect effect = zulisim::DeviceLoss{};
       if (Word(0) == "fail") effect = zulisim::ErrnoFault{zulisim::ParseErrno(Word(2))};
-      const std::string number = words_.back();
-      const bool counted = isdigit(number[0]);
-      engine.AddFault(
-          {operation, Count(operation) + (counted ? std::stoul(number) : 1), 1, effect});
+      if (!isdigit(words_.back()[0])) words_.push_back("1");
+      for (const std::string& word : words_) {
+        if (!isdigit(word[0])) continue;
+        engine.AddFault({operation, Count(operation) + std::stoul(word), 1, effect});
+      }
     } else if (Word(0) == "answer") {
       negative = Has("negative");
     } else if (Word(0) == "damage") {
@@ -44,7 +59,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
                   Has("own") ? InjectedFailure::kRefuse : InjectedFailure::kBreak, 0};
     } else {
       const std::string result = Call();
-      return TakeTranscript() + "= " + result + "\n";
+      return TakeTranscript() + (result == "0" ? "" : "= " + result + "\n");
     }
     return "";
   }
@@ -90,27 +105,38 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     return status;
   }
 
+  // Returns the lines since the last step, with names for addresses and descriptors.
   std::string TakeTranscript() {
     static const std::regex fixed("(KaloInit|KaloCleanup|StartIoEx|Fenu[A-Za-z]+3?):[0-9]+: .*");
     static const std::regex pointer("0x[0-9a-f]{6,}");
     std::string transcript;
     for (std::string line : TakeRaw()) {
       if (line[0] != '<') line = "| " + (std::regex_match(line, fixed) ? line : WithoutTag(line));
+      Replace(line, "FD: " + std::to_string(opened), "FD: (descriptor)");
+      Replace(line, "fd = " + Hex(static_cast<uint64_t>(opened)) + ",", "fd = (descriptor),");
       std::smatch found;
       if (std::regex_search(line, found, pointer)) {
         const std::string name = "(address " + std::to_string(1 + addresses_.size()) + ")";
-        const auto known = addresses_.emplace(found.str(), name).first;
-        line.replace(static_cast<size_t>(found.position()), found.length(), known->second);
+        Replace(line, found.str(), addresses_.emplace(found.str(), name).first->second);
       }
       if (line.back() == '\n') line.replace(line.size() - 1, 1, "\\n");
       transcript += line + "\n";
     }
+    for (const auto& [name, lines] : common_) Replace(transcript, lines, name);
     return transcript;
   }
 
+  static void Replace(std::string& text, const std::string& from, const std::string& to) {
+    for (size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) {
+      text.replace(at, from.size(), to);
+    }
+  }
+
+  const StateSnapshot fresh_;
   std::vector<std::string> words_;
   void* handle_ = nullptr;
   std::map<std::string, std::string> addresses_;
+  std::vector<std::pair<std::string, std::string>> common_;  // names and lines
 };
 
 TEST_P(Golden, matches_its_file) {
@@ -119,6 +145,7 @@ TEST_P(Golden, matches_its_file) {
   std::string before, now;
   for (std::string line; std::getline(file, line);) {
     before += line + "\n";
+    if (line[0] == '#') BeginSection();
     if (line[0] == '#') now += line + "\n";
     if (line[0] == '>') now += line + "\n" + Do(line.substr(1));
   }
