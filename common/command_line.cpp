@@ -2,7 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
-#include <iterator>
+#include <map>
 
 #include <CLI/CLI.hpp>
 
@@ -67,150 +67,134 @@ std::string Row(const std::string& name, const std::string& text) {
   return row + '\n';
 }
 
-class HelpFormatter : public CLI::Formatter {
- public:
-  std::string make_help(const CLI::App* app, std::string, CLI::AppFormatMode) const override {
-    std::string help = app->get_description() + "\nUsage: " + Usage(*app) + "\n";
-    help +=
-        Options(*app, "Arguments", [](const CLI::Option* each) { return each->get_positional(); });
-    for (const std::string& group : app->get_groups()) {
-      help += Options(*app, group, [&group](const CLI::Option* each) {
-        return each->nonpositional() && each->get_group() == group;
-      });
-    }
-    std::string commands;
-    for (const CLI::App* command : app->get_subcommands({})) {
-      commands += Row(command->get_name(), command->get_description());
-    }
-    if (!commands.empty()) help += "\nCommands:\n" + commands;
-    return help + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + "\n");
+std::string OptionRow(const CLI::Option& option) {
+  const bool positional = option.get_positional();
+  std::string name = option.get_name(positional, true);  // "-o,--output"
+  if (const std::size_t comma = name.find(','); comma != std::string::npos) {
+    name.insert(comma + 1, " ");
   }
+  if (!positional && option.get_expected_max() > 0) name += " " + option.get_type_name();
+  return Row(name, option.get_description());
+}
 
- private:
-  static std::string Options(const CLI::App& app, const std::string& title,
-                             const std::function<bool(const CLI::Option*)>& isListed) {
-    std::string rows;
-    for (const CLI::Option* option : app.get_options(isListed)) {
-      const bool positional = option->get_positional();
-      const bool takesValue = !positional && option->get_expected_max() > 0;
-      std::string name = option->get_name(positional, true);  // "-o,--output"
-      if (const std::size_t comma = name.find(','); comma != std::string::npos) {
-        name.insert(comma + 1, " ");
-      }
-      rows +=
-          Row(name + (takesValue ? " " + option->get_type_name() : ""), option->get_description());
-    }
-    return rows.empty() ? "" : "\n" + title + ":\n" + rows;
-  }
-};
+std::string Section(const std::string& title, const std::string& rows) {
+  return rows.empty() ? "" : "\n" + title + ":\n" + rows;
+}
 
-// Returns the index of `text` in `words`. If it is not one of them, throws a UsageError that names
-// the option.
-std::size_t IndexOf(const std::string& text, const std::vector<std::string>& words,
-                    const std::string& option) {
-  const auto found = std::find(words.begin(), words.end(), text);
-  if (found == words.end()) {
-    throw UsageError(
-        Format("{}: unknown value {}; expected {}", option, Quoted(text), Joined(words, " or ")));
+std::string Help(const CLI::App* app, const std::string&, CLI::AppFormatMode) {
+  std::string arguments, commands;
+  std::map<std::string, std::string> groups;
+  for (const CLI::Option* option : app->get_options()) {
+    (option->get_positional() ? arguments : groups[option->get_group()]) += OptionRow(*option);
   }
-  return static_cast<std::size_t>(found - words.begin());
+  for (const CLI::App* command : app->get_subcommands({})) {
+    commands += Row(command->get_name(), command->get_description());
+  }
+  std::string help = app->get_description() + "\nUsage: " + Usage(*app) + "\n";
+  help += Section("Arguments", arguments);
+  for (const std::string& group : app->get_groups()) help += Section(group, groups[group]);
+  help += Section("Commands", commands);
+  return help + (app->get_footer().empty() ? "" : "\n" + app->get_footer() + "\n");
+}
+
+// Throws a UsageError that names the option unless `text` is one of `words`.
+void RequireOneOf(const std::vector<std::string>& words, const std::string& text,
+                  const std::string& option) {
+  if (std::find(words.begin(), words.end(), text) != words.end()) return;
+  throw UsageError(
+      Format("{}: unknown value {}; expected {}", option, Quoted(text), Joined(words, " or ")));
 }
 
 }  // namespace
 
-Option& Option::Require() {
-  option_->required();
-  return *this;
+Command::Command(const std::string& name, const std::string& about, const std::string& version)
+    : app_(std::make_shared<CLI::App>(about, name)) {
+  app_->formatter_fn(Help);
+  app_->set_help_flag("-h,--help", "Show this help");
+  if (!version.empty()) {
+    app_->set_version_flag("--version", name + " " + version, "Show the version");
+  }
 }
-
-Option& Option::Exclude(const Option& other) {
-  option_->excludes(other.option_);
-  return *this;
-}
-
-Option& Option::MakeValueOptional(const std::string& value) {
-  option_->expected(0, 1)->default_str(value);
-  return *this;
-}
-
-Command::Command(CLI::App* app) : app_(app) {}
 
 Command* Command::AddCommand(const std::string& name, const std::string& about) {
-  app_->require_subcommand(1);
-  return &commands_.emplace_back(app_->add_subcommand(name, about));
+  Command& command = commands_.emplace_back(name, about);
+  app_->require_subcommand(1)->add_subcommand(command.app_);
+  return &command;
 }
 
 void Command::SetFooter(const std::string& text) {
   app_->footer(text.substr(text.find_first_not_of('\n')));
 }
 
-Option Command::InGroup(CLI::Option* option) const { return Option(option->group(group_)); }
-
-Option Command::AddFlag(const std::string& names, bool* target, const std::string& help) {
-  return InGroup(app_->add_flag(names, *target, help));
+void Command::AddFlag(const std::string& names, bool* target, const std::string& help) {
+  app_->add_flag(names, *target, help)->group(group_);
 }
 
-Option Command::AddText(const std::string& names, std::string* target, const std::string& shape,
-                        const std::string& help) {
-  return InGroup(app_->add_option(names, *target, help)->type_name(shape));
+void Command::AddText(const std::string& names, std::string* target, const std::string& help,
+                      const std::string& shape) {
+  app_->add_option(names, *target, help)->type_name(shape)->group(group_);
 }
 
-Option Command::AddFile(const std::string& names, std::string* target, const std::string& help,
-                        const std::string& shape) {
+void Command::AddFile(const std::string& names, std::string* target, const std::string& help,
+                      const std::string& shape) {
   const auto store = [names, target](const std::string& text) {
     if (text.empty()) throw UsageError(Format("{}: the name is empty; give a file name", names));
     *target = text;
   };
-  return InGroup(app_->add_option_function<std::string>(names, store, help)->type_name(shape));
+  app_->add_option_function<std::string>(names, store, help)->type_name(shape)->group(group_);
 }
 
-Option Command::AddNumber(const std::string& names, std::optional<std::uint32_t>* target,
-                          const std::string& help) {
+void Command::AddNumber(const std::string& names, std::optional<std::uint32_t>* target,
+                        const std::string& help) {
   const auto store = [names, target](const std::string& text) {
     *target = static_cast<std::uint32_t>(RequireNumber(names, text));
   };
-  return InGroup(app_->add_option_function<std::string>(names, store, help)->type_name("N"));
+  app_->add_option_function<std::string>(names, store, help)->type_name("N")->group(group_);
 }
 
-Option Command::AddWord(const std::string& names, const std::vector<std::string>& words,
-                        const std::function<void(std::size_t)>& choose, const std::string& help) {
-  const auto store = [=](const std::string& text) { choose(IndexOf(text, words, names)); };
-  return InGroup(
-      app_->add_option_function<std::string>(names, store, help)->type_name(Joined(words, "|")));
+void Command::AddChoice(const std::string& names, const std::vector<std::string>& words,
+                        std::string* target, const std::string& help) {
+  const auto store = [=](const std::string& text) {
+    RequireOneOf(words, text, names);
+    *target = text;
+  };
+  app_->add_option_function<std::string>(names, store, help)
+      ->type_name(Joined(words, "|"))
+      ->group(group_);
 }
 
-Option Command::AddFlagOrWord(const std::string& name, const std::vector<std::string>& words,
+void Command::AddFlagOrChoice(const std::string& name, const std::vector<std::string>& words,
                               std::string* target, const std::string& help) {
-  const auto store = [=](std::string& text) {
+  const auto check = [=](std::string& text) {
     if (text == "true") text = words.front();  // stored if the flag has no value
-    IndexOf(text, words, name);
+    RequireOneOf(words, text, name);
     return std::string();
   };
   CLI::Option* option = app_->add_flag(name, *target, help);
-  return InGroup(option->transform(CLI::Validator(store, "")));
+  option->transform(CLI::Validator(check, ""))->group(group_);
 }
 
-Option Command::AddList(const std::string& names, std::vector<std::string>* target,
-                        const std::string& shape, const std::string& help) {
-  CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape);
+void Command::AddList(const std::string& names, std::vector<std::string>* target,
+                      const std::string& shape, const std::string& help) {
+  CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape)->group(group_);
   // Without allow_extra_args(false), the option would also consume the words of the program.
   if (names[0] == '-') option->delimiter(',')->expected(1)->allow_extra_args(false)->take_all();
-  return InGroup(option);
 }
 
-Option Command::AddRepeated(const std::string& name,
-                            const std::function<void(const std::string&)>& take,
-                            const std::string& shape, const std::string& help) {
+void Command::AddRepeated(const std::string& name,
+                          const std::function<void(const std::string&)>& take,
+                          const std::string& shape, const std::string& help) {
   const auto takeAll = [take](const std::vector<std::string>& texts) {
     std::for_each(texts.begin(), texts.end(), take);
   };
-  return InGroup(app_->add_option_function<std::vector<std::string>>(name, takeAll, help)
-                     ->type_name(shape)
-                     ->type_size(1)
-                     ->expected(1)
-                     ->allow_extra_args(false)  // the following words may be the program
-                     ->take_all()
-                     ->trigger_on_parse());
+  app_->add_option_function<std::vector<std::string>>(name, takeAll, help)
+      ->type_name(shape)
+      ->type_size(1)
+      ->expected(1)
+      ->allow_extra_args(false)  // the following words may be the program
+      ->take_all()
+      ->trigger_on_parse()
+      ->group(group_);
 }
 
 void Command::TakeProgram(std::vector<std::string>* target) {
@@ -218,15 +202,15 @@ void Command::TakeProgram(std::vector<std::string>* target) {
   app_->prefix_command();
 }
 
-bool Command::Has(const std::string& name) const {
-  const CLI::Option* option = app_->get_option_no_throw(name);
-  return option != nullptr && option->count() > 0;
+void Command::Require(const std::vector<std::string>& names) {
+  for (const std::string& name : names) app_->get_option(name)->required();
 }
 
-std::string Command::ValueOf(const std::string& name) const {
-  const CLI::Option* option = app_->get_option_no_throw(name);
-  return option == nullptr || option->results().empty() ? "" : option->results().front();
+void Command::MakeValueOptional(const std::string& name, const std::string& value) {
+  app_->get_option(name)->expected(0, 1)->default_str(value);
 }
+
+bool Command::Has(const std::string& name) const { return app_->get_option(name)->count() > 0; }
 
 Command* Command::Chosen() {
   for (Command& command : commands_) {
@@ -267,27 +251,14 @@ void Command::Complain(const std::string& message) const {
       "; expected one of " + Joined(commands));
 }
 
-CommandLine::CommandLine(const std::string& name, const std::string& about,
-                         const std::string& version)
-    : app_(std::make_unique<CLI::App>(about, name)) {
-  app_->formatter(std::make_shared<HelpFormatter>());
-  app_->set_help_flag("-h,--help", "Show this help");
-  app_->set_version_flag("--version", name + " " + version, "Show the version");
-  root_ = std::make_unique<Command>(app_.get());
-}
-
-CommandLine::~CommandLine() = default;
-
-int CommandLine::Run(int argc, const char* const* argv) {
+int Command::Run(int argc, const char* const* argv) {
   std::vector<std::string> words(argv + 1, argv + argc);
   std::vector<std::string> separated;
   // Every word after "--" belongs to the program.
-  const bool takesProgram = std::any_of(root_->commands_.begin(), root_->commands_.end(),
-                                        [&words](const Command& command) {
-                                          return command.program_ != nullptr && !words.empty() &&
-                                                 words.front() == command.app_->get_name();
-                                        });
-  if (takesProgram) {
+  const auto takesProgram = [&words](const Command& command) {
+    return command.program_ != nullptr && words.front() == command.app_->get_name();
+  };
+  if (!words.empty() && std::any_of(commands_.begin(), commands_.end(), takesProgram)) {
     const auto separator = std::find(words.begin(), words.end(), "--");
     separated.assign(separator, words.end());
     words.erase(separator, words.end());
@@ -299,14 +270,13 @@ int CommandLine::Run(int argc, const char* const* argv) {
     } catch (const CLI::Success& request) {
       return app_->exit(request);
     } catch (const CLI::ParseError& error) {
-      root_->Chosen()->Complain(error.what());
+      Chosen()->Complain(error.what());
     }
-    Command* command = root_->Chosen();
+    Command* command = Chosen();
     if (command->program_ != nullptr) command->StoreProgram(separated);
     return command->action_();
   } catch (const UsageError& error) {
-    throw UsageError(
-        Format("{}\nTry '{} --help'.", error.what(), FullName(*root_->Chosen()->app_)));
+    throw UsageError(Format("{}\nTry '{} --help'.", error.what(), FullName(*Chosen()->app_)));
   }
 }
 

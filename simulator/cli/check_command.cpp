@@ -61,7 +61,8 @@ void DefineCheck(common::Command* program) {
   common::Command* command = program->AddCommand("check", "Validates scenarios and recordings.");
   command->SetFooter(kCheckFooter);
   const auto paths = std::make_shared<std::vector<std::string>>();
-  command->AddList("FILE", paths.get(), "FILE", "Scenarios and recordings").Require();
+  command->AddList("FILE", paths.get(), "FILE", "Scenarios and recordings");
+  command->Require({"FILE"});
   command->SetAction([=] {
     bool good = true;
     for (const std::string& path : *paths) good = IsGood(path) && good;

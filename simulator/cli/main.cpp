@@ -13,12 +13,12 @@ namespace {
 // Returns the exit status. Prints a failure on standard error.
 int RunCommandLine(int argc, const char* const* argv) {
   try {
-    common::CommandLine line("zulisim", "The security engine in software.", ZULISIM_VERSION);
+    common::Command zulisim("zulisim", "The security engine in software.", ZULISIM_VERSION);
     for (const auto define : {DefineRun, DefineSweep, DefineServe, DefineTell, DefineCheck,
                               DefineRecord, DefineReplay, DefineShow}) {
-      define(line.root());
+      define(&zulisim);
     }
-    return line.Run(argc, argv);
+    return zulisim.Run(argc, argv);
   } catch (const std::exception& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
     const auto* const failure = dynamic_cast<const ProgramError*>(&error);

@@ -110,15 +110,15 @@ int ReportUnfulfilled(const Engine& engine, bool strict, int status) {
   return status;
 }
 
-void AddDeviceOption(common::Command* command, bool* fuse) {
-  command->AddChoice<bool>("--device", fuse, {{"preload", false}, {"fuse", true}},
-                           KernelServer::Built()
-                               ? "How the program reaches the device (default: preload)"
-                               : "Only preload: this zulisim was built without libfuse3");
+void AddDeviceOption(common::Command* command, std::string* device) {
+  command->AddChoice("--device", {"preload", "fuse"}, device,
+                     KernelServer::Built()
+                         ? "How the program reaches the device (default: preload)"
+                         : "Only preload: this zulisim was built without libfuse3");
 }
 
 void AddProgramOptions(common::Command* command, ProgramOptions* options) {
-  AddDeviceOption(command, &options->fuse);
+  AddDeviceOption(command, &options->device);
   command->AddFile("--root", &options->root,
                    "Keep the program's \"/data\" and \"/etc/vrel_registry.txt\" in DIR", "DIR");
   AddOutputOptions(command, &options->output);
@@ -139,8 +139,8 @@ void AddOutputOptions(common::Command* command, OutputOptions* options) {
   command->AddFlag("--summary", &options->summary,
                    "Print counts of operations and failures, and latencies of commands");
   command->AddFlag("-q,--quiet", &options->quiet, "Do not print the transcript on standard error");
-  command->AddFlagOrWord("--time", {"start", "clock"}, &options->time,
-                         "Show seconds since the start, or with --time=clock the local time");
+  command->AddFlagOrChoice("--time", {"start", "clock"}, &options->time,
+                           "Show seconds since the start, or with --time=clock the local time");
   command->AddNumber("--bytes", &options->bytes, "Show up to N bytes of each message");
   command->AddRepeated(
       "--only", [options](const std::string& text) { AddFilter(text, &options->only); }, "WHAT",
@@ -165,13 +165,14 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options) 
                              "releases the reply");
   }
   if (options.output.logDetail) {
-    if (options.fuse) {
+    if (options.device == "fuse") {
       throw std::runtime_error(
           "--log-detail requires --device preload; use --log for the ordinary lines");
     }
     setenv(protocol::kDetailVariable, "1", 1);  // the program inherits it
   }
-  if (!options.fuse) return std::make_unique<PreloadedProgram>(options.program, options.root);
+  if (options.device != "fuse")
+    return std::make_unique<PreloadedProgram>(options.program, options.root);
   CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
   return std::make_unique<KernelProgram>(options.program, options.root);
 }

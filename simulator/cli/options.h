@@ -15,7 +15,7 @@ namespace zulisim {
 // Options shared by all commands that start a program.
 struct ProgramOptions {
   std::vector<std::string> program;  // PROGRAM [ARGUMENTS...]
-  bool fuse = false;                 // --device
+  std::string device;                // --device
   std::string root;                  // --root
   OutputOptions output;
   Scenario scenario;
@@ -23,7 +23,7 @@ struct ProgramOptions {
 };
 
 // --device
-void AddDeviceOption(common::Command* command, bool* fuse);
+void AddDeviceOption(common::Command* command, std::string* device);
 // --device, --root, --log, --log-detail and the options of AddOutputOptions
 void AddProgramOptions(common::Command* command, ProgramOptions* options);
 // --quiet, --transcript, --connection-numbers, --time, --bytes, --only, --trace, --report,

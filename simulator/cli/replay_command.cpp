@@ -76,7 +76,8 @@ void DefineReplay(common::Command* program) {
       "Runs a program and answers its operations as recorded, up to the first difference.");
   command->SetFooter(kReplayFooter);
   const auto options = std::make_shared<ReplayOptions>();
-  command->AddFile("FILE", &options->file, "The recording").Require();
+  command->AddFile("FILE", &options->file, "The recording");
+  command->Require({"FILE"});
   command->AddFlag("--in-time", &options->inTime,
                    "Let each operation take as long as it did in the recording");
   AddProgramOptions(command, options.get());

@@ -36,27 +36,27 @@ Examples, see also zulisim-record(1):
 struct RunOptions : ProgramOptions {
   std::string recording;  // empty for none
   bool force = false;     // replace an existing recording
-  std::string device;     // the kernel's device; empty for the engine
+  std::string from;       // the kernel's device; empty for the engine
 };
 
 std::unique_ptr<Device> MakeDevice(const RunOptions& options) {
   const Scenario& scenario = options.scenario;
-  if (options.device.empty()) {
+  if (options.from.empty()) {
     auto engine = std::make_unique<Engine>(EngineOptions{scenario.clients, false});
     Apply(scenario, engine.get());
     return engine;
   }
-  if (access(options.device.c_str(), F_OK) != 0) {
+  if (access(options.from.c_str(), F_OK) != 0) {
     throw std::runtime_error(common::Format(
         "cannot record the device {}: {}; use --engine or --scenario to record the software engine",
-        common::Quoted(options.device), std::strerror(errno)));
+        common::Quoted(options.from), std::strerror(errno)));
   }
-  return std::make_unique<PassthroughDevice>(options.device, scenario.clients);
+  return std::make_unique<PassthroughDevice>(options.from, scenario.clients);
 }
 
 int Run(const RunOptions& options) {
   std::vector<NamedFile> inputs = InputFiles(options);
-  inputs.push_back({"--from", options.device});
+  inputs.push_back({"--from", options.from});
   std::vector<NamedFile> outputs = options.output.Files();
   outputs.push_back({"--output", options.recording});
   CheckOutputs(outputs, inputs);
@@ -129,9 +129,9 @@ void DefineRecord(common::Command* program) {
   command->SetFooter(kRecordFooter);
   const auto options = std::make_shared<RunOptions>();
   const auto engine = std::make_shared<bool>(false);
-  command->AddFile("-o,--output", &options->recording, "Write the recording to FILE").Require();
-  command->AddFile("--from", &options->device, "Record this device (default: \"/dev/zuli\")",
-                   "PATH");
+  command->AddFile("-o,--output", &options->recording, "Write the recording to FILE");
+  command->Require({"--output"});
+  command->AddFile("--from", &options->from, "Record this device (default: \"/dev/zuli\")", "PATH");
   command->AddFlag("--engine", engine.get(),
                    "Record the software engine; --scenario and the options below imply it");
   command->AddFlag("--force", &options->force, "Replace an existing FILE");
@@ -140,12 +140,12 @@ void DefineRecord(common::Command* program) {
   AddRunOptions(command, options.get());
   command->SetAction([=] {
     const bool usesEngine = *engine || !options->scenario.instructions.empty();
-    if (usesEngine && !options->device.empty()) {
+    if (usesEngine && !options->from.empty()) {
       throw common::UsageError(
           "--from: cannot be combined with options for the software engine; remove --from or those "
           "options");
     }
-    if (!usesEngine && options->device.empty()) options->device = "/dev/zuli";
+    if (!usesEngine && options->from.empty()) options->from = "/dev/zuli";
     return Run(*options);
   });
 }

@@ -174,16 +174,15 @@ void DefineServe(common::Command* program) {
           (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."));
   command->SetFooter(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
-  command->AddFlag("--cuse", &options->characterDevice, "Create the character device \"/dev/zuli\"")
-      .Exclude(
-          command
-              ->AddFile("--fuse", &options->file, "Serve a file (default: \"/dev/zuli\")", "[FILE]")
-              .MakeValueOptional(kNode));
+  command->AddFlag("--cuse", &options->characterDevice,
+                   "Create the character device \"/dev/zuli\"");
+  command->AddFile("--fuse", &options->file, "Serve a file (default: \"/dev/zuli\")", "[FILE]");
+  command->MakeValueOptional("--fuse", kNode);
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);
   command->SetAction([=] {
-    if (!options->characterDevice && !command->Has("--fuse")) {
-      throw common::UsageError("choose how to serve: --cuse or --fuse [FILE]");
+    if (options->characterDevice == command->Has("--fuse")) {
+      throw common::UsageError("choose how to serve: either --cuse or --fuse [FILE]");
     }
     return Serve(*options);
   });

@@ -85,7 +85,8 @@ void DefineShow(common::Command* program) {
       "Shows a recording as a transcript, trace, report or summary, or makes a scenario of it.");
   command->SetFooter(kShowFooter);
   const auto options = std::make_shared<ShowOptions>();
-  command->AddFile("FILE", &options->file, "The recording").Require();
+  command->AddFile("FILE", &options->file, "The recording");
+  command->Require({"FILE"});
   command->AddFile("--scenario", &options->scenarioFile,
                    "Write a scenario to FILE; with it, the engine does what was recorded");
   AddOutputOptions(command, &options->output);

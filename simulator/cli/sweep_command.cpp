@@ -43,8 +43,8 @@ struct SweepOptions {
   std::vector<std::string> program, faults, operations;
   Scenario scenario;
   std::optional<std::uint32_t> timeout, jobs;
-  std::string json;
-  bool fuse = false, strict = false, allowFailure = false;
+  std::string json, device;
+  bool strict = false, allowFailure = false;
 };
 
 struct SweepResult {
@@ -129,7 +129,7 @@ class Sweep {
   // The options of a run with one fault, and the program. `fault` may be empty.
   std::vector<std::string> WordsFor(const std::string& fault) const {
     std::vector<std::string> words = {"run"};
-    if (options_.fuse) words.insert(words.end(), {"--device", "fuse"});
+    if (!options_.device.empty()) words.insert(words.end(), {"--device", options_.device});
     std::vector<std::string> instructions = options_.scenario.instructions;
     if (!fault.empty()) instructions.push_back(fault);
     for (const std::string& instruction : instructions) {
@@ -244,7 +244,7 @@ void DefineSweep(common::Command* program) {
   command->AddFlag("--strict", &options->strict, "Fail also for unnoticed faults and leaks");
   command->AddFlag("--allow-failure", &options->allowFailure,
                    "Continue if the program fails without a fault");
-  AddDeviceOption(command, &options->fuse);
+  AddDeviceOption(command, &options->device);
   AddInstructionOptions(command, &options->scenario, nullptr);
   command->TakeProgram(&options->program);
   command->SetAction([=] {

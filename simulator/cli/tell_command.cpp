@@ -52,9 +52,10 @@ void DefineTell(common::Command* program) {
       program->AddCommand("tell", "Sends an instruction to a running 'zulisim serve'.");
   command->SetFooter(Footer());
   const auto options = std::make_shared<TellOptions>();
-  command->AddText("NAME", &options->name, "", "The served file, as in '/tmp/zuli'").Require();
-  command->AddText("WHAT", &options->what, "", "An instruction; see below").Require();
-  command->AddText("ARGUMENT", &options->argument, "", "The instruction's argument");
+  command->AddText("NAME", &options->name, "The served file, as in '/tmp/zuli'");
+  command->AddText("WHAT", &options->what, "An instruction; see below");
+  command->Require({"NAME", "WHAT"});
+  command->AddText("ARGUMENT", &options->argument, "The instruction's argument");
   command->SetAction([=] {
     const std::string argument = options->argument.empty() ? "" : " " + options->argument;
     std::cout << ControlServer::Ask(options->name, options->what + argument);

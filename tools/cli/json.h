@@ -23,8 +23,8 @@ inline void PrintJson(std::ostream& out, const Json& json,
       << '\n';
 }
 
-inline common::Option AddJsonFlag(common::Command* command, bool* json) {
-  return command->AddFlag("--json", json, "Print JSON (see docs/json.md)");
+inline void AddJsonFlag(common::Command* command, bool* json) {
+  command->AddFlag("--json", json, "Print JSON (see docs/json.md)");
 }
 
 // Describes a failed call. `logLines` are the log lines of the call.

@@ -152,10 +152,9 @@ void DefineLog(common::Command* program) {
   auto options = std::make_shared<LogOptions>();
   common::Command* command =
       program->AddCommand("log", "Show a log of the library, one message per line");
-  command
-      ->AddFile("FILE", &options->path,
-                "The log, usually /data/Marvoleth.log (- for standard input)")
-      .Require();
+  command->AddFile("FILE", &options->path,
+                   "The log, usually /data/Marvoleth.log (- for standard input)");
+  command->Require({"FILE"});
   command->AddFlag("-f,--follow", &options->follow,
                    "Wait for FILE and for new messages, until a signal");
   command->AddFlag("--failures", &options->failures, "Show only messages that report a failure");

@@ -26,7 +26,7 @@ struct RegistryOptions {
   std::string key;
   std::string name;
   std::string data;
-  std::optional<std::uint32_t> type;
+  std::string type;
   bool json = false;
   bool force = false;
 };
@@ -178,14 +178,16 @@ int Delete(const RegistryOptions& options) {
 int Set(const RegistryOptions& options) {
   RegistryText registry = LoadToEdit(options);
   RegistryKey& key = FindKey(registry, options);
-  if (options.type && key.Find(options.name) == nullptr)
+  if (!options.type.empty() && key.Find(options.name) == nullptr)
     key.values.push_back({options.name, 0, {}});
   RegistryValue* value = key.Find(options.name);
   if (value == nullptr) {
     throw common::InputError(Format("key {} has no value {} yet; add --type to create it",
                                     Quoted(options.key), Quoted(options.name)));
   }
-  value->type = options.type.value_or(value->type);
+  for (const std::uint32_t type : {REG_SZ, REG_DWORD, REG_QWORD}) {
+    if (options.type == TypeText(type)) value->type = type;
+  }
   value->data = value->type == REG_SZ ? options.data : NumberText(options.data);
   return Write(registry, options);
 }
@@ -254,32 +256,35 @@ void DefineRegistry(common::Command* program) {
   registry->SetFooter(kFooter);
   const auto add = [&](const char* name, const char* help, int (*action)(const RegistryOptions&)) {
     common::Command* command = registry->AddCommand(name, help);
+    command->SetFooter(kFooter);
     command->AddFile("--file", &options->file,
                      Format("Use FILE as the registry (default: {})", kRegistryPath));
     command->SetAction([=] { return action(*options); });
     return command;
   };
   const auto addKey = [&](common::Command* command) {
-    command->AddText("KEY", &options->key, "", "Full path of the key").Require();
+    command->AddText("KEY", &options->key, "Full path of the key");
+    command->Require({"KEY"});
   };
   AddJsonFlag(add("list", "Show all keys and values", List), &options->json);
   AddJsonFlag(add("check", "Check that the library loads the whole file", Check), &options->json);
   common::Command* get = add("get", "Show a value with its type", Get);
   addKey(get);
-  get->AddText("NAME", &options->name, "", "Name of the value").Require();
+  get->AddText("NAME", &options->name, "Name of the value");
+  get->Require({"NAME"});
   AddJsonFlag(get, &options->json);
   addKey(add("add", "Add a key without values", AddKey));
   common::Command* deletion =
       add("delete", "Delete a key with its values, or one of its values", Delete);
   addKey(deletion);
-  deletion->AddText("NAME", &options->name, "", "Name of the value (default: delete the key)");
+  deletion->AddText("NAME", &options->name, "Name of the value (default: delete the key)");
   common::Command* set = add("set", "Set a value, or add it with --type", Set);
   addKey(set);
-  set->AddText("NAME", &options->name, "", "Name of the value").Require();
-  set->AddText("DATA", &options->data, "", "Text, or decimal or hexadecimal number").Require();
-  set->AddChoice<std::uint32_t>("--type", &options->type,
-                                {{"string", REG_SZ}, {"dword", REG_DWORD}, {"qword", REG_QWORD}},
-                                "Give the value this type");
+  set->AddText("NAME", &options->name, "Name of the value");
+  set->AddText("DATA", &options->data, "Text, or decimal or hexadecimal number");
+  set->Require({"NAME", "DATA"});
+  set->AddChoice("--type", {"string", "dword", "qword"}, &options->type,
+                 "Give the value this type");
   add("repair", "Fix a file that the library has rewritten and no longer loads", Repair)
       ->AddFlag("--force", &options->force, "Keep keys and values that may be lines of a text");
 }

@@ -41,6 +41,9 @@ struct SendOptions {
 // header. Throws common::InputError.
 std::vector<std::uint8_t> ReadRequest(const SendOptions& options) {
   if (options.bodyOnly && !options.command) throw common::UsageError("--body requires --command");
+  if (options.hex && !options.file.empty()) {
+    throw common::UsageError("--data: cannot be combined with FILE; remove one of them");
+  }
   if (options.file.empty() && !options.hex) {
     if (options.command) return MakeMessage(*options.command, {});
     throw common::UsageError("no request given; add FILE, --data or --command");
@@ -182,10 +185,9 @@ void DefineSend(common::Command* program) {
   const auto options = std::make_shared<SendOptions>();
   common::Command* command =
       program->AddCommand("send", "Send one request and show the reply and its private data");
-  const common::Option file =
-      command->AddFile("FILE", &options->file, "Read the request from FILE (- for standard input)");
+  command->AddFile("FILE", &options->file, "Read the request from FILE (- for standard input)");
   const auto hex = std::make_shared<std::string>();
-  command->AddText("--data", hex.get(), "HEX", "Send this hex text").Exclude(file);
+  command->AddText("--data", hex.get(), "Send this hex text", "HEX");
   command->AddFlag("--body", &options->bodyOnly,
                    "Put a header before the input; requires --command");
   command->AddNumber("--command", &options->command, "Send this command identifier");
