@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Runs the commands of a file ("$ ..."). After each command, the file has its output on stdout, its
-# output on stderr, and "? STATUS" unless the exit status is 0. All must be the same again.
-# KALODLL_GOLDEN_WRITE=1 rewrites the file.
+# Runs the commands of a file ("$ ...", continued by "> ..."). After each command, the file has its
+# output on stdout, its output on stderr, and "? STATUS" unless the exit status is 0. All must be the
+# same again. KALODLL_GOLDEN_WRITE=1 rewrites the file.
 #
 #   commands.sh FILE PROGRAM...
 set -uo pipefail
@@ -12,24 +12,50 @@ export PATH SCENARIOS
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
+
+# Runs COMMAND once for each argument, which replaces '%' or becomes the standard input of a COMMAND
+# that ends in " -". Prints stdout, the first line of stderr, and an exit status other than STATUS.
+refused() {  # STATUS COMMAND ARGUMENTS...
+  local argument status
+  for argument in "${@:3}"; do
+    if [[ $2 == *' -' ]]; then printf %b "$argument" | eval "$2"; else eval "${2//%/$argument}"; fi 2>reason
+    status=$?
+    head -n 1 reason
+    [ $status -eq "$1" ] || echo "exit status $status for $argument"
+  done
+}
+sim() { zulisim run -q --root sim "$@"; }
+flat() { tr -s ' \n' ' '; echo; }
+json() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin)))'; }
+export -f refused sim flat json
+
+# Runs a command and prints what the file has to contain.
+run() {
+  # Closes the descriptors of the test runner, so that a program's own begin at 3.
+  timeout 60 bash -o pipefail -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; $1" >stdout 2>stderr
+  local status=$?
+  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
+    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" stdout stderr | fold -sw 159 | sed 's/ *$//'
+  [ $status -eq 0 ] || echo "? $status"
+}
 exec 3<"$file"
-empty=
-while IFS= read -r line <&3; do
+empty= command=
+while IFS= read -r line <&3 || { line=; [ "$command" ]; }; do
+  if [ "$command" ] && [[ $line != '> '* ]]; then
+    run "$command"
+    command=
+  fi
   # An empty line is kept before a comment. Others belong to the output of a command.
   case $line in
     '') empty=yes; continue ;;
-    '#'*) [ -z "$empty" ] || echo; echo "$line" ;;
+    '#'*) [ -z "$empty" ] || echo ;;
+    '$ '*) command=${line#??} ;;
+    '> '*) [ "$command" ] && command+=$'\n'${line#??} || continue ;;
+    *) continue ;;
   esac
   empty=
-  [[ $line == '$ '* ]] || continue
   echo "$line"
-  # Closes the descriptors of the test runner, so that a program's own begin at 3.
-  timeout 60 bash -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; ${line#??}" >out 2>err
-  status=$?
-  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
-    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" out err
-  [ $status -eq 0 ] || echo "? $status"
-done >now
+done >golden
 [ -z "$(ls -A tmp)" ] || { echo "zulisim left files: $(ls tmp)"; exit 1; }
-[ -z "${KALODLL_GOLDEN_WRITE-}" ] || cp now "$file"
-diff -u "$file" now
+[ -z "${KALODLL_GOLDEN_WRITE-}" ] || cp golden "$file"
+diff -u "$file" golden

@@ -1,5 +1,5 @@
 /* A driver that knows nothing of the simulator. Each argument is one step. Prints the result of
- * each step on standard output. */
+ * each step on standard output, eight on a line. */
 
 #include <errno.h>
 #include <fcntl.h>
@@ -154,7 +154,10 @@ static long Log(size_t failed) {
 }
 
 static long Raise(size_t number) { return raise((int)number); }
-static long Exit(size_t status) { exit((int)status); }
+static long Exit(size_t status) {
+  puts("exit");
+  exit((int)status);
+}
 
 static const struct {
   const char* name;
@@ -192,7 +195,8 @@ int main(int argc, char** argv) {
       if (++known == sizeof(steps) / sizeof(steps[0])) return 98;
     }
     const long result = steps[known].run(step[length] ? strtoul(step + length + 1, NULL, 0) : 0);
-    printf(result < 0 ? "%s: errno %ld\n" : "%s: %ld\n", step, result < 0 ? errno : result);
+    printf(result < 0 ? "%s=errno %ld" : "%s=%ld", step, result < 0 ? errno : result);
+    fputs(i == argc - 1 || i % 8 == 0 ? "\n" : ", ", stdout);
     fflush(stdout);
   }
   return 0;
