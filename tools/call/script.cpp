@@ -1,7 +1,7 @@
 #include "tools/call/script.h"
 
-#include <cctype>
 #include <cstring>
+#include <iterator>
 #include <set>
 #include <sstream>
 
@@ -80,24 +80,14 @@ const EntryPoint& FindCall(const std::string& name) {
                    (hint.empty() ? "; expected one of " + common::Joined(names) : hint));
 }
 
-bool IsName(std::string_view word) {
-  if (word.empty() || std::isdigit(static_cast<unsigned char>(word[0])) != 0) return false;
-  for (const char character : word) {
-    if (std::isalnum(static_cast<unsigned char>(character)) == 0 && character != '_') return false;
-  }
-  return true;
-}
-
 // Parses one line of a script. The InputErrors that it throws lack the name of the script and the
 // line number.
 class LineParser {
  public:
-  LineParser(const std::string& text, std::set<std::string>* opened, std::set<std::string>* closed)
-      : opened_(*opened), closed_(*closed) {
-    std::istringstream stream(text);
-    for (std::string word; stream >> word;) words_.push_back(word);
-    form_ = &FindCall(words_[0]);
-    step_.text = text;
+  LineParser(const std::vector<std::string>& words, std::set<std::string>* opened,
+             std::set<std::string>* closed)
+      : opened_(*opened), closed_(*closed), words_(words), form_(&FindCall(words[0])) {
+    step_.text = common::Joined(words, " ");
     step_.entryPoint = form_;
   }
 
@@ -122,8 +112,8 @@ class LineParser {
 
   void ReadNewHandle() {
     step_.handle = Next();
-    if (!IsName(step_.handle) || step_.handle == kNullHandle) {
-      Reject(step_.handle, "a name for the handle, of letters, digits and '_', other than null");
+    if (step_.handle.empty() || step_.handle == kNullHandle) {
+      Reject(step_.handle, "a name for the handle, other than null");
     }
     opened_.insert(step_.handle);
     closed_.erase(step_.handle);
@@ -193,20 +183,15 @@ class LineParser {
 
   std::set<std::string>& opened_;
   std::set<std::string>& closed_;
-  std::vector<std::string> words_;
+  const std::vector<std::string>& words_;
   std::size_t next_ = 1;
-  const EntryPoint* form_ = nullptr;
+  const EntryPoint* const form_;
   ScriptStep step_;
 };
 
-// Removes the comment, and white space at both ends.
-std::string Trimmed(std::string line) {
-  // All characters that a stream treats as white space.
-  constexpr const char* kBlanks = " \t\r\v\f";
-  line = line.substr(0, line.find('#'));
-  const std::size_t first = line.find_first_not_of(kBlanks);
-  if (first == std::string::npos) return "";
-  return line.substr(first, line.find_last_not_of(kBlanks) - first + 1);
+std::vector<std::string> WordsOf(const std::string& line) {
+  std::istringstream stream(line.substr(0, line.find('#')));
+  return {std::istream_iterator<std::string>(stream), {}};
 }
 
 }  // namespace
@@ -218,10 +203,10 @@ std::vector<ScriptStep> ParseScript(std::string_view content, const std::string&
   std::istringstream stream{std::string(content)};
   std::string text;
   for (std::size_t line = 1; std::getline(stream, text); ++line) {
-    text = Trimmed(text);
-    if (text.empty()) continue;
+    const std::vector<std::string> words = WordsOf(text);
+    if (words.empty()) continue;
     try {
-      steps.push_back(LineParser(text, &opened, &closed).Parse());
+      steps.push_back(LineParser(words, &opened, &closed).Parse());
       steps.back().line = line;
     } catch (const InputError& error) {
       errors.push_back(Format("{}, line {}: {}", name, line, error.what()));

@@ -52,7 +52,7 @@ struct ScriptCommand {
 
 struct ScriptStep {
   std::size_t line = 0;
-  std::string text;  // without its comment
+  std::string text;  // its words, without the comment
   const EntryPoint* entryPoint = nullptr;
   std::string handle;  // name, "null", or empty for calls without one
   bool nullParams = false;
