@@ -1,25 +1,31 @@
 #pragma once
 
-#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "log/logger.h"
 
 namespace kaloctl {
 
-// Collects the library's log lines in this process. The library cannot remove a sink, so create one
-// capture per process. Not thread-safe.
-class LogCapture {
+// Collects the library's log lines in this process. The library owns the capture, because it cannot
+// remove a sink. Not thread-safe.
+class LogCapture : public LogSink {
  public:
-  enum class Detail { kOrdinary, kTrace };
-
-  // kTrace enables the trace lines, here and in the library's log file.
-  explicit LogCapture(Detail detail);
+  // Adds a capture to the log. `trace` enables the trace lines, here and in the library's log file.
+  static LogCapture* Start(bool trace);
 
   // Returns the lines that were logged since the last call, without line feeds.
-  std::vector<std::string> Take();
+  std::vector<std::string> Take() { return std::exchange(lines_, {}); }
+
+  void logMessage(const char* message) override;
 
  private:
-  std::shared_ptr<std::vector<std::string>> lines_;
+  explicit LogCapture(bool trace) : trace_(trace) {}
+  void RaiseLevel() const;
+
+  const bool trace_;
+  std::vector<std::string> lines_;
 };
 
 }  // namespace kaloctl

@@ -51,10 +51,7 @@ struct ScriptRunner::CallResult {
 
 ScriptRunner::ScriptRunner(std::ostream& out, const common::Colours& colours,
                            const RunOptions& options)
-    : out_(out),
-      colours_(colours),
-      options_(options),
-      log_(options.trace ? LogCapture::Detail::kTrace : LogCapture::Detail::kOrdinary) {}
+    : out_(out), colours_(colours), options_(options), log_(LogCapture::Start(options.trace)) {}
 
 bool ScriptRunner::Run(const std::vector<ScriptStep>& steps) {
   bool good = true;
@@ -100,10 +97,11 @@ void ScriptRunner::PrintResult(const ScriptStep& step, const CallResult& result)
   const bool good = result.status == KALO_DLL_STATUS_SUCCESS;
   out_ << (options_.brief ? "  ->  " : "      ->  ") << (good ? colours_.good : colours_.bad)
        << StatusText(result.status) << colours_.reset << '\n';
-  const std::vector<std::string> lines = log_.Take();
+  const std::vector<std::string> lines = log_->Take();
   if (options_.brief) return;
   if (!good) {
-    PrintFailure(out_, colours_, kIndent, result.status, step.entryPoint->recordsError, lines);
+    PrintFailure(out_, colours_, kIndent,
+                 DescribeFailure(result.status, step.entryPoint->recordsError, lines));
   }
   if (step.entryPoint->arguments & kNewHandle) {
     out_ << kIndent << common::Format("handle  {}\n", handles_[step.handle]);

@@ -34,7 +34,7 @@ class ScriptRunner {
   std::ostream& out_;
   common::Colours colours_;
   RunOptions options_;
-  LogCapture log_;
+  LogCapture* const log_;
   // The handles of the script by name. A handle is null until a call sets it.
   std::map<std::string, void*> handles_;
 };

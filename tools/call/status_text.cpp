@@ -1,7 +1,7 @@
 #include "tools/call/status_text.h"
 
-#include <cstdlib>
 #include <cstring>
+#include <regex>
 
 #include "api/kalo_dll_state.h"
 #include "common/number.h"
@@ -68,11 +68,6 @@ constexpr Advice kAdvice[] = {
      "call FenuCleanup3 until the count is 0, then FenuInit3"},
 };
 
-}  // namespace
-
-std::string StatusText(std::uint32_t status) { return NameIn(kStatuses, status); }
-std::string SourceText(std::uint32_t source) { return NameIn(kSources, source); }
-
 std::string AdviceFor(std::uint32_t status, std::string_view text) {
   for (const Advice& row : kAdvice) {
     if (row.status == status && text.find(row.text) != std::string_view::npos) return row.advice;
@@ -80,52 +75,52 @@ std::string AdviceFor(std::uint32_t status, std::string_view text) {
   return kReadLog;
 }
 
-ErrorRecord LastErrorRecord() {
-  const KaloDllState& state = gKaloDllState;
-  const std::uint32_t source = state.lastErrorSource;
-  switch (source) {
-    case KALO_ERROR_SOURCE_API3:
-      return {source, BoundedText(state.apiErrorText, sizeof(state.apiErrorText)),
-              state.apiErrorCode};
-    case KALO_ERROR_SOURCE_KALO:
-      return {source, BoundedText(state.kaloErrorText, sizeof(state.kaloErrorText)),
-              state.kaloErrorCode};
-    case KALO_ERROR_SOURCE_FENU:
-      return {source, BoundedText(state.fenuErrorText, sizeof(state.fenuErrorText)),
-              state.fenuErrorCode};
-    default:
-      return {source, "", 0};
-  }
-}
-
-std::string_view BoundedText(const char* text, std::size_t size) {
-  return std::string_view(text, strnlen(text, size));
-}
-
 std::string CauseIn(const std::vector<std::string>& logLines) {
-  constexpr const char* kMarks[] = {"errno = ", "errorno = "};
+  static const std::regex kErrno("err(or)?no = (\\d+)");
+  std::smatch match;
   for (auto line = logLines.rbegin(); line != logLines.rend(); ++line) {
-    for (const char* mark : kMarks) {
-      const std::size_t at = line->find(mark);
-      if (at == std::string::npos) continue;
-      const int error = std::atoi(line->c_str() + at + std::strlen(mark));
-      return *line + " (" + std::strerror(error) + ")";
-    }
+    if (!std::regex_search(*line, match, kErrno)) continue;
+    return *line + " (" + std::strerror(std::stoi(match[2])) + ")";
   }
   return "";
 }
 
-void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
-                  std::uint32_t status, bool recorded, const std::vector<std::string>& logLines) {
-  const ErrorRecord record = recorded ? LastErrorRecord() : ErrorRecord{0, "", 0};
-  if (recorded) {
-    out << indent << "text    " << colours.bad << record.text << colours.reset << '\n'
-        << indent << "source  " << SourceText(record.source) << ", code "
-        << common::Hex(record.code) << '\n';
+}  // namespace
+
+std::string StatusText(std::uint32_t status) { return NameIn(kStatuses, status); }
+std::string SourceText(std::uint32_t source) { return NameIn(kSources, source); }
+
+Failure DescribeFailure(std::uint32_t status, bool recorded,
+                        const std::vector<std::string>& logLines) {
+  const KaloDllState& state = gKaloDllState;
+  Failure failure;
+  failure.status = status;
+  failure.recorded = recorded;
+  failure.source = recorded ? state.lastErrorSource : 0;
+  if (failure.source == KALO_ERROR_SOURCE_API3) {
+    failure.text = BoundedText(state.apiErrorText);
+    failure.code = state.apiErrorCode;
+  } else if (failure.source == KALO_ERROR_SOURCE_KALO) {
+    failure.text = BoundedText(state.kaloErrorText);
+    failure.code = state.kaloErrorCode;
+  } else if (failure.source == KALO_ERROR_SOURCE_FENU) {
+    failure.text = BoundedText(state.fenuErrorText);
+    failure.code = state.fenuErrorCode;
   }
-  const std::string cause = CauseIn(logLines);
-  if (!cause.empty()) out << indent << "cause   " << cause << '\n';
-  out << indent << "try     " << AdviceFor(status, record.text) << '\n';
+  failure.cause = CauseIn(logLines);
+  failure.advice = AdviceFor(status, failure.text);
+  return failure;
+}
+
+void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
+                  const Failure& failure) {
+  if (failure.recorded) {
+    out << indent << "text    " << colours.bad << failure.text << colours.reset << '\n'
+        << indent << "source  " << SourceText(failure.source) << ", code "
+        << common::Hex(failure.code) << '\n';
+  }
+  if (!failure.cause.empty()) out << indent << "cause   " << failure.cause << '\n';
+  out << indent << "try     " << failure.advice << '\n';
 }
 
 }  // namespace kaloctl

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <ostream>
 #include <string>
 #include <string_view>
@@ -14,27 +15,29 @@ namespace kaloctl {
 std::string StatusText(std::uint32_t status);
 std::string SourceText(std::uint32_t source);
 
-// Returns the remedy for a failure. `text` is the text that the library recorded, or empty.
-std::string AdviceFor(std::uint32_t status, std::string_view text);
+// Returns the text in a buffer of the library. The text may lack a terminator.
+template <std::size_t size>
+std::string_view BoundedText(const char (&text)[size]) {
+  return std::string_view(text, strnlen(text, size));
+}
 
-// The last error that the library recorded.
-struct ErrorRecord {
-  std::uint32_t source;
-  std::string_view text;
-  std::uint32_t code;
+// A failed call, and the error that the library recorded.
+struct Failure {
+  std::uint32_t status = 0;
+  bool recorded = true;   // false for calls that do not write the error record
+  std::string_view text;  // of the record
+  std::uint32_t source = 0;
+  std::uint32_t code = 0;
+  std::string cause;  // the last log line with an errno, and the text of that errno; may be empty
+  std::string advice;
 };
-ErrorRecord LastErrorRecord();
 
-// Returns the text in a buffer of `size` bytes. The text may lack a terminator.
-std::string_view BoundedText(const char* text, std::size_t size);
+// `logLines` are the log lines of the call.
+Failure DescribeFailure(std::uint32_t status, bool recorded,
+                        const std::vector<std::string>& logLines);
 
-// Returns the last log line that contains an errno, followed by the description of that errno;
-// empty if there is none.
-std::string CauseIn(const std::vector<std::string>& logLines);
-
-// Prints the recorded text and source, the cause and the remedy, one per line, each after `indent`.
-// `recorded` is false for calls that do not write the error record.
+// Prints the record, the cause and the remedy, one per line, each after `indent`.
 void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
-                  std::uint32_t status, bool recorded, const std::vector<std::string>& logLines);
+                  const Failure& failure);
 
 }  // namespace kaloctl

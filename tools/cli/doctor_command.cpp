@@ -38,29 +38,33 @@ struct Finding {
   std::string remedy;
 };
 
+// Returns 0 if the file can be opened, or else the errno.
+int OpenError(const std::string& path, int flags) {
+  const int descriptor = open(path.c_str(), flags, 0666);
+  if (descriptor == -1) return errno;
+  close(descriptor);
+  return 0;
+}
+
 Finding CheckDevice() {
-  const int descriptor = open(kDevice, O_RDWR);
-  if (descriptor != -1) {
-    close(descriptor);
-    return {Finding::kOk, Format("{} opens for reading and writing", kDevice), ""};
-  }
-  const bool denied = errno == EACCES || errno == EPERM;
-  return {Finding::kFailed, Format("{}: {}", kDevice, std::strerror(errno)),
-          denied
+  const int error = OpenError(kDevice, O_RDWR);
+  if (error == 0) return {Finding::kOk, Format("{} opens for reading and writing", kDevice), ""};
+  return {Finding::kFailed, Format("{}: {}", kDevice, std::strerror(error)),
+          error == EACCES || error == EPERM
               ? "use a user and a security domain that may read and write it"
               : "load the engine's kernel driver and read the kernel's log, or use 'zulisim run'"};
 }
 
-Finding Failure(std::uint32_t status, LogCapture* log) {
-  const std::string_view text = LastErrorRecord().text;
-  const std::string cause = CauseIn(log->Take());
-  return {Finding::kFailed, std::string(text) + (cause.empty() ? "" : " " + cause),
-          AdviceFor(status, text)};
+Finding CallFailed(std::uint32_t status, LogCapture* log) {
+  const Failure failure = DescribeFailure(status, true, log->Take());
+  return {Finding::kFailed,
+          std::string(failure.text) + (failure.cause.empty() ? "" : " ") + failure.cause,
+          failure.advice};
 }
 
 Finding CheckConnection(Client client, LogCapture* log) {
   const DriverSession session(client);
-  if (session.status() != KALO_DLL_STATUS_SUCCESS) return Failure(session.status(), log);
+  if (session.status() != KALO_DLL_STATUS_SUCCESS) return CallFailed(session.status(), log);
   const ZuliConnectRecord::Properties properties = session.Properties();
   const std::string text = Format("version {}, maximum {} bytes", properties.protocolVersion,
                                   properties.maxMessageLength);
@@ -70,28 +74,24 @@ Finding CheckConnection(Client client, LogCapture* log) {
 
 Finding CheckRoundTrip(LogCapture* log) {
   DriverSession session(Client::kKalo);
-  if (session.status() != KALO_DLL_STATUS_SUCCESS) return Failure(session.status(), log);
+  if (session.status() != KALO_DLL_STATUS_SUCCESS) return CallFailed(session.status(), log);
   ReplyBuffer reply(std::max<std::size_t>(session.Properties().maxMessageLength, kHeaderSize));
   std::vector<std::uint8_t> privateData;
   const std::uint32_t status = session.Exchange(MakeMessage(0, {}), &reply, &privateData);
-  if (status != KALO_DLL_STATUS_SUCCESS) return Failure(status, log);
-  const std::vector<std::uint8_t> received = reply.Received();
-  const bool whole = received.size() >= kHeaderSize;
-  return {whole ? Finding::kOk : Finding::kFailed, "command 0x0: reply " + ReplyText(received),
-          whole ? "" : "read the log of 'kaloctl send --log --command 0'"};
+  if (status != KALO_DLL_STATUS_SUCCESS) return CallFailed(status, log);
+  const std::string text = "command 0x0: reply " + ReplyText(reply.Received());
+  if (reply.Received().size() >= kHeaderSize) return {Finding::kOk, text, ""};
+  return {Finding::kFailed, text, "read the log of 'kaloctl send --log --command 0'"};
 }
 
 Finding CheckLogFile() {
   std::stringstream stream;
   DetermineLogFilePath(stream);
-  const std::string path = stream.str().c_str();
-  const int descriptor = open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT, 0666);
-  if (descriptor == -1) {
-    return {Finding::kWarning, Format("{}: {}", Quoted(path), std::strerror(errno)),
-            "create its folder with write access for this user; until then nothing is logged"};
-  }
-  close(descriptor);
-  return {Finding::kOk, Quoted(path) + " is writable", ""};
+  const std::string path = stream.str().c_str();  // ends at the first NUL
+  const int error = OpenError(path, O_WRONLY | O_APPEND | O_CREAT);
+  if (error == 0) return {Finding::kOk, Quoted(path) + " is writable", ""};
+  return {Finding::kWarning, Format("{}: {}", Quoted(path), std::strerror(error)),
+          "create its folder with write access for this user; until then nothing is logged"};
 }
 
 Finding CheckRegistry() {
@@ -113,12 +113,12 @@ void PrintFinding(const char* name, const char* word, const Finding& finding) {
 }
 
 int Examine(bool asJson) {
-  LogCapture log(LogCapture::Detail::kTrace);
+  LogCapture* const log = LogCapture::Start(true);
   const std::pair<const char*, std::function<Finding()>> checks[] = {
       {"device", CheckDevice},
-      {"kalo", [&log] { return CheckConnection(Client::kKalo, &log); }},
-      {"fenu", [&log] { return CheckConnection(Client::kFenu, &log); }},
-      {"round-trip", [&log] { return CheckRoundTrip(&log); }},
+      {"kalo", [log] { return CheckConnection(Client::kKalo, log); }},
+      {"fenu", [log] { return CheckConnection(Client::kFenu, log); }},
+      {"round-trip", [log] { return CheckRoundTrip(log); }},
       {"log", CheckLogFile},
       {"registry", CheckRegistry},
   };
@@ -136,7 +136,7 @@ int Examine(bool asJson) {
     good = good && finding.result != Finding::kFailed;
   }
   if (asJson) {
-    PrintJson(std::cout, {{"commandsCanBeSent", good}, {"checks", results}});
+    PrintJson({{"commandsCanBeSent", good}, {"checks", results}});
   } else {
     std::cout << "Commands can" << (good ? "" : "not") << " be sent.\n";
   }

@@ -57,7 +57,7 @@ void PrintLogRecord(std::ostream& out, const common::Colours& colours, const Log
 }
 
 // Prints a record as one line of JSON.
-void PrintLogJson(std::ostream& out, const LogRecord& record, std::size_t copies) {
+void PrintLogJson(const LogRecord& record, std::size_t copies) {
   Json line = {{"copies", copies},    {"process", nullptr}, {"tick", nullptr},
                {"function", nullptr}, {"tag", nullptr},     {"text", record.text}};
   long long process = 0, tick = 0;
@@ -69,7 +69,7 @@ void PrintLogJson(std::ostream& out, const LogRecord& record, std::size_t copies
     line["function"] = record.function;
     line["tag"] = common::ParseNumber(record.tag).value_or(0);
   }
-  PrintJson(out, line, JsonLayout::kLine);
+  PrintJson(line, -1);
 }
 
 struct LogOptions {
@@ -94,7 +94,7 @@ class LogView {
  private:
   void Show(const LogRecord& record, std::size_t copies) const {
     if (options_.failures && !ReportsFailure(record)) return;
-    options_.json ? PrintLogJson(std::cout, record, copies)
+    options_.json ? PrintLogJson(record, copies)
                   : PrintLogRecord(std::cout, colours_, record, copies);
   }
 

@@ -35,8 +35,7 @@ int Fail(int argc, char** argv, const std::exception& error, int status) {
   const bool json = std::any_of(argv, argv + argc,
                                 [](const char* word) { return std::strcmp(word, "--json") == 0; });
   if (json) {
-    kaloctl::PrintJson(std::cout, {{"error", {{"text", error.what()}}}},
-                       kaloctl::JsonLayout::kLine);
+    kaloctl::PrintJson({{"error", {{"text", error.what()}}}}, -1);
   }
   return status;
 }

@@ -14,52 +14,46 @@
 namespace kaloctl {
 namespace {
 
-Json ClientJson(Client client, const DriverSession& session, const std::vector<std::string>& log) {
-  Json json = {{"name", ClientName(client)},
-               {"connected", false},
-               {"protocolVersion", nullptr},
-               {"maxMessageLength", nullptr},
-               {"error", nullptr}};
-  json["connected"] = session.status() == KALO_DLL_STATUS_SUCCESS;
-  if (json["connected"]) {
-    json["protocolVersion"] = session.Properties().protocolVersion;
-    json["maxMessageLength"] = session.Properties().maxMessageLength;
-  } else {
-    json["error"] = FailureJson(session.InitName(), session.status(), log);
-  }
-  return json;
-}
+using common::Format;
 
-void PrintClient(Client client, const DriverSession& session, const std::vector<std::string>& log) {
+// Opens a session and returns what 'probe --json' shows of it.
+Json ProbeClient(Client client, bool asJson, LogCapture* log) {
   const common::Colours colours = common::ColoursFor(stdout);
-  std::cout << colours.bold << ClientName(client) << colours.reset << "  ";
-  if (session.status() == KALO_DLL_STATUS_SUCCESS) {
-    const ZuliConnectRecord::Properties properties = session.Properties();
-    std::cout << common::Format("protocol version {}, maximum message length {} bytes\n",
-                                properties.protocolVersion, properties.maxMessageLength);
-    return;
+  const DriverSession session(client);
+  const std::vector<std::string> lines = log->Take();
+  const std::string name = Format("{}{}{}  ", colours.bold, ClientName(client), colours.reset);
+  if (session.status() != KALO_DLL_STATUS_SUCCESS) {
+    const Failure failure = DescribeFailure(session.status(), true, lines);
+    if (!asJson) {
+      std::cout << name << session.InitName() << " failed: " << colours.bad
+                << StatusText(session.status()) << colours.reset << '\n';
+      PrintFailure(std::cout, colours, "      ", failure);
+    }
+    return {{"name", ClientName(client)},
+            {"connected", false},
+            {"protocolVersion", nullptr},
+            {"maxMessageLength", nullptr},
+            {"error", FailureJson(session.InitName(), failure)}};
   }
-  std::cout << session.InitName() << " failed: " << colours.bad << StatusText(session.status())
-            << colours.reset << '\n';
-  PrintFailure(std::cout, colours, "      ", session.status(), true, log);
+  const ZuliConnectRecord::Properties properties = session.Properties();
+  if (!asJson) {
+    std::cout << name
+              << Format("protocol version {}, maximum message length {} bytes\n",
+                        properties.protocolVersion, properties.maxMessageLength);
+  }
+  return {{"name", ClientName(client)},
+          {"connected", true},
+          {"protocolVersion", properties.protocolVersion},
+          {"maxMessageLength", properties.maxMessageLength},
+          {"error", nullptr}};
 }
 
 int Probe(bool asJson) {
-  LogCapture log(LogCapture::Detail::kTrace);
-  int exitStatus = kDone;
-  Json clients = Json::array();
-  for (const Client client : {Client::kKalo, Client::kFenu}) {
-    const DriverSession session(client);
-    const std::vector<std::string> lines = log.Take();
-    if (asJson) {
-      clients.push_back(ClientJson(client, session, lines));
-    } else {
-      PrintClient(client, session, lines);
-    }
-    if (session.status() != KALO_DLL_STATUS_SUCCESS) exitStatus = kFailed;
-  }
-  if (asJson) PrintJson(std::cout, {{"clients", clients}});
-  return exitStatus;
+  LogCapture* const log = LogCapture::Start(true);
+  const Json kalo = ProbeClient(Client::kKalo, asJson, log);
+  const Json fenu = ProbeClient(Client::kFenu, asJson, log);
+  if (asJson) PrintJson({{"clients", {kalo, fenu}}});
+  return kalo["connected"] && fenu["connected"] ? kDone : kFailed;
 }
 
 }  // namespace

@@ -81,8 +81,8 @@ int List(const RegistryOptions& options) {
   if (options.json) {
     Json keys = Json::array();
     for (const RegistryKey& key : registry.keys) keys.push_back(KeyJson(registry, key));
-    PrintJson(std::cout, {{"keys", keys},
-                          {"endsEarlyAtLine", registry.stop ? Json(registry.stop->line) : Json()}});
+    PrintJson(
+        {{"keys", keys}, {"endsEarlyAtLine", registry.stop ? Json(registry.stop->line) : Json()}});
   } else {
     PrintRegistry(registry);
   }
@@ -116,7 +116,7 @@ int Get(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
   const RegistryValue& value = FindValue(FindKey(registry, options), options.name);
   if (options.json) {
-    PrintJson(std::cout, {{"type", TypeText(value.type)}, {"data", DataJson(value)}});
+    PrintJson({{"type", TypeText(value.type)}, {"data", DataJson(value)}});
   } else {
     std::cout << ValueText(value) << '\n';
   }
@@ -205,7 +205,7 @@ int Check(const RegistryOptions& options) {
     if (!registry.Reaches(key)) problems.push_back("key " + Quoted(key.name) + kHidden);
   }
   if (options.json) {
-    PrintJson(std::cout, {{"good", problems.empty()}, {"problems", problems}});
+    PrintJson({{"good", problems.empty()}, {"problems", problems}});
   } else if (problems.empty()) {
     std::cout << Quoted(options.file) << " loads: " << common::Counted(registry.keys.size(), "key")
               << '\n';

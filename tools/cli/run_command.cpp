@@ -2,14 +2,67 @@
 #include <iostream>
 #include <memory>
 
+#include "api/kalo_dll_state.h"
+#include "common/format.h"
 #include "common/input.h"
+#include "common/number.h"
 #include "tools/call/script_runner.h"
-#include "tools/call/state_view.h"
+#include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
 #include "tools/cli/json.h"
 
 namespace kaloctl {
 namespace {
+
+// An address as text, or null.
+Json AddressJson(const void* address) {
+  return address == nullptr ? Json() : Json(common::Format("{}", address));
+}
+
+// Returns a status or source with its name, and a large number in hexadecimal.
+std::string FieldText(const std::string& name, const Json& value) {
+  if (value.is_string() && name.find("Text") == std::string::npos) return value.get<std::string>();
+  if (value.is_number() && value > 0xFFFF) return common::Hex(value);
+  if (name.find("ErrorCode") != std::string::npos) return StatusText(value);
+  if (name == "lastErrorSource") return SourceText(value);
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+// Returns the fields of gKaloDllState by name. A session is shown as its address, or as null.
+Json StateJson() {
+  const KaloDllState& state = gKaloDllState;
+  return {
+      {"kaloInterfaceVersion", state.kaloInterfaceVersion},
+      {"fenuInterfaceVersion", state.fenuInterfaceVersion},
+      {"provisioningSession", AddressJson(state.provisioningSession)},
+      {"kaloSessionA", AddressJson(state.kaloSessionA)},
+      {"kaloSessionB", AddressJson(state.kaloSessionB)},
+      {"fenuSession", AddressJson(state.fenuSession)},
+      {"apiErrorText", BoundedText(state.apiErrorText)},
+      {"apiErrorCode", state.apiErrorCode},
+      {"kaloErrorText", BoundedText(state.kaloErrorText)},
+      {"kaloErrorCode", state.kaloErrorCode},
+      {"fenuErrorText", BoundedText(state.fenuErrorText)},
+      {"fenuErrorCode", state.fenuErrorCode},
+      {"lastErrorSource", state.lastErrorSource},
+      {"lastErrorContext", AddressJson(state.lastErrorContext)},
+      {"lastErrorProcessId", state.lastErrorProcessId},
+      {"firmwareApiVersion", state.firmwareApiVersion},
+      {"stateInitFlag", state.stateInitFlag},
+      {"kaloRefCountA", state.kaloRefCountA},
+      {"kaloRefCountB", state.kaloRefCountB},
+      {"fenuRefCount", state.fenuRefCount},
+      {"sessionBShared", state.sessionBShared},
+  };
+}
+
+void PrintState() {
+  std::cout << "gKaloDllState\n";
+  const Json state = StateJson();
+  for (const auto& [name, value] : state.items()) {
+    std::cout << common::Format("  {:<22}{}\n", name, FieldText(name, value));
+  }
+}
 
 struct ScriptOptions {
   std::string script;
@@ -27,9 +80,9 @@ int RunScript(const ScriptOptions& options) {
   ScriptRunner runner(out, common::ColoursFor(options.json ? stderr : stdout), options.run);
   const bool good = runner.Run(steps);
   if (options.json) {
-    PrintJson(std::cout, StateJson());
+    PrintJson(StateJson());
   } else if (options.state) {
-    std::cout << StateText();
+    PrintState();
   }
   return good ? kDone : kFailed;
 }

@@ -77,18 +77,19 @@ struct Outcome {
   std::vector<std::string> log;
 
   bool Failed() const { return status != KALO_DLL_STATUS_SUCCESS; }
+  Failure Described() const { return DescribeFailure(status, true, log); }
   bool HasHeader() const { return reply.size() >= kHeaderSize; }
   std::int32_t FirmwareStatus() const { return transport::HeaderOf(reply.data()).status; }
 };
 
 void PrintOutcomeJson(const Outcome& outcome, bool showLog) {
   Json json = {
-      {"error", outcome.Failed() ? FailureJson(outcome.call, outcome.status, outcome.log) : Json()},
+      {"error", outcome.Failed() ? FailureJson(outcome.call, outcome.Described()) : Json()},
       {"reply", BytesJson(outcome.reply)},
       {"firmwareStatus", outcome.HasHeader() ? Json(outcome.FirmwareStatus()) : Json()},
       {"privateData", BytesJson(outcome.privateData)}};
   if (showLog) json["log"] = outcome.log;
-  PrintJson(std::cout, json);
+  PrintJson(json);
 }
 
 void PrintOutcome(const Outcome& outcome, bool showLog) {
@@ -109,14 +110,14 @@ void PrintOutcome(const Outcome& outcome, bool showLog) {
   const common::Colours errorColours = common::ColoursFor(stderr);
   std::cerr << "kaloctl: " << outcome.call << " failed: " << errorColours.bad
             << StatusText(outcome.status) << errorColours.reset << '\n';
-  PrintFailure(std::cerr, errorColours, "  ", outcome.status, true, outcome.log);
+  PrintFailure(std::cerr, errorColours, "  ", outcome.Described());
 }
 
 Outcome Exchange(const SendOptions& options, const std::vector<std::uint8_t>& request) {
   const std::uint32_t command =
       request.size() < kHeaderSize ? 0 : transport::HeaderOf(request.data()).commandId;
   const Client client = ClientOfCommand(command);
-  LogCapture log(LogCapture::Detail::kTrace);
+  LogCapture* const log = LogCapture::Start(true);
   Outcome outcome;
   DriverSession session(client);
   outcome.status = session.status();
@@ -135,7 +136,7 @@ Outcome Exchange(const SendOptions& options, const std::vector<std::uint8_t>& re
     outcome.status = session.Exchange(request, &reply, &outcome.privateData);
     if (!outcome.Failed()) outcome.reply = reply.Received();
   }
-  outcome.log = log.Take();
+  outcome.log = log->Take();
   return outcome;
 }
 
