@@ -21,13 +21,13 @@ struct Mark {
 Mark marks[kDescriptorLimit];
 std::atomic<int> markedEnd{0};  // one more than the highest descriptor that was ever marked
 
-// The process that owns the marks. The child of a fork gets a copy of the marks and becomes their
-// owner. The child of a vfork shares the marks of its parent and does not become their owner.
+// The process that owns this memory. The child of a fork gets a copy of the memory and becomes its
+// owner. The child of a vfork runs no fork handler.
 std::atomic<pid_t> owner{0};
 
 void BecomeOwner() { owner.store(getpid()); }
 
-__attribute__((constructor(102))) void BecomeOwnerAtStart() {
+__attribute__((constructor(103))) void BecomeOwnerAtStart() {
   BecomeOwner();
   pthread_atfork(nullptr, nullptr, BecomeOwner);
 }
@@ -41,6 +41,8 @@ std::uint64_t Inode(int descriptor) {
 }
 
 }  // namespace
+
+bool SharesMemory() { return owner.load() != getpid(); }
 
 bool MarkDescriptor(int descriptor, std::uint64_t handle, int flags) {
   if (descriptor < 0 || descriptor >= kDescriptorLimit) return false;
@@ -70,7 +72,7 @@ std::optional<std::uint64_t> DeviceHandle(int descriptor) {
 int DeviceFlags(int descriptor) { return marks[descriptor].flags.load(); }
 
 bool UnmarkDescriptor(int descriptor, std::uint64_t handle) {
-  if (owner.load() != getpid()) return false;
+  if (SharesMemory()) return false;
   if (marks[descriptor].inode.exchange(0) == 0) return false;
   for (int other = 0; other < markedEnd.load(); ++other) {
     if (marks[other].inode.load() != 0 && marks[other].handle.load() == handle) return false;

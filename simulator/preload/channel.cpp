@@ -3,7 +3,6 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
 
@@ -11,6 +10,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "simulator/hooks/descriptors.h"
 #include "simulator/hooks/libc.h"
 
 namespace zulisim::hooks {
@@ -18,44 +18,25 @@ namespace {
 
 struct sockaddr_un server {};
 
-// A channel that is kept for the next exchange. The thread that has set `taken` owns the other
-// members.
+// A channel that is kept for the next exchange, or -1. A thread that uses the channel has taken it
+// out.
 struct KeptChannel {
-  std::atomic<bool> taken{false};
-  int socket = -1;
-  std::uint64_t inode = 0;  // shows whether the program has closed the socket
+  std::atomic<int> socket{-1};
 };
 KeptChannel keptChannels[8];
 
-// The process that owns the kept channels. The child of a vfork shares this memory but runs no fork
-// handler, so it does not use its parent's channels.
-std::atomic<pid_t> keeper{0};
+// The program may have closed the channel; its number may now belong to another file.
+bool IsChannel(int socket) { return !DeviceHandle(socket) && IsConnected(socket); }
 
-std::uint64_t Inode(int descriptor) {
-  struct stat status;
-  return Real().fstat(descriptor, &status) == 0 ? status.st_ino : 0;
-}
-
-void KeepNone() {
+void CloseKeptChannels() {
   for (KeptChannel& kept : keptChannels) {
-    if (kept.socket >= 0 && Inode(kept.socket) == kept.inode) Real().close(kept.socket);
-    kept.socket = -1;
-    kept.taken.store(false, std::memory_order_relaxed);
+    const int socket = kept.socket.exchange(-1);
+    if (socket >= 0 && IsChannel(socket)) Real().close(socket);
   }
-  keeper.store(getpid());
 }
 
-__attribute__((constructor(103))) void KeepFromTheStart() {
-  pthread_atfork(nullptr, nullptr, KeepNone);
-  KeepNone();
-}
-
-KeptChannel* TakeKept() {
-  if (keeper.load() != getpid()) return nullptr;
-  for (KeptChannel& kept : keptChannels) {
-    if (!kept.taken.exchange(true, std::memory_order_acquire)) return &kept;
-  }
-  return nullptr;
+__attribute__((constructor)) void ShareNoChannelAfterFork() {
+  pthread_atfork(nullptr, nullptr, CloseKeptChannels);
 }
 
 // Moves a socket to a high number, if the process's limit allows it, because programs rarely expect
@@ -66,6 +47,24 @@ int MovedUp(int socket) {
   if (moved < 0) return socket;
   Real().close(socket);
   return moved;
+}
+
+// Returns a channel that only the caller uses, or -1 with errno.
+int TakeChannel() {
+  for (KeptChannel& kept : keptChannels) {
+    const int socket = SharesMemory() ? -1 : kept.socket.exchange(-1);
+    if (socket >= 0 && IsChannel(socket)) return socket;
+  }
+  const int socket = Connect();
+  return socket >= 0 ? MovedUp(socket) : -1;
+}
+
+void KeepChannel(int socket) {
+  for (KeptChannel& kept : keptChannels) {
+    int none = -1;
+    if (!SharesMemory() && kept.socket.compare_exchange_strong(none, socket)) return;
+  }
+  Real().close(socket);
 }
 
 }  // namespace
@@ -97,21 +96,16 @@ int Connect() {
 }
 
 Result Exchange(protocol::Message message, const void* in, void* out, std::size_t room) {
-  KeptChannel* const kept = TakeKept();
-  const bool isOpen = kept != nullptr && kept->socket >= 0 && Inode(kept->socket) == kept->inode;
-  int channel = isOpen ? kept->socket : Connect();
-  if (!isOpen && channel >= 0) channel = MovedUp(channel);
+  const int channel = TakeChannel();
   int error = channel >= 0 ? protocol::Send(channel, message, in) : errno;
   // A server that refuses the channel sends its response without reading the request.
   if (channel >= 0 && (error == 0 || error == EPIPE || error == ECONNRESET)) {
     error = protocol::Receive(channel, &message, out, room);
   }
-  const bool keeps = error == 0 && message.error != EMFILE && kept != nullptr;
-  if (channel >= 0 && !keeps) Real().close(channel);
-  if (kept != nullptr) {
-    if (keeps && !isOpen) kept->inode = Inode(channel);
-    kept->socket = keeps ? channel : -1;
-    kept->taken.store(false, std::memory_order_release);
+  if (error == 0 && message.error != EMFILE) {
+    KeepChannel(channel);
+  } else if (channel >= 0) {
+    Real().close(channel);
   }
   if (error == 0) return {message.value, message.error};
   return {-1, error == EFAULT || error == EMFILE || error == ENFILE ? error : ENODEV};

@@ -81,7 +81,8 @@ void MarkInheritedDescriptors() {
   closedir(folder);
 }
 
-// Opens a channel only for this exchange, because most programs never open the device.
+// Runs before SharesMemory() becomes false, so this exchange keeps no channel: most programs never
+// open the device.
 __attribute__((constructor(102))) void AttachAtStart() {
   if (!DeviceServed()) return;
   const int savedErrno = errno;
