@@ -26,21 +26,18 @@
 namespace zulisim {
 namespace {
 
-using Kind = KernelServer::Kind;
-
 constexpr const char* kNode = "/dev/zuli";
 
 constexpr const char* kServeFooter = R"(
 Ctrl-C ends the service. 'zulisim tell' changes the device while it is served. zulisim-serve(1)
-says what --cuse and --fuse need, where the kernel limits them, and the exit status.
+says what it needs, where the kernel limits it, and the exit status.
 
 Examples:
-  zulisim serve --cuse
+  zulisim serve
   zulisim serve --fuse /tmp/zuli --lose read:2)";
 
 struct ServeOptions {
-  bool characterDevice = false;
-  std::string file;
+  std::string file = kNode;
   OutputOptions output;
   Scenario scenario;
   bool strict = false;
@@ -102,18 +99,10 @@ class MountedFile {
   const bool created_;
 };
 
-void PrepareNode() {
-  if (access(kNode, F_OK) != 0) return;
-  throw std::runtime_error(common::Format(
-      "{} already exists; end the server that made it, or serve a file with --fuse FILE",
-      common::Quoted(kNode)));
-}
-
 // Returns null if the control socket cannot be created; the device is served without it.
-std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
-  const auto check = [kind](const Scenario& added) { CheckKernelCarries(added, kind); };
+std::unique_ptr<ControlServer> MakeControl(const std::string& path, Engine* engine) {
   try {
-    return std::make_unique<ControlServer>(path, engine, check);
+    return std::make_unique<ControlServer>(path, engine, CheckKernelCarries);
   } catch (const std::runtime_error& error) {
     std::cerr << "zulisim: warning: 'zulisim tell' cannot be used: " << error.what() << "\n";
     return nullptr;
@@ -133,30 +122,22 @@ void WaitForEnd(KernelServer& server) {
 }
 
 int Serve(const ServeOptions& options) {
-  const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
-  // With --cuse there is no file name, and with --fuse it is optional.
-  const std::string path =
-      options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
+  const std::string path = std::filesystem::absolute(options.file).string();
   std::vector<NamedFile> inputs = InputFiles(options.scenario);
   inputs.push_back({"--fuse", options.file});
   CheckOutputs(options.output.Files(), inputs);
-  CheckKernelCarries(options.scenario, kind);
-  CheckKernelServes(kind);
+  CheckKernelCarries(options.scenario);
+  CheckKernelServes();
   const ChildSignals signals;
-  std::optional<MountedFile> file;
-  if (options.characterDevice) {
-    PrepareNode();
-  } else {
-    CheckCanMount();
-    file.emplace(path);
-  }
+  CheckCanMount();
+  const MountedFile file(path);
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   RunOutput output(options.output, {{"zulisim", "serve", path}, options.scenario.instructions, ""},
                    &engine);
   {
-    KernelServer server(engine, kind, path, geteuid() == 0);
-    const auto control = MakeControl(kind, path, &engine);
+    KernelServer server(engine, path, geteuid() == 0);
+    const auto control = MakeControl(path, &engine);
     std::cerr << "zulisim: serving " + common::Quoted(path) + "; press Ctrl-C to end\n";
     WaitForEnd(server);
   }
@@ -174,18 +155,10 @@ void DefineServe(common::Command* program) {
           (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."));
   command->SetFooter(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
-  command->AddFlag("--cuse", &options->characterDevice,
-                   "Create the character device \"/dev/zuli\"");
-  command->AddFile("--fuse", &options->file, "Serve a file (default: \"/dev/zuli\")", "[FILE]");
-  command->MakeValueOptional("--fuse", kNode);
+  command->AddFile("--fuse", &options->file, "Serve FILE (default: \"/dev/zuli\")");
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);
-  command->SetAction([=] {
-    if (options->characterDevice == command->Has("--fuse")) {
-      throw common::UsageError("choose how to serve: either --cuse or --fuse [FILE]");
-    }
-    return Serve(*options);
-  });
+  command->SetAction([=] { return Serve(*options); });
 }
 
 }  // namespace zulisim

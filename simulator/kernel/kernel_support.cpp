@@ -9,12 +9,11 @@
 
 #include "common/format.h"
 #include "common/text.h"
+#include "simulator/kernel/kernel_server.h"
 #include "simulator/program/program.h"
 
 namespace zulisim {
 namespace {
-
-using Kind = KernelServer::Kind;
 
 constexpr const char* kUsePreload = "use 'zulisim run --device preload', which works without it";
 
@@ -32,27 +31,24 @@ void CheckErrno(Operation operation, int error) {
 
 }  // namespace
 
-void CheckKernelServes(Kind kind) {
+void CheckKernelServes() {
   if (!KernelServer::Built()) {
     throw std::runtime_error(
         std::string(
-            "this zulisim was built without libfuse3, which --fuse, --cuse and "
-            "--device fuse need; build it where the package libfuse3-dev is installed, or ") +
+            "this zulisim was built without libfuse3, which 'zulisim serve' and --device fuse "
+            "need; build it where the package libfuse3-dev is installed, or ") +
         kUsePreload);
   }
-  const bool isFile = kind == Kind::kFile;
-  const char* const node = isFile ? "/dev/fuse" : "/dev/cuse";
-  const int control = open(node, O_RDWR | O_CLOEXEC);
+  const int control = open("/dev/fuse", O_RDWR | O_CLOEXEC);
   if (control >= 0) {
     close(control);
     return;
   }
-  const std::string remedy =
-      errno == EACCES || errno == EPERM
-          ? "run zulisim as root"
-          : common::Format("load the kernel module with 'modprobe {}'", isFile ? "fuse" : "cuse");
-  throw std::runtime_error(common::Format("cannot open {}: {}; {}, or {}", node,
-                                          std::strerror(errno), remedy, kUsePreload));
+  throw std::runtime_error(common::Format(
+      "cannot open /dev/fuse: {}; {}, or {}", std::strerror(errno),
+      errno == EACCES || errno == EPERM ? "run zulisim as root"
+                                        : "load the kernel module with 'modprobe fuse'",
+      kUsePreload));
 }
 
 void CheckCanMount() {
@@ -70,14 +66,13 @@ void CheckCanMount() {
   }
 }
 
-void CheckKernelCarries(const Scenario& scenario, Kind kind) {
-  const std::size_t longest = KernelServer::LongestMessage(kind);
+void CheckKernelCarries(const Scenario& scenario) {
   for (const Client& client : scenario.clients) {
-    if (client.maxMessageLength <= longest) continue;
+    if (client.maxMessageLength <= KernelServer::kLongestUnsplit) continue;
     throw std::invalid_argument(common::Format(
         "the maximum message length of {}, {}, is above {}: the kernel would split such a message; "
         "choose a smaller max or --device preload",
-        common::Printable(client.name), client.maxMessageLength, longest));
+        common::Printable(client.name), client.maxMessageLength, KernelServer::kLongestUnsplit));
   }
   for (const Fault& fault : scenario.faults) {
     if (const auto* error = std::get_if<ErrnoFault>(&fault.effect)) {
