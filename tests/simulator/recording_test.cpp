@@ -4,12 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <random>
 
-#include "common/hex.h"
 #include "simulator/engine/engine.h"
 #include "simulator/record/recorder.h"
 #include "simulator/record/replay_device.h"
+#include "tests/simulator/random_driver.h"
 
 namespace zulisim {
 namespace {
@@ -121,80 +120,21 @@ TEST(RecordingTest, refuses_a_number_that_is_too_large) {
             ":1:1: not valid JSON: a number is too large");
 }
 
-// One of several threads. Each thread opens its own connections to the same client and sends the
-// same requests at first.
-class DriverThread {
- public:
-  DriverThread(Device* device, int number) : device_(device), number_(number) {}
-
-  // Makes one call. Returns false if there was none left.
-  bool Step() {
-    SetCaller(1, number_);
-    const int call = calls_++;
-    Bytes buffer(20, 0);
-    if (call == 8 || call == 17) {
-      Keep(device_->Close(connection_, CloseReason::kProgramClosed), {});
-    } else if (call % 9 == 0) {
-      connection_ = static_cast<std::uint64_t>(device_->Open(O_RDWR, 0, -1).value);
-      Guid guid = DefaultClients()[0].guid;
-      Keep(device_->Ioctl(connection_, kConnectRequest, guid.data()), {});
-    } else if (call % 9 % 2 == 1) {
-      buffer[16] = static_cast<std::uint8_t>(call % 9 < 4 ? call : 16 * number_ + call);
-      Keep(device_->Write(connection_, buffer.data(), buffer.size()), {});
-    } else {
-      Keep(device_->Read(connection_, buffer.data(), buffer.size(), false), buffer);
-    }
-    return call < 17;
-  }
-
-  const std::string& Got() const { return got_; }
-
- private:
-  void Keep(const Result& result, const Bytes& bytes) {
-    got_ += std::to_string(result.value) + " " + common::HexDigits(bytes) + "\n";
-  }
-
-  Device* const device_;
-  const int number_;
-  std::uint64_t connection_ = 0;
-  int calls_ = 0;
-  std::string got_;
-};
-
-// Runs the threads in an order that `seed` determines. Returns each thread's results.
-std::vector<std::string> RunThreads(Device* device, int count, unsigned seed) {
-  std::mt19937 random(seed);
-  std::vector<DriverThread> threads;
-  for (int number = 1; number <= count; ++number) threads.emplace_back(device, number);
-  std::vector<DriverThread*> running;
-  for (DriverThread& thread : threads) running.push_back(&thread);
-  while (!running.empty()) {
-    const auto next = running.begin() + static_cast<std::ptrdiff_t>(random() % running.size());
-    if (!(*next)->Step()) running.erase(next);
-  }
-  SetCaller(0, 0);
-  std::vector<std::string> got;
-  for (const DriverThread& thread : threads) got.push_back(thread.Got());
-  return got;
-}
-
 TEST(RecordingTest, replays_threads_in_any_order) {
-  for (const int count : {2, 4, 8}) {
-    for (unsigned seed = 1; seed <= 20; ++seed) {
-      std::string text;
-      Engine engine;
-      std::vector<std::string> recorded;
-      {
-        const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
-        recorded = RunThreads(&engine, count, seed);
-      }
-      std::vector<std::string> replayed;
-      const auto program = [&](ReplayDevice* device) {
-        replayed = RunThreads(device, count, 1000 + seed);
-      };
-      ASSERT_EQ(ReplayError(text, program), "") << text;
-      ASSERT_EQ(replayed, recorded) << text;
+  for (unsigned seed = 1; seed <= 40; ++seed) {
+    const int count = 2 + static_cast<int>(seed % 3) * 3;
+    std::string text;
+    std::vector<std::string> recorded, replayed;
+    Engine engine;
+    {
+      const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
+      recorded = RunDrivers(&engine, count, seed, seed);
     }
+    const auto program = [&](ReplayDevice* device) {
+      replayed = RunDrivers(device, count, seed, 1000 + seed);
+    };
+    ASSERT_EQ(ReplayError(text, program), "") << text;
+    ASSERT_EQ(replayed, recorded) << text;
   }
 }
 
