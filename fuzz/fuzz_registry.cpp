@@ -1,13 +1,14 @@
-// Uses any text as the registry file, makes all registry and settings calls, and compares the
-// results with a second reader of the format. Also passes any bytes to the settings calls.
+// Uses any text as the registry file, compares the library's parser with a second reader of the
+// format, and makes registry and settings calls. Also passes any bytes to the settings calls.
 
 #include <fuzzer/FuzzedDataProvider.h>
 
 #include "fuzz/check.h"
 #include "fuzz/registry_file.h"
 #include "oscl/memory.h"
+#include "oscl/registry.h"
 #include "oscl/user_feature.h"
-#include "tests/oscl/registry_check.h"
+#include "tests/oscl/scanf_reader.h"
 
 namespace {
 
@@ -47,23 +48,37 @@ void ParsePath(const std::string& path) {
   FUZZ_CHECK(good ? rest == path.c_str() + backslash + 1 : root == 7 && rest == nullptr);
 }
 
+// Makes calls that load the file, for a key and a value that many of the seeds have.
+void ReadAndSet(const std::string& rendered, uint32_t kind) {
+  HKEY key = 0;
+  const uint32_t code = RegOpenKeyExA(0, "C", 0, 0, &key);
+  FUZZ_CHECK(code == 0 || code == OSCL_ERROR_REG_ID_NOT_FOUND ||
+             rendered == "code " + std::to_string(code));
+  char data[256];
+  uint32_t size = 0;
+  RegGetValue(key, nullptr, "v", 0, nullptr, data, &size);
+  FUZZ_CHECK(size <= sizeof data);
+  UserFeatureKey setting = {0, "C", nullptr, 0};
+  OSCL_UserFeature_ReadValue(nullptr, &setting, "v", kind);
+  OSCL_UserFeature_DeleteValues(&setting);
+  RegSetValueEx(key, "v", 0, REG_SZ, "x", 2);
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
   static const RegistryFile* const file = new RegistryFile;
   FuzzedDataProvider input(bytes, size);
-  auto choices = input.ConsumeIntegral<uint64_t>();
+  const auto kind = static_cast<uint32_t>(input.ConsumeIntegral<uint64_t>() % 10);
   const std::string text = input.ConsumeRemainingBytesAsString();
   const int32_t blocks = gAllocationCount;
   SplitAndJoin(text, *file);
   ParsePath(text.c_str());
-  FUZZ_CHECK(gAllocationCount == blocks);
+  const std::string rendered = RenderedByScanf(text);
+  FUZZ_CHECK(RenderedByLibrary(text) == rendered);
   file->Store(text);
   // An uncaught exception is a finding.
-  CheckRegistry(file->path(), [&](size_t limit) {
-    const auto choice = static_cast<uint32_t>(choices % limit);
-    choices /= limit;
-    return choice;
-  });
+  ReadAndSet(rendered, kind);
+  FUZZ_CHECK(gAllocationCount == blocks);
   return 0;
 }

@@ -14,7 +14,6 @@ class RegistryFile {
     if (ftruncate(descriptor_, 0) != 0) return;
     if (pwrite(descriptor_, text.data(), text.size(), 0) < 0) return;
   }
-  const std::string& path() const { return path_; }
 
  private:
   const int descriptor_ = memfd_create("registry", 0);

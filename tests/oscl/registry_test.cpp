@@ -1,63 +1,182 @@
-#include <gmock/gmock.h>
-#include <sys/stat.h>
-
-#include <memory>
-#include <thread>
-#include <tuple>
+// Tests the registry calls on files with known content. registry_parser_test tests the parser.
 
 #include "oscl/registry.h"
+
+#include <dlfcn.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <memory>
+#include <regex>
+#include <thread>
+#include <utility>
+
 #include "tests/oscl/registry_fixture.h"
 
 namespace {
 
+using namespace std::string_literals;
+
+std::function<void()> beforeRead;  // called once
+
+}  // namespace
+
+// This program replaces the function that reads the registry file.
+extern "C" size_t fread(void* data, size_t size, size_t count, FILE* file) {
+  if (beforeRead) std::exchange(beforeRead, nullptr)();
+  static const auto real = reinterpret_cast<decltype(&fread)>(dlsym(RTLD_NEXT, "fread"));
+  return real(data, size, count, file);
+}
+
+namespace {
+
+// The second key "HKEY_USERS\A" and its values are never found, because the first hides them.
+const char kFile[] =
+    "[KEY]\n10\nHKEY_USERS\\A\n[VALUE]\ntext\n1\nhello\n[VALUE]\nlast\n1\nx\n"
+    "[KEY]\n11\nHKEY_CURRENT_USER\\A\n[VALUE]\nnumber\n4\n-7\n[VALUE]\nwide\n11\n4294967303\n"
+    "[KEY]\n12\nHKEY_USERS\\A\n[VALUE]\nother\n1\nx\n"
+    "[KEY]\n13\nHKEY_USERS\\A\\B\n[VALUE]\ntext\n1\nbelow\n"
+    "[KEY]\n14\nA\n[VALUE]\ntext\n1\nno root\n[VALUE]\nempty\n1\n";
+
 class RegistryTest : public RegistryFixture {
  protected:
-  static uint32_t Open(HKEY key, const std::string& subKey) {
+  RegistryTest() { Store(kFile); }
+
+  // Returns the code, which must also be in gLastError, and the id.
+  static std::string Open(HKEY key, const char* subKey) {
     HKEY opened = 0;
-    EXPECT_EQ(RegOpenKeyEx(key, subKey.c_str(), 0, 0, &opened), 0u) << subKey;
-    return opened;
+    const uint32_t code = RegOpenKeyEx(key, subKey, 0, 0, &opened);
+    EXPECT_EQ(GetLastError(), code);
+    EXPECT_EQ(RegOpenKeyExA(key, subKey, 0, 0, &opened), code);
+    return std::to_string(code) + ", " + std::to_string(opened);
+  }
+
+  // Returns the code, which must also be in gLastError, and the type and bytes of the value.
+  static std::string Get(HKEY key, const char* subKey, const char* name, size_t room = 0) {
+    // The address sanitizer detects any access beyond the value.
+    const std::unique_ptr<char[]> data(new char[room]);
+    uint32_t type = 0, size = 0;
+    const uint32_t code = RegGetValue(key, subKey, name, 0, &type, data.get(), &size);
+    EXPECT_EQ(GetLastError(), code);
+    EXPECT_EQ(size, room);
+    return std::to_string(code) + ", " + std::to_string(type) + ", " +
+           std::string(data.get(), room);
   }
 };
 
-TEST_F(RegistryTest, wrong_arguments_and_an_unwritable_file_are_refused) {
-  Store("[KEY]\n1\nName\n");
-  EXPECT_EQ(RegOpenKeyEx(0, "Name", 0, 0, nullptr), OSCL_ERROR_INVALID_PARAMETER);
-  EXPECT_EQ(RegSetValueEx(1, std::string(256, 'n').c_str(), 0, 1, "x", 2), 2u);
-  chmod(path_.c_str(), 0444);
-  const bool root = geteuid() == 0;
-  if (root && seteuid(65534) != 0) GTEST_SKIP() << "cannot switch to another user";
-  EXPECT_EQ(RegSetValueEx(1, "v", 0, 1, "x", 2), OSCL_ERROR_REG_FILE_UNWRITABLE);
-  ASSERT_TRUE(!root || seteuid(0) == 0);
-  EXPECT_EQ(Stored(), "[KEY]\n1\nName\n");
+TEST_F(RegistryTest, keys_are_found_by_root_and_name) {
+  const std::string longest(244, 'n');
+  Store(kFile + "x\n[KEY]\n20\nHKEY_USERS\\"s + longest + "\n[KEY]\n30\nHKEY_USERS\\\n");
+  EXPECT_EQ(Open(HKEY_USERS, "A"), "0, 16");
+  EXPECT_EQ(Open(HKEY_CURRENT_USER, "A"), "0, 17");
+  EXPECT_EQ(Open(HKEY_USERS, "A\\B"), "0, 19");
+  EXPECT_EQ(Open(0, "A"), "0, 20");
+  EXPECT_EQ(Open(99, "HKEY_USERS\\A"), "0, 16") << "not a root";
+  for (const HKEY root : {HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE})
+    EXPECT_EQ(Open(root, "A"), "15, 0");
+  EXPECT_EQ(Open(HKEY_USERS, "a"), "15, 0");
+  EXPECT_EQ(Open(HKEY_USERS, nullptr), "0, 48");
+  EXPECT_EQ(Open(HKEY_USERS, longest.c_str()), "0, 32");
+  EXPECT_EQ(Open(HKEY_USERS, (longest + "n").c_str()), "0, 48") << "the sub-key is dropped";
+  EXPECT_EQ(RegOpenKeyEx(0, "A", 0, 0, nullptr), OSCL_ERROR_INVALID_PARAMETER);
 }
 
-TEST_F(RegistryTest, numbers_are_written_from_all_given_bytes) {
-  const std::tuple<uint32_t, uint32_t, std::string, const char*> cases[] = {
-      // Four bytes are written, whatever the size argument is.
-      {REG_DWORD, 0, "\xFF\xFF\xFF\xFF", "\t4 \n\t\t\t-1 \n"},
-      {REG_QWORD, 1, "\x03", "\t11 \n\t\t\t3 \n"},
-      {0xFFFFFFFF, 1, "z", "\t-1 \n\t\t\tz \n"}};
-  for (const auto& [type, size, data, lines] : cases) {
-    Store("[KEY]\n1\nName\n");
-    const std::unique_ptr<char[]> exact(new char[data.size()]);
-    data.copy(exact.get(), data.size());
-    EXPECT_EQ(RegSetValueEx(1, "v", 0, type, exact.get(), size), 0u);
-    EXPECT_THAT(Stored(), testing::EndsWith(lines));
+TEST_F(RegistryTest, values_are_read_by_the_name_of_the_key_with_the_id) {
+  EXPECT_EQ(Get(0x10, nullptr, "text", 6), "0, 1, hello\0"s);
+  EXPECT_EQ(Get(0x12, "", "text", 6), "0, 1, hello\0"s) << "of the first key with the name";
+  EXPECT_EQ(Get(0x14, "", "empty"), "0, 1, ");
+  EXPECT_EQ(Get(0x11, "", "number", 4), "0, 4, \xF9\xFF\xFF\xFF"s);
+  EXPECT_EQ(Get(0x11, "", "wide", 4), "0, 11, \7\0\0\0"s);
+  EXPECT_EQ(Get(0x10, "\\B", "text", 6), "0, 1, below\0"s);
+  EXPECT_EQ(Get(99, "A", "text", 8), "0, 1, no root\0"s);
+  EXPECT_EQ(Get(99, "", "text"), "7, 0, ");
+  EXPECT_EQ(Get(0x10, "b", "text"), "7, 0, ");
+  for (const char* name : {"other", "Text", ""}) EXPECT_EQ(Get(0x10, "", name), "8, 0, ") << name;
+  EXPECT_EQ(Get(0x10, "", nullptr), "2, 0, ");
+  for (HKEY root = HKEY_CLASSES_ROOT; root <= HKEY_USERS; ++root) {
+    EXPECT_EQ(Get(root, "A", "text"), "1, 0, ");
+    EXPECT_EQ(RegSetValueEx(root, "text", 0, 1, "x", 2), 1u);
+  }
+  const std::string longest(255, 'd');
+  Store("[KEY]\n1\na\n[VALUE]\nv\n1\n" + longest + "\n");
+  EXPECT_EQ(Get(1, "", "v", 256), "0, 1, " + longest + '\0');
+}
+
+TEST_F(RegistryTest, a_file_that_does_not_load_takes_precedence) {
+  for (const auto& [line, code] : {std::pair("3", "12"), std::pair("1\nx\nextra", "13")}) {
+    const std::string file = kFile + "x\n[VALUE]\nv\n"s + line + "\n";
+    Store(file);
+    EXPECT_EQ(Open(HKEY_USERS, "A"), code + ", 0"s);
+    for (const char* name : {"text", static_cast<const char*>(nullptr)}) {
+      EXPECT_EQ(Get(0x10, "", name), code + ", 0, "s);
+      EXPECT_EQ(std::to_string(RegSetValueEx(99, name, 0, 1, "x", 2)), code);
+    }
+    EXPECT_EQ(Get(HKEY_USERS, "", "text"), "1, 0, ");
+    EXPECT_EQ(Stored(), file);
   }
 }
 
-TEST_F(RegistryTest, a_sub_key_that_is_too_long_is_dropped_completely) {
-  const std::string longest(244, 'n');
-  Store("[KEY]\n1\nHKEY_USERS\\" + longest + "\n[KEY]\n2\nHKEY_USERS\\\n");
-  EXPECT_EQ(Open(HKEY_USERS, longest), 1u);
-  EXPECT_EQ(Open(HKEY_USERS, longest + "n"), 2u);
+TEST_F(RegistryTest, a_value_that_is_set_replaces_its_data_or_follows_the_others) {
+  // A bar stands for a line end and the indentation of the next line.
+  const std::string text = "[VALUE]|text|1|hello|", last = "[VALUE]|last|1|x|";
+  const struct {
+    const char* name;
+    uint32_t type, size;
+    std::string data, values;
+  } kCases[] = {{"text", REG_SZ, 3, "new", "[VALUE]|text|1|new|" + last},
+                {"added", REG_SZ, 4, "a\0b!"s, text + last + "[VALUE]|added|1|a|"},
+                {"last", REG_SZ, 0, "", text + "[VALUE]|last|1|"},
+                {"", REG_BINARY, 1, "z", text + last + "[VALUE]|3|z|"},
+                // Four bytes are written, whatever the size argument is.
+                {"last", REG_DWORD, 0, "\xFF\xFF\xFF\xFF", text + "[VALUE]|last|4|-1|"},
+                {"last", REG_QWORD, 1, "\x03", text + "[VALUE]|last|11|3|"},
+                {"last", REG_QWORD, 8, "\7\0\0\0\1\0\0\0"s, text + "[VALUE]|last|11|7|"},
+                {"last", 0xFFFFFFFF, 1, "z", text + "[VALUE]|last|-1|z|"}};
+  for (const auto& [name, type, size, data, values] : kCases) {
+    Store(kFile);
+    const std::unique_ptr<char[]> exact(new char[data.size()]);
+    data.copy(exact.get(), data.size());
+    EXPECT_EQ(RegSetValueEx(0x12, name, 0, type, exact.get(), size), 0u);
+    EXPECT_EQ(GetLastError(), 0u);
+    EXPECT_EQ(std::regex_replace(Stored(), std::regex(" \n\t*"), "|"),
+              "[KEY]|0x00000010|HKEY_USERS\\A|" + values +
+                  "[KEY]|0x00000014|A|[VALUE]|text|1|no root|[VALUE]|empty|1|"
+                  "[KEY]|0x00000013|HKEY_USERS\\A\\B|[VALUE]|text|1|below|"
+                  "[KEY]|0x00000012|HKEY_USERS\\A|[VALUE]|other|1|x|"
+                  "[KEY]|0x00000011|HKEY_CURRENT_USER\\A|[VALUE]|number|4|-7|[VALUE]|wide|11|7|");
+  }
+  EXPECT_EQ(Open(HKEY_USERS, "A"), "13, 0") << "the file that it wrote";
+}
+
+TEST_F(RegistryTest, a_value_that_cannot_be_set_leaves_the_file_as_it_was) {
+  EXPECT_EQ(RegSetValueEx(0x10, std::string(256, 'n').c_str(), 0, 1, "x", 2), 2u);
+  EXPECT_EQ(RegSetValueEx(0x10, nullptr, 0, 1, "x", 2), 2u);
+  EXPECT_EQ(RegSetValueEx(99, "text", 0, 1, "x", 2), 7u);
+  chmod(path_.c_str(), 0444);
+  const bool root = geteuid() == 0;
+  if (root && seteuid(65534) != 0) GTEST_SKIP() << "cannot switch to another user";
+  EXPECT_EQ(RegSetValueEx(0x10, "v", 0, 1, "x", 2), OSCL_ERROR_REG_FILE_UNWRITABLE);
+  ASSERT_TRUE(!root || seteuid(0) == 0);
+  EXPECT_EQ(Stored(), kFile);
+}
+
+TEST_F(RegistryTest, a_file_that_is_cut_short_while_it_is_read_is_read_again) {
+  beforeRead = [this] {
+    Store("[KEY]\n1\n");
+    beforeRead = [this] { Store(kFile); };
+  };
+  EXPECT_EQ(Open(0, "A"), "0, 20");
 }
 
 TEST_F(RegistryTest, a_file_without_a_size_is_read_completely) {
+  std::remove(path_.c_str());
   ASSERT_EQ(mkfifo(path_.c_str(), 0600), 0);
   std::thread writer(
       [this] { Store("[KEY]\n1\na\n" + std::string(40000, '\n') + "[KEY]\n2\nb\n"); });
-  EXPECT_EQ(Open(0, "b"), 2u);
+  HKEY opened = 0;
+  EXPECT_EQ(RegOpenKeyEx(0, "b", 0, 0, &opened), 0u);
+  EXPECT_EQ(opened, 2u);
   writer.join();
 }
 

@@ -10,7 +10,13 @@
 
 namespace {
 
-const char kFile[] = "[KEY]\n1\nHKEY_CURRENT_USER\\K\n[VALUE]\ntext\n1\nhello\n[VALUE]\nempty\n1\n";
+using namespace std::string_literals;
+
+const std::string kLongest(255, 'd');
+const std::string kFile =
+    "[KEY]\n1\nHKEY_CURRENT_USER\\K\n[VALUE]\ntext\n1\nhello\n[VALUE]\nnumber\n4\n-7\n"
+    "[VALUE]\nlongest\n1\n" +
+    kLongest + "\n[VALUE]\nempty\n1\n";
 
 class UserFeatureTest : public RegistryFixture {
  protected:
@@ -23,6 +29,69 @@ class UserFeatureTest : public RegistryFixture {
 
   UserFeatureKey key_ = {1, "K", nullptr, 0};
 };
+
+TEST_F(UserFeatureTest, every_kind_reads_every_value) {
+  const struct {
+    const char* name;
+    std::string bytes, strings;
+  } kValues[] = {{"text", "hello\0"s, "hello"},
+                 {"number", "\xF9\xFF\xFF\xFF", ""},
+                 {"longest", kLongest + '\0', kLongest},
+                 {"none", "", ""}};
+  for (const auto& [name, bytes, strings] : kValues) {
+    for (uint32_t kind = 0; kind <= USER_FEATURE_MULTI_STRING + 1; ++kind) {
+      SCOPED_TRACE(name + (" " + std::to_string(kind)));
+      const bool good = kind == USER_FEATURE_MULTI_STRING ? !strings.empty() : kind % 9 != 0;
+      EXPECT_EQ(Read(name, kind), good ? S_OK : E_FAIL);
+      const UserFeatureValue& value = *key_.values;
+      if (kind == USER_FEATURE_BINARY || kind == USER_FEATURE_STRING) {
+        ASSERT_EQ(value.data.binary != nullptr, !bytes.empty());
+        EXPECT_EQ(value.size, bytes.size());
+        // Zeros follow the value, up to one byte behind the longest.
+        const std::string zeros(bytes.empty() ? 0 : 257 - bytes.size(), '\0');
+        EXPECT_EQ(std::string(value.data.string, bytes.size() + zeros.size()), bytes + zeros);
+      } else if (kind == USER_FEATURE_MULTI_STRING) {
+        ASSERT_EQ(value.size, strings.empty() ? 0u : 1u);
+        EXPECT_EQ(value.totalLength, strings.empty() ? 0 : bytes.size());
+        const UserFeatureString none = {const_cast<char*>(""), 0};
+        const UserFeatureString& read = good ? *value.data.strings : none;
+        EXPECT_EQ(std::string(read.text, read.length), strings);
+      } else {
+        uint64_t number = 0;
+        if (good) bytes.copy(reinterpret_cast<char*>(&number), kind % 2 == 0 ? 4 : 8);
+        EXPECT_EQ(value.data.number64, number);
+      }
+      OSCL_UserFeature_DeleteValues(&key_);
+    }
+    char data[256] = {};
+    for (const uint32_t type : {REG_SZ, REG_DWORD}) {
+      const bool good = type == (strings.empty() ? REG_DWORD : REG_SZ) && !bytes.empty();
+      EXPECT_EQ(OSCL_ReadRegistryValue("K", name, type, 1, data), good ? S_OK : E_FAIL) << name;
+      EXPECT_EQ(std::string(data, bytes.size()), bytes);
+    }
+  }
+}
+
+TEST_F(UserFeatureTest, every_kind_is_written_as_its_type) {
+  char text[] = "text";
+  UserFeatureString string = {text, 4};
+  // A bar stands for a line end and the indentation of the next line.
+  const char* const kLines[] = {"0",    "3|tex", "4|7",   "11|7",   "4|7",
+                                "11|7", "4|7",   "1|tex", "7|text", "0"};
+  for (uint32_t kind = 0; kind <= USER_FEATURE_MULTI_STRING + 1; ++kind) {
+    Store("[KEY]\n1\nHKEY_CURRENT_USER\\K\n");
+    UserFeatureValue value = {const_cast<char*>("v"), kind, {}, 3, 0};
+    value.data.number64 = 0x100000007;
+    if (kind == USER_FEATURE_BINARY || kind == USER_FEATURE_STRING) value.data.string = text;
+    if (kind == USER_FEATURE_MULTI_STRING) value.data.strings = &string, value.size = 1;
+    UserFeatureValue values[] = {value, value};
+    UserFeatureKey key = {1, "K", values, 1 + kind % 2};
+    // The first write leaves a file that does not load, so a second fails.
+    EXPECT_EQ(OSCL_UserFeature_WriteValues(nullptr, &key), kind % 2 == 0 ? 0u : 13u);
+    EXPECT_EQ(std::regex_replace(Stored(), std::regex(" \n\t*"), "|"),
+              "[KEY]|0x00000001|HKEY_CURRENT_USER\\K|[VALUE]|v|"s + kLines[kind] + "|");
+  }
+}
 
 TEST_F(UserFeatureTest, full_paths_are_split_after_the_root) {
   uint32_t root = 0;
