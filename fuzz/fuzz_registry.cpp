@@ -5,6 +5,7 @@
 
 #include "fuzz/check.h"
 #include "fuzz/registry_file.h"
+#include "oscl/last_error.h"
 #include "oscl/memory.h"
 #include "oscl/registry.h"
 #include "oscl/user_feature.h"

@@ -55,67 +55,6 @@ struct Call {
 #call, [&] { return (uint64_t)(call); }, result \
   }
 
-// One line for each libc call that fails, with the effects of its first failure, its second, and so
-// on. "-" means that the library continues. Otherwise the line names the failed call, its result or
-// status, and the code in gLastError. The registry file keeps its old content unless the line says
-// otherwise.
-constexpr char kFailures[] = R"(malloc: AllocAndZeroMem 0/1
-open: CreateFile 0/errno
-read: ReadFile 0/errno
-write: WriteFile 0/errno
-lseek: SetFilePointer -1/errno
-fstat: GetFileSize -1/errno
-malloc: OSCL_ReadFile 0/1
-open: OSCL_ReadFile 0/errno
-read: OSCL_ReadFile 0/errno
-fstat: OSCL_ReadFile 0/errno
-open: OSCL_WriteFile E_FAIL/errno
-write: OSCL_WriteFile E_FAIL/errno
-write: OSCL_AppendFile E_FAIL/errno
-dlopen: LoadLibrary 0/errno
-dlsym: GetProcAddress 0/0; -
-dlclose: FreeLibrary 0/16
-fopen: GetVersionEx 0/errno
-lock: EnterCriticalSection 0/77
-unlock: LeaveCriticalSection 0/77
-pthread_mutex_init: InitializeCriticalSection 0/77
-pthread_mutex_destroy: DeleteCriticalSection 0/77
-clock_getres: QueryPerformanceFrequency 0/77
-clock_getres: QueryPerformanceCounter 0/77
-clock_gettime: QueryPerformanceCounter 0/77
-usleep: Sleep 0/77
-malloc: RegOpenKeyEx 1/1
-fopen: RegOpenKeyEx 9/9
-fread: RegOpenKeyEx 15/15
-malloc: RegQueryValueExA 1/1
-fopen: RegQueryValueExA 9/9; RegQueryValueExA 9/9
-fread: RegQueryValueExA 7/7; RegQueryValueExA 7/7
-malloc: RegSetValueEx 1/1
-fstat: -, written; -, written
-fopen: RegSetValueEx 9/9; RegSetValueEx 9/9; RegSetValueEx 10/10
-fread: RegSetValueEx 7/7; RegSetValueEx 7/7
-fwrite: RegSetValueEx 10/10, empty
-fclose: -, written; -, written; RegSetValueEx 10/10, written
-malloc: ReadSetting 1/1; ReadSetting E_FAIL/0; -
-fopen: ReadSetting 9/9; -; -
-fread: ReadSetting 15/15; -; -
-malloc: ReadSetting 1/1; ReadSetting E_FAIL/0; -
-fopen: ReadSetting 9/9; -; -
-fread: ReadSetting 15/15; -; -
-malloc: ReadSetting 1/1; ReadSetting E_FAIL/0
-fopen: ReadSetting 9/9; ReadSetting E_FAIL/0; ReadSetting E_FAIL/0
-fread: ReadSetting 15/15; ReadSetting E_FAIL/0; ReadSetting E_FAIL/0
-malloc: OSCL_UserFeature_WriteValues 1/1; OSCL_UserFeature_WriteValues E_FAIL/0; OSCL_UserFeature_WriteValues 1/0
-fstat: -, written; -, written; -, written
-fopen: OSCL_UserFeature_WriteValues 9/9; OSCL_UserFeature_WriteValues 9/0; OSCL_UserFeature_WriteValues 9/0; OSCL_UserFeature_WriteValues 10/0
-fread: OSCL_UserFeature_WriteValues 15/15; OSCL_UserFeature_WriteValues 7/0; OSCL_UserFeature_WriteValues 7/0
-fwrite: OSCL_UserFeature_WriteValues 10/0, empty
-fclose: -, written; -, written; -, written; OSCL_UserFeature_WriteValues 10/0, written
-malloc: OSCL_UserFeature_EnableNotification E_FAIL/1; OSCL_UserFeature_EnableNotification 1/1
-fopen: OSCL_UserFeature_EnableNotification 9/9
-fread: OSCL_UserFeature_EnableNotification 15/15
-)";
-
 class Compatibility : public RegistryFixture {
  protected:
   ~Compatibility() override {
@@ -134,80 +73,67 @@ class Compatibility : public RegistryFixture {
   }
 
   // Makes the calls while the n-th call of `failing` fails. Returns "" if there is no n-th call,
-  // "-" if no call reports the failure, else the call that does, with its result or status and its
-  // code. A code that stands for the errno is written "errno".
-  std::string Outcome(const std::vector<Call>& calls, const std::string& failing, uint32_t number,
-                      int error, uint32_t codeOfErrno) {
+  // else "succeeds" or the name of the first call that fails, its result, and its code in
+  // gLastError. If the calls changed the registry, its new content follows: empty, written as
+  // without the failure, or damaged.
+  std::string Outcome(const std::vector<Call>& calls, const std::string& failing, uint32_t number) {
     Reset();
     const int32_t blocks = gAllocationCount;
     const long descriptors = test::OpenDescriptors();
     size_t made = 0;
     uint64_t result = 0;
-    faults::Arm(failing, number, error);
+    faults::Arm(failing, number, ENOENT);
     do {
       gLastError = kKept;
       result = calls[made].make();
     } while (result == calls[made].result && gLastError == 0 && ++made != calls.size());
     const uint32_t code = std::exchange(gLastError, 0);
     const bool failed = faults::Disarm();
-    EXPECT_TRUE(failed || made == calls.size()) << calls[0].text;
-    std::ostringstream outcome;
-    if (failed && made == calls.size()) outcome << "-";
-    if (failed && made != calls.size()) {
-      outcome << calls[made].Name() << ' ';
-      if (static_cast<uint32_t>(result) == E_FAIL) {
-        outcome << "E_FAIL";
-      } else {
-        outcome << static_cast<int32_t>(result);
-      }
-      outcome << '/' << (code == codeOfErrno ? "errno" : std::to_string(code));
-    }
-    // A failure does not change the registry, unless it happens while the new file is being
-    // written.
     const std::string registry = Stored();
-    if (!failed) written_ = registry;
+    std::string outcome;
+    if (!failed) {
+      EXPECT_EQ(made, calls.size()) << calls[made].text;
+      written_ = registry;
+    } else if (made == calls.size()) {
+      outcome = "succeeds";
+    } else {
+      const bool hresult = static_cast<uint32_t>(result) == E_FAIL;
+      outcome = calls[made].Name() + " " +
+                (hresult ? "E_FAIL" : std::to_string(static_cast<int32_t>(result))) + "/" +
+                std::to_string(code);
+    }
     if (failed && registry != kRegistry) {
-      outcome << (registry.empty() ? ", empty" : registry == written_ ? ", written" : ", damaged");
+      outcome += registry.empty() ? ", empty" : registry == written_ ? ", written" : ", damaged";
     }
     Reset();
     EXPECT_EQ(gAllocationCount, blocks);
     EXPECT_EQ(test::OpenDescriptors(), descriptors);
-    return outcome.str();
+    return outcome;
   }
 
-  // Returns one line for each libc call whose failure is reported, with the outcomes of its first
-  // failure, its second, and so on. For memory, the number of calls depends on the standard
-  // library, so the line lists only the different outcomes.
-  std::string Outcomes(const std::vector<Call>& calls, int error, uint32_t codeOfErrno) {
-    Outcome(calls, "none", 1, error, codeOfErrno);
+  // Compares the outcomes with a table. It has a line for each libc function whose failures have an
+  // effect, with the outcomes of its first failure, its second, and so on. For memory, the number
+  // of calls depends on the standard library, so the line lists only the different outcomes.
+  void ExpectFailures(const std::string& expected, const std::vector<Call>& calls) {
+    Outcome(calls, "none", 1);
     std::istringstream names(kFailing);
     std::string table;
     for (std::string failing; names >> failing;) {
       std::string line, outcome;
       std::set<std::string> kinds;
-      for (uint32_t number = 1;
-           !(outcome = Outcome(calls, failing, number, error, codeOfErrno)).empty(); ++number) {
+      for (uint32_t number = 1; !(outcome = Outcome(calls, failing, number)).empty(); ++number) {
         reached_.insert(failing);
         if (failing != "malloc" || kinds.insert(outcome).second) line += "; " + outcome;
       }
-      if (line.find_first_not_of("; -") != std::string::npos) {
+      if (std::regex_search(line, std::regex("[/,]")))
         table += failing + ": " + line.substr(2) + "\n";
-      }
     }
-    return table;
-  }
-
-  std::string Sweep(const std::vector<Call>& calls) {
-    const std::string table = Outcomes(calls, ENOENT, 5);
-    for (const auto& [error, code] :
-         std::initializer_list<std::pair<int, uint32_t>>{{EEXIST, 4}, {EINVAL, 2}, {EROFS, 6}}) {
-      EXPECT_EQ(Outcomes(calls, error, code), table) << error;
-    }
-    EXPECT_EQ(Outcomes(calls, EIO, 99), std::regex_replace(table, std::regex("errno"), "16"));
+    // The name of an only call goes without saying.
+    if (calls.size() == 1) table = std::regex_replace(table, std::regex(calls[0].Name() + " "), "");
+    EXPECT_EQ(table, expected) << calls[0].text;
     if (__lsan_do_recoverable_leak_check != nullptr) {
       EXPECT_EQ(__lsan_do_recoverable_leak_check(), 0) << calls[0].text;
     }
-    return table;
   }
 
   static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
@@ -255,12 +181,15 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
   ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
   Describe();
   const char* file = file_.c_str();
-  const std::vector<Call> groups[] = {
-      {CALL((block_ = AllocAndZeroMem(8)) != nullptr, 1),
-       CALL((FillMemory(block_, 2, 0x1FE), 0), 0),
-       CALL(CopyMemory(data_, block_, 3) + (data_[1] != 0xFE) + data_[2], 0),
-       CALL((ZeroMemory(nullptr, 8), 0), 0), CALL((FillMemory(nullptr, 8, 1), 0), 0),
-       CALL((FreeMem(std::exchange(block_, nullptr)), 0), 0)},
+  ExpectFailures("malloc: AllocAndZeroMem 0/1\n",
+                 {CALL((block_ = AllocAndZeroMem(8)) != nullptr, 1),
+                  CALL((FillMemory(block_, 2, 0x1FE), 0), 0),
+                  CALL(CopyMemory(data_, block_, 3) + (data_[1] != 0xFE) + data_[2], 0),
+                  CALL((ZeroMemory(nullptr, 8), 0), 0), CALL((FillMemory(nullptr, 8, 1), 0), 0),
+                  CALL((FreeMem(std::exchange(block_, nullptr)), 0), 0)});
+  ExpectFailures(
+      "open: CreateFile 0/5\nread: ReadFile 0/5\nwrite: WriteFile 0/5\nlseek: SetFilePointer -1/5\n"
+      "fstat: GetFileSize -1/5\n",
       {CALL((handle_ = CreateFile(file, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
                                   nullptr)) != INVALID_HANDLE_VALUE,
             1),
@@ -269,34 +198,68 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
        CALL(WriteFile(handle_, "x", 1, &length_, nullptr), 1),
        CALL(SetFilePointer(handle_, 1, nullptr, FILE_BEGIN), 1),
        CALL(CloseHandle(std::exchange(handle_, INVALID_HANDLE_VALUE)), 1),
-       CALL(CloseHandle(INVALID_HANDLE_VALUE), 1)},
-      {CALL((block_ = OSCL_ReadFile(file, nullptr, &length_)) != nullptr, 1)},
-      {CALL(OSCL_WriteFile(file, "x", 1), S_OK)},
-      {CALL(OSCL_AppendFile(file, "x", 1), S_OK)},
+       CALL(CloseHandle(INVALID_HANDLE_VALUE), 1)});
+  ExpectFailures("malloc: 0/1\nopen: 0/5\nread: 0/5\nfstat: 0/5\n",
+                 {CALL((block_ = OSCL_ReadFile(file, nullptr, &length_)) != nullptr, 1)});
+  ExpectFailures("open: E_FAIL/5\nwrite: E_FAIL/5\n", {CALL(OSCL_WriteFile(file, "x", 1), S_OK)});
+  ExpectFailures("write: E_FAIL/5\n", {CALL(OSCL_AppendFile(file, "x", 1), S_OK)});
+  ExpectFailures(
+      "dlopen: LoadLibrary 0/5\ndlsym: GetProcAddress 0/0; succeeds\ndlclose: FreeLibrary 0/16\n",
       {CALL((errno = EEXIST, module_ = LoadLibrary("libkalodll.so")) != nullptr && errno == EEXIST,
             1),
        CALL(GetProcAddress(module_, "KaloInit3") != nullptr, 1),
-       CALL(GetProcAddress(module_, "no such function"), 0), CALL(FreeLibrary(module_), 1)},
-      {CALL(GetVersionEx(&info_), 1)},
+       CALL(GetProcAddress(module_, "no such function"), 0), CALL(FreeLibrary(module_), 1)});
+  ExpectFailures("fopen: 0/5\n", {CALL(GetVersionEx(&info_), 1)});
+  ExpectFailures(
+      "lock: EnterCriticalSection 0/77\nunlock: LeaveCriticalSection 0/77\n"
+      "pthread_mutex_init: InitializeCriticalSection 0/77\n"
+      "pthread_mutex_destroy: DeleteCriticalSection 0/77\n",
       {CALL((InitializeCriticalSection(&section_), 0), 0),
        CALL((EnterCriticalSection(&section_), 0), 0), CALL((LeaveCriticalSection(&section_), 0), 0),
-       CALL((DeleteCriticalSection(&section_), 0), 0)},
-      {CALL(QueryPerformanceFrequency(&ticks_), 1)},
-      {CALL(QueryPerformanceCounter(&ticks_), 1)},
-      {CALL((Sleep(1), 0), 0)},
-      {CALL(RegOpenKeyEx(HKEY_CURRENT_USER, kKey, 0, 0, &key_), 0)},
-      {CALL(RegQueryValueExA(1, kValue, nullptr, nullptr, data_, &length_), 0)},
-      {CALL(RegSetValueEx(1, "set", 0, REG_SZ, "text", 5), 0)},
-      {CALL(ReadSetting(USER_FEATURE_STRING), 0)},
-      {CALL(ReadSetting(USER_FEATURE_NUMBER32_A), 0)},
-      {CALL(ReadSetting(USER_FEATURE_MULTI_STRING), 0)},
-      {CALL(OSCL_UserFeature_WriteValues(nullptr, &toWrite_), 0)},
-      {CALL(OSCL_UserFeature_EnableNotification(nullptr, &watch_), 0)}};
-  std::string table;
-  for (const std::vector<Call>& calls : groups) table += Sweep(calls);
-  EXPECT_EQ(table, kFailures);
+       CALL((DeleteCriticalSection(&section_), 0), 0)});
+  ExpectFailures("clock_getres: 0/77\n", {CALL(QueryPerformanceFrequency(&ticks_), 1)});
+  ExpectFailures("clock_getres: 0/77\nclock_gettime: 0/77\n",
+                 {CALL(QueryPerformanceCounter(&ticks_), 1)});
+  ExpectFailures("usleep: 0/77\n", {CALL((Sleep(1), 0), 0)});
+  ExpectFailures("malloc: 1/1\nfopen: 9/9\nfread: 15/15\n",
+                 {CALL(RegOpenKeyEx(HKEY_CURRENT_USER, kKey, 0, 0, &key_), 0)});
+  ExpectFailures("malloc: 1/1\nfopen: 9/9; 9/9\nfread: 7/7; 7/7\n",
+                 {CALL(RegQueryValueExA(1, kValue, nullptr, nullptr, data_, &length_), 0)});
+  ExpectFailures(
+      "malloc: 1/1\nfstat: succeeds, written; succeeds, written\n"
+      "fopen: 9/9; 9/9; 10/10\nfread: 7/7; 7/7\nfwrite: 10/10, empty\n"
+      "fclose: succeeds, written; succeeds, written; 10/10, written\n",
+      {CALL(RegSetValueEx(1, "set", 0, REG_SZ, "text", 5), 0)});
+  for (const uint32_t kind : {USER_FEATURE_STRING, USER_FEATURE_NUMBER32_A}) {
+    ExpectFailures(
+        "malloc: 1/1; E_FAIL/0; succeeds\nfopen: 9/9; succeeds; succeeds\n"
+        "fread: 15/15; succeeds; succeeds\n",
+        {CALL(ReadSetting(kind), 0)});
+  }
+  ExpectFailures(
+      "malloc: 1/1; E_FAIL/0\nfopen: 9/9; E_FAIL/0; E_FAIL/0\n"
+      "fread: 15/15; E_FAIL/0; E_FAIL/0\n",
+      {CALL(ReadSetting(USER_FEATURE_MULTI_STRING), 0)});
+  ExpectFailures(
+      "malloc: 1/1; E_FAIL/0; 1/0\n"
+      "fstat: succeeds, written; succeeds, written; succeeds, written\n"
+      "fopen: 9/9; 9/0; 9/0; 10/0\nfread: 15/15; 7/0; 7/0\nfwrite: 10/0, empty\n"
+      "fclose: succeeds, written; succeeds, written; succeeds, written; 10/0, written\n",
+      {CALL(OSCL_UserFeature_WriteValues(nullptr, &toWrite_), 0)});
+  ExpectFailures("malloc: E_FAIL/1; 1/1\nfopen: 9/9\nfread: 15/15\n",
+                 {CALL(OSCL_UserFeature_EnableNotification(nullptr, &watch_), 0)});
   std::istringstream names(kFailing);
   for (std::string name; names >> name;) EXPECT_EQ(reached_.count(name), 1u) << name;
+}
+
+TEST_F(Compatibility, translates_each_errno) {
+  ASSERT_TRUE(faults::Install());
+  for (const auto& [error, code] : std::initializer_list<std::pair<int, uint32_t>>{
+           {ENOENT, 5}, {EEXIST, 4}, {EINVAL, 2}, {EROFS, 6}, {EIO, 16}, {EACCES, 16}}) {
+    faults::Arm("open", 1, error);
+    ExpectCode(code, {CALL(OSCL_WriteFile(file_.c_str(), "x", 1), E_FAIL)});
+    EXPECT_TRUE(faults::Disarm());
+  }
 }
 
 TEST_F(Compatibility, has_stubs_that_succeed) {
