@@ -163,7 +163,7 @@ void ControlServer::AddFaultFromNow(const FaultKind& kind, const std::string& va
   Fault& fault = instruction.faults.back();
   fault.origin = common::Format("tell {} {}", kind.option, value);
   engine_->Announce(fault.origin);
-  engine_->AddFaultFromNow(fault);
+  engine_->AddFault(fault);
 }
 
 std::string ControlServer::Answer(const std::string& request) {

@@ -44,16 +44,9 @@ Guid ParseGuid(const std::string& text) {
   return guid;
 }
 
-Reply EchoReply(const Bytes& request, std::uint32_t status) {
-  Reply reply;
-  reply.message = request;
+Reply EchoReply(const Bytes& request, std::uint32_t status, std::optional<Bytes> privateData) {
+  Reply reply{request, std::move(privateData)};
   SetWordAt(&*reply.message, kStatusOffset, status);
-  return reply;
-}
-
-Reply EchoReply(const Bytes& request, std::uint32_t status, Bytes privateData) {
-  Reply reply = EchoReply(request, status);
-  reply.privateData = std::move(privateData);
   return reply;
 }
 

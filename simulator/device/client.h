@@ -44,9 +44,9 @@ struct Reply {
 // may call the engine, for example to lose the device. When it throws, the client stays silent.
 using Responder = std::function<Reply(const Bytes& request)>;
 
-// Returns a reply with the request's header and body, and with `status`.
-Reply EchoReply(const Bytes& request, std::uint32_t status = 0);
-// Returns the same reply, followed by a message of private data.
-Reply EchoReply(const Bytes& request, std::uint32_t status, Bytes privateData);
+// Returns a reply with the request's header and body, and with `status`. Private data, if there is
+// any, follows as a message of its own.
+Reply EchoReply(const Bytes& request, std::uint32_t status = 0,
+                std::optional<Bytes> privateData = std::nullopt);
 
 }  // namespace zulisim

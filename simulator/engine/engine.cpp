@@ -180,7 +180,8 @@ Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t l
     Queue(connection, *planned, record->commandId);
     return Finish(&task, static_cast<std::int64_t>(count));
   }
-  const Responder responder = ResponderFor(client, record->commandId);
+  const auto found = responders_.find(client.name);
+  const Responder responder = found == responders_.end() ? Responder() : found->second;
 
   // Meanwhile the connection may be closed or lost, so Queue looks it up again.
   lock.unlock();
@@ -232,12 +233,6 @@ Engine::MessageQueue Engine::TakeKeptReplies(const Client& client) {
   MessageQueue queue = std::move(found->second);
   keptReplies_.erase(found);
   return queue;
-}
-
-Responder Engine::ResponderFor(const Client& client, std::optional<std::uint32_t> command) const {
-  auto found = command ? responders_.find({client.name, command}) : responders_.end();
-  if (found == responders_.end()) found = responders_.find({client.name, std::nullopt});
-  return found == responders_.end() ? Responder() : found->second;
 }
 
 void Engine::Queue(std::uint64_t connection, const Reply& reply,
@@ -363,11 +358,10 @@ const Client& Engine::ClientNamed(const std::string& name) const {
                               common::Joined(known));
 }
 
-void Engine::SetResponder(const std::string& client, std::optional<std::uint32_t> command,
-                          Responder responder) {
+void Engine::SetResponder(const std::string& client, Responder responder) {
   ClientNamed(client);
   std::lock_guard<std::mutex> lock(mutex_);
-  responders_[{client, command}] = std::move(responder);
+  responders_[client] = std::move(responder);
 }
 
 void Engine::AddReply(const ReplyRule& rule) {
@@ -399,14 +393,7 @@ void Engine::SetIoctl(std::uint32_t request, IoctlHandler handler) {
 void Engine::AddFault(const Fault& fault) {
   if (!fault.scope.client.empty()) ClientNamed(fault.scope.client);
   std::lock_guard<std::mutex> lock(mutex_);
-  const std::uint64_t counted = counts_[static_cast<std::size_t>(fault.operation)];
-  faults_.Add(fault, fault.scope.IsAll() ? counted : 0);
-}
-
-void Engine::AddFaultFromNow(const Fault& fault) {
-  if (!fault.scope.client.empty()) ClientNamed(fault.scope.client);
-  std::lock_guard<std::mutex> lock(mutex_);
-  faults_.Add(fault, 0);
+  faults_.Add(fault);
 }
 
 void Engine::ClearFaults() {
@@ -430,18 +417,6 @@ void Engine::Announce(const std::string& text) {
   Notify(DeviceEvent{Now(), text});
 }
 
-void Engine::FailNext(Operation operation, int error, std::uint64_t times) {
-  AddFaultFromNow({operation, 1, times, ErrnoFault{error}});
-}
-
-void Engine::ShortenNext(Operation operation, std::size_t count) {
-  AddFaultFromNow({operation, 1, 1, ShortCount{count}});
-}
-
-void Engine::LoseDeviceAtNext(Operation operation, std::uint64_t times, const DeviceLoss& loss) {
-  AddFaultFromNow({operation, 1, times, loss});
-}
-
 std::uint64_t Engine::Count(Operation operation) const {
   std::lock_guard<std::mutex> lock(mutex_);
   return counts_[static_cast<std::size_t>(operation)];
@@ -463,11 +438,6 @@ std::vector<InstructionCount> Engine::InstructionCounts() const {
 std::vector<OperationRecord> Engine::Records() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return records_;
-}
-
-void Engine::ClearRecords() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  records_.clear();
 }
 
 std::vector<Bytes> Engine::Requests(const std::string& client) const {

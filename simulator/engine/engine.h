@@ -60,24 +60,17 @@ class Engine : public Device {
 
   // --- Instructions. ---
 
-  // Sets how `client` answers `command` or, without a command, all commands that have no responder.
-  // Throws std::invalid_argument for an unknown client.
-  void SetResponder(const std::string& client, std::optional<std::uint32_t> command,
-                    Responder responder);
-  void SetResponder(const std::string& client, Responder responder) {
-    SetResponder(client, std::nullopt, std::move(responder));
-  }
+  // Sets how `client` answers. Throws std::invalid_argument for an unknown client.
+  void SetResponder(const std::string& client, Responder responder);
   // Adds a rule, which precedes all responders. Throws std::invalid_argument for an unknown client.
   void AddReply(const ReplyRule& rule);
   // Releases the replies that are held, and returns their number.
   std::size_t ReleaseReplies();
   // Adds an ioctl request, which works before and after the connect.
   void SetIoctl(std::uint32_t request, IoctlHandler handler);
-  // Throws std::invalid_argument for a fault that can never happen.
+  // Adds a fault, which counts operations from now on. Throws std::invalid_argument for a fault
+  // that can never happen.
   void AddFault(const Fault& fault);
-  // Adds a fault that counts operations from now on. Throws std::invalid_argument for a fault that
-  // can never happen.
-  void AddFaultFromNow(const Fault& fault);
   void ClearFaults();
   // Loses the device now.
   void LoseDevice(const DeviceLoss& loss = {});
@@ -85,10 +78,6 @@ class Engine : public Device {
   void RestoreDevice();
   // Shows observers an event between the operations before and after this call.
   void Announce(const std::string& text);
-  // Shorthands for faults at the next `times` operations of a kind.
-  void FailNext(Operation operation, int error, std::uint64_t times = 1);
-  void ShortenNext(Operation operation, std::size_t count);
-  void LoseDeviceAtNext(Operation operation, std::uint64_t times = 1, const DeviceLoss& loss = {});
 
   // --- Results. ---
 
@@ -98,7 +87,6 @@ class Engine : public Device {
   // Return how often each fault, then each reply rule, has happened, in the order of adding.
   std::vector<InstructionCount> InstructionCounts() const;
   std::vector<OperationRecord> Records() const;
-  void ClearRecords();  // does not reset the counts
   // Returns the requests that the client took, in order.
   std::vector<Bytes> Requests(const std::string& client) const;
 
@@ -146,7 +134,6 @@ class Engine : public Device {
   Result Connect(Task* task, void* record);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeKeptReplies(const Client& client);
-  Responder ResponderFor(const Client& client, std::optional<std::uint32_t> command) const;
   const Client* ClientOf(const Bytes& connectRecord) const;
   void Queue(std::uint64_t connection, const Reply& reply, std::optional<std::uint32_t> command);
 
@@ -156,7 +143,7 @@ class Engine : public Device {
   mutable std::mutex mutex_;         // guards the members below
   std::condition_variable changed_;  // signalled when a connection's state or queue changes
   std::map<std::uint64_t, Connection> connections_;
-  std::map<std::pair<std::string, std::optional<std::uint32_t>>, Responder> responders_;
+  std::map<std::string, Responder> responders_;  // by client
   std::map<std::uint32_t, IoctlHandler> ioctls_;
   ReplyPlan replies_;
   FaultPlan faults_;

@@ -29,13 +29,13 @@ bool FaultScope::operator==(const FaultScope& other) const {
 }
 
 bool Fault::AppliesTo(Operation kind, std::uint64_t occurrence) const {
-  return kind == operation && When().Include(occurrence) &&
+  return kind == operation && when.Include(occurrence) &&
          (probability >= 1 || Draw(seed, occurrence) < probability);
 }
 
 std::optional<std::string> FaultError(const Fault& fault) {
-  if (fault.first == 0) return "positions count from 1";
-  if (fault.times == 0) return "a fault must happen at least once";
+  if (fault.when.first == 0) return "positions count from 1";
+  if (fault.when.times == 0) return "a fault must happen at least once";
   if (!(fault.probability > 0 && fault.probability <= 1)) {
     return "the probability must be above 0 and at most 1";
   }
@@ -70,12 +70,11 @@ std::string InstructionCount::Text() const {
                         common::Counted(seen, unit));
 }
 
-void FaultPlan::Add(const Fault& fault, std::uint64_t seen) {
+void FaultPlan::Add(const Fault& fault) {
   if (const auto error = FaultError(fault)) throw std::invalid_argument(*error);
-  const bool isCertain = fault.probability >= 1 && fault.times != kForever;
+  const bool isCertain = fault.probability >= 1 && fault.when.times != kForever;
   entries_.push_back(
-      {fault,
-       {fault.origin, OperationName(fault.operation), isCertain ? fault.times : 1, seen, 0}});
+      {fault, {fault.origin, OperationName(fault.operation), isCertain ? fault.when.times : 1}});
 }
 
 const Fault* FaultPlan::Next(Operation operation, const FaultScope& scope) {

@@ -95,14 +95,12 @@ struct InstructionCount {
   std::string Text() const;
 };
 
-// Applies to the operations `first` to `first + times - 1` of a kind. Without a scope, the engine
-// counts all operations of the kind from 1, failed ones included. With a scope, it counts those in
-// the scope since the fault was added.
+// Applies to some operations of a kind. The engine counts those in the scope since the fault was
+// added, including failed ones.
 struct Fault {
   Operation operation = Operation::kRead;
-  std::uint64_t first = 1;
-  std::uint64_t times = 1;
   FaultEffect effect = ErrnoFault{};
+  Occurrences when = {};
   // If this is below 1, the fault applies to only some of them. The choice depends only on the seed
   // and the number of the operation, so it is the same in every run.
   double probability = 1;
@@ -110,7 +108,6 @@ struct Fault {
   FaultScope scope = {};
   std::string origin = {};  // "--lose read:3" or "loss.toml:7"
 
-  Occurrences When() const { return {first, times}; }
   bool AppliesTo(Operation kind, std::uint64_t occurrence) const;
 };
 
@@ -121,8 +118,8 @@ std::optional<std::string> FaultError(const Fault& fault);
 // an operation, the one that was added first applies. Not thread-safe.
 class FaultPlan {
  public:
-  // Starts the count at `seen`. Throws std::invalid_argument with the text of FaultError.
-  void Add(const Fault& fault, std::uint64_t seen);
+  // Throws std::invalid_argument with the text of FaultError.
+  void Add(const Fault& fault);
   void Clear() { entries_.clear(); }
   // Counts one operation. Returns the fault that applies to it, or null.
   const Fault* Next(Operation operation, const FaultScope& scope);

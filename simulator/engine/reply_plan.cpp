@@ -37,7 +37,7 @@ std::optional<std::string> ReplyError(const ReplyRule& rule) {
 
 void ReplyPlan::Add(const ReplyRule& rule) {
   const bool isBounded = rule.at && rule.at->times != kForever;
-  entries_.push_back({rule, {rule.origin, "request", isBounded ? rule.at->times : 1, 0, 0}});
+  entries_.push_back({rule, {rule.origin, "request", isBounded ? rule.at->times : 1}});
 }
 
 std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& request) {

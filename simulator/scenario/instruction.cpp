@@ -131,27 +131,18 @@ FaultEffect ParseRefusal(Value value) {
 FaultEffect ParseNoReply(Value) { return ReplyFault{}; }
 
 Fields<Fault> FaultFields(Scenario* scenario) {
-  const auto setWhen = [](Value value, Fault* fault) {
-    const Occurrences when = ParseOccurrences(value);
-    fault->first = when.first;
-    fault->times = when.times;
+  const auto client = [=](Value name) { return ClientOf(scenario, name).name; };
+  const auto inScope = [](auto set) {
+    return [=](Value value, Fault* fault) { set(value, &fault->scope); };
   };
-  const auto setClient = [=](Value name, Fault* fault) {
-    fault->scope.client = ClientOf(scenario, name).name;
-  };
-  const auto setCommand = [](Value value, Fault* fault) {
-    fault->scope.command = ParseCommand(value);
-  };
-  const auto setConnection = [](Value value, Fault* fault) {
-    fault->scope.connection = ParseConnection(value);
-  };
-  Fields<Fault> fields = {{"operation", "NAME", Set(&Fault::operation, ParseOperation)},
-                          {"at", "WHEN", setWhen},
-                          {"client", "NAME", setClient},
-                          {"command", "N", setCommand},
-                          {"connection", "N", setConnection},
-                          {"probability", "NUMBER", Set(&Fault::probability, ParseProbability)},
-                          {"seed", "N", Set(&Fault::seed, ParseSeed)}};
+  Fields<Fault> fields = {
+      {"operation", "NAME", Set(&Fault::operation, ParseOperation)},
+      {"at", "WHEN", Set(&Fault::when, ParseOccurrences)},
+      {"client", "NAME", inScope(Set(&FaultScope::client, client))},
+      {"command", "N", inScope(Set(&FaultScope::command, ParseCommand))},
+      {"connection", "N", inScope(Set(&FaultScope::connection, ParseConnection))},
+      {"probability", "NUMBER", Set(&Fault::probability, ParseProbability)},
+      {"seed", "N", Set(&Fault::seed, ParseSeed)}};
   for (const FaultKind& kind : FaultKinds()) {
     fields.push_back({kind.key, kind.value, Set(&Fault::effect, kind.parse)});
   }
@@ -303,7 +294,7 @@ void ReadReply(const Instruction& instruction, const MistakeSink& report, Scenar
 void ReadFault(const Instruction& instruction, const MistakeSink& report, Scenario* scenario) {
   Fault fault;
   fault.origin = instruction.origin;
-  fault.times = kForever;
+  fault.when.times = kForever;
   fault.seed = instruction.seed + (scenario->faults.size() + 1) * kSeedStep;
   const bool isGood = SetFields(instruction, "a fault", FaultFields(scenario), report, &fault);
   std::vector<std::string> kinds;

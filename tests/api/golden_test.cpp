@@ -48,7 +48,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
       if (!isdigit(words_.back()[0])) words_.push_back("1");
       for (const std::string& word : words_) {
         if (!isdigit(word[0])) continue;
-        engine.AddFault({operation, Count(operation) + std::stoul(word), 1, effect});
+        engine.AddFault({operation, effect, {std::stoul(word), 1}});
       }
     } else if (Word(0) == "answer") {
       negative = Has("negative");

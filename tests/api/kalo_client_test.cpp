@@ -41,7 +41,7 @@ class Clients : public LibraryTest {
 
 TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   kalo::Client client;
-  engine.FailNext(Operation::kOpen, ENOENT);
+  engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
   EXPECT_EQ(Send(client), "not sent, zeros");
   EXPECT_EQ(last_.text, "Cannot open ZULI device.");
   EXPECT_EQ(last_.status, KALO_DLL_STATUS_FAILURE);
@@ -60,7 +60,7 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   EXPECT_EQ(Send(client, 15), "not sent, zeros");
   EXPECT_EQ(last_.status, KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL);
   const uint64_t opened = Count(Operation::kOpen);
-  engine.FailNext(Operation::kRead, EIO);
+  engine.AddFault({Operation::kRead, zulisim::ErrnoFault{EIO}});
   EXPECT_EQ(Send(client), "unknown, zeros");
   EXPECT_EQ(last_.text, "Error reading message from ZULI.");
   EXPECT_EQ(engine.OpenDescriptors(), 0u) << "the client closed its handle";
@@ -69,7 +69,7 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   // Other code used the session and lost its connection. The client then does not use the session
   // and opens a new one.
   engine.LoseDevice();
-  engine.FailNext(Operation::kOpen, ENOENT);
+  engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
   Bytes message = Message(0x10);
   EXPECT_EQ(StartIo3(state.kaloSessionA, message.data(), 32, message.data(), 32), 1u);
   EXPECT_EQ(Send(client), "not sent, zeros");

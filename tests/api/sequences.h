@@ -80,7 +80,7 @@ class SequencesTest : public CallsTest {
     for (const auto& [operation, first, times, error] : step.faults) {
       zulisim::FaultEffect effect = zulisim::ErrnoFault{error};
       if (error == ENODEV) effect = zulisim::DeviceLoss{};
-      engine.AddFault({operation, Count(operation) + 1 + first, times, effect});
+      engine.AddFault({operation, effect, {1 + first, times}});
     }
     Arguments arguments(step.shape, step.tag, step.command);
     arguments.values = step.params;

@@ -42,10 +42,10 @@ void Cycle(const char* path, zulisim::Engine& engine) {
   Require(Find<decltype(FenuInit3)>(library, "FenuInit3")(&handles[1]) == 0, "FenuInit3");
   for (void* handle : handles) {
     Require(send(handle, message, 64, message, 64) == 0, "a command");
-    engine.LoseDeviceAtNext(Operation::kRead);
+    engine.AddFault({Operation::kRead, zulisim::DeviceLoss{}});
     Require(send(handle, message, 64, message, 64) == 0, "a command that meets a loss");
     Require(send(handle, message, 8, message, 64) == 3, "a short request");
-    engine.FailNext(Operation::kWrite, EIO);
+    engine.AddFault({Operation::kWrite, zulisim::ErrnoFault{EIO}});
     Require(send(handle, message, 64, message, 64) == 1, "a command that fails");
     engine.ClearFaults();
   }

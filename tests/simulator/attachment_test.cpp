@@ -133,7 +133,7 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   EXPECT_EQ(engine.Count(Operation::kWrite), 2u);
   EXPECT_EQ(close(third), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
-  engine.FailNext(Operation::kClose, EIO);
+  engine.AddFault({Operation::kClose, ErrnoFault{EIO}});
   EXPECT_EQ(dup2(second, file), file);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }

@@ -50,11 +50,11 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   const std::string path = SocketPath();
   constexpr std::size_t kThreads = 12, kRounds = 20;
   Engine engine;
-  engine.SetResponder("KALO", 0x99, [](const Bytes& request) {
-    Reply reply = EchoReply(request);
-    reply.latency = std::chrono::minutes(1);
-    return reply;
-  });
+  ReplyRule slow;
+  slow.client = "KALO";
+  slow.command = 0x99;
+  slow.latency = std::chrono::minutes(1);
+  engine.AddReply(slow);
   auto server = std::make_unique<DeviceServer>(engine, path);
   std::vector<std::thread> threads;
   for (std::size_t number = 0; number < kThreads; ++number) {

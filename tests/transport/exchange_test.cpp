@@ -86,7 +86,7 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   EXPECT_EQ(records[0].openMode, 0x101000u);
   EXPECT_EQ(records[1].request, 0xC0104801u);
   engine.SetResponder("KALO", [](const auto&) { return zulisim::Reply{Bytes(4, 'r'), {}}; });
-  engine.ShortenNext(Operation::kWrite, 20);
+  engine.AddFault({Operation::kWrite, zulisim::ShortCount{20}});
   EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
   EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
   // Callers can rely on errno, including zero, whatever the sinks do.
@@ -100,8 +100,8 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
 TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
   // Each of the five operations reports the closed descriptor in a different way.
   for (uint64_t i = 1; i <= 5; ++i) {
-    engine.AddFault({Operation::kRead, i, 1, zulisim::DeviceLoss{}});
-    engine.AddFault({Operation::kClose, i, 1, zulisim::ErrnoFault{static_cast<int>(EIO + i)}});
+    engine.AddFault({Operation::kRead, zulisim::DeviceLoss{}, {i, 1}});
+    engine.AddFault({Operation::kClose, zulisim::ErrnoFault{static_cast<int>(EIO + i)}, {i, 1}});
   }
   errno = 0;
   EXPECT_EQ(session_->ReadFromZuli(out_, 32), -1);
@@ -111,7 +111,7 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
   for (const auto& [operation, text] :
        {std::pair(Operation::kWrite, "Error writing message to ZULI."),
         std::pair(Operation::kRead, "Error reading message from ZULI.")}) {
-    engine.FailNext(operation, EIO);
+    engine.AddFault({operation, zulisim::ErrnoFault{EIO}});
     ClientSession* const session = state.kaloSessionA;
     EXPECT_EQ(StartIoEx3(session, in_, 32, out_, 32, nullptr, nullptr), 1u);
     EXPECT_STREQ(state.apiErrorText, text);
@@ -124,8 +124,7 @@ TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
   constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
   engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
   for (uint64_t i = 0; i < 4; ++i) {  // a reconnect is the same kind of ioctl
-    engine.AddFault(
-        {Operation::kIoctl, Count(Operation::kIoctl) + 1 + 2 * i, 1, zulisim::DeviceLoss{}});
+    engine.AddFault({Operation::kIoctl, zulisim::DeviceLoss{}, {1 + 2 * i, 1}});
   }
   int argument[4] = {};  // the size that the request encodes
   session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);

@@ -12,7 +12,7 @@ int main() {
   kalo::Client client;
   unsigned char request[64] = {0, 0, 0, 0, 0x10}, reply[64];
   assert(client.Send(request, 64, reply, 64).outcome == kalo::Outcome::kDone);
-  engine.LoseDeviceAtNext(zulisim::Operation::kRead, 5);
+  engine.AddFault({zulisim::Operation::kRead, zulisim::DeviceLoss{}, {1, 5}});
   assert(client.Send(request, 64, reply, 64).outcome == kalo::Outcome::kUnknown);
   assert(client.Send(request, 64, reply, 64).outcome == kalo::Outcome::kDone);
   assert(engine.Requests("KALO").size() == 3);
