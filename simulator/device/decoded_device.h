@@ -10,30 +10,20 @@
 
 namespace zulisim {
 
-// Turns every call into a record. A derived class completes the record, and a decoder describes it
-// for the observers. Thread-safe.
+// A device whose operations a decoder describes for the observers. Thread-safe.
 class DecodedDevice : public Device {
- public:
-  Result Open(int flags, unsigned mode, int descriptor) final;
-  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) final;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking) final;
-  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) final;
-  Result Close(std::uint64_t connection, CloseReason reason) final;
-
  protected:
   // `clients` contains the names that belong to the GUIDs.
   explicit DecodedDevice(std::vector<Client> clients) : decoder_(std::move(clients)) {}
 
  private:
+  Result Perform(OperationRecord record, void* target, bool nonBlocking) final;
   // Fills in what the program gets, and the connection of an open that succeeds. The output goes to
   // `target` too, unless that is null. Returns false for an abandoned close of a connection that is
   // not open: observers do not see it.
-  virtual bool Perform(OperationRecord* record, void* target, bool nonBlocking) = 0;
+  virtual bool Execute(OperationRecord* record, void* target, bool nonBlocking) = 0;
   // Runs after the observers saw the close.
   virtual void OnClosed(std::uint64_t connection) { static_cast<void>(connection); }
-
-  Result Run(OperationRecord record, void* target = nullptr, bool nonBlocking = false,
-             int descriptor = -1);
 
   std::mutex decoderMutex_;  // so that observers and the decoder see the same order
   OperationDecoder decoder_;

@@ -10,6 +10,10 @@
 
 namespace zulisim {
 
+// Sets the program's process and thread for the operations that the calling thread begins from now
+// on; 0 for unknown. Attachments call it before they call the device.
+void SetCaller(int process, int thread);
+
 // Serves "/dev/zuli": the engine in software, the kernel's own device, or the replay of a
 // recording. An attachment turns a program's calls into Open, Ioctl, Read, Write and Close. Each
 // call is one operation and every observer sees it. Thread-safe.
@@ -22,17 +26,16 @@ class Device {
 
   // `value` of the result is the number of the connection, which counts from 1. `descriptor` is the
   // program's number for it, or -1 when the attachment does not know it.
-  virtual Result Open(int flags, unsigned mode, int descriptor) = 0;
+  Result Open(int flags, unsigned mode, int descriptor);
   // `argument` holds as many bytes as the size field of `request` says, or is null.
-  virtual Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) = 0;
+  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument);
   // With `nonBlocking`, a read that would have to wait fails at once with EAGAIN.
-  virtual Result Read(std::uint64_t connection, void* buffer, std::size_t length,
-                      bool nonBlocking) = 0;
+  Result Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking);
   // `length` may exceed the size of `buffer` when it is above kLongestMessage.
-  virtual Result Write(std::uint64_t connection, const void* buffer, std::size_t length) = 0;
+  Result Write(std::uint64_t connection, const void* buffer, std::size_t length);
   // Ends the connection, even when the result is a failure. A read that waits on it returns. When
   // the program did not make the close and the connection is not open, nothing happens.
-  virtual Result Close(std::uint64_t connection, CloseReason reason) = 0;
+  Result Close(std::uint64_t connection, CloseReason reason);
 
   // The observer is not owned. It must live until it is removed or the device is destroyed.
   void AddObserver(OperationObserver* observer);
@@ -45,6 +48,10 @@ class Device {
   void Notify(const DeviceEvent& event);
 
  private:
+  // Performs the operation, completes its record and shows it to the observers. The record holds
+  // what the program passed. The output also goes to `target`, unless that is null.
+  virtual Result Perform(OperationRecord record, void* target, bool nonBlocking) = 0;
+
   std::mutex observersMutex_;
   std::vector<OperationObserver*> observers_;
 };

@@ -46,22 +46,6 @@ const std::vector<std::string>& ErrnoNames() {
   return names;
 }
 
-struct Caller {
-  int process = 0;
-  int thread = 0;
-};
-thread_local Caller caller;
-
-OperationRecord Begin(Operation operation, std::uint64_t connection) {
-  OperationRecord record;
-  record.process = caller.process;
-  record.thread = caller.thread;
-  record.operation = operation;
-  record.connection = connection;
-  record.start = Now();
-  return record;
-}
-
 }  // namespace
 
 const char* CloseReasonText(CloseReason reason) {
@@ -162,50 +146,9 @@ void RemoveBodies(OperationRecord* record) {
 
 std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }
 
-void SetCaller(int process, int thread) { caller = {process, thread}; }
-
 Bytes Copied(const void* buffer, std::size_t length) {
   const auto* bytes = static_cast<const std::uint8_t*>(buffer);
   return buffer == nullptr ? Bytes() : Bytes(bytes, bytes + length);
-}
-
-OperationRecord BeginOpen(int flags, unsigned mode) {
-  OperationRecord record = Begin(Operation::kOpen, 0);
-  record.openFlags = flags;
-  record.openMode = mode;
-  return record;
-}
-
-OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument) {
-  OperationRecord record = Begin(Operation::kIoctl, connection);
-  record.request = request;
-  record.hasBuffer = argument != nullptr;
-  record.input = Copied(argument, record.InputSize());
-  return record;
-}
-
-OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length) {
-  OperationRecord record = Begin(Operation::kRead, connection);
-  record.length = length;
-  record.hasBuffer = buffer != nullptr;
-  return record;
-}
-
-OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length) {
-  OperationRecord record = Begin(Operation::kWrite, connection);
-  record.length = length;
-  record.hasBuffer = buffer != nullptr;
-  record.input = Copied(buffer, record.InputSize());
-  return record;
-}
-
-OperationRecord BeginClose(std::uint64_t connection, CloseReason reason) {
-  OperationRecord record = Begin(Operation::kClose, connection);
-  if (reason == CloseReason::kProgramClosed) return record;
-  record.abandoned = true;
-  record.why = CloseReasonText(reason);
-  record.process = record.thread = 0;
-  return record;
 }
 
 }  // namespace zulisim

@@ -75,7 +75,7 @@ struct OperationRecord {
   // Filled in by the engine or, for other devices, by the decoder.
   std::uint64_t sequence = 0;    // 1 for the device's first operation, in order of completion
   std::uint64_t occurrence = 0;  // n for the n-th operation of its kind, in order of arrival
-  int descriptor = -1;           // the program's descriptor; -1 if it is unknown or there is none
+  int descriptor = -1;           // the program's descriptor; -1 if it is unknown
   std::string client;            // name of the client that is connected; empty before the connect
   Payload payload = Payload::kNone;
   std::optional<std::uint32_t> commandId;  // command of the exchange to which the message belongs
@@ -84,6 +84,11 @@ struct OperationRecord {
   bool IsConnect() const { return operation == Operation::kIoctl && request == kConnectRequest; }
   bool IsTransfer() const {
     return operation == Operation::kRead || operation == Operation::kWrite;
+  }
+  // Returns what a device returns: the result, or the connection of an open that succeeded.
+  Result ReturnValue() const {
+    const bool opened = operation == Operation::kOpen && error == 0;
+    return {opened ? static_cast<std::int64_t>(connection) : result, error};
   }
   // An error, or a reply with a negative status.
   bool IsFailure() const { return error != 0 || (status && IsNegative(*status)); }
@@ -107,17 +112,6 @@ void RemoveBodies(OperationRecord* record);
 
 // Returns the time on the monotonic clock.
 std::chrono::nanoseconds Now();
-
-// Sets the program's process and thread for the operations that the calling thread begins from now
-// on; 0 for unknown. Attachments call it before they call the device.
-void SetCaller(int process, int thread);
-
-// Return the record of an operation that begins now: what the program passed, and no result yet.
-OperationRecord BeginOpen(int flags, unsigned mode);
-OperationRecord BeginIoctl(std::uint64_t connection, std::uint32_t request, const void* argument);
-OperationRecord BeginRead(std::uint64_t connection, const void* buffer, std::size_t length);
-OperationRecord BeginWrite(std::uint64_t connection, const void* buffer, std::size_t length);
-OperationRecord BeginClose(std::uint64_t connection, CloseReason reason);
 
 // Returns a copy of the bytes at `buffer`; none for null.
 Bytes Copied(const void* buffer, std::size_t length);

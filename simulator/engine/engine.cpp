@@ -39,66 +39,95 @@ Engine::Engine(EngineOptions options)
   }
 }
 
-Result Engine::Open(int flags, unsigned mode, int descriptor) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  Task task = Begin(BeginOpen(flags, mode));
-  std::optional<Result> failure = ApplyFault(&task);
-  if (!failure && failingOpens_ > 0) {
+Result Engine::Perform(OperationRecord record, void* target, bool nonBlocking) {
+  std::unique_lock<std::mutex> lock(mutex_);
+  Task task;
+  task.target = target;
+  const auto found = connections_.find(record.connection);
+  if (found != connections_.end()) {
+    task.connection = &found->second;
+    record.descriptor = found->second.descriptor;
+    if (found->second.client != nullptr) record.client = found->second.client->name;
+  }
+  if (record.abandoned && task.connection == nullptr) return {};
+  record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
+  task.record = std::move(record);
+  switch (task.record.operation) {
+    case Operation::kOpen:
+      PerformOpen(&task);
+      break;
+    case Operation::kIoctl:
+      PerformIoctl(&task);
+      break;
+    case Operation::kRead:
+      PerformRead(&task, nonBlocking, &lock);
+      break;
+    case Operation::kWrite:
+      PerformWrite(&task, &lock);
+      break;
+    case Operation::kClose:
+      PerformClose(&task);
+      break;
+  }
+  task.record.sequence = nextSequence_++;
+  task.record.end = Now();
+  Notify(task.record);
+  const Result result = task.record.ReturnValue();
+  if (keepRecords_) records_.push_back(std::move(task.record));
+  return result;
+}
+
+void Engine::PerformOpen(Task* task) {
+  bool opens = ApplyFault(task);
+  if (opens && failingOpens_ > 0) {
     if (failingOpens_ != kForever) --failingOpens_;
     const std::string more = failingOpens_ == kForever ? "every open fails"
                              : failingOpens_ == 0
                                  ? "the next open succeeds"
                                  : common::Counted(failingOpens_, "more open") + " will fail";
-    failure = Fail(&task, openError_, "the device is still lost; " + more);
+    opens = Fail(task, openError_, "the device is still lost; " + more);
   }
-  if (failure) {
-    keptReplies_.clear();
-    return *failure;
-  }
-  const std::uint64_t number = nextConnection_++;
-  connections_[number].descriptor = descriptor;
-  task.record.connection = number;
-  task.record.descriptor = descriptor;
-  Finish(&task, 0);
-  return {static_cast<std::int64_t>(number), 0};
+  if (!opens) return keptReplies_.clear();
+  task->record.connection = nextConnection_++;
+  connections_[task->record.connection].descriptor = task->record.descriptor;
 }
 
-Result Engine::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  Task task = Begin(BeginIoctl(connection, request, argument));
-  OperationRecord* record = &task.record;
+void Engine::PerformIoctl(Task* task) {
+  OperationRecord* record = &task->record;
   record->output = record->input;
-  if (const auto failure = CheckDescriptor(&task)) return *failure;
-  if (request == kConnectRequest) return Connect(&task, argument);
-  const auto handler = ioctls_.find(request);
+  if (!CheckDescriptor(task)) return;
+  if (record->IsConnect()) return PerformConnect(task);
+  const auto handler = ioctls_.find(record->request);
   if (handler == ioctls_.end()) {
-    return Fail(&task, ENOTTY, "unknown ioctl request " + common::Hex(request));
+    Fail(task, ENOTTY, "unknown ioctl request " + common::Hex(record->request));
+    return;
   }
-  const int error = handler->second(argument);
-  record->output = Copied(argument, record->OutputSize());
-  return error == 0 ? Finish(&task, 0) : Fail(&task, error, "the handler of the request failed");
+  const int error = handler->second(task->target);
+  record->output = Copied(task->target, record->OutputSize());
+  if (error != 0) Fail(task, error, "the handler of the request failed");
 }
 
-Result Engine::Connect(Task* task, void* record) {
-  if (record == nullptr) return Fail(task, EFAULT, "the connect record is null or not readable");
+void Engine::PerformConnect(Task* task) {
+  OperationRecord* record = &task->record;
   Connection* connection = task->connection;
-  if (connection->client != nullptr)
-    return Fail(task, EBUSY, "the descriptor is already connected");
-  const Client* client = ClientOf(task->record.input);
-  if (client == nullptr) {
+  const Client* client = ClientOf(record->input);
+  if (!record->hasBuffer) {
+    Fail(task, EFAULT, "the connect record is null or not readable");
+  } else if (connection->client != nullptr) {
+    Fail(task, EBUSY, "the descriptor is already connected");
+  } else if (client == nullptr) {
     Guid guid;
-    std::memcpy(guid.data(), record, guid.size());
-    return Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
+    std::memcpy(guid.data(), record->input.data(), guid.size());
+    Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
+  } else {
+    connection->client = client;
+    connection->pending = TakeKeptReplies(*client);
+    SetWordAt(&record->output, 0, client->maxMessageLength);
+    SetWordAt(&record->output, 4, client->protocolVersion);
+    std::memcpy(task->target, record->output.data(), record->output.size());
+    record->client = client->name;
+    record->payload = Payload::kConnectRecord;
   }
-  connection->client = client;
-  connection->pending = TakeKeptReplies(*client);
-  Bytes* out = &task->record.output;
-  SetWordAt(out, 0, client->maxMessageLength);
-  SetWordAt(out, 4, client->protocolVersion);
-  std::memcpy(record, out->data(), out->size());
-  task->record.client = client->name;
-  task->record.payload = Payload::kConnectRecord;
-  return Finish(task, 0);
 }
 
 const Client* Engine::ClientOf(const Bytes& connectRecord) const {
@@ -110,20 +139,17 @@ const Client* Engine::ClientOf(const Bytes& connectRecord) const {
   return client == clients_.end() ? nullptr : &*client;
 }
 
-Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  Task task = Begin(BeginRead(connection, buffer, length));
-  if (const auto failure = CheckTransfer(&task)) return *failure;
-  if (length == 0) return Finish(&task, 0);
-  if (const auto failure = WaitForMessage(&task, nonBlocking, &lock)) return *failure;
-  MessageQueue* pending = &task.connection->pending;
+void Engine::PerformRead(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock) {
+  OperationRecord* record = &task->record;
+  if (!CheckTransfer(task) || record->length == 0) return;
+  if (!WaitForMessage(task, nonBlocking, lock)) return;
+  MessageQueue* pending = &task->connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
   changed_.notify_all();
-  const std::size_t count = TransferSize(&task, message.bytes.size());
+  const std::size_t count = TransferSize(task, message.bytes.size());
   // memcpy must not get a null pointer, even for 0 bytes.
-  if (count > 0) std::memcpy(buffer, message.bytes.data(), count);
-  OperationRecord* record = &task.record;
+  if (count > 0) std::memcpy(task->target, message.bytes.data(), count);
   record->payload = message.payload;
   record->commandId = message.commandId;
   if (message.payload == Payload::kReply) record->status = WordAt(message.bytes, kStatusOffset);
@@ -131,17 +157,16 @@ Result Engine::Read(std::uint64_t connection, void* buffer, std::size_t length, 
   if (count < message.bytes.size() && record->why.empty()) {
     record->why = common::Format("cut: the message has {} bytes", message.bytes.size());
   }
-  return Finish(&task, static_cast<std::int64_t>(count));
+  record->result = static_cast<std::int64_t>(count);
 }
 
-std::optional<Result> Engine::WaitForMessage(Task* task, bool nonBlocking,
-                                             std::unique_lock<std::mutex>* lock) {
+bool Engine::WaitForMessage(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock) {
   while (true) {
     const MessageQueue& pending = task->connection->pending;
     if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
     const auto ready = pending.front().ready;
     const bool isHeld = pending.front().held;
-    if (!isHeld && ready <= std::chrono::steady_clock::now()) return std::nullopt;
+    if (!isHeld && ready <= std::chrono::steady_clock::now()) return true;
     if (nonBlocking)
       return Fail(task, EAGAIN, "the reply is not ready and the read is non-blocking");
     if (isHeld) {
@@ -157,58 +182,52 @@ std::optional<Result> Engine::WaitForMessage(Task* task, bool nonBlocking,
   }
 }
 
-Result Engine::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
-  std::unique_lock<std::mutex> lock(mutex_);
-  Task task = Begin(BeginWrite(connection, buffer, length));
-  if (const auto failure = CheckTransfer(&task)) return *failure;
-  const Client& client = *task.connection->client;
-  if (length > client.maxMessageLength) {
-    return Fail(&task, EMSGSIZE,
-                common::Format("longer than {}'s maximum of {} bytes", client.name,
-                               client.maxMessageLength));
+void Engine::PerformWrite(Task* task, std::unique_lock<std::mutex>* lock) {
+  OperationRecord* record = &task->record;
+  if (!CheckTransfer(task)) return;
+  const Client& client = *task->connection->client;
+  if (record->length > client.maxMessageLength) {
+    Fail(task, EMSGSIZE,
+         common::Format("longer than {}'s maximum of {} bytes", client.name,
+                        client.maxMessageLength));
+    return;
   }
-  const std::size_t count = TransferSize(&task, length);
-  if (count == 0) return Finish(&task, 0);
-  OperationRecord* record = &task.record;
-  const Bytes request = Copied(buffer, count);
+  const std::size_t count = TransferSize(task, record->length);
+  record->result = static_cast<std::int64_t>(count);
+  if (count == 0) return;
   record->payload = Payload::kRequest;
+  const Bytes request = record->Message();
   record->commandId = WordAt(request, kCommandIdOffset);
-  task.connection->lastCommand = record->commandId;
-  std::optional<Reply> planned = replies_.Answer(client.name, request);
-  if (task.replyFault) planned = FaultyReply(*task.replyFault, request);
-  if (planned) {
-    Queue(connection, *planned, record->commandId);
-    return Finish(&task, static_cast<std::int64_t>(count));
-  }
+  task->connection->lastCommand = record->commandId;
+  std::optional<Reply> reply = replies_.Answer(client.name, request);
+  if (task->replyFault) reply = FaultyReply(*task->replyFault, request);
   const auto found = responders_.find(client.name);
-  const Responder responder = found == responders_.end() ? Responder() : found->second;
-
-  // Meanwhile the connection may be closed or lost, so Queue looks it up again.
-  lock.unlock();
-  Reply reply;
-  try {
-    reply = responder ? responder(request) : EchoReply(request);
-  } catch (const std::exception& e) {
-    record->why = std::string("the client stays silent: ") + e.what();
-  } catch (...) {
-    record->why = "the client stays silent: its responder failed";
+  if (!reply && found != responders_.end() && found->second) {
+    const Responder responder = found->second;
+    reply.emplace();
+    // Meanwhile the connection may be closed or lost, so Queue looks it up again.
+    lock->unlock();
+    try {
+      reply = responder(request);
+    } catch (const std::exception& e) {
+      record->why = std::string("the client stays silent: ") + e.what();
+    } catch (...) {
+      record->why = "the client stays silent: its responder failed";
+    }
+    lock->lock();
   }
-  lock.lock();
-  Queue(connection, reply, record->commandId);
-  return Finish(&task, static_cast<std::int64_t>(count));
+  Queue(record->connection, reply ? *reply : EchoReply(request), record->commandId);
 }
 
-Result Engine::Close(std::uint64_t connection, CloseReason reason) {
-  std::lock_guard<std::mutex> lock(mutex_);
-  const bool isOpen = connections_.count(connection) > 0;
-  if (!isOpen && reason != CloseReason::kProgramClosed) return {};
-  Task task = Begin(BeginClose(connection, reason));
-  if (task.connection == nullptr) return Fail(&task, EBADF, "the connection is not open");
-  connections_.erase(connection);
-  task.connection = nullptr;
+void Engine::PerformClose(Task* task) {
+  if (task->connection == nullptr) {
+    Fail(task, EBADF, "the connection is not open");
+    return;
+  }
+  connections_.erase(task->record.connection);
+  task->connection = nullptr;
   changed_.notify_all();
-  if (const auto failure = ApplyFault(&task)) return *failure;
-  return Finish(&task, 0);
+  ApplyFault(task);
 }
 
 void Engine::Lose(const DeviceLoss& loss) {
@@ -250,42 +269,18 @@ void Engine::Queue(std::uint64_t connection, const Reply& reply,
 
 // --- Steps of an operation. ---
 
-Engine::Task Engine::Begin(OperationRecord record) {
-  Task task;
-  record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
-  const auto found = connections_.find(record.connection);
-  if (found != connections_.end()) {
-    task.connection = &found->second;
-    record.descriptor = found->second.descriptor;
-    if (found->second.client != nullptr) record.client = found->second.client->name;
-  }
-  task.record = std::move(record);
-  return task;
-}
-
-Result Engine::Finish(Task* task, std::int64_t value) {
-  task->record.result = value;
-  task->record.sequence = nextSequence_++;
-  task->record.end = Now();
-  Notify(task->record);
-  const int error = task->record.error;
-  if (keepRecords_) records_.push_back(std::move(task->record));
-  return {value, error};
-}
-
-Result Engine::Fail(Task* task, int error, std::string why) {
+bool Engine::Fail(Task* task, int error, std::string why) {
+  task->record.result = -1;
   task->record.error = error;
   task->record.why = std::move(why);
-  return Finish(task, -1);
+  return false;
 }
 
-std::optional<Result> Engine::CheckDescriptor(Task* task) {
+bool Engine::CheckDescriptor(Task* task) {
   if (task->connection == nullptr) return Fail(task, EBADF, "the connection is not open");
-  if (const auto failure = ApplyFault(task)) return failure;
-  if (task->connection->lost) {
-    return Fail(task, ENODEV, "the device was lost after this descriptor was opened");
-  }
-  return std::nullopt;
+  if (!ApplyFault(task)) return false;
+  return !task->connection->lost ||
+         Fail(task, ENODEV, "the device was lost after this descriptor was opened");
 }
 
 FaultScope Engine::ScopeOf(const Task& task) const {
@@ -304,9 +299,9 @@ FaultScope Engine::ScopeOf(const Task& task) const {
   return scope;
 }
 
-std::optional<Result> Engine::ApplyFault(Task* task) {
+bool Engine::ApplyFault(Task* task) {
   const Fault* fault = faults_.Next(task->record.operation, ScopeOf(*task));
-  if (fault == nullptr) return std::nullopt;
+  if (fault == nullptr) return true;
   if (const auto* errnoFault = std::get_if<ErrnoFault>(&fault->effect)) {
     return Fail(task, errnoFault->error, "fault at " + Occurrence(task->record));
   }
@@ -315,7 +310,6 @@ std::optional<Result> Engine::ApplyFault(Task* task) {
     const std::string why = "the device is lost at " + Occurrence(task->record);
     if (task->record.operation != Operation::kClose) return Fail(task, ENODEV, why);
     task->record.why = why;
-    return std::nullopt;
   }
   if (const auto* shortCount = std::get_if<ShortCount>(&fault->effect))
     task->shortCount = *shortCount;
@@ -324,7 +318,7 @@ std::optional<Result> Engine::ApplyFault(Task* task) {
     task->record.why = (reply->status ? "refused by a fault at " : "no reply: a fault at ") +
                        Occurrence(task->record);
   }
-  return std::nullopt;
+  return true;
 }
 
 std::size_t Engine::TransferSize(Task* task, std::size_t size) {
@@ -336,14 +330,13 @@ std::size_t Engine::TransferSize(Task* task, std::size_t size) {
   return moved;
 }
 
-std::optional<Result> Engine::CheckTransfer(Task* task) {
-  if (const auto failure = CheckDescriptor(task)) return failure;
+bool Engine::CheckTransfer(Task* task) {
+  if (!CheckDescriptor(task)) return false;
   if (task->connection->client == nullptr) {
     return Fail(task, ENOTCONN, "the descriptor is not connected to a client");
   }
-  if (!task->record.hasBuffer && task->record.length > 0)
-    return Fail(task, EFAULT, "the buffer is null or not readable");
-  return std::nullopt;
+  return task->record.hasBuffer || task->record.length == 0 ||
+         Fail(task, EFAULT, "the buffer is null or not readable");
 }
 
 // --- Instructions and results. ---

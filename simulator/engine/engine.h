@@ -51,13 +51,6 @@ class Engine : public Device {
   // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
   explicit Engine(EngineOptions options = {});
 
-  Result Open(int flags, unsigned mode, int descriptor) override;
-  Result Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) override;
-  Result Read(std::uint64_t connection, void* buffer, std::size_t length,
-              bool nonBlocking) override;
-  Result Write(std::uint64_t connection, const void* buffer, std::size_t length) override;
-  Result Close(std::uint64_t connection, CloseReason reason) override;
-
   // --- Instructions. ---
 
   // Sets how `client` answers. Throws std::invalid_argument for an unknown client.
@@ -109,29 +102,35 @@ class Engine : public Device {
   struct Task {  // an operation in progress
     OperationRecord record;
     Connection* connection = nullptr;
+    void* target = nullptr;                // receives the output
     std::optional<ShortCount> shortCount;  // the fault of a read or write
     std::optional<ReplyFault> replyFault;  // the fault of a write
   };
 
   const Client& ClientNamed(const std::string& name) const;
+  Result Perform(OperationRecord record, void* target, bool nonBlocking) override;
 
   // The functions below require the lock.
-  Task Begin(OperationRecord record);
-  Result Finish(Task* task, std::int64_t value);
-  Result Fail(Task* task, int error, std::string why);
-  // These functions return the failure that the descriptor's state or a fault causes, if any.
-  std::optional<Result> CheckDescriptor(Task* task);
-  std::optional<Result> CheckTransfer(Task* task);
-  std::optional<Result> ApplyFault(Task* task);
+  void PerformOpen(Task* task);
+  void PerformIoctl(Task* task);
+  void PerformConnect(Task* task);
+  void PerformRead(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock);
+  // Releases the lock while a responder runs.
+  void PerformWrite(Task* task, std::unique_lock<std::mutex>* lock);
+  void PerformClose(Task* task);
+  // Stores the failure of the operation. Returns false.
+  static bool Fail(Task* task, int error, std::string why);
+  // These functions return false after the descriptor's state or a fault made the operation fail.
+  bool CheckDescriptor(Task* task);
+  bool CheckTransfer(Task* task);
+  bool ApplyFault(Task* task);
+  // Releases the lock and waits until a message is ready. Returns false if none can become ready,
+  // or if the read must not wait.
+  bool WaitForMessage(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock);
   // Returns how many of `size` bytes the read or write moves.
   static std::size_t TransferSize(Task* task, std::size_t size);
   // Returns the client, command and connection of the operation, as far as known.
   FaultScope ScopeOf(const Task& task) const;
-  // Releases the lock and waits until a message is ready. Returns the failure if none can become
-  // ready, or if the read must not wait.
-  std::optional<Result> WaitForMessage(Task* task, bool nonBlocking,
-                                       std::unique_lock<std::mutex>* lock);
-  Result Connect(Task* task, void* record);
   void Lose(const DeviceLoss& loss);
   MessageQueue TakeKeptReplies(const Client& client);
   const Client* ClientOf(const Bytes& connectRecord) const;

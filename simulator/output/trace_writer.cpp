@@ -19,8 +19,8 @@ constexpr std::size_t kShownBytes = 64;
 constexpr std::uint64_t kLogTrack = 1000000000;
 
 std::string TrackName(const OperationRecord& record) {
-  std::string name = "opens that failed";
-  if (record.connection != 0) name = "#" + std::to_string(record.connection);
+  if (record.connection == 0) return "opens that failed";
+  std::string name = "#" + std::to_string(record.connection);
   if (record.descriptor >= 0) name += " fd " + std::to_string(record.descriptor);
   return record.client.empty() ? name : name + " " + record.client;
 }

@@ -120,7 +120,7 @@ std::shared_ptr<PassthroughDevice::File> PassthroughDevice::FileOf(std::uint64_t
   return found == files_.end() ? nullptr : found->second;
 }
 
-bool PassthroughDevice::Perform(OperationRecord* record, void* target, bool nonBlocking) {
+bool PassthroughDevice::Execute(OperationRecord* record, void* target, bool nonBlocking) {
   const auto file = FileOf(record->connection);
   Result result{-1, EBADF};
   if (record->operation == Operation::kOpen) {
