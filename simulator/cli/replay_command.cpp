@@ -28,9 +28,9 @@ struct ReplayOptions : ProgramOptions {
 int Report(const ReplayDevice& device, const std::string& file, std::size_t operations,
            int status) {
   const std::string name = common::Quoted(file);
-  if (const auto divergence = device.FirstDivergence()) {
-    std::cerr << common::Format("zulisim: the program left the recording {} {}", name,
-                                DivergenceText(*divergence));
+  const std::string divergence = device.Divergence();
+  if (!divergence.empty()) {
+    std::cerr << common::Format("zulisim: the program left the recording {} {}", name, divergence);
     return kDiverged;
   }
   const std::string replayed =

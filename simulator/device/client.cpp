@@ -1,14 +1,21 @@
 #include "simulator/device/client.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <utility>
 
+#include "common/format.h"
 #include "common/hex.h"
 #include "common/input_error.h"
 #include "common/text.h"
 
 namespace zulisim {
+namespace {
+
+// The order of the bytes in a GUID's text. In memory, each of the first three fields begins with
+// its lowest byte.
+constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
+
+}  // namespace
 
 std::vector<Client> DefaultClients() {
   return {{"KALO", ParseGuid("{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}")},
@@ -17,18 +24,15 @@ std::vector<Client> DefaultClients() {
 }
 
 std::string GuidText(const Guid& guid) {
-  const auto b = [&guid](std::size_t i) { return static_cast<unsigned>(guid[i]); };
-  std::array<char, 40> text{};
-  std::snprintf(text.data(), text.size(),
-                "{%02X%02X%02X%02X-%02X%02X-%02X%02X-%02X%02X-%02X%02X%02X%02X%02X%02X}", b(3),
-                b(2), b(1), b(0), b(5), b(4), b(7), b(6), b(8), b(9), b(10), b(11), b(12), b(13),
-                b(14), b(15));
-  return text.data();
+  std::string text = "{";
+  for (std::size_t i = 0; i < guid.size(); ++i) {
+    if (i == 4 || i == 6 || i == 8 || i == 10) text += '-';
+    text += common::Format("{:02X}", guid[kOrder[i]]);
+  }
+  return text + "}";
 }
 
 Guid ParseGuid(const std::string& text) {
-  // In memory, each of the first three fields begins with its lowest byte.
-  constexpr std::size_t kOrder[] = {3, 2, 1, 0, 5, 4, 7, 6, 8, 9, 10, 11, 12, 13, 14, 15};
   std::string digits = text;
   for (const char mark : {'{', '}', '-'}) {
     digits.erase(std::remove(digits.begin(), digits.end(), mark), digits.end());

@@ -24,10 +24,6 @@ bool FaultScope::Covers(const FaultScope& other) const {
          (connection == 0 || connection == other.connection);
 }
 
-bool FaultScope::operator==(const FaultScope& other) const {
-  return client == other.client && command == other.command && connection == other.connection;
-}
-
 bool Fault::AppliesTo(Operation kind, std::uint64_t occurrence) const {
   return kind == operation && when.Include(occurrence) &&
          (probability >= 1 || Draw(seed, occurrence) < probability);

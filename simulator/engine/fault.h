@@ -79,7 +79,6 @@ struct FaultScope {
   bool IsAll() const { return client.empty() && !command && connection == 0; }
   // Returns true when this scope includes `other`, the scope of one operation.
   bool Covers(const FaultScope& other) const;
-  bool operator==(const FaultScope& other) const;
 };
 
 // Counts how often an instruction has happened.

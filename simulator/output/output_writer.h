@@ -1,6 +1,5 @@
 #pragma once
 
-#include <chrono>
 #include <optional>
 #include <string>
 
@@ -17,8 +16,6 @@ class OutputWriter : public OperationObserver {
   // x2", which the library wrote before the next operation ended. `isFailure` marks a failed API
   // call.
   virtual void OnLogLine(const std::string& line, bool isFailure) = 0;
-  // Called for another event at `time`, in the time of Now(), such as "tell lose".
-  virtual void OnNote(const std::string& text, std::chrono::nanoseconds time) = 0;
   // Called at the end of the run, after all other calls. `status` is the program's exit status, if
   // there is one.
   virtual void Finish(const RunSummary& /*summary*/, std::optional<int> /*status*/) {}

@@ -54,8 +54,8 @@ class ReportWriter : public OutputWriter {
 
   void OnLogLine(const std::string& line, bool isFailure) override { Add("log", line, isFailure); }
 
-  void OnNote(const std::string& text, std::chrono::nanoseconds time) override {
-    Add("note", NoteText(text, time, style_), false);
+  void OnDeviceEvent(const DeviceEvent& event) override {
+    Add("note", NoteText(event, style_), false);
   }
 
   void Finish(const RunSummary& summary, std::optional<int> status) override {

@@ -133,7 +133,7 @@ void RunOutput::OnOperation(const OperationRecord& record) {
 void RunOutput::OnDeviceEvent(const DeviceEvent& event) {
   const std::lock_guard<std::mutex> lock(mutex_);
   PassOnLog();
-  for (const auto& writer : writers_) writer->OnNote(event.text, event.time);
+  for (const auto& writer : writers_) writer->OnDeviceEvent(event);
 }
 
 // Called while the program's thread waits for the operation, so the log already contains the lines

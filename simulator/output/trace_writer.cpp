@@ -66,9 +66,9 @@ class TraceWriter : public OutputWriter {
 
   void OnLogLine(const std::string& line, bool /*isFailure*/) override { log_.push_back(line); }
 
-  void OnNote(const std::string& text, std::chrono::nanoseconds time) override {
-    EmitLog(time);
-    Mark(kLogTrack, text, time);
+  void OnDeviceEvent(const DeviceEvent& event) override {
+    EmitLog(event.time);
+    Mark(kLogTrack, event.text, event.time);
   }
 
   void Finish(const RunSummary& /*summary*/, std::optional<int> /*status*/) override {

@@ -72,9 +72,8 @@ std::string BytesText(const OperationRecord& record, std::size_t most) {
 
 }  // namespace
 
-std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
-                     const TranscriptStyle& style) {
-  return common::Format("{} {}", TimeText(time, style), common::Printable(text));
+std::string NoteText(const DeviceEvent& event, const TranscriptStyle& style) {
+  return common::Format("{} {}", TimeText(event.time, style), common::Printable(event.text));
 }
 
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style) {
@@ -131,8 +130,8 @@ void Transcript::OnLogLine(const std::string& line, bool isFailure) {
   WriteDim(" log  " + line);
 }
 
-void Transcript::OnNote(const std::string& text, std::chrono::nanoseconds time) {
-  WriteDim(" note " + NoteText(text, time, style_));
+void Transcript::OnDeviceEvent(const DeviceEvent& event) {
+  WriteDim(" note " + NoteText(event, style_));
 }
 
 void Transcript::WriteDim(const std::string& line) {

@@ -44,9 +44,8 @@ struct TranscriptStyle {
 //   "   5  fd 5  KALO  write    failed  ENODEV  64 bytes  (the device is lost at write 2)"
 std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle& style = {});
 
-// Returns the text of another event, such as "0.001234 tell lose".
-std::string NoteText(const std::string& text, std::chrono::nanoseconds time,
-                     const TranscriptStyle& style);
+// Returns the text of an event, such as "0.001234 tell lose".
+std::string NoteText(const DeviceEvent& event, const TranscriptStyle& style);
 
 // Writes a line for each operation when it ends, and the lines of the log between them. From the
 // first operation of a second process or thread on, each line shows the process and thread.
@@ -56,7 +55,7 @@ class Transcript : public OutputWriter {
       : sink_(std::move(sink)), style_(std::move(style)) {}
   void OnOperation(const OperationRecord& record) override;
   void OnLogLine(const std::string& line, bool isFailure) override;
-  void OnNote(const std::string& text, std::chrono::nanoseconds time) override;
+  void OnDeviceEvent(const DeviceEvent& event) override;
 
  private:
   bool Shows(const OperationRecord& record);

@@ -49,6 +49,21 @@ std::string ArgumentsText(const OperationRecord& record) {
   return text;
 }
 
+// `expected` is null if the recording has ended, `got` if the program has ended.
+std::string DivergenceText(const OperationRecord* expected, const OperationRecord* got) {
+  std::string text = "after its last operation\n  expected  the end of the program";
+  if (expected != nullptr) {
+    text = common::Format("at operation {} (line {})", expected->sequence, expected->sequence + 1);
+    if (expected->connection != 0)
+      text += common::Format(" on connection #{}", expected->connection);
+    text += "\n  expected  " + ArgumentsText(*expected);
+  }
+  text += "\n  got       " + (got ? ArgumentsText(*got) : "the end of the program") + "\n";
+  const bool sameKind =
+      expected != nullptr && got != nullptr && expected->operation == got->operation;
+  return sameKind ? text + common::HexDiff(expected->input, got->input) : text;
+}
+
 }  // namespace
 
 ReplayDevice::ReplayDevice(Recording recording, bool inTime)
@@ -103,21 +118,14 @@ std::optional<ReplayDevice::Choice> ReplayDevice::Choose(const Node& from,
   return chosen;
 }
 
-const OperationRecord* ReplayDevice::Accept(std::size_t operation) {
-  done_[operation] = true;
-  ++replayed_;
-  return &recording_.operations[operation];
-}
-
 void ReplayDevice::Diverge(std::optional<std::size_t> expected, const OperationRecord* got,
                            bool mayBeCut) {
   lost_ = true;
   closed_.notify_all();
   reachedCut_ = recording_.cut && (mayBeCut || !expected);
   if (reachedCut_) return;
-  divergence_.emplace();
-  if (expected) divergence_->expected = recording_.operations[*expected];
-  if (got != nullptr) divergence_->got = *got;
+  const OperationRecord* const record = expected ? &recording_.operations[*expected] : nullptr;
+  divergence_ = DivergenceText(record, got);
 }
 
 // Returns true if the read was still waiting when the program or the run ended.
@@ -142,7 +150,8 @@ const OperationRecord* ReplayDevice::Next(const OperationRecord& got, Live* live
   std::deque<std::size_t>* const operations = &choice->node->operations;
   operations->erase(std::find(operations->begin(), operations->end(), choice->operation));
   live->node = choice->node;
-  return Accept(choice->operation);
+  done_[choice->operation] = true;
+  return &recording_.operations[choice->operation];
 }
 
 const OperationRecord* ReplayDevice::NextOpen(OperationRecord* got) {
@@ -152,7 +161,8 @@ const OperationRecord* ReplayDevice::NextOpen(OperationRecord* got) {
     Diverge(next, got, false);
     return nullptr;
   }
-  const OperationRecord* const expected = Accept(*next);
+  const OperationRecord* const expected = &recording_.operations[*next];
+  done_[*next] = true;
   opens_.pop_front();
   if (expected->result >= 0) {
     got->connection = nextConnection_++;
@@ -206,7 +216,7 @@ void ReplayDevice::End() {
   Diverge(missing - done_.begin(), nullptr, false);
 }
 
-std::optional<ReplayDevice::Divergence> ReplayDevice::FirstDivergence() const {
+std::string ReplayDevice::Divergence() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return divergence_;
 }
@@ -214,31 +224,6 @@ std::optional<ReplayDevice::Divergence> ReplayDevice::FirstDivergence() const {
 bool ReplayDevice::ReachedCut() const {
   std::lock_guard<std::mutex> lock(mutex_);
   return reachedCut_;
-}
-
-std::size_t ReplayDevice::Replayed() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return replayed_;
-}
-
-std::string DivergenceText(const ReplayDevice::Divergence& divergence) {
-  std::string text;
-  if (divergence.expected) {
-    const OperationRecord& expected = *divergence.expected;
-    text = common::Format("at operation {} (line {})", expected.sequence, expected.sequence + 1);
-    if (expected.connection != 0) text += common::Format(" on connection #{}", expected.connection);
-    text += "\n  expected  " + ArgumentsText(expected);
-  } else {
-    text = "after its last operation\n  expected  the end of the program";
-  }
-  text += "\n  got       " +
-          (divergence.got ? ArgumentsText(*divergence.got) : "the end of the program") + "\n";
-  const bool sameKind = divergence.expected && divergence.got &&
-                        divergence.expected->operation == divergence.got->operation;
-  if (sameKind) {
-    text += common::HexDiff(divergence.expected->input, divergence.got->input);
-  }
-  return text;
 }
 
 }  // namespace zulisim

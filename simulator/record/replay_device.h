@@ -36,21 +36,19 @@ class ReplayDevice : public DecodedDevice {
   // that is a divergence too.
   void End();
 
-  struct Divergence {
-    std::optional<OperationRecord> expected;  // missing if the recording has ended
-    std::optional<OperationRecord> got;       // missing if the program has ended
-  };
-  std::optional<Divergence> FirstDivergence() const;
+  // Describes the first divergence in several lines: the place ("at operation 7 (line 8) on
+  // connection #1"), the expected operation, the actual one, and the bytes that differ. Empty if
+  // there is none.
+  std::string Divergence() const;
   // Returns true if the program reached the end of a recording that was cut off.
   bool ReachedCut() const;
-  std::size_t Replayed() const;
 
  private:
   // A state of a connection, reached by the operations so far. Connections with the same operations
   // and results share one node.
   struct Node {
-    std::deque<std::size_t>
-        operations;  // the recorded operations that lead here and are not yet replayed, in order
+    // The recorded operations that lead here and are not yet replayed, in order.
+    std::deque<std::size_t> operations;
     std::vector<std::unique_ptr<Node>> next;
     bool isEnd = false;  // a recorded connection ends here
   };
@@ -63,6 +61,7 @@ class ReplayDevice : public DecodedDevice {
     std::size_t operation = 0;
   };
 
+  // Moves `node` to the node after the operation.
   void AddToHistory(std::size_t operation, Node** node) const;
   bool Execute(OperationRecord* got, void* target, bool nonBlocking) override;
 
@@ -75,7 +74,6 @@ class ReplayDevice : public DecodedDevice {
   const OperationRecord* Next(const OperationRecord& got, Live* live,
                               std::unique_lock<std::mutex>* lock);
   bool EndsAfterClose(const Node& node, const OperationRecord& got) const;
-  const OperationRecord* Accept(std::size_t operation);
   void Diverge(std::optional<std::size_t> expected, const OperationRecord* got, bool mayBeCut);
 
   const Recording recording_;
@@ -90,14 +88,9 @@ class ReplayDevice : public DecodedDevice {
   std::map<std::uint64_t, Live> live_;
   std::vector<bool> done_;  // by operation
   std::uint64_t nextConnection_ = 1;
-  std::size_t replayed_ = 0;
   bool lost_ = false;
   bool reachedCut_ = false;
-  std::optional<Divergence> divergence_;
+  std::string divergence_;
 };
-
-// Returns several lines: the place ("at operation 7 (line 8) on connection #1"), the expected
-// operation, the actual one, and the bytes that differ.
-std::string DivergenceText(const ReplayDevice::Divergence& divergence);
 
 }  // namespace zulisim

@@ -58,8 +58,7 @@ std::string ReplayError(const std::string& text,
     ReplayDevice device(ParseRecording(text));
     program(&device);
     device.End();
-    const auto divergence = device.FirstDivergence();
-    return divergence ? DivergenceText(*divergence) : "";
+    return device.Divergence();
   } catch (const RecordingError& error) {
     return common::DiagnosticText("", error.diagnostic());
   }
