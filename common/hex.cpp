@@ -1,55 +1,46 @@
 #include "common/hex.h"
 
 #include <algorithm>
-#include <charconv>
+#include <cctype>
 #include <sstream>
+#include <utility>
 
 #include "common/format.h"
 #include "common/input_error.h"
+#include "common/number.h"
 #include "common/text.h"
 
 namespace common {
 namespace {
 
-bool IsBlank(char character) {
-  return character == ' ' || (character >= '\t' && character <= '\r');
+constexpr std::size_t kLineSize = 16;
+
+// Returns the digits and the characters of up to 16 bytes; empty if there are none at `offset`.
+std::string LineAt(const Bytes& bytes, std::size_t offset) {
+  std::string digits, characters;
+  for (std::size_t i = offset; i < std::min(bytes.size(), offset + kLineSize); ++i) {
+    if (i > offset && i % 4 == 0) digits += ' ';
+    digits += Format("{:02x}", bytes[i]);
+    characters += bytes[i] >= ' ' && bytes[i] < 0x7f ? static_cast<char>(bytes[i]) : '.';
+  }
+  return digits.empty() ? "" : Format("{:<35}  {}", digits, characters);
 }
 
-std::string DiffLine(char sign, std::size_t offset, const HexLine& line) {
-  if (line.digits.empty()) return "";
-  return Format("    {} {:04x}  {}  {}\n", sign, offset, line.digits, line.characters);
+std::string DiffLine(char sign, std::size_t offset, const std::string& line) {
+  return line.empty() ? "" : Format("    {} {:04x}  {}\n", sign, offset, line);
 }
 
 }  // namespace
 
-HexLine HexLineAt(const Bytes& bytes, std::size_t offset) {
-  HexLine line;
-  const std::size_t end = std::min(bytes.size(), offset + kHexLineSize);
-  for (std::size_t i = offset; i < end; ++i) {
-    if (i > offset && (i - offset) % 4 == 0) line.digits += ' ';
-    line.digits += Format("{:02x}", bytes[i]);
-    line.characters += bytes[i] >= ' ' && bytes[i] < 0x7f ? static_cast<char>(bytes[i]) : '.';
-  }
-  return line;
-}
-
 std::string HexDump(const Bytes& bytes, const std::string& indent) {
-  constexpr std::size_t kDigitsWidth = 35;
-  std::string text;
-  std::string before;
+  std::string text, before;
   bool folded = false;
-  for (std::size_t at = 0; at < bytes.size(); at += kHexLineSize) {
-    HexLine line = HexLineAt(bytes, at);
-    const bool last = at + kHexLineSize >= bytes.size();
-    if (line.digits == before && !last) {
-      if (!folded) text += indent + "*\n";
-      folded = true;
-      continue;
-    }
-    folded = false;
-    before = line.digits;
-    line.digits.resize(kDigitsWidth, ' ');
-    text += Format("{}{:04x}  {}  {}\n", indent, at, line.digits, line.characters);
+  for (std::size_t at = 0; at < bytes.size(); at += kLineSize) {
+    const std::string line = LineAt(bytes, at);
+    const bool equal = line == std::exchange(before, line) && at + kLineSize < bytes.size();
+    if (!equal) text += Format("{}{:04x}  {}\n", indent, at, line);
+    if (equal && !folded) text += indent + "*\n";
+    folded = equal;
   }
   return text;
 }
@@ -57,11 +48,9 @@ std::string HexDump(const Bytes& bytes, const std::string& indent) {
 std::string HexDiff(const Bytes& expected, const Bytes& got, std::size_t mostLines) {
   std::string text;
   std::size_t lines = 0;
-  const std::size_t end = std::max(expected.size(), got.size());
-  for (std::size_t at = 0; at < end; at += kHexLineSize) {
-    const HexLine left = HexLineAt(expected, at);
-    const HexLine right = HexLineAt(got, at);
-    if (left.digits == right.digits) continue;
+  for (std::size_t at = 0; at < std::max(expected.size(), got.size()); at += kLineSize) {
+    const std::string left = LineAt(expected, at), right = LineAt(got, at);
+    if (left == right) continue;
     if (++lines <= mostLines) text += DiffLine('-', at, left) + DiffLine('+', at, right);
   }
   if (lines > mostLines) {
@@ -86,13 +75,14 @@ Bytes ParseHex(const std::string& text) {
     for (std::string word; words >> word;) {
       for (std::size_t at = 0; at < word.size(); at += 2) {
         const std::string pair = word.substr(at, 2);
-        const char* const end = pair.data() + pair.size();
-        const auto [stop, error] = std::from_chars(pair.data(), end, bytes.emplace_back(), 16);
-        if (pair.size() == 2 && stop == end && error == std::errc()) continue;
-        throw InputError(
-            Format("line {}: {} is not a pair of hexadecimal digits; write bytes such as "
-                   "'04 00 0a ff'",
-                   number, Quoted(pair)));
+        const auto byte = ParseNumber("0x" + pair);
+        if (pair.size() < 2 || !byte) {
+          throw InputError(
+              Format("line {}: {} is not a pair of hexadecimal digits; write bytes such as "
+                     "'04 00 0a ff'",
+                     number, Quoted(pair)));
+        }
+        bytes.push_back(static_cast<std::uint8_t>(*byte));
       }
     }
   }
@@ -100,8 +90,8 @@ Bytes ParseHex(const std::string& text) {
 }
 
 bool LooksLikeText(std::string_view content) {
-  return std::all_of(content.begin(), content.end(), [](char character) {
-    return IsBlank(character) || (character >= 0x20 && character < 0x7f);
+  return std::all_of(content.begin(), content.end(), [](unsigned char character) {
+    return std::isspace(character) != 0 || std::isprint(character) != 0;
   });
 }
 

@@ -10,15 +10,6 @@ namespace common {
 
 using Bytes = std::vector<std::uint8_t>;
 
-inline constexpr std::size_t kHexLineSize = 16;
-
-// Up to kHexLineSize bytes of a message, as text.
-struct HexLine {
-  std::string digits;      // "f1fcf6fb cf962e4e a6a61bab 8cbe36b1"
-  std::string characters;  // with a dot for each byte that is not printable ASCII
-};
-HexLine HexLineAt(const Bytes& bytes, std::size_t offset);
-
 // Returns one line per sixteen bytes. Each line has `indent`, the offset, the digits and the
 // characters. One "*" replaces lines that are equal to the line before them.
 std::string HexDump(const Bytes& bytes, const std::string& indent = "");
