@@ -1,5 +1,7 @@
 #include "common/input.h"
 
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -10,19 +12,9 @@
 #include "common/text.h"
 
 namespace common {
-namespace {
-
-struct CloseUnlessStandard {
-  void operator()(std::FILE* file) const {
-    if (file != stdin) std::fclose(file);
-  }
-};
-
-}  // namespace
-
 void ReadBlocks(const std::string& path, const std::function<void(std::string_view)>& consumer) {
-  std::unique_ptr<std::FILE, CloseUnlessStandard> file(
-      path == "-" ? stdin : std::fopen(path.c_str(), "rb"));
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(
+      path == "-" ? fdopen(dup(STDIN_FILENO), "rb") : std::fopen(path.c_str(), "rb"), &std::fclose);
   if (file != nullptr) {
     std::vector<char> block(1 << 16);
     std::size_t count = 0;
