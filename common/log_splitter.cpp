@@ -1,5 +1,7 @@
 #include "common/log_splitter.h"
 
+#include <algorithm>
+#include <cstdio>
 #include <utility>
 
 namespace common {
@@ -16,12 +18,10 @@ constexpr std::string_view kLogFunctions[] = {
 };
 
 constexpr std::size_t kMaxTagDigits = 10;
-constexpr std::size_t kProcessIdDigits = 8;
+constexpr int kProcessIdDigits = 8;
 // The number of bytes, from the colon on, that decide whether it ends a function name: the digits,
 // and ": " after them.
 constexpr std::size_t kLookAhead = 1 + kMaxTagDigits + 2;
-
-bool IsDigit(char character) { return character >= '0' && character <= '9'; }
 
 bool EndsWith(std::string_view text, std::string_view end) {
   return text.size() >= end.size() && text.substr(text.size() - end.size()) == end;
@@ -66,8 +66,8 @@ void LogSplitter::Scan(bool final) {
 }
 
 std::optional<LogSplitter::Lead> LogSplitter::LeadAt(std::size_t colon) const {
-  std::size_t end = colon + 1;
-  while (end < buffer_.size() && IsDigit(buffer_[end])) ++end;
+  const std::size_t end =
+      std::min(buffer_.find_first_not_of("0123456789", colon + 1), buffer_.size());
   const std::size_t digits = end - colon - 1;
   if (digits == 0 || digits > kMaxTagDigits || buffer_.compare(end, 2, ": ") != 0) return {};
   const std::size_t name = NameBegin(colon);
@@ -93,21 +93,14 @@ std::size_t LogSplitter::NameBegin(std::size_t colon) const {
 // Returns where the prefix "[00001234] 77 " before the name begins, or `nameBegin` if there is
 // none.
 std::size_t LogSplitter::PrefixBegin(std::size_t nameBegin) const {
-  std::size_t position = nameBegin;
-  const auto back = [&](char expected) {
-    if (position == text_ || buffer_[position - 1] != expected) return false;
-    --position;
-    return true;
-  };
-  const auto digitsBack = [&] {
-    const std::size_t from = position;
-    while (position > text_ && IsDigit(buffer_[position - 1])) --position;
-    return from - position;
-  };
-  if (!back(' ') || digitsBack() == 0) return nameBegin;
-  back('-');
-  if (!back(' ') || !back(']') || digitsBack() < kProcessIdDigits || !back('[')) return nameBegin;
-  return position;
+  const std::string_view before = std::string_view(buffer_).substr(text_, nameBegin - text_);
+  const std::size_t begin = EndsWith(before, " ") ? before.rfind('[') : std::string_view::npos;
+  if (begin == std::string_view::npos) return nameBegin;
+  const std::string prefix(before.substr(begin));
+  int digits = 0, length = 0;
+  std::sscanf(prefix.c_str(), "[%*[0-9]%n] %*d %n", &digits, &length);
+  const bool matches = digits > kProcessIdDigits && length == static_cast<int>(prefix.size());
+  return matches ? text_ + begin : nameBegin;
 }
 
 // Passes the current record to the consumer, with its text up to `end` or to the first line feed.
