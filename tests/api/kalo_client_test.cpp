@@ -91,10 +91,16 @@ TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle) {
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
 }
 
-// Checks, under the thread sanitizer, that clients of one firmware do not touch data of the other.
-TEST_F(Clients, of_both_firmwares_open_send_and_close_in_threads_of_their_own) {
+// The thread sanitizer also checks that clients of one firmware do not touch data of the other.
+TEST_F(Clients, in_threads_of_their_own_do_not_interleave_their_commands) {
+  // While one thread waits for its reply, the other could send.
+  engine.SetResponder("KALO", [](const Bytes& request) {
+    zulisim::Reply reply = zulisim::EchoReply(request);
+    reply.latency = std::chrono::milliseconds(1);
+    return reply;
+  });
   const auto drive = [](kalo::Firmware firmware, uint32_t command) {
-    for (int i = 0; i < 200; ++i) {
+    for (int i = 0; i < 100; ++i) {
       kalo::Client client(firmware);
       Bytes request = Message(command), reply(32);
       EXPECT_EQ(client.Send(request.data(), 32, reply.data(), 32).outcome, kalo::Outcome::kDone);
@@ -102,8 +108,15 @@ TEST_F(Clients, of_both_firmwares_open_send_and_close_in_threads_of_their_own) {
     }
   };
   std::thread display(drive, kalo::Firmware::kFenu, 0x30000);
+  std::thread second(drive, kalo::Firmware::kKalo, 0x11);
   drive(kalo::Firmware::kKalo, 0x10);
-  display.join();
+  for (std::thread* thread : {&display, &second}) thread->join();
+  Operation last = Operation::kRead;
+  for (const auto& record : engine.Records()) {
+    if (record.client != "KALO") continue;
+    if (record.operation != Operation::kWrite && record.operation != Operation::kRead) continue;
+    EXPECT_NE(record.operation, std::exchange(last, record.operation));
+  }
 }
 
 }  // namespace

@@ -274,6 +274,10 @@ class SequencesTest : public CallsTest {
     const bool closesA = before->kaloRefCountA == 1 && state.kaloRefCountA == 0;
     const bool shared = opensA ? state.stateInitFlag : !closesA && before->sessionBShared;
     Expect("sharing", state.sessionBShared, shared);
+    if (Is("KaloStateInit")) {
+      Expect("version", state.firmwareApiVersion, a.values.firmwareApiVersion);
+      Expect("flag", state.stateInitFlag, a.values.stateInitOption == 1);
+    }
     if (Is("KaloInit3") && status == 0) {
       const void* given = state.kaloRefCountA != before->kaloRefCountA   ? state.kaloSessionA
                           : state.kaloRefCountB != before->kaloRefCountB ? state.kaloSessionB

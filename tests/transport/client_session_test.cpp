@@ -42,6 +42,10 @@ TEST_F(Multiplexer, routes_each_family_of_commands) {
     EXPECT_EQ(Send(command), "KALO") << command;
   }
   for (const uint32_t command : {0x30000, 0x3FFFF}) EXPECT_EQ(Send(command), "FENU") << command;
+  Bytes reply(32);
+  const uint64_t writes = Count(Operation::kWrite);
+  session.IoMessage(nullptr, 32, reply.data(), 32, nullptr, nullptr);
+  EXPECT_EQ(Count(Operation::kWrite), writes) << "a null request has no command";
 }
 
 TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
@@ -66,6 +70,7 @@ TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
   const std::vector<CpDremSession*> before = session.dremSessions;
   session.DisconnectClient(kFenu);
   EXPECT_EQ(session.dremSessions, (std::vector<CpDremSession*>{before[0], before[2], before[3]}));
+  EXPECT_EQ(engine.OpenDescriptors(), 3u);
   const _GUID copy = *kKalo;
   EXPECT_EQ(session.GetDremSession(&copy), nullptr);
   EXPECT_EQ(Thrown([&] { session.DisconnectClient(&copy); }),
@@ -103,6 +108,8 @@ TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
   EXPECT_EQ(text(), "XYcdef" + std::string(1018, '#'));
   session->storeErrInfo(std::string(1024, 'l') + "beyond");
   EXPECT_EQ(text(), std::string(1024, 'l'));
+  session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, std::string(1024, 'm') + "beyond");
+  EXPECT_EQ(text(), std::string(1024, 'm'));
   session->~ClientSession();
 }
 
