@@ -1,8 +1,14 @@
-/* A C driver on a machine without the device. It uses only what the installed package provides. */
+/* A C driver on a machine without the device. It uses only what the installed package provides.
+ * Checks that the headers compile as C, that the entry points link, that the static objects are
+ * constructed in the right order, and that the lock of the state is destroyed at the end. */
 #undef NDEBUG
+#define _GNU_SOURCE
 #include <assert.h>
+#include <dlfcn.h>
+#include <pthread.h>
 #include <stddef.h>
 #include <string.h>
+#include <unistd.h>
 
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
@@ -10,21 +16,59 @@
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
 
+extern char logBase[80] __asm__("_ZN6Logger7logBaseE");
+static const unsigned char* const state = (const unsigned char*)&gKaloDllState;
+
+static char order[16];
+static size_t built = 0;
+
+/* The constructors of the library's objects initialise their locks. */
+int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+  const char* const address = (const char*)mutex;
+  int (*real)(pthread_mutex_t*, const pthread_mutexattr_t*) = NULL;
+  if (address == (const char*)state + 8) order[built++] = 'S';
+  if (address >= logBase && address < logBase + sizeof logBase) order[built++] = 'L';
+  *(void**)&real = dlsym(RTLD_NEXT, "pthread_mutex_init");
+  return real(mutex, attributes);
+}
+
+int pthread_mutex_destroy(pthread_mutex_t* mutex) {
+  if ((const unsigned char*)mutex == state + 8) _exit(0);
+  return 0;
+}
+
+/* A new state holds zeros, except for the lock and for two marks that mean "no error recorded". */
+static int IsFresh(void) {
+  static const unsigned char kMarks[12] = {0xef, 0xbe, 0xad, 0xde, 0,    0,
+                                           0,    0,    0xef, 0xbe, 0xad, 0xde};
+  size_t i;
+  for (i = 0; i < sizeof gKaloDllState; ++i) {
+    const int marked = i >= 3168 && i < 3168 + sizeof kMarks, lock = i >= 8 && i < 48;
+    if (!lock && state[i] != (marked ? kMarks[i - 3168] : 0)) return 0;
+  }
+  return 1;
+}
+
 int main(void) {
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_32, 0};
   void* handle = NULL;
   unsigned char message[16] = {0};
   char text[4];
+  assert(strcmp(order, "SL") == 0);
+  assert(sizeof gKaloDllState == 3208 && IsFresh());
   assert(KaloStateInit(&params) == KALO_DLL_STATUS_SUCCESS);
-  assert(KaloInit3(&handle) == KALO_DLL_STATUS_FAILURE);
+  assert(gKaloDllState.firmwareApiVersion == KALO_FIRMWARE_API_32);
+  assert(KaloInit3(&handle) == KALO_DLL_STATUS_FAILURE && KaloInit() == KALO_DLL_STATUS_FAILURE);
+  assert(FenuInit3(&handle) == KALO_DLL_STATUS_FAILURE && FenuInit() == KALO_DLL_STATUS_FAILURE);
+  assert(handle == NULL);
   assert(StartIo(message, 16, message, 16) == KALO_DLL_STATUS_NOT_INITIALIZED);
   assert(StartIo3(NULL, message, 16, message, 16) == KALO_DLL_STATUS_INVALID_PARAMETER);
   assert(strcmp(gKaloDllState.apiErrorText, "KALO Exception 0x2 Invalid CP session handle") == 0);
   assert(gKaloDllState.lastErrorSource == KALO_ERROR_SOURCE_API3);
   assert(gKaloDllState.lastErrorContext == NULL);
-  assert(gKaloDllState.firmwareApiVersion == KALO_FIRMWARE_API_32);
-  assert(sizeof gKaloDllState == 3208);
+  assert(KaloCleanup() == 0 && KaloCleanup3(NULL) == 0);
+  assert(FenuCleanup() == 0 && FenuCleanup3(NULL) == 0);
   assert(strcpy_s(text, 3, "abc") == 1);
   assert(RegCloseKey_Linux(1) == OSCL_ERROR_SUCCESS);
-  return 0;
+  return 99; /* pthread_mutex_destroy ends the process with another status */
 }

@@ -1,5 +1,5 @@
-// A C++ driver on a machine without the device. It catches exceptions of the exported classes and
-// logs into its own sink. It uses no stream before its first message.
+// A C++ driver on a machine without the device. It shares data with the library, catches exceptions
+// of the exported classes, and logs into its own sink. It uses no stream before its first message.
 #undef NDEBUG
 #include <cassert>
 #include <cstring>
@@ -10,6 +10,7 @@
 #include "api/kalo_dll_state.h"
 #include "log/logger.h"
 #include "log/value_format.h"
+#include "oscl/last_error.h"
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 
@@ -46,5 +47,14 @@ int main() {
   } catch (const KaloException& error) {
     assert(std::strcmp(error.what(), "KALO Exception 0x2 Invalid CP session handle") == 0);
   }
+  assert(ClientSession::CommandIdToGuid(0) == &ClientSession::KALO_CLIENT_GUID);
+  assert(ClientSession::CommandIdToGuid(0x30000) == &ClientSession::FENU_CLIENT_GUID);
   assert(gKaloDllState.lastErrorProcessId == 0xDEADBEEF);
+  KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_30, 1};
+  StringSink::text.clear();
+  assert(KaloStateInit(&params) == KALO_DLL_STATUS_SUCCESS);
+  assert(StringSink::text.find("Executing call to KaloStateInit()") != std::string::npos);
+  assert(gKaloDllState.firmwareApiVersion == KALO_FIRMWARE_API_30);
+  gLastError = 7;
+  assert(GetLastError() == 7);
 }
