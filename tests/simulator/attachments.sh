@@ -218,7 +218,8 @@ contains out "umount .*mount/zuli'"
 umount mount/zuli
 rm mount/zuli*
 
-expect 125 run --client kalo:max=1048576 -- true
+expect 0 run --client kalo:max=1044480 -- true
+expect 125 run --client kalo:max=1044481 -- true
 contains out "is above 1044480"
 expect 125 run --fault open:1=ENOSYS -- true
 contains out "does not pass ENOSYS of open"

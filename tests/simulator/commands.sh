@@ -35,7 +35,7 @@ run() {
   timeout 60 bash -o pipefail -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; $1" >stdout 2>stderr
   local status=$?
   sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
-    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" stdout stderr | fold -sw 159 | sed 's/ *$//'
+    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" stdout stderr | fold -sw 159 | awk '{ sub(/ *$/, ""); print }'
   [ $status -eq 0 ] || echo "? $status"
 }
 exec 3<"$file"
