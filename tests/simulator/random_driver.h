@@ -11,8 +11,8 @@
 
 namespace zulisim {
 
-// A thread of a program, with one connection at a time. The seed, the number and the device's results
-// determine its calls. Drivers with the same seed begin with the same calls.
+// A thread of a program, with one connection at a time. The seed, the number and the device's
+// results determine its calls. Drivers with the same seed begin with the same calls.
 class RandomDriver {
  public:
   RandomDriver(Device* device, unsigned seed, int number)
