@@ -1,9 +1,9 @@
 // Compares what the library does with transcripts. In each file in golden/, "# ..." begins a
-// section with a fresh state, "> ..." is a step of a driver or the device, "| ..." a log line,
-// "<...>" a device operation, and "= ..." the result of a call, if it is not 0. "(name)" stands for
-// the lines that follow
-// "# name" in common_lines.txt. The test performs the steps and must produce the whole
-// file. Tags that are fixed numbers are not replaced. KALODLL_GOLDEN_WRITE=1 rewrites the files.
+// section with a fresh state, "> ..." is a step of a driver or the device, "| FUNCTION: ... | ..."
+// are log lines, "<...>" a device operation, and "= ..." the result of a call, if it is not 0.
+// "(name)" stands for the lines that follow "# name" in common_lines.txt. The test performs the
+// steps and must produce the whole file. Tags that are fixed numbers are not replaced.
+// KALODLL_GOLDEN_WRITE=1 rewrites the files.
 
 #include <filesystem>
 #include <fstream>
@@ -123,7 +123,28 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
       transcript += line + "\n";
     }
     for (const auto& [name, lines] : common_) Replace(transcript, lines, name);
-    return transcript;
+    return Joined(transcript);
+  }
+
+  // Joins consecutive lines of one function, and consecutive operations and names, up to a width.
+  static std::string Joined(const std::string& transcript) {
+    constexpr size_t kWidth = 100;
+    std::string joined, line, function;
+    std::istringstream lines(transcript);
+    for (std::string next; std::getline(lines, next);) {
+      const bool logged = next[0] == '|';
+      const std::string same = logged ? next.substr(0, next.find(':') + 1) : "";
+      const std::string rest =
+          logged ? " | " + next.substr(next.find_first_not_of(' ', same.size())) : " " + next;
+      if (!line.empty() && same == function && line.size() + rest.size() <= kWidth) {
+        line += rest;
+      } else {
+        joined += line + (line.empty() ? "" : "\n");
+        line = next;
+        function = same;
+      }
+    }
+    return joined + line + (line.empty() ? "" : "\n");
   }
 
   static void Replace(std::string& text, const std::string& from, const std::string& to) {
