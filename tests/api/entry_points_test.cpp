@@ -26,6 +26,19 @@ class EntryPoints : public LibraryTest {
     Bytes message = Message(command, 16);
     return StartIo(message.data(), 16, message.data(), 16);
   }
+
+  // Returns a new session at the address of a destroyed one, or null if the allocator does not
+  // reuse addresses.
+  static std::unique_ptr<ClientSession> NewSessionAt(const void* address, const _GUID* client) {
+    std::vector<std::unique_ptr<ClientSession>> others;
+    for (int i = 0; i < 100; ++i) {
+      others.push_back(std::make_unique<ClientSession>());
+      if (others.back().get() != address) continue;
+      others.back()->ConnectClient(client);
+      return std::move(others.back());
+    }
+    return nullptr;
+  }
 };
 
 TEST_F(EntryPoints, take_the_lock_only_in_initialisation) {
@@ -70,12 +83,8 @@ TEST_F(EntryPoints, ignore_a_session_of_a_driver_at_the_address_of_a_closed_one)
   EXPECT_EQ(FenuInit3(&handle), 0u);
   EXPECT_EQ(FenuCleanup3(handle), 0u);
   { const KaloDllState own; }
-  std::vector<std::unique_ptr<ClientSession>> made;
-  do {
-    made.push_back(std::make_unique<ClientSession>());
-  } while (made.back().get() != handle && made.size() < 100);
-  if (made.back().get() != handle) GTEST_SKIP() << "the allocator does not reuse addresses";
-  made.back()->ConnectClient(&ClientSession::FENU_CLIENT_GUID);
+  const auto session = NewSessionAt(handle, &ClientSession::FENU_CLIENT_GUID);
+  if (session == nullptr) GTEST_SKIP() << "the allocator does not reuse addresses";
   EXPECT_EQ(state.fenuSession, handle);
   EXPECT_EQ(Send(0x30000), 6u);
   EXPECT_EQ(FenuCleanup(), 0u);
@@ -118,13 +127,8 @@ TEST_F(EntryPoints, destroy_a_new_session_at_the_address_of_the_last) {
   void* handle = nullptr;
   FenuInit3(&handle);
   FenuCleanup3(handle);
-  std::vector<std::unique_ptr<ClientSession>> others;
-  auto session = std::make_unique<ClientSession>();
-  for (; session.get() != handle && others.size() < 100; session.reset(new ClientSession)) {
-    others.push_back(std::move(session));
-  }
-  if (session.get() != handle) GTEST_SKIP() << "the allocator does not reuse addresses";
-  session->ConnectClient(&ClientSession::SAB_CLIENT_GUID);
+  auto session = NewSessionAt(handle, &ClientSession::SAB_CLIENT_GUID);
+  if (session == nullptr) GTEST_SKIP() << "the allocator does not reuse addresses";
   EXPECT_EQ(SessionCleanup(session.release()), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }

@@ -168,13 +168,10 @@ const std::map<std::string, void*> kReplacements = {
 #undef OWN
 #undef HOOK
 
-void ReplaceEntries(const dl_phdr_info& module) {
-  const ElfW(Addr) base = module.dlpi_addr;
-  const auto* dynamic = std::find_if(module.dlpi_phdr, module.dlpi_phdr + module.dlpi_phnum,
-                                     [](const auto& part) { return part.p_type == PT_DYNAMIC; });
+void ReplaceEntries(const link_map& module) {
+  const ElfW(Addr) base = module.l_addr;
   std::map<ElfW(Sxword), ElfW(Addr)> tags;
-  for (auto* tag = reinterpret_cast<const ElfW(Dyn)*>(base + dynamic->p_vaddr);
-       tag->d_tag != DT_NULL; ++tag) {
+  for (const auto* tag = module.l_ld; tag->d_tag != DT_NULL; ++tag) {
     tags[tag->d_tag] = tag->d_un.d_ptr;
   }
   // The table's entries are addresses with some loaders, and offsets with others.
@@ -201,18 +198,15 @@ void ReplaceEntries(const dl_phdr_info& module) {
 }  // namespace
 
 bool Install() {
-  bool found = false;
-  dl_iterate_phdr(
-      [](dl_phdr_info* module, size_t, void* foundLibrary) {
-        const std::string path = module->dlpi_name;
-        const std::string name = path.substr(path.rfind('/') + 1);
-        if (name != "libstdc++.so.6" && name != "libkalodll.so") return 0;
-        ReplaceEntries(*module);
-        *static_cast<bool*>(foundLibrary) |= name == "libkalodll.so";
-        return 0;
-      },
-      &found);
-  return found;
+  link_map* module = nullptr;
+  for (const char* name : {"libstdc++.so.6", "libkalodll.so"}) {
+    void* const handle = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
+    module = nullptr;
+    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &module) != 0) continue;
+    ReplaceEntries(*module);
+    dlclose(handle);
+  }
+  return module != nullptr;
 }
 
 void Arm(const std::string& call, uint32_t number, int error) {
