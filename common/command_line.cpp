@@ -206,6 +206,10 @@ void Command::Require(const std::vector<std::string>& names) {
   for (const std::string& name : names) app_->get_option(name)->required();
 }
 
+void Command::MakeValueOptional(const std::string& name, const std::string& value) {
+  app_->get_option(name)->expected(0, 1)->default_str(value);
+}
+
 bool Command::Has(const std::string& name) const { return app_->get_option(name)->count() > 0; }
 
 Command* Command::Chosen() {

@@ -74,6 +74,8 @@ class Command {
 
   // Requires options and arguments that were added before.
   void Require(const std::vector<std::string>& names);
+  // Makes the value of an option optional. The default is `value`.
+  void MakeValueOptional(const std::string& name, const std::string& value);
 
   // Returns true if the option was given. For use in the action.
   bool Has(const std::string& name) const;

@@ -16,6 +16,7 @@ declare -A groups=(
   [bench]="libbenchmark-dev libgoogle-glog-dev libspdlog-dev libtss2-dev valgrind binutils python3"
   [fuzz]="clang llvm libclang-rt-dev libgmock-dev"
   [abi]="abigail-tools"
+  [vm]="qemu-system-x86 busybox-static cpio"
   [lint]="clang-format clang-tidy"
   [coverage]="gcovr"
   [package]="dpkg-dev file lintian"
@@ -24,7 +25,7 @@ declare -A groups=(
 wanted=()
 for group in "${@:-build}"; do
   case "$group" in
-    all) members=(build test bench fuzz abi lint coverage package) ;;
+    all) members=(build test bench fuzz abi vm lint coverage package) ;;
     lint | package) members=("$group") ;;
     *) members=(build "$group") ;;
   esac

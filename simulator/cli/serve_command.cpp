@@ -26,18 +26,21 @@
 namespace zulisim {
 namespace {
 
+using Kind = KernelServer::Kind;
+
 constexpr const char* kNode = "/dev/zuli";
 
 constexpr const char* kServeFooter = R"(
 Ctrl-C ends the service. 'zulisim tell' changes the device while it is served. zulisim-serve(1)
-says what it needs, where the kernel limits it, and the exit status.
+says what --cuse and --fuse need, where the kernel limits them, and the exit status.
 
 Examples:
-  zulisim serve
+  zulisim serve --cuse
   zulisim serve --fuse /tmp/zuli --lose read:2)";
 
 struct ServeOptions {
-  std::string file = kNode;
+  bool characterDevice = false;
+  std::string file;
   OutputOptions output;
   Scenario scenario;
   bool strict = false;
@@ -99,10 +102,18 @@ class MountedFile {
   const bool created_;
 };
 
+void PrepareNode() {
+  if (access(kNode, F_OK) != 0) return;
+  throw std::runtime_error(common::Format(
+      "{} already exists; end the server that made it, or serve a file with --fuse FILE",
+      common::Quoted(kNode)));
+}
+
 // Returns null if the control socket cannot be created; the device is served without it.
-std::unique_ptr<ControlServer> MakeControl(const std::string& path, Engine* engine) {
+std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
+  const auto check = [kind](const Scenario& added) { CheckKernelCarries(added, kind); };
   try {
-    return std::make_unique<ControlServer>(path, engine, CheckKernelCarries);
+    return std::make_unique<ControlServer>(path, engine, check);
   } catch (const std::runtime_error& error) {
     std::cerr << "zulisim: warning: 'zulisim tell' cannot be used: " << error.what() << "\n";
     return nullptr;
@@ -122,22 +133,30 @@ void WaitForEnd(KernelServer& server) {
 }
 
 int Serve(const ServeOptions& options) {
-  const std::string path = std::filesystem::absolute(options.file).string();
+  const Kind kind = options.characterDevice ? Kind::kCharacterDevice : Kind::kFile;
+  // With --cuse there is no file name, and with --fuse it is optional.
+  const std::string path =
+      options.file.empty() ? kNode : std::filesystem::absolute(options.file).string();
   std::vector<NamedFile> inputs = InputFiles(options.scenario);
   inputs.push_back({"--fuse", options.file});
   CheckOutputs(options.output.Files(), inputs);
-  CheckKernelCarries(options.scenario);
-  CheckKernelServes();
+  CheckKernelCarries(options.scenario, kind);
+  CheckKernelServes(kind);
   const ChildSignals signals;
-  CheckCanMount();
-  const MountedFile file(path);
+  std::optional<MountedFile> file;
+  if (options.characterDevice) {
+    PrepareNode();
+  } else {
+    CheckCanMount();
+    file.emplace(path);
+  }
   Engine engine({options.scenario.clients, false});
   Apply(options.scenario, &engine);
   RunOutput output(options.output, {{"zulisim", "serve", path}, options.scenario.instructions, ""},
                    &engine);
   {
-    KernelServer server(engine, path, geteuid() == 0);
-    const auto control = MakeControl(path, &engine);
+    KernelServer server(engine, kind, path, geteuid() == 0);
+    const auto control = MakeControl(kind, path, &engine);
     std::cerr << "zulisim: serving " + common::Quoted(path) + "; press Ctrl-C to end\n";
     WaitForEnd(server);
   }
@@ -155,10 +174,18 @@ void DefineServe(common::Command* program) {
           (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."));
   command->SetFooter(kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
-  command->AddFile("--fuse", &options->file, "Serve FILE (default: \"/dev/zuli\")");
+  command->AddFlag("--cuse", &options->characterDevice,
+                   "Create the character device \"/dev/zuli\"");
+  command->AddFile("--fuse", &options->file, "Serve a file (default: \"/dev/zuli\")", "[FILE]");
+  command->MakeValueOptional("--fuse", kNode);
   AddOutputOptions(command, &options->output);
   AddInstructionOptions(command, &options->scenario, &options->strict);
-  command->SetAction([=] { return Serve(*options); });
+  command->SetAction([=] {
+    if (options->characterDevice == command->Has("--fuse")) {
+      throw common::UsageError("choose how to serve: either --cuse or --fuse [FILE]");
+    }
+    return Serve(*options);
+  });
 }
 
 }  // namespace zulisim

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <linux/fuse.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -59,12 +60,34 @@ bool ReplyFailure(fuse_req_t request, const Result& result) {
   return true;
 }
 
+// Adapts an operation on a character device to a file. For a file, the kernel also passes the
+// inode.
+template <auto operation>
+struct FileOperation;
+template <typename... Arguments, void (*operation)(fuse_req_t, Arguments...)>
+struct FileOperation<operation> {
+  static void Call(fuse_req_t request, fuse_ino_t, Arguments... arguments) {
+    operation(request, arguments...);
+  }
+};
+
 }  // namespace
 
-fuse_lowlevel_ops KernelOperations::ForLibfuse() {
+fuse_lowlevel_ops KernelOperations::ForFile() {
   fuse_lowlevel_ops operations{};
   operations.init = Init;
   operations.getattr = GetAttributes;
+  operations.open = FileOperation<Open>::Call;
+  operations.read = FileOperation<Read>::Call;
+  operations.write = FileOperation<Write>::Call;
+  operations.ioctl = FileOperation<Ioctl>::Call;
+  operations.release = FileOperation<Release>::Call;
+  return operations;
+}
+
+cuse_lowlevel_ops KernelOperations::ForCharacterDevice() {
+  cuse_lowlevel_ops operations{};
+  operations.init = Init;
   operations.open = Open;
   operations.read = Read;
   operations.write = Write;
@@ -87,7 +110,7 @@ void KernelOperations::Init(void*, struct fuse_conn_info* connection) {
   connection->max_background = 65535;
 }
 
-void KernelOperations::Open(fuse_req_t request, fuse_ino_t, struct fuse_file_info* file) {
+void KernelOperations::Open(fuse_req_t request, struct fuse_file_info* file) {
   KernelOperations* self = FromRequest(request);
   const Result result = self->device_.Open(file->flags, 0, -1);
   if (ReplyFailure(request, result)) return;
@@ -124,7 +147,7 @@ void KernelOperations::End() {
   for (const std::uint64_t connection : open) device_.Close(connection, CloseReason::kServiceEnded);
 }
 
-void KernelOperations::Read(fuse_req_t request, fuse_ino_t, std::size_t length, off_t offset,
+void KernelOperations::Read(fuse_req_t request, std::size_t length, off_t offset,
                             struct fuse_file_info* file) {
   if (offset > 0) {  // the rest of a split read; each read returns one message
     fuse_reply_buf(request, nullptr, 0);
@@ -151,10 +174,10 @@ void KernelOperations::Read(fuse_req_t request, fuse_ino_t, std::size_t length, 
   }
 }
 
-void KernelOperations::Write(fuse_req_t request, fuse_ino_t, const char* bytes, std::size_t length,
+void KernelOperations::Write(fuse_req_t request, const char* bytes, std::size_t length,
                              off_t offset, struct fuse_file_info* file) {
   KernelOperations* self = FromRequest(request);
-  if ((file->flags & O_APPEND) != 0) {
+  if (self->isFile_ && (file->flags & O_APPEND) != 0) {
     Warn("refused a write with O_APPEND (EINVAL): the end of the message would be unknown");
     fuse_reply_err(request, EINVAL);
     return;
@@ -171,18 +194,20 @@ void KernelOperations::Write(fuse_req_t request, fuse_ino_t, const char* bytes, 
 }
 
 // The kernel copies the number of bytes that the request number encodes, from and to the program.
-void KernelOperations::Ioctl(fuse_req_t request, fuse_ino_t, unsigned number, void* argument,
+void KernelOperations::Ioctl(fuse_req_t request, int number, void* argument,
                              struct fuse_file_info* file, unsigned, const void* in,
                              std::size_t inSize, std::size_t outSize) {
-  Bytes bytes(std::max({inSize, outSize, IoctlSize(number)}));
+  Bytes bytes(
+      std::max<std::size_t>({inSize, outSize, _IOC_SIZE(static_cast<std::uint32_t>(number))}));
   if (inSize > 0) std::memcpy(bytes.data(), in, inSize);
   void* const target = argument != nullptr ? bytes.data() : nullptr;
-  const Result result = FromRequest(request)->device_.Ioctl(file->fh, number, target);
+  const Result result =
+      FromRequest(request)->device_.Ioctl(file->fh, static_cast<std::uint32_t>(number), target);
   if (ReplyFailure(request, result)) return;
   fuse_reply_ioctl(request, static_cast<int>(result.value), bytes.data(), outSize);
 }
 
-void KernelOperations::Release(fuse_req_t request, fuse_ino_t, struct fuse_file_info* file) {
+void KernelOperations::Release(fuse_req_t request, struct fuse_file_info* file) {
   FromRequest(request)->Close(file->fh);
   fuse_reply_err(request, 0);
 }

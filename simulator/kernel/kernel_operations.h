@@ -1,7 +1,8 @@
 #pragma once
 
-#define FUSE_USE_VERSION 35
+#define FUSE_USE_VERSION 34  // the numbers of ioctl requests are int, as in CUSE
 
+#include <cuse_lowlevel.h>
 #include <fuse_lowlevel.h>
 
 #include <atomic>
@@ -17,11 +18,12 @@ namespace zulisim {
 // address of this object. Thread-safe.
 class KernelOperations {
  public:
-  // Returns what libfuse calls.
-  static struct fuse_lowlevel_ops ForLibfuse();
+  // Pass one of these to libfuse. `isFile` says which.
+  static struct fuse_lowlevel_ops ForFile();
+  static struct cuse_lowlevel_ops ForCharacterDevice();
 
   // The device must outlive this object.
-  explicit KernelOperations(Device& device) : device_(device) {}
+  KernelOperations(Device& device, bool isFile) : device_(device), isFile_(isFile) {}
 
   // Answers the reads of programs that a signal is about to end. Otherwise the kernel would keep
   // such a program until the device answers.
@@ -31,15 +33,14 @@ class KernelOperations {
 
  private:
   static void Init(void* self, struct fuse_conn_info* connection);
-  static void Open(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
-  static void Read(fuse_req_t request, fuse_ino_t inode, std::size_t length, off_t offset,
+  static void Open(fuse_req_t request, struct fuse_file_info* file);
+  static void Read(fuse_req_t request, std::size_t length, off_t offset,
                    struct fuse_file_info* file);
-  static void Write(fuse_req_t request, fuse_ino_t inode, const char* bytes, std::size_t length,
-                    off_t offset, struct fuse_file_info* file);
-  static void Ioctl(fuse_req_t request, fuse_ino_t inode, unsigned number, void* argument,
-                    struct fuse_file_info* file, unsigned flags, const void* in, std::size_t inSize,
-                    std::size_t outSize);
-  static void Release(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
+  static void Write(fuse_req_t request, const char* bytes, std::size_t length, off_t offset,
+                    struct fuse_file_info* file);
+  static void Ioctl(fuse_req_t request, int number, void* argument, struct fuse_file_info* file,
+                    unsigned flags, const void* in, std::size_t inSize, std::size_t outSize);
+  static void Release(fuse_req_t request, struct fuse_file_info* file);
   static void GetAttributes(fuse_req_t request, fuse_ino_t inode, struct fuse_file_info* file);
 
   struct PendingRead {
@@ -51,6 +52,7 @@ class KernelOperations {
   void Close(std::uint64_t connection);
 
   Device& device_;
+  const bool isFile_;
   std::atomic<bool> ended_{false};
   std::mutex mutex_;  // guards the members below
   std::set<std::uint64_t> open_;

@@ -10,7 +10,7 @@ namespace {
 
 std::string CheckedPath(const std::string& name) {
   std::string path = FindProgram(name);
-  CheckKernelServes();
+  CheckKernelServes(KernelServer::Kind::kFile);
   return path;
 }
 
@@ -21,7 +21,7 @@ KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const st
 
 int KernelProgram::Serve(Device& device) {
   EnterPrivateTree(folder(), root());
-  KernelServer server(device, "/dev/zuli", true);
+  KernelServer server(device, KernelServer::Kind::kFile, "/dev/zuli", true);
   const int status = RunChild(path(), arguments());
   server.WaitForCloses();
   return status;

@@ -45,18 +45,27 @@ struct Request : fuse_buf {
 
 bool KernelServer::Built() { return true; }
 
-KernelServer::KernelServer(Device& device, const std::string& path, bool everyUser)
+KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, bool everyUser)
     : path_(path),
-      operations_(std::make_unique<KernelOperations>(device)),
+      operations_(std::make_unique<KernelOperations>(device, kind == Kind::kFile)),
       stop_(eventfd(0, EFD_CLOEXEC)) {
   fuse_set_log_func(KeepMessage);
   libfuseMessage.clear();
   try {
-    Mount(everyUser);
+    if (kind == Kind::kFile) {
+      Mount(everyUser);
+    } else {
+      CreateNode();
+    }
     const int descriptor = fuse_session_fd(session_);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
     AnswerInit();
+    if (kind == Kind::kCharacterDevice && chmod(path_.c_str(), 0666) != 0) {
+      throw std::runtime_error(
+          common::Format("the kernel made the device, but {} is missing: /dev must be a devtmpfs",
+                         common::Quoted(path_)));
+    }
     const std::lock_guard<std::mutex> turn(turn_);
     if (!StartWorker()) throw std::runtime_error("cannot start a thread to serve the device");
   } catch (...) {
@@ -73,15 +82,35 @@ void KernelServer::Mount(bool everyUser) {
   fuse_opt_add_arg(&arguments, "zulisim");
   fuse_opt_add_arg(&arguments, "-ofsname=zulisim,subtype=zulisim");
   if (everyUser) fuse_opt_add_arg(&arguments, "-oallow_other");
-  const fuse_lowlevel_ops operations = KernelOperations::ForLibfuse();
+  const fuse_lowlevel_ops operations = KernelOperations::ForFile();
   session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
   fuse_opt_free_args(&arguments);
-  if (session_ != nullptr && fuse_session_mount(session_, path_.c_str()) == 0) return;
+  MountSession(path_);
+}
+
+void KernelServer::CreateNode() {
+  const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
+  const char* variables[] = {variable.c_str()};
+  struct cuse_info info {};
+  info.dev_info_argc = 1;
+  info.dev_info_argv = variables;
+  struct fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
+  fuse_opt_add_arg(&arguments, "zulisim");
+  const cuse_lowlevel_ops operations = KernelOperations::ForCharacterDevice();
+  session_ = cuse_lowlevel_new(&arguments, &info, &operations, operations_.get());
+  fuse_opt_free_args(&arguments);
+  const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
+  MountSession("/dev/fd/" + std::to_string(control));  // the session now owns the descriptor
+}
+
+void KernelServer::MountSession(const std::string& mountPoint) {
+  if (session_ != nullptr && fuse_session_mount(session_, mountPoint.c_str()) == 0) return;
   throw std::runtime_error(common::Format("cannot serve {}: {}", common::Quoted(path_),
                                           libfuseMessage.empty() ? "refused" : libfuseMessage));
 }
 
-// Answers the kernel's first request, which offers a protocol.
+// Answers the kernel's first request, which offers a protocol. For a character device, the answer
+// also creates the node.
 void KernelServer::AnswerInit() {
   Request request;
   if (Receive(&request)) fuse_session_process_buf(session_, &request);

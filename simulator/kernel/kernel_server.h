@@ -26,18 +26,23 @@ class KernelOperations;
 // it performs one, and starts another worker if no other is idle.
 class KernelServer {
  public:
+  enum class Kind { kFile, kCharacterDevice };
+
   // Returns false in a build without libfuse3, in which the constructor throws.
   static bool Built();
 
-  // The length in bytes of the longest message that the kernel never splits. The kernel transfers
-  // 256 pages at once, and an unaligned buffer needs one more page than its bytes fill.
-  static constexpr std::size_t kLongestUnsplit = std::size_t{255} * 4096;
+  // The length in bytes of the longest message that the kernel never splits, whatever the buffer.
+  static constexpr std::size_t LongestMessage(Kind kind) {
+    constexpr std::size_t kPage = 4096;
+    return kPage * (kind == Kind::kFile ? 255 : 31);  // an unaligned buffer needs one more page
+  }
 
-  // Mounts over the existing file `path`. With `everyUser`, which needs privileges, all users can
-  // open it. Programs can open the device when the constructor returns. The device must outlive
-  // this object. Throws std::runtime_error.
-  KernelServer(Device& device, const std::string& path, bool everyUser);
-  // Closes the open connections and removes the mount.
+  // kFile: mounts over the existing file `path`. With `everyUser`, which needs privileges, all
+  // users can open it. kCharacterDevice: creates `path`, a name in "/dev". Programs can open the
+  // device when the constructor returns. The device must outlive this object. Throws
+  // std::runtime_error.
+  KernelServer(Device& device, Kind kind, const std::string& path, bool everyUser);
+  // Closes the open connections and removes the mount or node.
   ~KernelServer();
   KernelServer(const KernelServer&) = delete;
   KernelServer& operator=(const KernelServer&) = delete;
@@ -49,6 +54,8 @@ class KernelServer {
 
  private:
   void Mount(bool everyUser);
+  void CreateNode();
+  void MountSession(const std::string& mountPoint);
   void AnswerInit();
   bool StartWorker();
   void Work();

@@ -8,7 +8,7 @@ namespace zulisim {
 
 class KernelOperations {};
 
-KernelServer::KernelServer(Device&, const std::string& path, bool) : path_(path) {
+KernelServer::KernelServer(Device&, Kind, const std::string& path, bool) : path_(path) {
   throw std::logic_error("this zulisim was built without libfuse3");
 }
 

@@ -9,11 +9,12 @@
 
 #include "common/format.h"
 #include "common/text.h"
-#include "simulator/kernel/kernel_server.h"
 #include "simulator/program/program.h"
 
 namespace zulisim {
 namespace {
+
+using Kind = KernelServer::Kind;
 
 constexpr const char* kUsePreload = "use 'zulisim run --device preload', which works without it";
 
@@ -31,24 +32,27 @@ void CheckErrno(Operation operation, int error) {
 
 }  // namespace
 
-void CheckKernelServes() {
+void CheckKernelServes(Kind kind) {
   if (!KernelServer::Built()) {
     throw std::runtime_error(
         std::string(
-            "this zulisim was built without libfuse3, which 'zulisim serve' and --device fuse "
-            "need; build it where the package libfuse3-dev is installed, or ") +
+            "this zulisim was built without libfuse3, which --fuse, --cuse and "
+            "--device fuse need; build it where the package libfuse3-dev is installed, or ") +
         kUsePreload);
   }
-  const int control = open("/dev/fuse", O_RDWR | O_CLOEXEC);
+  const bool isFile = kind == Kind::kFile;
+  const char* const node = isFile ? "/dev/fuse" : "/dev/cuse";
+  const int control = open(node, O_RDWR | O_CLOEXEC);
   if (control >= 0) {
     close(control);
     return;
   }
-  throw std::runtime_error(common::Format(
-      "cannot open /dev/fuse: {}; {}, or {}", std::strerror(errno),
-      errno == EACCES || errno == EPERM ? "run zulisim as root"
-                                        : "load the kernel module with 'modprobe fuse'",
-      kUsePreload));
+  const std::string remedy =
+      errno == EACCES || errno == EPERM
+          ? "run zulisim as root"
+          : common::Format("load the kernel module with 'modprobe {}'", isFile ? "fuse" : "cuse");
+  throw std::runtime_error(common::Format("cannot open {}: {}; {}, or {}", node,
+                                          std::strerror(errno), remedy, kUsePreload));
 }
 
 void CheckCanMount() {
@@ -66,13 +70,14 @@ void CheckCanMount() {
   }
 }
 
-void CheckKernelCarries(const Scenario& scenario) {
+void CheckKernelCarries(const Scenario& scenario, Kind kind) {
+  const std::size_t longest = KernelServer::LongestMessage(kind);
   for (const Client& client : scenario.clients) {
-    if (client.maxMessageLength <= KernelServer::kLongestUnsplit) continue;
+    if (client.maxMessageLength <= longest) continue;
     throw std::invalid_argument(common::Format(
         "the maximum message length of {}, {}, is above {}: the kernel would split such a message; "
         "choose a smaller max or --device preload",
-        common::Printable(client.name), client.maxMessageLength, KernelServer::kLongestUnsplit));
+        common::Printable(client.name), client.maxMessageLength, longest));
   }
   for (const Fault& fault : scenario.faults) {
     if (const auto* error = std::get_if<ErrnoFault>(&fault.effect)) {

@@ -225,5 +225,6 @@ expect 125 run --fault open:1=ENOSYS -- true
 contains out "does not pass ENOSYS of open"
 expect 125 "$zulisim" serve --fuse mount
 contains out "not a regular file"
+[ -e /dev/cuse ] || { expect 125 "$zulisim" serve --cuse; contains out "modprobe cuse"; }
 
 [ "$failures" -eq 0 ]

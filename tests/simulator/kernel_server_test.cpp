@@ -129,7 +129,8 @@ class KernelServerTest : public testing::Test {
     slow.client = "FENU";
     slow.latency = std::chrono::minutes(1);
     engine_.AddReply(slow);
-    server_ = std::make_unique<KernelServer>(engine_, kernel_.path(), true);
+    server_ =
+        std::make_unique<KernelServer>(engine_, KernelServer::Kind::kFile, kernel_.path(), true);
   }
 
   Engine engine_;

@@ -1,0 +1,74 @@
+#!/bin/busybox sh
+# The first process of the virtual machine that scripts/vm-test.sh starts. Its messages begin with
+# "machine: ".
+/bin/busybox --install -s /bin
+export PATH=/bin
+mount -t proc proc /proc
+mount -t sysfs sysfs /sys
+mount -t devtmpfs devtmpfs /dev
+{ read -r zulisim; read -r kaloctl; read -r program; } </suite/programs
+failures=0
+
+say() { echo "machine: $1"; }
+fail() { say "FAILED: $1"; failures=$((failures + 1)); }
+same() { cmp -s "$1" "$2" || { diff "$1" "$2" | head -n 20; fail "$1 and $2 differ"; }; }
+serve() {  # OPTIONS...: starts a server of the device, and waits until it serves
+  "$zulisim" serve --cuse "$@" 2>/tmp/served &
+  engine=$!
+  for i in $(seq 100); do
+    grep -q serving /tmp/served && return
+    sleep 0.1
+  done
+  cat /tmp/served
+  fail "serve --cuse did not start"
+}
+
+suite() {  # NAME ARGUMENTS of zulisim...
+  name=$1
+  shift
+  "$zulisim" "$@" -q --device fuse -- /bin/sh /suite/exchange_suite.sh "$program" "$kaloctl" \
+    >/tmp/out.$name 2>/tmp/err || { cat /tmp/err; fail "the suite, $name: exit status $?"; }
+}
+
+say "$(uname -sr)"
+insmod /suite/fuse.ko && insmod /suite/cuse.ko || fail "cannot load a module"
+
+# The same suite on each attachment, with the same faults.
+options=$(cat /suite/exchange_suite.options)
+serve -q --connection-numbers --transcript /tmp/transcript.cuse $options
+say "$(ls -l /dev/zuli)"
+[ -c /dev/zuli ] || fail "/dev/zuli is not a character device"
+sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.cuse 2>&1
+kill -INT $engine
+wait $engine || fail "serve --cuse: exit status $? after SIGINT"
+[ -e /dev/zuli ] && fail "/dev/zuli still exists"
+suite fuse run --connection-numbers --transcript /tmp/transcript.fuse $options
+# Records the character device and replays the recording. Both programs run in a file tree of their
+# own.
+serve -q $options
+suite recorded record -o /tmp/recording
+kill -INT $engine
+wait $engine
+suite replayed replay /tmp/recording
+# The preload library cannot serve the static shell here, so its suite ran outside.
+cp /suite/transcript.preload /suite/out.preload /tmp
+for device in preload fuse recorded replayed; do same /tmp/out.$device /tmp/out.cuse; done
+for device in preload fuse; do same /tmp/transcript.$device /tmp/transcript.cuse; done
+operations=$(wc -l </tmp/transcript.cuse)
+[ "$operations" -gt 80 ] || fail "the suite made only $operations operations"
+[ "$failures" -eq 0 ] &&
+  say "suite: $operations operations, the same transcript through cuse, fuse and preload"
+
+# Kills zulisim while a program waits for a reply.
+serve '--reply=kalo:*=latency:60s'
+"$program" open connect write:20 read:20 write:20 close open >/tmp/killed 2>&1 &
+waiting=$!
+sleep 1
+kill -KILL $engine
+wait $waiting
+say "engine killed: $(tr '\n' ' ' </tmp/killed)"
+grep -qE 'read:20=errno (19|103|107)' /tmp/killed || fail "a read did not fail cleanly"
+[ -e /dev/zuli ] && fail "/dev/zuli still exists after SIGKILL"
+
+[ "$failures" -eq 0 ] && say passed
+poweroff -f
