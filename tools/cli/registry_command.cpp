@@ -37,10 +37,11 @@ const char* TypeText(std::uint32_t type) {
   return type == REG_SZ ? "string" : type == REG_DWORD ? "dword" : "qword";
 }
 
-// Returns a string, a signed number, or null if the file ends before the data.
-Json DataJson(const RegistryValue& value) {
-  if (!value.data) return nullptr;
-  return value.type == REG_SZ ? Json(*value.data) : Json(std::stoi(*value.data));
+// The data is a string, a signed number, or null if the file ends before it.
+Json ValueJson(const RegistryValue& value) {
+  Json data = value.data ? Json(*value.data) : Json();
+  if (value.data && value.type != REG_SZ) data = std::stoi(*value.data);
+  return {{"name", value.name}, {"type", TypeText(value.type)}, {"data", data}};
 }
 
 // "5 (0x5)  dword"
@@ -53,39 +54,37 @@ std::string ValueText(const RegistryValue& value) {
   return data + "  " + TypeText(value.type);
 }
 
-Json KeyJson(const RegistryText& registry, const RegistryKey& key) {
-  Json values = Json::array();
-  for (const RegistryValue& value : key.values) {
-    values.push_back(
-        {{"name", value.name}, {"type", TypeText(value.type)}, {"data", DataJson(value)}});
-  }
-  return {
-      {"name", key.name}, {"id", key.id}, {"reachable", registry.Reaches(key)}, {"values", values}};
-}
-
-void PrintRegistry(const RegistryText& registry) {
+// Prints the keys unless `asJson` is set, and returns them.
+Json ShowKeys(const RegistryText& registry, bool asJson) {
   const common::Colours colours = common::ColoursFor(stdout);
+  Json keys = Json::array();
   for (const RegistryKey& key : registry.keys) {
-    std::cout << colours.bold << common::Printable(key.name) << colours.reset
-              << Format("  [{:#010x}]", key.id) << colours.bad
-              << (registry.Reaches(key) ? "" : kHidden) << colours.reset << '\n';
+    Json values = Json::array();
+    std::string text;
     for (const RegistryValue& value : key.values) {
-      std::cout << "  " << common::Printable(value.name) << " = " << ValueText(value) << '\n';
+      values.push_back(ValueJson(value));
+      text += "  " + common::Printable(value.name) + " = " + ValueText(value) + "\n";
     }
+    const bool reachable = registry.Reaches(key);
+    keys.push_back(
+        {{"name", key.name}, {"id", key.id}, {"reachable", reachable}, {"values", values}});
+    if (asJson) continue;
+    std::cout << colours.bold << common::Printable(key.name) << colours.reset
+              << Format("  [{:#010x}]", key.id) << colours.bad << (reachable ? "" : kHidden)
+              << colours.reset << '\n'
+              << text;
   }
-  std::cout << std::flush;
+  return keys;
 }
 
 int List(const RegistryOptions& options) {
   const RegistryText registry = LoadRegistryFile(options.file);
+  const Json keys = ShowKeys(registry, options.json);
   if (options.json) {
-    Json keys = Json::array();
-    for (const RegistryKey& key : registry.keys) keys.push_back(KeyJson(registry, key));
     PrintJson(
         {{"keys", keys}, {"endsEarlyAtLine", registry.stop ? Json(registry.stop->line) : Json()}});
-  } else {
-    PrintRegistry(registry);
   }
+  std::cout << std::flush;
   if (registry.stop) std::cerr << "kaloctl: " << registry.stop->Text(options.file) << '\n';
   return kDone;
 }
@@ -115,11 +114,7 @@ RegistryValue& FindValue(RegistryKey& key, const std::string& name) {
 int Get(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
   const RegistryValue& value = FindValue(FindKey(registry, options), options.name);
-  if (options.json) {
-    PrintJson({{"type", TypeText(value.type)}, {"data", DataJson(value)}});
-  } else {
-    std::cout << ValueText(value) << '\n';
-  }
+  options.json ? PrintJson(ValueJson(value)) : void(std::cout << ValueText(value) << '\n');
   return kDone;
 }
 
@@ -221,7 +216,7 @@ int Repair(const RegistryOptions& options) {
   const RegistryText repaired = RepairRegistry(content);
   const auto& stop = repaired.stop;
   if (stop) throw std::runtime_error(stop->Text(options.file) + "; correct the line first");
-  PrintRegistry(repaired);
+  ShowKeys(repaired, false);
   if (repaired.doubtful && !options.force) {
     throw common::InputError(
         Quoted(options.file) +

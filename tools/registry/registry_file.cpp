@@ -1,7 +1,6 @@
 #include "tools/registry/registry_file.h"
 
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -19,31 +18,7 @@
 namespace kaloctl {
 namespace {
 
-struct CloseFile {
-  void operator()(std::FILE* file) const { std::fclose(file); }
-};
-using File = std::unique_ptr<std::FILE, CloseFile>;
-
-struct RemoveFile {
-  void operator()(const char* name) const { unlink(name); }
-};
-
-// Copies the owner, the permissions, the access lists and the security labels of the replaced file
-// to the new file. Returns false and leaves errno set on failure.
-bool CopyPermissions(int from, int to) {
-  struct stat status {};
-  if (fstat(from, &status) != 0 || fchown(to, status.st_uid, status.st_gid) != 0) return false;
-  std::string names(1 << 16, '\0'), value(names), other(names);  // the maximum size
-  flistxattr(from, names.data(), names.size() - 1);
-  for (const char* name = names.c_str(); *name != '\0'; name += std::strlen(name) + 1) {
-    const ssize_t size = fgetxattr(from, name, value.data(), value.size());
-    const ssize_t present = fgetxattr(to, name, other.data(), other.size());
-    // The system sets security labels itself, and not every user may change them.
-    if (size < 0 || (size == present && value.compare(0, size, other, 0, size) == 0)) continue;
-    if (fsetxattr(to, name, value.data(), static_cast<std::size_t>(size), 0) != 0) return false;
-  }
-  return fchmod(to, status.st_mode & 07777) == 0;
-}
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 }  // namespace
 
@@ -69,7 +44,7 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
         common::Format("cannot change {}: {}{}", common::Quoted(path), what, std::strerror(errno)),
         OSCL_ERROR_REG_FILE_UNWRITABLE);
   };
-  const File old(std::fopen(path.c_str(), "ae"));
+  const File old(std::fopen(path.c_str(), "ae"), &std::fclose);
   require(old != nullptr, "");
   // The path of the file after resolving all symbolic links.
   const std::string target =
@@ -77,13 +52,16 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
   errno = EINVAL;
   require(std::filesystem::is_regular_file(target), "it is not a regular file: ");
   std::string name = target + ".XXXXXX";
-  const File file(fdopen(mkstemp(name.data()), "w"));
+  const File file(fdopen(mkstemp(name.data()), "w"), &std::fclose);
   require(file != nullptr, "cannot create a file in its folder: ");
-  const std::unique_ptr<const char, RemoveFile> remover(name.c_str());
+  const std::unique_ptr<const char, int (*)(const char*)> remover(name.c_str(), &unlink);
   require(std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
               std::fflush(file.get()) == 0,
           "");
-  require(CopyPermissions(fileno(old.get()), fileno(file.get())),
+  struct stat status {};
+  require(fstat(fileno(old.get()), &status) == 0 &&
+              fchown(fileno(file.get()), status.st_uid, status.st_gid) == 0 &&
+              fchmod(fileno(file.get()), status.st_mode & 07777) == 0,
           "cannot copy its owner and permissions: ");
   require(fsync(fileno(file.get())) == 0 && std::rename(name.c_str(), target.c_str()) == 0, "");
 }

@@ -76,26 +76,14 @@ std::optional<RegistryStop> FindStop(const std::string& content) {
                       StopMessage(code, content.substr(begin, *found - begin))};
 }
 
-template <typename Field, typename Wanted>
-const RegistryKey* First(const RegistryText& registry, Field RegistryKey::*field, Wanted wanted) {
-  for (const RegistryKey* key : registry.ListOrder()) {
-    if (key->*field == wanted) return key;
-  }
-  return nullptr;
-}
-
 std::string WithoutTrailingBlanks(std::string text) {
   for (std::size_t at = 0; (at = text.find(" \n", at)) != std::string::npos;) text.erase(at, 1);
   return text;
 }
 
-bool HoldsText(const RegistryText& registry) {
-  for (const RegistryKey& key : registry.keys) {
-    for (const RegistryValue& value : key.values) {
-      if (value.type == REG_SZ) return true;
-    }
-  }
-  return false;
+bool HoldsText(const RegistryKey& key) {
+  return std::any_of(key.values.begin(), key.values.end(),
+                     [](const RegistryValue& value) { return value.type == REG_SZ; });
 }
 
 }  // namespace
@@ -110,19 +98,18 @@ RegistryValue* RegistryKey::Find(std::string_view valueName) {
   return found == values.end() ? nullptr : &*found;
 }
 
-std::vector<const RegistryKey*> RegistryText::ListOrder() const {
-  std::vector<const RegistryKey*> order;
-  for (const RegistryKey& key : keys) order.push_back(&key);
-  if (!order.empty()) std::reverse(order.begin() + 1, order.end());
-  return order;
+const RegistryKey* RegistryText::Find(const std::function<bool(const RegistryKey&)>& wanted) const {
+  if (!keys.empty() && wanted(keys.front())) return &keys.front();
+  const auto found = std::find_if(keys.rbegin(), keys.rend(), wanted);
+  return found == keys.rend() ? nullptr : &*found;
 }
 
 const RegistryKey* RegistryText::FindByName(std::string_view name) const {
-  return First(*this, &RegistryKey::name, name);
+  return Find([name](const RegistryKey& key) { return key.name == name; });
 }
 
 const RegistryKey* RegistryText::FindById(std::uint32_t id) const {
-  return First(*this, &RegistryKey::id, id);
+  return Find([id](const RegistryKey& key) { return key.id == id; });
 }
 
 bool RegistryText::Reaches(const RegistryKey& key) const {
@@ -157,7 +144,8 @@ RegistryText RepairRegistry(const std::string& content) {
   std::reverse(registry.keys.begin() + 1, registry.keys.end());
   // If the library would write a different file, the repair has misread this one.
   const std::string written = FormatRegistry(registry);
-  registry.doubtful = HoldsText(registry) || LoadCode(written) != OSCL_ERROR_SUCCESS ||
+  registry.doubtful = std::any_of(registry.keys.begin(), registry.keys.end(), HoldsText) ||
+                      LoadCode(written) != OSCL_ERROR_SUCCESS ||
                       oscl::RegistryImage(written).Rendered() != content;
   return registry;
 }

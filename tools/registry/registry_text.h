@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -42,10 +43,9 @@ struct RegistryText {
   // a text.
   bool doubtful = false;
 
-  // Returns the keys in the order in which the library searches them: the first key of the file,
-  // then the last, and so on back to the second.
-  std::vector<const RegistryKey*> ListOrder() const;
-  // Return the key that the library finds, which is the first match in list order, or null.
+  // Returns the key that the library finds, or null. The library searches the first key of the
+  // file, then the last, and so on back to the second.
+  const RegistryKey* Find(const std::function<bool(const RegistryKey&)>& wanted) const;
   const RegistryKey* FindByName(std::string_view name) const;
   const RegistryKey* FindById(std::uint32_t id) const;
   // Returns false if another key with the same name or id hides this key.
