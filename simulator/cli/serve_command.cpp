@@ -56,41 +56,35 @@ bool IsServed(const std::string& path, const struct stat& status) {
          stat(parent.c_str(), &folder) == 0 && folder.st_dev != status.st_dev;
 }
 
-// Creates the file `path` if it is missing, and then returns true. Throws std::runtime_error if
-// nothing can be mounted on it.
-bool PrepareFile(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) == 0) {
-    if (IsServed(path, status)) {
-      throw std::runtime_error(common::Format(
-          "{} is already served; end that server or choose another file with --fuse FILE",
-          common::Quoted(path)));
-    }
-    if (S_ISREG(status.st_mode)) return false;
-    throw std::runtime_error(common::Format(
-        "cannot mount on {}: not a regular file; choose a file with --fuse, such as {}",
-        common::Quoted(path),
-        common::Quoted(S_ISDIR(status.st_mode) ? path + "/zuli" : "/tmp/zuli")));
-  }
-  if (errno == ENOTCONN) {
-    throw std::runtime_error(common::Format(
-        "{} is still mounted, but its server has ended; remove the mount with '{} {}'",
-        common::Quoted(path), geteuid() == 0 ? "umount" : "fusermount3 -u",
-        common::Printable(path)));
-  }
-  if (!std::ofstream(path, std::ios::app)) {
-    throw std::runtime_error(common::Format(
-        "cannot create the file {} to mount on: {}; choose another file with --fuse FILE, or use "
-        "'zulisim run --device fuse', which serves one program in a file tree of its own",
-        common::Quoted(path), std::strerror(errno)));
-  }
-  return true;
-}
-
-// The file to mount on. If it was missing, the destructor removes it.
+// The file to mount on. If it was missing, the constructor creates it and the destructor removes
+// it.
 class MountedFile {
  public:
-  explicit MountedFile(const std::string& path) : path_(path), created_(PrepareFile(path)) {}
+  // Throws std::runtime_error if nothing can be mounted on the file.
+  explicit MountedFile(const std::string& path) : path_(path) {
+    struct stat status {};
+    const std::string name = common::Quoted(path);
+    const bool exists = stat(path.c_str(), &status) == 0;
+    if (exists && IsServed(path, status)) {
+      Fail(name + " is already served; end that server or choose another file with --fuse FILE");
+    }
+    if (exists && !S_ISREG(status.st_mode)) {
+      Fail("cannot mount on " + name + ": not a regular file; choose a file with --fuse, such as " +
+           common::Quoted(S_ISDIR(status.st_mode) ? path + "/zuli" : "/tmp/zuli"));
+    }
+    if (!exists && errno == ENOTCONN) {
+      Fail(common::Format(
+          "{} is still mounted, but its server has ended; remove the mount with '{} {}'", name,
+          geteuid() == 0 ? "umount" : "fusermount3 -u", common::Printable(path)));
+    }
+    if (!exists && !std::ofstream(path, std::ios::app)) {
+      Fail(common::Format(
+          "cannot create the file {} to mount on: {}; choose another file with --fuse FILE, or use "
+          "'zulisim run --device fuse', which serves one program in a file tree of its own",
+          name, std::strerror(errno)));
+    }
+    created_ = !exists;
+  }
   ~MountedFile() {
     if (created_) unlink(path_.c_str());
   }
@@ -98,16 +92,11 @@ class MountedFile {
   MountedFile& operator=(const MountedFile&) = delete;
 
  private:
-  const std::string path_;
-  const bool created_;
-};
+  [[noreturn]] static void Fail(const std::string& message) { throw std::runtime_error(message); }
 
-void PrepareNode() {
-  if (access(kNode, F_OK) != 0) return;
-  throw std::runtime_error(common::Format(
-      "{} already exists; end the server that made it, or serve a file with --fuse FILE",
-      common::Quoted(kNode)));
-}
+  const std::string path_;
+  bool created_ = false;
+};
 
 // Returns null if the control socket cannot be created; the device is served without it.
 std::unique_ptr<ControlServer> MakeControl(Kind kind, const std::string& path, Engine* engine) {
@@ -144,9 +133,12 @@ int Serve(const ServeOptions& options) {
   CheckKernelServes(kind);
   const ChildSignals signals;
   std::optional<MountedFile> file;
-  if (options.characterDevice) {
-    PrepareNode();
-  } else {
+  if (options.characterDevice && access(kNode, F_OK) == 0) {
+    throw std::runtime_error(common::Format(
+        "{} already exists; end the server that made it, or serve a file with --fuse FILE",
+        common::Quoted(kNode)));
+  }
+  if (!options.characterDevice) {
     CheckCanMount();
     file.emplace(path);
   }
