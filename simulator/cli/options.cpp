@@ -1,9 +1,7 @@
 #include "simulator/cli/options.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <iostream>
-#include <iterator>
 #include <stdexcept>
 
 #include "common/command_line.h"
@@ -36,14 +34,6 @@ void AddScenarioFile(const std::string& path, Scenario* scenario) {
                      common::Quoted(path), common::Printable(path)));
 }
 
-std::vector<InstructionOption> AllInstructions() {
-  std::vector<InstructionOption> options = InstructionOptions();
-  options.insert(options.begin(),
-                 {kScenarioOption, "FILE", "Follow a scenario file; 'zulisim check' validates it",
-                  AddScenarioFile});
-  return options;
-}
-
 void AddInstruction(common::Command* command, Scenario* scenario, const InstructionOption& option) {
   const auto take = [option, scenario](const std::string& text) {
     try {
@@ -60,9 +50,9 @@ void AddInstruction(common::Command* command, Scenario* scenario, const Instruct
 
 // "failures", "client=NAME" or "command=NUMBER"
 void AddFilter(const std::string& text, TranscriptFilter* filter) {
-  const std::size_t end = std::min(text.find('='), text.size());
+  const std::size_t end = text.find('=');
   const std::string name = text.substr(0, end);
-  const std::string value = text.substr(std::min(end + 1, text.size()));
+  const std::string value = end == std::string::npos ? "" : text.substr(end + 1);
   if (text == "failures") {
     filter->failures = true;
   } else if (name == "client" && !value.empty()) {
@@ -94,8 +84,12 @@ std::vector<NamedFile> InputFiles(const ProgramOptions& options) {
 
 void AddInstructionOptions(common::Command* command, Scenario* scenario, bool* strict) {
   command->BeginGroup("The engine");
-  for (const InstructionOption& option : AllInstructions())
+  AddInstruction(command, scenario,
+                 {kScenarioOption, "FILE", "Follow a scenario file; 'zulisim check' validates it",
+                  AddScenarioFile});
+  for (const InstructionOption& option : InstructionOptions()) {
     AddInstruction(command, scenario, option);
+  }
   if (strict == nullptr) return;
   command->AddFlag("--strict", strict,
                    "Exit with status 122 when a requested reply or fault never happened");

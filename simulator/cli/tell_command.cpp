@@ -40,9 +40,7 @@ Instructions:
 }
 
 struct TellOptions {
-  std::string name;
-  std::string what;
-  std::string argument;
+  std::string name, what, argument;
 };
 
 }  // namespace
