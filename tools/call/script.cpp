@@ -136,11 +136,7 @@ class LineParser {
     const std::string version = Next();
     step_.nullParams = version == kNullHandle;
     if (step_.nullParams) return;
-    if (version == "3.0" || version == "3.2") {
-      step_.apiVersion = version == "3.0" ? KALO_FIRMWARE_API_30 : KALO_FIRMWARE_API_32;
-    } else {
-      step_.apiVersion = Number(version, "a version such as 3.0 or 0x30000, or null");
-    }
+    step_.apiVersion = Number(version, "a version such as 0x30000 for 3.0, or null");
     step_.option = Number(Next(), "an option word such as 0 or 1");
   }
 

@@ -49,17 +49,16 @@ struct ScriptRunner::CallResult {
   std::vector<std::uint8_t> privateData;
 };
 
-ScriptRunner::ScriptRunner(std::ostream& out, const common::Colours& colours,
-                           const RunOptions& options)
-    : out_(out), colours_(colours), options_(options), log_(LogCapture::Start(options.trace)) {}
+ScriptRunner::ScriptRunner(std::ostream& out, const common::Colours& colours, bool trace)
+    : out_(out), colours_(colours), log_(LogCapture::Start(trace)) {}
 
 bool ScriptRunner::Run(const std::vector<ScriptStep>& steps) {
   bool good = true;
   for (const ScriptStep& step : steps) {
-    out_ << colours_.bold << std::setw(4) << step.line << "  " << step.text << colours_.reset;
     // Flush before the call. Then the transcript of the call's operations follows this line, and
     // after a crash the last line shows the call that caused it.
-    if (!options_.brief) out_ << std::endl;
+    out_ << colours_.bold << std::setw(4) << step.line << "  " << step.text << colours_.reset
+         << std::endl;
     const CallResult result = MakeCall(step);
     PrintResult(step, result);
     good = good && result.status == KALO_DLL_STATUS_SUCCESS;
@@ -95,10 +94,9 @@ ScriptRunner::CallResult ScriptRunner::MakeCall(const ScriptStep& step) {
 
 void ScriptRunner::PrintResult(const ScriptStep& step, const CallResult& result) {
   const bool good = result.status == KALO_DLL_STATUS_SUCCESS;
-  out_ << (options_.brief ? "  ->  " : "      ->  ") << (good ? colours_.good : colours_.bad)
-       << StatusText(result.status) << colours_.reset << '\n';
+  out_ << "      ->  " << (good ? colours_.good : colours_.bad) << StatusText(result.status)
+       << colours_.reset << '\n';
   const std::vector<std::string> lines = log_->Take();
-  if (options_.brief) return;
   if (!good) {
     PrintFailure(out_, colours_, kIndent,
                  DescribeFailure(result.status, step.entryPoint->recordsError, lines));

@@ -12,15 +12,11 @@
 
 namespace kaloctl {
 
-struct RunOptions {
-  bool brief = false;  // one line per call: no counts, reply or log
-  bool trace = false;  // include the library's trace lines
-};
-
 // Makes the calls of a script and prints the result of each.
 class ScriptRunner {
  public:
-  ScriptRunner(std::ostream& out, const common::Colours& colours, const RunOptions& options);
+  // `trace` includes the library's trace lines.
+  ScriptRunner(std::ostream& out, const common::Colours& colours, bool trace);
 
   // Returns true if every call succeeded.
   bool Run(const std::vector<ScriptStep>& steps);
@@ -33,7 +29,6 @@ class ScriptRunner {
 
   std::ostream& out_;
   common::Colours colours_;
-  RunOptions options_;
   LogCapture* const log_;
   // The handles of the script by name. A handle is null until a call sets it.
   std::map<std::string, void*> handles_;

@@ -5,7 +5,6 @@
 #include "api/kalo_dll_state.h"
 #include "common/format.h"
 #include "common/input.h"
-#include "common/number.h"
 #include "tools/call/script_runner.h"
 #include "tools/call/status_text.h"
 #include "tools/cli/commands.h"
@@ -17,15 +16,6 @@ namespace {
 // An address as text, or null.
 Json AddressJson(const void* address) {
   return address == nullptr ? Json() : Json(common::Format("{}", address));
-}
-
-// Returns a status or source with its name, and a large number in hexadecimal.
-std::string FieldText(const std::string& name, const Json& value) {
-  if (value.is_string() && name.find("Text") == std::string::npos) return value.get<std::string>();
-  if (value.is_number() && value > 0xFFFF) return common::Hex(value);
-  if (name.find("ErrorCode") != std::string::npos) return StatusText(value);
-  if (name == "lastErrorSource") return SourceText(value);
-  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 // Returns the fields of gKaloDllState by name. A session is shown as its address, or as null.
@@ -56,17 +46,9 @@ Json StateJson() {
   };
 }
 
-void PrintState() {
-  std::cout << "gKaloDllState\n";
-  const Json state = StateJson();
-  for (const auto& [name, value] : state.items()) {
-    std::cout << common::Format("  {:<22}{}\n", name, FieldText(name, value));
-  }
-}
-
 struct ScriptOptions {
   std::string script;
-  RunOptions run;
+  bool trace = false;
   bool state = false;
   bool json = false;
 };
@@ -77,13 +59,9 @@ int RunScript(const ScriptOptions& options) {
     steps = ParseScript(common::ReadInput(options.script), common::InputName(options.script));
   }
   std::ostream& out = options.json ? std::cerr : std::cout;
-  ScriptRunner runner(out, common::ColoursFor(options.json ? stderr : stdout), options.run);
+  ScriptRunner runner(out, common::ColoursFor(options.json ? stderr : stdout), options.trace);
   const bool good = runner.Run(steps);
-  if (options.json) {
-    PrintJson(StateJson());
-  } else if (options.state) {
-    PrintState();
-  }
+  if (options.state) PrintJson(StateJson());
   return good ? kDone : kFailed;
 }
 
@@ -94,16 +72,16 @@ void DefineRun(common::Command* program) {
   common::Command* command =
       program->AddCommand("run", "Make the calls of a script and show the result of each");
   command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT (- for standard input)");
-  command->AddFlag("--trace", &options->run.trace,
+  command->AddFlag("--trace", &options->trace,
                    "Show the library's trace lines too, and write them to its log file");
-  command->AddFlag("--state", &options->state,
-                   "Show the library's global state after the calls; SCRIPT is optional then");
+  command->AddFlag(
+      "--state", &options->state,
+      "Show the library's global state after the calls, as JSON; SCRIPT is optional then");
   AddJsonFlag(command, &options->json);
   command->SetFooter(ScriptHelp() + R"(
-Prints for each call its status, reply, number of open handles and log lines. --state prints
-only the statuses, then the state of kaloctl's own copy of the library. A session keeps its
-address there after it is closed. --json requires --state and moves the statuses to standard
-error. Do not send on a session that another call has closed: this may crash, as in a driver.
+Prints for each call its status, reply, number of open handles and log lines. --state then
+prints the state of kaloctl's own copy of the library. A session keeps its address there after
+it is closed. --json requires --state and moves everything else to standard error. Do not send on a session that another call has closed: this may crash, as in a driver.
 
 Examples:
   zulisim run kaloctl run script.txt
@@ -115,7 +93,6 @@ Exit status: 0 every call succeeded, 1 a call failed, 2 wrong usage or script. S
       throw common::UsageError("no script given; name a file, or use --state");
     }
     if (options->json && !options->state) throw common::UsageError("--json requires --state");
-    options->run.brief = options->state;
     return RunScript(*options);
   });
 }
