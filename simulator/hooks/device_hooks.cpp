@@ -187,48 +187,38 @@ ZULISIM_HOOK_64(fcntl, fcntl64)
 
 // Handles the device's system calls by number and passes all others to the kernel.
 ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e, long f) {
-  const int descriptor = static_cast<int>(a);
-  switch (number) {
 #ifdef SYS_open
-    case SYS_open: {
-      const auto* path = reinterpret_cast<const char*>(a);
-      if (IsDevice(path)) return OpenDevice(static_cast<int>(b), static_cast<unsigned>(c));
-      break;
-    }
-#endif
-    case SYS_openat: {
-      const auto* path = reinterpret_cast<const char*>(b);
-      if (IsDevice(path)) return OpenDevice(static_cast<int>(c), static_cast<unsigned>(d));
-      break;
-    }
-    case SYS_read:
-    case SYS_write:
-    case SYS_readv:
-    case SYS_writev:
-    case SYS_ioctl:
-    case SYS_close:
-      if (const auto handle = DeviceHandle(descriptor)) {
-        auto* buffer = reinterpret_cast<void*>(b);
-        const auto* pieces = reinterpret_cast<const struct iovec*>(b);
-        const auto length = static_cast<std::size_t>(c);
-        const int count = static_cast<int>(c);
-        if (number == SYS_read) return ReadDevice(*handle, descriptor, buffer, length);
-        if (number == SYS_write) return WriteDevice(*handle, descriptor, buffer, length);
-        if (number == SYS_readv) {
-          return TransferPieces(ReadDevice, *handle, descriptor, pieces, count);
-        }
-        if (number == SYS_writev) {
-          return TransferPieces(WriteDevice, *handle, descriptor, pieces, count);
-        }
-        if (number == SYS_close) return CloseDevice(descriptor, *handle);
-        return ControlDevice(*handle, descriptor, static_cast<unsigned long>(b),
-                             reinterpret_cast<void*>(c));
-      }
-      break;
-    default:
-      break;
+  if (number == SYS_open && IsDevice(reinterpret_cast<const char*>(a))) {
+    return OpenDevice(static_cast<int>(b), static_cast<unsigned>(c));
   }
-  return Real().syscall(number, a, b, c, d, e, f);
+#endif
+  if (number == SYS_openat && IsDevice(reinterpret_cast<const char*>(b))) {
+    return OpenDevice(static_cast<int>(c), static_cast<unsigned>(d));
+  }
+  const int descriptor = static_cast<int>(a);
+  const auto handle = DeviceHandle(descriptor);
+  if (!handle) return Real().syscall(number, a, b, c, d, e, f);
+  auto* const buffer = reinterpret_cast<void*>(b);
+  const auto* const pieces = static_cast<const struct iovec*>(buffer);
+  const auto length = static_cast<std::size_t>(c);
+  const int count = static_cast<int>(c);
+  switch (number) {
+    case SYS_read:
+      return ReadDevice(*handle, descriptor, buffer, length);
+    case SYS_write:
+      return WriteDevice(*handle, descriptor, buffer, length);
+    case SYS_readv:
+      return TransferPieces(ReadDevice, *handle, descriptor, pieces, count);
+    case SYS_writev:
+      return TransferPieces(WriteDevice, *handle, descriptor, pieces, count);
+    case SYS_ioctl:
+      return ControlDevice(*handle, descriptor, static_cast<unsigned long>(b),
+                           reinterpret_cast<void*>(c));
+    case SYS_close:
+      return CloseDevice(descriptor, *handle);
+    default:  // the first argument may not even be a descriptor
+      return Real().syscall(number, a, b, c, d, e, f);
+  }
 }
 
 }  // namespace zulisim::hooks
