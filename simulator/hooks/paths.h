@@ -1,5 +1,7 @@
 #pragma once
 
+#include <limits.h>
+
 #include <cstddef>
 #include <cstring>
 
@@ -10,32 +12,26 @@ inline constexpr const char* kDevicePath = "/dev/zuli";
 // Returns true if `path` is absolute and names the file `canonical`. Compares only the text: it
 // ignores repeated slashes, resolves "." and "..", and does not follow links.
 inline bool SamePath(const char* path, const char* canonical) {
-  if (path == nullptr || *path != '/') return false;
-  const char* end = path + std::strlen(path);
-  const char* wanted = canonical + std::strlen(canonical);
-  if (end[-1] == '/') return false;  // a folder
-  std::size_t skipped = 0;           // components that a later ".." cancels
-  for (bool isLast = true; end > path; isLast = false) {
-    const char* name = end;
-    while (name[-1] != '/') --name;
-    const auto length = static_cast<std::size_t>(end - name);
-    end = name - 1;
-    const bool isUp = length == 2 && name[0] == '.' && name[1] == '.';
-    if (length == 0 || isUp || (length == 1 && *name == '.')) {
-      if (isLast) return false;
-      skipped += isUp ? 1 : 0;
-    } else if (skipped > 0) {
-      --skipped;
-    } else {
-      const auto left = static_cast<std::size_t>(wanted - canonical);
-      if (left <= length || wanted[-1 - static_cast<std::ptrdiff_t>(length)] != '/' ||
-          std::memcmp(wanted - length, name, length) != 0) {
-        return false;
+  if (path == nullptr || *path != '/' || std::strlen(path) >= PATH_MAX) return false;
+  char plain[PATH_MAX];
+  char* end = plain;
+  bool isFile = false;  // the last component is a name
+  for (std::size_t length = 0; *path != '\0'; path += length) {
+    path += std::strspn(path, "/");
+    length = std::strcspn(path, "/");
+    const bool isUp = length == 2 && std::memcmp(path, "..", 2) == 0;
+    isFile = length > 0 && !isUp && !(length == 1 && *path == '.');
+    if (isFile) {
+      *end++ = '/';
+      std::memcpy(end, path, length);
+      end += length;
+    } else if (isUp) {
+      while (end > plain && *--end != '/') {
       }
-      wanted -= length + 1;
     }
   }
-  return wanted == canonical;
+  *end = '\0';
+  return isFile && std::strcmp(plain, canonical) == 0;
 }
 
 // Returns true if `path` names the device and a device is served.
