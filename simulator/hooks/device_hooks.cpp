@@ -183,7 +183,7 @@ ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
 ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
   return FcntlResult(descriptor, command, Real().fcntl(descriptor, command, argument));
 }
-ZULISIM_HOOK_64(fcntl, fcntl64)
+ZULISIM_ALIAS(fcntl, fcntl64)
 
 // Handles the device's system calls by number and passes all others to the kernel.
 ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e, long f) {

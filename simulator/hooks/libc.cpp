@@ -10,16 +10,10 @@ namespace {
 Libc functions;
 std::atomic<bool> resolved{false};
 
-void* FindInLibc(const char* name) {
-  void* function = dlsym(RTLD_NEXT, name);
-  // dlsym finds no default version of functions that only old programs use.
-  return function != nullptr ? function : dlvsym(RTLD_NEXT, name, "GLIBC_2.2.5");
-}
-
 void Resolve() {
   Libc found;
 #define ZULISIM_RESOLVE(name, result, parameters) \
-  found.name = reinterpret_cast<result(*) parameters>(FindInLibc(#name));
+  found.name = reinterpret_cast<result(*) parameters>(dlsym(RTLD_NEXT, #name));
   ZULISIM_HOOKED_FUNCTIONS(ZULISIM_RESOLVE)
 #undef ZULISIM_RESOLVE
   // Several threads can reach this point before main. They write the same values.

@@ -12,7 +12,6 @@
   X(__open_2, int, (const char*, int))                        \
   X(openat, int, (int, const char*, int, unsigned))           \
   X(__openat_2, int, (int, const char*, int))                 \
-  X(creat, int, (const char*, unsigned))                      \
   X(fopen, FILE*, (const char*, const char*))                 \
   X(freopen, FILE*, (const char*, const char*, FILE*))        \
   X(fdopen, FILE*, (int, const char*))                        \
@@ -20,18 +19,13 @@
   X(lstat, int, (const char*, void*))                         \
   X(fstat, int, (int, void*))                                 \
   X(fstatat, int, (int, const char*, void*, int))             \
-  X(__xstat, int, (int, const char*, void*))                  \
-  X(__lxstat, int, (int, const char*, void*))                 \
-  X(__fxstat, int, (int, int, void*))                         \
   X(statx, int, (int, const char*, int, unsigned, void*))     \
   X(access, int, (const char*, int))                          \
   X(eaccess, int, (const char*, int))                         \
-  X(euidaccess, int, (const char*, int))                      \
   X(faccessat, int, (int, const char*, int, int))             \
   X(unlink, int, (const char*))                               \
   X(remove, int, (const char*))                               \
   X(rename, int, (const char*, const char*))                  \
-  X(truncate, int, (const char*, off_t))                      \
   X(read, ssize_t, (int, void*, size_t))                      \
   X(__read_chk, ssize_t, (int, void*, size_t, size_t))        \
   X(readv, ssize_t, (int, const struct iovec*, int))          \
@@ -52,11 +46,11 @@
   result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
   result Hook_##name(__VA_ARGS__)
 
-// Gives the hook of `name` a second symbol, `name64`. Where off_t has 64 bits, libc's two functions
-// are the same. The attribute `alias` does not work here, because libc's headers define some of the
-// functions inline.
-#define ZULISIM_HOOK_64(name, name64) __asm__(".globl " #name64 "\n.set " #name64 ", " #name);
-static_assert(sizeof(off_t) == 8, "name and name64 differ");
+// Gives the hook of `name` a second symbol, for another name of the same function. Where off_t has
+// 64 bits, open64 is open. The attribute `alias` does not work here, because libc's headers define
+// some of the functions inline.
+#define ZULISIM_ALIAS(name, other) __asm__(".globl " #other "\n.set " #other ", " #name);
+static_assert(sizeof(off_t) == 8, "open64 is not open");
 
 namespace zulisim::hooks {
 

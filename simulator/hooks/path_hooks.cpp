@@ -82,11 +82,6 @@ ZULISIM_HOOK(int, __openat_2, int folder, const char* path, int flags) {
   return Real().__openat_2(folder, Target(path), flags);
 }
 
-ZULISIM_HOOK(int, creat, const char* path, unsigned mode) {
-  if (IsDevice(path)) return OpenDevice(O_CREAT | O_WRONLY | O_TRUNC, mode);
-  return Real().creat(Target(path), mode);
-}
-
 ZULISIM_HOOK(FILE*, fopen, const char* path, const char* mode) {
   return IsDevice(path) ? RefuseStream() : Real().fopen(Target(path), mode);
 }
@@ -99,27 +94,21 @@ ZULISIM_HOOK(FILE*, fdopen, int descriptor, const char* mode) {
   return DeviceHandle(descriptor) ? RefuseStream() : Real().fdopen(descriptor, mode);
 }
 
-#define ZULISIM_STAT_HOOKS(name)                            \
-  ZULISIM_HOOK(int, name, const char* path, void* status) { \
-    return Real().name(AttributeTarget(path), status);      \
-  }
-ZULISIM_STAT_HOOKS(stat)
-ZULISIM_STAT_HOOKS(lstat)
+ZULISIM_HOOK(int, stat, const char* path, void* status) {
+  return Real().stat(AttributeTarget(path), status);
+}
 
-#define ZULISIM_XSTAT_HOOKS(name)                                        \
-  ZULISIM_HOOK(int, name, int version, const char* path, void* status) { \
-    return Real().name(version, AttributeTarget(path), status);          \
-  }
-ZULISIM_XSTAT_HOOKS(__xstat)
-ZULISIM_XSTAT_HOOKS(__lxstat)
+ZULISIM_HOOK(int, lstat, const char* path, void* status) {
+  return Real().lstat(AttributeTarget(path), status);
+}
 
-#define ZULISIM_ACCESS_HOOKS(name)                      \
-  ZULISIM_HOOK(int, name, const char* path, int mode) { \
-    return Real().name(AttributeTarget(path), mode);    \
-  }
-ZULISIM_ACCESS_HOOKS(access)
-ZULISIM_ACCESS_HOOKS(eaccess)
-ZULISIM_ACCESS_HOOKS(euidaccess)
+ZULISIM_HOOK(int, access, const char* path, int mode) {
+  return Real().access(AttributeTarget(path), mode);
+}
+
+ZULISIM_HOOK(int, eaccess, const char* path, int mode) {
+  return Real().eaccess(AttributeTarget(path), mode);
+}
 
 ZULISIM_HOOK(int, faccessat, int folder, const char* path, int mode, int flags) {
   return Real().faccessat(folder, AttributeTarget(path), mode, flags);
@@ -128,11 +117,6 @@ ZULISIM_HOOK(int, faccessat, int folder, const char* path, int mode, int flags) 
 ZULISIM_HOOK(int, fstat, int descriptor, void* status) {
   return DeviceHandle(descriptor) ? Real().stat(kAnyCharacterDevice, status)
                                   : Real().fstat(descriptor, status);
-}
-
-ZULISIM_HOOK(int, __fxstat, int version, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().__xstat(version, kAnyCharacterDevice, status)
-                                  : Real().__fxstat(version, descriptor, status);
 }
 
 // With an empty path, fstatat and statx examine the descriptor itself.
@@ -158,24 +142,16 @@ ZULISIM_HOOK(int, rename, const char* from, const char* to) {
   return Real().rename(Target(from), Target(to));
 }
 
-ZULISIM_HOOK(int, truncate, const char* path, off_t length) {
-  return Real().truncate(Target(path), length);
-}
-
-ZULISIM_HOOK_64(open, open64)
-ZULISIM_HOOK_64(__open_2, __open64_2)
-ZULISIM_HOOK_64(openat, openat64)
-ZULISIM_HOOK_64(__openat_2, __openat64_2)
-ZULISIM_HOOK_64(creat, creat64)
-ZULISIM_HOOK_64(fopen, fopen64)
-ZULISIM_HOOK_64(freopen, freopen64)
-ZULISIM_HOOK_64(stat, stat64)
-ZULISIM_HOOK_64(lstat, lstat64)
-ZULISIM_HOOK_64(fstat, fstat64)
-ZULISIM_HOOK_64(fstatat, fstatat64)
-ZULISIM_HOOK_64(__xstat, __xstat64)
-ZULISIM_HOOK_64(__lxstat, __lxstat64)
-ZULISIM_HOOK_64(__fxstat, __fxstat64)
-ZULISIM_HOOK_64(truncate, truncate64)
+ZULISIM_ALIAS(eaccess, euidaccess)
+ZULISIM_ALIAS(open, open64)
+ZULISIM_ALIAS(__open_2, __open64_2)
+ZULISIM_ALIAS(openat, openat64)
+ZULISIM_ALIAS(__openat_2, __openat64_2)
+ZULISIM_ALIAS(fopen, fopen64)
+ZULISIM_ALIAS(freopen, freopen64)
+ZULISIM_ALIAS(stat, stat64)
+ZULISIM_ALIAS(lstat, lstat64)
+ZULISIM_ALIAS(fstat, fstat64)
+ZULISIM_ALIAS(fstatat, fstatat64)
 
 }  // namespace zulisim::hooks
