@@ -40,14 +40,15 @@ std::vector<std::unique_ptr<Service>>& Services() {
   return *services;
 }
 
-// Runs `operation` on the engine that returned `handle`, if that engine still serves the device.
+// Calls `operation` of the engine that returned `handle`, if that engine still serves the device.
 // Otherwise returns `otherwise`.
-template <typename Function>
-Result WithEngine(std::uint64_t handle, Result otherwise, Function operation) {
+template <typename... Parameters, typename... Arguments>
+Result CallEngine(Result (Device::*operation)(std::uint64_t, Parameters...), Result otherwise,
+                  std::uint64_t handle, Arguments... arguments) {
   std::shared_lock<std::shared_mutex> lock(ServiceMutex());
   const Service* service = current.load();
   if (service == nullptr || service->generation != handle >> kGenerationShift) return otherwise;
-  return operation(service->engine, handle & ((1ULL << kGenerationShift) - 1));
+  return (service->engine->*operation)(handle & ((1ULL << kGenerationShift) - 1), arguments...);
 }
 
 constexpr Result kLost{-1, ENODEV};
@@ -102,27 +103,19 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
 }
 
 Result DeviceIoctl(std::uint64_t handle, std::uint32_t request, void* argument) {
-  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
-    return engine->Ioctl(connection, request, argument);
-  });
+  return CallEngine(&Device::Ioctl, kLost, handle, request, argument);
 }
 
 Result DeviceRead(std::uint64_t handle, void* buffer, std::size_t length, bool nonBlocking) {
-  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
-    return engine->Read(connection, buffer, length, nonBlocking);
-  });
+  return CallEngine(&Device::Read, kLost, handle, buffer, length, nonBlocking);
 }
 
 Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length) {
-  return WithEngine(handle, kLost, [=](Engine* engine, std::uint64_t connection) {
-    return engine->Write(connection, buffer, length);
-  });
+  return CallEngine(&Device::Write, kLost, handle, buffer, length);
 }
 
 Result DeviceClose(std::uint64_t handle, int descriptor) {
-  const Result result = WithEngine(handle, {}, [](Engine* engine, std::uint64_t connection) {
-    return engine->Close(connection, CloseReason::kProgramClosed);
-  });
+  const Result result = CallEngine(&Device::Close, {}, handle, CloseReason::kProgramClosed);
   Real().close(descriptor);
   return result;
 }
