@@ -2,6 +2,7 @@
 // as protocol.h describes. Built without a C++ runtime library, so that any program can load it.
 
 #include <dirent.h>
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <limits.h>
 #include <sched.h>
@@ -20,7 +21,6 @@
 #include "simulator/hooks/libc.h"
 #include "simulator/hooks/paths.h"
 #include "simulator/preload/channel.h"
-#include "simulator/preload/log_detail.h"
 
 namespace zulisim::hooks {
 namespace {
@@ -54,6 +54,21 @@ const Settings& GetSettings() {
     areRead.store(true, std::memory_order_release);
   }
   return settings;
+}
+
+// Makes the library in this process write its detailed log lines too. Called each time the library
+// opens its log, because the library then resets its threshold.
+void RaiseLogLevel() {
+  constexpr std::int32_t kTraceLevel = 100;
+  // The driver may have loaded the library with RTLD_LOCAL, which hides its names from
+  // dlsym(RTLD_DEFAULT).
+  void* const library = dlopen("libkalodll.so", RTLD_LAZY | RTLD_NOLOAD);
+  if (library == nullptr) return;
+  // Logger::logBase, whose first member is the threshold.
+  if (void* const level = dlsym(library, "_ZN6Logger7logBaseE")) {
+    __atomic_store_n(static_cast<std::int32_t*>(level), kTraceLevel, __ATOMIC_RELAXED);
+  }
+  dlclose(library);
 }
 
 Message MessageOf(Kind kind, std::uint64_t connection = 0) {
@@ -99,7 +114,7 @@ const char* RedirectedPath(const char* path) {
   const Settings& known = GetSettings();
   if (known.registry[0] != '\0' && SamePath(path, "/etc/vrel_registry.txt")) return known.registry;
   if (known.log[0] == '\0' || !SamePath(path, "/data/Marvoleth.log")) return nullptr;
-  RaiseLogLevel();
+  if (getenv(protocol::kDetailVariable) != nullptr) RaiseLogLevel();
   return known.log;
 }
 
