@@ -78,6 +78,7 @@ void Device::RemoveObserver(OperationObserver* observer) {
 }
 
 void Device::Notify(const OperationRecord& record) {
+  used_ = true;
   std::lock_guard<std::mutex> lock(observersMutex_);
   for (OperationObserver* observer : observers_) observer->OnOperation(record);
 }

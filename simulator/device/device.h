@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <cstdint>
 #include <mutex>
@@ -37,6 +38,9 @@ class Device {
   // the program did not make the close and the connection is not open, nothing happens.
   Result Close(std::uint64_t connection, CloseReason reason);
 
+  // Returns true if an operation has ended.
+  bool IsUsed() const { return used_; }
+
   // The observer is not owned. It must live until it is removed or the device is destroyed.
   void AddObserver(OperationObserver* observer);
   // Returns when the observer's last call has ended.
@@ -52,6 +56,7 @@ class Device {
   // what the program passed. The output also goes to `target`, unless that is null.
   virtual Result Perform(OperationRecord record, void* target, bool nonBlocking) = 0;
 
+  std::atomic<bool> used_{false};
   std::mutex observersMutex_;
   std::vector<OperationObserver*> observers_;
 };

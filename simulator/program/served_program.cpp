@@ -4,7 +4,6 @@
 #include <stdlib.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <iostream>
@@ -54,22 +53,6 @@ std::string PrepareRoot(const std::string& root) {
                      common::Quoted(root), error.message()));
 }
 
-// Records whether the device was used while this object exists.
-class UseObserver : public OperationObserver {
- public:
-  explicit UseObserver(Device& device) : device_(device) { device_.AddObserver(this); }
-  ~UseObserver() override { device_.RemoveObserver(this); }
-  UseObserver(const UseObserver&) = delete;
-  UseObserver& operator=(const UseObserver&) = delete;
-
-  void OnOperation(const OperationRecord&) override { seen_ = true; }
-  bool seen() const { return seen_; }
-
- private:
-  Device& device_;
-  std::atomic<bool> seen_{false};
-};
-
 }  // namespace
 
 TemporaryFolder::TemporaryFolder() : path_(TemporaryParent() + "/zulisim.XXXXXX") {
@@ -97,11 +80,8 @@ ServedProgram::ServedProgram(std::string path, std::vector<std::string> argument
       root_(PrepareRoot(root.empty() ? folder_.path() + "/root" : root)) {}
 
 int ServedProgram::Run(Device& device) {
-  const UseObserver use(device);
   const int status = Serve(device);
-  if (!use.seen()) {
-    std::cerr << "zulisim: warning: " + ExplainUnused() + "\n";
-  }
+  if (!device.IsUsed()) std::cerr << "zulisim: warning: " + ExplainUnused() + "\n";
   const std::string remaining = RemainingProcesses();
   if (!remaining.empty()) {
     std::cerr << "zulisim: warning: the program has ended and the device is gone, but these of its "
