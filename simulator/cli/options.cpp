@@ -168,6 +168,7 @@ std::unique_ptr<ServedProgram> MakeServedProgram(const ProgramOptions& options) 
   if (options.device != "fuse")
     return std::make_unique<PreloadedProgram>(options.program, options.root);
   CheckKernelCarries(options.scenario, KernelServer::Kind::kFile);
+  CheckKernelServes(KernelServer::Kind::kFile);
   return std::make_unique<KernelProgram>(options.program, options.root);
 }
 

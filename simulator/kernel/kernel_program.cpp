@@ -1,23 +1,13 @@
 #include "simulator/kernel/kernel_program.h"
 
 #include "simulator/kernel/kernel_server.h"
-#include "simulator/kernel/kernel_support.h"
 #include "simulator/kernel/private_tree.h"
 #include "simulator/program/program.h"
 
 namespace zulisim {
-namespace {
-
-std::string CheckedPath(const std::string& name) {
-  std::string path = FindProgram(name);
-  CheckKernelServes(KernelServer::Kind::kFile);
-  return path;
-}
-
-}  // namespace
 
 KernelProgram::KernelProgram(const std::vector<std::string>& arguments, const std::string& root)
-    : ServedProgram(CheckedPath(arguments.front()), arguments, root) {}
+    : ServedProgram(FindProgram(arguments.front()), arguments, root) {}
 
 int KernelProgram::Serve(Device& device) {
   EnterPrivateTree(folder(), root());

@@ -48,18 +48,11 @@ void SetEnvironment(const std::string& socket, const std::string& root) {
   setenv("ASAN_OPTIONS", Extended("ASAN_OPTIONS", "verify_asan_link_order=0", false).c_str(), 1);
 }
 
-// Returns the path of the program. Throws ProgramError if the preload library cannot serve it.
-std::string Preloadable(const std::string& name) {
-  std::string path = FindProgram(name);
-  CheckPreloadable(path);
-  return path;
-}
-
 }  // namespace
 
 PreloadedProgram::PreloadedProgram(const std::vector<std::string>& arguments,
                                    const std::string& root)
-    : ServedProgram(Preloadable(arguments.front()), arguments, root) {
+    : ServedProgram(FindPreloadable(arguments.front()), arguments, root) {
   SetEnvironment(folder() + "/engine", this->root());
 }
 

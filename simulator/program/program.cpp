@@ -2,7 +2,6 @@
 
 #include <elf.h>
 #include <sys/stat.h>
-#include <sys/xattr.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -53,19 +52,6 @@ std::string DynamicLinker(std::ifstream* file, const Elf64_Ehdr& header) {
   throw ProgramError(status, common::Format("cannot run {}: {}", common::Quoted(path), why));
 }
 
-void CheckPrivileges(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0) return;
-  const bool gainsUser = (status.st_mode & S_ISUID) != 0 && status.st_uid != geteuid();
-  const bool gainsGroup = (status.st_mode & S_ISGID) != 0 && status.st_gid != getegid();
-  const bool gainsCapabilities =
-      geteuid() != 0 && getxattr(path.c_str(), "security.capability", nullptr, 0) > 0;
-  if (!gainsUser && !gainsGroup && !gainsCapabilities) return;
-  Refuse(kCannotRun, path,
-         "it gains privileges at its start (set-user-ID, set-group-ID or file capabilities) and "
-         "cannot load a preload library; run a copy without them");
-}
-
 std::string OwnDynamicLinker() {
   std::ifstream self("/proc/self/exe", std::ios::binary);
   Elf64_Ehdr header;
@@ -108,13 +94,14 @@ std::string FindProgram(const std::string& name) {
                         common::Quoted("./" + name)));
 }
 
-void CheckPreloadable(const std::string& path) {
+std::string FindPreloadable(const std::string& name) {
+  std::string path = FindProgram(name);
   std::ifstream file(path, std::ios::binary);
   Elf64_Ehdr header{};
-  const bool isElf = ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0;
-  if (isElf) CheckElf(path, &file, header);
-  // A file can be executable without being readable.
-  if (isElf || !file.is_open()) CheckPrivileges(path);
+  if (ReadAt(&file, 0, &header) && std::memcmp(header.e_ident, ELFMAG, SELFMAG) == 0) {
+    CheckElf(path, &file, header);
+  }
+  return path;
 }
 
 }  // namespace zulisim

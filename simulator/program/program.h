@@ -31,9 +31,9 @@ inline constexpr int kNotFound = 127;
 // ProgramError.
 std::string FindProgram(const std::string& name);
 
-// Throws ProgramError if the dynamic linker would not load a preload library into the program. The
-// program must use the same dynamic linker as zulisim and must not gain privileges when it starts.
-// Does not check scripts.
-void CheckPreloadable(const std::string& path);
+// The same, but throws ProgramError unless the program uses the same dynamic linker as zulisim,
+// which loads the preload library. Does not check scripts, or privileges that the program gains
+// when it starts.
+std::string FindPreloadable(const std::string& name);
 
 }  // namespace zulisim
