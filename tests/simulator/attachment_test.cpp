@@ -93,6 +93,9 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   EXPECT_EQ(engine.Requests("KALO").at(1).size(), 24u);
   pieces[0].iov_len = 30;
   EXPECT_EQ(readv(descriptor, pieces, 2), 20);
+  engine.AddFault({Operation::kWrite, ErrnoFault{EIO}, {2, 2}});
+  EXPECT_EQ(writev(descriptor, pieces, 2), 30) << "the second piece fails";
+  EXPECT_EQ(ErrorOf(writev(descriptor, pieces, 2)), EIO) << "the first piece fails";
   EXPECT_EQ(fdopen(descriptor, "r"), nullptr);
   EXPECT_EQ(errno, EOPNOTSUPP);
   struct stat byPath {};
@@ -102,9 +105,21 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
   EXPECT_EQ(read(descriptor, buffer, 1), 0);
-  // The hooks serve syscall(2). A path with a missing folder does not name the device.
-  const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDONLY);
+  // A failed open leaves no descriptor.
+  const int next = dup(0);
+  close(next);
+  engine.AddFault({Operation::kOpen, ErrnoFault{EACCES}});
+  EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), EACCES);
+  // The hooks serve syscall(2).
+  const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDWR);
+  EXPECT_EQ(direct, next);
   EXPECT_EQ(ErrorOf(syscall(SYS_read, direct, buffer, 1L)), ENOTCONN);
+  guid = DefaultClients()[0].guid;
+  EXPECT_EQ(syscall(SYS_ioctl, direct, kConnectRequest, guid.data()), 0);
+  EXPECT_EQ(syscall(SYS_write, direct, buffer, 16L), 16);
+  EXPECT_EQ(syscall(SYS_writev, direct, pieces, 2L), 54);
+  EXPECT_EQ(syscall(SYS_read, direct, buffer, 64L), 16);
+  EXPECT_EQ(syscall(SYS_readv, direct, pieces, 2L), 54);
   EXPECT_EQ(syscall(SYS_close, direct), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
   for (const char* other :
@@ -120,6 +135,13 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   const int second = dup(first);
   const int third = fcntl(first, F_DUPFD_CLOEXEC, 100);
   const int file = open("/dev/null", O_RDWR);
+  const int opened = open("/dev/zuli", O_WRONLY);
+  const int writer = dup3(opened, 90, O_CLOEXEC);
+  EXPECT_EQ(close(opened), 0);
+  EXPECT_EQ(fcntl(writer, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(ErrorOf(read(writer, nullptr, 0)), EBADF);
+  EXPECT_EQ(close(writer), 0);
+  EXPECT_EQ(dup2(first, first), first);
   EXPECT_EQ(close(first), 0);
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);

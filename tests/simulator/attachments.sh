@@ -96,13 +96,11 @@ done
 expect 0 run -q --reply 'kalo:*=latency:60s' -- env DEVICE_IS_SERVED=1 "$attachment_test" \
   --gtest_filter='*is_a_character_device'
 contains out '1 test.*PASSED|PASSED.*1 test'
-# A program that reaches its limit of descriptors gets EMFILE and continues. Threads share descriptors.
+# A program that reaches its limit of descriptors gets EMFILE and continues.
 expect 0 bash -c 'ulimit -n 40; exec timeout 20 "$@"' - "$zulisim" run -q --device $device -- \
   "$program" fill:99 open connect fill:99 write:20 read:20 close
 grep -q 'fill:99=0.*fill:99=0' out || fail "no EMFILE at a limit"
 contains out 'read:20=20'
-expect 0 run -q -- "$program" open connect share:200 close
-contains out 'share:200=0'
 for signal in INT TERM QUIT; do  # a read that waits for a minute does not delay the end
   (trap - INT QUIT
     exec timeout -k 3 -s $signal 1 "$zulisim" run -q --device $device "${slow[@]}" -- \
@@ -113,9 +111,7 @@ nothing_left || fail "files are left after a signal or a crash of the program"
 if [ $device = preload ]; then
   expect 0 run -q -- sh -c 'LD_PRELOAD=$LD_PRELOAD:$1 exec "$0" open close' "$program" "$early"
   contains out 'open=0'
-  # syscall(2) is served. A system call instruction is reported and does not affect other exchanges.
-  expect 0 run -q -- "$program" open flags connect syswrite:20 sysread:20 close
-  contains out '^open=0, flags=2, connect=4096, syswrite:20=20, sysread:20=20, close=0$'
+  # A system call instruction is reported and does not affect other exchanges.
   expect 0 run -q -- "$program" open connect barewrite:20 write:21 bareread:99 bareread:9 read:30 close
   contains out 'bareread:9=0'
   contains out 'read:30=21'

@@ -3,7 +3,6 @@
 
 #include <errno.h>
 #include <fcntl.h>
-#include <pthread.h>
 #include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
@@ -55,9 +54,6 @@ static long Pieces(size_t count) {
   return writev(device, pieces, (int)count);
 }
 
-static long SystemRead(size_t count) { return syscall(SYS_read, device, buffer, count); }
-static long SystemWrite(size_t count) { return syscall(SYS_write, device, buffer, count); }
-
 /* Makes a system call without libc, as some language runtimes do. */
 static long Bare(long number, size_t count) {
 #ifdef __x86_64__
@@ -76,8 +72,6 @@ static long Bare(long number, size_t count) {
 static long BareRead(size_t count) { return Bare(SYS_read, count); }
 static long BareWrite(size_t count) { return Bare(SYS_write, count); }
 
-static long Flags(size_t command) { return fcntl(device, command ? (int)command : F_GETFL); }
-
 static long NonBlock(size_t none) {
   return fcntl(device, F_SETFL, fcntl(device, F_GETFL) | O_NONBLOCK) + (long)none;
 }
@@ -92,42 +86,6 @@ static long Fill(size_t most) {
   for (size_t i = 0; i < count; ++i) close(opened[i]);
   errno = reason;
   return count > 10 && reason == EMFILE ? 0 : -1;
-}
-
-static size_t rounds;
-
-/* Writes messages of its own length to the shared descriptor, and exchanges messages on a
- * descriptor of its own. */
-static void* UseShared(void* length) {
-  const size_t count = (size_t)length;
-  unsigned char bytes[64] = {0}, record[16];
-  size_t wrong = 0;
-  const int own = open("/dev/zuli", O_RDWR);
-  memcpy(record, clients[0], sizeof(record));
-  wrong += ioctl(own, 0xC0104801u, record) != 0;
-  for (size_t i = 0; i < rounds; ++i) {
-    wrong += write(device, bytes, count) != (ssize_t)count;
-    wrong += write(own, bytes, count) != (ssize_t)count;
-    wrong += read(own, bytes, sizeof(bytes)) != (ssize_t)count;
-  }
-  return (void*)(wrong + (close(own) != 0));
-}
-
-/* Runs two threads in each of two processes. Returns the number of failures. */
-static long Share(size_t count) {
-  pthread_t thread;
-  void* wrong[2];
-  int status = 0;
-  rounds = count;
-  const pid_t child = fork();
-  const size_t length = child == 0 ? 20 : 40;
-  pthread_create(&thread, NULL, UseShared, (void*)length);
-  wrong[0] = UseShared((void*)(length + 1));
-  pthread_join(thread, &wrong[1]);
-  const long all = (long)((size_t)wrong[0] + (size_t)wrong[1]);
-  if (child == 0) _exit(all != 0);
-  waitpid(child, &status, 0);
-  return all + status;
 }
 
 static long On(size_t descriptor) { return device = (int)descriptor; }
@@ -162,28 +120,15 @@ static long Exit(size_t status) {
 static const struct {
   const char* name;
   long (*run)(size_t number);
-} steps[] = {{"open", Open},
-             {"connect", Connect},
-             {"ioctl", Ioctl},
-             {"read", Read},
-             {"write", Write},
-             {"badread", BadRead},
-             {"badwrite", BadWrite},
-             {"close", Close},
-             {"pieces", Pieces},
-             {"on", On},
-             {"child", InChild},
-             {"log", Log},
-             {"raise", Raise},
-             {"exit", Exit},
-             {"sysread", SystemRead},
-             {"fill", Fill},
-             {"syswrite", SystemWrite},
-             {"share", Share},
-             {"flags", Flags},
-             {"bareread", BareRead},
-             {"barewrite", BareWrite},
-             {"nonblock", NonBlock}};
+} steps[] = {{"open", Open},           {"connect", Connect},
+             {"ioctl", Ioctl},         {"read", Read},
+             {"write", Write},         {"badread", BadRead},
+             {"badwrite", BadWrite},   {"close", Close},
+             {"pieces", Pieces},       {"on", On},
+             {"child", InChild},       {"log", Log},
+             {"raise", Raise},         {"exit", Exit},
+             {"fill", Fill},           {"bareread", BareRead},
+             {"barewrite", BareWrite}, {"nonblock", NonBlock}};
 
 int main(int argc, char** argv) {
   self = argv[0];

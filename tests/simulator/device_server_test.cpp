@@ -5,17 +5,22 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
+#include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "simulator/engine/engine.h"
@@ -56,9 +61,10 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   slow.latency = std::chrono::minutes(1);
   engine.AddReply(slow);
   auto server = std::make_unique<DeviceServer>(engine, path);
+  const int shared = Connected();
   std::vector<std::thread> threads;
   for (std::size_t number = 0; number < kThreads; ++number) {
-    threads.emplace_back([number] {
+    threads.emplace_back([number, shared] {
       for (std::size_t round = 0; round < kRounds; ++round) {
         const int first = Connected();
         const int second = dup(first);
@@ -67,6 +73,7 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
         message[4] = 0x10;
         const auto size = static_cast<ssize_t>(message.size());
         EXPECT_EQ(write(second, message.data(), message.size()), size);
+        EXPECT_EQ(write(shared, message.data(), message.size()), size);
         EXPECT_EQ(read(second, reply.data(), reply.size()), size);
         EXPECT_TRUE(std::equal(message.begin() + 16, message.end(), reply.begin() + 16));
         EXPECT_EQ(close(second), 0);
@@ -74,9 +81,11 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
     });
   }
   for (std::thread& thread : threads) thread.join();
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+  EXPECT_EQ(close(shared), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
   for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
-  EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds);
+  EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds + 1);
 
   // A waiting read ends when the device is lost or the service ends.
   const auto waitingRead = [&engine](int descriptor) {
@@ -111,6 +120,54 @@ TEST(DeviceServerTest, serves_threads_until_the_device_and_the_service_end) {
   EXPECT_EQ(open("/dev/zuli", O_RDWR), -1);
   EXPECT_EQ(errno, ENODEV);
   EXPECT_EQ(close(left), 0);
+  std::filesystem::remove_all(std::filesystem::path(path).parent_path());
+}
+
+TEST(DeviceServerTest, continues_after_signals_and_a_limit_of_descriptors) {
+  const std::string path = SocketPath();
+  Engine engine;
+  ReplyRule rule;
+  rule.client = "KALO";
+  rule.held = true;
+  engine.AddReply(rule);
+  auto server = std::make_unique<DeviceServer>(engine, path);
+  const int device = Connected();
+  char message[16] = {};
+  EXPECT_EQ(write(device, message, 16), 16);
+  std::thread reader([=] {
+    char reply[16];
+    EXPECT_EQ(read(device, reply, 16), 16) << strerror(errno);
+  });
+  while (engine.Count(Operation::kRead) == 0) std::this_thread::yield();
+
+  // The waiting read uses the kept channel, so this thread needs another one.
+  const int free = dup(0);
+  close(free);
+  struct rlimit limit {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const rlim_t usual = std::exchange(limit.rlim_cur, static_cast<rlim_t>(free));
+  int opened = -1;
+  while (opened < 0 && limit.rlim_cur++ < usual) {
+    setrlimit(RLIMIT_NOFILE, &limit);
+    opened = open("/dev/zuli", O_RDWR);
+    ASSERT_TRUE(opened >= 0 || errno == EMFILE) << limit.rlim_cur << strerror(errno);
+  }
+  limit.rlim_cur = usual;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  EXPECT_EQ(close(opened), 0);
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+
+  struct sigaction action {};
+  action.sa_handler = [](int) {};
+  sigaction(SIGUSR1, &action, nullptr);
+  for (int i = 0; i < 20; ++i) {
+    pthread_kill(reader.native_handle(), SIGUSR1);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  }
+  EXPECT_EQ(engine.ReleaseReplies(), 1u);
+  reader.join();
+  EXPECT_EQ(close(device), 0);
+  server.reset();
   std::filesystem::remove_all(std::filesystem::path(path).parent_path());
 }
 
