@@ -89,7 +89,8 @@ TEST(RecordingTest, reports_only_the_first_divergence) {
   EXPECT_EQ(ReplayError(kText, diverge),
             "at operation 3 (line 4) on connection #1\n"
             "  expected  write 4 bytes\n  got       write 5 bytes\n"
-            "    - 0000  61616161  aaaa\n    + 0000  61786161 63  axaac\n");
+            "    - 0000  61616161                             aaaa\n"
+            "    + 0000  61786161 63                          axaac\n");
   EXPECT_EQ(ReplayError(kText, open_both),
             "at operation 3 (line 4) on connection #1\n"
             "  expected  write 4 bytes\n  got       the end of the program\n");
