@@ -127,17 +127,17 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
   ~CallsTest() override { engine.RemoveObserver(this); }
 
   // `operations` has one letter for each operation (open, ioctl, close, write, read), a capital for
-  // a failed one. X and Z are a write and a read that failed without a device loss.
+  // a failed one other than a close. X and Z are a write and a read that failed without a loss.
   void OnOperation(const zulisim::OperationRecord& record) override {
     Add("<" + std::string(OperationName(record.operation)) +
         (record.client.empty() ? "" : " " + record.client) +
         (record.result != -1 ? "" : " " + zulisim::ErrnoName(record.error)) + ">");
     const std::string name = OperationName(record.operation);
     const bool failed = record.result == -1, lost = record.error == ENODEV;
-    const char letter = !failed || lost || (name != "write" && name != "read") ? name[0]
-                        : name == "write"                                      ? 'x'
-                                                                               : 'z';
-    operations += static_cast<char>(failed ? std::toupper(letter) : letter);
+    operations += failed && !lost && name == "write"  ? 'X'
+                  : failed && !lost && name == "read" ? 'Z'
+                  : failed && name != "close"         ? static_cast<char>(std::toupper(name[0]))
+                                                      : name[0];
     if (name == "open" && !failed) open_.insert(opened = record.descriptor);
     if (name == "close") open_.erase(record.descriptor);
   }

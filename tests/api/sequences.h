@@ -133,14 +133,9 @@ class SequencesTest : public CallsTest {
   bool Opens() const { return IsAny("KaloInit KaloInit3 FenuInit FenuInit3"); }
   bool Sends() const { return IsAny("StartIoEx3 StartIo3 StartIoEx StartIo ProvisioningStartIo"); }
 
-  // Returns true if the operations match `form`. A failed close counts like a close.
   bool OperationsAre(const std::string& form) const {
     static std::map<std::string, std::regex> compiled;
-    auto& regex = compiled[form];
-    if (regex.mark_count() == 0) {
-      regex = std::regex("(" + std::regex_replace(form, std::regex("c"), "[cC]") + ")");
-    }
-    return std::regex_match(operations, regex);
+    return std::regex_match(operations, compiled.try_emplace(form, form).first->second);
   }
 
   template <typename Value>

@@ -33,7 +33,7 @@ namespace {
 
 // The second key "HKEY_USERS\A" and its values are never found, because the first hides them.
 const char kFile[] =
-    "[KEY]\n10\nHKEY_USERS\\A\n[VALUE]\ntext\n1\nhello\n[VALUE]\nlast\n1\nx\n"
+    "[KEY]\n10\nHKEY_USERS\\A\n[VALUE]\ntext\n1\nhello\n[VALUE]\nlast\n4\n-2\n"
     "[KEY]\n11\nHKEY_CURRENT_USER\\A\n[VALUE]\nnumber\n4\n-7\n[VALUE]\nwide\n11\n4294967303\n"
     "[KEY]\n12\nHKEY_USERS\\A\n[VALUE]\nother\n1\nx\n"
     "[KEY]\n13\nHKEY_USERS\\A\\B\n[VALUE]\ntext\n1\nbelow\n"
@@ -119,13 +119,15 @@ TEST_F(RegistryTest, a_file_that_does_not_load_takes_precedence) {
 
 TEST_F(RegistryTest, a_value_that_is_set_replaces_its_data_or_follows_the_others) {
   // A bar stands for a line end and the indentation of the next line.
-  const std::string text = "[VALUE]|text|1|hello|", last = "[VALUE]|last|1|x|";
+  const std::string text = "[VALUE]|text|1|hello|", last = "[VALUE]|last|4|-2|";
   const struct {
     const char* name;
     uint32_t type, size;
     std::string data, values;
   } kCases[] = {{"text", REG_SZ, 3, "new", "[VALUE]|text|1|new|" + last},
                 {"added", REG_SZ, 4, "a\0b!"s, text + last + "[VALUE]|added|1|a|"},
+                {"text", REG_SZ, 3, "", "[VALUE]|text|1||" + last},  // null data
+                {"last", REG_QWORD, 8, "", text + "[VALUE]|last|11|0|"},
                 {"last", REG_SZ, 0, "", text + "[VALUE]|last|1|"},
                 {"", REG_BINARY, 1, "z", text + last + "[VALUE]|3|z|"},
                 // Four bytes are written, whatever the size argument is.
@@ -137,7 +139,7 @@ TEST_F(RegistryTest, a_value_that_is_set_replaces_its_data_or_follows_the_others
     Store(kFile);
     const std::unique_ptr<char[]> exact(new char[data.size()]);
     data.copy(exact.get(), data.size());
-    EXPECT_EQ(RegSetValueEx(0x12, name, 0, type, exact.get(), size), 0u);
+    EXPECT_EQ(RegSetValueEx(0x12, name, 0, type, data.empty() ? nullptr : exact.get(), size), 0u);
     EXPECT_EQ(GetLastError(), 0u);
     EXPECT_EQ(std::regex_replace(Stored(), std::regex(" \n\t*"), "|"),
               "[KEY]|0x00000010|HKEY_USERS\\A|" + values +
