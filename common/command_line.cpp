@@ -107,23 +107,21 @@ void RequireOneOf(const std::vector<std::string>& words, const std::string& text
 
 }  // namespace
 
-Command::Command(const std::string& name, const std::string& about, const std::string& version)
+Command::Command(const std::string& name, const std::string& about, const std::string& footer,
+                 const std::string& version)
     : app_(std::make_shared<CLI::App>(about, name)) {
-  app_->formatter_fn(Help);
+  app_->footer(footer)->formatter_fn(Help);
   app_->set_help_flag("-h,--help", "Show this help");
   if (!version.empty()) {
     app_->set_version_flag("--version", name + " " + version, "Show the version");
   }
 }
 
-Command* Command::AddCommand(const std::string& name, const std::string& about) {
-  Command& command = commands_.emplace_back(name, about);
+Command* Command::AddCommand(const std::string& name, const std::string& about,
+                             const std::string& footer) {
+  Command& command = commands_.emplace_back(name, about, footer);
   app_->require_subcommand(1)->add_subcommand(command.app_);
   return &command;
-}
-
-void Command::SetFooter(const std::string& text) {
-  app_->footer(text.substr(text.find_first_not_of('\n')));
 }
 
 void Command::AddFlag(const std::string& names, bool* target, const std::string& help) {

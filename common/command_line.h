@@ -32,18 +32,18 @@ class UsageError : public InputError {
 // must stay valid until the action has run.
 class Command {
  public:
-  // Only a program has a version.
-  Command(const std::string& name, const std::string& about, const std::string& version = "");
+  // `footer` is the text at the end of the help, which is printed unchanged. Only a program has a
+  // version.
+  Command(const std::string& name, const std::string& about, const std::string& footer,
+          const std::string& version = "");
   Command(const Command&) = delete;
   Command& operator=(const Command&) = delete;
 
   // Adds a subcommand, which this command owns. A command with subcommands has no action.
-  Command* AddCommand(const std::string& name, const std::string& about);
+  Command* AddCommand(const std::string& name, const std::string& about, const std::string& footer);
 
   // Starts a group. The help lists the options that are added after it under "`title`:".
   void BeginGroup(const std::string& title) { group_ = title; }
-  // Sets the text at the end of the help, which is printed unchanged.
-  void SetFooter(const std::string& text);
   // Sets the function that runs this command. The function returns the exit status.
   void SetAction(std::function<int()> action) { action_ = std::move(action); }
 

@@ -4,17 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <utility>
-
 namespace common {
-
-FileFollower::FileFollower(std::string path, From from) : path_(std::move(path)) {
-  struct stat status {};
-  Reopen();
-  if (from == From::kEnd && descriptor_ >= 0 && fstat(descriptor_, &status) == 0) {
-    position_ = status.st_size;
-  }
-}
 
 FileFollower::~FileFollower() {
   if (descriptor_ >= 0) close(descriptor_);

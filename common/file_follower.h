@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <string>
+#include <utility>
 
 namespace common {
 
@@ -10,16 +11,13 @@ namespace common {
 // truncated or replaced, reading starts again at its beginning.
 class FileFollower {
  public:
-  enum class From { kBeginning, kEnd };
-
-  // kEnd skips the text that the file already holds.
-  FileFollower(std::string path, From from);
+  explicit FileFollower(std::string path) : path_(std::move(path)) {}
   ~FileFollower();
   FileFollower(const FileFollower&) = delete;
   FileFollower& operator=(const FileFollower&) = delete;
 
-  // Returns the text that was appended since the last call; empty if there is none or reading
-  // fails.
+  // Returns the text that was appended since the last call, or all of it in the first call; empty
+  // if there is none or reading fails.
   std::string Take();
 
  private:

@@ -12,8 +12,8 @@ namespace {
 
 constexpr int kFaulty = 1;
 
-constexpr const char* kCheckFooter = R"(
-Each mistake is a line on standard error, as in "loss.toml:3:6: '1.5' is not a valid position".
+constexpr const char* kCheckFooter =
+    R"(Each mistake is a line on standard error, as in "loss.toml:3:6: '1.5' is not a valid position".
 
 Exit status: 0 when all files are valid, 1 otherwise, 125 for a wrong command line.)";
 
@@ -58,8 +58,8 @@ bool IsGood(const std::string& path) {
 }  // namespace
 
 void DefineCheck(common::Command* program) {
-  common::Command* command = program->AddCommand("check", "Validates scenarios and recordings.");
-  command->SetFooter(kCheckFooter);
+  common::Command* command =
+      program->AddCommand("check", "Validates scenarios and recordings.", kCheckFooter);
   const auto paths = std::make_shared<std::vector<std::string>>();
   command->AddList("FILE", paths.get(), "FILE", "Scenarios and recordings");
   command->Require({"FILE"});

@@ -13,7 +13,7 @@ namespace {
 // Returns the exit status. Prints a failure on standard error.
 int RunCommandLine(int argc, const char* const* argv) {
   try {
-    common::Command zulisim("zulisim", "The security engine in software.", ZULISIM_VERSION);
+    common::Command zulisim("zulisim", "The security engine in software.", "", ZULISIM_VERSION);
     for (const auto define : {DefineRun, DefineSweep, DefineServe, DefineTell, DefineCheck,
                               DefineRecord, DefineReplay, DefineShow}) {
       define(&zulisim);

@@ -145,7 +145,12 @@ void AddOutputOptions(common::Command* command, OutputOptions* options) {
 
 Recording ReadRecording(const std::string& path) {
   try {
-    return ParseRecording(common::ReadInput(path, kLongestRecording));
+    Recording recording = ParseRecording(common::ReadInput(path, kLongestRecording));
+    if (recording.cut) {
+      std::cerr << common::Format("zulisim: {} is cut after operation {}\n", common::Quoted(path),
+                                  recording.operations.size());
+    }
+    return recording;
   } catch (const RecordingError& error) {
     throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
   }

@@ -43,7 +43,8 @@ std::vector<NamedFile> InputFiles(const Scenario& scenario);
 // Throws ProgramError if the program does not exist.
 std::vector<NamedFile> InputFiles(const ProgramOptions& options);
 
-// Throws common::InputError, which names the file and the line.
+// Says on standard error if the recording is cut. Throws common::InputError, which names the file
+// and the line.
 Recording ReadRecording(const std::string& path);
 
 // Returns the program, ready to start. Call it before the first thread starts. Throws ProgramError,

@@ -14,8 +14,8 @@ namespace {
 constexpr int kDiverged = 124;
 constexpr int kReachedCut = 123;
 
-constexpr const char* kReplayFooter = R"(
-Exit status: 124 when the program left the recording, 123 when it reached the place where the
+constexpr const char* kReplayFooter =
+    R"(Exit status: 124 when the program left the recording, 123 when it reached the place where the
 recording is cut; otherwise as with 'zulisim run'. See zulisim-replay(1).
 
 Example: zulisim replay field.zul ./driver)";
@@ -33,11 +33,9 @@ int Report(const ReplayDevice& device, const std::string& file, std::size_t oper
     std::cerr << common::Format("zulisim: the program left the recording {} {}", name, divergence);
     return kDiverged;
   }
-  const std::string replayed =
-      operations == 1 ? common::Format("replayed the only operation of {}", name)
-                      : common::Format("replayed all {} operations of {}", operations, name);
   const bool reachedCut = device.ReachedCut();
-  std::cerr << common::Format("zulisim: {}{}\n", replayed,
+  std::cerr << common::Format("zulisim: replayed {} of {}{}\n",
+                              common::Counted(operations, "operation"), name,
                               reachedCut ? ", and the program went on after the cut" : "");
   return reachedCut ? kReachedCut : status;
 }
@@ -49,10 +47,6 @@ int Replay(const ReplayOptions& options) {
     throw common::InputError(common::Format(
         "cannot replay {}: it is redacted and holds no message bodies; record without --redact",
         common::Quoted(options.file)));
-  }
-  if (recording.cut) {
-    std::cerr << common::Format("zulisim: {} is cut after operation {}; the replay ends there\n",
-                                common::Quoted(options.file), operations);
   }
   std::vector<NamedFile> inputs = InputFiles(options);
   inputs.push_back({"the recording", options.file});
@@ -73,8 +67,8 @@ int Replay(const ReplayOptions& options) {
 void DefineReplay(common::Command* program) {
   common::Command* command = program->AddCommand(
       "replay",
-      "Runs a program and answers its operations as recorded, up to the first difference.");
-  command->SetFooter(kReplayFooter);
+      "Runs a program and answers its operations as recorded, up to the first difference.",
+      kReplayFooter);
   const auto options = std::make_shared<ReplayOptions>();
   command->AddFile("FILE", &options->file, "The recording");
   command->Require({"FILE"});

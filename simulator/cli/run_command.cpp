@@ -20,16 +20,15 @@
 namespace zulisim {
 namespace {
 
-constexpr const char* kRunFooter = R"(
-WHEN is a position of the operation in the run: 3, 3-5, or 3- for the third and all later ones.
+constexpr const char* kRunFooter =
+    R"(WHEN is a position of the operation in the run: 3, 3-5, or 3- for the third and all later ones.
 zulisim-run(1) explains it, the limits of --device preload, and the exit status.
 
 Examples:
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
   zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 --device fuse ./static_driver)";
 
-constexpr const char* kRecordFooter = R"(
-Examples, see also zulisim-record(1):
+constexpr const char* kRecordFooter = R"(Examples, see also zulisim-record(1):
   zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
   zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine)";
 
@@ -106,8 +105,8 @@ void AddRunOptions(common::Command* command, RunOptions* options) {
 void DefineRun(common::Command* program) {
   common::Command* command = program->AddCommand(
       "run",
-      "Runs a program with a software engine behind \"/dev/zuli\" and prints its operations.");
-  command->SetFooter(kRunFooter);
+      "Runs a program with a software engine behind \"/dev/zuli\" and prints its operations.",
+      kRunFooter);
   const auto options = std::make_shared<RunOptions>();
   AddRunOptions(command, options.get());
   command->SetAction([=] {
@@ -124,9 +123,8 @@ void DefineRun(common::Command* program) {
 
 void DefineRecord(common::Command* program) {
   common::Command* command = program->AddCommand(
-      "record",
-      "Runs a program and records its operations on a device, or on the software engine.");
-  command->SetFooter(kRecordFooter);
+      "record", "Runs a program and records its operations on a device, or on the software engine.",
+      kRecordFooter);
   const auto options = std::make_shared<RunOptions>();
   const auto engine = std::make_shared<bool>(false);
   command->AddFile("-o,--output", &options->recording, "Write the recording to FILE");

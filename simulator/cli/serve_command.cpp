@@ -30,8 +30,8 @@ using Kind = KernelServer::Kind;
 
 constexpr const char* kNode = "/dev/zuli";
 
-constexpr const char* kServeFooter = R"(
-Ctrl-C ends the service. 'zulisim tell' changes the device while it is served. zulisim-serve(1)
+constexpr const char* kServeFooter =
+    R"(Ctrl-C ends the service. 'zulisim tell' changes the device while it is served. zulisim-serve(1)
 says what --cuse and --fuse need, where the kernel limits them, and the exit status.
 
 Examples:
@@ -163,8 +163,8 @@ void DefineServe(common::Command* program) {
   common::Command* command = program->AddCommand(
       "serve",
       std::string("Serves the software engine to all processes, through the kernel.") +
-          (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."));
-  command->SetFooter(kServeFooter);
+          (KernelServer::Built() ? "" : " This zulisim cannot: it was built without libfuse3."),
+      kServeFooter);
   const auto options = std::make_shared<ServeOptions>();
   command->AddFlag("--cuse", &options->characterDevice,
                    "Create the character device \"/dev/zuli\"");

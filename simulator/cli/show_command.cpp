@@ -18,8 +18,8 @@
 namespace zulisim {
 namespace {
 
-constexpr const char* kShowFooter = R"(
-Without --trace, --report, --scenario and --summary, the transcript goes to standard output.
+constexpr const char* kShowFooter =
+    R"(Without --trace, --report, --scenario and --summary, the transcript goes to standard output.
 zulisim-show(1) says what a scenario cannot express.
 
 Examples:
@@ -47,10 +47,6 @@ int Show(ShowOptions options) {
   outputs.push_back({"--scenario", options.scenarioFile});
   CheckOutputs(outputs, {{"the recording", options.file}});
   const Recording recording = ReadRecording(options.file);
-  if (recording.cut) {
-    std::cerr << common::Format("zulisim: {} is cut after operation {}\n",
-                                common::Quoted(options.file), recording.operations.size());
-  }
   if (recording.header.redacted) {
     std::cerr << common::Format("zulisim: {} is redacted and holds no message bodies\n",
                                 common::Quoted(options.file));
@@ -82,8 +78,8 @@ int Show(ShowOptions options) {
 void DefineShow(common::Command* program) {
   common::Command* command = program->AddCommand(
       "show",
-      "Shows a recording as a transcript, trace, report or summary, or makes a scenario of it.");
-  command->SetFooter(kShowFooter);
+      "Shows a recording as a transcript, trace, report or summary, or makes a scenario of it.",
+      kShowFooter);
   const auto options = std::make_shared<ShowOptions>();
   command->AddFile("FILE", &options->file, "The recording");
   command->Require({"FILE"});

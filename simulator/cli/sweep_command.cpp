@@ -28,8 +28,7 @@ using common::Format;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
-constexpr const char* kSweepFooter = R"(
-zulisim-sweep(1) explains the faults and the verdicts.
+constexpr const char* kSweepFooter = R"(zulisim-sweep(1) explains the faults and the verdicts.
 
 Examples:
   zulisim sweep ./driver
@@ -230,8 +229,8 @@ class Sweep {
 void DefineSweep(common::Command* program) {
   common::Command* command = program->AddCommand(
       "sweep",
-      "Runs a program with each fault at each of its operations, and shows where it fails badly.");
-  command->SetFooter(kSweepFooter);
+      "Runs a program with each fault at each of its operations, and shows where it fails badly.",
+      kSweepFooter);
   const auto options = std::make_shared<SweepOptions>();
   command->AddList("--faults", &options->faults, "NAME,...",
                    "Try only these faults: " + common::Joined(SweepFaultNames()));

@@ -20,8 +20,7 @@ Examples:
 Exit status: 0; 125 when no zulisim serves NAME, or when it refuses the instruction.)";
 
 std::string Footer() {
-  std::string text = R"(
-Instructions:
+  std::string text = R"(Instructions:
   lose
     Lose the device now; every open fails until 'back'
   lose opens=N,errno=ERRNO
@@ -47,8 +46,7 @@ struct TellOptions {
 
 void DefineTell(common::Command* program) {
   common::Command* command =
-      program->AddCommand("tell", "Sends an instruction to a running 'zulisim serve'.");
-  command->SetFooter(Footer());
+      program->AddCommand("tell", "Sends an instruction to a running 'zulisim serve'.", Footer());
   const auto options = std::make_shared<TellOptions>();
   command->AddText("NAME", &options->name, "The served file, as in '/tmp/zuli'");
   command->AddText("WHAT", &options->what, "An instruction; see below");

@@ -86,7 +86,8 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
   if (!options.summaryFile.empty()) summarySink_ = FileSink("summary", options.summaryFile);
   const bool log = options.log || options.logDetail || !options.reportFile.empty();
   if (log && !run.logFile.empty()) {
-    log_ = std::make_unique<common::FileFollower>(run.logFile, common::FileFollower::From::kEnd);
+    log_ = std::make_unique<common::FileFollower>(run.logFile);
+    log_->Take();  // the lines of earlier runs
   }
   if (device_ != nullptr) device_->AddObserver(this);
 }

@@ -63,7 +63,7 @@ fi
 expect 0 "$zulisim" check recording
 contains out "recording: a recording of $operations operations"
 suite replayed replay --device $device recording
-contains out "replayed all $operations operations of 'recording'"
+contains out "replayed $operations operations of 'recording'"
 expect 124 "$zulisim" replay -q --device $device recording -- "$program" open connect write:65 exit
 contains out 'expected  write 64 bytes, command 0x10$'
 contains out 'got       write 65 bytes, command 0x10$'

@@ -32,8 +32,12 @@ using common::Quoted;
 
 constexpr char kDevice[] = "/dev/zuli";
 
+constexpr char kGood[] = "ok";
+constexpr char kWarning[] = "warning";
+constexpr char kBad[] = "failed";
+
 struct Finding {
-  enum Result { kOk, kWarning, kFailed } result;
+  std::string result;  // one of the words above
   std::string text;
   std::string remedy;
 };
@@ -48,8 +52,8 @@ int OpenError(const std::string& path, int flags) {
 
 Finding CheckDevice() {
   const int error = OpenError(kDevice, O_RDWR);
-  if (error == 0) return {Finding::kOk, Format("{} opens for reading and writing", kDevice), ""};
-  return {Finding::kFailed, Format("{}: {}", kDevice, std::strerror(error)),
+  if (error == 0) return {kGood, Format("{} opens for reading and writing", kDevice), ""};
+  return {kBad, Format("{}: {}", kDevice, std::strerror(error)),
           error == EACCES || error == EPERM
               ? "use a user and a security domain that may read and write it"
               : "load the engine's kernel driver and read the kernel's log, or use 'zulisim run'"};
@@ -57,8 +61,7 @@ Finding CheckDevice() {
 
 Finding CallFailed(std::uint32_t status, LogCapture* log) {
   const Failure failure = DescribeFailure(status, true, log->Take());
-  return {Finding::kFailed,
-          std::string(failure.text) + (failure.cause.empty() ? "" : " ") + failure.cause,
+  return {kBad, std::string(failure.text) + (failure.cause.empty() ? "" : " ") + failure.cause,
           failure.advice};
 }
 
@@ -68,8 +71,8 @@ Finding CheckConnection(Client client, LogCapture* log) {
   const ZuliConnectRecord::Properties properties = session.Properties();
   const std::string text = Format("version {}, maximum {} bytes", properties.protocolVersion,
                                   properties.maxMessageLength);
-  if (properties.maxMessageLength >= kHeaderSize) return {Finding::kOk, text, ""};
-  return {Finding::kFailed, text + ", less than a header", "check the version of the firmware"};
+  if (properties.maxMessageLength >= kHeaderSize) return {kGood, text, ""};
+  return {kBad, text + ", less than a header", "check the version of the firmware"};
 }
 
 Finding CheckRoundTrip(LogCapture* log) {
@@ -80,8 +83,8 @@ Finding CheckRoundTrip(LogCapture* log) {
   const std::uint32_t status = session.Exchange(MakeMessage(0, {}), &reply, &privateData);
   if (status != KALO_DLL_STATUS_SUCCESS) return CallFailed(status, log);
   const std::string text = "command 0x0: reply " + ReplyText(reply.Received());
-  if (reply.Received().size() >= kHeaderSize) return {Finding::kOk, text, ""};
-  return {Finding::kFailed, text, "read the log of 'kaloctl send --log --command 0'"};
+  if (reply.Received().size() >= kHeaderSize) return {kGood, text, ""};
+  return {kBad, text, "read the log of 'kaloctl send --log --command 0'"};
 }
 
 Finding CheckLogFile() {
@@ -89,25 +92,27 @@ Finding CheckLogFile() {
   DetermineLogFilePath(stream);
   const std::string path = stream.str().c_str();  // ends at the first NUL
   const int error = OpenError(path, O_WRONLY | O_APPEND | O_CREAT);
-  if (error == 0) return {Finding::kOk, Quoted(path) + " is writable", ""};
-  return {Finding::kWarning, Format("{}: {}", Quoted(path), std::strerror(error)),
+  if (error == 0) return {kGood, Quoted(path) + " is writable", ""};
+  return {kWarning, Format("{}: {}", Quoted(path), std::strerror(error)),
           "create its folder with write access for this user; until then nothing is logged"};
 }
 
 Finding CheckRegistry() {
   try {
     const std::size_t keys = LoadRegistryFile(kRegistryPath).keys.size();
-    return {Finding::kOk, common::Counted(keys, "key") + " in " + kRegistryPath, ""};
+    return {kGood, common::Counted(keys, "key") + " in " + kRegistryPath, ""};
   } catch (const std::exception& error) {
-    return {Finding::kWarning, error.what(),
+    return {kWarning, error.what(),
             "correct the file, or create an empty one; only the settings functions need it"};
   }
 }
 
-void PrintFinding(const char* name, const char* word, const Finding& finding) {
+void PrintFinding(const char* name, const Finding& finding) {
   const common::Colours colours = common::ColoursFor(stdout);
-  const char* const resultColours[] = {colours.good, colours.warning, colours.bad};
-  std::cout << resultColours[finding.result] << Format("{:<9}", word) << colours.reset
+  const char* const colour = finding.result == kGood  ? colours.good
+                             : finding.result == kBad ? colours.bad
+                                                      : colours.warning;
+  std::cout << colour << Format("{:<9}", finding.result) << colours.reset
             << Format("{:<12}{}\n", name, finding.text);
   if (!finding.remedy.empty()) std::cout << Format("{:9}remedy: {}\n", "", finding.remedy);
 }
@@ -125,15 +130,13 @@ int Examine(bool asJson) {
   bool good = true;
   Json results = Json::array();
   for (const auto& [name, check] : checks) {
-    constexpr const char* kWords[] = {"ok", "warning", "failed"};
     const Finding finding = check();
-    const char* const word = kWords[finding.result];
     results.push_back({{"name", name},
-                       {"result", word},
+                       {"result", finding.result},
                        {"text", finding.text},
                        {"remedy", finding.remedy.empty() ? Json() : Json(finding.remedy)}});
-    if (!asJson) PrintFinding(name, word, finding);
-    good = good && finding.result != Finding::kFailed;
+    if (!asJson) PrintFinding(name, finding);
+    good = good && finding.result != kBad;
   }
   if (asJson) {
     PrintJson({{"commandsCanBeSent", good}, {"checks", results}});
@@ -147,10 +150,7 @@ int Examine(bool asJson) {
 
 void DefineDoctor(common::Command* program) {
   common::Command* command = program->AddCommand(
-      "doctor", "Check whether commands can be sent, and name a remedy for each fault");
-  const auto json = std::make_shared<bool>(false);
-  AddJsonFlag(command, json.get());
-  command->SetFooter(
+      "doctor", "Check whether commands can be sent, and name a remedy for each fault",
       R"(Checks that the device opens, that the KALO and FENU clients connect, and that command 0 gets a
 reply with any status. The log file and the registry file only give warnings: commands work
 without them.
@@ -160,6 +160,8 @@ Examples:
   zulisim run --client kalo:max=8 kaloctl doctor
 
 Exit status: 0 commands can be sent, 1 they cannot, 2 wrong usage. See kaloctl(1).)");
+  const auto json = std::make_shared<bool>(false);
+  AddJsonFlag(command, json.get());
   command->SetAction([=] { return Examine(*json); });
 }
 

@@ -125,7 +125,7 @@ bool WaitForMore() {
 // Runs until a signal arrives or the reader of the output has gone. The library writes each message
 // in one call, so the last message is complete if no text has arrived since the last poll.
 int Follow(const LogOptions& options) {
-  common::FileFollower file(options.path, common::FileFollower::From::kBeginning);
+  common::FileFollower file(options.path);
   LogView view(options);
   do {
     RequireRegularFile(options.path);
@@ -150,16 +150,8 @@ int ShowLog(const LogOptions& options) {
 
 void DefineLog(common::Command* program) {
   auto options = std::make_shared<LogOptions>();
-  common::Command* command =
-      program->AddCommand("log", "Show a log of the library, one message per line");
-  command->AddFile("FILE", &options->path,
-                   "The log, usually /data/Marvoleth.log (- for standard input)");
-  command->Require({"FILE"});
-  command->AddFlag("-f,--follow", &options->follow,
-                   "Wait for FILE and for new messages, until a signal");
-  command->AddFlag("--failures", &options->failures, "Show only messages that report a failure");
-  AddJsonFlag(command, &options->json);
-  command->SetFooter(
+  common::Command* command = program->AddCommand(
+      "log", "Show a log of the library, one message per line",
       R"(The library mostly writes messages without line ends, and each KaloInit3 adds one more copy of
 every message. This command prints each message once: the number of copies (x3), process and
 tick if the log has them, function, tag, text. '?' marks text without a function. Bytes that
@@ -171,6 +163,13 @@ Examples:
   zulisim run -- sh -c './driver; kaloctl log /data/Marvoleth.log'
 
 Exit status: 0 done, 2 wrong usage or a file that cannot be read. See kaloctl(1).)");
+  command->AddFile("FILE", &options->path,
+                   "The log, usually /data/Marvoleth.log (- for standard input)");
+  command->Require({"FILE"});
+  command->AddFlag("-f,--follow", &options->follow,
+                   "Wait for FILE and for new messages, until a signal");
+  command->AddFlag("--failures", &options->failures, "Show only messages that report a failure");
+  AddJsonFlag(command, &options->json);
   command->SetAction([=] { return ShowLog(*options); });
 }
 

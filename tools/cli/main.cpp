@@ -14,17 +14,16 @@
 namespace {
 
 int Main(int argc, char** argv) {
-  common::Command program("kaloctl",
-                          "Call the security engine's firmware clients through libkalodll.so",
-                          KALOCTL_VERSION);
+  common::Command program(
+      "kaloctl", "Call the security engine's firmware clients through libkalodll.so",
+      std::string("'kaloctl COMMAND --help' describes a command, and kaloctl(1) all of them.\n") +
+          "Without a device: zulisim run kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
+          "\nOutput to a terminal has colours, unless NO_COLOR is set.",
+      KALOCTL_VERSION);
   for (const auto define : {kaloctl::DefineProbe, kaloctl::DefineSend, kaloctl::DefineRun,
                             kaloctl::DefineLog, kaloctl::DefineRegistry, kaloctl::DefineDoctor}) {
     define(&program);
   }
-  program.SetFooter(
-      std::string("'kaloctl COMMAND --help' describes a command, and kaloctl(1) all of them.\n") +
-      "Without a device: zulisim run kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
-      "\nOutput to a terminal has colours, unless NO_COLOR is set.");
   return program.Run(argc, argv);
 }
 

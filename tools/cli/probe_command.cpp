@@ -60,8 +60,7 @@ int Probe(bool asJson) {
 
 void DefineProbe(common::Command* program) {
   common::Command* command = program->AddCommand(
-      "probe", "Open each firmware client and show its version and maximum length");
-  command->SetFooter(
+      "probe", "Open each firmware client and show its version and maximum length",
       R"(Opens KALO with KaloInit3 and FENU with FenuInit3, and closes both. Sends no commands.
 
 Examples:

@@ -247,11 +247,9 @@ or input. See kaloctl(1).)";
 void DefineRegistry(common::Command* program) {
   const auto options = std::make_shared<RegistryOptions>();
   common::Command* registry =
-      program->AddCommand("registry", "Show, change and repair the registry file");
-  registry->SetFooter(kFooter);
+      program->AddCommand("registry", "Show, change and repair the registry file", kFooter);
   const auto add = [&](const char* name, const char* help, int (*action)(const RegistryOptions&)) {
-    common::Command* command = registry->AddCommand(name, help);
-    command->SetFooter(kFooter);
+    common::Command* command = registry->AddCommand(name, help, kFooter);
     command->AddFile("--file", &options->file,
                      Format("Use FILE as the registry (default: {})", kRegistryPath));
     command->SetAction([=] { return action(*options); });

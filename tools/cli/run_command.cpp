@@ -69,16 +69,8 @@ int RunScript(const ScriptOptions& options) {
 
 void DefineRun(common::Command* program) {
   const auto options = std::make_shared<ScriptOptions>();
-  common::Command* command =
-      program->AddCommand("run", "Make the calls of a script and show the result of each");
-  command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT (- for standard input)");
-  command->AddFlag("--trace", &options->trace,
-                   "Show the library's trace lines too, and write them to its log file");
-  command->AddFlag(
-      "--state", &options->state,
-      "Show the library's global state after the calls, as JSON; SCRIPT is optional then");
-  AddJsonFlag(command, &options->json);
-  command->SetFooter(ScriptHelp() + R"(
+  common::Command* command = program->AddCommand(
+      "run", "Make the calls of a script and show the result of each", ScriptHelp() + R"(
 Prints for each call its status, reply, number of open handles and log lines. --state then
 prints the state of kaloctl's own copy of the library. A session keeps its address there after
 it is closed. --json requires --state and moves everything else to standard error. Do not send on a session that another call has closed: this may crash, as in a driver.
@@ -88,6 +80,13 @@ Examples:
   kaloctl run --state --json
 
 Exit status: 0 every call succeeded, 1 a call failed, 2 wrong usage or script. See kaloctl(1).)");
+  command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT (- for standard input)");
+  command->AddFlag("--trace", &options->trace,
+                   "Show the library's trace lines too, and write them to its log file");
+  command->AddFlag(
+      "--state", &options->state,
+      "Show the library's global state after the calls, as JSON; SCRIPT is optional then");
+  AddJsonFlag(command, &options->json);
   command->SetAction([=] {
     if (options->script.empty() && !options->state) {
       throw common::UsageError("no script given; name a file, or use --state");

@@ -184,8 +184,8 @@ Exit status: 0 a reply, 3 a reply with a negative status, 1 the call failed or n
 
 void DefineSend(common::Command* program) {
   const auto options = std::make_shared<SendOptions>();
-  common::Command* command =
-      program->AddCommand("send", "Send one request and show the reply and its private data");
+  common::Command* command = program->AddCommand(
+      "send", "Send one request and show the reply and its private data", kFooter);
   command->AddFile("FILE", &options->file, "Read the request from FILE (- for standard input)");
   const auto hex = std::make_shared<std::string>();
   command->AddText("--data", hex.get(), "Send this hex text", "HEX");
@@ -196,7 +196,6 @@ void DefineSend(common::Command* program) {
   command->AddFlag("--log", &options->showLog,
                    "Show the library's log lines, including trace lines");
   AddJsonFlag(command, &options->json);
-  command->SetFooter(kFooter);
   command->SetAction([=] {
     if (command->Has("--data")) options->hex = *hex;
     return Send(*options);
