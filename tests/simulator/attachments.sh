@@ -64,9 +64,6 @@ expect 0 "$zulisim" check recording
 contains out "recording: a recording of $operations operations"
 suite replayed replay --device $device recording
 contains out "replayed $operations operations of 'recording'"
-expect 124 "$zulisim" replay -q --device $device recording -- "$program" open connect write:65 exit
-contains out 'expected  write 64 bytes, command 0x10$'
-contains out 'got       write 65 bytes, command 0x10$'
 
 # If zulisim or the program ends during an exchange, the other continues at once, with an error, and
 # nothing is left. The reply takes a minute, so the program waits in its read.
@@ -183,8 +180,6 @@ contains out '^5 opens, 1 ioctl, .*; 0 open descriptors$'
 contains out '^tell fault open:2=EACCES: happened 1 time in 3 opens$'
 tell 125 fault open:1=ENOSYS
 contains out 'does not pass ENOSYS'
-tell 125 lsoe
-contains out "unknown instruction 'lsoe'"
 kill -INT $engine
 wait $engine
 [ $? -eq 122 ] || fail "serve --strict: a fault that did not happen did not fail"
@@ -195,20 +190,14 @@ done
 grep -q 'counts\|ENOSYS' trace && fail "'counts' or a refused instruction is in the trace"
 nothing_left || fail "files are left after 'zulisim tell'"
 
-# 'zulisim serve' serves a file until a signal.
-for signal in INT KILL; do
-  "$zulisim" serve -q --fuse mount/zuli 2>served.$signal &
-  engine=$!
-  eventually grep -qs serving served.$signal
-  # Reads 16 bytes from an unconnected file. The engine answers through the kernel.
-  expect 1 dd if=mount/zuli bs=16 count=1
-  contains out 'not connected'
-  kill -$signal $engine
-  wait $engine 2>/dev/null
-  status=$?
-  [ $signal = KILL ] || [ $status -eq 0 ] || fail "serve: exit status $status after SIG$signal"
-  [ $signal = KILL ] || nothing_left || fail "files are left after serve"
-done
+# A dead mount remains after SIGKILL, and the next 'zulisim serve' says how to remove it.
+"$zulisim" serve -q --fuse mount/zuli 2>served.killed &
+engine=$!
+eventually grep -qs serving served.killed
+expect 1 dd if=mount/zuli bs=16 count=1
+contains out 'not connected'
+kill -KILL $engine
+wait $engine 2>/dev/null
 expect 125 "$zulisim" serve --fuse mount/zuli
 contains out "umount .*mount/zuli'"
 umount mount/zuli
