@@ -14,18 +14,6 @@ static const char* nameOf(KALO_DLL_STATUS status) {
   return status == KALO_DLL_STATUS_SUCCESS ? "SUCCESS" : "FAILURE";
 }
 
-static uint32_t wordAt(const unsigned char* message, int index) {
-  uint32_t word;
-  memcpy(&word, message + 4 * index, sizeof word);
-  return word;
-}
-
-static void showBytes(const char* title, const unsigned char* bytes, unsigned int length) {
-  printf("   driver: %s", title);
-  for (unsigned int i = 0; i < length; ++i) printf(" %02x", bytes[i]);
-  putchar('\n');
-}
-
 static void command(const char* name, void* handle, uint32_t commandId, const char* body) {
   unsigned char request[kMessageSize] = {0};
   unsigned char reply[kMessageSize] = {0};
@@ -39,9 +27,14 @@ static void command(const char* name, void* handle, uint32_t commandId, const ch
   printf("   driver: StartIoEx3(%s, command 0x%" PRIx32 ", \"%s\") = %u %s\n", name, commandId,
          body, (unsigned int)status, nameOf(status));
   if (status != KALO_DLL_STATUS_SUCCESS) return;
-  printf("   driver: the reply's status is 0x%" PRIx32 ", its body \"%.8s\"\n", wordAt(reply, 2),
+  uint32_t firmwareStatus;
+  memcpy(&firmwareStatus, reply + 8, sizeof firmwareStatus);
+  printf("   driver: the reply's status is 0x%" PRIx32 ", its body \"%.8s\"\n", firmwareStatus,
          (const char*)reply + kHeaderSize);
-  if (privateDataLength != 0) showBytes("private data", privateData, privateDataLength);
+  if (privateDataLength == 0) return;
+  printf("   driver: private data");
+  for (unsigned int i = 0; i < privateDataLength; ++i) printf(" %02x", privateData[i]);
+  putchar('\n');
 }
 
 static void* openSession(const char* name) {
