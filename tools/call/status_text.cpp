@@ -48,7 +48,7 @@ struct Advice {
   const char* advice;
 };
 
-// The first matching row applies.
+// The first matching row applies; without one, kReadLog.
 constexpr Advice kAdvice[] = {
     {1, "Cannot open", "run 'kaloctl doctor'; close the handle and open a new one"},
     {1, "Cannot connect",
@@ -58,7 +58,6 @@ constexpr Advice kAdvice[] = {
     {1, "Error reading",
      "open a new handle before the next command: a late reply would answer that one"},
     {1, "Not connected", "use a session of the client that serves this command"},
-    {1, "", kReadLog},
     {2, "", "pass a handle from KaloInit3 or FenuInit3, a request and a reply buffer"},
     {3, "", "send at least the 16 bytes of the message header"},
     {4, "", "pass a reply buffer of at least 16 bytes"},

@@ -27,18 +27,6 @@ int Main(int argc, char** argv) {
   return program.Run(argc, argv);
 }
 
-// Prints the reason for a failure. With --json, prints it on standard output too, because scripts
-// read only that.
-int Fail(int argc, char** argv, const std::exception& error, int status) {
-  std::cerr << "kaloctl: " << error.what() << '\n';
-  const bool json = std::any_of(argv, argv + argc,
-                                [](const char* word) { return std::strcmp(word, "--json") == 0; });
-  if (json) {
-    kaloctl::PrintJson({{"error", {{"text", error.what()}}}}, -1);
-  }
-  return status;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -46,10 +34,15 @@ int main(int argc, char** argv) {
   int status = kaloctl::kDone;
   try {
     status = Main(argc, argv);
-  } catch (const common::InputError& error) {
-    status = Fail(argc, argv, error, kaloctl::kWrongInput);
   } catch (const std::exception& error) {
-    status = Fail(argc, argv, error, kaloctl::kFailed);
+    std::cerr << "kaloctl: " << error.what() << '\n';
+    // With --json, scripts read only standard output.
+    const auto isJson = [](const char* word) { return std::strcmp(word, "--json") == 0; };
+    if (std::any_of(argv, argv + argc, isJson)) {
+      kaloctl::PrintJson({{"error", {{"text", error.what()}}}}, -1);
+    }
+    const bool wrongInput = dynamic_cast<const common::InputError*>(&error) != nullptr;
+    status = wrongInput ? kaloctl::kWrongInput : kaloctl::kFailed;
   }
   return common::FlushStandardOutput("kaloctl") ? status : kaloctl::kFailed;
 }
