@@ -35,7 +35,7 @@ __attribute__((constructor(103))) void BecomeOwnerAtStart() {
 std::uint64_t Inode(int descriptor) {
   const int savedErrno = errno;
   struct stat status;
-  const int result = Real().fstat(descriptor, &status);
+  const int result = Real_fstat(descriptor, &status);
   errno = savedErrno;
   return result == 0 ? status.st_ino : 0;
 }

@@ -34,7 +34,7 @@ constexpr Result kWrongAccess{-1, EBADF};
 ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
   const int savedErrno = errno;
   if (!IsOpenedFor(O_RDONLY, descriptor)) return ReturnWithErrno(savedErrno, kWrongAccess);
-  const bool nonBlocking = (Real().fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
+  const bool nonBlocking = (Real_fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
   return ReturnWithErrno(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
 }
 
@@ -53,7 +53,7 @@ int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, v
     case FIOCLEX:
     case FIONCLEX:
     case FIONBIO:
-      return Real().ioctl(descriptor, request, argument);
+      return Real_ioctl(descriptor, request, argument);
     case FIOASYNC:  // the socket could send signals, but the device cannot
       if (argument != nullptr && *static_cast<const int*>(argument) == 0) return 0;
       return static_cast<int>(
@@ -79,14 +79,14 @@ ssize_t TransferPieces(Transfer transfer, std::uint64_t handle, int descriptor,
 }
 
 int CloseDevice(int descriptor, std::uint64_t handle) {
-  if (!UnmarkDescriptor(descriptor, handle)) return Real().close(descriptor);
+  if (!UnmarkDescriptor(descriptor, handle)) return Real_close(descriptor);
   const int savedErrno = errno;
   return static_cast<int>(ReturnWithErrno(savedErrno, DeviceClose(handle, descriptor)));
 }
 
 int MarkDuplicate(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
   if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle, DeviceFlags(source))) {
-    Real().close(duplicate);
+    Real_close(duplicate);
     errno = EMFILE;
     return -1;
   }
@@ -99,7 +99,7 @@ template <typename Duplicate>
 int DuplicateOnto(int source, int target, Duplicate duplicate) {
   const auto handle = DeviceHandle(source);
   const auto replaced = DeviceHandle(target);
-  const bool possible = source != target && Real().fcntl(source, F_GETFD, nullptr) >= 0;
+  const bool possible = source != target && Real_fcntl(source, F_GETFD, nullptr) >= 0;
   if (replaced && possible) CloseDevice(target, *replaced);
   const int result = duplicate();
   return source == target ? result : MarkDuplicate(source, handle, result);
@@ -122,66 +122,66 @@ int FcntlResult(int descriptor, int command, int result) {
 
 ZULISIM_HOOK(ssize_t, read, int descriptor, void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().read(descriptor, buffer, length);
+  if (!handle) return Real_read(descriptor, buffer, length);
   return ReadDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, __read_chk, int descriptor, void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle || length > room) return Real().__read_chk(descriptor, buffer, length, room);
+  if (!handle || length > room) return Real___read_chk(descriptor, buffer, length, room);
   return ReadDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, readv, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().readv(descriptor, pieces, count);
+  if (!handle) return Real_readv(descriptor, pieces, count);
   return TransferPieces(ReadDevice, *handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(ssize_t, write, int descriptor, const void* buffer, size_t length) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().write(descriptor, buffer, length);
+  if (!handle) return Real_write(descriptor, buffer, length);
   return WriteDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, __write_chk, int descriptor, const void* buffer, size_t length, size_t room) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle || length > room) return Real().__write_chk(descriptor, buffer, length, room);
+  if (!handle || length > room) return Real___write_chk(descriptor, buffer, length, room);
   return WriteDevice(*handle, descriptor, buffer, length);
 }
 
 ZULISIM_HOOK(ssize_t, writev, int descriptor, const struct iovec* pieces, int count) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().writev(descriptor, pieces, count);
+  if (!handle) return Real_writev(descriptor, pieces, count);
   return TransferPieces(WriteDevice, *handle, descriptor, pieces, count);
 }
 
 ZULISIM_HOOK(int, ioctl, int descriptor, unsigned long request, void* argument) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().ioctl(descriptor, request, argument);
+  if (!handle) return Real_ioctl(descriptor, request, argument);
   return ControlDevice(*handle, descriptor, request, argument);
 }
 
 ZULISIM_HOOK(int, close, int descriptor) {
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().close(descriptor);
+  if (!handle) return Real_close(descriptor);
   return CloseDevice(descriptor, *handle);
 }
 
 ZULISIM_HOOK(int, dup, int descriptor) {
-  return MarkDuplicate(descriptor, DeviceHandle(descriptor), Real().dup(descriptor));
+  return MarkDuplicate(descriptor, DeviceHandle(descriptor), Real_dup(descriptor));
 }
 
 ZULISIM_HOOK(int, dup2, int source, int target) {
-  return DuplicateOnto(source, target, [=] { return Real().dup2(source, target); });
+  return DuplicateOnto(source, target, [=] { return Real_dup2(source, target); });
 }
 
 ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
-  return DuplicateOnto(source, target, [=] { return Real().dup3(source, target, flags); });
+  return DuplicateOnto(source, target, [=] { return Real_dup3(source, target, flags); });
 }
 
 ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
-  return FcntlResult(descriptor, command, Real().fcntl(descriptor, command, argument));
+  return FcntlResult(descriptor, command, Real_fcntl(descriptor, command, argument));
 }
 ZULISIM_ALIAS(fcntl, fcntl64)
 
@@ -197,7 +197,7 @@ ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e,
   }
   const int descriptor = static_cast<int>(a);
   const auto handle = DeviceHandle(descriptor);
-  if (!handle) return Real().syscall(number, a, b, c, d, e, f);
+  if (!handle) return Real_syscall(number, a, b, c, d, e, f);
   auto* const buffer = reinterpret_cast<void*>(b);
   const auto* const pieces = static_cast<const struct iovec*>(buffer);
   const auto length = static_cast<std::size_t>(c);
@@ -217,7 +217,7 @@ ZULISIM_HOOK(long, syscall, long number, long a, long b, long c, long d, long e,
     case SYS_close:
       return CloseDevice(descriptor, *handle);
     default:  // the first argument may not even be a descriptor
-      return Real().syscall(number, a, b, c, d, e, f);
+      return Real_syscall(number, a, b, c, d, e, f);
   }
 }
 

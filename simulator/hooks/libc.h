@@ -1,48 +1,49 @@
 #pragma once
 
+#include <dlfcn.h>
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
 #include <sys/uio.h>
 
-// Every hooked function of libc: name, result, parameters. A variadic function is listed with its
-// optional arguments; all supported calling conventions pass them in the same way.
-#define ZULISIM_HOOKED_FUNCTIONS(X)                           \
-  X(open, int, (const char*, int, unsigned))                  \
-  X(__open_2, int, (const char*, int))                        \
-  X(openat, int, (int, const char*, int, unsigned))           \
-  X(__openat_2, int, (int, const char*, int))                 \
-  X(fopen, FILE*, (const char*, const char*))                 \
-  X(freopen, FILE*, (const char*, const char*, FILE*))        \
-  X(fdopen, FILE*, (int, const char*))                        \
-  X(stat, int, (const char*, void*))                          \
-  X(lstat, int, (const char*, void*))                         \
-  X(fstat, int, (int, void*))                                 \
-  X(fstatat, int, (int, const char*, void*, int))             \
-  X(statx, int, (int, const char*, int, unsigned, void*))     \
-  X(access, int, (const char*, int))                          \
-  X(eaccess, int, (const char*, int))                         \
-  X(faccessat, int, (int, const char*, int, int))             \
-  X(unlink, int, (const char*))                               \
-  X(remove, int, (const char*))                               \
-  X(rename, int, (const char*, const char*))                  \
-  X(read, ssize_t, (int, void*, size_t))                      \
-  X(__read_chk, ssize_t, (int, void*, size_t, size_t))        \
-  X(readv, ssize_t, (int, const struct iovec*, int))          \
-  X(write, ssize_t, (int, const void*, size_t))               \
-  X(__write_chk, ssize_t, (int, const void*, size_t, size_t)) \
-  X(writev, ssize_t, (int, const struct iovec*, int))         \
-  X(ioctl, int, (int, unsigned long, void*))                  \
-  X(close, int, (int))                                        \
-  X(dup, int, (int))                                          \
-  X(dup2, int, (int, int))                                    \
-  X(dup3, int, (int, int, int))                               \
-  X(fcntl, int, (int, int, void*))                            \
-  X(syscall, long, (long, long, long, long, long, long, long))
+#include <atomic>
+
+namespace zulisim::hooks {
+
+// Calls libc's own function, which a hook replaces for the program. Any thread may call it at any
+// time.
+template <typename Function>
+class LibcFunction;
+
+template <typename Result, typename... Parameters>
+class LibcFunction<Result(Parameters...)> {
+ public:
+  constexpr explicit LibcFunction(const char* name) : name_(name) {}
+
+  Result operator()(Parameters... parameters) const {
+    const auto function = function_.load(std::memory_order_relaxed);
+    return function != nullptr ? function(parameters...) : Find()(parameters...);
+  }
+  // Threads that call this at the same time find the same function.
+  auto Find() const {
+    const auto function = reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name_));
+    function_.store(function, std::memory_order_relaxed);
+    return function;
+  }
+
+ private:
+  const char* const name_;
+  mutable std::atomic<Result (*)(Parameters...)> function_{nullptr};
+};
 
 // Begins the definition of a hook: a C++ function whose symbol is libc's name. It therefore does
-// not need the parameter types or the noexcept of libc's declaration.
+// not need the parameter types or the noexcept of libc's declaration. A variadic function has its
+// optional arguments as parameters; all supported calling conventions pass them in the same way.
+// Real_NAME calls libc's function. It is found when the process starts, because dlsym is not safe
+// in a signal handler.
 #define ZULISIM_HOOK(result, name, ...)                                                        \
+  const LibcFunction<result(__VA_ARGS__)> Real_##name(#name);                                  \
+  __attribute__((constructor(101))) static void Find_##name() { Real_##name.Find(); }          \
   result Hook_##name(__VA_ARGS__) __asm__(#name) __attribute__((visibility("default"), used)); \
   result Hook_##name(__VA_ARGS__)
 
@@ -52,17 +53,12 @@
 #define ZULISIM_ALIAS(name, other) __asm__(".globl " #other "\n.set " #other ", " #name);
 static_assert(sizeof(off_t) == 8, "open64 is not open");
 
-namespace zulisim::hooks {
-
-// Pointers to libc's own functions.
-struct Libc {
-#define ZULISIM_DECLARE(name, result, parameters) result(*name) parameters;
-  ZULISIM_HOOKED_FUNCTIONS(ZULISIM_DECLARE)
-#undef ZULISIM_DECLARE
-};
-
-// Returns the functions. The first call resolves all of them, at the latest when the process
-// starts.
-const Libc& Real();
+// Defined with their hooks, for callers elsewhere.
+extern const LibcFunction<int(int)> Real_close;
+extern const LibcFunction<int(int, int, void*)> Real_fcntl;
+extern const LibcFunction<int(int, void*)> Real_fstat;
+extern const LibcFunction<int(int, unsigned long, void*)> Real_ioctl;
+extern const LibcFunction<int(const char*, int, unsigned)> Real_open;
+extern const LibcFunction<ssize_t(int, const void*, size_t)> Real_write;
 
 }  // namespace zulisim::hooks

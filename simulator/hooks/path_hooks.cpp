@@ -31,7 +31,7 @@ const char* AttributeTarget(const char* path) {
 FILE* RefuseStream() {
   static constexpr char kText[] =
       "zulisim: cannot open '/dev/zuli' as a stream: use open, read and write\n";
-  Real().write(STDERR_FILENO, kText, sizeof(kText) - 1);
+  Real_write(STDERR_FILENO, kText, sizeof(kText) - 1);
   errno = EOPNOTSUPP;
   return nullptr;
 }
@@ -45,7 +45,7 @@ int OpenDevice(int flags, unsigned mode) {
   // result.
   const bool isNew = (flags & O_CREAT) != 0 && (flags & O_EXCL) != 0;
   if (isNew || (flags & (O_DIRECTORY | O_PATH)) != 0) {
-    return Real().open(kAnyCharacterDevice, flags, mode);
+    return Real_open(kAnyCharacterDevice, flags, mode);
   }
   const int savedErrno = errno;
   const OpenedDevice opened = DeviceOpen(flags, mode);
@@ -59,64 +59,64 @@ int OpenDevice(int flags, unsigned mode) {
     return -1;
   }
   const std::uintptr_t kept = static_cast<unsigned>(flags) & (O_APPEND | O_NONBLOCK);
-  if (kept != 0) Real().fcntl(opened.descriptor, F_SETFL, reinterpret_cast<void*>(kept));
+  if (kept != 0) Real_fcntl(opened.descriptor, F_SETFL, reinterpret_cast<void*>(kept));
   errno = savedErrno;
   return opened.descriptor;
 }
 
 ZULISIM_HOOK(int, open, const char* path, int flags, unsigned mode) {
-  return IsDevice(path) ? OpenDevice(flags, mode) : Real().open(Target(path), flags, mode);
+  return IsDevice(path) ? OpenDevice(flags, mode) : Real_open(Target(path), flags, mode);
 }
 
 ZULISIM_HOOK(int, __open_2, const char* path, int flags) {
-  return IsDevice(path) ? OpenDevice(flags, 0) : Real().__open_2(Target(path), flags);
+  return IsDevice(path) ? OpenDevice(flags, 0) : Real___open_2(Target(path), flags);
 }
 
 ZULISIM_HOOK(int, openat, int folder, const char* path, int flags, unsigned mode) {
   if (IsDevice(path)) return OpenDevice(flags, mode);
-  return Real().openat(folder, Target(path), flags, mode);
+  return Real_openat(folder, Target(path), flags, mode);
 }
 
 ZULISIM_HOOK(int, __openat_2, int folder, const char* path, int flags) {
   if (IsDevice(path)) return OpenDevice(flags, 0);
-  return Real().__openat_2(folder, Target(path), flags);
+  return Real___openat_2(folder, Target(path), flags);
 }
 
 ZULISIM_HOOK(FILE*, fopen, const char* path, const char* mode) {
-  return IsDevice(path) ? RefuseStream() : Real().fopen(Target(path), mode);
+  return IsDevice(path) ? RefuseStream() : Real_fopen(Target(path), mode);
 }
 
 ZULISIM_HOOK(FILE*, freopen, const char* path, const char* mode, FILE* stream) {
-  return IsDevice(path) ? RefuseStream() : Real().freopen(Target(path), mode, stream);
+  return IsDevice(path) ? RefuseStream() : Real_freopen(Target(path), mode, stream);
 }
 
 ZULISIM_HOOK(FILE*, fdopen, int descriptor, const char* mode) {
-  return DeviceHandle(descriptor) ? RefuseStream() : Real().fdopen(descriptor, mode);
+  return DeviceHandle(descriptor) ? RefuseStream() : Real_fdopen(descriptor, mode);
 }
 
 ZULISIM_HOOK(int, stat, const char* path, void* status) {
-  return Real().stat(AttributeTarget(path), status);
+  return Real_stat(AttributeTarget(path), status);
 }
 
 ZULISIM_HOOK(int, lstat, const char* path, void* status) {
-  return Real().lstat(AttributeTarget(path), status);
+  return Real_lstat(AttributeTarget(path), status);
 }
 
 ZULISIM_HOOK(int, access, const char* path, int mode) {
-  return Real().access(AttributeTarget(path), mode);
+  return Real_access(AttributeTarget(path), mode);
 }
 
 ZULISIM_HOOK(int, eaccess, const char* path, int mode) {
-  return Real().eaccess(AttributeTarget(path), mode);
+  return Real_eaccess(AttributeTarget(path), mode);
 }
 
 ZULISIM_HOOK(int, faccessat, int folder, const char* path, int mode, int flags) {
-  return Real().faccessat(folder, AttributeTarget(path), mode, flags);
+  return Real_faccessat(folder, AttributeTarget(path), mode, flags);
 }
 
 ZULISIM_HOOK(int, fstat, int descriptor, void* status) {
-  return DeviceHandle(descriptor) ? Real().stat(kAnyCharacterDevice, status)
-                                  : Real().fstat(descriptor, status);
+  return DeviceHandle(descriptor) ? Real_stat(kAnyCharacterDevice, status)
+                                  : Real_fstat(descriptor, status);
 }
 
 // With an empty path, fstatat and statx examine the descriptor itself.
@@ -126,20 +126,20 @@ bool IsDeviceItself(int descriptor, const char* path) {
 
 ZULISIM_HOOK(int, fstatat, int folder, const char* path, void* status, int flags) {
   const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
-  return Real().fstatat(folder, target, status, flags);
+  return Real_fstatat(folder, target, status, flags);
 }
 
 ZULISIM_HOOK(int, statx, int folder, const char* path, int flags, unsigned mask, void* status) {
   const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
-  return Real().statx(folder, target, flags, mask, status);
+  return Real_statx(folder, target, flags, mask, status);
 }
 
-ZULISIM_HOOK(int, unlink, const char* path) { return Real().unlink(Target(path)); }
+ZULISIM_HOOK(int, unlink, const char* path) { return Real_unlink(Target(path)); }
 
-ZULISIM_HOOK(int, remove, const char* path) { return Real().remove(Target(path)); }
+ZULISIM_HOOK(int, remove, const char* path) { return Real_remove(Target(path)); }
 
 ZULISIM_HOOK(int, rename, const char* from, const char* to) {
-  return Real().rename(Target(from), Target(to));
+  return Real_rename(Target(from), Target(to));
 }
 
 ZULISIM_ALIAS(eaccess, euidaccess)

@@ -95,7 +95,7 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   shutdown(descriptor, SHUT_RD);
   const Result result = service->engine->Open(flags, mode, descriptor);
   if (result.value == -1) {
-    Real().close(descriptor);
+    Real_close(descriptor);
     return {-1, 0, result.error};
   }
   const auto connection = static_cast<std::uint64_t>(result.value);
@@ -116,7 +116,7 @@ Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length)
 
 Result DeviceClose(std::uint64_t handle, int descriptor) {
   const Result result = CallEngine(&Device::Close, {}, handle, CloseReason::kProgramClosed);
-  Real().close(descriptor);
+  Real_close(descriptor);
   return result;
 }
 

@@ -31,7 +31,7 @@ bool IsChannel(int socket) { return !DeviceHandle(socket) && IsConnected(socket)
 void CloseKeptChannels() {
   for (KeptChannel& kept : keptChannels) {
     const int socket = kept.socket.exchange(-1);
-    if (socket >= 0 && IsChannel(socket)) Real().close(socket);
+    if (socket >= 0 && IsChannel(socket)) Real_close(socket);
   }
 }
 
@@ -43,9 +43,9 @@ __attribute__((constructor)) void ShareNoChannelAfterFork() {
 // a high number for their own files.
 int MovedUp(int socket) {
   constexpr std::uintptr_t kLeast = 768;
-  const int moved = Real().fcntl(socket, F_DUPFD_CLOEXEC, reinterpret_cast<void*>(kLeast));
+  const int moved = Real_fcntl(socket, F_DUPFD_CLOEXEC, reinterpret_cast<void*>(kLeast));
   if (moved < 0) return socket;
-  Real().close(socket);
+  Real_close(socket);
   return moved;
 }
 
@@ -64,7 +64,7 @@ void KeepChannel(int socket) {
     int none = -1;
     if (!SharesMemory() && kept.socket.compare_exchange_strong(none, socket)) return;
   }
-  Real().close(socket);
+  Real_close(socket);
 }
 
 }  // namespace
@@ -88,7 +88,7 @@ int Connect() {
   while (connected >= 0 && connect(connected, reinterpret_cast<const struct sockaddr*>(&server),
                                    sizeof(server)) != 0) {
     if (errno == EINTR) continue;
-    Real().close(connected);
+    Real_close(connected);
     errno = ENODEV;
     return -1;
   }
@@ -105,7 +105,7 @@ Result Exchange(protocol::Message message, const void* in, void* out, std::size_
   if (error == 0 && message.error != EMFILE) {
     KeepChannel(channel);
   } else if (channel >= 0) {
-    Real().close(channel);
+    Real_close(channel);
   }
   if (error == 0) return {message.value, message.error};
   return {-1, error == EFAULT || error == EMFILE || error == ENFILE ? error : ENODEV};

@@ -131,10 +131,10 @@ OpenedDevice DeviceOpen(int flags, unsigned mode) {
   protocol::Send(descriptor, message, nullptr);
   const bool answered = protocol::Receive(descriptor, &message, nullptr, 0, MSG_PEEK) == 0;
   if (!answered || message.value == -1) {
-    Real().close(descriptor);
+    Real_close(descriptor);
     return {-1, 0, answered ? message.error : ENODEV};
   }
-  if ((flags & O_CLOEXEC) == 0) Real().fcntl(descriptor, F_SETFD, nullptr);
+  if ((flags & O_CLOEXEC) == 0) Real_fcntl(descriptor, F_SETFD, nullptr);
   return {descriptor, static_cast<std::uint64_t>(message.value), 0};
 }
 
@@ -166,7 +166,7 @@ Result DeviceWrite(std::uint64_t handle, const void* buffer, std::size_t length)
 
 Result DeviceClose(std::uint64_t handle, int descriptor) {
   const bool begun = Exchange(MessageOf(Kind::kClosing, handle)).value == 0;
-  Real().close(descriptor);
+  Real_close(descriptor);
   return begun ? Exchange(MessageOf(Kind::kClosed, handle)) : Result{};
 }
 
