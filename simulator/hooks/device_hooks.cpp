@@ -18,9 +18,18 @@ namespace {
 // read and write are cancellation points: a cancelled thread unwinds through the hook. A hook that
 // calls libc's function therefore has no object with a destructor and no exception handler.
 
-std::int64_t ReturnWithErrno(int savedErrno, const Result& result) {
+// Performs an operation of the device. Changes errno only if it fails.
+template <typename Operation>
+std::int64_t Perform(Operation operation) {
+  const int savedErrno = errno;
+  const Result result = operation();
   errno = result.value == -1 ? result.error : savedErrno;
   return result.value;
+}
+
+int Fail(int error) {
+  errno = error;
+  return -1;
 }
 
 // Returns true if the descriptor was opened for reading (O_RDONLY) or writing (O_WRONLY).
@@ -29,24 +38,19 @@ bool IsOpenedFor(int access, int descriptor) {
   return opened == access || opened == O_RDWR;
 }
 
-constexpr Result kWrongAccess{-1, EBADF};
-
 ssize_t ReadDevice(std::uint64_t handle, int descriptor, void* buffer, std::size_t length) {
-  const int savedErrno = errno;
-  if (!IsOpenedFor(O_RDONLY, descriptor)) return ReturnWithErrno(savedErrno, kWrongAccess);
+  if (!IsOpenedFor(O_RDONLY, descriptor)) return Fail(EBADF);
   const bool nonBlocking = (Real_fcntl(descriptor, F_GETFL, nullptr) & O_NONBLOCK) != 0;
-  return ReturnWithErrno(savedErrno, DeviceRead(handle, buffer, length, nonBlocking));
+  return Perform([=] { return DeviceRead(handle, buffer, length, nonBlocking); });
 }
 
 ssize_t WriteDevice(std::uint64_t handle, int descriptor, const void* buffer, std::size_t length) {
-  const int savedErrno = errno;
-  if (!IsOpenedFor(O_WRONLY, descriptor)) return ReturnWithErrno(savedErrno, kWrongAccess);
-  return ReturnWithErrno(savedErrno, DeviceWrite(handle, buffer, length));
+  if (!IsOpenedFor(O_WRONLY, descriptor)) return Fail(EBADF);
+  return Perform([=] { return DeviceWrite(handle, buffer, length); });
 }
 
 // A driver sees 32 bits of the request, even if the caller's int was sign-extended.
 int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, void* argument) {
-  const int savedErrno = errno;
   const auto number = static_cast<std::uint32_t>(request);
   switch (number) {
     // Linux handles these for every file without calling its driver.
@@ -55,11 +59,10 @@ int ControlDevice(std::uint64_t handle, int descriptor, unsigned long request, v
     case FIONBIO:
       return Real_ioctl(descriptor, request, argument);
     case FIOASYNC:  // the socket could send signals, but the device cannot
-      if (argument != nullptr && *static_cast<const int*>(argument) == 0) return 0;
-      return static_cast<int>(
-          ReturnWithErrno(savedErrno, {-1, argument != nullptr ? ENOTTY : EFAULT}));
+      if (argument == nullptr) return Fail(EFAULT);
+      return *static_cast<const int*>(argument) == 0 ? 0 : Fail(ENOTTY);
     default:
-      return static_cast<int>(ReturnWithErrno(savedErrno, DeviceIoctl(handle, number, argument)));
+      return static_cast<int>(Perform([=] { return DeviceIoctl(handle, number, argument); }));
   }
 }
 
@@ -80,29 +83,15 @@ ssize_t TransferPieces(Transfer transfer, std::uint64_t handle, int descriptor,
 
 int CloseDevice(int descriptor, std::uint64_t handle) {
   if (!UnmarkDescriptor(descriptor, handle)) return Real_close(descriptor);
-  const int savedErrno = errno;
-  return static_cast<int>(ReturnWithErrno(savedErrno, DeviceClose(handle, descriptor)));
+  return static_cast<int>(Perform([=] { return DeviceClose(handle, descriptor); }));
 }
 
 int MarkDuplicate(int source, const std::optional<std::uint64_t>& handle, int duplicate) {
   if (handle && duplicate >= 0 && !MarkDescriptor(duplicate, *handle, DeviceFlags(source))) {
     Real_close(duplicate);
-    errno = EMFILE;
-    return -1;
+    return Fail(EMFILE);
   }
   return duplicate;
-}
-
-// Performs dup2 or dup3. If the target is a descriptor of the device, closes it first, so that the
-// engine sees the close.
-template <typename Duplicate>
-int DuplicateOnto(int source, int target, Duplicate duplicate) {
-  const auto handle = DeviceHandle(source);
-  const auto replaced = DeviceHandle(target);
-  const bool possible = source != target && Real_fcntl(source, F_GETFD, nullptr) >= 0;
-  if (replaced && possible) CloseDevice(target, *replaced);
-  const int result = duplicate();
-  return source == target ? result : MarkDuplicate(source, handle, result);
 }
 
 // Returns what fcntl of the device would return. `result` is what fcntl of the socket returned.
@@ -172,12 +161,17 @@ ZULISIM_HOOK(int, dup, int descriptor) {
   return MarkDuplicate(descriptor, DeviceHandle(descriptor), Real_dup(descriptor));
 }
 
-ZULISIM_HOOK(int, dup2, int source, int target) {
-  return DuplicateOnto(source, target, [=] { return Real_dup2(source, target); });
+// If the target is a descriptor of the device, closes it first, so that the engine sees the close.
+ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
+  const auto handle = DeviceHandle(source);
+  const auto replaced = DeviceHandle(target);
+  const bool possible = source != target && Real_fcntl(source, F_GETFD, nullptr) >= 0;
+  if (replaced && possible) CloseDevice(target, *replaced);
+  return MarkDuplicate(source, handle, Real_dup3(source, target, flags));
 }
 
-ZULISIM_HOOK(int, dup3, int source, int target, int flags) {
-  return DuplicateOnto(source, target, [=] { return Real_dup3(source, target, flags); });
+ZULISIM_HOOK(int, dup2, int source, int target) {
+  return source == target ? Real_dup2(source, target) : Hook_dup3(source, target, 0);
 }
 
 ZULISIM_HOOK(int, fcntl, int descriptor, int command, void* argument) {
