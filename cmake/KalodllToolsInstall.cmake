@@ -40,25 +40,7 @@ install(FILES "${PROJECT_BINARY_DIR}/installed_links/scenarios"
 
 set(_engine_dir "${CMAKE_INSTALL_LIBDIR}/kalodll")
 install(TARGETS kalodll_common zulisim_engine zulisim_inprocess EXPORT zulisimTargets
-  ARCHIVE DESTINATION "${_engine_dir}" OBJECTS DESTINATION "${_engine_dir}")
+  ARCHIVE DESTINATION "${_engine_dir}" OBJECTS DESTINATION "${_engine_dir}"
+  FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll")
 install(EXPORT zulisimTargets NAMESPACE kalodll::
   DESTINATION "${CMAKE_INSTALL_LIBDIR}/cmake/kalodll")
-# Installs the headers that a test includes, and the headers that those include. None of them includes
-# a package's header.
-function(kalodll_install_header header)
-  get_property(installed GLOBAL PROPERTY KALODLL_INSTALLED_HEADERS)
-  if(header IN_LIST installed)
-    return()
-  endif()
-  set_property(GLOBAL APPEND PROPERTY KALODLL_INSTALLED_HEADERS ${header})
-  cmake_path(GET header PARENT_PATH folder)
-  install(FILES ${header} DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}/kalodll/${folder}")
-  file(STRINGS ${header} includes REGEX "^#include \"")
-  list(TRANSFORM includes REPLACE "^#include \"(.*)\".*" "\\1")
-  foreach(include IN LISTS includes)
-    kalodll_install_header(${include})
-  endforeach()
-endfunction()
-foreach(header in_process/in_process_device.h output/transcript.h scenario/scenario_file.h)
-  kalodll_install_header(simulator/${header})
-endforeach()
