@@ -52,11 +52,7 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
   fuse_set_log_func(KeepMessage);
   libfuseMessage.clear();
   try {
-    if (kind == Kind::kFile) {
-      Mount(everyUser);
-    } else {
-      CreateNode();
-    }
+    Mount(kind, everyUser);
     const int descriptor = fuse_session_fd(session_);
     fcntl(descriptor, F_SETFD, FD_CLOEXEC);
     fcntl(descriptor, F_SETFL, fcntl(descriptor, F_GETFL) | O_NONBLOCK);
@@ -77,33 +73,27 @@ KernelServer::KernelServer(Device& device, Kind kind, const std::string& path, b
 
 KernelServer::~KernelServer() { Stop(); }
 
-void KernelServer::Mount(bool everyUser) {
+void KernelServer::Mount(Kind kind, bool everyUser) {
   struct fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
   fuse_opt_add_arg(&arguments, "zulisim");
-  fuse_opt_add_arg(&arguments, "-ofsname=zulisim,subtype=zulisim");
-  if (everyUser) fuse_opt_add_arg(&arguments, "-oallow_other");
-  const fuse_lowlevel_ops operations = KernelOperations::ForFile();
-  session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
+  std::string mountPoint = path_;
+  if (kind == Kind::kFile) {
+    fuse_opt_add_arg(&arguments, "-ofsname=zulisim,subtype=zulisim");
+    if (everyUser) fuse_opt_add_arg(&arguments, "-oallow_other");
+    const fuse_lowlevel_ops operations = KernelOperations::ForFile();
+    session_ = fuse_session_new(&arguments, &operations, sizeof(operations), operations_.get());
+  } else {
+    const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
+    const char* variables[] = {variable.c_str()};
+    struct cuse_info info {};
+    info.dev_info_argc = 1;
+    info.dev_info_argv = variables;
+    const cuse_lowlevel_ops operations = KernelOperations::ForCharacterDevice();
+    session_ = cuse_lowlevel_new(&arguments, &info, &operations, operations_.get());
+    // The session owns this descriptor.
+    mountPoint = "/dev/fd/" + std::to_string(open("/dev/cuse", O_RDWR | O_CLOEXEC));
+  }
   fuse_opt_free_args(&arguments);
-  MountSession(path_);
-}
-
-void KernelServer::CreateNode() {
-  const std::string variable = "DEVNAME=" + path_.substr(sizeof("/dev/") - 1);
-  const char* variables[] = {variable.c_str()};
-  struct cuse_info info {};
-  info.dev_info_argc = 1;
-  info.dev_info_argv = variables;
-  struct fuse_args arguments = FUSE_ARGS_INIT(0, nullptr);
-  fuse_opt_add_arg(&arguments, "zulisim");
-  const cuse_lowlevel_ops operations = KernelOperations::ForCharacterDevice();
-  session_ = cuse_lowlevel_new(&arguments, &info, &operations, operations_.get());
-  fuse_opt_free_args(&arguments);
-  const int control = open("/dev/cuse", O_RDWR | O_CLOEXEC);
-  MountSession("/dev/fd/" + std::to_string(control));  // the session now owns the descriptor
-}
-
-void KernelServer::MountSession(const std::string& mountPoint) {
   if (session_ != nullptr && fuse_session_mount(session_, mountPoint.c_str()) == 0) return;
   throw std::runtime_error(common::Format("cannot serve {}: {}", common::Quoted(path_),
                                           libfuseMessage.empty() ? "refused" : libfuseMessage));

@@ -53,9 +53,7 @@ class KernelServer {
   void WaitForCloses();
 
  private:
-  void Mount(bool everyUser);
-  void CreateNode();
-  void MountSession(const std::string& mountPoint);
+  void Mount(Kind kind, bool everyUser);
   void AnswerInit();
   bool StartWorker();
   void Work();
