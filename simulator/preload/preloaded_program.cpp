@@ -60,18 +60,16 @@ int PreloadedProgram::Serve(Device& device) {
   DeviceServer server(device, getenv(protocol::kSocketVariable));
   const int status = RunChild(path(), arguments());
   server.CloseAbandoned();
-  loaded_ = server.Loaded();
+  set_why_unused(server.Loaded()
+                     ? "the preload library was loaded, but nothing opened '/dev/zuli' through it"
+                     : common::Format("{} did not load the preload library{}",
+                                      common::Quoted(path()), kUseFuse));
   if (server.Bypassed()) {
     std::cerr << common::Format(
         "zulisim: warning: the program uses system calls that the preload library cannot see{}\n",
         kUseFuse);
   }
   return status;
-}
-
-std::string PreloadedProgram::ExplainUnused() const {
-  if (loaded_) return "the preload library was loaded, but nothing opened '/dev/zuli' through it";
-  return common::Format("{} did not load the preload library{}", common::Quoted(path()), kUseFuse);
 }
 
 }  // namespace zulisim

@@ -17,10 +17,6 @@ class PreloadedProgram : public ServedProgram {
 
  protected:
   int Serve(Device& device) override;
-  std::string ExplainUnused() const override;
-
- private:
-  bool loaded_ = false;
 };
 
 }  // namespace zulisim

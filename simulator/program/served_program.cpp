@@ -81,7 +81,7 @@ ServedProgram::ServedProgram(std::string path, std::vector<std::string> argument
 
 int ServedProgram::Run(Device& device) {
   const int status = Serve(device);
-  if (!device.IsUsed()) std::cerr << "zulisim: warning: " + ExplainUnused() + "\n";
+  if (!device.IsUsed()) std::cerr << "zulisim: warning: " + whyUnused_ + "\n";
   const std::string remaining = RemainingProcesses();
   if (!remaining.empty()) {
     std::cerr << "zulisim: warning: the program has ended and the device is gone, but these of its "
@@ -90,7 +90,5 @@ int ServedProgram::Run(Device& device) {
   }
   return status;
 }
-
-std::string ServedProgram::ExplainUnused() const { return "nothing opened '/dev/zuli'"; }
 
 }  // namespace zulisim

@@ -37,8 +37,6 @@ class ServedProgram {
 
  protected:
   virtual int Serve(Device& device) = 0;
-  // Explains in a warning why no operation reached the device.
-  virtual std::string ExplainUnused() const;
 
   // `path` is the program's file; the first of `arguments` is its name. Without `root`, the program
   // gets a temporary folder. Throws std::exception if the folder cannot be used.
@@ -49,6 +47,8 @@ class ServedProgram {
   // folder() is an empty folder; root() contains the program's "data" and "etc".
   const std::string& folder() const { return folder_.path(); }
   const std::string& root() const { return root_; }
+  // Says why no operation reached the device.
+  void set_why_unused(const std::string& why) { whyUnused_ = why; }
 
  private:
   const std::string path_;
@@ -56,6 +56,7 @@ class ServedProgram {
   const ChildSignals signals_;
   const TemporaryFolder folder_;
   const std::string root_;
+  std::string whyUnused_ = "nothing opened '/dev/zuli'";
 };
 
 }  // namespace zulisim
