@@ -88,6 +88,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     arguments.output = Message(0xffffffff, 32, 0x7001, 0x1234abcd);
     if (arguments.in != nullptr) arguments.in = arguments.input.data();
     if (arguments.out != nullptr) arguments.out = arguments.output.data();
+    if (Has("long")) arguments.inLength = arguments.outLength = 0xFFFFFFFF;
     if (!Has("null-handle")) arguments.used = static_cast<ClientSession*>(handle_);
     auto* const session = static_cast<ClientSession*>(handle_);
     if (Word(0) == "ClientSession::IoMessage") {

@@ -289,6 +289,8 @@ TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
   EXPECT_EQ(text.str(), "before one two ");
   FileLogSink((file + ".missing/log").c_str()).logMessage("dropped");
   FileLogSink(nullptr).logMessage("dropped");
+  StreamLogSink(&text).logMessage(nullptr);
+  EXPECT_TRUE(text.bad());
   std::stringstream path;
   EXPECT_TRUE(DetermineLogFilePath(path));
   EXPECT_EQ(path.str(), std::string("/data/Marvoleth.log\0", 20));
