@@ -82,6 +82,10 @@ ZULISIM_HOOK(int, __openat_2, int folder, const char* path, int flags) {
   return Real___openat_2(folder, Target(path), flags);
 }
 
+ZULISIM_HOOK(int, creat, const char* path, unsigned mode) {
+  return Hook_open(path, O_CREAT | O_WRONLY | O_TRUNC, mode);
+}
+
 ZULISIM_HOOK(FILE*, fopen, const char* path, const char* mode) {
   return IsDevice(path) ? RefuseStream() : Real_fopen(Target(path), mode);
 }
@@ -134,6 +138,10 @@ ZULISIM_HOOK(int, statx, int folder, const char* path, int flags, unsigned mask,
   return Real_statx(folder, target, flags, mask, status);
 }
 
+ZULISIM_HOOK(int, truncate, const char* path, off_t length) {
+  return Real_truncate(Target(path), length);
+}
+
 ZULISIM_HOOK(int, unlink, const char* path) { return Real_unlink(Target(path)); }
 
 ZULISIM_HOOK(int, remove, const char* path) { return Real_remove(Target(path)); }
@@ -147,8 +155,10 @@ ZULISIM_ALIAS(open, open64)
 ZULISIM_ALIAS(__open_2, __open64_2)
 ZULISIM_ALIAS(openat, openat64)
 ZULISIM_ALIAS(__openat_2, __openat64_2)
+ZULISIM_ALIAS(creat, creat64)
 ZULISIM_ALIAS(fopen, fopen64)
 ZULISIM_ALIAS(freopen, freopen64)
+ZULISIM_ALIAS(truncate, truncate64)
 ZULISIM_ALIAS(stat, stat64)
 ZULISIM_ALIAS(lstat, lstat64)
 ZULISIM_ALIAS(fstat, fstat64)
