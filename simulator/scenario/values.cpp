@@ -1,8 +1,8 @@
 #include "simulator/scenario/values.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <limits>
+#include <utility>
 
 #include "common/format.h"
 #include "common/input_error.h"
@@ -24,20 +24,15 @@ std::uint32_t ParseStatus(const std::string& text) {
 }
 
 std::chrono::microseconds ParseDuration(const std::string& text) {
-  const struct {
-    const char* name;
-    double microseconds;
-  } units[] = {{"us", 1}, {"ms", 1e3}, {"s", 1e6}};
-  constexpr std::size_t kLongestNumber = 12;
-  const std::size_t end = text.find_first_not_of("0123456789.");
-  const std::string number = text.substr(0, end);
-  const bool isPlain = !number.empty() && number.size() <= kLongestNumber &&
-                       std::count(number.begin(), number.end(), '.') <= 1 && number != ".";
-  for (const auto& unit : units) {
-    if (!isPlain || end == std::string::npos || text.substr(end) != unit.name) continue;
-    const double value = std::stod(number) * unit.microseconds;
-    if (value > 60e6) break;
-    return std::chrono::microseconds(static_cast<std::int64_t>(value));
+  const std::pair<std::string, double> units[] = {{"us", 1}, {"ms", 1e3}, {"s", 1e6}};
+  char* unit = nullptr;
+  const double number = std::strtod(text.c_str(), &unit);
+  const auto length = static_cast<std::size_t>(unit - text.c_str());
+  // strtod also accepts exponents, signs and white space.
+  const bool isPlain = length > 0 && text.find_first_not_of("0123456789.") == length;
+  for (const auto& [name, microseconds] : units) {
+    if (!isPlain || unit != name || number * microseconds > 60e6) continue;
+    return std::chrono::microseconds(static_cast<std::int64_t>(number * microseconds));
   }
   throw common::InputError(
       common::Quoted(text) +
