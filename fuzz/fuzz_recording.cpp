@@ -2,8 +2,6 @@
 // so that it reads the same again. A replay must serve a program that makes the recorded calls. A
 // scenario is made from the recording or rejected.
 
-#include <algorithm>
-
 #include "fuzz/check.h"
 #include "simulator/engine/engine.h"
 #include "simulator/record/recording.h"
@@ -18,33 +16,12 @@ std::string FormatRecording(const zulisim::Recording& recording) {
   return text + zulisim::kCompleteLine;
 }
 
-// Makes the recorded call, with a buffer large enough for the recorded output.
+// Makes the recorded call.
 void MakeCall(zulisim::ReplayDevice* device, const zulisim::OperationRecord& record) {
-  const std::uint64_t length = std::min<std::uint64_t>(record.length, 1 << 16);
-  zulisim::Bytes room(std::max<std::uint64_t>({length, record.input.size(), record.output.size()}));
-  std::copy(record.input.begin(), record.input.end(), room.begin());
-  void* buffer = record.hasBuffer ? room.data() : nullptr;
-  switch (record.operation) {
-    case zulisim::Operation::kOpen:
-      device->Open(record.openFlags, record.openMode, 3);
-      break;
-    case zulisim::Operation::kIoctl:
-      // Only the connect request has an argument of a known size.
-      room.resize(std::max(room.size(), zulisim::IoctlSize(zulisim::kConnectRequest)));
-      if (record.request == zulisim::kConnectRequest) {
-        device->Ioctl(record.connection, record.request, record.hasBuffer ? room.data() : nullptr);
-      }
-      break;
-    case zulisim::Operation::kRead:
-      device->Read(record.connection, buffer, length, false);
-      break;
-    case zulisim::Operation::kWrite:
-      device->Write(record.connection, buffer, length);
-      break;
-    case zulisim::Operation::kClose:
-      device->Close(record.connection, zulisim::CloseReason::kProgramClosed);
-      break;
-  }
+  static zulisim::Bytes buffer(zulisim::kLongestMessage);
+  zulisim::OperationRecord call;
+  static_cast<zulisim::OperationCall&>(call) = record;
+  device->Perform(call, record.hasBuffer ? buffer.data() : nullptr, false);
 }
 
 }  // namespace

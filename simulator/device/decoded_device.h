@@ -12,12 +12,14 @@ namespace zulisim {
 
 // A device whose operations a decoder describes for the observers. Thread-safe.
 class DecodedDevice : public Device {
+ public:
+  Result Perform(OperationRecord record, void* target, bool nonBlocking) final;
+
  protected:
   // `clients` contains the names that belong to the GUIDs.
   explicit DecodedDevice(std::vector<Client> clients) : decoder_(std::move(clients)) {}
 
  private:
-  Result Perform(OperationRecord record, void* target, bool nonBlocking) final;
   // Fills in what the program gets, and the connection of an open that succeeds. The output goes to
   // `target` too, unless that is null. Returns false for an abandoned close of a connection that is
   // not open: observers do not see it.

@@ -40,6 +40,9 @@ class Device {
 
   // Returns true if an operation has ended.
   bool IsUsed() const { return used_; }
+  // Performs the operation, completes its record and shows it to the observers. The record holds
+  // what the program passed. The output also goes to `target`, unless that is null.
+  virtual Result Perform(OperationRecord record, void* target, bool nonBlocking) = 0;
 
   // The observer is not owned. It must live until it is removed or the device is destroyed.
   void AddObserver(OperationObserver* observer);
@@ -52,10 +55,6 @@ class Device {
   void Notify(const DeviceEvent& event);
 
  private:
-  // Performs the operation, completes its record and shows it to the observers. The record holds
-  // what the program passed. The output also goes to `target`, unless that is null.
-  virtual Result Perform(OperationRecord record, void* target, bool nonBlocking) = 0;
-
   std::atomic<bool> used_{false};
   std::mutex observersMutex_;
   std::vector<OperationObserver*> observers_;

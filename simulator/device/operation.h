@@ -51,20 +51,23 @@ void SetWordAt(Bytes* message, std::size_t offset, std::uint32_t word);
 inline constexpr std::size_t kPrivateDataSize = 16;
 inline bool IsNegative(std::uint32_t status) { return status >> 31 != 0; }
 
-// One operation on the device: what the program passed and got, and what that means.
-struct OperationRecord {
+// What the program passes to an operation.
+struct OperationCall {
   Operation operation = Operation::kOpen;
   bool abandoned = false;        // a close that the program did not make
   std::uint64_t connection = 0;  // the device's number of the open file; 0 for a failed open
-  // What the program passed.
-  int openFlags = 0;          // open: both arguments as passed, the mode also without O_CREAT
-  unsigned openMode = 0;      //
-  std::uint32_t request = 0;  // ioctl: the request number as 32 bits
-  std::uint64_t length = 0;   // read and write: the requested byte count
-  bool hasBuffer = true;      // ioctl, read and write: false for null or a bad address
-  Bytes input;                // write: the message; ioctl: the argument before the call
-  int process = 0;            // number of the calling process; 0 if unknown
-  int thread = 0;             //
+  int openFlags = 0;             // open: both arguments as passed, the mode also without O_CREAT
+  unsigned openMode = 0;         //
+  std::uint32_t request = 0;     // ioctl: the request number as 32 bits
+  std::uint64_t length = 0;      // read and write: the requested byte count
+  bool hasBuffer = true;         // ioctl, read and write: false for null or a bad address
+  Bytes input;                   // write: the message; ioctl: the argument before the call
+  int process = 0;               // number of the calling process; 0 if unknown
+  int thread = 0;                //
+};
+
+// One operation on the device: what the program passed and got, and what that means.
+struct OperationRecord : OperationCall {
   // What the program got.
   std::int64_t result = 0;  // what the call returns; -1 on failure (an open's 0 is a success)
   int error = 0;            // errno of a failure, else 0

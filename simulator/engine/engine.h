@@ -50,6 +50,7 @@ class Engine : public Device {
  public:
   // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
   explicit Engine(EngineOptions options = {});
+  Result Perform(OperationRecord record, void* target, bool nonBlocking) override;
 
   // --- Instructions. ---
 
@@ -108,7 +109,6 @@ class Engine : public Device {
   };
 
   const Client& ClientNamed(const std::string& name) const;
-  Result Perform(OperationRecord record, void* target, bool nonBlocking) override;
 
   // The functions below require the lock.
   void PerformOpen(Task* task);

@@ -274,27 +274,6 @@ class ScenarioMaker {
   std::map<std::pair<Operation, std::uint64_t>, std::string> effects_;  // by occurrence
 };
 
-// Makes the recorded call. `bytes` holds the recorded input, and receives the output.
-Result Call(const OperationRecord& record, std::uint64_t connection, Engine* engine, Bytes* bytes) {
-  if (record.operation == Operation::kRead) {
-    bytes->resize(std::min<std::uint64_t>(record.length, kLongestMessage));
-  }
-  void* const buffer = record.hasBuffer ? bytes->data() : nullptr;
-  switch (record.operation) {
-    case Operation::kOpen:
-      return engine->Open(record.openFlags, record.openMode, -1);
-    case Operation::kIoctl:
-      return engine->Ioctl(connection, record.request, buffer);
-    case Operation::kRead:
-      return engine->Read(connection, buffer, record.length, false);
-    case Operation::kWrite:
-      return engine->Write(connection, buffer, record.length);
-    case Operation::kClose:
-      break;
-  }
-  return engine->Close(connection, CloseReason::kProgramClosed);
-}
-
 std::string ResultText(const OperationRecord& record, const Result& result) {
   if (result.error != 0) return ErrnoName(result.error);
   return record.IsTransfer() ? common::Counted(result.value, "byte") : "a success";
@@ -309,12 +288,16 @@ std::string FirstDifference(const std::vector<OperationRecord>& operations,
   if (!diagnostics.empty()) return diagnostics.front().message;
   Engine engine({scenario.clients, false});
   Apply(scenario, &engine);
-  std::map<std::uint64_t, std::uint64_t>
-      connections;  // the engine's connection for each recorded one
+  std::map<std::uint64_t, std::uint64_t> connections;  // the engine's, by recorded connection
   for (const OperationRecord& record : operations) {
+    OperationRecord call;
+    static_cast<OperationCall&>(call) = record;
+    const bool isOpen = record.operation == Operation::kOpen;
+    call.connection = isOpen ? 0 : connections[record.connection];
     Bytes bytes = record.input;
-    Result got = Call(record, connections[record.connection], &engine, &bytes);
-    if (record.operation == Operation::kOpen && got.error == 0) {
+    bytes.resize(std::max<std::uint64_t>(bytes.size(), std::min(record.length, kLongestMessage)));
+    Result got = engine.Perform(call, record.hasBuffer ? bytes.data() : nullptr, false);
+    if (isOpen && got.error == 0) {
       connections[record.connection] = static_cast<std::uint64_t>(std::exchange(got.value, 0));
     }
     const bool sameResult = got.error == record.error && got.value == record.result;
