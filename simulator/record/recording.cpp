@@ -6,7 +6,9 @@
 #include <iterator>
 #include <limits>
 #include <optional>
+#include <sstream>
 #include <string_view>
+#include <utility>
 
 #include <nlohmann/json.hpp>
 
@@ -30,38 +32,30 @@ constexpr std::uint64_t kMaxTime = kMaxCount / 2;  // the sum of two such values
 // The kernel's O_LARGEFILE; libc defines it as 0 in 64-bit programs.
 constexpr int kKernelLargeFile = 0100000;
 
-// A flag of an open: present if the bits in `mask` equal `value`.
-struct OpenFlag {
-  const char* name;
-  int mask;
-  int value;
-};
-
-constexpr OpenFlag kOpenFlags[] = {
-    {"O_RDONLY", O_ACCMODE, O_RDONLY},
-    {"O_WRONLY", O_ACCMODE, O_WRONLY},
-    {"O_RDWR", O_ACCMODE, O_RDWR},
-    {"O_CREAT", O_CREAT, O_CREAT},
-    {"O_EXCL", O_EXCL, O_EXCL},
-    {"O_NOCTTY", O_NOCTTY, O_NOCTTY},
-    {"O_TRUNC", O_TRUNC, O_TRUNC},
-    {"O_APPEND", O_APPEND, O_APPEND},
-    {"O_NONBLOCK", O_NONBLOCK, O_NONBLOCK},
-    {"O_CLOEXEC", O_CLOEXEC, O_CLOEXEC},
-    {"O_LARGEFILE", kKernelLargeFile, kKernelLargeFile},
+// The access modes come first, by value.
+constexpr std::pair<const char*, int> kOpenFlags[] = {
+    {"O_RDONLY", O_RDONLY},
+    {"O_WRONLY", O_WRONLY},
+    {"O_RDWR", O_RDWR},
+    {"O_CREAT", O_CREAT},
+    {"O_EXCL", O_EXCL},
+    {"O_NOCTTY", O_NOCTTY},
+    {"O_TRUNC", O_TRUNC},
+    {"O_APPEND", O_APPEND},
+    {"O_NONBLOCK", O_NONBLOCK},
+    {"O_CLOEXEC", O_CLOEXEC},
+    {"O_LARGEFILE", kKernelLargeFile},
 };
 
 int ParseOpenFlags(const std::string& text) {
+  std::istringstream words(text);
   std::uint32_t flags = 0;
-  for (std::size_t at = 0; at <= text.size();) {
-    const std::size_t end = std::min(text.find('|', at), text.size());
-    const std::string name = text.substr(at, end - at);
+  for (std::string word; std::getline(words, word, '|');) {
     const auto* known = std::find_if(std::begin(kOpenFlags), std::end(kOpenFlags),
-                                     [&name](const OpenFlag& flag) { return flag.name == name; });
+                                     [&word](const auto& flag) { return flag.first == word; });
     flags |= known != std::end(kOpenFlags)
-                 ? static_cast<std::uint32_t>(known->value)
-                 : static_cast<std::uint32_t>(common::RequireNumber("a flag without a name", name));
-    at = end + 1;
+                 ? static_cast<std::uint32_t>(known->second)
+                 : static_cast<std::uint32_t>(common::RequireNumber("a flag without a name", word));
   }
   return static_cast<int>(flags);
 }
@@ -101,25 +95,21 @@ class LineReader {
 
   bool IsTrue(const char* name) const { return Has(name) && Get(name) == true; }
 
-  std::uint64_t Number(const char* name, std::uint64_t highest) const {
+  // Without the member, these functions return `otherwise` if it is given.
+  std::uint64_t Number(const char* name, std::uint64_t highest,
+                       std::optional<std::uint64_t> otherwise = std::nullopt) const {
+    if (otherwise && !Has(name)) return *otherwise;
     const Json& json = Get(name);
     if (json.is_number_unsigned() && json.get<std::uint64_t>() <= highest) return json;
     Fail(Format("\"{}\": expected a number from 0 to {}", name, highest));
   }
 
-  // Returns 0 when the member is missing.
-  std::uint64_t NumberIfAny(const char* name, std::uint64_t highest) const {
-    return Has(name) ? Number(name, highest) : 0;
-  }
-
-  std::string Text(const char* name) const {
+  std::string Text(const char* name, const char* otherwise = nullptr) const {
+    if (otherwise != nullptr && !Has(name)) return otherwise;
     const Json& json = Get(name);
     if (!json.is_string()) Fail(Format("\"{}\": expected a text", name));
     return json;
   }
-
-  // Returns an empty text when the member is missing.
-  std::string TextIfAny(const char* name) const { return Has(name) ? Text(name) : ""; }
 
   // Calls `parse` with the text of a member. If it throws InputError, throws RecordingError with
   // the member's name.
@@ -149,8 +139,8 @@ RecordingHeader ParseHeader(const LineReader& line) {
                      version > kVersion ? "use a newer zulisim" : "record the program again"));
   }
   RecordingHeader header;
-  header.tool = line.TextIfAny("tool");
-  header.started = line.TextIfAny("started");
+  header.tool = line.Text("tool", "");
+  header.started = line.Text("started", "");
   header.redacted = line.IsTrue("redacted");
   try {
     if (line.Has("program")) line.Get("program").get_to(header.program);
@@ -200,17 +190,16 @@ Bytes ParseMessage(const LineReader& line, const char* name, std::size_t size, b
 OperationRecord ParseOperationLine(const LineReader& line, bool redacted) {
   OperationRecord record;
   record.operation = line.Parse("operation", ParseOperation);
-  record.start = std::chrono::nanoseconds(line.NumberIfAny("start_ns", kMaxTime));
-  record.end = record.start + std::chrono::nanoseconds(line.NumberIfAny("duration_ns", kMaxTime));
-  record.process = static_cast<int>(line.NumberIfAny("process", common::kMaxWord / 2));
-  record.thread = static_cast<int>(line.NumberIfAny("thread", common::kMaxWord / 2));
-  record.connection = line.NumberIfAny("connection", kMaxCount);
+  record.start = std::chrono::nanoseconds(line.Number("start_ns", kMaxTime, 0));
+  record.end = record.start + std::chrono::nanoseconds(line.Number("duration_ns", kMaxTime, 0));
+  record.process = static_cast<int>(line.Number("process", common::kMaxWord / 2, 0));
+  record.thread = static_cast<int>(line.Number("thread", common::kMaxWord / 2, 0));
+  record.connection = line.Number("connection", kMaxCount, 0);
   record.abandoned = record.operation == Operation::kClose && line.IsTrue("abandoned");
   record.hasBuffer = !line.IsTrue("null");
-  record.why = line.TextIfAny("note");
+  record.why = line.Text("note", "");
   if (record.operation == Operation::kOpen) {
     record.openFlags = line.Parse("flags", ParseOpenFlags);
-    record.openMode = static_cast<unsigned>(line.NumberIfAny("mode", common::kMaxWord));
   } else if (record.operation == Operation::kIoctl) {
     record.request = line.Parse("request", [](const std::string& text) {
       return static_cast<std::uint32_t>(common::RequireNumber("an ioctl request", text));
@@ -251,7 +240,6 @@ std::string OperationLine(const OperationRecord& record) {
   json["operation"] = OperationName(record.operation);
   if (record.abandoned) json["abandoned"] = true;
   if (record.operation == Operation::kOpen) json["flags"] = OpenFlagsText(record.openFlags);
-  if (OpenMode(record) != 0) json["mode"] = OpenMode(record);
   if (record.operation == Operation::kIoctl) json["request"] = common::Hex(record.request, 8);
   if (record.IsTransfer()) json["length"] = record.length;
   if (!record.hasBuffer) json["null"] = true;
@@ -267,19 +255,14 @@ std::string OperationLine(const OperationRecord& record) {
 
 std::string OpenFlagsText(int flags) {
   std::vector<std::string> names;
-  for (const OpenFlag& flag : kOpenFlags) {
-    if ((flags & flag.mask) != flag.value) continue;
-    names.emplace_back(flag.name);
-    flags &= ~flag.mask;
+  for (const auto& [name, value] : kOpenFlags) {
+    const int mask = value <= O_RDWR ? O_ACCMODE : value;
+    if ((flags & mask) != value) continue;
+    names.emplace_back(name);
+    flags &= ~mask;
   }
   if (flags != 0) names.push_back(common::Hex(static_cast<std::uint32_t>(flags)));
   return common::Joined(names, "|");
-}
-
-unsigned OpenMode(const OperationRecord& record) {
-  const bool counts =
-      (record.openFlags & O_CREAT) != 0 || (record.openFlags & O_TMPFILE) == O_TMPFILE;
-  return counts ? record.openMode : 0;
 }
 
 bool IsRecording(const std::string& text) {

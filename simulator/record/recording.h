@@ -85,8 +85,5 @@ inline constexpr const char* kCompleteLine = "{\"complete\":true}\n";
 
 // Returns for example "O_RDWR|O_CLOEXEC"; bits without a name follow in hexadecimal.
 std::string OpenFlagsText(int flags);
-// Returns the mode of an open. Returns 0 if its flags do not use the mode, because it is then
-// arbitrary.
-unsigned OpenMode(const OperationRecord& record);
 
 }  // namespace zulisim

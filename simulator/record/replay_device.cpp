@@ -36,10 +36,7 @@ bool SameResults(const OperationRecord& a, const OperationRecord& b) {
 std::string ArgumentsText(const OperationRecord& record) {
   if (record.abandoned) return "the end of the program without a close";
   std::string text = OperationName(record.operation);
-  if (record.operation == Operation::kOpen) {
-    text += " " + OpenFlagsText(record.openFlags);
-    if (OpenMode(record) != 0) text += ", mode " + common::Hex(OpenMode(record));
-  }
+  if (record.operation == Operation::kOpen) text += " " + OpenFlagsText(record.openFlags);
   if (record.operation == Operation::kIoctl) text += " " + common::Hex(record.request);
   if (record.IsTransfer()) text += " " + common::Counted(record.length, "byte");
   if (!record.hasBuffer) text += ", no buffer";

@@ -17,7 +17,7 @@ namespace {
 constexpr const char* kText =
     R"({"format":"zulisim recording","version":2,"tool":"t","started":"s","program":["a\nb"],"clients":[{"name":"KALO","guid":"{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"}]}
 {"number":1,"start_ns":1,"duration_ns":1,"process":7,"thread":8,"connection":1,"operation":"open","flags":"O_RDWR|O_CLOEXEC","result":0}
-{"number":2,"start_ns":1500000002,"duration_ns":1,"connection":2,"operation":"open","flags":"O_RDWR|O_CREAT","mode":420,"result":0}
+{"number":2,"start_ns":1500000002,"duration_ns":1,"connection":2,"operation":"open","flags":"O_RDWR|O_CREAT","result":0}
 {"number":3,"start_ns":3,"duration_ns":1,"connection":1,"operation":"write","length":4,"input":"61616161","result":4}
 {"number":4,"start_ns":4,"duration_ns":1,"connection":2,"operation":"write","length":4,"input":"62626262","result":-1,"errno":"ENODEV","note":"the device is lost at write 2"}
 {"number":5,"start_ns":5,"duration_ns":1,"connection":1,"operation":"read","length":8,"result":2,"output":"6869"}
