@@ -41,8 +41,7 @@ struct Exchange {
   std::uint64_t connection = 0;
   std::optional<std::uint32_t> command;
   Bytes request;
-  bool connectionLost = false;            // the client's next connection may get the reply
-  std::vector<std::uint64_t> emptyReads;  // failed with EAGAIN before the reply came
+  bool connectionLost = false;  // the client's next connection may get the reply
   bool answered = false;
   std::uint32_t status = 0;
   std::optional<Bytes> body;  // missing if the reply echoes the request
@@ -66,18 +65,14 @@ struct Exchange {
   }
 };
 
-// Returns how likely the client sent `message` as the reply of this exchange; 0 means that it
-// cannot have sent it.
-int Likelihood(const Exchange& exchange, const Bytes& message) {
-  if (exchange.answered) return message.empty() ? 0 : 1;  // private data
+// Returns true if the client can have sent `message` as the reply or private data of this exchange.
+bool CanHaveSent(const Exchange& exchange, const Bytes& message) {
+  if (exchange.answered) return !message.empty();
   Bytes header = exchange.request;
   header.resize(kHeaderSize);
   SetWordAt(&header, kStatusOffset, StatusOf(message));
   const std::size_t size = std::min(message.size(), kHeaderSize);
-  if (!std::equal(message.begin(), message.begin() + static_cast<long>(size), header.begin())) {
-    return 0;
-  }
-  return (exchange.emptyReads.empty() ? 4 : 2) + (exchange.request == message ? 1 : 0);
+  return std::equal(message.begin(), message.begin() + static_cast<long>(size), header.begin());
 }
 
 // Finds the places where the engine needs an instruction to return the recorded results.
@@ -183,12 +178,11 @@ class ScenarioMaker {
       if (CanBeLoss(record)) return Lose(record);
     }
     const bool isRead = record.operation == Operation::kRead;
-    if (isRead && record.error == EAGAIN && !isLost && !record.client.empty()) {
-      for (Exchange* each : pending_) {
-        if (each->IsPendingAt(record)) each->emptyReads.push_back(record.occurrence);
-      }
-      return;
-    }
+    const bool isPending = std::any_of(pending_.begin(), pending_.end(), [&](const Exchange* each) {
+      return each->IsPendingAt(record);
+    });
+    const bool canRead = !isLost && !record.client.empty();
+    if (isRead && record.error == EAGAIN && canRead && !isPending) return;
     AddEffect(record, Format("errno = \"{}\"", ErrnoName(record.error)));
   }
 
@@ -221,21 +215,17 @@ class ScenarioMaker {
 
   void OnMessage(const OperationRecord& record) {
     const auto isPending = [&record](const Exchange* each) { return each->IsPendingAt(record); };
-    auto found = pending_.end();
-    int highest = 0;
-    for (auto at = pending_.begin(); at != pending_.end(); ++at) {
-      const int likelihood = isPending(*at) ? Likelihood(**at, record.output) : 0;
-      if (likelihood <= highest) continue;
-      highest = likelihood;
-      found = at;
-    }
+    const auto find = [&](bool answered) {
+      return std::find_if(pending_.begin(), pending_.end(), [&](const Exchange* each) {
+        return isPending(each) && each->answered == answered && CanHaveSent(*each, record.output);
+      });
+    };
+    auto found = find(false);
+    if (found == pending_.end()) found = find(true);
     if (found == pending_.end()) return;
     // The client sent no replies to the requests before this one.
     found = pending_.erase(std::remove_if(pending_.begin(), found, isPending), found);
     Exchange* const exchange = *found;
-    for (const std::uint64_t read : std::exchange(exchange->emptyReads, {})) {
-      effects_[{Operation::kRead, read}] = "errno = \"EAGAIN\"";
-    }
     if (exchange->answered) {
       exchange->privateData = record.output;
       pending_.erase(found);
