@@ -135,11 +135,11 @@ void AddOutputOptions(common::Command* command, OutputOptions* options) {
   command->AddFlag("-q,--quiet", &options->quiet, "Do not print the transcript on standard error");
   command->AddFlagOrChoice("--time", {"start", "clock"}, &options->time,
                            "Show seconds since the start, or with --time=clock the local time");
-  command->AddNumber("--bytes", &options->bytes, "Show up to N bytes of each message");
+  command->AddNumber("--bytes", &options->style.bytes, "Show up to N bytes of each message");
   command->AddRepeated(
-      "--only", [options](const std::string& text) { AddFilter(text, &options->only); }, "WHAT",
-      "Show only failures, client=NAME or command=N; repeat it to combine them");
-  command->AddFlag("--connection-numbers", &options->connectionNumbers,
+      "--only", [options](const std::string& text) { AddFilter(text, &options->style.only); },
+      "WHAT", "Show only failures, client=NAME or command=N; repeat it to combine them");
+  command->AddFlag("--connection-numbers", &options->style.connectionNumbers,
                    "Show the engine's number of a connection (#1), not the descriptor");
 }
 

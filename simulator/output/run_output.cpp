@@ -52,10 +52,7 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
           writer->OnLogLine(LogText(record, copies), IsFailure(record));
         }
       }) {
-  TranscriptStyle style;
-  style.connectionNumbers = options.connectionNumbers;
-  style.bytes = options.bytes.value_or(0);
-  style.only = options.only;
+  TranscriptStyle style = options.style;
   const auto start = device == nullptr ? std::chrono::nanoseconds() : Now();
   if (options.time == "start") style.start = start;
   if (options.time == "clock") style.clock = run.clock.value_or(SystemClock());

@@ -21,18 +21,16 @@ namespace zulisim {
 // The outputs of a run. An empty name means no file.
 struct OutputOptions {
   std::string transcriptFile;
-  std::string traceFile;               // Chrome trace events
-  std::string reportFile;              // one HTML page
-  std::string summaryFile;             // JSON
-  bool summary = false;                // print a summary on standard error at the end
-  bool quiet = false;                  // print no transcript on standard error
-  bool connectionNumbers = false;      // TranscriptStyle::connectionNumbers
-  std::string time;                    // time in the transcript: "start", "clock" or none
-  std::optional<std::uint32_t> bytes;  // TranscriptStyle::bytes
-  TranscriptFilter only;
-  bool log = false;        // show the library's log lines between the operations
-  bool logDetail = false;  // show its detailed log lines too
-  bool redact = false;     // leave out message bodies and private data
+  std::string traceFile;    // Chrome trace events
+  std::string reportFile;   // one HTML page
+  std::string summaryFile;  // JSON
+  bool summary = false;     // print a summary on standard error at the end
+  bool quiet = false;       // print no transcript on standard error
+  std::string time;         // time in the transcript: "start", "clock" or none
+  TranscriptStyle style;    // of the transcript
+  bool log = false;         // show the library's log lines between the operations
+  bool logDetail = false;   // show its detailed log lines too
+  bool redact = false;      // leave out message bodies and private data
 
   std::vector<NamedFile> Files() const {
     return {{"--transcript", transcriptFile},

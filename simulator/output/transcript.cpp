@@ -100,7 +100,7 @@ std::string TranscriptLine(const OperationRecord& record, const TranscriptStyle&
                        : record.why.empty() ? ""
                                             : style.colours.warning;
   if (*colour != '\0') line = colour + line + style.colours.reset;
-  return line + BytesText(record, style.bytes);
+  return line + BytesText(record, style.bytes.value_or(0));
 }
 
 bool Transcript::Shows(const OperationRecord& record) {

@@ -33,7 +33,7 @@ struct TranscriptStyle {
   // Show the local date and time. The value is the system clock's time minus Now().
   std::optional<std::chrono::nanoseconds> clock = std::nullopt;
   // Show up to this many bytes of each message below its line.
-  std::size_t bytes = 0;
+  std::optional<std::uint32_t> bytes = std::nullopt;
   TranscriptFilter only = {};
   // Show the process and, after a slash, the thread unless it is the first.
   bool threads = false;
