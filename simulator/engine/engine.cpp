@@ -40,9 +40,14 @@ Engine::Engine(EngineOptions options)
 }
 
 Result Engine::Perform(OperationRecord record, void* target, bool nonBlocking) {
+  constexpr bool (Engine::*kSteps[kOperationCount])(Task*) = {
+      &Engine::PerformOpen, &Engine::PerformIoctl, &Engine::PerformRead, &Engine::PerformWrite,
+      &Engine::PerformClose};
   std::unique_lock<std::mutex> lock(mutex_);
   Task task;
   task.target = target;
+  task.nonBlocking = nonBlocking;
+  task.lock = &lock;
   const auto found = connections_.find(record.connection);
   if (found != connections_.end()) {
     task.connection = &found->second;
@@ -50,25 +55,10 @@ Result Engine::Perform(OperationRecord record, void* target, bool nonBlocking) {
     if (found->second.client != nullptr) record.client = found->second.client->name;
   }
   if (record.abandoned && task.connection == nullptr) return {};
-  record.occurrence = ++counts_[static_cast<std::size_t>(record.operation)];
+  const auto operation = static_cast<std::size_t>(record.operation);
+  record.occurrence = ++counts_[operation];
   task.record = std::move(record);
-  switch (task.record.operation) {
-    case Operation::kOpen:
-      PerformOpen(&task);
-      break;
-    case Operation::kIoctl:
-      PerformIoctl(&task);
-      break;
-    case Operation::kRead:
-      PerformRead(&task, nonBlocking, &lock);
-      break;
-    case Operation::kWrite:
-      PerformWrite(&task, &lock);
-      break;
-    case Operation::kClose:
-      PerformClose(&task);
-      break;
-  }
+  (this->*kSteps[operation])(&task);
   task.record.sequence = nextSequence_++;
   task.record.end = Now();
   Notify(task.record);
@@ -77,7 +67,7 @@ Result Engine::Perform(OperationRecord record, void* target, bool nonBlocking) {
   return result;
 }
 
-void Engine::PerformOpen(Task* task) {
+bool Engine::PerformOpen(Task* task) {
   bool opens = ApplyFault(task);
   if (opens && failingOpens_ > 0) {
     if (failingOpens_ != kForever) --failingOpens_;
@@ -87,47 +77,52 @@ void Engine::PerformOpen(Task* task) {
                                  : common::Counted(failingOpens_, "more open") + " will fail";
     opens = Fail(task, openError_, "the device is still lost; " + more);
   }
-  if (!opens) return keptReplies_.clear();
+  if (!opens) {
+    keptReplies_.clear();
+    return false;
+  }
   task->record.connection = nextConnection_++;
   connections_[task->record.connection].descriptor = task->record.descriptor;
+  return true;
 }
 
-void Engine::PerformIoctl(Task* task) {
+bool Engine::PerformIoctl(Task* task) {
   OperationRecord* record = &task->record;
   record->output = record->input;
-  if (!CheckDescriptor(task)) return;
+  if (!CheckDescriptor(task)) return false;
   if (record->IsConnect()) return PerformConnect(task);
   const auto handler = ioctls_.find(record->request);
   if (handler == ioctls_.end()) {
-    Fail(task, ENOTTY, "unknown ioctl request " + common::Hex(record->request));
-    return;
+    return Fail(task, ENOTTY, "unknown ioctl request " + common::Hex(record->request));
   }
   const int error = handler->second(task->target);
   record->output = Copied(task->target, record->OutputSize());
-  if (error != 0) Fail(task, error, "the handler of the request failed");
+  return error == 0 || Fail(task, error, "the handler of the request failed");
 }
 
-void Engine::PerformConnect(Task* task) {
+bool Engine::PerformConnect(Task* task) {
   OperationRecord* record = &task->record;
-  Connection* connection = task->connection;
-  const Client* client = ClientOf(record->input);
   if (!record->hasBuffer) {
-    Fail(task, EFAULT, "the connect record is null or not readable");
-  } else if (connection->client != nullptr) {
-    Fail(task, EBUSY, "the descriptor is already connected");
-  } else if (client == nullptr) {
+    return Fail(task, EFAULT, "the connect record is null or not readable");
+  }
+  Connection* connection = task->connection;
+  if (connection->client != nullptr) {
+    return Fail(task, EBUSY, "the descriptor is already connected");
+  }
+  const Client* client = ClientOf(record->input);
+  if (client == nullptr) {
     Guid guid;
     std::memcpy(guid.data(), record->input.data(), guid.size());
-    Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
-  } else {
-    connection->client = client;
-    connection->pending = TakeKeptReplies(*client);
-    SetWordAt(&record->output, 0, client->maxMessageLength);
-    SetWordAt(&record->output, 4, client->protocolVersion);
-    std::memcpy(task->target, record->output.data(), record->output.size());
-    record->client = client->name;
-    record->payload = Payload::kConnectRecord;
+    return Fail(task, ENOENT, "no client has the GUID " + GuidText(guid));
   }
+  connection->client = client;
+  connection->pending = TakeKeptReplies(*client);
+  SetWordAt(&record->output, 0, client->maxMessageLength);
+  SetWordAt(&record->output, 4, client->protocolVersion);
+  std::memcpy(task->target, record->output.data(), record->output.size());
+  record->client = client->name;
+  record->payload = Payload::kConnectRecord;
+  return true;
 }
 
 const Client* Engine::ClientOf(const Bytes& connectRecord) const {
@@ -139,10 +134,11 @@ const Client* Engine::ClientOf(const Bytes& connectRecord) const {
   return client == clients_.end() ? nullptr : &*client;
 }
 
-void Engine::PerformRead(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock) {
+bool Engine::PerformRead(Task* task) {
   OperationRecord* record = &task->record;
-  if (!CheckTransfer(task) || record->length == 0) return;
-  if (!WaitForMessage(task, nonBlocking, lock)) return;
+  if (!CheckTransfer(task)) return false;
+  if (record->length == 0) return true;
+  if (!WaitForMessage(task)) return false;
   MessageQueue* pending = &task->connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
@@ -158,21 +154,23 @@ void Engine::PerformRead(Task* task, bool nonBlocking, std::unique_lock<std::mut
     record->why = common::Format("cut: the message has {} bytes", message.bytes.size());
   }
   record->result = static_cast<std::int64_t>(count);
+  return true;
 }
 
-bool Engine::WaitForMessage(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock) {
+bool Engine::WaitForMessage(Task* task) {
   while (true) {
     const MessageQueue& pending = task->connection->pending;
     if (pending.empty()) return Fail(task, EAGAIN, "no message is pending");
     const auto ready = pending.front().ready;
     const bool isHeld = pending.front().held;
     if (!isHeld && ready <= std::chrono::steady_clock::now()) return true;
-    if (nonBlocking)
+    if (task->nonBlocking) {
       return Fail(task, EAGAIN, "the reply is not ready and the read is non-blocking");
+    }
     if (isHeld) {
-      changed_.wait(*lock);
+      changed_.wait(*task->lock);
     } else {
-      changed_.wait_until(*lock, ready);
+      changed_.wait_until(*task->lock, ready);
     }
     const auto found = connections_.find(task->record.connection);
     task->connection = found == connections_.end() ? nullptr : &found->second;
@@ -182,19 +180,18 @@ bool Engine::WaitForMessage(Task* task, bool nonBlocking, std::unique_lock<std::
   }
 }
 
-void Engine::PerformWrite(Task* task, std::unique_lock<std::mutex>* lock) {
+bool Engine::PerformWrite(Task* task) {
   OperationRecord* record = &task->record;
-  if (!CheckTransfer(task)) return;
+  if (!CheckTransfer(task)) return false;
   const Client& client = *task->connection->client;
   if (record->length > client.maxMessageLength) {
-    Fail(task, EMSGSIZE,
-         common::Format("longer than {}'s maximum of {} bytes", client.name,
-                        client.maxMessageLength));
-    return;
+    return Fail(task, EMSGSIZE,
+                common::Format("longer than {}'s maximum of {} bytes", client.name,
+                               client.maxMessageLength));
   }
   const std::size_t count = TransferSize(task, record->length);
   record->result = static_cast<std::int64_t>(count);
-  if (count == 0) return;
+  if (count == 0) return true;
   record->payload = Payload::kRequest;
   const Bytes request = record->Message();
   record->commandId = WordAt(request, kCommandIdOffset);
@@ -206,7 +203,7 @@ void Engine::PerformWrite(Task* task, std::unique_lock<std::mutex>* lock) {
     const Responder responder = found->second;
     reply.emplace();
     // Meanwhile the connection may be closed or lost, so Queue looks it up again.
-    lock->unlock();
+    task->lock->unlock();
     try {
       reply = responder(request);
     } catch (const std::exception& e) {
@@ -214,20 +211,18 @@ void Engine::PerformWrite(Task* task, std::unique_lock<std::mutex>* lock) {
     } catch (...) {
       record->why = "the client stays silent: its responder failed";
     }
-    lock->lock();
+    task->lock->lock();
   }
   Queue(record->connection, reply ? *reply : EchoReply(request), record->commandId);
+  return true;
 }
 
-void Engine::PerformClose(Task* task) {
-  if (task->connection == nullptr) {
-    Fail(task, EBADF, "the connection is not open");
-    return;
-  }
+bool Engine::PerformClose(Task* task) {
+  if (task->connection == nullptr) return Fail(task, EBADF, "the connection is not open");
   connections_.erase(task->record.connection);
   task->connection = nullptr;
   changed_.notify_all();
-  ApplyFault(task);
+  return ApplyFault(task);
 }
 
 void Engine::Lose(const DeviceLoss& loss) {
@@ -422,10 +417,10 @@ std::size_t Engine::OpenDescriptors() const {
 
 std::vector<InstructionCount> Engine::InstructionCounts() const {
   std::lock_guard<std::mutex> lock(mutex_);
-  std::vector<InstructionCount> all = faults_.InstructionCounts();
-  const std::vector<InstructionCount> replies = replies_.InstructionCounts();
-  all.insert(all.end(), replies.begin(), replies.end());
-  return all;
+  std::vector<InstructionCount> counts;
+  faults_.AddCounts(&counts);
+  replies_.AddCounts(&counts);
+  return counts;
 }
 
 std::vector<OperationRecord> Engine::Records() const {

@@ -103,30 +103,28 @@ class Engine : public Device {
   struct Task {  // an operation in progress
     OperationRecord record;
     Connection* connection = nullptr;
-    void* target = nullptr;                // receives the output
-    std::optional<ShortCount> shortCount;  // the fault of a read or write
-    std::optional<ReplyFault> replyFault;  // the fault of a write
+    void* target = nullptr;  // receives the output
+    bool nonBlocking = false;
+    std::unique_lock<std::mutex>* lock = nullptr;  // held
+    std::optional<ShortCount> shortCount;          // the fault of a read or write
+    std::optional<ReplyFault> replyFault;          // the fault of a write
   };
 
   const Client& ClientNamed(const std::string& name) const;
 
-  // The functions below require the lock.
-  void PerformOpen(Task* task);
-  void PerformIoctl(Task* task);
-  void PerformConnect(Task* task);
-  void PerformRead(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock);
-  // Releases the lock while a responder runs.
-  void PerformWrite(Task* task, std::unique_lock<std::mutex>* lock);
-  void PerformClose(Task* task);
-  // Stores the failure of the operation. Returns false.
+  // The functions below require the lock. Those with a result of bool complete the record, and
+  // return false if the operation fails.
+  bool PerformOpen(Task* task);
+  bool PerformIoctl(Task* task);
+  bool PerformConnect(Task* task);
+  bool PerformRead(Task* task);
+  bool PerformWrite(Task* task);  // releases the lock while a responder runs
+  bool PerformClose(Task* task);
   static bool Fail(Task* task, int error, std::string why);
-  // These functions return false after the descriptor's state or a fault made the operation fail.
   bool CheckDescriptor(Task* task);
   bool CheckTransfer(Task* task);
   bool ApplyFault(Task* task);
-  // Releases the lock and waits until a message is ready. Returns false if none can become ready,
-  // or if the read must not wait.
-  bool WaitForMessage(Task* task, bool nonBlocking, std::unique_lock<std::mutex>* lock);
+  bool WaitForMessage(Task* task);  // releases the lock while it waits
   // Returns how many of `size` bytes the read or write moves.
   static std::size_t TransferSize(Task* task, std::size_t size);
   // Returns the client, command and connection of the operation, as far as known.

@@ -86,10 +86,8 @@ const Fault* FaultPlan::Next(Operation operation, const FaultScope& scope) {
   return found;
 }
 
-std::vector<InstructionCount> FaultPlan::InstructionCounts() const {
-  std::vector<InstructionCount> counts;
-  for (const Entry& entry : entries_) counts.push_back(entry.count);
-  return counts;
+void FaultPlan::AddCounts(std::vector<InstructionCount>* counts) const {
+  for (const Entry& entry : entries_) counts->push_back(entry.count);
 }
 
 }  // namespace zulisim

@@ -122,8 +122,7 @@ class FaultPlan {
   void Clear() { entries_.clear(); }
   // Counts one operation. Returns the fault that applies to it, or null.
   const Fault* Next(Operation operation, const FaultScope& scope);
-  // The results are in the order of the calls of Add.
-  std::vector<InstructionCount> InstructionCounts() const;
+  void AddCounts(std::vector<InstructionCount>* counts) const;  // in the order of Add
 
  private:
   struct Entry {

@@ -61,10 +61,8 @@ std::optional<Reply> ReplyPlan::Answer(const std::string& client, const Bytes& r
   return ReplyTo(request, chosen->rule);
 }
 
-std::vector<InstructionCount> ReplyPlan::InstructionCounts() const {
-  std::vector<InstructionCount> counts;
-  for (const Entry& entry : entries_) counts.push_back(entry.count);
-  return counts;
+void ReplyPlan::AddCounts(std::vector<InstructionCount>* counts) const {
+  for (const Entry& entry : entries_) counts->push_back(entry.count);
 }
 
 }  // namespace zulisim
