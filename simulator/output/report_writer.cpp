@@ -52,7 +52,9 @@ class ReportWriter : public OutputWriter {
     Add(delivers ? "in" : "out", TranscriptLine(record, style_), record.IsFailure(), took.count());
   }
 
-  void OnLogLine(const std::string& line, bool isFailure) override { Add("log", line, isFailure); }
+  void OnLogLine(const std::string& line, bool isFailure, std::chrono::nanoseconds) override {
+    Add("log", line, isFailure);
+  }
 
   void OnDeviceEvent(const DeviceEvent& event) override {
     Add("note", NoteText(event, style_), false);

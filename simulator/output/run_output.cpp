@@ -49,7 +49,7 @@ RunOutput::RunOutput(const OutputOptions& options, const RunDescription& run, De
       redact_(options.redact),
       folder_([this](const common::LogRecord& record, std::size_t copies) {
         for (const auto& writer : writers_) {
-          writer->OnLogLine(LogText(record, copies), IsFailure(record));
+          writer->OnLogLine(LogText(record, copies), IsFailure(record), time_);
         }
       }) {
   TranscriptStyle style = options.style;
@@ -103,7 +103,7 @@ TextSink RunOutput::FileSink(const char* what, const std::string& path) {
 bool RunOutput::Finish(std::optional<int> status) {
   const std::lock_guard<std::mutex> lock(mutex_);
   finished_ = true;
-  PassOnLog();
+  PassOnLog(time_);
   for (const auto& writer : writers_) writer->Finish(summary_, status);
   writers_.clear();
   if (printsSummary_) std::cerr << "zulisim: summary of " << summary_.Text() << "\n";
@@ -121,7 +121,8 @@ bool RunOutput::Finish(std::optional<int> status) {
 
 void RunOutput::OnOperation(const OperationRecord& record) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  PassOnLog();
+  PassOnLog(record.start);
+  time_ = record.end;
   summary_.Add(record);
   OperationRecord shown = record;
   if (redact_) RemoveBodies(&shown);
@@ -130,13 +131,14 @@ void RunOutput::OnOperation(const OperationRecord& record) {
 
 void RunOutput::OnDeviceEvent(const DeviceEvent& event) {
   const std::lock_guard<std::mutex> lock(mutex_);
-  PassOnLog();
+  PassOnLog(event.time);
   for (const auto& writer : writers_) writer->OnDeviceEvent(event);
 }
 
 // Called while the program's thread waits for the operation, so the log already contains the lines
 // that the thread wrote before it.
-void RunOutput::PassOnLog() {
+void RunOutput::PassOnLog(std::chrono::nanoseconds time) {
+  time_ = time;
   if (log_ == nullptr) return;
   common::LogSplitter splitter(
       [this](common::LogRecord&& record) { folder_.Add(std::move(record)); });

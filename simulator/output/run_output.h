@@ -68,13 +68,15 @@ class RunOutput : public OperationObserver {
 
  private:
   TextSink FileSink(const char* what, const std::string& path);
-  void PassOnLog();  // requires the lock
+  // Requires the lock. `time` is that of the next operation or event.
+  void PassOnLog(std::chrono::nanoseconds time);
 
   Device* device_;
   const bool printsSummary_;
   const bool redact_;
   std::mutex mutex_;  // guards all members below: operations may still come during Finish
   bool finished_ = false;
+  std::chrono::nanoseconds time_{};  // of the log lines that come next
   RunSummary summary_;
   TextSink summarySink_;  // null if the summary has no file
   std::vector<std::shared_ptr<OutputFile>> files_;

@@ -2,7 +2,6 @@
 
 #include <map>
 #include <utility>
-#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -35,8 +34,6 @@ class TraceWriter : public OutputWriter {
 
   void OnOperation(const OperationRecord& record) override {
     const std::uint64_t track = record.connection;
-    EmitLog(record.start);
-    last_ = record.end;
     if (record.operation == Operation::kOpen || record.IsConnect()) {
       Name(track, "thread_name", TrackName(record));
     }
@@ -64,15 +61,14 @@ class TraceWriter : public OutputWriter {
     if (record.error != 0 || !goesOn) EndCommand(track, record.end);
   }
 
-  void OnLogLine(const std::string& line, bool /*isFailure*/) override { log_.push_back(line); }
-
-  void OnDeviceEvent(const DeviceEvent& event) override {
-    EmitLog(event.time);
-    Mark(kLogTrack, event.text, event.time);
+  void OnLogLine(const std::string& line, bool /*isFailure*/,
+                 std::chrono::nanoseconds time) override {
+    Mark(kLogTrack, line, time);
   }
 
+  void OnDeviceEvent(const DeviceEvent& event) override { Mark(kLogTrack, event.text, event.time); }
+
   void Finish(const RunSummary& /*summary*/, std::optional<int> /*status*/) override {
-    EmitLog(last_);
     sink_("\n]\n");
   }
 
@@ -96,11 +92,6 @@ class TraceWriter : public OutputWriter {
   void Mark(std::uint64_t track, const std::string& name, std::chrono::nanoseconds time) {
     Emit("i", track, name, time, {{"s", "t"}});
   }
-  // Adds the log lines since the last operation, at the time of that operation.
-  void EmitLog(std::chrono::nanoseconds time) {
-    for (const std::string& line : log_) Mark(kLogTrack, line, time);
-    log_.clear();
-  }
   void EndCommand(std::uint64_t track, std::chrono::nanoseconds time) {
     const auto command = commands_.find(track);
     if (command == commands_.end()) return;
@@ -110,9 +101,7 @@ class TraceWriter : public OutputWriter {
 
   const TextSink sink_;
   bool first_ = true;
-  std::chrono::nanoseconds last_{};
   std::map<std::uint64_t, Json> commands_;  // arguments of the unfinished commands, by track
-  std::vector<std::string> log_;            // log lines since the last operation
 };
 
 }  // namespace

@@ -124,7 +124,7 @@ void Transcript::OnOperation(const OperationRecord& record) {
   if (Shows(record)) sink_(TranscriptLine(record, style_) + "\n");
 }
 
-void Transcript::OnLogLine(const std::string& line, bool isFailure) {
+void Transcript::OnLogLine(const std::string& line, bool isFailure, std::chrono::nanoseconds) {
   const TranscriptFilter& only = style_.only;
   if (only.client || only.command || (only.failures && !isFailure)) return;
   WriteDim(" log  " + line);

@@ -54,7 +54,7 @@ class Transcript : public OutputWriter {
   Transcript(TextSink sink, TranscriptStyle style)
       : sink_(std::move(sink)), style_(std::move(style)) {}
   void OnOperation(const OperationRecord& record) override;
-  void OnLogLine(const std::string& line, bool isFailure) override;
+  void OnLogLine(const std::string& line, bool isFailure, std::chrono::nanoseconds time) override;
   void OnDeviceEvent(const DeviceEvent& event) override;
 
  private:
