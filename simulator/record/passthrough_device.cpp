@@ -2,13 +2,11 @@
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <condition_variable>
-#include <filesystem>
 #include <optional>
 #include <system_error>
 #include <thread>
@@ -16,18 +14,6 @@
 
 namespace zulisim {
 namespace {
-
-int OpenFolder(const std::filesystem::path& path) {
-  const std::string folder = path.has_parent_path() ? path.parent_path().string() : ".";
-  return open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-}
-
-bool SameFile(int one, int other) {
-  struct stat a {
-  }, b{};
-  return fstat(one, &a) == 0 && fstat(other, &b) == 0 && a.st_dev == b.st_dev &&
-         a.st_ino == b.st_ino;
-}
 
 // Sets O_NONBLOCK for the next read; the program may have changed its own flag since the open.
 void SetNonBlocking(int descriptor, bool nonBlocking) {
@@ -108,7 +94,9 @@ void PassthroughDevice::File::GiveUpReads() {
 }
 
 PassthroughDevice::PassthroughDevice(const std::string& path, std::vector<Client> clients)
-    : DecodedDevice(std::move(clients)), path_(path), folder_(OpenFolder(path)) {}
+    : DecodedDevice(std::move(clients)),
+      path_(std::filesystem::absolute(path)),
+      folder_(open(path_.parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
 PassthroughDevice::~PassthroughDevice() {
   if (folder_ >= 0) close(folder_);
@@ -154,13 +142,12 @@ bool PassthroughDevice::Execute(OperationRecord* record, void* target, bool nonB
 Result PassthroughDevice::OpenFile(OperationRecord* record) {
   // The program gets another descriptor; its child processes must not inherit this one.
   const int flags = record->openFlags | O_CLOEXEC;
-  const int folder = OpenFolder(path_);
-  const bool sameTree = folder < 0 || SameFile(folder, folder_);
-  if (folder >= 0) close(folder);
   // Prefer the path, so that the device may also be one that a preload library serves.
+  std::error_code error;
+  const bool sameTree = std::filesystem::equivalent(
+      path_.parent_path(), "/proc/self/fd/" + std::to_string(folder_), error);
   const int opened = sameTree ? open(path_.c_str(), flags, record->openMode)
-                              : openat(folder_, std::filesystem::path(path_).filename().c_str(),
-                                       flags, record->openMode);
+                              : openat(folder_, path_.filename().c_str(), flags, record->openMode);
   if (opened < 0) return SystemResult(-1);
   std::lock_guard<std::mutex> lock(mutex_);
   record->connection = next_++;

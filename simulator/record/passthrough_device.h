@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -30,9 +31,9 @@ class PassthroughDevice : public DecodedDevice {
   void OnClosed(std::uint64_t connection) override;
   Result OpenFile(OperationRecord* record);
 
-  const std::string path_;
-  const int folder_;          // of the file
-  mutable std::mutex mutex_;  // guards the members below; not held during an operation
+  const std::filesystem::path path_;  // absolute
+  const int folder_;                  // of the file
+  mutable std::mutex mutex_;          // guards the members below; not held during an operation
   std::map<std::uint64_t, std::shared_ptr<File>> files_;
   std::uint64_t next_ = 1;
 };
