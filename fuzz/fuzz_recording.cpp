@@ -21,7 +21,7 @@ void MakeCall(zulisim::ReplayDevice* device, const zulisim::OperationRecord& rec
   static zulisim::Bytes buffer(zulisim::kLongestMessage);
   zulisim::OperationRecord call;
   static_cast<zulisim::OperationCall&>(call) = record;
-  device->Perform(call, record.hasBuffer ? buffer.data() : nullptr, false);
+  device->Perform(call, record.hasBuffer ? buffer.data() : nullptr);
 }
 
 }  // namespace

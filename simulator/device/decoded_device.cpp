@@ -2,8 +2,8 @@
 
 namespace zulisim {
 
-Result DecodedDevice::Perform(OperationRecord record, void* target, bool nonBlocking) {
-  if (!Execute(&record, target, nonBlocking)) return {};
+Result DecodedDevice::Perform(OperationRecord record, void* target) {
+  if (!Execute(&record, target)) return {};
   record.end = Now();
   {
     std::lock_guard<std::mutex> lock(decoderMutex_);

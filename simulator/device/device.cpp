@@ -31,7 +31,7 @@ Result Device::Open(int flags, unsigned mode, int descriptor) {
   record.openFlags = flags;
   record.openMode = mode;
   record.descriptor = descriptor;
-  return Perform(std::move(record), nullptr, false);
+  return Perform(std::move(record), nullptr);
 }
 
 Result Device::Ioctl(std::uint64_t connection, std::uint32_t request, void* argument) {
@@ -39,14 +39,15 @@ Result Device::Ioctl(std::uint64_t connection, std::uint32_t request, void* argu
   record.request = request;
   record.hasBuffer = argument != nullptr;
   record.input = Copied(argument, record.InputSize());
-  return Perform(std::move(record), argument, false);
+  return Perform(std::move(record), argument);
 }
 
 Result Device::Read(std::uint64_t connection, void* buffer, std::size_t length, bool nonBlocking) {
   OperationRecord record = Begin(Operation::kRead, connection);
   record.length = length;
+  record.nonBlocking = nonBlocking;
   record.hasBuffer = buffer != nullptr;
-  return Perform(std::move(record), buffer, nonBlocking);
+  return Perform(std::move(record), buffer);
 }
 
 Result Device::Write(std::uint64_t connection, const void* buffer, std::size_t length) {
@@ -54,7 +55,7 @@ Result Device::Write(std::uint64_t connection, const void* buffer, std::size_t l
   record.length = length;
   record.hasBuffer = buffer != nullptr;
   record.input = Copied(buffer, record.InputSize());
-  return Perform(std::move(record), nullptr, false);
+  return Perform(std::move(record), nullptr);
 }
 
 Result Device::Close(std::uint64_t connection, CloseReason reason) {
@@ -64,7 +65,7 @@ Result Device::Close(std::uint64_t connection, CloseReason reason) {
     record.why = CloseReasonText(reason);
     record.process = record.thread = 0;
   }
-  return Perform(std::move(record), nullptr, false);
+  return Perform(std::move(record), nullptr);
 }
 
 void Device::AddObserver(OperationObserver* observer) {

@@ -42,7 +42,7 @@ class Device {
   bool IsUsed() const { return used_; }
   // Performs the operation, completes its record and shows it to the observers. The record holds
   // what the program passed. The output also goes to `target`, unless that is null.
-  virtual Result Perform(OperationRecord record, void* target, bool nonBlocking) = 0;
+  virtual Result Perform(OperationRecord record, void* target) = 0;
 
   // The observer is not owned. It must live until it is removed or the device is destroyed.
   void AddObserver(OperationObserver* observer);

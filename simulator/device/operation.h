@@ -61,6 +61,7 @@ struct OperationCall {
   std::uint32_t request = 0;     // ioctl: the request number as 32 bits
   std::uint64_t length = 0;      // read and write: the requested byte count
   bool hasBuffer = true;         // ioctl, read and write: false for null or a bad address
+  bool nonBlocking = false;      // read: fails with EAGAIN where it would have to wait
   Bytes input;                   // write: the message; ioctl: the argument before the call
   int process = 0;               // number of the calling process; 0 if unknown
   int thread = 0;                //

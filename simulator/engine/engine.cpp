@@ -39,14 +39,13 @@ Engine::Engine(EngineOptions options)
   }
 }
 
-Result Engine::Perform(OperationRecord record, void* target, bool nonBlocking) {
+Result Engine::Perform(OperationRecord record, void* target) {
   constexpr bool (Engine::*kSteps[kOperationCount])(Task*) = {
       &Engine::PerformOpen, &Engine::PerformIoctl, &Engine::PerformRead, &Engine::PerformWrite,
       &Engine::PerformClose};
   std::unique_lock<std::mutex> lock(mutex_);
   Task task;
   task.target = target;
-  task.nonBlocking = nonBlocking;
   task.lock = &lock;
   const auto found = connections_.find(record.connection);
   if (found != connections_.end()) {
@@ -164,7 +163,7 @@ bool Engine::WaitForMessage(Task* task) {
     const auto ready = pending.front().ready;
     const bool isHeld = pending.front().held;
     if (!isHeld && ready <= std::chrono::steady_clock::now()) return true;
-    if (task->nonBlocking) {
+    if (task->record.nonBlocking) {
       return Fail(task, EAGAIN, "the reply is not ready and the read is non-blocking");
     }
     if (isHeld) {

@@ -50,7 +50,7 @@ class Engine : public Device {
  public:
   // Throws std::invalid_argument when a client's maximum is above kLongestMessage.
   explicit Engine(EngineOptions options = {});
-  Result Perform(OperationRecord record, void* target, bool nonBlocking) override;
+  Result Perform(OperationRecord record, void* target) override;
 
   // --- Instructions. ---
 
@@ -103,8 +103,7 @@ class Engine : public Device {
   struct Task {  // an operation in progress
     OperationRecord record;
     Connection* connection = nullptr;
-    void* target = nullptr;  // receives the output
-    bool nonBlocking = false;
+    void* target = nullptr;                        // receives the output
     std::unique_lock<std::mutex>* lock = nullptr;  // held
     std::optional<ShortCount> shortCount;          // the fault of a read or write
     std::optional<ReplyFault> replyFault;          // the fault of a write

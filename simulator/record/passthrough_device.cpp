@@ -108,7 +108,7 @@ std::shared_ptr<PassthroughDevice::File> PassthroughDevice::FileOf(std::uint64_t
   return found == files_.end() ? nullptr : found->second;
 }
 
-bool PassthroughDevice::Execute(OperationRecord* record, void* target, bool nonBlocking) {
+bool PassthroughDevice::Execute(OperationRecord* record, void* target) {
   const auto file = FileOf(record->connection);
   Result result{-1, EBADF};
   if (record->operation == Operation::kOpen) {
@@ -118,7 +118,7 @@ bool PassthroughDevice::Execute(OperationRecord* record, void* target, bool nonB
   } else if (record->operation == Operation::kIoctl) {
     result = SystemResult(ioctl(file->descriptor(), record->request, target));
   } else if (record->operation == Operation::kRead) {
-    SetNonBlocking(file->descriptor(), nonBlocking);
+    SetNonBlocking(file->descriptor(), record->nonBlocking);
     const std::optional<Result> read = file->Read(target, record->length);
     if (!read) record->why = "closed while a read waited";
     result = read.value_or(result);

@@ -27,7 +27,7 @@ class PassthroughDevice : public DecodedDevice {
 
   // Returns null for a connection that is not open.
   std::shared_ptr<File> FileOf(std::uint64_t connection) const;
-  bool Execute(OperationRecord* record, void* target, bool nonBlocking) override;
+  bool Execute(OperationRecord* record, void* target) override;
   void OnClosed(std::uint64_t connection) override;
   Result OpenFile(OperationRecord* record);
 

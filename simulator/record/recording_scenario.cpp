@@ -286,7 +286,7 @@ std::string FirstDifference(const std::vector<OperationRecord>& operations,
     call.connection = isOpen ? 0 : connections[record.connection];
     Bytes bytes = record.input;
     bytes.resize(std::max<std::uint64_t>(bytes.size(), std::min(record.length, kLongestMessage)));
-    Result got = engine.Perform(call, record.hasBuffer ? bytes.data() : nullptr, false);
+    Result got = engine.Perform(call, record.hasBuffer ? bytes.data() : nullptr);
     if (isOpen && got.error == 0) {
       connections[record.connection] = static_cast<std::uint64_t>(std::exchange(got.value, 0));
     }

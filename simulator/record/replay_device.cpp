@@ -170,7 +170,7 @@ const OperationRecord* ReplayDevice::NextOpen(OperationRecord* got) {
 }
 
 // A recorded read gives the recorded result even when it is non-blocking.
-bool ReplayDevice::Execute(OperationRecord* got, void* target, bool) {
+bool ReplayDevice::Execute(OperationRecord* got, void* target) {
   std::unique_lock<std::mutex> lock(mutex_);
   const bool isOpen = got->operation == Operation::kOpen;
   const bool isClose = got->operation == Operation::kClose;

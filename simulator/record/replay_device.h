@@ -63,7 +63,7 @@ class ReplayDevice : public DecodedDevice {
 
   // Moves `node` to the node after the operation.
   void AddToHistory(std::size_t operation, Node** node) const;
-  bool Execute(OperationRecord* got, void* target, bool nonBlocking) override;
+  bool Execute(OperationRecord* got, void* target) override;
 
   // The functions below require the lock. Choose returns the earliest recorded operation that can
   // come next. If `got` is not null, only operations with the same arguments count.
