@@ -25,9 +25,8 @@ refused() {  # STATUS COMMAND ARGUMENTS...
   done
 }
 sim() { zulisim run -q --root sim "$@"; }
-flat() { tr -s ' \n' ' '; echo; }
 json() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin)))'; }
-export -f refused sim flat json
+export -f refused sim json
 
 # Runs a command and prints what the file has to contain.
 run() {
