@@ -146,6 +146,10 @@ else
   echo "SKIPPED: the run as another user, who needs a user namespace and access to the build and /dev/fuse"
 fi
 
+# A write with O_APPEND is refused: the end of its message would be unknown.
+expect 1 run -- sh -c 'echo >>/dev/zuli'
+contains out 'refused a write with O_APPEND'
+
 # The kernel splits a write with too many pieces. It must not become two messages.
 expect 0 run -- "$program" open connect pieces:300 read:300 read:300 close
 contains out 'the kernel has split a write'
