@@ -124,18 +124,17 @@ ZULISIM_HOOK(int, fstat, int descriptor, void* status) {
 }
 
 // With an empty path, fstatat and statx examine the descriptor itself.
-bool IsDeviceItself(int descriptor, const char* path) {
-  return path != nullptr && *path == '\0' && DeviceHandle(descriptor);
+const char* AttributeTargetAt(int descriptor, const char* path) {
+  const bool isItself = path != nullptr && *path == '\0' && DeviceHandle(descriptor);
+  return isItself ? kAnyCharacterDevice : AttributeTarget(path);
 }
 
 ZULISIM_HOOK(int, fstatat, int folder, const char* path, void* status, int flags) {
-  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
-  return Real_fstatat(folder, target, status, flags);
+  return Real_fstatat(folder, AttributeTargetAt(folder, path), status, flags);
 }
 
 ZULISIM_HOOK(int, statx, int folder, const char* path, int flags, unsigned mask, void* status) {
-  const char* target = IsDeviceItself(folder, path) ? kAnyCharacterDevice : AttributeTarget(path);
-  return Real_statx(folder, target, flags, mask, status);
+  return Real_statx(folder, AttributeTargetAt(folder, path), flags, mask, status);
 }
 
 ZULISIM_HOOK(int, truncate, const char* path, off_t length) {

@@ -33,24 +33,21 @@ std::string TemporaryParent() {
 // path. Throws std::runtime_error if that fails, or if one of the entries is a symbolic link,
 // because the program's files would then be elsewhere.
 std::string PrepareRoot(const std::string& root) {
-  std::error_code error;
-  const fs::path path = fs::absolute(root, error);
-  for (const char* name : {"data", "etc", "data/Marvoleth.log", "etc/vrel_registry.txt"}) {
-    std::error_code missing;
-    if (!fs::is_symlink(path / name, missing)) continue;
-    throw std::runtime_error(common::Format(
-        "cannot use the folder {}: {} is a symbolic link; remove it or choose another folder with "
-        "--root DIR",
-        common::Quoted(root), common::Quoted((path / name).string())));
+  constexpr const char* kRemedy = "choose another folder with --root DIR";
+  const fs::path path = root;
+  try {
+    for (const char* name : {"data", "etc", "data/Marvoleth.log", "etc/vrel_registry.txt"}) {
+      if (!fs::is_symlink(fs::symlink_status(path / name))) continue;
+      throw std::runtime_error(common::Format(
+          "cannot use the folder {}: {} is a symbolic link; remove it or {}", common::Quoted(root),
+          common::Quoted(fs::absolute(path / name).string()), kRemedy));
+    }
+    for (const char* name : {"data", "etc"}) fs::create_directories(path / name);
+    return fs::canonical(path).string();
+  } catch (const fs::filesystem_error& error) {
+    throw std::runtime_error(common::Format("cannot use the folder {}: {}; {}",
+                                            common::Quoted(root), error.code().message(), kRemedy));
   }
-  for (const char* name : {"data", "etc"}) {
-    if (!error) fs::create_directories(path / name, error);
-  }
-  const fs::path absolute = error ? fs::path() : fs::canonical(path, error);
-  if (!error) return absolute.string();
-  throw std::runtime_error(
-      common::Format("cannot use the folder {}: {}; choose another folder with --root DIR",
-                     common::Quoted(root), error.message()));
 }
 
 }  // namespace
