@@ -1,4 +1,4 @@
-// A driver for static_client_test. It keeps its client for as long as it is loaded.
+// A driver for engine_test. It keeps its client for as long as it is loaded.
 
 #include "api/kalo_client.h"
 
