@@ -143,6 +143,10 @@ ZULISIM_HOOK(int, truncate, const char* path, off_t length) {
 
 ZULISIM_HOOK(int, unlink, const char* path) { return Real_unlink(Target(path)); }
 
+ZULISIM_HOOK(int, unlinkat, int folder, const char* path, int flags) {
+  return Real_unlinkat(folder, Target(path), flags);
+}
+
 ZULISIM_HOOK(int, remove, const char* path) { return Real_remove(Target(path)); }
 
 ZULISIM_HOOK(int, rename, const char* from, const char* to) {
