@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <chrono>
 #include <cerrno>
 #include <cstdarg>
 #include <filesystem>
@@ -313,6 +314,14 @@ TEST(Counter, counts_ticks_of_the_clock_or_fails_and_writes_nothing) {
   timespec now;
   ASSERT_EQ(clock_gettime(CLOCK_MONOTONIC, &now), 0);
   EXPECT_NEAR((now.tv_sec * 1e9 + now.tv_nsec) / 7, counter, frequency) << "within a second";
+}
+
+TEST(SleepMs, takes_microseconds) {
+  const auto begin = std::chrono::steady_clock::now();
+  OSCL_SleepMs(2000);
+  const auto slept = std::chrono::steady_clock::now() - begin;
+  EXPECT_GE(slept, std::chrono::milliseconds(2));
+  EXPECT_LT(slept, std::chrono::seconds(1));
 }
 
 TEST(DebugLog, shows_the_message_of_each_code) {
