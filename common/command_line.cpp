@@ -101,8 +101,8 @@ std::string Help(const CLI::App* app, const std::string&, CLI::AppFormatMode) {
 void RequireOneOf(const std::vector<std::string>& words, const std::string& text,
                   const std::string& option) {
   if (std::find(words.begin(), words.end(), text) != words.end()) return;
-  throw UsageError(
-      Format("{}: unknown value {}; expected {}", option, Quoted(text), Joined(words, " or ")));
+  throw UsageError(Format("{}: unknown value {}; expected one of {}{}", option, Quoted(text),
+                          Joined(words), NearestHint(text, words)));
 }
 
 }  // namespace
@@ -173,8 +173,15 @@ void Command::AddFlagOrChoice(const std::string& name, const std::vector<std::st
 }
 
 void Command::AddList(const std::string& names, std::vector<std::string>* target,
-                      const std::string& shape, const std::string& help) {
+                      const std::string& shape, const std::string& help,
+                      const std::vector<std::string>& words) {
   CLI::Option* option = app_->add_option(names, *target, help)->type_name(shape)->group(group_);
+  if (!words.empty()) {
+    option->check([=](const std::string& text) {
+      RequireOneOf(words, text, names);
+      return std::string();
+    });
+  }
   // Without allow_extra_args(false), the option would also consume the words of the program.
   if (names[0] == '-') option->delimiter(',')->expected(1)->allow_extra_args(false)->take_all();
 }

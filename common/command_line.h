@@ -63,9 +63,9 @@ class Command {
   void AddFlagOrChoice(const std::string& name, const std::vector<std::string>& words,
                        std::string* target, const std::string& help);
   // Accepts several values. An option separates them by commas; a positional argument takes all
-  // remaining words.
+  // remaining words. Each value is one of `words`, if there are any.
   void AddList(const std::string& names, std::vector<std::string>* target, const std::string& shape,
-               const std::string& help);
+               const std::string& help, const std::vector<std::string>& words = {});
   // Adds a repeatable option. Calls `take` with each value, in the order of the command line.
   void AddRepeated(const std::string& name, const std::function<void(const std::string&)>& take,
                    const std::string& shape, const std::string& help);

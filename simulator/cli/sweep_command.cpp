@@ -233,7 +233,8 @@ void DefineSweep(common::Command* program) {
       kSweepFooter);
   const auto options = std::make_shared<SweepOptions>();
   command->AddList("--faults", &options->faults, "NAME,...",
-                   "Try only these faults: " + common::Joined(SweepFaultNames()));
+                   "Try only these faults: " + common::Joined(SweepFaultNames()),
+                   SweepFaultNames());
   command->AddList("--operations", &options->operations, "WHICH,...",
                    "Try only these operations: 3, 5-8, 9-, or a kind such as read");
   command->AddNumber("--timeout", &options->timeout,

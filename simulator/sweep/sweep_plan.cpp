@@ -4,9 +4,7 @@
 #include <map>
 
 #include "common/format.h"
-#include "common/input_error.h"
 #include "common/number.h"
-#include "common/text.h"
 #include "simulator/scenario/values.h"
 
 namespace zulisim {
@@ -36,10 +34,6 @@ struct FaultRow {
     {"eacces", Bit(Operation::kOpen), "--fault", "=EACCES"},
 };
 
-bool Contains(const std::vector<std::string>& words, const std::string& word) {
-  return std::find(words.begin(), words.end(), word) != words.end();
-}
-
 // Selects the operations that `word` names: a position or a kind.
 bool Selects(const std::string& word, std::size_t position, Operation operation) {
   return word.find_first_of("0123456789") == 0 ? ParseOccurrences(word).Include(position)
@@ -63,13 +57,6 @@ std::vector<std::string> SweepFaultNames() {
 std::vector<SweepFault> PlanSweep(const std::vector<OperationRecord>& operations,
                                   const std::vector<std::string>& names,
                                   const std::vector<std::string>& which, bool bound) {
-  const std::vector<std::string> known = SweepFaultNames();
-  for (const std::string& name : names) {
-    if (Contains(known, name)) continue;
-    throw common::InputError(Format("--faults: unknown fault {}; expected {}{}",
-                                    common::Quoted(name), common::Joined(known),
-                                    common::NearestHint(name, known)));
-  }
   for (const std::string& word : which) Selects(word, 1, Operation::kOpen);  // throws if malformed
   std::vector<SweepFault> plan;
   std::map<std::string, unsigned> counts;  // by kind and scope
@@ -82,7 +69,8 @@ std::vector<SweepFault> PlanSweep(const std::vector<OperationRecord>& operations
     if (!which.empty() && std::none_of(which.begin(), which.end(), selects)) continue;
     for (const FaultRow& row : kFaultRows) {
       if (record.abandoned || (row.operations & Bit(record.operation)) == 0) continue;
-      if (!names.empty() && !Contains(names, row.name)) continue;
+      const bool isNamed = std::find(names.begin(), names.end(), row.name) != names.end();
+      if (!names.empty() && !isNamed) continue;
       for (const bool repeated : {false, true}) {
         if (repeated && !row.isRepeatable) continue;
         plan.push_back({i, row.name, repeated,

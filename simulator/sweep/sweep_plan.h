@@ -22,7 +22,7 @@ std::vector<std::string> SweepFaultNames();
 // Returns the faults to try, in the order of the operations. `names` selects faults. `which`
 // selects operations by position ("3", "5-8", "9-") or kind ("read"). An empty list selects all.
 // With `bound`, reads and writes are counted within their client and command, not in the whole run.
-// Throws common::InputError for an unknown name or an invalid position.
+// Throws common::InputError for an invalid position or kind.
 std::vector<SweepFault> PlanSweep(const std::vector<OperationRecord>& operations,
                                   const std::vector<std::string>& names,
                                   const std::vector<std::string>& which, bool bound);
