@@ -1,5 +1,4 @@
-// Calls all entry points in random sequences, with device faults. KALODLL_SEQUENCES_SEED sets the
-// seed, KALODLL_SEQUENCES the number of sequences.
+// Calls all entry points in random sequences, with device faults.
 
 #include "tests/api/sequences.h"
 
@@ -11,11 +10,6 @@ constexpr unsigned kSequences = 1000;
 #else
 constexpr unsigned kSequences = 10000;
 #endif
-
-unsigned FromEnvironment(const char* name, unsigned otherwise) {
-  const char* text = getenv(name);
-  return text != nullptr ? static_cast<unsigned>(std::stoul(text)) : otherwise;
-}
 
 class Sequences : public SequencesTest {
  protected:
@@ -34,10 +28,8 @@ class Sequences : public SequencesTest {
 };
 
 TEST_F(Sequences, drawn_at_random_keep_the_rules) {
-  const unsigned seed = FromEnvironment("KALODLL_SEQUENCES_SEED", 20240607);
-  const unsigned sequences = FromEnvironment("KALODLL_SEQUENCES", kSequences);
-  std::mt19937 random(seed);
-  for (unsigned i = 0; i < sequences; ++i) {
+  std::mt19937 random(20240607);
+  for (unsigned i = 0; i < kSequences; ++i) {
     Sequence sequence = RandomSequence(random);
     traced = i % 2 == 1;
     negative = i % 3 == 1;
@@ -50,8 +42,7 @@ TEST_F(Sequences, drawn_at_random_keep_the_rules) {
       const std::string found = RunAll(shorter);
       if (!found.empty()) wrong = found, sequence = shorter;
     }
-    FAIL() << "sequence " << i << " of seed " << seed << "; the shortest that was seen:\n"
-           << Describe(sequence) << wrong;
+    FAIL() << "sequence " << i << "; the shortest that was seen:\n" << Describe(sequence) << wrong;
   }
 }
 
