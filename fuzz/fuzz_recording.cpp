@@ -32,7 +32,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   try {
     recording = zulisim::ParseRecording(text);
   } catch (const zulisim::RecordingError& error) {
-    FUZZ_CHECK(*error.what() != '\0' && error.diagnostic().line > 0);
+    FUZZ_CHECK(*error.what() != '\0' && error.diagnostic.line > 0);
     return 0;
   }
   const std::string written = FormatRecording(recording);

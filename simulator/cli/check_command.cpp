@@ -48,7 +48,7 @@ bool IsGood(const std::string& path) {
     if (diagnostics.empty()) DescribeScenario(path, scenario);
     return diagnostics.empty();
   } catch (const RecordingError& error) {
-    std::cerr << common::DiagnosticText(path, error.diagnostic()) << "\n";
+    std::cerr << common::DiagnosticText(path, error.diagnostic) << "\n";
   } catch (const common::InputError& error) {
     std::cerr << "zulisim: " << error.what() << "\n";
   }

@@ -152,7 +152,7 @@ Recording ReadRecording(const std::string& path) {
     }
     return recording;
   } catch (const RecordingError& error) {
-    throw common::InputError(common::DiagnosticText(path, error.diagnostic()));
+    throw common::InputError(common::DiagnosticText(path, error.diagnostic));
   }
 }
 

@@ -24,11 +24,6 @@ bool FaultScope::Covers(const FaultScope& other) const {
          (connection == 0 || connection == other.connection);
 }
 
-bool Fault::AppliesTo(Operation kind, std::uint64_t occurrence) const {
-  return kind == operation && when.Include(occurrence) &&
-         (probability >= 1 || Draw(seed, occurrence) < probability);
-}
-
 std::optional<std::string> FaultError(const Fault& fault) {
   if (fault.when.first == 0) return "positions count from 1";
   if (fault.when.times == 0) return "a fault must happen at least once";
@@ -79,7 +74,8 @@ const Fault* FaultPlan::Next(Operation operation, const FaultScope& scope) {
     const Fault& fault = entry.fault;
     if (fault.operation != operation || !fault.scope.Covers(scope)) continue;
     const std::uint64_t occurrence = ++entry.count.seen;
-    if (found != nullptr || !fault.AppliesTo(operation, occurrence)) continue;
+    if (found != nullptr || !fault.when.Include(occurrence)) continue;
+    if (fault.probability < 1 && Draw(fault.seed, occurrence) >= fault.probability) continue;
     ++entry.count.happened;
     found = &fault;
   }

@@ -106,8 +106,6 @@ struct Fault {
   std::uint64_t seed = 0;
   FaultScope scope = {};
   std::string origin = {};  // "--lose read:3" or "loss.toml:7"
-
-  bool AppliesTo(Operation kind, std::uint64_t occurrence) const;
 };
 
 // Returns nothing for a fault that can happen. Otherwise returns what is wrong and the remedy.

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/input_error.h"
@@ -59,14 +60,10 @@ struct Recording {
   bool cut = false;
 };
 
-class RecordingError : public std::runtime_error {
- public:
-  explicit RecordingError(const common::Diagnostic& diagnostic)
-      : std::runtime_error(diagnostic.message), diagnostic_(diagnostic) {}
-  const common::Diagnostic& diagnostic() const { return diagnostic_; }
-
- private:
-  common::Diagnostic diagnostic_;
+struct RecordingError : std::runtime_error {
+  explicit RecordingError(common::Diagnostic place)
+      : std::runtime_error(place.message), diagnostic(std::move(place)) {}
+  const common::Diagnostic diagnostic;
 };
 
 // In bytes; enough for hours of recording.

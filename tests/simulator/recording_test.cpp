@@ -60,7 +60,7 @@ std::string ReplayError(const std::string& text,
     device.End();
     return device.Divergence();
   } catch (const RecordingError& error) {
-    return common::DiagnosticText("", error.diagnostic());
+    return common::DiagnosticText("", error.diagnostic);
   }
 }
 
