@@ -153,6 +153,15 @@ ZULISIM_HOOK(int, rename, const char* from, const char* to) {
   return Real_rename(Target(from), Target(to));
 }
 
+ZULISIM_HOOK(int, renameat, int fromFolder, const char* from, int toFolder, const char* to) {
+  return Real_renameat(fromFolder, Target(from), toFolder, Target(to));
+}
+
+ZULISIM_HOOK(int, renameat2, int fromFolder, const char* from, int toFolder, const char* to,
+             unsigned flags) {
+  return Real_renameat2(fromFolder, Target(from), toFolder, Target(to), flags);
+}
+
 ZULISIM_ALIAS(eaccess, euidaccess)
 ZULISIM_ALIAS(open, open64)
 ZULISIM_ALIAS(__open_2, __open64_2)
