@@ -126,8 +126,7 @@ def print_start(results):
     path, time, resident, dirty = results.loads[0]
     for other, other_time, _, _ in results.loads[1:]:
         print_row("dlopen" if other == results.loads[1][0] else "", float(time),
-                  pathlib.Path(other).name, float(other_time),
-                  1.3 if "tss2" in other else None, unit="us")
+                  pathlib.Path(other).name, float(other_time), unit="us")
     print(f"relocations {results.relocations:,}; resident after load {resident} KiB, "
           f"including {dirty} KiB private and written")
 

@@ -25,7 +25,6 @@ using Json = nlohmann::ordered_json;
 
 constexpr const char* kFormat = "zulisim recording";
 constexpr std::uint64_t kVersion = 2;
-constexpr const char* kVersion1Mark = "zulisim recording ";
 constexpr std::uint64_t kMaxCount = std::numeric_limits<std::int64_t>::max();
 constexpr std::uint64_t kMaxTime = kMaxCount / 2;  // the sum of two such values does not overflow
 
@@ -265,14 +264,9 @@ std::string OpenFlagsText(int flags) {
   return common::Joined(names, "|");
 }
 
-bool IsRecording(const std::string& text) {
-  return text.rfind('{', 0) == 0 || text.rfind(kVersion1Mark, 0) == 0;
-}
+bool IsRecording(const std::string& text) { return text.rfind('{', 0) == 0; }
 
 Recording ParseRecording(const std::string& text) {
-  if (text.rfind(kVersion1Mark, 0) == 0) {
-    Fail(1, "version 1 of the format is no longer supported; record the program again");
-  }
   if (!IsRecording(text)) Fail(1, Format("not a recording: expected \"format\":\"{}\"", kFormat));
   Recording recording;
   std::optional<OperationDecoder> decoder;
