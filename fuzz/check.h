@@ -12,3 +12,15 @@
       std::abort();                                                                 \
     }                                                                               \
   } while (false)
+
+// Returns false if `call` throws an Error, which must have a message.
+template <typename Error, typename Call>
+bool Accepts(Call call) {
+  try {
+    call();
+    return true;
+  } catch (const Error& error) {
+    FUZZ_CHECK(*error.what() != '\0');
+    return false;
+  }
+}

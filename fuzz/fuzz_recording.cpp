@@ -40,11 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   FUZZ_CHECK(!again.cut && again.operations.size() == recording.operations.size());
   FUZZ_CHECK(FormatRecording(again) == written);
 
-  try {
-    FUZZ_CHECK(!zulisim::ScenarioOf(recording, "recording").empty());
-  } catch (const common::InputError& error) {
-    FUZZ_CHECK(*error.what() != '\0');
-  }
+  Accepts<common::InputError>(
+      [&] { FUZZ_CHECK(!zulisim::ScenarioOf(recording, "recording").empty()); });
 
   zulisim::ReplayDevice device(recording);
   for (const auto& operation : recording.operations) MakeCall(&device, operation);

@@ -14,14 +14,10 @@ namespace {
 
 // Returns false if the engine rejects the scenario. The rejection must have a message.
 bool CanApply(const zulisim::Scenario& scenario) {
-  try {
+  return Accepts<std::invalid_argument>([&] {
     zulisim::Engine engine({scenario.clients});
     zulisim::Apply(scenario, &engine);
-    return true;
-  } catch (const std::invalid_argument& error) {
-    FUZZ_CHECK(*error.what() != '\0');
-    return false;
-  }
+  });
 }
 
 void ReadOptions(FuzzedDataProvider& input) {
@@ -29,11 +25,8 @@ void ReadOptions(FuzzedDataProvider& input) {
   zulisim::Scenario scenario;
   while (input.remaining_bytes() != 0) {
     const auto& option = options[input.ConsumeIntegralInRange<size_t>(0, options.size() - 1)];
-    try {
-      option.add(input.ConsumeRandomLengthString(), &scenario);
-    } catch (const std::invalid_argument& error) {
-      FUZZ_CHECK(*error.what() != '\0');
-    }
+    Accepts<std::invalid_argument>(
+        [&] { option.add(input.ConsumeRandomLengthString(), &scenario); });
   }
   CanApply(scenario);
 }

@@ -82,8 +82,6 @@ for target in "${targets[@]}"; do
   options=(-max_total_time="$seconds" -max_len=2048 -timeout=10 -print_final_stats=1 -seed="$seed"
     -artifact_prefix="build/fuzz/findings/$target-")
   [ "$target" = engine ] && options+=(-detect_leaks=0)
-  words=fuzz/$target.dict
-  [ -e "$words" ] && options+=(-dict="$words")
   if "build/fuzz/fuzz/fuzz_$target" "${options[@]}" "$work" "fuzz/corpus/$target" >"$log" 2>&1; then
     awk -v target="$target" '
       /DONE/ { for (i = 1; i < NF; ++i) { if ($i == "cov:") edges = $(i + 1)
