@@ -4,8 +4,10 @@
 #include <gtest/gtest.h>
 #include <stdlib.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <fstream>
 #include <future>
 #include <regex>
 #include <thread>
@@ -97,6 +99,26 @@ TEST_F(ControlTest, loses_the_device_and_shows_it_to_observers) {
   engine_.RemoveObserver(&log);
   EXPECT_EQ(log.text, "tell lose opens=1,errno=EIO; open; tell lose; open; tell back; open; ");
   EXPECT_EQ(Tell("back").rfind("no zulisim is serving '" + path_ + "'", 0), 0u);
+}
+
+TEST_F(ControlTest, replaces_the_socket_of_a_killed_server_but_no_other_file) {
+  const auto serve = [this](const std::string& path) -> std::string {
+    try {
+      const ControlServer server(path, &engine_, [](const Scenario&) {});
+      return Tell("back");
+    } catch (const std::runtime_error& error) {
+      return error.what();
+    }
+  };
+  const std::string socket_path = ControlServer::PathFor(path_);
+  mknod(socket_path.c_str(), S_IFSOCK | 0600, 0);
+  EXPECT_EQ(serve(path_), "");
+  std::ofstream(socket_path) << "a file";
+  EXPECT_EQ(serve(path_),
+            "cannot create the control socket '" + socket_path + "': Address already in use");
+  EXPECT_EQ(unlink(socket_path.c_str()), 0);
+  EXPECT_NE(serve(path_ + std::string(100, 'x')).find("is longer than 107 characters"),
+            std::string::npos);
 }
 
 TEST_F(ControlTest, releases_held_replies_to_a_read_that_waits) {
