@@ -4,7 +4,7 @@
 #
 #   sweep.sh ZULISIM DEMO_DRIVER BAD_DRIVER
 set -euo pipefail
-"$1" sweep --reply 'kalo:0x20=status:0x80000001,private:000102030405060708090a0b0c0d0e0f' "$2"
+"$1" sweep --timeout 30 --reply 'kalo:0x20=status:0x80000001,private:000102030405060708090a0b0c0d0e0f' "$2"
 
 # The program starts a process in another session, and hangs at the third operation.
 export TMPDIR
