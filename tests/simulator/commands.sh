@@ -31,7 +31,7 @@ export -f refused sim json
 # Runs a command and prints what the file has to contain.
 run() {
   # Closes the descriptors of the test runner, so that a program's own begin at 3.
-  timeout 60 bash -o pipefail -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; $1" >stdout 2>stderr
+  timeout 120 bash -o pipefail -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; $1" >stdout 2>stderr
   local status=$?
   sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
     s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" stdout stderr | fold -sw 159 | awk '{ sub(/ *$/, ""); print }'
