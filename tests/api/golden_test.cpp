@@ -56,7 +56,7 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
       state.kaloInterfaceVersion = 1;
     } else if (Word(0) == "throw") {
       injected = {Has("connect") ? Point::kConnectClient : Point::kDisconnectAllClients,
-                  Has("own") ? InjectedFailure::kRefuse : InjectedFailure::kBreak, 0};
+                  Has("own") ? "refused" : nullptr};
     } else {
       const std::string result = Call();
       return TakeTranscript() + (result == "0" ? "" : "= " + result + "\n");

@@ -5,6 +5,8 @@
 
 #include <dlfcn.h>
 
+#include <utility>
+
 #include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 
@@ -16,14 +18,11 @@ namespace {
 constexpr unsigned kForeignCommand = 0xBADC;
 
 void ThrowIfDue(test::Point point) {
-  using test::InjectedFailure;
-  if (!test::injected.IsDueAt(point)) return;
-  if (test::injected.kind == InjectedFailure::kRefuse)
-    throw KaloException(KALO_DLL_STATUS{0x4D}, test::injected.detail);
+  if (test::injected.point != point) return;
+  const char* const detail = std::exchange(test::injected, {}).detail;
+  if (detail != nullptr) throw KaloException(KALO_DLL_STATUS{0x4D}, detail);
   // Makes the library throw its own std::runtime_error.
-  if (test::injected.kind == InjectedFailure::kBreak)
-    ClientSession().IoControl(nullptr, 0, nullptr, 0);
-  throw 42;
+  ClientSession().IoControl(nullptr, 0, nullptr, 0);
 }
 
 template <typename Function>
@@ -42,14 +41,6 @@ void ClientSession::ConnectClient(const _GUID* guid) {
 void ClientSession::DisconnectAllClients() {
   ThrowIfDue(test::Point::kDisconnectAllClients);
   Original<void(ClientSession*)>("_ZN13ClientSession20DisconnectAllClientsEv")(this);
-}
-
-void ClientSession::IoMessage(unsigned char* in, unsigned int inLength, unsigned char* out,
-                              unsigned int outLength, unsigned char* data, unsigned int* length) {
-  ThrowIfDue(test::Point::kIoMessage);
-  Original<void(ClientSession*, unsigned char*, unsigned, unsigned char*, unsigned, unsigned char*,
-                unsigned*)>("_ZN13ClientSession9IoMessageEPhjS0_jS0_Pj")(this, in, inLength, out,
-                                                                         outLength, data, length);
 }
 
 const _GUID* ClientSession::CommandIdToGuid(unsigned int command) {

@@ -3,20 +3,14 @@
 namespace test {
 
 // Functions of the library that can throw exceptions that no device failure causes.
-enum class Point { kNone, kConnectClient, kIoMessage, kDisconnectAllClients };
+enum class Point { kNone, kConnectClient, kDisconnectAllClients };
 
-// Throws one of three kinds of exception when a call reaches a point for the n-th time, counted
-// from 0.
+// Throws once, when a call reaches the point: the library's exception with the detail, or its
+// std::runtime_error if the detail is null.
 struct InjectedFailure {
-  enum Kind { kRefuse, kBreak, kEscape };
-  bool IsDueAt(Point at) { return at == point && left-- == 0; }
-
   Point point = Point::kNone;
-  Kind kind = kRefuse;
-  unsigned left = 0;
-  const char* detail = "refused";  // of kRefuse
+  const char* detail = nullptr;
 };
-// The injected failure of the current call.
 extern InjectedFailure injected;
 
 }  // namespace test

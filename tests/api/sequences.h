@@ -26,8 +26,8 @@ struct Step {
 };
 using Sequence = std::vector<Step>;
 
-template <typename Random>
-Sequence RandomSequence(Random& random) {
+inline Sequence RandomSequence(unsigned seed) {
+  std::mt19937 random(seed);
   const auto below = [&random](size_t n) { return static_cast<unsigned>(random() % n); };
   static constexpr uint32_t kCommands[] = {0x10, 0x30000, 0x3FFFF, 0x40001, 0x2FFFF};
   static constexpr uint32_t kVersions[] = {0x30000, 0x30002, 0x30000, 0x30001};
@@ -47,20 +47,6 @@ Sequence RandomSequence(Random& random) {
     }
   }
   return sequence;
-}
-
-inline std::string Describe(const Sequence& sequence) {
-  std::ostringstream text;
-  for (const Step& step : sequence) {
-    text << "  " << step.call->name << " handle " << step.handle << " shape " << step.shape
-         << " tag " << step.tag << std::hex << " command " << step.command << " version "
-         << step.params.firmwareApiVersion << std::dec << ' ' << step.params.stateInitOption;
-    for (const auto& [operation, first, times, error] : step.faults) {
-      text << ", " << OperationName(operation) << " +" << first << " x" << times << ": " << error;
-    }
-    text << '\n';
-  }
-  return text.str();
 }
 
 // Runs calls and checks what holds after any sequence: the possible statuses, the order of the

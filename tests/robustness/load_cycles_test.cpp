@@ -1,6 +1,6 @@
 // Loads, uses and unloads the library a thousand times. No memory, descriptor or thread-local key
-// may be left. If possible, another compiler builds this program, with a C++ runtime that is not the
-// one in the library. Both runtimes throw and catch without affecting each other.
+// may be left. If possible, another compiler builds this program, with a C++ runtime that is not
+// the one in the library. Both runtimes throw and catch without affecting each other.
 //
 //   load_cycles_test LIBRARY
 
