@@ -1,9 +1,9 @@
 // Compares what the library does with transcripts. In each file in golden/, "# ..." begins a
-// section with a fresh state, "> ..." is a step of a driver or the device, "| FUNCTION: ... | ..."
-// are log lines, "<...>" a device operation, and "= ..." the result of a call, if it is not 0.
-// "(name)" stands for the lines that follow "# name" in common_lines.txt. The test performs the
-// steps and must produce the whole file. Tags that are fixed numbers are not replaced.
-// KALODLL_GOLDEN_WRITE=1 rewrites the files.
+// section with a fresh state, "> ...; ... = ..." are steps of the device and of a driver, and the
+// result of the last one if it is not 0, "| FUNCTION: ... | ..." are log lines, and "<...>" is a
+// device operation. "(name)" stands for the lines that follow "# name" in common_lines.txt. The
+// test performs the steps and must produce the whole file. Tags that are fixed numbers are not
+// replaced. KALODLL_GOLDEN_WRITE=1 rewrites the files.
 
 #include <filesystem>
 #include <fstream>
@@ -37,8 +37,25 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
     addresses_.clear();
   }
 
-  // Performs one step and returns its transcript.
-  std::string Do(const std::string& step) {
+  // Performs the steps of a line, and returns the line with their result and transcript.
+  std::string Do(const std::string& line) {
+    const std::string steps = line.substr(2, line.find_first_of("=(") - 3);
+    std::istringstream text(steps);
+    std::string result;
+    for (std::string step; std::getline(text, step, ';');) result = DoStep(step);
+    const std::string transcript = TakeTranscript();
+    const bool named = transcript[0] == '(' && transcript.find('\n') == transcript.size() - 1;
+    return "> " + steps + (result == "0" ? "" : " = " + result) + (named ? " " : "\n") + transcript;
+  }
+
+ private:
+  std::string Word(size_t i) const { return i < words_.size() ? words_[i] : ""; }
+  bool Has(const std::string& word) const {
+    return std::find(words_.begin() + 1, words_.end(), word) != words_.end();
+  }
+
+  // Returns the result of a call.
+  std::string DoStep(const std::string& step) {
     std::istringstream text(step);
     words_ = {std::istream_iterator<std::string>(text), {}};
     if (Word(0) == "fail" || Word(0) == "lose") {  // "... OPERATION N" means the n-th from now
@@ -58,16 +75,9 @@ class Golden : public CallsTest, public testing::WithParamInterface<std::string>
       injected = {Has("connect") ? Point::kConnectClient : Point::kDisconnectAllClients,
                   Has("own") ? "refused" : nullptr};
     } else {
-      const std::string result = Call();
-      return TakeTranscript() + (result == "0" ? "" : "= " + result + "\n");
+      return Call();
     }
-    return "";
-  }
-
- private:
-  std::string Word(size_t i) const { return i < words_.size() ? words_[i] : ""; }
-  bool Has(const std::string& word) const {
-    return std::find(words_.begin() + 1, words_.end(), word) != words_.end();
+    return "0";
   }
 
   // Uses the handles from the last initialisation. Further words name the defects of the call.
@@ -169,7 +179,7 @@ TEST_P(Golden, matches_its_file) {
     before += line + "\n";
     if (line[0] == '#') BeginSection();
     if (line[0] == '#') now += line + "\n";
-    if (line[0] == '>') now += line + "\n" + Do(line.substr(1));
+    if (line[0] == '>') now += Do(line);
   }
   if (getenv("KALODLL_GOLDEN_WRITE") != nullptr) std::ofstream(path) << now;
   EXPECT_EQ(now, before);
