@@ -8,7 +8,6 @@
 
 #include <cerrno>
 #include <fstream>
-#include <future>
 #include <regex>
 #include <thread>
 #include <vector>
@@ -119,23 +118,6 @@ TEST_F(ControlTest, replaces_the_socket_of_a_killed_server_but_no_other_file) {
   EXPECT_EQ(unlink(socket_path.c_str()), 0);
   EXPECT_NE(serve(path_ + std::string(100, 'x')).find("is longer than 107 characters"),
             std::string::npos);
-}
-
-TEST_F(ControlTest, releases_held_replies_to_a_read_that_waits) {
-  const ControlServer server(path_, &engine_, [](const Scenario&) {});
-  ReplyRule rule;
-  rule.client = "KALO";
-  rule.held = true;
-  engine_.AddReply(rule);
-  Guid guid = DefaultClients()[0].guid;
-  char buffer[16] = {};
-  engine_.Open(O_RDWR, 0, -1);
-  engine_.Ioctl(1, kConnectRequest, guid.data());
-  EXPECT_EQ(engine_.Write(1, buffer, 16).value, 16);
-  EXPECT_EQ(engine_.Read(1, buffer, 16, true).error, EAGAIN);
-  auto reader = std::async(std::launch::async, [&] { return engine_.Read(1, buffer, 16, false); });
-  EXPECT_EQ(Tell("release"), "1 reply released\n");
-  EXPECT_EQ(reader.get().value, 16);
 }
 
 }  // namespace

@@ -56,7 +56,6 @@ static long Pieces(size_t count) {
 
 /* Makes a system call without libc, as some language runtimes do. */
 static long Bare(long number, size_t count) {
-#ifdef __x86_64__
   long result;
   __asm__ volatile("syscall"
                    : "=a"(result)
@@ -65,27 +64,12 @@ static long Bare(long number, size_t count) {
   if (result >= 0) return result;
   errno = (int)-result;
   return -1;
-#else
-  return syscall(number, device, buffer, count);
-#endif
 }
 static long BareRead(size_t count) { return Bare(SYS_read, count); }
 static long BareWrite(size_t count) { return Bare(SYS_write, count); }
 
 static long NonBlock(size_t none) {
   return fcntl(device, F_SETFL, fcntl(device, F_GETFL) | O_NONBLOCK) + (long)none;
-}
-
-/* Opens the device until that fails, then closes all descriptors. Returns 0 if the open failed
- * because no descriptor was left. */
-static long Fill(size_t most) {
-  int opened[4096];
-  size_t count = 0;
-  while (count < most && (opened[count] = open("/dev//../dev/./zuli", O_RDWR)) >= 0) ++count;
-  const int reason = errno;
-  for (size_t i = 0; i < count; ++i) close(opened[i]);
-  errno = reason;
-  return count > 10 && reason == EMFILE ? 0 : -1;
 }
 
 static long On(size_t descriptor) { return device = (int)descriptor; }
@@ -120,15 +104,12 @@ static long Exit(size_t status) {
 static const struct {
   const char* name;
   long (*run)(size_t number);
-} steps[] = {{"open", Open},           {"connect", Connect},
-             {"ioctl", Ioctl},         {"read", Read},
-             {"write", Write},         {"badread", BadRead},
-             {"badwrite", BadWrite},   {"close", Close},
-             {"pieces", Pieces},       {"on", On},
-             {"child", InChild},       {"log", Log},
-             {"raise", Raise},         {"exit", Exit},
-             {"fill", Fill},           {"bareread", BareRead},
-             {"barewrite", BareWrite}, {"nonblock", NonBlock}};
+} steps[] = {
+    {"open", Open},        {"connect", Connect}, {"ioctl", Ioctl},       {"read", Read},
+    {"write", Write},      {"badread", BadRead}, {"badwrite", BadWrite}, {"close", Close},
+    {"pieces", Pieces},    {"on", On},           {"child", InChild},     {"log", Log},
+    {"raise", Raise},      {"exit", Exit},       {"bareread", BareRead}, {"barewrite", BareWrite},
+    {"nonblock", NonBlock}};
 
 int main(int argc, char** argv) {
   self = argv[0];

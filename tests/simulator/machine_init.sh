@@ -59,16 +59,5 @@ operations=$(wc -l </tmp/transcript.cuse)
 [ "$failures" -eq 0 ] &&
   say "suite: $operations operations, the same transcript through cuse, fuse and preload"
 
-# Kills zulisim while a program waits for a reply.
-serve '--reply=kalo:*=latency:60s'
-"$program" open connect write:20 read:20 write:20 close open >/tmp/killed 2>&1 &
-waiting=$!
-sleep 1
-kill -KILL $engine
-wait $waiting
-say "engine killed: $(tr '\n' ' ' </tmp/killed)"
-grep -qE 'read:20=errno (19|103|107)' /tmp/killed || fail "a read did not fail cleanly"
-[ -e /dev/zuli ] && fail "/dev/zuli still exists after SIGKILL"
-
 [ "$failures" -eq 0 ] && say passed
 poweroff -f

@@ -72,21 +72,5 @@ TEST(RecordingScenarioTest, reproduces_what_random_faults_did_or_refuses) {
   EXPECT_LE(refused, 10);  // a loss at a close, whose reply then went to another connection
 }
 
-TEST(RecordingScenarioTest, names_the_operation_that_a_scenario_cannot_express) {
-  const std::string head =
-      "{\"format\":\"zulisim recording\",\"version\":2}\n"
-      "{\"operation\":\"open\",\"connection\":1,\"flags\":\"O_RDWR\",\"result\":0}\n";
-  const auto refusal = [&head](const std::string& line) {
-    try {
-      return ScenarioOf(ParseRecording(head + line), "r");
-    } catch (const common::InputError& error) {
-      return std::string(error.what());
-    }
-  };
-  EXPECT_EQ(refusal(R"({"operation":"ioctl","connection":1,"request":"0x4804","result":0})"),
-            "cannot make a scenario from 'r': operation 2 (line 3, ioctl) gave a success, and the "
-            "software engine can only give ENOTTY; use 'zulisim replay' for this recording");
-}
-
 }  // namespace
 }  // namespace zulisim

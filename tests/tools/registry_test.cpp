@@ -83,14 +83,5 @@ TEST(RegistryStopTest, names_the_line_at_which_the_library_stops) {
   }
 }
 
-TEST(RegistryFindTest, finds_the_key_that_the_library_finds) {
-  const RegistryText registry =
-      ParseRegistry("[KEY]\n1\na\n[KEY]\n2\na\n[KEY]\n3\nb\n[KEY]\n3\nc\n");
-  EXPECT_EQ(registry.FindByName("a"), &registry.keys[0]);
-  EXPECT_FALSE(registry.Reaches(registry.keys[1])) << "its name leads to the first";
-  EXPECT_FALSE(registry.Reaches(registry.keys[2])) << "its id belongs to c";
-  EXPECT_TRUE(registry.Reaches(registry.keys[3]));
-}
-
 }  // namespace
 }  // namespace kaloctl
