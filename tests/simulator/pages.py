@@ -37,11 +37,8 @@ STEPS = ["open", "connect", "write:5000", "log:1", "child:20"] + COMMAND * 4 + L
 
 def check_trace(text):
     events = json.loads(text)
-    kinds = {(event["ph"], event["name"]) for event in events}
     assert {event["tid"] for event in events if event["name"] == "thread_name"} == {1, 2, 1000000000}
-    for expected in [("B", "command 0x10"), ("X", "read"),
-                     ("i", "EMSGSIZE"), ("i", "ENODEV"), ("i", CALL)]:
-        assert expected in kinds, expected
+    assert {"EMSGSIZE", "ENODEV", CALL} <= {event["name"] for event in events if event["ph"] == "i"}
     # The slice of each command begins and ends once.
     open_slices = set()
     for event in events:
@@ -51,32 +48,27 @@ def check_trace(text):
     assert not open_slices, open_slices
 
 
+def split(page):
+    """Returns the text before the rows of a report, the rows, and the text after them."""
+    begin = page.index('json">') + len('json">')
+    end = page.index("</script>", begin)
+    return page[:begin], page[begin:end], page[end:]
+
+
 class Outline(html.parser.HTMLParser):
-    """Collects the elements of a page and the data in it that a browser does not show."""
-    def __init__(self, text):
-        super().__init__()
-        self.tags, self.data, self.policy, self.identifiers = [], "", "", []
-        self.feed(text)
-        self.close()
+    """Collects the names of the elements of a page. None may load or run anything from outside."""
+    tags = []
 
     def handle_starttag(self, tag, attributes):
         self.tags.append(tag)
-        values = dict(attributes)
-        self.identifiers += [values["id"]] if "id" in values else []
-        self.policy += values.get("content", "") if values.get("http-equiv") else ""
-        assert not values.keys() & {"src", "href", "style", "onload"}, attributes
-
-    def handle_data(self, data):
-        if self.identifiers and self.identifiers[-1] == "data" and not self.data:
-            self.data = data
+        assert not dict(attributes).keys() & {"src", "href", "style", "onload"}, attributes
 
 
 def check_report(text):
-    page = Outline(text)
-    assert page.tags.count("script") == 2 and "b" not in page.tags and "i" not in page.tags, page.tags
-    assert "default-src 'none'" in page.policy, page.policy
-    assert not re.search(r"url\(|@import|https?:", text)
-    *rows, last = [json.loads(line) for line in page.data.strip().split("\n")]
+    Outline().feed(text)
+    assert Outline.tags.count("script") == 2 and not {"b", "i"} & set(Outline.tags), Outline.tags
+    assert "default-src 'none'" in text and not re.search(r"url\(|@import|https?:", text)
+    *rows, last = [json.loads(line) for line in split(text)[1].strip().split("\n")]
     head = last["head"]
     assert head["exit status"] == "0" and "--fault write:7-8=EIO" in head["instructions"], head
     operations = [row.get("in") or row.get("out") for row in rows if "log" not in row]
@@ -85,8 +77,7 @@ def check_report(text):
     failed = [next(iter(row.values())) for row in rows if row["failed"]]
     assert "EMSGSIZE" in failed[0] and failed[1] == CALL and "0x80000001" in failed[2], failed[:3]
     assert len({line.split()[2] for line in operations}) == 3, operations  # one is unknown
-    assert re.search(r"\n +03f0 .*\n +and 476 more bytes$", next(
-        line for line in operations if "1500 bytes" in line and "failed" not in line))
+    assert any(re.search(r"\n +03f0 .*\n +and 476 more bytes$", line) for line in operations)
 
 
 # Sends the results of a page to the page around it. A row that is marked must be in the window.
@@ -121,14 +112,12 @@ def check_browser(page):
         print("SKIPPED: chromium is missing; install it with scripts/setup.sh browser")
         sys.exit(77)
     # The policy of the page forbids the probe.
-    text = re.sub("<meta http-equiv[^>]*>", "", page.read_text(encoding="utf-8"))
+    head, short, tail = split(re.sub("<meta http-equiv[^>]*>", "", page.read_text(encoding="utf-8")))
     usual = json.dumps({"out": "a line", "failed": False}) + "\n"
     middle = json.dumps({"log": "in the middle", "failed": True}) + "\n"
-    begin = text.index('json">') + len('json">')
-    end = text.index("</script>", begin)
-    for name, rows in (("short", text[begin:end]),
+    for name, rows in (("short", short),
                        ("long", usual * MANY + middle + usual * MANY + '{"out": "cu')):
-        (page.parent / f"{name}.html").write_text(text[:begin] + rows + text[end:] + PROBE, encoding="utf-8")
+        (page.parent / f"{name}.html").write_text(head + rows + tail + PROBE, encoding="utf-8")
     (page.parent / "frames.html").write_text(FRAMES, encoding="utf-8")
     dump = subprocess.run([chromium, "--headless", "--no-sandbox", "--disable-gpu",
                            f"--user-data-dir={page.parent}/profile", "--window-size=1400,3000",

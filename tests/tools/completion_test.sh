@@ -22,20 +22,14 @@ offers 'zulisim re' record replay
 offers 'zulisim run --devi' --device
 offers 'zulisim run --device ' preload fuse
 offers 'zulisim run --device = f' fuse
-offers 'zulisim run --device =' preload fuse
-offers 'zulisim run --root d --st' --strict
 offers 'zulisim run -q --fault r' read:
-offers 'zulisim run --short ' read: write:
 offers 'zulisim run --reply k' kalo:
 offers 'zulisim run --report '
 offers 'zulisim run ./driver --de'
 offers 'zulisim run -- --de'
 offers 'zulisim record --output f --forc' --force
-offers 'zulisim record --output f ./driver --forc'
 offers 'zulisim replay f --in' --in-time
-offers 'zulisim replay f ./driver --in'
 offers 'zulisim tell /tmp/zuli lo' lose
-offers 'kaloctl registry s' set
 offers 'kaloctl registry set a b 1 --type ' string dword qword
 offers 'kaloctl log f --fo' --follow
 offers 'kaloctl frobnicate --he' --help
