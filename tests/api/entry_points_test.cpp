@@ -18,7 +18,9 @@ int32_t DllMain(void* module, unsigned int reason, void* reserved);
 namespace test {
 namespace {
 
+using testing::Contains;
 using testing::ElementsAre;
+using testing::EndsWith;
 
 class EntryPoints : public LibraryTest {
  protected:
@@ -95,12 +97,15 @@ TEST_F(EntryPoints, destroy_the_session_that_a_damaged_generation_refuses) {
   void* handle = nullptr;
   state.kaloInterfaceVersion = 1;
   EXPECT_EQ(KaloInit3(&handle), 5u);
+  EXPECT_THAT(TakeRaw(), Contains(EndsWith(" 0x" + Hex(reinterpret_cast<uintptr_t>(handle)))));
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
   EXPECT_EQ(state.kaloSessionA, handle) << "nothing else is rolled back";
   EXPECT_EQ(state.kaloRefCountA, 1u);
   EXPECT_EQ(state.kaloInterfaceVersion, 1u);
   EXPECT_EQ(Send(0x10), 6u);
   EXPECT_EQ(KaloCleanup3(handle), 0u);
+  state.kaloInterfaceVersion = 1;
+  EXPECT_EQ(KaloInit(), 5u);
 }
 
 TEST_F(EntryPoints, destroy_a_session_only_once) {
@@ -121,6 +126,11 @@ TEST_F(EntryPoints, destroy_a_session_only_once) {
   EXPECT_EQ(KaloCleanup3(handle), 0u);
   EXPECT_EQ(SessionCleanup(second), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
+  FenuInit3(&second);
+  KaloInit3(&handle);
+  EXPECT_EQ(SessionCleanup(second), 0u);
+  EXPECT_EQ(KaloCleanup3(handle), 0u);
+  EXPECT_EQ(FenuCleanup3(second), 0u) << "destroyed before the other firmware's session";
 }
 
 TEST_F(EntryPoints, destroy_a_new_session_at_the_address_of_the_last) {

@@ -151,6 +151,14 @@ TEST_F(RegistryTest, a_value_that_is_set_replaces_its_data_or_follows_the_others
   EXPECT_EQ(Open(HKEY_USERS, "A"), "13, 0") << "the file that it wrote";
 }
 
+TEST_F(RegistryTest, the_longest_numbers_are_written_whole) {
+  std::string values;
+  for (int i = 0; i < 50; ++i) values += "[VALUE] \n\t\t\tn \n\t\t\t11 \n\t\t\t-2147483648 \n\t\t";
+  Store("[KEY]\n1\nk\n" + std::regex_replace(values, std::regex(" \n\t*"), "\n"));
+  EXPECT_EQ(RegSetValueEx(1, "v", 0, REG_SZ, "", 1), 0u);
+  EXPECT_NE(Stored().find(values + "[VALUE] \n\t\t\tv \n"), std::string::npos) << Stored();
+}
+
 TEST_F(RegistryTest, a_value_that_cannot_be_set_leaves_the_file_as_it_was) {
   EXPECT_EQ(RegSetValueEx(0x10, std::string(256, 'n').c_str(), 0, 1, "x", 2), 2u);
   EXPECT_EQ(RegSetValueEx(0x10, nullptr, 0, 1, "x", 2), 2u);

@@ -103,6 +103,7 @@ TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
   std::memset(memory, '#', sizeof memory);
   auto* session = new (memory) ClientSession;
   const auto text = [&] { return std::string(session->lastErrorText, 1024); };
+  EXPECT_EQ(session->lastErrorStatus, -1);
   session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, "abcdef");
   session->storeErrInfo("XY");
   EXPECT_EQ(text(), "XYcdef" + std::string(1018, '#'));
