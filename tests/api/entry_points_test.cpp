@@ -105,6 +105,7 @@ TEST_F(EntryPoints, destroy_the_session_that_a_damaged_generation_refuses) {
   EXPECT_EQ(Send(0x10), 6u);
   EXPECT_EQ(KaloCleanup3(handle), 0u);
   state.kaloInterfaceVersion = 1;
+  state.kaloSessionA = nullptr;
   EXPECT_EQ(KaloInit(), 5u);
 }
 
