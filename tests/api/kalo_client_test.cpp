@@ -22,6 +22,7 @@ class Clients : public LibraryTest {
     last_ = client.Send(request.data(), length, reply.data(), 32);
     static constexpr const char* kNames[] = {"done", "refused", "not sent", "unknown"};
     const std::string name = kNames[static_cast<int>(last_.outcome)];
+    EXPECT_EQ(last_.privateDataLength, last_.outcome == kalo::Outcome::kRefused ? 16u : 0u);
     request[8] = static_cast<unsigned char>(last_.firmwareStatus);
     if (last_.firmwareStatus < 0) request[11] = 0x80;
     return name + (reply == Bytes(32) ? ", zeros" : reply == request ? ", reply" : ", other");
@@ -51,7 +52,6 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   EXPECT_EQ(last_.firmwareStatus, 3);
   Answer(0x80000001, 32);
   EXPECT_EQ(Send(client), "refused, reply");
-  EXPECT_EQ(last_.privateDataLength, 16u);
   EXPECT_EQ(last_.privateData[15], 'p');
   Answer(0, 8);
   EXPECT_EQ(Send(client), "unknown, other");
