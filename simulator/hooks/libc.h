@@ -26,7 +26,11 @@ class LibcFunction<Result(Parameters...)> {
   }
   // Threads that call this at the same time find the same function.
   auto Find() const {
-    const auto function = reinterpret_cast<Result (*)(Parameters...)>(dlsym(RTLD_NEXT, name_));
+    // dlsym finds its caller by the return address, so the call must not become a tail call.
+    // Without volatile, it does where nothing reads the result, and the process crashes at its
+    // start.
+    void* const volatile symbol = dlsym(RTLD_NEXT, name_);
+    const auto function = reinterpret_cast<Result (*)(Parameters...)>(symbol);
     function_.store(function, std::memory_order_relaxed);
     return function;
   }
