@@ -192,7 +192,6 @@ contains out "umount .*mount/zuli'"
 umount mount/zuli
 rm mount/zuli*
 
-expect 0 run --client kalo:max=1044480 -- true
 expect 125 run --client kalo:max=1044481 -- true
 contains out "is above 1044480"
 expect 125 run --fault open:1=ENOSYS -- true
