@@ -120,13 +120,6 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect) {
   }
 }
 
-TEST_F(Exchange, fails_after_a_disconnect) {
-  session_->Disconnect();
-  EXPECT_EQ(engine.OpenDescriptors(), 0u);
-  EXPECT_EQ(session_->WriteToZuli(in_, 32), -1);
-  EXPECT_EQ(errno, EBADF);
-}
-
 TEST_F(Exchange, passes_ioctls_through_and_recovers_four_times) {
   constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
   engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });

@@ -57,15 +57,11 @@ int main(void) {
   assert(strcmp(order, "SL") == 0);
   assert(sizeof gKaloDllState == 3208 && IsFresh());
   assert(KaloStateInit(&params) == KALO_DLL_STATUS_SUCCESS);
-  assert(gKaloDllState.firmwareApiVersion == KALO_FIRMWARE_API_32);
   assert(KaloInit3(&handle) == KALO_DLL_STATUS_FAILURE && KaloInit() == KALO_DLL_STATUS_FAILURE);
   assert(FenuInit3(&handle) == KALO_DLL_STATUS_FAILURE && FenuInit() == KALO_DLL_STATUS_FAILURE);
   assert(handle == NULL);
   assert(StartIo(message, 16, message, 16) == KALO_DLL_STATUS_NOT_INITIALIZED);
   assert(StartIo3(NULL, message, 16, message, 16) == KALO_DLL_STATUS_INVALID_PARAMETER);
-  assert(strcmp(gKaloDllState.apiErrorText, "KALO Exception 0x2 Invalid CP session handle") == 0);
-  assert(gKaloDllState.lastErrorSource == KALO_ERROR_SOURCE_API3);
-  assert(gKaloDllState.lastErrorContext == NULL);
   assert(KaloCleanup() == 0 && KaloCleanup3(NULL) == 0);
   assert(FenuCleanup() == 0 && FenuCleanup3(NULL) == 0);
   assert(strcpy_s(text, 3, "abc") == 1);
