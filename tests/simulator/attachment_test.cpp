@@ -72,6 +72,9 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   EXPECT_EQ(stat("/data/Marvoleth.log", &status), 0);
   EXPECT_EQ(status.st_size, 4);
   EXPECT_EQ(access("/data/Marvoleth.log.old", F_OK), -1);
+  const std::string moved = log + ".moved";
+  EXPECT_EQ(rename("/data/Marvoleth.log", moved.c_str()), 0);
+  EXPECT_EQ(rename(moved.c_str(), "/data/Marvoleth.log"), 0);
   EXPECT_EQ(unlink("/data/Marvoleth.log"), 0);
   EXPECT_EQ(rmdir(folder), 0);
 

@@ -171,7 +171,7 @@ eventually grep -qs 'read:9=9' held.out
 wait $holder
 expect 125 "$zulisim" tell mount/zuli fault open:1=ENOSYS
 contains out 'does not pass ENOSYS'
-kill -INT $engine
+kill -HUP $engine
 wait $engine
 [ $? -eq 122 ] || fail "serve --strict: a fault that did not happen did not fail"
 contains served.control 'lose read:40: never happened in 1 read$'
