@@ -197,12 +197,13 @@ TEST_F(UserFeatureTest, several_strings_are_written_within_their_size) {
   EXPECT_NE(Stored().find("\ttext \n\t\t\t7 \n\t\t\t \n"), std::string::npos) << "a single NUL";
 }
 
-TEST_F(UserFeatureTest, clearing_and_a_missing_value_keep_the_number) {
+TEST_F(UserFeatureTest, clearing_and_missing_data_keep_the_number) {
   EXPECT_EQ(Read("none", USER_FEATURE_NUMBER64_A), S_OK);
   key_.values->data.number64 = 0x100000007;
   EXPECT_EQ(OSCL_UserFeature_ClearValue(key_.values), S_OK);
   EXPECT_EQ(key_.values->name, nullptr);
   EXPECT_EQ(Read("none", USER_FEATURE_NUMBER32_A), S_OK);
+  EXPECT_EQ(Read("empty", USER_FEATURE_NUMBER32_A), S_OK);
   EXPECT_EQ(key_.values->data.number64, 0x100000007u);
   EXPECT_EQ(Read("none", USER_FEATURE_MULTI_STRING), E_FAIL);
   EXPECT_EQ(key_.values->data.strings, nullptr) << "the number is not a pointer";
