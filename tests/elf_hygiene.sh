@@ -49,13 +49,20 @@ reaches_own_functions() {
   [ "$(wc -l <<<"$functions")" -gt 80 ] && ! grep -qxF "$functions" <<<"$relocations"
 }
 
-# A linked file does not show this: libc's start-up objects may lack the mark that all objects need.
+# A linked file does not show these: libc's start-up objects may lack the mark that all objects need,
+# and a program may have no frame that needs a probe.
 shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
 objects_are_marked() {
   local objects marked
   mapfile -t objects < <(find "$build" -name '*.o' | grep -E "$shipped")
   marked=$(readelf -nW "${objects[@]}" | grep -c 'x86 feature: IBT, SHSTK')
   [ "${#objects[@]}" -gt 70 ] && [ "$marked" -eq "${#objects[@]}" ]
+}
+stack_is_protected() {
+  local commands
+  commands=$(grep -E -- "-o [^ ]*$shipped" "$build/compile_commands.json")
+  [ "$(wc -l <<<"$commands")" -gt 70 ] &&
+    ! grep -vqF -- '-fstack-protector-strong -fstack-clash-protection' <<<"$commands"
 }
 
 read_file "$library"
@@ -81,4 +88,5 @@ for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
     check "$name: dependencies are searched only beside it" only_folders '^\$ORIGIN(/|$)'
 done
 check "every object is marked for control-flow protection" objects_are_marked
+check "every object protects and probes the stack" stack_is_protected
 exit "$status"
