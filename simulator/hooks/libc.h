@@ -57,12 +57,14 @@ class LibcFunction<Result(Parameters...)> {
 #define ZULISIM_ALIAS(name, other) __asm__(".globl " #other "\n.set " #other ", " #name);
 static_assert(sizeof(off_t) == 8, "open64 is not open");
 
-// Defined with their hooks, for callers elsewhere.
+// Defined with their hooks, for callers elsewhere. The constructor is constexpr.
+// NOLINTBEGIN(bugprone-dynamic-static-initializers)
 extern const LibcFunction<int(int)> Real_close;
 extern const LibcFunction<int(int, int, void*)> Real_fcntl;
 extern const LibcFunction<int(int, void*)> Real_fstat;
 extern const LibcFunction<int(int, unsigned long, void*)> Real_ioctl;
 extern const LibcFunction<int(const char*, int, unsigned)> Real_open;
 extern const LibcFunction<ssize_t(int, const void*, size_t)> Real_write;
+// NOLINTEND(bugprone-dynamic-static-initializers)
 
 }  // namespace zulisim::hooks
