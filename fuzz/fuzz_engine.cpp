@@ -10,20 +10,20 @@ namespace {
 // The input makes the choices that the random tests make at random.
 struct Choices {
   uint32_t operator()() { return input.ConsumeIntegral<uint8_t>(); }
-  FuzzedDataProvider input;
+  FuzzedDataProvider& input;
 };
 
 class Sequences : public test::SequencesTest {
  public:
   void CheckSequence(const uint8_t* data, size_t size) {
-    Choices choices{{data, size}};
+    FuzzedDataProvider input(data, size);
+    Choices choices{input};
     traced = choices() % 2 == 1;
     negative = choices() % 4 == 1;
-    const test::Sequence sequence = test::RandomSequence(choices);
     Start();
-    for (const test::Step& step : sequence) {
+    for (const test::Step& step : test::RandomSequence(choices)) {
       const std::string wrong = Run(step);
-      if (!wrong.empty()) std::fprintf(stderr, "%s%s\n", Describe(sequence).c_str(), wrong.c_str());
+      if (!wrong.empty()) std::fprintf(stderr, "%s: %s\n", step.call->name, wrong.c_str());
       FUZZ_CHECK(wrong.empty());
     }
     Finish();

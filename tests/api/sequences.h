@@ -26,8 +26,8 @@ struct Step {
 };
 using Sequence = std::vector<Step>;
 
-inline Sequence RandomSequence(unsigned seed) {
-  std::mt19937 random(seed);
+template <typename Random>
+Sequence RandomSequence(Random random) {
   const auto below = [&random](size_t n) { return static_cast<unsigned>(random() % n); };
   static constexpr uint32_t kCommands[] = {0x10, 0x30000, 0x3FFFF, 0x40001, 0x2FFFF};
   static constexpr uint32_t kVersions[] = {0x30000, 0x30002, 0x30000, 0x30001};

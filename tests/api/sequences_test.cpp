@@ -19,7 +19,7 @@ TEST_F(Sequences, drawn_at_random_keep_the_rules) {
     negative = seed % 3 == 1;
     Start();
     unsigned number = 0;
-    for (const Step& step : RandomSequence(seed)) {
+    for (const Step& step : RandomSequence(std::mt19937(seed))) {
       ASSERT_EQ(Run(step), "") << "seed " << seed << ", step " << ++number << ", "
                                << step.call->name << ", operations " << operations;
     }

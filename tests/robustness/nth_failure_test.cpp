@@ -58,7 +58,7 @@ TEST_F(NthFailure, is_reported_or_ignored_and_later_calls_work) {
   ASSERT_TRUE(faults::Install()) << "the library's linkage table was not found";
   std::set<std::pair<std::string, std::string>> failed;  // pairs of an entry point and a libc call
   for (unsigned seed = 0; seed < 12; ++seed) {
-    Sequence sequence = RandomSequence(seed);
+    Sequence sequence = RandomSequence(std::mt19937(seed));
     for (Step& step : sequence) step.faults.clear();
     traced = seed % 2 == 1;
     for (size_t at = 0; at < sequence.size(); ++at) {
