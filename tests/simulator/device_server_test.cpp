@@ -132,7 +132,9 @@ TEST(DeviceServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   close(free);
   struct rlimit limit {};
   getrlimit(RLIMIT_NOFILE, &limit);
-  const rlim_t usual = std::exchange(limit.rlim_cur, static_cast<rlim_t>(free));
+  // Leaves room for both ends of a channel. Otherwise this thread would wait for a server that
+  // waits for a descriptor.
+  const rlim_t usual = std::exchange(limit.rlim_cur, static_cast<rlim_t>(free) + 1);
   int opened = -1;
   while (opened < 0 && limit.rlim_cur++ < usual) {
     setrlimit(RLIMIT_NOFILE, &limit);
