@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Sets up, builds and runs four drivers at once for a long time while the device is lost again and
-# again. Checks every reply, and that the number of descriptors does not grow.
+# again. Checks every reply, and that descriptors and resident memory do not grow.
 #
 #   scripts/soak.sh [EXCHANGES]      (default: 1000000)
 set -euo pipefail
