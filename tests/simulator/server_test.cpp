@@ -1,7 +1,5 @@
-// Tests the server of the preload library and the library's own code in one process. The test's
-// calls of open, read, write and close are hooked like those of a preloaded program.
-
-#include "simulator/preload/device_server.h"
+// Tests the servers of the preload library and of the kernel in the process that uses them. The
+// test's calls are hooked like those of a preloaded program.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -16,58 +14,62 @@
 #include <chrono>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
+#include <fstream>
 #include <memory>
-#include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
 
 #include "simulator/engine/engine.h"
+#include "simulator/kernel/kernel_server.h"
+#include "simulator/preload/device_server.h"
 
 namespace zulisim {
 namespace {
 
-// The hooks read the environment before main, so the test sets the variable and executes itself
-// again.
-std::string SocketPath() {
-  const char* path = getenv(protocol::kSocketVariable);
-  if (path != nullptr) return path;
-  char folder[] = "/tmp/device_server_test.XXXXXX";
-  setenv(protocol::kSocketVariable, (mkdtemp(folder) + std::string("/engine")).c_str(), 1);
-  const std::string filter =
-      "--gtest_filter=*" +
-      std::string(testing::UnitTest::GetInstance()->current_test_info()->name());
-  execl("/proc/self/exe", "/proc/self/exe", filter.c_str(), nullptr);
-  throw std::runtime_error("cannot run the test again");
+// The hooks read the environment before main.
+__attribute__((constructor(101))) void SetSocket() {
+  setenv(protocol::kSocketVariable, ("/tmp/server_test." + std::to_string(getpid())).c_str(), 1);
 }
+const char* Path() { return getenv(protocol::kSocketVariable); }
 
-int Connected() {
-  const int descriptor = open("/dev/zuli", O_RDWR);
+int Connected(const char* device) {
+  const int descriptor = open(device, O_RDWR);
   Guid guid = DefaultClients()[0].guid;
   EXPECT_EQ(ioctl(descriptor, kConnectRequest, guid.data()), 0);
   return descriptor;
 }
 
-// Uses more threads than a process has channels. Each thread gets its own replies, and a connection
-// ends when its last descriptor is closed, not before.
-TEST(DeviceServerTest, serves_threads_until_the_service_ends) {
-  const std::string path = SocketPath();
+constexpr char kSlow = 0x19;  // a command
+
+// Uses more threads than a process has channels. Each thread gets its own replies, also while a
+// read waits, and a connection ends when its last descriptor is closed, not before.
+template <typename Server, typename... Arguments>
+void ServeThreads(const char* device, const Arguments&... arguments) {
   constexpr std::size_t kThreads = 12, kRounds = 20;
-  constexpr char kSilent = 0x19;
   Engine engine;
   ReplyRule slow;
   slow.client = "KALO";
-  slow.command = kSilent;
+  slow.command = kSlow;
   slow.latency = std::chrono::minutes(1);
   engine.AddReply(slow);
-  auto server = std::make_unique<DeviceServer>(engine, path);
-  const int shared = Connected();
+  auto server = std::make_unique<Server>(engine, arguments...);
+  const int left = Connected(device);
+  const char request[16] = {0, 0, 0, 0, kSlow};
+  EXPECT_EQ(write(left, request, sizeof(request)), 16);
+  std::thread reader([left] {
+    char reply[16];
+    EXPECT_EQ(read(left, reply, sizeof(reply)), -1);
+    EXPECT_EQ(errno, ENODEV);
+  });
+  while (engine.Count(Operation::kRead) == 0) std::this_thread::yield();
+
+  const int shared = Connected(device);
   std::vector<std::thread> threads;
   for (std::size_t number = 0; number < kThreads; ++number) {
-    threads.emplace_back([number, shared] {
+    threads.emplace_back([=] {
       for (std::size_t round = 0; round < kRounds; ++round) {
-        const int first = Connected();
+        const int first = Connected(device);
         const int second = dup(first);
         EXPECT_EQ(close(first), 0);
         Bytes message(16 + number, static_cast<unsigned char>(number)), reply(4096);
@@ -82,43 +84,43 @@ TEST(DeviceServerTest, serves_threads_until_the_service_ends) {
     });
   }
   for (std::thread& thread : threads) thread.join();
-  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+  // The kernel sends a close later.
+  while (engine.OpenDescriptors() != 2) std::this_thread::yield();
   EXPECT_EQ(close(shared), 0);
-  EXPECT_EQ(engine.OpenDescriptors(), 0u);
+  while (engine.OpenDescriptors() != 1) std::this_thread::yield();
   for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
   EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds + 1);
 
-  // A waiting read ends when the service ends.
-  const int left = Connected();
-  const char request[16] = {0, 0, 0, 0, kSilent};
-  EXPECT_EQ(write(left, request, sizeof(request)), 16);
-  const std::uint64_t before = engine.Count(Operation::kRead);
-  std::thread reader([left] {
-    char reply[16];
-    EXPECT_EQ(read(left, reply, sizeof(reply)), -1);
-    EXPECT_EQ(errno, ENODEV);
-  });
-  while (engine.Count(Operation::kRead) == before) std::this_thread::yield();
+  // A waiting read ends when the service ends. The close happens first and ends the read.
   server.reset();
   reader.join();
-  // The close happens first and ends the read.
   const std::vector<OperationRecord> records = engine.Records();
   EXPECT_EQ(records.at(records.size() - 2).why, CloseReasonText(CloseReason::kServiceEnded));
-  EXPECT_EQ(open("/dev/zuli", O_RDWR), -1);
-  EXPECT_EQ(errno, ENODEV);
   EXPECT_EQ(close(left), 0);
-  std::filesystem::remove_all(std::filesystem::path(path).parent_path());
 }
 
-TEST(DeviceServerTest, continues_after_signals_and_a_limit_of_descriptors) {
-  const std::string path = SocketPath();
+TEST(PreloadServerTest, serves_threads_until_the_service_ends) {
+  ServeThreads<DeviceServer>("/dev/zuli", Path());
+}
+
+TEST(KernelServerTest, serves_threads_until_the_service_ends) {
+  if (!KernelServer::Built() || access("/dev/fuse", W_OK) != 0 ||
+      system("unshare -m true 2>/dev/null || unshare -Urm true") != 0) {
+    GTEST_SKIP() << "cannot mount a file through FUSE";
+  }
+  std::ofstream{Path()};
+  ServeThreads<KernelServer>(Path(), KernelServer::Kind::kFile, Path(), false);
+  EXPECT_EQ(unlink(Path()), 0);
+}
+
+TEST(PreloadServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   Engine engine;
   ReplyRule rule;
   rule.client = "KALO";
   rule.held = true;
   engine.AddReply(rule);
-  auto server = std::make_unique<DeviceServer>(engine, path);
-  const int device = Connected();
+  const DeviceServer server(engine, Path());
+  const int device = Connected("/dev/zuli");
   char message[16] = {};
   EXPECT_EQ(write(device, message, 16), 16);
   std::thread reader([=] {
@@ -156,8 +158,6 @@ TEST(DeviceServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   EXPECT_EQ(engine.ReleaseReplies(), 1u);
   reader.join();
   EXPECT_EQ(close(device), 0);
-  server.reset();
-  std::filesystem::remove_all(std::filesystem::path(path).parent_path());
 }
 
 }  // namespace
