@@ -3,12 +3,17 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <functional>
+#include <random>
 
+#include "common/format.h"
+#include "common/hex.h"
 #include "simulator/engine/engine.h"
 #include "simulator/record/recorder.h"
+#include "simulator/record/recording_scenario.h"
 #include "simulator/record/replay_device.h"
-#include "tests/simulator/random_driver.h"
+#include "simulator/scenario/scenario_file.h"
 
 namespace zulisim {
 namespace {
@@ -29,83 +34,200 @@ constexpr const char* kText =
 {"complete":true}
 )";
 
-// Replays the recording `text` to `program`. Returns the error in the text, or the program's first
-// difference from the recording.
-std::string ReplayError(const std::string& text,
-                        const std::function<void(ReplayDevice*)>& program) {
-  try {
-    ReplayDevice device(ParseRecording(text));
-    program(&device);
-    device.End();
-    return device.Divergence();
-  } catch (const RecordingError& error) {
-    return common::DiagnosticText("", error.diagnostic);
+// A thread of a program, with one connection at a time. The seed, the number and the device's
+// results determine its calls. Drivers with the same seed begin with the same calls.
+class RandomDriver {
+ public:
+  RandomDriver(Device* device, unsigned seed, int number)
+      : device_(device), seed_(seed), number_(number), random_(seed) {}
+
+  // Makes one call.
+  void Step() {
+    SetCaller(1, number_);
+    if (++steps_ == 6) random_.seed(seed_ * 100 + static_cast<unsigned>(number_));
+    if (connection_ == 0) {
+      // The number of the connection depends on the other drivers.
+      const Result opened = device_->Open(O_RDWR, 0, -1);
+      if (opened.error == 0) connection_ = static_cast<std::uint64_t>(opened.value);
+      Keep({0, opened.error});
+      connected_ = false;
+    } else if ((!good_ && Draw(2) == 0) || Draw(12) == 0) {
+      Keep(device_->Close(connection_, CloseReason::kProgramClosed));
+      connection_ = 0;
+    } else if (!connected_) {
+      Guid guid =
+          DefaultClients()[(static_cast<unsigned>(number_) + (Draw(4) == 0 ? 1 : 0)) % 2].guid;
+      Keep(device_->Ioctl(connection_, kConnectRequest, guid.data()), {guid.begin(), guid.end()});
+      connected_ = good_;
+    } else if (Draw(5) < 2) {
+      const auto byte = static_cast<std::uint8_t>(Draw(256));
+      Bytes request(16 + 4 * Draw(4), byte);
+      SetWordAt(&request, kCommandIdOffset, 0x10 + Draw(3));
+      Keep(device_->Write(connection_, request.data(), request.size()));
+    } else {
+      Bytes reply(Draw(6) == 0 ? Draw(32) : 64, 0);
+      const Result result = device_->Read(connection_, reply.data(), reply.size(), false);
+      Keep(result, reply);
+    }
+    SetCaller(0, 0);
   }
+  // The results of all calls.
+  const std::string& Got() const { return got_; }
+
+ private:
+  unsigned Draw(unsigned count) { return static_cast<unsigned>(random_() % count); }
+  void Keep(const Result& result, const Bytes& bytes = {}) {
+    good_ = result.error == 0;
+    got_ += common::Format("{}/{} {}\n", result.value, result.error, common::HexDigits(bytes));
+  }
+
+  Device* const device_;
+  const unsigned seed_;
+  const int number_;
+  std::mt19937 random_;
+  int steps_ = 0;
+  std::uint64_t connection_ = 0;
+  bool connected_ = false;
+  bool good_ = true;
+  std::string got_;
+};
+
+// Runs `count` drivers, which take their steps in an order that `order` determines. Returns the
+// results of one after the other.
+std::string RunDrivers(Device* device, int count, unsigned seed, unsigned order) {
+  std::vector<RandomDriver> drivers;
+  std::vector<std::size_t> turns;
+  for (int number = 1; number <= count; ++number) {
+    turns.insert(turns.end(), 24, drivers.size());
+    drivers.emplace_back(device, seed, number);
+  }
+  std::shuffle(turns.begin(), turns.end(), std::mt19937(order));
+  for (const std::size_t turn : turns) drivers[turn].Step();
+  std::string got;
+  for (const RandomDriver& driver : drivers) got += driver.Got() + "\n";
+  return got;
 }
 
-TEST(RecordingTest, reads_what_it_writes) {
-  const Recording recording = ParseRecording(kText);
+// Replays the recording `text` to `program`. Returns the program's first difference from it.
+std::string Divergence(const std::string& text, const std::function<void(ReplayDevice*)>& program) {
+  ReplayDevice device(ParseRecording(text));
+  program(&device);
+  device.End();
+  return device.Divergence();
+}
+
+TEST(RecordingTest, reads_what_it_writes_up_to_a_cut) {
+  const std::string whole = kText;
+  const Recording recording = ParseRecording(whole);
   std::string text = HeaderLine(recording.header);
   for (const OperationRecord& each : recording.operations) text += OperationLine(each);
-  EXPECT_EQ(text + kCompleteLine, kText);
+  EXPECT_EQ(text + kCompleteLine, whole);
+  std::size_t most = 0;
+  for (std::size_t length = whole.find('\n') + 1; length < whole.size() - 1; length += 3) {
+    const Recording cut = ParseRecording(whole.substr(0, length));
+    ASSERT_TRUE(cut.cut) << length;
+    ASSERT_GE(cut.operations.size(), most) << length;
+    most = cut.operations.size();
+  }
+  EXPECT_EQ(most, 10u);
 }
 
 TEST(RecordingTest, reports_only_the_first_divergence) {
-  const auto open_both = [](ReplayDevice* device) {
+  const auto diverge = [](ReplayDevice* device) {
     for (int i = 0; i < 2; ++i) EXPECT_EQ(device->Open(O_RDWR, 0, -1).error, 0);
-  };
-  const auto diverge = [&](ReplayDevice* device) {
-    open_both(device);
     EXPECT_EQ(device->Write(1, "axaac", 5).error, ENODEV);
     EXPECT_EQ(device->Write(2, "bbbb", 4).error, ENODEV);
     EXPECT_EQ(device->Open(O_WRONLY, 0, 5).error, ENODEV);
     EXPECT_EQ(device->Close(1, CloseReason::kProgramClosed).value, 0);
   };
-  EXPECT_EQ(ReplayError(kText, diverge),
+  EXPECT_EQ(Divergence(kText, diverge),
             "at operation 3 (line 4) on connection #1\n"
             "  expected  write 4 bytes\n  got       write 5 bytes\n"
             "    - 0000  61616161                             aaaa\n"
             "    + 0000  61786161 63                          axaac\n");
-  EXPECT_EQ(ReplayError(kText, open_both),
-            "at operation 3 (line 4) on connection #1\n"
-            "  expected  write 4 bytes\n  got       the end of the program\n");
-}
-
-TEST(RecordingTest, keeps_every_operation_up_to_the_cut) {
-  const std::string whole = kText;
-  std::size_t most = 0;
-  for (std::size_t length = whole.find('\n') + 1; length < whole.size() - 1; length += 3) {
-    const Recording recording = ParseRecording(whole.substr(0, length));
-    ASSERT_TRUE(recording.cut) << length;
-    ASSERT_GE(recording.operations.size(), most) << length;
-    most = recording.operations.size();
-  }
-  EXPECT_EQ(most, 10u);
 }
 
 TEST(RecordingTest, replays_threads_in_any_order) {
   for (unsigned seed = 1; seed <= 40; ++seed) {
     const int count = 2 + static_cast<int>(seed % 3) * 3;
-    std::string text;
-    std::vector<std::string> recorded, replayed;
+    std::string text, recorded;
     Engine engine;
     {
       const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
       recorded = RunDrivers(&engine, count, seed, seed);
     }
     const auto program = [&](ReplayDevice* device) {
-      replayed = RunDrivers(device, count, seed, 1000 + seed);
+      EXPECT_EQ(RunDrivers(device, count, seed, 1000 + seed), recorded);
     };
-    ASSERT_EQ(ReplayError(text, program), "") << text;
-    ASSERT_EQ(replayed, recorded) << text;
+    ASSERT_EQ(Divergence(text, program), "") << text;
     const auto go_on = [&](ReplayDevice* device) {
       RunDrivers(device, count, seed, seed);
       device->Open(O_WRONLY, 0, 5);
     };
-    ASSERT_EQ(ReplayError(text, go_on),
+    ASSERT_EQ(Divergence(text, go_on),
               "after its last operation\n"
               "  expected  the end of the program\n  got       open O_WRONLY\n");
   }
+}
+
+std::string RandomScenario(unsigned seed) {
+  std::mt19937 random(seed);
+  const auto draw = [&random](unsigned count) { return static_cast<unsigned>(random() % count); };
+  constexpr const char* kOperations[] = {"read", "write", "ioctl", "open", "close"};
+  constexpr const char* kFaults[] = {"short = 3",
+                                     "short = 20",
+                                     "errno = \"EIO\"",
+                                     "errno = \"EAGAIN\"",
+                                     "errno = \"ENODEV\"",
+                                     "errno = \"EBADF\"",
+                                     "lose = true",
+                                     "lose = { opens = 2, drop-replies = false }",
+                                     "lose = { opens = 1, errno = \"EIO\", drop-replies = true }",
+                                     "lose = { opens = 0, drop-replies = true }"};
+  constexpr const char* kReplies[] = {
+      "", "silent = true", "status = 3\nbody = \"0102030405\"",
+      "status = -5\nprivate = \"00112233445566778899aabbccddeeff\""};
+  std::string text;
+  for (unsigned count = 1 + draw(5); count > 0; --count) {
+    const unsigned fault = draw(10);
+    text += common::Format("[[fault]]\noperation = \"{}\"\nat = {}\n{}\n",
+                           kOperations[draw(fault < 2 ? 2 : 5)], 1 + 8 * count + draw(8),
+                           kFaults[fault]);
+  }
+  for (unsigned command = 0x10; command < 0x13; ++command) {
+    const unsigned first = 1 + draw(4);
+    text += common::Format("[[reply]]\nclient = \"KALO\"\ncommand = {}\nat = \"{}-{}\"\n{}\n",
+                           command, first, first + draw(5), kReplies[draw(4)]);
+  }
+  return text;
+}
+
+// Returns the results of two drivers on an engine with the scenario. Stores the recording.
+std::string RunScenario(const std::string& text, unsigned seed, Recording* recording) {
+  Scenario scenario;
+  EXPECT_TRUE(ReadScenario(text, "scenario", &scenario).empty()) << text;
+  Engine engine({scenario.clients, true});
+  Apply(scenario, &engine);
+  const std::string got = RunDrivers(&engine, 2, seed, seed);
+  recording->header.clients = scenario.clients;
+  recording->operations = engine.Records();
+  return got;
+}
+
+TEST(RecordingScenarioTest, reproduces_what_random_faults_did_or_refuses) {
+  int refused = 0;
+  for (unsigned seed = 1; seed <= 500; ++seed) {
+    const std::string faults = RandomScenario(seed);
+    Recording recording;
+    const std::string before = RunScenario(faults, seed, &recording);
+    try {
+      const std::string scenario = ScenarioOf(recording, "recording");
+      ASSERT_EQ(RunScenario(scenario, seed, &recording), before) << faults << scenario;
+    } catch (const common::InputError&) {
+      ++refused;
+    }
+  }
+  EXPECT_LE(refused, 10);  // a loss at a close, whose reply then went to another connection
 }
 
 }  // namespace
