@@ -160,7 +160,6 @@ const std::map<std::string, void*> kReplacements = {
     HOOK(dlopen, kFailsWithoutEffect),
     HOOK(dlsym, kFailsWithoutEffect),
     HOOK(usleep, kFailsWithoutEffect),
-    HOOK(localtime, kFailsWithoutEffect),
     HOOK(pthread_mutex_init, kFailsWithoutEffect),
     HOOK(pthread_mutex_destroy, kFailsAfterRelease),
     HOOK(fclose, kFailsAfterRelease),

@@ -30,11 +30,20 @@ class Multiplexer : public LibraryTest {
   ClientSession session;
 };
 
-TEST_F(Multiplexer, routes_each_family_of_commands) {
-  EXPECT_EQ(Thrown([this] { Send(0, 15); }), LogicError("No active DREM sessions"));
+TEST_F(Multiplexer, routes_each_family_of_commands_and_wrappers_of_one_client) {
+  const auto allocate = [this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); };
+  const auto release = [this] { session.IoctlFreeWrapper(nullptr, 9); };
+  for (const std::string& thrown :
+       {Thrown([this] { Send(0, 15); }), Thrown(allocate), Thrown(release)}) {
+    EXPECT_EQ(thrown, LogicError("No active DREM sessions"));
+  }
   session.ConnectClient(kFenu);
   EXPECT_EQ(Send(0x10), "FENU");  // the only client serves every command
+  EXPECT_EQ(Thrown(allocate) + Thrown(release), "nothingnothing");
   session.ConnectClient(kSab);
+  for (const std::string& thrown : {Thrown(allocate), Thrown(release)}) {
+    EXPECT_EQ(thrown, LogicError("IOCTL call without active DREM sessions"));
+  }
   EXPECT_EQ(Thrown([this] { Send(0x10); }), LogicError("Not connected to client of this command"));
   session.ConnectClient(kKalo);
   for (const uint32_t command : {0u, 0xFFFFu, 0x10000u, 0x2FFFFu, 0x40000u, 0x4FFFFu, 0x50000u,
@@ -82,18 +91,6 @@ TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
     if (record.operation == Operation::kClose) closed += record.client + " ";
   }
   EXPECT_EQ(closed, "FENU KALO SAB FENU ");
-}
-
-TEST_F(Multiplexer, offers_wrappers_that_do_nothing_on_one_session) {
-  const auto expect = [this](const std::string& thrown) {
-    EXPECT_EQ(Thrown([this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); }), thrown);
-    EXPECT_EQ(Thrown([this] { session.IoctlFreeWrapper(nullptr, 9); }), thrown);
-  };
-  expect(LogicError("No active DREM sessions"));
-  session.ConnectClient(kKalo);
-  expect("nothing");
-  session.ConnectClient(kFenu);
-  expect(LogicError("IOCTL call without active DREM sessions"));
 }
 
 TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
