@@ -12,32 +12,21 @@ check() { # check DESCRIPTION COMMAND...
   if "$@"; then echo "ok: $description"; else echo "FAILED: $description"; status=1; fi
 }
 has() { grep -qE "$2" <<<"$1"; }
-lacks() {
-  local found=0
-  has "$@" || found=$?
-  [ $found -eq 1 ]
-}
+lacks() { ! has "$@"; }
 read_file() { # read_file FILE: reads the tables that the checks use
   dynamic=$(readelf -dW "$1")
   segments=$(readelf -lW "$1")
   imports=$(nm -D --undefined-only "$1")
 }
 
-aligned_for_16k() {
-  local loads
-  loads=$(awk '$1 == "LOAD" {print $NF}' <<<"$segments")
-  [ -n "$loads" ] && ! grep -qvE '^0x4000$' <<<"$loads"
-}
+aligned_for_16k() { [ "$(awk '$1 == "LOAD" {print $NF}' <<<"$segments" | sort -u)" = 0x4000 ]; }
 relro_ends_on_16k() {
   local address size
   read -r address size < <(awk '$1 == "GNU_RELRO" {print $3, $6}' <<<"$segments")
   [ -n "$address" ] && [ $(((address + size) % 0x4000)) -eq 0 ]
 }
 only_folders() { # only_folders PATTERN: every folder in the search path matches
-  local folder
-  while IFS= read -r -d: folder; do
-    [[ $folder =~ $1 ]] || return 1
-  done < <(sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2:/p' <<<"$dynamic")
+  ! sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2/p' <<<"$dynamic" | tr : '\n' | grep -vE "$1"
 }
 
 # Except for the entry points, every function with a C name belongs to the compatibility layer.
@@ -47,22 +36,6 @@ reaches_own_functions() {
     awk '$2 == "T" && $3 !~ /^(_Z|Kalo|Fenu|StartIo)/ {print $3}')
   relocations=$(readelf -rW "$library" | awk '{print $5}')
   [ "$(wc -l <<<"$functions")" -gt 80 ] && ! grep -qxF "$functions" <<<"$relocations"
-}
-
-# A linked file does not show these: libc's start-up objects may lack the mark that all objects need,
-# and a program may have no frame that needs a probe.
-shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
-objects_are_marked() {
-  local objects marked
-  mapfile -t objects < <(find "$build" -name '*.o' | grep -E "$shipped")
-  marked=$(readelf -nW "${objects[@]}" | grep -c 'x86 feature: IBT, SHSTK')
-  [ "${#objects[@]}" -gt 70 ] && [ "$marked" -eq "${#objects[@]}" ]
-}
-stack_is_protected() {
-  local commands
-  commands=$(grep -E -- "-o [^ ]*$shipped" "$build/compile_commands.json")
-  [ "$(wc -l <<<"$commands")" -gt 70 ] &&
-    ! grep -vqF -- '-fstack-protector-strong -fstack-clash-protection' <<<"$commands"
 }
 
 read_file "$library"
@@ -87,6 +60,16 @@ for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
   [ "$file" = "$library" ] ||
     check "$name: dependencies are searched only beside it" only_folders '^\$ORIGIN(/|$)'
 done
-check "every object is marked for control-flow protection" objects_are_marked
-check "every object protects and probes the stack" stack_is_protected
+# A linked file does not show these: libc's start-up objects may lack the mark that all objects need,
+# and a program may have no frame that needs a probe.
+shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
+mapfile -t objects < <(find "$build" -name '*.o' | grep -E "$shipped")
+marked=$(readelf -nW "${objects[@]}" | grep -c 'x86 feature: IBT, SHSTK') || true
+mapfile -t commands < <(grep -E -- "-o [^ ]*$shipped" "$build/compile_commands.json")
+protected=$(printf '%s\n' "${commands[@]}" |
+  grep -cF -- '-fstack-protector-strong -fstack-clash-protection') || true
+check "the objects are found" [ "${#objects[@]}" -gt 70 ]
+check "their commands are found" [ "${#commands[@]}" -gt 70 ]
+check "every object is marked for control-flow protection" [ "$marked" -eq "${#objects[@]}" ]
+check "every object protects and probes the stack" [ "$protected" -eq "${#commands[@]}" ]
 exit "$status"

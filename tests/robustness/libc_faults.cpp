@@ -14,13 +14,10 @@
 #include <sys/ioctl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
-#include <iostream>
 #include <map>
 #include <new>
 #include <utility>
@@ -55,19 +52,6 @@ bool Fails(const char* call) {
   return injected;
 }
 
-// Skip the device, because the simulator makes its calls fail. Smaller numbers are standard streams
-// or clock ids.
-template <typename... Others>
-bool OnDevice(int descriptor, Others...) {
-  const CountingPause pause;
-  struct stat status;
-  return descriptor > STDERR_FILENO && fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode);
-}
-template <typename... Any>
-bool OnDevice(Any...) {
-  return false;
-}
-
 // Replaces a libc function for the library. If it must fail, it has no effect; a function that
 // releases something releases it first.
 enum Kind { kFailsWithoutEffect, kFailsAfterRelease };
@@ -78,30 +62,33 @@ std::pair<const std::string, void*> Hook(const char* function,
   name = function;
   Result (*const replacement)(Arguments...) = [](Arguments... arguments) -> Result {
     auto failure = static_cast<Result>(0);
-    if constexpr (!std::is_pointer_v<Result>) {
-      failure = static_cast<Result>(strncmp(name, "pthread", 7) == 0 ? EINVAL : -1);
+    if constexpr (std::is_signed_v<Result>) {
+      failure = strncmp(name, "pthread", 7) == 0 ? EINVAL : -1;
     }
-    const bool counts = counting && !OnDevice(arguments...);
-    if (kKind == kFailsWithoutEffect && counts && Fails(name)) return failure;
+    if (kKind == kFailsWithoutEffect && Fails(name)) return failure;
     const auto run = [=] {
       const CountingPause pause;
       return kReal(arguments...);
     };
     const Result result = run();
-    return kKind == kFailsAfterRelease && counts && Fails(name) ? failure : result;
+    return kKind == kFailsAfterRelease && Fails(name) ? failure : result;
   };
   return {name, reinterpret_cast<void*>(replacement)};
 }
 
-int Open(const char* path, int flags, unsigned mode) {
-  if (strcmp(path, "/dev/zuli") != 0 && Fails("open")) return -1;
-  const CountingPause pause;
-  return open(path, flags, mode);
-}
+int Open(const char* path, int flags, unsigned mode) { return open(path, flags, mode); }
 
 int Ioctl(int descriptor, unsigned long request, void* argument) {
-  const CountingPause pause;
   return ioctl(descriptor, request, argument);
+}
+
+// Does not count writes to the device, because the simulator makes those fail.
+ssize_t Write(int descriptor, const void* data, size_t size) {
+  struct stat status = {};
+  const bool onDevice = fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode);
+  if (!onDevice && Fails("write")) return -1;
+  const CountingPause pause;
+  return write(descriptor, data, size);
 }
 
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
@@ -109,9 +96,6 @@ size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
   // Writing to a stream that is open for reading sets its error flag.
   fputc(0, file);
   return 0;
-}
-size_t Fwrite(const void* buffer, size_t size, size_t count, FILE* file) {
-  return Fails("fwrite") ? 0 : fwrite(buffer, size, count, file);
 }
 
 template <auto kReal>
@@ -131,27 +115,26 @@ int Unlock(pthread_mutex_t* mutex) {
   return Fails("unlock") ? EPERM : 0;
 }
 
-#define HOOK(function, kind) Hook<function, kind>(#function, function)
+#define NAMED(name, function, kind) Hook<function, kind>(name, function)
+#define HOOK(function, kind) NAMED(#function, function, kind)
 #define OWN(function, own) \
   { #function, reinterpret_cast < void*>(own) }
 const std::map<std::string, void*> kReplacements = {
-    OWN(open, Open),
-    OWN(ioctl, Ioctl),
-
-    HOOK(close, kFailsAfterRelease),
-    HOOK(fopen, kFailsWithoutEffect),
-    {"fopen64", HOOK(fopen, kFailsWithoutEffect).second},
+    NAMED("open", Open, kFailsWithoutEffect),
+    NAMED("ioctl", Ioctl, kFailsWithoutEffect),
     OWN(fread, Fread),
-    OWN(fwrite, Fwrite),
     OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
     OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
     OWN(pthread_mutex_lock, Lock),
     OWN(pthread_mutex_unlock, Unlock),
+    OWN(write, Write),
+    OWN(__write_chk, Write),
+    HOOK(close, kFailsAfterRelease),
+    HOOK(fopen, kFailsWithoutEffect),
+    {"fopen64", HOOK(fopen, kFailsWithoutEffect).second},
+    HOOK(fwrite, kFailsWithoutEffect),
     HOOK(read, kFailsWithoutEffect),
     {"__read_chk", HOOK(read, kFailsWithoutEffect).second},
-    HOOK(write, kFailsWithoutEffect),
-    {"__write_chk", HOOK(write, kFailsWithoutEffect).second},
-    HOOK(writev, kFailsWithoutEffect),
     HOOK(lseek, kFailsWithoutEffect),
     HOOK(fstat, kFailsWithoutEffect),
     HOOK(malloc, kFailsWithoutEffect),
@@ -166,6 +149,7 @@ const std::map<std::string, void*> kReplacements = {
     HOOK(dlclose, kFailsAfterRelease)};
 #undef OWN
 #undef HOOK
+#undef NAMED
 
 void ReplaceEntries(const link_map& module) {
   const ElfW(Addr) base = module.l_addr;
