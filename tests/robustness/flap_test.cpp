@@ -2,7 +2,6 @@
 // again. They create and destroy sessions, exchange messages, log, and initialise the library.
 // KALODLL_FLAP_REQUESTS sets the number of requests of each driver.
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <array>
@@ -11,32 +10,18 @@
 #include <random>
 #include <thread>
 
-#include "api/kalo_dll.h"
-#include "api/kalo_dll_state.h"
-#include "log/logger.h"
-#include "simulator/in_process/in_process_device.h"
 #include "tests/support/descriptors.h"
-#include "transport/client_session.h"
+#include "tests/support/library_test.h"
 
 namespace {
 
 using zulisim::Bytes;
 using zulisim::Operation;
 
-// Header words 0 and 3 and the whole body contain the tag.
-Bytes Request(uint32_t driver, uint32_t number) {
-  Bytes request(64);
-  for (size_t offset = 0; offset < request.size(); offset += 4) {
-    zulisim::SetWordAt(&request, offset, driver << 24 | number);
-  }
-  zulisim::SetWordAt(&request, zulisim::kCommandIdOffset, 0x10);
-  return request;
-}
-
-// Every third reply has private data, which also contains the tag.
+// Every third reply has private data, which contains the tag of the request.
 zulisim::Reply Answer(const Bytes& request) {
   if (*zulisim::WordAt(request, 12) % 3 != 0) return zulisim::EchoReply(request);
-  return zulisim::EchoReply(request, 0x80000001, Bytes(request.end() - 16, request.end()));
+  return zulisim::EchoReply(request, 0x80000001, Bytes(request.begin(), request.begin() + 16));
 }
 
 // Computes a checksum of its lines, so that two sinks can be compared. Only the log's lock protects
@@ -119,7 +104,8 @@ class FlapTest : public testing::Test, zulisim::OperationObserver {
 
   bool Exchange(uint32_t who, uint32_t number, void* session) {
     Logger() << "driver " << who << ", request " << number;
-    Bytes request = Request(who, number), reply(64), privateData(16);
+    const uint32_t tag = who << 24 | number;
+    Bytes request = test::Message(0x10, 64, 0, tag, tag), reply(64), privateData(16);
     const zulisim::Reply due = Answer(request);
     unsigned int length = 0;
     const uint32_t before = served_[who];

@@ -17,7 +17,6 @@
 #include "oscl/registry.h"
 
 extern char logBase[80] __asm__("_ZN6Logger7logBaseE");
-static const unsigned char* const state = (const unsigned char*)&gKaloDllState;
 
 static char order[16];
 static size_t built = 0;
@@ -26,36 +25,29 @@ static size_t built = 0;
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
   const char* const address = (const char*)mutex;
   int (*real)(pthread_mutex_t*, const pthread_mutexattr_t*) = NULL;
-  if (address == (const char*)state + 8) order[built++] = 'S';
+  if (mutex == &gKaloDllState.stateLock) order[built++] = 'S';
   if (address >= logBase && address < logBase + sizeof logBase) order[built++] = 'L';
   *(void**)&real = dlsym(RTLD_NEXT, "pthread_mutex_init");
   return real(mutex, attributes);
 }
 
 int pthread_mutex_destroy(pthread_mutex_t* mutex) {
-  if ((const unsigned char*)mutex == state + 8) _exit(0);
+  if (mutex == &gKaloDllState.stateLock) _exit(0);
   return 0;
 }
 
-/* A new state holds zeros, except for the lock and for two marks that mean "no error recorded". */
-static int IsFresh(void) {
-  static const unsigned char kMarks[12] = {0xef, 0xbe, 0xad, 0xde, 0,    0,
-                                           0,    0,    0xef, 0xbe, 0xad, 0xde};
-  size_t i;
-  for (i = 0; i < sizeof gKaloDllState; ++i) {
-    const int marked = i >= 3168 && i < 3168 + sizeof kMarks, lock = i >= 8 && i < 48;
-    if (!lock && state[i] != (marked ? kMarks[i - 3168] : 0)) return 0;
-  }
-  return 1;
-}
-
 int main(void) {
+  static KaloDllState fresh;
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_32, 0};
   void* handle = NULL;
   unsigned char message[16] = {0};
   char text[4];
   assert(strcmp(order, "SL") == 0);
-  assert(sizeof gKaloDllState == 3208 && IsFresh());
+  /* A new state holds zeros, except for the lock and two marks that mean "no error recorded". */
+  fresh.stateLock = gKaloDllState.stateLock;
+  fresh.lastErrorContext = (void*)0xdeadbeef;
+  fresh.lastErrorProcessId = 0xdeadbeef;
+  assert(sizeof fresh == 3208 && memcmp(&gKaloDllState, &fresh, sizeof fresh) == 0);
   assert(KaloStateInit(&params) == KALO_DLL_STATUS_SUCCESS);
   assert(KaloInit3(&handle) == KALO_DLL_STATUS_FAILURE && KaloInit() == KALO_DLL_STATUS_FAILURE);
   assert(FenuInit3(&handle) == KALO_DLL_STATUS_FAILURE && FenuInit() == KALO_DLL_STATUS_FAILURE);
