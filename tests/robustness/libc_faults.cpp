@@ -52,12 +52,12 @@ bool Fails(const char* call) {
   return injected;
 }
 
+using Row = std::pair<const std::string, void*>;
+
 // Replaces a libc function for the library. If it must fail, it has no effect; a function that
 // releases something releases it first.
-enum Kind { kFailsWithoutEffect, kFailsAfterRelease };
-template <auto kReal, Kind kKind, typename Result, typename... Arguments, bool kNoexcept>
-std::pair<const std::string, void*> Hook(const char* function,
-                                         Result (*)(Arguments...) noexcept(kNoexcept)) {
+template <auto kReal, bool kReleases, typename Result, typename... Arguments, bool kNoexcept>
+Row Hook(const char* function, Result (*)(Arguments...) noexcept(kNoexcept)) {
   static const char* name;
   name = function;
   Result (*const replacement)(Arguments...) = [](Arguments... arguments) -> Result {
@@ -65,13 +65,13 @@ std::pair<const std::string, void*> Hook(const char* function,
     if constexpr (std::is_signed_v<Result>) {
       failure = strncmp(name, "pthread", 7) == 0 ? EINVAL : -1;
     }
-    if (kKind == kFailsWithoutEffect && Fails(name)) return failure;
-    const auto run = [=] {
-      const CountingPause pause;
-      return kReal(arguments...);
-    };
-    const Result result = run();
-    return kKind == kFailsAfterRelease && Fails(name) ? failure : result;
+    const bool fails = Fails(name);
+    if (fails && !kReleases) return failure;
+    const CountingPause pause;
+    const Result result = kReal(arguments...);
+    if (!fails) return result;
+    errno = armedError;
+    return failure;
   };
   return {name, reinterpret_cast<void*>(replacement)};
 }
@@ -115,43 +115,35 @@ int Unlock(pthread_mutex_t* mutex) {
   return Fails("unlock") ? EPERM : 0;
 }
 
-#define NAMED(name, function, kind) Hook<function, kind>(name, function)
-#define HOOK(function, kind) NAMED(#function, function, kind)
+#define FAILS(function) Hook<function, false>(#function, function)
+#define RELEASES(function) Hook<function, true>(#function, function)
 #define OWN(function, own) \
   { #function, reinterpret_cast < void*>(own) }
-const std::map<std::string, void*> kReplacements = {
-    NAMED("open", Open, kFailsWithoutEffect),
-    NAMED("ioctl", Ioctl, kFailsWithoutEffect),
-    OWN(fread, Fread),
-    OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
-    OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
-    OWN(pthread_mutex_lock, Lock),
-    OWN(pthread_mutex_unlock, Unlock),
-    OWN(write, Write),
-    OWN(__write_chk, Write),
-    HOOK(close, kFailsAfterRelease),
-    HOOK(fopen, kFailsWithoutEffect),
-    {"fopen64", HOOK(fopen, kFailsWithoutEffect).second},
-    HOOK(fwrite, kFailsWithoutEffect),
-    HOOK(read, kFailsWithoutEffect),
-    {"__read_chk", HOOK(read, kFailsWithoutEffect).second},
-    HOOK(lseek, kFailsWithoutEffect),
-    HOOK(fstat, kFailsWithoutEffect),
-    HOOK(malloc, kFailsWithoutEffect),
-    HOOK(clock_getres, kFailsWithoutEffect),
-    HOOK(clock_gettime, kFailsWithoutEffect),
-    HOOK(dlopen, kFailsWithoutEffect),
-    HOOK(dlsym, kFailsWithoutEffect),
-    HOOK(usleep, kFailsWithoutEffect),
-    HOOK(pthread_mutex_init, kFailsWithoutEffect),
-    HOOK(pthread_mutex_destroy, kFailsAfterRelease),
-    HOOK(fclose, kFailsAfterRelease),
-    HOOK(dlclose, kFailsAfterRelease)};
+const Row kHooks[] = {FAILS(fopen),  FAILS(fwrite), FAILS(read),         FAILS(lseek),
+                      FAILS(fstat),  FAILS(malloc), FAILS(clock_getres), FAILS(clock_gettime),
+                      FAILS(dlopen), FAILS(dlsym),  FAILS(usleep),       FAILS(pthread_mutex_init)};
+const Row kOthers[] = {RELEASES(pthread_mutex_destroy),
+                       RELEASES(close),
+                       RELEASES(fclose),
+                       RELEASES(dlclose),
+                       Hook<Open, false>("open", Open),
+                       Hook<Ioctl, false>("ioctl", Ioctl),
+                       {"fopen64", FAILS(fopen).second},
+                       {"__read_chk", FAILS(read).second},
+                       OWN(fread, Fread),
+                       OWN(write, Write),
+                       OWN(__write_chk, Write),
+                       OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
+                       OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
+                       OWN(pthread_mutex_lock, Lock),
+                       OWN(pthread_mutex_unlock, Unlock)};
 #undef OWN
-#undef HOOK
-#undef NAMED
+#undef RELEASES
+#undef FAILS
 
 void ReplaceEntries(const link_map& module) {
+  std::map<std::string, void*> replacements(std::begin(kHooks), std::end(kHooks));
+  replacements.insert(std::begin(kOthers), std::end(kOthers));
   const ElfW(Addr) base = module.l_addr;
   std::map<ElfW(Sxword), ElfW(Addr)> tags;
   for (const auto* tag = module.l_ld; tag->d_tag != DT_NULL; ++tag) {
@@ -167,8 +159,8 @@ void ReplaceEntries(const link_map& module) {
     for (const auto* end = entry + tags[size] / sizeof *entry; entry != end; ++entry) {
       const auto type = ELF64_R_TYPE(entry->r_info);
       if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
-      const auto row = kReplacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
-      if (row == kReplacements.end()) continue;
+      const auto row = replacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
+      if (row == replacements.end()) continue;
       // The loader makes the table read-only.
       const auto address = base + entry->r_offset;
       void* const page = reinterpret_cast<void*>(address & ~ElfW(Addr){4095});
