@@ -52,10 +52,12 @@ void WriteRegistryFile(const std::string& path, const std::string& content) {
   errno = EINVAL;
   require(std::filesystem::is_regular_file(target), "it is not a regular file: ");
   std::string name = target + ".XXXXXX";
-  const File file(fdopen(mkstemp(name.data()), "w"), &std::fclose);
-  require(file != nullptr, "cannot create a file in its folder: ");
+  const int descriptor = mkstemp(name.data());
+  require(descriptor != -1, "cannot create a file in its folder: ");
+  const File file(fdopen(descriptor, "w"), &std::fclose);
   const std::unique_ptr<const char, int (*)(const char*)> remover(name.c_str(), &unlink);
-  require(std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
+  require(file != nullptr &&
+              std::fwrite(content.data(), 1, content.size(), file.get()) == content.size() &&
               std::fflush(file.get()) == 0,
           "");
   struct stat status {};
