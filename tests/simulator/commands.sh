@@ -26,15 +26,17 @@ refused() {  # STATUS COMMAND ARGUMENTS...
 }
 sim() { zulisim run -q --root sim "$@"; }
 json() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin)))'; }
-export -f refused sim json
+# Runs a command on a terminal; '^' replaces the beginning of an escape sequence.
+tty() { SHELL=/bin/sh TERM=xterm NO_COLOR='' script -qec "$*" /dev/null </dev/null | sed 's/\x1b\[/^/g; s/\r//'; }
+export -f refused sim json tty
 
 # Runs a command and prints what the file has to contain.
 run() {
   # Closes the descriptors of the test runner, so that a program's own begin at 3.
   timeout 120 bash -o pipefail -c "exec 3>&- 4>&- 5>&- 6>&- 7>&- 8>&- 9>&-; $1" >stdout 2>stderr
   local status=$?
-  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g
-    s#0x[5-7][0-9a-f]{10,}#ADDRESS#g" stdout stderr | fold -sw 159 | awk '{ sub(/ *$/, ""); print }'
+  sed -E "s#$folder#FOLDER#g; s#$SCENARIOS#SCENARIOS#g; s#'/[^']*/(kaloctl|device_program)'#'PROGRAM'#g" \
+    stdout stderr | perl -pe 's/0x[5-7][0-9a-f]{10,}/$name{$&} ||= "ADDRESS" . ++$count/ge' | fold -sw 159 | awk '{ sub(/ *$/, ""); print }'
   [ $status -eq 0 ] || echo "? $status"
 }
 exec 3<"$file"
