@@ -1,16 +1,15 @@
 #pragma once
 
-#include <cstdio>
-#include <cstdlib>
-#include <cstring>
+#include <stdexcept>
+#include <string>
 
-// Aborts if the condition is false, so that libFuzzer reports a finding.
-#define FUZZ_CHECK(condition)                                                       \
-  do {                                                                              \
-    if (!(condition)) {                                                             \
-      std::fprintf(stderr, "%s:%d: %s is false\n", __FILE__, __LINE__, #condition); \
-      std::abort();                                                                 \
-    }                                                                               \
+// Throws std::logic_error if the condition is false. No target catches it, so libFuzzer reports a
+// finding and GoogleTest a failure.
+#define FUZZ_CHECK(condition)                                                                   \
+  do {                                                                                          \
+    if (!(condition)) {                                                                         \
+      throw std::logic_error(__FILE__ ":" + std::to_string(__LINE__) + ": false: " #condition); \
+    }                                                                                           \
   } while (false)
 
 // Returns false if `call` throws an Error, which must have a message.

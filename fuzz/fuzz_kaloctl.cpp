@@ -1,14 +1,10 @@
-// Reads any text as a log, a script or a registry file of kaloctl.
+// Reads any text as a log or a script of kaloctl.
 
 #include "common/input_error.h"
 #include "common/log_folder.h"
 #include "common/log_splitter.h"
 #include "fuzz/check.h"
-#include "fuzz/registry_file.h"
-#include "oscl/last_error.h"
-#include "oscl/registry.h"
 #include "tools/call/script.h"
-#include "tools/registry/registry_text.h"
 
 namespace {
 
@@ -43,26 +39,6 @@ void ReadScript(const std::string& text) {
   });
 }
 
-// Checks that kaloctl and the library read the file in the same way, and that a repaired file can
-// be read again.
-void ReadRegistry(const std::string& text) {
-  static const RegistryFile* const file = new RegistryFile;
-  file->Store(text);
-  const kaloctl::RegistryText registry = kaloctl::ParseRegistry(text);
-  uint32_t code = registry.stop ? registry.stop->code : 0;
-  const bool found = registry.FindByName("HKEY_USERS\\a") != nullptr;
-  if (code == 0 && !found) code = OSCL_ERROR_REG_ID_NOT_FOUND;
-  HKEY key = 0;
-  FUZZ_CHECK(RegOpenKeyEx(HKEY_USERS, "a", 0, 0, &key) == code);
-  const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(text);
-  if (repaired.stop || repaired.doubtful) return;
-  // Skips texts with a NUL: it ends the text, and an empty text does not load again. kaloctl
-  // refuses to write such a file.
-  if (text.find('\0') != std::string::npos) return;
-  const std::string written = FormatRegistry(repaired);
-  FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(written)) == written);
-}
-
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
@@ -70,6 +46,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(data + 1, data + size);
   if (*data == 'l') FUZZ_CHECK(Split(text, 1 + size % 7) == Split(text, size));
   if (*data == 's') ReadScript(text);
-  if (*data == 'r') ReadRegistry(text);
   return 0;
 }

@@ -1,60 +1,110 @@
 // Uses any text as the registry file, compares the library's parser with a second reader of the
-// format, and makes registry and settings calls. Also passes any bytes to the settings calls.
+// format and with kaloctl, and makes registry and settings calls. The first byte chooses the kind
+// of setting. Also splits any bytes into strings.
 
-#include <fuzzer/FuzzedDataProvider.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstring>
+#include <utility>
 
 #include "fuzz/check.h"
-#include "fuzz/registry_file.h"
+#include "fuzz/scanf_reader.h"
 #include "oscl/last_error.h"
 #include "oscl/memory.h"
 #include "oscl/registry.h"
+#include "oscl/registry_image.h"
 #include "oscl/user_feature.h"
-#include "tests/oscl/scanf_reader.h"
+#include "simulator/in_process/in_process_device.h"
+#include "tools/registry/registry_text.h"
 
 namespace {
 
+// Stores the text in a file in memory that replaces the registry file.
+void Store(const std::string& text) {
+  static const int file = memfd_create("registry", 0);
+  static zulisim::Engine engine;
+  static const zulisim::InProcessDevice attachment(
+      engine, {{"/etc/vrel_registry.txt", "/proc/self/fd/" + std::to_string(file)}});
+  FUZZ_CHECK(ftruncate(file, 0) == 0 && pwrite(file, text.data(), text.size(), 0) >= 0);
+}
+
 // Splits the bytes into a list of strings and writes it. The block ends exactly at the last byte.
-void SplitAndJoin(const std::string& bytes, const RegistryFile& file) {
-  const auto length = static_cast<uint32_t>(bytes.size());
-  auto* buffer = static_cast<char*>(AllocMem(length));
-  std::memcpy(buffer, bytes.data(), length);
+void SplitAndJoin(const std::string& bytes) {
+  const size_t size = bytes.size();
+  auto* buffer = static_cast<char*>(AllocMem(size));
+  std::memcpy(buffer, bytes.data(), size);
   UserFeatureValue value = {nullptr, USER_FEATURE_MULTI_STRING, {}, 0, 0};
-  if (OSCL_UserFeature_SetMultiStringValue(&value, buffer, length) != S_OK) {
+  // No string may be empty. The last one ends at the last byte, or at the one before it.
+  const size_t end = bytes.rfind('\0');
+  const bool good = size > 1 && end != std::string::npos && end + 2 >= size &&
+                    ('\0' + bytes).find(std::string(2, '\0')) >= size - 1;
+  FUZZ_CHECK((OSCL_UserFeature_SetMultiStringValue(&value, buffer, size) == S_OK) == good);
+  if (!good) {
     FUZZ_CHECK(value.data.strings == nullptr);
     return FreeMem(buffer);
   }
-  FUZZ_CHECK(value.totalLength <= length && value.totalLength + 1 >= length);
   uint32_t offset = 0;
   for (uint32_t i = 0; i < value.size; ++i) {
     const UserFeatureString& string = value.data.strings[i];
     FUZZ_CHECK(string.text == buffer + offset && string.length == std::strlen(string.text));
     offset += string.length + 1;
   }
-  FUZZ_CHECK(offset == value.totalLength);
-  file.Store("[KEY]\n1\nkey\n");
+  FUZZ_CHECK(offset == value.totalLength && offset <= size && offset + 1 >= size);
+  Store("[KEY]\n1\nkey\n");
   OSCL_UserFeature_SetValueName(&value, "list");
   FUZZ_CHECK(OSCL_UserFeature_WriteValueMultiString(1, &value) == S_OK);
   OSCL_UserFeature_ClearValue(&value);
+  OSCL_UserFeature_ClearValue(&value);
 }
 
-void ParsePath(const std::string& path) {
-  uint32_t root = 7;
-  char* rest = nullptr;
-  const HRESULT result = OSCL_UserFeature_ParsePath(nullptr, path.c_str(), &root, &rest);
-  const size_t backslash = path.find('\\');
-  const std::string prefix = path.substr(0, backslash);
-  const bool good = backslash != std::string::npos && backslash + 1 < path.size() &&
-                    (prefix == "HKEY_LOCAL_MACHINE" || prefix == "HKEY_CURRENT_USER");
-  FUZZ_CHECK((result == S_OK) == good);
-  FUZZ_CHECK(good ? rest == path.c_str() + backslash + 1 : root == 7 && rest == nullptr);
+// Checks that both readers, kaloctl and the library read the same, and that kaloctl writes what it
+// reads and undoes what the library changes when it writes the file.
+void CompareReaders(const kaloctl::RegistryText& registry, const std::string& text) {
+  const ScanfReader reader(text);
+  FUZZ_CHECK(registry.stop ? registry.stop->code == reader.code : reader.code == 0);
+  FUZZ_CHECK(registry.stop.has_value() == (!reader.whole));
+  if (registry.stop) {
+    const std::string lines = text + '\n';
+    size_t begin = 0, end = 0;
+    for (size_t line = registry.stop->line; line != 0; --line) {
+      begin = std::exchange(end, lines.find('\n', end) + 1);
+    }
+    FUZZ_CHECK(!kaloctl::ParseRegistry(lines.substr(0, begin)).stop);
+    FUZZ_CHECK(kaloctl::ParseRegistry(lines.substr(0, end)).stop);
+  }
+  if (reader.code != 0) return;
+  FUZZ_CHECK(FormatRegistry(registry) == reader.keys);
+  // A text with a NUL ends there, and an empty text does not load again. kaloctl refuses to write
+  // such a file.
+  bool texts = false, complete = text.find('\0') == std::string::npos;
+  for (const kaloctl::RegistryKey& key : registry.keys) {
+    for (const kaloctl::RegistryValue& value : key.values) {
+      texts = texts || value.type == REG_SZ;
+      complete = complete && value.data;
+    }
+  }
+  if (!complete) return;
+  FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(reader.keys)) == reader.keys);
+  const std::string rewritten = oscl::RegistryImage(text).Rendered();
+  const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(rewritten);
+  FUZZ_CHECK(FormatRegistry(repaired) == reader.keys && repaired.doubtful == texts);
+}
+
+// Checks that a text is repaired only if the library would have written it.
+void Repair(const std::string& text) {
+  const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(text);
+  if (repaired.stop || repaired.doubtful || repaired.keys.empty()) return;
+  FUZZ_CHECK(oscl::RegistryImage(FormatRegistry(repaired)).Rendered() == text);
 }
 
 // Makes calls that load the file, for a key and a value that many of the seeds have.
-void ReadAndSet(const std::string& rendered, uint32_t kind) {
+void ReadAndSet(const kaloctl::RegistryText& registry, uint32_t kind) {
   HKEY key = 0;
-  const uint32_t code = RegOpenKeyExA(0, "C", 0, 0, &key);
-  FUZZ_CHECK(code == 0 || code == OSCL_ERROR_REG_ID_NOT_FOUND ||
-             rendered == "code " + std::to_string(code));
+  const kaloctl::RegistryKey* const found = registry.FindByName("C");
+  uint32_t code = found != nullptr ? 0 : OSCL_ERROR_REG_ID_NOT_FOUND;
+  if (registry.stop && registry.stop->code != 0) code = registry.stop->code;
+  FUZZ_CHECK(RegOpenKeyExA(0, "C", 0, 0, &key) == code && (code != 0 || key == found->id));
   char data[256];
   uint32_t size = 0;
   RegGetValue(key, nullptr, "v", 0, nullptr, data, &size);
@@ -67,19 +117,17 @@ void ReadAndSet(const std::string& rendered, uint32_t kind) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t* bytes, size_t size) {
-  static const RegistryFile* const file = new RegistryFile;
-  FuzzedDataProvider input(bytes, size);
-  const auto kind = static_cast<uint32_t>(input.ConsumeIntegral<uint64_t>() % 10);
-  const std::string text = input.ConsumeRemainingBytesAsString();
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  if (size == 0) return 0;
+  const std::string text(data + 1, data + size);
   const int32_t blocks = gAllocationCount;
-  SplitAndJoin(text, *file);
-  ParsePath(text.c_str());
-  const std::string rendered = RenderedByScanf(text);
-  FUZZ_CHECK(RenderedByLibrary(text) == rendered);
-  file->Store(text);
+  SplitAndJoin(text);
+  const kaloctl::RegistryText registry = kaloctl::ParseRegistry(text);
+  CompareReaders(registry, text);
+  Repair(text);
+  Store(text);
   // An uncaught exception is a finding.
-  ReadAndSet(rendered, kind);
+  ReadAndSet(registry, *data % 10);
   FUZZ_CHECK(gAllocationCount == blocks);
   return 0;
 }

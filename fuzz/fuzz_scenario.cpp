@@ -1,10 +1,9 @@
-// Reads any text as an instruction to the software engine, from the command line or a scenario
-// file. The instruction must be accepted and applied, or rejected with a message.
-
-#include <fuzzer/FuzzedDataProvider.h>
+// Reads any text as instructions to the software engine: as options, one per line, if it begins
+// with a dash, else as a scenario file. The instructions must be accepted and applied, or rejected
+// with a message.
 
 #include <algorithm>
-#include <stdexcept>
+#include <sstream>
 
 #include "fuzz/check.h"
 #include "simulator/scenario/scenario_file.h"
@@ -20,13 +19,14 @@ bool CanApply(const zulisim::Scenario& scenario) {
   });
 }
 
-void ReadOptions(FuzzedDataProvider& input) {
-  const auto& options = zulisim::InstructionOptions();
+void ReadOptions(const std::string& text) {
   zulisim::Scenario scenario;
-  while (input.remaining_bytes() != 0) {
-    const auto& option = options[input.ConsumeIntegralInRange<size_t>(0, options.size() - 1)];
-    Accepts<std::invalid_argument>(
-        [&] { option.add(input.ConsumeRandomLengthString(), &scenario); });
+  std::istringstream lines(text);
+  for (std::string name, value; lines >> name && std::getline(lines >> std::ws, value);) {
+    for (const zulisim::InstructionOption& option : zulisim::InstructionOptions()) {
+      if (name != "--" + option.name) continue;
+      Accepts<std::invalid_argument>([&] { option.add(value, &scenario); });
+    }
   }
   CanApply(scenario);
 }
@@ -51,11 +51,7 @@ void ReadFile(const std::string& text) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
-  FuzzedDataProvider input(data, size);
-  if (input.ConsumeBool()) {
-    ReadOptions(input);
-  } else {
-    ReadFile(input.ConsumeRemainingBytesAsString());
-  }
+  const std::string text(data, data + size);
+  text[0] == '-' ? ReadOptions(text) : ReadFile(text);
   return 0;
 }

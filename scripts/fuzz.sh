@@ -38,7 +38,7 @@ if [ "$seconds" = --coverage ]; then
     [registry]='oscl/(registry[^/]*|user_feature)'
     [scenario]='simulator/scenario/[^/]*'
     [recording]='simulator/record/(rec|rep)[^/]*'
-    [kaloctl]='[a-z/]*/(script|log_splitter|log_folder|registry_text)')
+    [kaloctl]='[a-z/]*/(script|log_splitter|log_folder)')
   cmake --preset fuzz -B build/fuzz-coverage -DKALODLL_SANITIZE=fuzzer-no-link \
     -DCMAKE_CXX_FLAGS='-fprofile-instr-generate -fcoverage-mapping' >/dev/null
   cmake --build build/fuzz-coverage --target "${targets[@]/#/fuzz_}" >build/fuzz-coverage/build.log ||

@@ -7,6 +7,19 @@
 #include <string>
 
 #include "oscl/bounded_string.h"
+#include "oscl/timing.h"
+
+namespace {
+
+unsigned slept = 0;  // microseconds
+
+}  // namespace
+
+// This program replaces the function that sleeps.
+extern "C" int usleep(unsigned duration) {
+  slept += duration;
+  return 0;
+}
 
 namespace {
 
@@ -58,12 +71,15 @@ TEST(BoundedStringTest, formats_give_the_result_of_vsnprintf) {
 #endif
 }
 
-TEST(BoundedStringTest, times_come_from_libc) {
+TEST(BoundedStringTest, times_and_pauses_come_from_libc) {
   const time_t moment = 86400;
   struct tm local = {};
   EXPECT_EQ(localtime_s(&local, &moment), 0);
   EXPECT_EQ(mktime(&local), moment);
   EXPECT_EQ(localtime_s(nullptr, &moment), 1);
+  Sleep(1);
+  OSCL_SleepMs(2);
+  EXPECT_EQ(slept, 3u);
 }
 
 }  // namespace

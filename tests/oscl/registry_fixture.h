@@ -1,11 +1,50 @@
 #pragma once
 
-#include "simulator/in_process/in_process_device.h"
-#include "tests/oscl/file_fixture.h"
+#include <gtest/gtest.h>
+#include <unistd.h>
 
-// Replaces the registry file by the file of the test.
-class RegistryFixture : public FileFixture {
+#include <cstdint>
+#include <cstdio>
+#include <fstream>
+#include <sstream>
+#include <string>
+
+#include "oscl/last_error.h"
+#include "oscl/memory.h"
+#include "simulator/in_process/in_process_device.h"
+#include "tests/support/descriptors.h"
+
+// Replaces the registry file, or another one, by a file of the test that does not exist yet, in
+// memory if possible. The test must close all descriptors and free all memory.
+class RegistryFixture : public testing::Test {
+ protected:
+  explicit RegistryFixture(const std::string& replaced = "/etc/vrel_registry.txt")
+      : attachment_(engine_, {{replaced, path_}}) {
+    // An earlier process with the same number may have left the file.
+    std::remove(path_.c_str());
+  }
+  ~RegistryFixture() override {
+    EXPECT_EQ(test::OpenDescriptors(), descriptors_);
+    EXPECT_EQ(gAllocationCount, blocks_);
+    std::remove(path_.c_str());
+  }
+
+  void Store(const std::string& text) const {
+    std::ofstream(path_, std::ios::binary | std::ios::trunc) << text;
+  }
+
+  std::string Stored() const {
+    std::ostringstream text;
+    text << std::ifstream(path_, std::ios::binary).rdbuf();
+    return text.str();
+  }
+
+  const std::string path_ = (access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +
+                            "kalodll_oscl." + std::to_string(getpid());
+
  private:
   zulisim::Engine engine_;
-  const zulisim::InProcessDevice attachment_{engine_, {{"/etc/vrel_registry.txt", path_}}};
+  const zulisim::InProcessDevice attachment_;
+  const long descriptors_ = test::OpenDescriptors();
+  const int32_t blocks_ = gAllocationCount;
 };
