@@ -97,6 +97,9 @@ for left in left.*; do
   contains $left '"read","length":9,.*"errno":"EBADF"'
   left_behind "$zulisim" replay -q --device $device $left
 done
+# A read that waits for the end of the recording ends when another process leaves the recording.
+expect 124 'read:9=errno 19' timeout 20 "$zulisim" replay -q --device $device left.engine -- sh -c \
+  '"$0" open connect write:9 read:9 >seen & until grep -q =9 seen; do sleep 0.1; done; "$0" open; wait; cat seen' "$program"
 # This test also runs in-process. Here it uses the device of this attachment.
 expect 0 '1 test.*PASSED|PASSED.*1 test' run -q "${slow[@]}" -- env DEVICE_IS_SERVED=1 \
   "$attachment_test" --gtest_filter='*is_a_character_device'
@@ -152,10 +155,12 @@ expect 0 '^1 reply released$' "$zulisim" tell mount/zuli release
 wait $!
 contains held.out 'read:9=9'
 expect 125 'does not pass ENOSYS' "$zulisim" tell mount/zuli fault open:1=ENOSYS
+expect 125 "zuli' is already served" "$zulisim" serve --fuse mount/zuli
 end HUP $engine
 [ $? -eq 122 ] || fail "serve --strict: a fault that did not happen did not fail"
 contains served 'lose read:40: never happened in 1 read$'
 for output in served trace report; do contains $output 'tell release'; done
+contains report '"program":"zulisim serve /.*mount/zuli","instructions":"--reply kalo:.*=hold --lose read:40"'
 grep -q ENOSYS trace && fail "a refused instruction is in the trace"
 nothing_left || fail "files are left after 'zulisim tell'"
 
@@ -168,7 +173,21 @@ umount mount/zuli
 
 expect 125 'is above 1044480' run --client kalo:max=1044481 -- true
 expect 125 'does not pass ENOSYS of open' run --fault open:1=ENOSYS -- true
-expect 125 'not a regular file' "$zulisim" serve --fuse mount
+expect 125 "not a regular file.*mount/zuli'$" "$zulisim" serve --fuse mount
+expect 125 "cannot create the file '/none/zuli'.*No such file" "$zulisim" serve --fuse /none/zuli
+rm mount/zuli*
+echo kept >kept
+for file in kept new; do expect 125 '' "$zulisim" serve --fuse $file --trace /none/trace; done
+[ "$(cat kept)" = kept ] && [ ! -e new ] || fail "serve removed a file that it had not created, or left its own"
+# A signal or an unmount ends the service.
+for how in 'INT 0' 'TERM 125 --trace /dev/full' 'QUIT 0' 'umount 125'; do
+  set -- $how
+  begin served.$1 serving env --default-signal "$zulisim" serve -q --fuse mount/zuli "${@:3}"
+  if [ $1 = umount ]; then umount mount/zuli; wait $!; else end $1 $!; fi
+  [ $? -eq $2 ] || fail "serve ended with another exit status than $2 after $1"
+done
+contains served.umount 'the kernel ended the service'
+nothing_left || fail "files are left after 'zulisim serve'"
 [ -e /dev/cuse ] || expect 125 'modprobe cuse' "$zulisim" serve --cuse
 
 [ "$failures" -eq 0 ]

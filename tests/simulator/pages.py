@@ -32,7 +32,7 @@ unusual = true
 CALL = "StartIoEx3:200  General Exception : </script><b>"
 COMMAND = ["write:1500", "read:4096", "read:16"]
 LOST = ["write:20", "read:20", "close", "open", "connect", "read:20", "read:16"]
-STEPS = ["open", "connect", "write:5000", "log:1", "child:20"] + COMMAND * 4 + LOST + COMMAND * 60
+STEPS = ["open", "connect", "write:5000", "log:1", "child:20"] + COMMAND * 4 + LOST + COMMAND * 110
 
 
 def check_trace(text):
@@ -80,7 +80,7 @@ def check_report(text):
 # Sends the results of a page to the page around it. A row that is marked must be in the window.
 PROBE = r"""<script>addEventListener('load', async () => {
   const results = [];
-  for (const key of 'nnp') {
+  for (const key of 'pnnp') {
     dispatchEvent(new KeyboardEvent('keydown', {key}));
     const here = document.querySelector('.here'), {top, bottom} = here.getBoundingClientRect();
     results.push((top > 40 && bottom < innerHeight ? '' : 'out of sight: ') +
@@ -90,6 +90,8 @@ PROBE = r"""<script>addEventListener('load', async () => {
   await new Promise(requestAnimationFrame);
   const opened = document.querySelector('[open] pre');
   results.push(opened && opened.textContent, document.querySelectorAll('summary').length,
+    document.querySelectorAll('li').length + document.querySelector('ol').nextSibling.textContent +
+      document.querySelector('dl').textContent,
     ...[...document.querySelectorAll('body *')].filter(each =>
       each.getBoundingClientRect().right > innerWidth).map(each => 'too wide: ' + each.outerHTML));
   parent.postMessage({name, results}, '*');
@@ -122,11 +124,12 @@ def check_browser(page):
                           capture_output=True, check=True, text=True, timeout=90).stdout
     shown = json.loads(html.unescape(re.search("<title>(.*)</title>", dump)[1]))
     for width in ("wide", "narrow"):
-        first, second, third, opened, count = shown[width]
+        last, first, second, third, opened, count, listed = shown[width][:7]
         assert "EMSGSIZE" in first and first == third and first[0] == " ", shown
         assert second == CALL and "0000  00000000 10000000" in opened and count > 100, shown
+        assert last > first and re.match("100and 21 moreprogram.*exit status0summary", listed, re.S), shown
     # For a long run, the page contains only some rows at a time, and still finds the failures.
-    assert shown["long"][:3] == ["in the middle"] * 3 and 0 < shown["long"][4] < 3000, shown["long"]
+    assert shown["long"][:4] == ["in the middle"] * 4 and 0 < shown["long"][5] < 3000, shown["long"]
 
 
 def main():
