@@ -32,16 +32,6 @@ int Connected() {
   return descriptor;
 }
 
-// Opens the device with a mode, as the library does. Android's libc warns about it.
-#ifdef __clang__
-#pragma clang diagnostic push
-#pragma clang diagnostic ignored "-Wuser-defined-warnings"
-#endif
-int OpenWithMode() { return open("/dev/..//dev/./zuli", O_RDWR | O_CLOEXEC | O_APPEND, 0x101000); }
-#ifdef __clang__
-#pragma clang diagnostic pop
-#endif
-
 TEST(AttachmentTest, serves_the_device_only_while_it_exists) {
   int left = -1;
   char byte = 0;
@@ -77,9 +67,8 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   EXPECT_EQ(unlink("/data/Marvoleth.log"), 0);
 
   errno = 77;
-  const int descriptor = OpenWithMode();
+  const int descriptor = open("/dev/..//dev/./zuli", O_RDWR | O_CLOEXEC | O_APPEND);
   EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC | O_APPEND);
-  EXPECT_EQ(engine.Records().at(0).openMode, 0x101000u);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
   EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFL), O_RDWR | O_NONBLOCK);
