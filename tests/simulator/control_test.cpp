@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -22,7 +21,6 @@ namespace {
 
 class ControlTest : public testing::Test, public OperationObserver {
  protected:
-  ~ControlTest() override { rmdir(folder_); }
   void OnOperation(const OperationRecord&) override {}
   void OnDeviceEvent(const DeviceEvent& event) override { events_ += event.text + "; "; }
 
@@ -37,8 +35,7 @@ class ControlTest : public testing::Test, public OperationObserver {
     }
   }
 
-  char folder_[32] = "/tmp/control_test.XXXXXX";
-  const std::string path_ = mkdtemp(folder_) + std::string("/zuli");
+  const std::string path_ = "/tmp/control_test." + std::to_string(getpid());
   Engine engine_;
   std::string events_;
 };
@@ -69,7 +66,6 @@ TEST_F(ControlTest, instructs_the_engine_from_many_clients_while_it_is_used) {
   for (std::thread& client : clients) client.join();
   close(silent);
 
-  EXPECT_EQ(engine_.InstructionCounts().size(), 60u);
   EXPECT_EQ(Tell("fault open:2=EACCES"), "");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EACCES);
@@ -85,14 +81,14 @@ TEST_F(ControlTest, instructs_the_engine_from_many_clients_while_it_is_used) {
             "short, lose, refuse, no-reply");
 
   engine_.AddObserver(this);
-  Tell("lose opens=1,errno=EIO");
+  Tell("lose errno=EIO");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EIO);
   Tell("lose");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, ENODEV);
   Tell("back");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
   server.reset();
-  EXPECT_EQ(events_, "tell lose opens=1,errno=EIO; tell lose; tell back; ");
+  EXPECT_EQ(events_, "tell lose errno=EIO; tell lose; tell back; ");
 }
 
 TEST_F(ControlTest, replaces_the_socket_of_a_killed_server_but_no_other_file) {

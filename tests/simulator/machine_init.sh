@@ -20,11 +20,9 @@ serve() {  # OPTIONS...: starts a server of the device, and waits until it serve
   fail "serve --cuse did not start"
 }
 
-suite() {  # NAME ARGUMENTS of zulisim...
-  name=$1
-  shift
+suite() {  # ARGUMENTS of zulisim...
   "$zulisim" "$@" -q --device fuse -- /bin/sh /suite/exchange_suite.sh "$program" "$kaloctl" \
-    >/tmp/out.$name 2>/tmp/err || { cat /tmp/err; fail "the suite, $name: exit status $?"; }
+    >/tmp/out.$1 2>/tmp/err || { cat /tmp/err; fail "the suite, $1: exit status $?"; }
 }
 
 say "$(uname -sr)"
@@ -33,7 +31,6 @@ insmod /suite/fuse.ko && insmod /suite/cuse.ko || fail "cannot load a module"
 # The suite gives the same results as through the preload library.
 options=$(cat /suite/exchange_suite.options)
 serve -q --connection-numbers --transcript /tmp/transcript.cuse $options
-say "$(ls -l /dev/zuli)"
 [ -c /dev/zuli ] || fail "/dev/zuli is not a character device"
 sh /suite/exchange_suite.sh "$program" "$kaloctl" >/tmp/out.cuse 2>&1
 kill -INT $engine
@@ -42,13 +39,13 @@ wait $engine || fail "serve --cuse: exit status $? after SIGINT"
 # Records the character device and replays the recording. Both programs run in a file tree of their
 # own.
 serve -q $options
-suite recorded record -o /tmp/recording
+suite record -o /tmp/recording
 kill -INT $engine
 wait $engine
-suite replayed replay /tmp/recording
+suite replay /tmp/recording
 # The preload library cannot serve the static shell here, so its suite ran outside.
 same /suite/transcript.preload /tmp/transcript.cuse
-for results in /suite/out.preload /tmp/out.recorded /tmp/out.replayed; do same $results /tmp/out.cuse; done
+for results in /suite/out.preload /tmp/out.record /tmp/out.replay; do same $results /tmp/out.cuse; done
 operations=$(wc -l </tmp/transcript.cuse)
 [ "$operations" -gt 80 ] || fail "the suite made only $operations operations"
 [ "$failures" -eq 0 ] && say "passed: $operations operations, the same transcript through cuse and preload"

@@ -47,9 +47,7 @@ def check_trace(text):
 
 def split(page):
     """Returns the text before the rows of a report, the rows, and the text after them."""
-    begin = page.index('json">') + len('json">')
-    end = page.index("</script>", begin)
-    return page[:begin], page[begin:end], page[end:]
+    return re.fullmatch('(.*?json">)(.*?)(</script>.*)', page, re.DOTALL).groups()
 
 
 class Outline(html.parser.HTMLParser):

@@ -36,60 +36,51 @@ constexpr const char* kText =
 
 // A thread of a program, with one connection at a time. The seed, the number and the device's
 // results determine its calls. Drivers with the same seed begin with the same calls.
-class RandomDriver {
- public:
-  RandomDriver(Device* device, unsigned seed, int number)
-      : device_(device), seed_(seed), number_(number), random_(seed) {}
+struct RandomDriver {
+  Device* const device;
+  const unsigned seed;
+  const int number;
+  std::mt19937 random{seed};
+  int steps = 0;
+  std::uint64_t connection = 0;
+  bool connected = false;
+  bool good = true;
+  std::string got = "";  // the results of all calls
 
   // Makes one call.
   void Step() {
-    SetCaller(1, number_);
-    if (++steps_ == 6) random_.seed(seed_ * 100 + static_cast<unsigned>(number_));
-    if (connection_ == 0) {
+    SetCaller(1, number);
+    if (++steps == 6) random.seed(seed * 100 + static_cast<unsigned>(number));
+    if (connection == 0) {
       // The number of the connection depends on the other drivers.
-      const Result opened = device_->Open(O_RDWR, 0, -1);
-      if (opened.error == 0) connection_ = static_cast<std::uint64_t>(opened.value);
+      const Result opened = device->Open(O_RDWR, 0, -1);
+      if (opened.error == 0) connection = static_cast<std::uint64_t>(opened.value);
       Keep({0, opened.error});
-      connected_ = false;
-    } else if ((!good_ && Draw(2) == 0) || Draw(12) == 0) {
-      Keep(device_->Close(connection_, CloseReason::kProgramClosed));
-      connection_ = 0;
-    } else if (!connected_) {
+      connected = false;
+    } else if ((!good && Draw(2) == 0) || Draw(12) == 0) {
+      Keep(device->Close(connection, CloseReason::kProgramClosed));
+      connection = 0;
+    } else if (!connected) {
       Guid guid =
-          DefaultClients()[(static_cast<unsigned>(number_) + (Draw(4) == 0 ? 1 : 0)) % 2].guid;
-      Keep(device_->Ioctl(connection_, kConnectRequest, guid.data()), {guid.begin(), guid.end()});
-      connected_ = good_;
+          DefaultClients()[(static_cast<unsigned>(number) + (Draw(4) == 0 ? 1 : 0)) % 2].guid;
+      Keep(device->Ioctl(connection, kConnectRequest, guid.data()), {guid.begin(), guid.end()});
+      connected = good;
     } else if (Draw(5) < 2) {
       const auto byte = static_cast<std::uint8_t>(Draw(256));
       Bytes request(16 + 4 * Draw(4), byte);
       SetWordAt(&request, kCommandIdOffset, 0x10 + Draw(3));
-      Keep(device_->Write(connection_, request.data(), request.size()));
+      Keep(device->Write(connection, request.data(), request.size()));
     } else {
       Bytes reply(Draw(6) == 0 ? Draw(32) : 64, 0);
-      const Result result = device_->Read(connection_, reply.data(), reply.size(), false);
+      const Result result = device->Read(connection, reply.data(), reply.size(), false);
       Keep(result, reply);
     }
-    SetCaller(0, 0);
   }
-  // The results of all calls.
-  const std::string& Got() const { return got_; }
-
- private:
-  unsigned Draw(unsigned count) { return static_cast<unsigned>(random_() % count); }
+  unsigned Draw(unsigned count) { return static_cast<unsigned>(random() % count); }
   void Keep(const Result& result, const Bytes& bytes = {}) {
-    good_ = result.error == 0;
-    got_ += common::Format("{}/{} {}\n", result.value, result.error, common::HexDigits(bytes));
+    good = result.error == 0;
+    got += common::Format("{}/{} {}\n", result.value, result.error, common::HexDigits(bytes));
   }
-
-  Device* const device_;
-  const unsigned seed_;
-  const int number_;
-  std::mt19937 random_;
-  int steps_ = 0;
-  std::uint64_t connection_ = 0;
-  bool connected_ = false;
-  bool good_ = true;
-  std::string got_;
 };
 
 // Runs `count` drivers, which take their steps in an order that `order` determines. Returns the
@@ -99,12 +90,12 @@ std::string RunDrivers(Device* device, int count, unsigned seed, unsigned order)
   std::vector<std::size_t> turns;
   for (int number = 1; number <= count; ++number) {
     turns.insert(turns.end(), 24, drivers.size());
-    drivers.emplace_back(device, seed, number);
+    drivers.push_back({device, seed, number});
   }
   std::shuffle(turns.begin(), turns.end(), std::mt19937(order));
   for (const std::size_t turn : turns) drivers[turn].Step();
   std::string got;
-  for (const RandomDriver& driver : drivers) got += driver.Got() + "\n";
+  for (const RandomDriver& driver : drivers) got += driver.got + "\n";
   return got;
 }
 

@@ -40,7 +40,23 @@ int Connected(const char* device) {
   return descriptor;
 }
 
-constexpr char kSlow = 0x19;  // a command
+// Starts a read of a reply that the engine holds. The read will fail with `error`, unless that is
+// 0.
+std::thread HeldRead(Engine* engine, int descriptor, int error) {
+  ReplyRule rule;
+  rule.client = "KALO";
+  rule.command = 0x19;
+  rule.held = true;
+  engine->AddReply(rule);
+  char message[16] = {0, 0, 0, 0, 0x19};
+  EXPECT_EQ(write(descriptor, message, 16), 16);
+  std::thread reader([=] {
+    char reply[16];
+    EXPECT_EQ(read(descriptor, reply, 16) == 16 ? 0 : errno, error);
+  });
+  while (engine->Count(Operation::kRead) == 0) std::this_thread::yield();
+  return reader;
+}
 
 // Uses more threads than a process has channels. Each thread gets its own replies, also while a
 // read waits, and a connection ends when its last descriptor is closed, not before.
@@ -48,22 +64,9 @@ template <typename Server, typename... Arguments>
 void ServeThreads(const char* device, const Arguments&... arguments) {
   constexpr std::size_t kThreads = 12, kRounds = 20;
   Engine engine;
-  ReplyRule slow;
-  slow.client = "KALO";
-  slow.command = kSlow;
-  slow.latency = std::chrono::minutes(1);
-  engine.AddReply(slow);
   auto server = std::make_unique<Server>(engine, arguments...);
   const int left = Connected(device);
-  const char request[16] = {0, 0, 0, 0, kSlow};
-  EXPECT_EQ(write(left, request, sizeof(request)), 16);
-  std::thread reader([left] {
-    char reply[16];
-    EXPECT_EQ(read(left, reply, sizeof(reply)), -1);
-    EXPECT_EQ(errno, ENODEV);
-  });
-  while (engine.Count(Operation::kRead) == 0) std::this_thread::yield();
-
+  std::thread reader = HeldRead(&engine, left, ENODEV);
   const int shared = Connected(device);
   std::vector<std::thread> threads;
   for (std::size_t number = 0; number < kThreads; ++number) {
@@ -115,19 +118,9 @@ TEST(KernelServerTest, serves_threads_until_the_service_ends) {
 
 TEST(PreloadServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   Engine engine;
-  ReplyRule rule;
-  rule.client = "KALO";
-  rule.held = true;
-  engine.AddReply(rule);
   const DeviceServer server(engine, Path());
   const int device = Connected("/dev/zuli");
-  char message[16] = {};
-  EXPECT_EQ(write(device, message, 16), 16);
-  std::thread reader([=] {
-    char reply[16];
-    EXPECT_EQ(read(device, reply, 16), 16) << strerror(errno);
-  });
-  while (engine.Count(Operation::kRead) == 0) std::this_thread::yield();
+  std::thread reader = HeldRead(&engine, device, 0);
 
   // The waiting read uses the kept channel, so this thread needs another one.
   const int free = dup(0);
