@@ -24,35 +24,34 @@ using Call = CallArguments;
 
 // All entry points. The parser, the help and the suggestions use this table.
 constexpr EntryPoint kEntryPoints[] = {
-    {"KaloStateInit", kStateInit, true,
-     [](const Call& call) { return KaloStateInit(call.params); }},
-    {"KaloInit3", kNewHandle, true, [](const Call& call) { return KaloInit3(call.handle); }},
-    {"StartIoEx3", kHandle | kMessage | kPrivateData, true,
+    {"KaloStateInit", kStateInit, [](const Call& call) { return KaloStateInit(call.params); }},
+    {"KaloInit3", kNewHandle, [](const Call& call) { return KaloInit3(call.handle); }},
+    {"StartIoEx3", kHandle | kMessage | kPrivateData,
      [](const Call& call) {
        return StartIoEx3(*call.handle, call.input, call.inputLength, call.output, call.outputLength,
                          call.privateData, call.privateLength);
      }},
-    {"StartIo3", kHandle | kMessage, true,
+    {"StartIo3", kHandle | kMessage,
      [](const Call& call) {
        return StartIo3(*call.handle, call.input, call.inputLength, call.output, call.outputLength);
      }},
-    {"KaloCleanup3", kHandle, false, [](const Call& call) { return KaloCleanup3(*call.handle); }},
-    {"FenuInit3", kNewHandle, true, [](const Call& call) { return FenuInit3(call.handle); }},
-    {"FenuCleanup3", kHandle, false, [](const Call& call) { return FenuCleanup3(*call.handle); }},
-    {"KaloInit", kNone, true, [](const Call&) { return KaloInit(); }},
-    {"StartIoEx", kMessage | kPrivateData, true,
+    {"KaloCleanup3", kHandle, [](const Call& call) { return KaloCleanup3(*call.handle); }},
+    {"FenuInit3", kNewHandle, [](const Call& call) { return FenuInit3(call.handle); }},
+    {"FenuCleanup3", kHandle, [](const Call& call) { return FenuCleanup3(*call.handle); }},
+    {"KaloInit", kNone, [](const Call&) { return KaloInit(); }},
+    {"StartIoEx", kMessage | kPrivateData,
      [](const Call& call) {
        return StartIoEx(call.input, call.inputLength, call.output, call.outputLength,
                         call.privateData, call.privateLength);
      }},
-    {"StartIo", kMessage, true,
+    {"StartIo", kMessage,
      [](const Call& call) {
        return StartIo(call.input, call.inputLength, call.output, call.outputLength);
      }},
-    {"KaloCleanup", kNone, false, [](const Call&) { return KaloCleanup(); }},
-    {"FenuInit", kNone, true, [](const Call&) { return FenuInit(); }},
-    {"FenuCleanup", kNone, false, [](const Call&) { return FenuCleanup(); }},
-    {"ProvisioningStartIo", kMessage, true,
+    {"KaloCleanup", kNone, [](const Call&) { return KaloCleanup(); }},
+    {"FenuInit", kNone, [](const Call&) { return FenuInit(); }},
+    {"FenuCleanup", kNone, [](const Call&) { return FenuCleanup(); }},
+    {"ProvisioningStartIo", kMessage,
      [](const Call& call) {
        return ProvisioningStartIo(call.input, call.inputLength, call.output, call.outputLength);
      }},

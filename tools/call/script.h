@@ -36,7 +36,6 @@ enum Argument : unsigned {
 struct EntryPoint {
   const char* name;
   unsigned arguments;  // bits of Argument
-  bool recordsError;   // false for the cleanup functions, which only return a status
   KALO_DLL_STATUS (*call)(const CallArguments& arguments);
 };
 

@@ -98,8 +98,7 @@ void ScriptRunner::PrintResult(const ScriptStep& step, const CallResult& result)
        << colours_.reset << '\n';
   const std::vector<std::string> lines = log_->Take();
   if (!good) {
-    PrintFailure(out_, colours_, kIndent,
-                 DescribeFailure(result.status, step.entryPoint->recordsError, lines));
+    PrintFailure(out_, colours_, kIndent, DescribeFailure(result.status, lines));
   }
   if (step.entryPoint->arguments & kNewHandle) {
     out_ << kIndent << common::Format("handle  {}\n", handles_[step.handle]);
@@ -115,7 +114,6 @@ void ScriptRunner::PrintResult(const ScriptStep& step, const CallResult& result)
   for (const std::string& line : lines) {
     out_ << kIndent << colours_.dim << "log     " << line << colours_.reset << '\n';
   }
-  out_ << std::flush;
 }
 
 }  // namespace kaloctl

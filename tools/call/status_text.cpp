@@ -26,7 +26,6 @@ constexpr Name kStatuses[] = {
 };
 
 constexpr Name kSources[] = {
-    {0, "none"},
     {KALO_ERROR_SOURCE_API3, "KALO_ERROR_SOURCE_API3"},
     {KALO_ERROR_SOURCE_KALO, "KALO_ERROR_SOURCE_KALO"},
     {KALO_ERROR_SOURCE_FENU, "KALO_ERROR_SOURCE_FENU"},
@@ -57,11 +56,9 @@ constexpr Advice kAdvice[] = {
      "compare the request with the client's maximum length (kaloctl probe), or open a new handle"},
     {1, "Error reading",
      "open a new handle before the next command: a late reply would answer that one"},
-    {1, "Not connected", "use a session of the client that serves this command"},
     {2, "", "pass a handle from KaloInit3 or FenuInit3, a request and a reply buffer"},
     {3, "", "send at least the 16 bytes of the message header"},
     {4, "", "pass a reply buffer of at least 16 bytes"},
-    {5, "", "reload the library: something overwrote kaloInterfaceVersion"},
     {6, "",
      "call KaloInit first, or FenuInit for commands 0x30000 to 0x3ffff; if FenuInit opens nothing, "
      "call FenuCleanup3 until the count is 0, then FenuInit3"},
@@ -89,13 +86,11 @@ std::string CauseIn(const std::vector<std::string>& logLines) {
 std::string StatusText(std::uint32_t status) { return NameIn(kStatuses, status); }
 std::string SourceText(std::uint32_t source) { return NameIn(kSources, source); }
 
-Failure DescribeFailure(std::uint32_t status, bool recorded,
-                        const std::vector<std::string>& logLines) {
+Failure DescribeFailure(std::uint32_t status, const std::vector<std::string>& logLines) {
   const KaloDllState& state = gKaloDllState;
   Failure failure;
   failure.status = status;
-  failure.recorded = recorded;
-  failure.source = recorded ? state.lastErrorSource : 0;
+  failure.source = state.lastErrorSource;
   if (failure.source == KALO_ERROR_SOURCE_API3) {
     failure.text = BoundedText(state.apiErrorText);
     failure.code = state.apiErrorCode;
@@ -113,11 +108,9 @@ Failure DescribeFailure(std::uint32_t status, bool recorded,
 
 void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,
                   const Failure& failure) {
-  if (failure.recorded) {
-    out << indent << "text    " << colours.bad << failure.text << colours.reset << '\n'
-        << indent << "source  " << SourceText(failure.source) << ", code "
-        << common::Hex(failure.code) << '\n';
-  }
+  out << indent << "text    " << colours.bad << failure.text << colours.reset << '\n'
+      << indent << "source  " << SourceText(failure.source) << ", code "
+      << common::Hex(failure.code) << '\n';
   if (!failure.cause.empty()) out << indent << "cause   " << failure.cause << '\n';
   out << indent << "try     " << failure.advice << '\n';
 }

@@ -24,7 +24,6 @@ std::string_view BoundedText(const char (&text)[size]) {
 // A failed call, and the error that the library recorded.
 struct Failure {
   std::uint32_t status = 0;
-  bool recorded = true;   // false for calls that do not write the error record
   std::string_view text;  // of the record
   std::uint32_t source = 0;
   std::uint32_t code = 0;
@@ -33,8 +32,7 @@ struct Failure {
 };
 
 // `logLines` are the log lines of the call.
-Failure DescribeFailure(std::uint32_t status, bool recorded,
-                        const std::vector<std::string>& logLines);
+Failure DescribeFailure(std::uint32_t status, const std::vector<std::string>& logLines);
 
 // Prints the record, the cause and the remedy, one per line, each after `indent`.
 void PrintFailure(std::ostream& out, const common::Colours& colours, std::string_view indent,

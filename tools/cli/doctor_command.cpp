@@ -60,7 +60,7 @@ Finding CheckDevice() {
 }
 
 Finding CallFailed(std::uint32_t status, LogCapture* log) {
-  const Failure failure = DescribeFailure(status, true, log->Take());
+  const Failure failure = DescribeFailure(status, log->Take());
   return {kBad, std::string(failure.text) + (failure.cause.empty() ? "" : " ") + failure.cause,
           failure.advice};
 }

@@ -23,7 +23,7 @@ Json ProbeClient(Client client, bool asJson, LogCapture* log) {
   const std::vector<std::string> lines = log->Take();
   const std::string name = Format("{}{}{}  ", colours.bold, ClientName(client), colours.reset);
   if (session.status() != KALO_DLL_STATUS_SUCCESS) {
-    const Failure failure = DescribeFailure(session.status(), true, lines);
+    const Failure failure = DescribeFailure(session.status(), lines);
     if (!asJson) {
       std::cout << name << session.InitName() << " failed: " << colours.bad
                 << StatusText(session.status()) << colours.reset << '\n';

@@ -77,7 +77,7 @@ struct Outcome {
   std::vector<std::string> log;
 
   bool Failed() const { return status != KALO_DLL_STATUS_SUCCESS; }
-  Failure Described() const { return DescribeFailure(status, true, log); }
+  Failure Described() const { return DescribeFailure(status, log); }
   bool HasHeader() const { return reply.size() >= kHeaderSize; }
   std::int32_t FirmwareStatus() const { return transport::HeaderOf(reply.data()).status; }
 };
