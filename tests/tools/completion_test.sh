@@ -22,6 +22,7 @@ offers 'zulisim re' record replay
 offers 'zulisim run --devi' --device
 offers 'zulisim run --device ' preload fuse
 offers 'zulisim run --device = f' fuse
+offers 'zulisim run --device =' preload fuse
 offers 'zulisim run -q --fault r' read:
 offers 'zulisim run --reply k' kalo:
 offers 'zulisim run --report '

@@ -70,9 +70,8 @@ ScriptRunner::CallResult ScriptRunner::MakeCall(const ScriptStep& step) {
   const ScriptCommand& command = step.command;
   CommandBuffers buffers(command);
   KALO_STATE_INIT_PARAMS params = {step.apiVersion, step.option};
-  void* null = nullptr;
   CallArguments call;
-  call.handle = step.handle.empty() || step.handle == kNullHandle ? &null : &handles_[step.handle];
+  call.handle = &handles_[step.handle];
   call.params = step.nullParams ? nullptr : &params;
   call.input = command.nullInput ? nullptr : buffers.request.data();
   call.inputLength = command.length;

@@ -30,7 +30,8 @@ class ScriptRunner {
   std::ostream& out_;
   common::Colours colours_;
   LogCapture* const log_;
-  // The handles of the script by name. A handle is null until a call sets it.
+  // The handles of the script by name. A handle is null until a call sets it, and no call sets the
+  // one that is named "null".
   std::map<std::string, void*> handles_;
 };
 
