@@ -173,6 +173,7 @@ TEST(AttachmentTest, is_a_character_device) {
   struct pollfd events = {device, POLLIN | POLLOUT, 0};
   EXPECT_EQ(poll(&events, 1, 0), 1);
   EXPECT_EQ(events.revents, POLLIN | POLLOUT);
+  EXPECT_EQ(ErrorOf(ioctl(device, kConnectRequest, nullptr)), EFAULT);
   EXPECT_EQ(ioctl(device, FIOCLEX), 0);
   EXPECT_EQ(fcntl(device, F_GETFD), FD_CLOEXEC);
   EXPECT_EQ(ioctl(device, FIONCLEX), 0);
@@ -195,6 +196,12 @@ TEST(EngineTest, refuses_wrong_options_and_survives_calls_from_a_responder) {
   EXPECT_THROW(Engine({{tooLong}}), std::invalid_argument);
   Engine engine;
   EXPECT_THROW(engine.SetResponder("KAL0", nullptr), std::invalid_argument);
+  for (const Fault& impossible :
+       {Fault{Operation::kRead, ErrnoFault{0}}, Fault{Operation::kOpen, DeviceLoss{0, 0}},
+        Fault{Operation::kRead, ShortCount{}, {0, 1}}, Fault{Operation::kRead, ShortCount{}, {1, 0}},
+        Fault{Operation::kRead, ShortCount{}, {}, 1.1}}) {
+    EXPECT_THROW(engine.AddFault(impossible), std::invalid_argument);
+  }
   engine.SetResponder("KALO", [&engine](const Bytes&) -> Reply {
     engine.LoseDevice();
     throw std::runtime_error("stuck");

@@ -1,12 +1,19 @@
 // Splits logs in one piece. fuzz_kaloctl_test splits them in pieces of any size.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
 #include <string>
 #include <vector>
 
+#include "common/file_follower.h"
+#include "common/hex.h"
 #include "common/log_folder.h"
 #include "common/log_splitter.h"
+#include "tests/support/descriptors.h"
 
 namespace common {
 namespace {
@@ -36,8 +43,10 @@ TEST(LogSplitter, splits_difficult_logs) {
        {"KaloInit3|1|a", "KaloInit|2|b", "StartIoEx3|3|c", "StartIoEx|4|d"}},
       {"CpDremSession:1: up~CpDremSession:2: downConnect:3: cDisconnect:4: ",
        {"CpDremSession|1|up", "~CpDremSession|2|down", "Connect|3|c", "Disconnect|4|"}},
-      {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: ",
-       {"KaloInit3|1|what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: "}},
+      {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: "
+       "KaloInit:1234567890: x",
+       {"KaloInit3|1|what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: ",
+        "KaloInit|1234567890|x"}},
       {"[00001234] 77 IoMessage:9: a[12345678] -5 IoMessage:9: b[1] 5 IoMessage:9: c",
        {"[00001234] 77|IoMessage|9|a", "[12345678] -5|IoMessage|9|b[1] 5 ", "IoMessage|9|c"}},
       {"Driver:5: mine Driver:6: not\nDriver:6: mine too\n",
