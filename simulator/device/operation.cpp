@@ -142,6 +142,7 @@ void RemoveBodies(OperationRecord* record) {
                        WordAt(record->output, kCommandIdOffset) == record->commandId;
   record->input.resize(isRequest ? std::min(record->input.size(), kHeaderSize) : 0);
   record->output.resize(isReply ? std::min(record->output.size(), kHeaderSize) : 0);
+  if (!isReply) record->status.reset();
 }
 
 std::chrono::nanoseconds Now() { return std::chrono::steady_clock::now().time_since_epoch(); }

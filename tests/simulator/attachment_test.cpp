@@ -198,7 +198,8 @@ TEST(EngineTest, refuses_wrong_options_and_survives_calls_from_a_responder) {
   EXPECT_THROW(engine.SetResponder("KAL0", nullptr), std::invalid_argument);
   for (const Fault& impossible :
        {Fault{Operation::kRead, ErrnoFault{0}}, Fault{Operation::kOpen, DeviceLoss{0, 0}},
-        Fault{Operation::kRead, ShortCount{}, {0, 1}}, Fault{Operation::kRead, ShortCount{}, {1, 0}},
+        Fault{Operation::kRead, ShortCount{}, {0, 1}},
+        Fault{Operation::kRead, ShortCount{}, {1, 0}},
         Fault{Operation::kRead, ShortCount{}, {}, 1.1}}) {
     EXPECT_THROW(engine.AddFault(impossible), std::invalid_argument);
   }
