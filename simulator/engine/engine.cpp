@@ -141,7 +141,6 @@ bool Engine::PerformRead(Task* task) {
   MessageQueue* pending = &task->connection->pending;
   const Message message = std::move(pending->front());
   pending->pop_front();
-  changed_.notify_all();
   const std::size_t count = TransferSize(task, message.bytes.size());
   // memcpy must not get a null pointer, even for 0 bytes.
   if (count > 0) std::memcpy(task->target, message.bytes.data(), count);
@@ -227,7 +226,6 @@ bool Engine::PerformClose(Task* task) {
 void Engine::Lose(const DeviceLoss& loss) {
   keptReplies_.clear();
   for (auto& [number, connection] : connections_) {
-    if (connection.lost) continue;
     connection.lost = true;
     if (!loss.dropReplies && !connection.pending.empty()) {
       keptReplies_.emplace_back(connection.client, std::move(connection.pending));
