@@ -86,5 +86,34 @@ TEST(LogFolder, folds_copies_as_sinks_are_added_and_keeps_real_repeats) {
   EXPECT_EQ(Fold(init + init + line + line + line), " 1x2 3x3");
 }
 
+TEST(FileFollower, reads_what_is_appended_and_starts_again_in_a_new_file) {
+  char folder[] = "/tmp/follower.XXXXXX";
+  const std::string path = mkdtemp(folder) + std::string("/log"), next = path + ".next";
+  const long descriptors = test::OpenDescriptors();
+  {
+    FileFollower follower(path);
+    EXPECT_EQ(follower.Take(), "");
+    for (const char* text : {"one", "two"}) {
+      std::ofstream(path, std::ios::app) << text;
+      EXPECT_EQ(follower.Take(), text);
+    }
+    std::ofstream(path) << "three";
+    EXPECT_EQ(follower.Take(), "three");
+    std::ofstream(next) << "longer";
+    EXPECT_EQ(rename(next.c_str(), path.c_str()), 0);
+    EXPECT_EQ(follower.Take(), "longer");
+    EXPECT_EQ(unlink(path.c_str()) + rmdir(folder), 0);
+    EXPECT_EQ(follower.Take(), "");
+  }
+  EXPECT_EQ(test::OpenDescriptors(), descriptors);
+}
+
+TEST(HexDiff, counts_the_lines_that_it_does_not_show) {
+  EXPECT_EQ(HexDiff(Bytes(40, 'a'), Bytes(49, 'b'), 1),
+            "    - 0000  61616161 61616161 61616161 61616161  aaaaaaaaaaaaaaaa\n"
+            "    + 0000  62626262 62626262 62626262 62626262  bbbbbbbbbbbbbbbb\n"
+            "    ... and 3 more lines of 16 bytes\n");
+}
+
 }  // namespace
 }  // namespace common
