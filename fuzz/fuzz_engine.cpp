@@ -19,8 +19,6 @@ class Sequences : public test::SequencesTest {
     FuzzedDataProvider input(data, size);
     Choices choices{input};
     traced = choices() % 2 == 1;
-    negative = choices() % 4 == 1;
-    Start();
     for (const test::Step& step : test::RandomSequence(choices)) {
       const std::string wrong = Run(step);
       if (!wrong.empty()) std::fprintf(stderr, "%s: %s\n", step.call->name, wrong.c_str());

@@ -1,31 +1,17 @@
 #pragma once
 
-#include <algorithm>
 #include <cstring>
-#include <random>
 #include <set>
-#include <sstream>
 #include <string>
-#include <vector>
 
-#include "tests/api/injected_failure.h"
+#include "tests/api/interposed_session.h"
 #include "tests/support/library_test.h"
 
 namespace test {
 
-// Defects of a request, as bits that can be combined.
-enum Shape : unsigned {
-  kNullInput = 1,
-  kNullOutput = 2,
-  kShortInput = 4,
-  kShortOutput = 8,
-  kNullPrivateData = 16,
-  kNullPrivateLength = 32
-};
-
 // The private-data arguments: content before the call, length, and whether they contain the tag of
 // an ioctl wrapper.
-inline constexpr struct {
+inline constexpr struct Tag {
   const char* data;
   unsigned int length;
   bool wrapper;
@@ -33,87 +19,84 @@ inline constexpr struct {
              {"IOCTLHNDx", 9, true},  {"IOCTLHNX", 9, false}, {"IOCTLHND", 8, false},
              {"IOCTLFRE", 10, false}, {"IOCTLFR", 9, false}};
 
-// The arguments of a call. Each buffer has exactly the size that the call announces.
+// The arguments of a call. Every buffer has 32 bytes, except 16 for private data.
 struct Arguments {
-  explicit Arguments(unsigned theShape = 0, unsigned theTag = 0, uint32_t theCommand = 0x10)
-      : shape(theShape), tag(theTag), command(theCommand), input(Message(theCommand)) {
-    if (shape & kNullInput) in = nullptr;
-    if (shape & kNullOutput) out = nullptr;
-    if (shape & kShortInput) inLength = 15;
-    if (shape & kShortOutput) outLength = 15;
-    std::strcpy(reinterpret_cast<char*>(privateData.data()), kTags[tag].data);
-    if (shape & kNullPrivateData) data = nullptr;
-    if (shape & kNullPrivateLength) length = nullptr;
+  explicit Arguments(uint32_t theCommand = 0x10, const Tag& tag = kTags[0])
+      : command(theCommand), privateLength(tag.length), wrapper(tag.wrapper) {
+    std::strcpy(reinterpret_cast<char*>(privateData.data()), tag.data);
   }
   Arguments(const Arguments&) = delete;
 
-  bool AsksForWrapper() const {
-    return kTags[tag].wrapper && (shape & (kNullPrivateData | kNullPrivateLength)) == 0;
-  }
+  bool AsksForWrapper() const { return wrapper && data != nullptr && length != nullptr; }
 
   static inline void* const kUnwritten = reinterpret_cast<void*>(0x5A5A);
-  const unsigned shape, tag;
   const uint32_t command;
-  KALO_STATE_INIT_PARAMS values = {0x30002, 0}, *params = &values;
-  Bytes input, output = Bytes(32), privateData = Bytes(16);
+  Bytes input = Message(command, 32, 2, 0xfedc1, 0xabc);
+  Bytes output = Message(0xffffffff, 32, 0x7001, 0x1234abcd), privateData = Bytes(16);
+  KALO_STATE_INIT_PARAMS values = {command, 0}, *params = &values;
   unsigned char *in = input.data(), *out = output.data(), *data = privateData.data();
-  unsigned inLength = 32, outLength = 32, privateLength = kTags[tag].length,
-           *length = &privateLength;
-  ClientSession* used = nullptr;  // the handle that the call gets
+  unsigned inLength = 32, outLength = 32, privateLength, *length = &privateLength;
+  const bool wrapper;
+  ClientSession* used = nullptr;  // the session that the call uses, if it uses one
   void* handle = kUnwritten;
 };
 
-inline const struct Call {
+// The random sequences draw the first kDrawnDefects.
+inline constexpr unsigned kDrawnDefects = 6;
+inline const struct Defect {
   const char* name;
-  uint32_t (*make)(Arguments& a);
+  void (*apply)(Arguments& a);
+} kDefects[] = {{"null-input", [](auto& a) { a.in = nullptr; }},
+                {"null-output", [](auto& a) { a.out = nullptr; }},
+                {"short-input", [](auto& a) { a.inLength = 15; }},
+                {"short-output", [](auto& a) { a.outLength = 15; }},
+                {"null-data", [](auto& a) { a.data = nullptr; }},
+                {"null-length", [](auto& a) { a.length = nullptr; }},
+                {"null-handle", [](auto& a) { a.used = nullptr; }},
+                {"long", [](auto& a) { a.inLength = a.outLength = 0xFFFFFFFF; }},
+                {"shared", [](auto& a) { a.values.stateInitOption = 1; }}};
+
+// What a call does: changes the announced version, opens a session, closes one, or sends on a
+// handle or on the session of the command.
+enum class Kind { kAnnounce, kOpen, kClose, kSend, kRoute };
+
+// The state that successful calls of one firmware may change, as a regular expression of names.
+inline constexpr char kKaloFields[] = "kalo[IRS].*|sessionBShared", kFenuFields[] = "fenu[IRS].*";
+
+inline const struct Call {
+  std::string name;
+  Kind kind;
+  const char* fields;  // what the call may change if it succeeds
+  KALO_DLL_STATUS (*make)(Arguments& a);
 } kCalls[] = {
-    {"KaloStateInit", [](auto& a) -> uint32_t { return KaloStateInit(a.params); }},
-    {"KaloInit3", [](auto& a) -> uint32_t { return KaloInit3(&a.handle); }},
-    {"StartIoEx3",
-     [](auto& a) -> uint32_t {
+    {"KaloStateInit", Kind::kAnnounce, "firmwareApiVersion|stateInitFlag",
+     [](auto& a) { return KaloStateInit(a.params); }},
+    {"KaloInit3", Kind::kOpen, kKaloFields, [](auto& a) { return KaloInit3(&a.handle); }},
+    {"StartIoEx3", Kind::kSend, "",
+     [](auto& a) {
        return StartIoEx3(a.used, a.in, a.inLength, a.out, a.outLength, a.data, a.length);
      }},
-    {"StartIo3",
-     [](auto& a) -> uint32_t { return StartIo3(a.used, a.in, a.inLength, a.out, a.outLength); }},
-    {"KaloCleanup3", [](auto& a) -> uint32_t { return KaloCleanup3(a.used); }},
-    {"KaloInit", [](auto&) -> uint32_t { return KaloInit(); }},
-    {"KaloCleanup", [](auto&) -> uint32_t { return KaloCleanup(); }},
-    {"StartIoEx",
-     [](auto& a) -> uint32_t {
-       return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, a.length);
-     }},
-    {"StartIo", [](auto& a) -> uint32_t { return StartIo(a.in, a.inLength, a.out, a.outLength); }},
-    {"FenuInit3", [](auto& a) -> uint32_t { return FenuInit3(&a.handle); }},
-    {"FenuCleanup3", [](auto& a) -> uint32_t { return FenuCleanup3(a.used); }},
-    {"FenuInit", [](auto&) -> uint32_t { return FenuInit(); }},
-    {"FenuCleanup", [](auto&) -> uint32_t { return FenuCleanup(); }},
-    {"ProvisioningStartIo", [](auto& a) -> uint32_t {
-       return ProvisioningStartIo(a.in, a.inLength, a.out, a.outLength);
-     }}};
-
-inline zulisim::EngineOptions CallsOptions() {
-  zulisim::EngineOptions options;
-  options.keepRecords = false;
-  for (zulisim::Client& client : options.clients) {
-    client.maxMessageLength = 0x1ab;
-    client.protocolVersion = 'A';  // the log must print it as a number
-  }
-  return options;
-}
+    {"StartIo3", Kind::kSend, "",
+     [](auto& a) { return StartIo3(a.used, a.in, a.inLength, a.out, a.outLength); }},
+    {"KaloCleanup3", Kind::kClose, kKaloFields, [](auto& a) { return KaloCleanup3(a.used); }},
+    {"KaloInit", Kind::kOpen, kKaloFields, [](auto&) { return KaloInit(); }},
+    {"KaloCleanup", Kind::kClose, kKaloFields, [](auto&) { return KaloCleanup(); }},
+    {"StartIoEx", Kind::kRoute, "",
+     [](auto& a) { return StartIoEx(a.in, a.inLength, a.out, a.outLength, a.data, a.length); }},
+    {"StartIo", Kind::kRoute, "",
+     [](auto& a) { return StartIo(a.in, a.inLength, a.out, a.outLength); }},
+    {"FenuInit3", Kind::kOpen, kFenuFields, [](auto& a) { return FenuInit3(&a.handle); }},
+    {"FenuCleanup3", Kind::kClose, kFenuFields, [](auto& a) { return FenuCleanup3(a.used); }},
+    {"FenuInit", Kind::kOpen, kFenuFields, [](auto&) { return FenuInit(); }},
+    {"FenuCleanup", Kind::kClose, kFenuFields, [](auto&) { return FenuCleanup(); }},
+    {"ProvisioningStartIo", Kind::kSend, "",
+     [](auto& a) { return ProvisioningStartIo(a.in, a.inLength, a.out, a.outLength); }}};
 
 // Calls entry points. Records the log and the device operations in one transcript.
 class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
  protected:
-  CallsTest() : LibraryTest(CallsOptions()) {
+  CallsTest() : LibraryTest({zulisim::DefaultClients(), false}) {
     engine.AddObserver(this);
-    for (const char* client : {"KALO", "FENU"}) {
-      // The engine sends a full reply even to a truncated request.
-      engine.SetResponder(client, [this](const Bytes&) {
-        return negative
-                   ? zulisim::Reply{Message(0x10, 32, 0x80000001, 0xfedc1, 0xabc), Bytes(16, 'p')}
-                   : zulisim::Reply{Message(0x10), {}};
-      });
-    }
     // Makes the device's descriptors 20 or higher, because decimal and hexadecimal print these
     // differently.
     while (dup(STDERR_FILENO) < 20) {
@@ -129,33 +112,22 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
   // `operations` has one letter for each operation (open, ioctl, close, write, read), a capital for
   // a failed one other than a close. X and Z are a write and a read that failed without a loss.
   void OnOperation(const zulisim::OperationRecord& record) override {
-    Add("<" + std::string(OperationName(record.operation)) +
-        (record.client.empty() ? "" : " " + record.client) +
-        (record.result != -1 ? "" : " " + zulisim::ErrnoName(record.error)) + ">");
     const std::string name = OperationName(record.operation);
     const bool failed = record.result == -1, lost = record.error == ENODEV;
+    Add("<" + name + (name == "ioctl" && !record.client.empty() ? " " + record.client : "") +
+        (failed ? " " + zulisim::ErrnoName(record.error) : "") + ">");
     operations += failed && !lost && name == "write"  ? 'X'
                   : failed && !lost && name == "read" ? 'Z'
                   : failed && name != "close"         ? static_cast<char>(std::toupper(name[0]))
                                                       : name[0];
-    if (name == "open" && !failed) open_.insert(opened = record.descriptor);
-    if (name == "close") open_.erase(record.descriptor);
-  }
-
-  // Removes the sinks of the log file. Otherwise their number would grow with every step.
-  static void TrimSinks() {
-    for (auto& all = Logger::logBase.sinks; all.size() > 1;) {
-      delete all.back();
-      all.pop_back();
-      all.shrink_to_fit();  // so that the next sink allocates memory
-    }
+    if (name == "open" && !failed) descriptors.insert(opened = record.descriptor);
+    if (name == "close") descriptors.erase(record.descriptor);
   }
 
   bool traced = false;
-  bool negative = false;  // true if the replies have a negative status
   std::string operations;
-  int opened = -1;  // the last descriptor of the device
-  std::set<int> open_;
+  int opened = -1;            // the last descriptor of the device
+  std::set<int> descriptors;  // the open descriptors of the device
 };
 
 }  // namespace test

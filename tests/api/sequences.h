@@ -3,106 +3,98 @@
 #include <unistd.h>
 
 #include <map>
+#include <random>
 #include <regex>
-#include <tuple>
 
 #include "tests/api/calls.h"
-#include "transport/cp_drem_session.h"
 
 namespace test {
 
 // One call of a random sequence, with the device faults during the call.
 struct Step {
   const Call* call;
-  unsigned handle, shape, tag;
+  unsigned handle, defects, tag;  // a bit for each defect
   uint32_t command;
   KALO_STATE_INIT_PARAMS params;
-  struct Fault {
-    zulisim::Operation operation;
-    unsigned first, times;
-    int error;
-  };
-  std::vector<Fault> faults;
+  std::vector<zulisim::Fault> faults;
 };
 using Sequence = std::vector<Step>;
 
 template <typename Random>
 Sequence RandomSequence(Random random) {
+  using zulisim::Operation;
   const auto below = [&random](size_t n) { return static_cast<unsigned>(random() % n); };
   static constexpr uint32_t kCommands[] = {0x10, 0x30000, 0x3FFFF, 0x40001, 0x2FFFF};
   static constexpr uint32_t kVersions[] = {0x30000, 0x30002, 0x30000, 0x30001};
   Sequence sequence(4 + below(40));
   for (Step& step : sequence) {
     step.call = &kCalls[below(std::size(kCalls))];
-    step.handle = below(64);
-    step.shape = below(3) != 0 ? 0 : below(64);
+    step.handle = below(4);
+    step.defects = below(3) != 0 ? 0 : below(1 << kDrawnDefects);
     step.tag = below(2) != 0 ? 0 : below(std::size(kTags));
     step.command = kCommands[below(std::size(kCommands))];
     step.params = {kVersions[below(4)], below(3)};
     for (unsigned i = below(4); i < 2; ++i) {
-      const auto operation = static_cast<zulisim::Operation>(below(zulisim::kOperationCount));
-      const bool loses = operation != zulisim::Operation::kClose && below(2) != 0;
-      step.faults.push_back(
-          {operation, below(5), 1 + below(6), loses ? ENODEV : EIO + static_cast<int>(below(8))});
+      const auto operation = static_cast<Operation>(below(zulisim::kOperationCount));
+      zulisim::FaultEffect effect = zulisim::DeviceLoss{};
+      if (operation == Operation::kClose || below(2) == 0) {
+        effect = zulisim::ErrnoFault{EIO + static_cast<int>(below(8))};
+      }
+      const unsigned first = 1 + below(5);
+      step.faults.push_back({operation, effect, {first, 1 + below(6)}});
     }
+    if (below(3) != 0) continue;
+    const zulisim::ReplyFault refusal{zulisim::kRefusedStatus};
+    step.faults.push_back({Operation::kWrite, refusal, {1, zulisim::kForever}});
   }
   return sequence;
 }
 
-// Runs calls and checks what holds after any sequence: the possible statuses, the order of the
-// device operations, the fields that a call may change, the error record, and the open sessions and
-// descriptors. The files in golden/ cover the log, the counts, the texts of errors, and the effects
-// of other code.
+// Runs calls and checks rules that hold after any call. The transcripts cover the log, the handles,
+// the counts and the texts of errors.
 class SequencesTest : public CallsTest {
  protected:
-  void Start() {
-    TakeRaw();
-    fresh_.Restore();
-    sink->onLine();
-  }
-
-  // Makes the call. Returns what is wrong with its outcome, or "".
+  // Makes the call. Returns the rules that it breaks, or "".
   std::string Run(const Step& step) {
     engine.ClearFaults();
-    for (const auto& [operation, first, times, error] : step.faults) {
-      zulisim::FaultEffect effect = zulisim::ErrnoFault{error};
-      if (error == ENODEV) effect = zulisim::DeviceLoss{};
-      engine.AddFault({operation, effect, {1 + first, times}});
+    for (const zulisim::Fault& fault : step.faults) engine.AddFault(fault);
+    Arguments arguments(step.command, kTags[step.tag]);
+    for (unsigned i = 0; i < kDrawnDefects; ++i) {
+      if ((step.defects >> i & 1) != 0) kDefects[i].apply(arguments);
     }
-    Arguments arguments(step.shape, step.tag, step.command);
     arguments.values = step.params;
-    // The possible handles: null and the live sessions.
-    std::vector<ClientSession*> handles = {nullptr};
-    for (ClientSession* session : live_) {
-      if (session != nullptr) handles.push_back(session);
-    }
-    arguments.used = handles[step.handle % handles.size()];
-    name_ = step.call->name;
-    wrong_.clear();
+    arguments.used = state.provisioningSession = SessionOf(step);
     operations.clear();
-    StateSnapshot before;
+    broken_.clear();
+    sink->onLine();  // sets the log's level
+    const StateSnapshot before;
+    const bool open =
+        connected.count(arguments.used) != 0 && connected[arguments.used] == ClientOf(step.command);
     const uint32_t status = Make(*step.call, arguments);
     TrimSinks();
     TakeRaw();
-    UpdateSessions(arguments, before, status);
-    if (IsChecked()) CheckOutcome(arguments, before, status);
-    return wrong_;
+    if (!IsChecked()) return "";
+    Rule(step.call->kind != Kind::kAnnounce ||
+             state.stateInitFlag == (step.params.stateInitOption == 1),
+         "option");
+    CheckStatus(*step.call, arguments, open, status);
+    if (status != 0) CheckRecord(*step.call, arguments, *before, status);
+    for (const std::string& field : before.Changed()) {
+      Rule(Matches(field, status != 0 ? ".*Error.*" : step.call->fields), field);
+    }
+    CheckSessions(*before);
+    return broken_;
   }
 
   // Closes everything. Returns the number of descriptors that stayed open: by contract, failed
   // connections leave them open.
   size_t Finish() {
     engine.ClearFaults();
-    state.kaloRefCountA = state.kaloRefCountB = 1;
-    state.fenuRefCount = 0;
-    KaloCleanup();
-    FenuCleanup();
-    for (size_t i = 3; i < live_.size(); ++i) SessionCleanup(live_[i]);
-    live_.assign(3, nullptr);
-    leaked_ = 0;
-    const std::set<int> left = open_;
+    while (!connected.empty()) SessionCleanup(connected.begin()->first);
+    const std::set<int> left = descriptors;
     for (const int descriptor : left) close(descriptor);
     engine.LoseDevice();  // this also drops replies that wait for the next connection
+    fresh_.Restore();
     return left.size();
   }
 
@@ -110,178 +102,94 @@ class SequencesTest : public CallsTest {
   // Returns false if the rules do not apply to the last call.
   virtual bool IsChecked() const { return true; }
 
-  std::string name_;
-
  private:
-  bool Is(const char* name) const { return name_ == name; }
-  bool IsAny(const char* names) const {
-    return (" " + std::string(names) + " ").find(" " + name_ + " ") != std::string::npos;
-  }
-  bool Opens() const { return IsAny("KaloInit KaloInit3 FenuInit FenuInit3"); }
-  bool Sends() const { return IsAny("StartIoEx3 StartIo3 StartIoEx StartIo ProvisioningStartIo"); }
-
-  bool OperationsAre(const std::string& form) const {
-    static std::map<std::string, std::regex> compiled;
-    return std::regex_match(operations, compiled.try_emplace(form, form).first->second);
+  void Rule(bool holds, std::string_view name) {
+    if (!holds) broken_ += std::string(name) + "; ";
   }
 
-  template <typename Value>
-  void Expect(const char* what, const Value& found, const Value& expected) {
-    if (found == expected) return;
-    std::ostringstream text;
-    text << what << " is " << found << ", not " << expected << "; ";
-    wrong_ += text.str();
+  static bool Matches(const std::string& text, const char* form) {
+    static std::map<const char*, std::regex> compiled;
+    return std::regex_match(text, compiled.try_emplace(form, form).first->second);
   }
 
-  // Updates the live sessions from the change of the counts.
-  void UpdateSessions(const Arguments& a, StateSnapshot& before, uint32_t status) {
-    const std::tuple<uint32_t, ClientSession*, uint32_t> fields[] = {
-        {before->kaloRefCountA, state.kaloSessionA, state.kaloRefCountA},
-        {before->kaloRefCountB, state.kaloSessionB, state.kaloRefCountB},
-        {before->fenuRefCount, state.fenuSession, state.fenuRefCount}};
-    for (size_t i = 0; i < 3; ++i) {
-      const auto& [counted, is, counts] = fields[i];
-      if (counted == 0 && counts == 1 && status == 0 && operations == "oi") {
-        live_.push_back(live_[i]);
-        live_[i] = is;
-      }
-      const bool closes =
-          (counted == 1 && counts == 0) || (i == 2 && Is("FenuCleanup") && counts == 0);
-      if (!closes) continue;
-      const ClientSession* closed = Is("FenuCleanup3") ? a.used : live_[i];
-      for (ClientSession*& session : live_) {
-        if (session == closed) session = nullptr;
-      }
+  // Removes the sinks of the log file. Otherwise their number would grow with every step.
+  static void TrimSinks() {
+    for (auto& all = Logger::logBase.sinks; all.size() > 1;) {
+      delete all.back();
+      all.pop_back();
+      all.shrink_to_fit();  // so that the next sink allocates memory
     }
-    if (Opens() && !operations.empty() && operations.back() == 'I') ++leaked_;
   }
 
-  void CheckOutcome(const Arguments& a, StateSnapshot& before, uint32_t status) {
-    Expect("status", status,
-           Opens()   ? StatusOfOpening(before)
-           : Sends() ? StatusOfSending(a, before)
-                     : 0);
-    const std::string form = Opens()                             ? "|O|oI|oi"
-                             : Sends()                           ? ".*"
-                             : IsAny("KaloCleanup KaloCleanup3") ? "c{0,2}"
-                             : IsAny("FenuCleanup FenuCleanup3") ? "c?"
-                                                                 : "";
-    if (!OperationsAre(form)) wrong_ += "operations " + operations + "; ";
-    CheckState(a, before, status);
-    CheckRecord(a, before, status);
-    size_t open = leaked_;
-    for (const ClientSession* session : live_) {
-      open += session != nullptr && session->dremSessions[0]->deviceFd != -1;
+  static const _GUID* ClientOf(uint32_t command) {
+    return command >> 16 == 3 ? &ClientSession::FENU_CLIENT_GUID : &ClientSession::KALO_CLIENT_GUID;
+  }
+
+  // Returns the session that the call selects, or a drawn one. Only StartIoEx may get the address
+  // of a closed session.
+  ClientSession* SessionOf(const Step& step) const {
+    ClientSession* const fields[] = {state.kaloSessionA, state.kaloSessionB, state.fenuSession,
+                                     nullptr};
+    if (step.call->kind == Kind::kRoute) return fields[step.command >> 16 == 3 ? 2 : 0];
+    if (step.call->name == "FenuCleanup3") return fields[2];
+    return connected.count(fields[step.handle]) != 0 ? fields[step.handle] : nullptr;
+  }
+
+  void CheckStatus(const Call& call, const Arguments& a, bool open, uint32_t status) {
+    const bool routed = call.kind == Kind::kRoute, sends = routed || call.kind == Kind::kSend;
+    const bool wrapper = call.name.rfind("StartIoEx", 0) == 0 && a.AsksForWrapper();
+    uint32_t refusal = 0;
+    if (sends) {
+      const uint32_t tooShort = a.inLength < 16 ? 3 : a.outLength < 16 ? 4 : 0;
+      refusal = a.in == nullptr || a.out == nullptr || (!routed && a.used == nullptr) ? 2
+                : wrapper && !routed                                                  ? 0
+                : tooShort != 0 || !routed || open                                    ? tooShort
+                                                                                      : 6;
     }
-    Expect("open descriptors", static_cast<size_t>(engine.OpenDescriptors()), open);
+    const char last = operations.empty() ? '\0' : operations.back();
+    const bool failed = last != '\0' && (sends ? last != 'r' : last == 'O' || last == 'I');
+    Rule(status == (failed ? 1 : refusal), "status");
+    Rule(last == '\0' || (refusal == 0 && Matches(operations, sends ? kExchange : "O|oI|oi|c*")),
+         "operations");
+    Rule(last == '\0' || !wrapper, "wrapper");
   }
 
-  // Checks whether the call connects, and returns the status that its operations imply.
-  uint32_t StatusOfOpening(StateSnapshot& before) {
-    const bool kalo = IsAny("KaloInit KaloInit3");
-    const bool first =
-        kalo ? before->kaloRefCountA == 0 || (before->kaloRefCountB == 0 &&
-                                              before->firmwareApiVersion == KALO_FIRMWARE_API_30)
-             : before->fenuInterfaceVersion == 0;
-    const bool held = (Is("KaloInit") && before->kaloSessionA != nullptr) ||
-                      (Is("FenuInit") && before->fenuSession != nullptr);
-    Expect("connection", !operations.empty(), first && !held);
-    return operations.empty() || operations == "oi" ? 0 : 1;
-  }
-
-  // Returns the session on which the call sends.
-  const void* SessionOf(const Arguments& a, StateSnapshot& before) const {
-    if (Is("ProvisioningStartIo")) return nullptr;
-    if (IsAny("StartIoEx3 StartIo3")) return a.used;
-    return a.command >> 16 == 3 ? before->fenuSession : before->kaloSessionA;
-  }
-
-  uint32_t StatusOfSending(const Arguments& a, StateSnapshot& before) {
-    const bool routed = IsAny("StartIoEx StartIo");
-    const void* session = SessionOf(a, before);
-    const bool live = session != nullptr && session == live_[a.command >> 16 == 3 ? 2 : 0];
-    const bool noPointer = a.in == nullptr || a.out == nullptr;
-    const uint32_t tooShort = a.inLength < 16 ? 3 : a.outLength < 16 ? 4 : 0;
-    const bool wrapper = IsAny("StartIoEx3 StartIoEx") && a.AsksForWrapper();
-    uint32_t expected = 0;
-    if (routed) {
-      expected = noPointer ? 2 : tooShort != 0 ? tooShort : !live ? 6 : 0;
-    } else {
-      expected = session == nullptr || noPointer ? 2 : wrapper ? 0 : tooShort;
-    }
-    if (expected != 0 || wrapper) {
-      Expect("operations", operations, std::string());
-      return expected;
-    }
-    const auto done = [](const std::string& call, const std::string& lost) {
-      return "(" + lost + "coi){0,4}" + call;
-    };
-    const auto failed = [](const std::string& lost, const std::string& error) {
-      return "((" + lost + "coi){0,4}(" + error + "|" + lost + "c(O|oI))|(" + lost + "coi){5})";
-    };
-    const std::string write = done("w", "W"), read = done("r", "R");
-    if (OperationsAre("|" + write + read + "(" + read + ")?")) return 0;
-    if (OperationsAre(failed("W", "X") + "|" + write + failed("R", "Z") + "|" + write + read +
-                      failed("R", "Z"))) {
-      return 1;
-    }
-    wrong_ += "operations " + operations + "; ";
-    return 0;
-  }
-
-  void CheckState(const Arguments& a, StateSnapshot& before, uint32_t status) {
+  void CheckSessions(const KaloDllState& before) {
+    std::map<ClientSession*, const _GUID*> expected;
+    if (state.kaloRefCountA != 0) expected[state.kaloSessionA] = ClientOf(0);
+    if (state.kaloRefCountB != 0) expected[state.kaloSessionB] = ClientOf(0);
+    if (state.fenuRefCount != 0) expected[state.fenuSession] = ClientOf(0x30000);
+    expected.erase(nullptr);  // FenuInit3 after FenuCleanup counts a null handle
+    Rule(connected == expected, "sessions");
     // The user of a shared session B follows the first session A, and ends with the last.
-    const bool opensA = before->kaloRefCountA == 0 && state.kaloRefCountA == 1;
-    const bool closesA = before->kaloRefCountA == 1 && state.kaloRefCountA == 0;
-    const bool shared = opensA ? state.stateInitFlag : !closesA && before->sessionBShared;
-    Expect("sharing", state.sessionBShared, shared);
-    if (Is("KaloInit3") && status == 0) {
-      const void* given = state.kaloRefCountA != before->kaloRefCountA   ? state.kaloSessionA
-                          : state.kaloRefCountB != before->kaloRefCountB ? state.kaloSessionB
-                                                                         : a.kUnwritten;
-      Expect("handle", const_cast<const void*>(a.handle), given);
-      const bool joinsB = before->firmwareApiVersion == KALO_FIRMWARE_API_30 &&
-                          before->kaloRefCountA != 0 &&
-                          (before->kaloRefCountB == 0 || before->sessionBShared);
-      Expect("joining B", state.kaloRefCountB != before->kaloRefCountB, joinsB);
-    }
-    // Checks that a field changed only if the call may change it.
-    static const std::string kRecord =
-        " apiErrorText apiErrorCode kaloErrorText kaloErrorCode fenuErrorText fenuErrorCode "
-        "lastErrorSource lastErrorContext lastErrorProcessId ";
-    const std::string own = Is("KaloStateInit") ? " firmwareApiVersion stateInitFlag "
-                            : Sends()           ? ""
-                            : name_.rfind("Kalo", 0) == 0
-                                ? " kaloInterfaceVersion kaloSessionA kaloSessionB "
-                                  "kaloRefCountA kaloRefCountB sessionBShared "
-                                : " fenuInterfaceVersion fenuSession fenuRefCount ";
-    for (const std::string& field : before.Changed()) {
-      const std::string& allowed =
-          status != 0 && kRecord.find(" " + field + " ") != kRecord.npos ? kRecord : own;
-      if (allowed.find(" " + field + " ") == std::string::npos) wrong_ += field + " changed; ";
-    }
+    const bool opensA = before.kaloRefCountA == 0 && state.kaloRefCountA != 0;
+    const bool closesA = before.kaloRefCountA != 0 && state.kaloRefCountA == 0;
+    Rule(state.sessionBShared == (opensA ? state.stateInitFlag : !closesA && before.sessionBShared),
+         "sharing");
   }
 
-  void CheckRecord(const Arguments& a, StateSnapshot& before, uint32_t status) {
-    if (status == 0) return;
-    const bool own = IsAny("StartIoEx StartIo") && operations.empty();
-    const uint32_t source = !own ? 1 : before->kaloSessionA == nullptr ? 2 : 3;
-    Expect("source", state.lastErrorSource, source);
+  void CheckRecord(const Call& call, const Arguments& a, const KaloDllState& before,
+                   uint32_t status) {
+    const bool earlier = call.kind == Kind::kRoute && operations.empty();
+    const uint32_t source = !earlier ? 1 : before.kaloSessionA == nullptr ? 2 : 3;
     const uint32_t codes[] = {state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
-    Expect("code", codes[source - 1], status == 1 ? 0xFFFFFFFF : status);
-    if (own) return;
-    const void* context = Opens() ? reinterpret_cast<void*>(0xDEADBEEFull) : SessionOf(a, before);
-    Expect("context", const_cast<const void*>(state.lastErrorContext), context);
-    if (Opens() || context == nullptr) return;
-    const auto* session = static_cast<const ClientSession*>(context);
-    Expect("session's status", session->lastErrorStatus, static_cast<int32_t>(state.apiErrorCode));
+    Rule(state.lastErrorSource == source, "source");
+    Rule(codes[source - 1] == (status == 1 ? 0xFFFFFFFF : status), "code");
+    if (earlier) return;
+    const bool opens = call.kind == Kind::kOpen;
+    Rule(state.lastErrorContext == (opens ? reinterpret_cast<void*>(0xDEADBEEFull) : a.used),
+         "context");
+    if (opens || a.used == nullptr) return;
+    Rule(a.used->lastErrorStatus == static_cast<int32_t>(state.apiErrorCode), "session's status");
   }
+
+  // The operations of an exchange, which reconnects a lost device up to five times.
+  static constexpr char kExchange[] =
+      "(Wcoi){5}|(Wcoi){0,4}(X|WcO|WcoI)|"
+      "(Wcoi){0,4}w((Rcoi){0,4}r)?((Rcoi){5}|(Rcoi){0,4}(r|Z|RcO|RcoI))";
 
   const StateSnapshot fresh_;
-  // The sessions of the fields A, B and FENU, or null. After them, sessions that no field holds.
-  std::vector<ClientSession*> live_ = std::vector<ClientSession*>(3);
-  size_t leaked_ = 0;
-  std::string wrong_;
+  std::string broken_;
 };
 
 }  // namespace test

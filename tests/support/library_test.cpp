@@ -8,7 +8,6 @@
 #include <cstring>
 #include <exception>
 #include <filesystem>
-#include <sstream>
 #include <utility>
 
 namespace test {
@@ -44,22 +43,6 @@ Bytes Message(uint32_t command, size_t size, uint32_t status, uint32_t word0, ui
   const uint32_t words[] = {word0, command, status, word3};
   std::memcpy(bytes.data(), words, std::min(size, sizeof words));
   return bytes;
-}
-
-std::string Hex(uint64_t value) {
-  std::ostringstream text;
-  text << std::hex << value;
-  return text.str();
-}
-
-std::string WithoutTag(const std::string& line) {
-  const size_t begin = line.find(':');
-  if (line[0] == '<' || begin == std::string::npos) return line;
-  const size_t end = line.find_first_not_of("0123456789", begin + 1);
-  if (end == begin + 1 || end == std::string::npos || line.compare(end, 2, ": ") != 0) {
-    return "untagged " + line;
-  }
-  return line.substr(0, begin) + line.substr(end);
 }
 
 StateSnapshot::StateSnapshot() { std::memcpy(bytes_, &gKaloDllState, sizeof bytes_); }

@@ -27,12 +27,6 @@ using Bytes = std::vector<unsigned char>;
 Bytes Message(uint32_t command, size_t size = 32, uint32_t status = 0, uint32_t word0 = 0,
               uint32_t word3 = 0);
 
-// Returns the value in the form in which the log prints counts.
-std::string Hex(uint64_t value);
-
-// Removes the tag: "name:12: text" becomes "name: text". Marks a line without a tag as "untagged".
-std::string WithoutTag(const std::string& line);
-
 // A function, because macros do not accept braced lists.
 template <typename... Text>
 Lines List(const Text&... texts) {
@@ -52,7 +46,7 @@ class StateSnapshot {
   // Returns the names of the fields that have changed, in order of declaration, without the lock.
   Lines Changed() const;
   void Restore() const;
-  KaloDllState* operator->() { return reinterpret_cast<KaloDllState*>(bytes_); }
+  const KaloDllState& operator*() const { return *reinterpret_cast<const KaloDllState*>(bytes_); }
 
  private:
   alignas(KaloDllState) char bytes_[sizeof(KaloDllState)];

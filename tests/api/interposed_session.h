@@ -1,5 +1,9 @@
 #pragma once
 
+#include <map>
+
+#include "transport/client_session.h"
+
 namespace test {
 
 // Functions of the library that can throw exceptions that no device failure causes.
@@ -12,5 +16,8 @@ struct InjectedFailure {
   const char* detail = nullptr;
 };
 extern InjectedFailure injected;
+
+// The sessions that the library has connected and not closed, with their clients.
+extern std::map<ClientSession*, const _GUID*> connected;
 
 }  // namespace test

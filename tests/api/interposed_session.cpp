@@ -1,16 +1,16 @@
-#include "tests/api/injected_failure.h"
+#include "tests/api/interposed_session.h"
 
 // This program defines members of the library's classes. The dynamic linker prefers them, so they
-// can throw, or choose another client.
+// can throw, keep a list of the open sessions, or choose another client.
 
 #include <dlfcn.h>
 
 #include <utility>
 
-#include "transport/client_session.h"
 #include "transport/kalo_exception.h"
 
 test::InjectedFailure test::injected;
+std::map<ClientSession*, const _GUID*> test::connected;
 
 namespace {
 
@@ -36,9 +36,11 @@ void ClientSession::ConnectClient(const _GUID* guid) {
   ThrowIfDue(test::Point::kConnectClient);
   Original<void(ClientSession*, const _GUID*)>("_ZN13ClientSession13ConnectClientEPK5_GUID")(this,
                                                                                              guid);
+  test::connected[this] = guid;
 }
 
 void ClientSession::DisconnectAllClients() {
+  test::connected.erase(this);
   ThrowIfDue(test::Point::kDisconnectAllClients);
   Original<void(ClientSession*)>("_ZN13ClientSession20DisconnectAllClientsEv")(this);
 }
