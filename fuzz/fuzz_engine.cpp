@@ -7,25 +7,11 @@
 
 namespace {
 
-// The input makes the choices that the random tests make at random.
-struct Choices {
-  uint32_t operator()() { return input.ConsumeIntegral<uint8_t>(); }
-  FuzzedDataProvider& input;
-};
-
 class Sequences : public test::SequencesTest {
  public:
-  void CheckSequence(const uint8_t* data, size_t size) {
-    FuzzedDataProvider input(data, size);
-    Choices choices{input};
-    traced = choices() % 2 == 1;
-    for (const test::Step& step : test::RandomSequence(choices)) {
-      const std::string wrong = Run(step);
-      if (!wrong.empty()) std::fprintf(stderr, "%s: %s\n", step.call->name, wrong.c_str());
-      FUZZ_CHECK(wrong.empty());
-    }
-    Finish();
-  }
+  using CallsTest::traced;
+  using SequencesTest::Finish;
+  using SequencesTest::Run;
 
  private:
   void TestBody() override {}
@@ -35,6 +21,15 @@ class Sequences : public test::SequencesTest {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static Sequences* const sequences = new Sequences;
-  sequences->CheckSequence(data, size);
+  FuzzedDataProvider input(data, size);
+  // The input makes the choices that the random tests make at random.
+  const auto choose = [&input] { return uint32_t{input.ConsumeIntegral<uint8_t>()}; };
+  sequences->traced = choose() % 2 == 1;
+  for (const test::Step& step : test::RandomSequence(choose)) {
+    const std::string wrong = sequences->Run(step);
+    if (!wrong.empty()) std::fprintf(stderr, "%s: %s\n", step.call->name.c_str(), wrong.c_str());
+    FUZZ_CHECK(wrong.empty());
+  }
+  sequences->Finish();
   return 0;
 }

@@ -28,12 +28,9 @@ class Clients : public LibraryTest {
     return name + (reply == Bytes(32) ? ", zeros" : reply == request ? ", reply" : ", other");
   }
 
-  void Answer(uint32_t status, size_t size) {
+  void Answer(uint32_t status, const std::optional<Bytes>& privateData = {}) {
     engine.SetResponder("KALO", [=](const Bytes& request) {
-      zulisim::Reply reply = zulisim::EchoReply(request, status);
-      if (status >= 0x80000000) reply.privateData = Bytes(16, 'p');
-      reply.message->resize(size);
-      return reply;
+      return zulisim::EchoReply(request, status, privateData);
     });
   }
 
@@ -47,16 +44,16 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   EXPECT_EQ(last_.text, "Cannot open ZULI device.");
   EXPECT_EQ(last_.status, KALO_DLL_STATUS_FAILURE);
   EXPECT_EQ(Send(client), "done, reply");
-  Answer(3, 32);
+  Answer(3);
   EXPECT_EQ(Send(client), "done, reply");
   EXPECT_EQ(last_.firmwareStatus, 3);
-  Answer(0x80000001, 32);
+  Answer(0x80000001, Bytes(16, 'p'));
   EXPECT_EQ(Send(client), "refused, reply");
   EXPECT_EQ(last_.privateData[15], 'p');
-  Answer(0, 8);
+  Answer(0);
+  engine.AddFault({Operation::kRead, zulisim::ShortCount{8}});
   EXPECT_EQ(Send(client), "unknown, other");
   EXPECT_EQ(last_.text, "the reply holds no status");
-  Answer(0, 32);
   EXPECT_EQ(Send(client, 15), "not sent, zeros");
   EXPECT_EQ(last_.status, KALO_DLL_STATUS_INPUT_BUFFER_TOO_SMALL);
   const uint64_t opened = Count(Operation::kOpen);
