@@ -64,7 +64,7 @@ class Seeds : public testing::Test {
 
 TEST_F(Seeds, pass_the_checks_as_they_are_and_changed) {
   for (const Lines& seed : seeds_) Check(seed);
-  for (int count = 3000; count != 0 && !HasFailure(); --count) Check(Changed());
+  for (int count = 2000; count != 0 && !HasFailure(); --count) Check(Changed());
 }
 
 }  // namespace
