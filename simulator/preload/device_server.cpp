@@ -180,11 +180,17 @@ Result DeviceServer::Perform(int channel, Message* message, unsigned char* buffe
 // --- Descriptors. ---
 
 Result DeviceServer::Open(int channel, const Message& request) {
-  const Result result = device_.Open(request.flags, request.mode, request.descriptor);
-  if (result.value == -1) return result;
+  const int socket = fcntl(channel, F_DUPFD_CLOEXEC, 0);
+  const Result result =
+      socket < 0 || IsScarce(socket)
+          ? Result{-1, EMFILE}
+          : device_.Open(request.flags, request.mode, request.descriptor);
+  if (result.value == -1) {
+    close(socket);
+    return result;
+  }
   std::lock_guard<std::mutex> lock(mutex_);
-  descriptors_[static_cast<std::uint64_t>(result.value)].socket =
-      fcntl(channel, F_DUPFD_CLOEXEC, 0);
+  descriptors_[static_cast<std::uint64_t>(result.value)].socket = socket;
   return result;
 }
 
