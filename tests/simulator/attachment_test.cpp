@@ -3,6 +3,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <limits.h>
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
@@ -12,6 +13,7 @@
 
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <chrono>
 #include <fstream>
 #include <optional>
@@ -56,19 +58,33 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   const std::string log = "/tmp/attachment_test." + std::to_string(getpid());
   Engine engine;
   InProcessDevice attachment(engine, {{"/data/Marvoleth.log", log}});
-  std::ofstream("/data//Marvoleth.log", std::ios::app) << "line";
-  struct stat status {};
-  EXPECT_EQ(stat("/data/Marvoleth.log", &status) + access("/data/Marvoleth.log", F_OK), 0);
-  EXPECT_EQ(status.st_size, 4);
+  const char* const path = "/data//Marvoleth.log";
   const std::string moved = log + ".moved";
-  EXPECT_EQ(rename("/data/Marvoleth.log", moved.c_str()), 0);
-  EXPECT_EQ(rename(moved.c_str(), "/data/Marvoleth.log"), 0);
-  EXPECT_EQ(unlink("/data/Marvoleth.log"), 0);
+  struct stat status {};
+  for (const bool first : {true, false}) {
+    close(first ? creat(path, 0600) : openat(AT_FDCWD, path, O_CREAT, 0600));
+    std::ofstream(path, std::ios::app) << "line";
+    EXPECT_EQ(first ? stat(path, &status) : lstat(path, &status), 0);
+    EXPECT_EQ(status.st_size, 4);
+    EXPECT_EQ(first ? access(path, R_OK) : faccessat(AT_FDCWD, path, R_OK, 0), 0);
+    const auto move = [=](const char* from, const char* to) {
+      return first ? rename(from, to) : renameat(AT_FDCWD, from, AT_FDCWD, to);
+    };
+    EXPECT_EQ(move(path, moved.c_str()), 0);
+    EXPECT_EQ(truncate(path, 0), -1);
+    EXPECT_EQ(move(moved.c_str(), path), 0);
+    EXPECT_EQ(truncate(path, 0), 0);
+    EXPECT_EQ(first ? unlink(path) : remove(path), 0);
+  }
 
+  constexpr int kKept = O_RDWR | O_APPEND | O_NONBLOCK;
+  constexpr int kFlags = kKept | O_CLOEXEC | O_CREAT | O_TRUNC | O_NOCTTY;
   errno = 77;
-  const int descriptor = open("/dev/..//dev/./zuli", O_RDWR | O_CLOEXEC | O_APPEND);
-  EXPECT_EQ(engine.Records().at(0).openFlags, O_RDWR | O_CLOEXEC | O_APPEND);
+  const int descriptor = open("/../dev/..//dev/./zuli", kFlags, 0640);
+  EXPECT_EQ(engine.Records().at(0).openFlags, kFlags);
+  EXPECT_EQ(engine.Records().at(0).openMode, 0640u);
   EXPECT_EQ(fcntl(descriptor, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(descriptor, F_GETFL), kKept);
   EXPECT_EQ(fcntl(descriptor, F_SETFL, O_NONBLOCK), 0);
   EXPECT_EQ(fcntl(descriptor, F_GETFL), O_RDWR | O_NONBLOCK);
   Guid guid = DefaultClients()[0].guid;
@@ -85,9 +101,14 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   engine.AddFault({Operation::kWrite, ErrnoFault{EIO}, {2, 2}});
   EXPECT_EQ(writev(descriptor, pieces, 2), 30) << "the second piece fails";
   EXPECT_EQ(ErrorOf(writev(descriptor, pieces, 2)), EIO) << "the first piece fails";
-  struct stat byPath {};
-  EXPECT_EQ(stat("/dev/zuli", &byPath) + fstat(descriptor, &status), 0);
-  EXPECT_TRUE(S_ISCHR(byPath.st_mode) && S_ISCHR(status.st_mode));
+  struct stat seen[5] = {};
+  EXPECT_EQ(stat("/dev/zuli", &seen[0]) + lstat("/dev/zuli", &seen[1]), 0);
+  EXPECT_EQ(fstat(descriptor, &seen[2]) + fstatat(descriptor, "", &seen[3], AT_EMPTY_PATH), 0);
+  EXPECT_EQ(fstatat(AT_FDCWD, "/dev/zuli", &seen[4], 0), 0);
+  for (const struct stat& one : seen) EXPECT_TRUE(S_ISCHR(one.st_mode));
+  EXPECT_EQ(access("/dev/zuli", W_OK) + faccessat(AT_FDCWD, "/dev/zuli", W_OK, AT_EACCESS), 0);
+  EXPECT_EQ(ErrorOf(fdopen(descriptor, "r") == nullptr ? -1 : 0), EOPNOTSUPP);
+  EXPECT_EQ(ErrorOf(freopen("/dev/zuli", "r", stdin) == nullptr ? -1 : 0), EOPNOTSUPP);
   // A number that was closed without the hooks no longer means the device.
   reinterpret_cast<int (*)(int)>(dlsym(RTLD_NEXT, "close"))(descriptor);
   EXPECT_EQ(open("/dev/null", O_RDWR), descriptor);
@@ -98,8 +119,13 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   engine.AddFault({Operation::kOpen, ErrnoFault{EACCES}});
   EXPECT_EQ(ErrorOf(open("/dev/zuli", O_RDWR)), EACCES);
   // The hooks serve syscall(2).
-  const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDWR);
+  EXPECT_EQ(ErrorOf(syscall(SYS_openat, AT_FDCWD, nullptr, O_RDWR)), EFAULT);
+#ifdef SYS_open
+  EXPECT_EQ(close(static_cast<int>(syscall(SYS_open, "/dev/zuli", O_WRONLY, 0600))), 0);
+#endif
+  const long direct = syscall(SYS_openat, AT_FDCWD, "/none/../dev/zuli", O_RDWR, 0600);
   EXPECT_EQ(direct, next);
+  EXPECT_EQ(engine.Records().back().openMode, 0600u);
   EXPECT_EQ(ErrorOf(syscall(SYS_read, direct, buffer, 1L)), ENOTCONN);
   guid = DefaultClients()[0].guid;
   EXPECT_EQ(syscall(SYS_ioctl, direct, kConnectRequest, guid.data()), 0);
@@ -109,8 +135,9 @@ TEST(AttachmentTest, handles_libc_calls_and_keeps_errno_on_success) {
   EXPECT_EQ(syscall(SYS_readv, direct, pieces, 2L), 54);
   EXPECT_EQ(syscall(SYS_close, direct), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
-  for (const char* other :
-       {"/dev/zuli/", "/dev/zuli/.", "/dev/zuli/..", "/x/dev/zuli", "/dev/xzuli"}) {
+  const std::string tooLong = std::string(PATH_MAX - strlen("/dev/zuli"), '/') + "/dev/zuli";
+  for (const char* other : {"/dev/zuli/", "/dev/zuli/.", "/dev/zuli/..", "/x/dev/zuli",
+                            "/dev/xzuli", tooLong.c_str()}) {
     EXPECT_NE(ErrorOf(open(other, O_WRONLY)), 0) << other;
   }
 }
@@ -129,6 +156,9 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   EXPECT_EQ(ErrorOf(read(writer, nullptr, 0)), EBADF);
   EXPECT_EQ(close(writer), 0);
   EXPECT_EQ(dup2(first, first), first);
+  EXPECT_EQ(ErrorOf(dup3(first, first, 0)), EINVAL);
+  EXPECT_EQ(fcntl(first, F_GETFD), 0);
+  EXPECT_EQ(close(fcntl(first, F_DUPFD, 100)), 0);
   EXPECT_EQ(close(first), 0);
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);
@@ -180,10 +210,12 @@ TEST(AttachmentTest, is_a_character_device) {
   EXPECT_EQ(fcntl(device, F_GETFD), 0);
   int on = 1, off = 0;
   EXPECT_EQ(ErrorOf(ioctl(device, FIOASYNC, &on)), ENOTTY);
+  EXPECT_EQ(ErrorOf(ioctl(device, FIOASYNC, nullptr)), EFAULT);
   EXPECT_EQ(ioctl(device, FIOASYNC, &off), 0);
   EXPECT_EQ(ioctl(device, FIONBIO, &on), 0);
   EXPECT_EQ(fcntl(device, F_GETFL) & (O_ACCMODE | O_NONBLOCK), O_RDWR | O_NONBLOCK);
   EXPECT_EQ(write(device, bytes, 16), 16);
+  EXPECT_EQ(read(device, nullptr, 0), 0);
   EXPECT_EQ(ErrorOf(read(device, bytes, 16)), EAGAIN);  // the reply arrives after a minute
   const std::vector<struct iovec> pieces(300, {bytes, 1});
   EXPECT_GE(writev(device, pieces.data(), 300), 256);  // FUSE does not get all pieces at once

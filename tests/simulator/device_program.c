@@ -4,6 +4,7 @@
 #define _GNU_SOURCE
 #include <errno.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -61,6 +62,7 @@ static long Bare(size_t count) {
 static long NonBlock(size_t none) { return fcntl(device, F_SETFL, O_NONBLOCK) + (long)none; }
 
 static long On(size_t descriptor) { return device = (int)descriptor; }
+static long Onto(size_t descriptor) { return dup2(device, (int)descriptor); }
 
 static long InChild(size_t count) {
   char on[16], exchange[32];
@@ -71,6 +73,14 @@ static long InChild(size_t count) {
     execl(self, self, on, exchange, "close", (char*)NULL);
     _exit(99);
   }
+  wait(&status);
+  return WEXITSTATUS(status);
+}
+
+/* The child uses the memory of this process, but has descriptors of its own. */
+static long InVfork(size_t count) {
+  int status = 0;
+  if (vfork() == 0) _exit((int)Write(count) + close(device));
   wait(&status);
   return WEXITSTATUS(status);
 }
@@ -94,9 +104,14 @@ static const struct {
              {"read", Read},       {"write", Write},       {"close", Close},
              {"badread", BadRead}, {"badwrite", BadWrite}, {"bare", Bare},
              {"on", On},           {"child", InChild},     {"log", Log},
-             {"exit", Exit},       {"nonblock", NonBlock}};
+             {"exit", Exit},       {"nonblock", NonBlock}, {"vfork", InVfork},
+             {"onto", Onto}};
+
+static void OnSignal(int number) { (void)number; }
 
 int main(int argc, char** argv) {
+  const struct sigaction action = {.sa_handler = OnSignal};
+  sigaction(SIGUSR1, &action, NULL);
   self = argv[0];
   for (int i = 1; i < argc; ++i) {
     const char* step = argv[i];
