@@ -6,6 +6,8 @@ PATH=$2:$PATH
 # shellcheck source=tools/completion.bash
 . "$1"
 failures=0
+complete -p zulisim kaloctl >/dev/null || exit
+compopt() { COMPREPLY+=("$2"); }
 
 # offers 'WORDS' WORD...: checks the completions of the last of WORDS.
 offers() {
@@ -23,8 +25,8 @@ offers 'zulisim run --devi' --device
 offers 'zulisim run --device ' preload fuse
 offers 'zulisim run --device = f' fuse
 offers 'zulisim run --device =' preload fuse
-offers 'zulisim run -q --fault r' read:
-offers 'zulisim run --reply k' kalo:
+offers 'zulisim run -q --fault ' open: ioctl: read: write: close: nospace
+offers 'zulisim run --reply ' kalo: fenu: sab: nospace
 offers 'zulisim run --report '
 offers 'zulisim run ./driver --de'
 offers 'zulisim run -- --de'
