@@ -190,38 +190,35 @@ TEST_F(Messages, take_and_release_the_lock_once_each_with_or_without_a_sink) {
 
 // A sink cannot be deleted safely while one is being called.
 TEST_F(Messages, let_a_sink_end_the_process) {
-  struct Undeletable : LogSink {
-    ~Undeletable() override { _exit(static_cast<int>(gKaloDllState.kaloRefCountA)); }
+  struct Last : LogSink {
+    ~Last() override { _exit(static_cast<int>(gKaloDllState.kaloRefCountA)); }
     void logMessage(const char*) override {}
   };
-  EXPECT_EXIT(
-      {
-        Logger::logBase.sinks.push_back(new Undeletable);
-        sink->onLine = [this] {
-          // When locking fails, the statement of another thread must have been delivered before
-          // this one.
-          sink->onLine = nullptr;
-          lockFails = true;
-          std::thread([] { Say("text"); }).join();
-          exit(3);
-        };
-        Say("text");
-      },
-      testing::ExitedWithCode(3), "");
-  struct First : Undeletable {
+  struct First : Last {
     // The log's base is destroyed before the state.
     ~First() override { gKaloDllState.kaloRefCountA += 4; }
   };
-  for (const bool logs : {false, true}) {
+  const std::string silent = "silent", logs = "logs", ends = "ends in a sink";
+  for (const std::string& process : {silent, logs, ends}) {
     EXPECT_EXIT(
         {
           state.kaloRefCountA = 5;
           auto& sinks = Logger::logBase.sinks;
-          sinks.insert(sinks.end(), {new First, new Undeletable});
-          if (logs) Say("text");
+          sinks.insert(sinks.end(), {new First, new Last});
+          if (process == ends) {
+            sink->onLine = [this] {
+              // When locking fails, the statement of another thread must have been delivered before
+              // this one.
+              sink->onLine = nullptr;
+              lockFails = true;
+              std::thread([] { Say("text"); }).join();
+              exit(3);
+            };
+          }
+          if (process != silent) Say("text");
           exit(3);
         },
-        testing::ExitedWithCode(9), "");
+        testing::ExitedWithCode(process == ends ? 3 : 9), "");
   }
 }
 
