@@ -77,5 +77,24 @@ TEST_F(NthFailure, is_reported_or_ignored_and_later_calls_work) {
   EXPECT_EQ(entryPoints.size(), std::size(kCalls));
 }
 
+TEST_F(NthFailure, of_memory_cuts_only_the_log_line_that_needs_it) {
+  ASSERT_TRUE(faults::Install());
+  void* handle = nullptr;
+  // Lines of up to 255 characters need no memory. Beyond the length 250, each allocation fails
+  // once.
+  bool failed = true;
+  for (uint32_t length = 200; length <= 251 || failed; ++length) {
+    const std::string text(length, 'x');
+    injected = {Point::kConnectClient, text.c_str()};
+    faults::Arm("malloc", length > 250 ? length - 250 : 0);
+    KaloInit3(&handle);
+    failed = faults::Disarm();
+    const std::string line = TakeRaw().back();
+    if (!failed) {
+      EXPECT_THAT(line, testing::EndsWith(": KALO Exception 0x4d " + text));
+    }
+  }
+}
+
 }  // namespace
 }  // namespace test
