@@ -32,7 +32,6 @@ std::string armedCall;
 uint32_t callsLeft = 0;
 int armedError = 0;
 pthread_mutex_t* mutexNotLocked = nullptr;
-int unlocksAfterFailedLock = 0;
 
 // Stops counting during a call, because what runs inside the call belongs to the simulator or the
 // test.
@@ -110,7 +109,7 @@ int Lock(pthread_mutex_t* mutex) {
   return fails ? EINVAL : pthread_mutex_lock(mutex);
 }
 int Unlock(pthread_mutex_t* mutex) {
-  if (mutexNotLocked == mutex) return ++unlocksAfterFailedLock, EPERM;
+  if (mutexNotLocked == mutex) return EPERM;
   pthread_mutex_unlock(mutex);
   return Fails("unlock") ? EPERM : 0;
 }
@@ -189,7 +188,6 @@ void Arm(const std::string& call, uint32_t number, int error) {
   armedCall = call;
   callsLeft = number;
   injected = false;
-  unlocksAfterFailedLock = 0;
   counting = true;
 }
 
@@ -197,7 +195,5 @@ bool Disarm() {
   counting = false;
   return injected;
 }
-
-int UnlocksAfterFailedLock() { return unlocksAfterFailedLock; }
 
 }  // namespace faults

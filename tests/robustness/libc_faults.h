@@ -20,8 +20,4 @@ void Arm(const std::string& call, uint32_t number, int error = EIO);
 // Stops counting. Returns true if the call failed.
 bool Disarm();
 
-// Returns how often the library unlocked a mutex that it had failed to lock, since Arm. Contract:
-// it does so once.
-int UnlocksAfterFailedLock();
-
 }  // namespace faults
