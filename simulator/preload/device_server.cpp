@@ -181,10 +181,9 @@ Result DeviceServer::Perform(int channel, Message* message, unsigned char* buffe
 
 Result DeviceServer::Open(int channel, const Message& request) {
   const int socket = fcntl(channel, F_DUPFD_CLOEXEC, 0);
-  const Result result =
-      socket < 0 || IsScarce(socket)
-          ? Result{-1, EMFILE}
-          : device_.Open(request.flags, request.mode, request.descriptor);
+  const Result result = socket < 0 || IsScarce(socket)
+                            ? Result{-1, EMFILE}
+                            : device_.Open(request.flags, request.mode, request.descriptor);
   if (result.value == -1) {
     close(socket);
     return result;
