@@ -6,6 +6,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -15,6 +16,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <future>
 #include <memory>
 #include <thread>
 #include <utility>
@@ -112,7 +114,16 @@ TEST(KernelServerTest, serves_threads_until_the_service_ends) {
     GTEST_SKIP() << "cannot mount a file through FUSE";
   }
   std::ofstream{Path()};
+  // Even SIGKILL does not end a thread that waits for a server in its own process.
+  std::promise<void> ended;
+  std::thread watchdog([future = ended.get_future()] {
+    if (future.wait_for(std::chrono::seconds(40)) == std::future_status::ready) return;
+    umount2(Path(), MNT_FORCE);
+    _exit(1);
+  });
   ServeThreads<KernelServer>(Path(), KernelServer::Kind::kFile, Path(), false);
+  ended.set_value();
+  watchdog.join();
   EXPECT_EQ(unlink(Path()), 0);
 }
 
