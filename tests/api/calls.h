@@ -92,10 +92,18 @@ inline const struct Call {
     {"ProvisioningStartIo", Kind::kSend, "",
      [](auto& a) { return ProvisioningStartIo(a.in, a.inLength, a.out, a.outLength); }}};
 
+inline zulisim::EngineOptions CallsOptions() {
+  zulisim::EngineOptions options{zulisim::DefaultClients(), false};
+  // The log prints these as a decimal and a hexadecimal number.
+  options.clients[0].protocolVersion = 'A';
+  options.clients[0].maxMessageLength = 0x1ab;
+  return options;
+}
+
 // Calls entry points. Records the log and the device operations in one transcript.
 class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
  protected:
-  CallsTest() : LibraryTest({zulisim::DefaultClients(), false}) {
+  CallsTest() : LibraryTest(CallsOptions()) {
     engine.AddObserver(this);
     // Makes the device's descriptors 20 or higher, because decimal and hexadecimal print these
     // differently.

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <memory>
 #include <thread>
 
 #include "oscl/last_error.h"
@@ -66,6 +67,23 @@ TEST_F(EntryPoints, use_sessions_that_other_code_stored) {
   EXPECT_EQ(KaloCleanup(), 0u);
   EXPECT_EQ(engine.OpenDescriptors(), 0u);
   EXPECT_EQ(SessionCleanup(own), 0u) << "already destroyed";
+}
+
+TEST_F(EntryPoints, ignore_a_session_of_a_driver_at_the_address_of_a_closed_one) {
+  void* handle = nullptr;
+  EXPECT_EQ(FenuInit3(&handle), 0u);
+  EXPECT_EQ(FenuCleanup3(handle), 0u);
+  std::vector<std::unique_ptr<ClientSession>> own;
+  do {
+    own.push_back(std::make_unique<ClientSession>());
+  } while (own.back().get() != handle && own.size() < 100);
+  if (own.back().get() != handle) GTEST_SKIP() << "the allocator does not reuse addresses";
+  own.back()->ConnectClient(&ClientSession::FENU_CLIENT_GUID);
+  EXPECT_EQ(Send(0x30000), 6u);
+  EXPECT_EQ(FenuCleanup(), 0u);
+  EXPECT_EQ(engine.OpenDescriptors(), 1u);
+  EXPECT_EQ(SessionCleanup(own.back().release()), 0u) << "destroys it, although it did not before";
+  EXPECT_EQ(engine.OpenDescriptors(), 0u);
 }
 
 TEST_F(EntryPoints, destroy_a_session_only_once) {

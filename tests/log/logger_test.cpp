@@ -5,6 +5,7 @@
 
 #include <pthread.h>
 #include <time.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -220,6 +221,23 @@ TEST_F(Messages, let_a_sink_end_the_process) {
         },
         testing::ExitedWithCode(process == ends ? 3 : 9), "");
   }
+}
+
+TEST_F(Messages, of_the_child_that_a_sink_forks_are_delivered) {
+  sink->onLine = [this] {
+    sink->onLine = nullptr;
+    const pid_t child = fork();
+    if (child == 0) {
+      alarm(20);
+      Say("child");
+      _exit(TakeRaw() == List("parent", "child") ? 0 : 1);
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    EXPECT_EQ(status, 0);
+  };
+  Say("parent");
+  EXPECT_EQ(TakeRaw(), List("parent"));
 }
 
 TEST_F(Messages, go_to_a_file_that_is_appended_to_and_complete) {
