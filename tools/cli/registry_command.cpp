@@ -84,7 +84,6 @@ int List(const RegistryOptions& options) {
     PrintJson(
         {{"keys", keys}, {"endsEarlyAtLine", registry.stop ? Json(registry.stop->line) : Json()}});
   }
-  std::cout << std::flush;
   if (registry.stop) std::cerr << "kaloctl: " << registry.stop->Text(options.file) << '\n';
   return kDone;
 }

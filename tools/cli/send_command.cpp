@@ -105,7 +105,6 @@ void PrintOutcome(const Outcome& outcome, bool showLog) {
     }
   }
   if (showLog) std::cout << "log\n  " << common::Joined(outcome.log, "\n  ") << '\n';
-  std::cout << std::flush;
   if (!outcome.Failed()) return;
   const common::Colours errorColours = common::ColoursFor(stderr);
   std::cerr << "kaloctl: " << outcome.call << " failed: " << errorColours.bad
