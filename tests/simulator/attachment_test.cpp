@@ -158,7 +158,7 @@ TEST(AttachmentTest, duplicates_share_one_open_file) {
   EXPECT_EQ(dup2(first, first), first);
   EXPECT_EQ(ErrorOf(dup3(first, first, 0)), EINVAL);
   EXPECT_EQ(fcntl(first, F_GETFD), 0);
-  EXPECT_EQ(close(fcntl(first, F_DUPFD, 100)), 0);
+  EXPECT_EQ(close(fcntl(first, F_DUPFD, 50)), 0);
   EXPECT_EQ(close(first), 0);
   char buffer[16] = {};
   EXPECT_EQ(write(third, buffer, 16), 16);
