@@ -17,15 +17,15 @@ class Clients : public LibraryTest {
  protected:
   // Sends a request. Returns the outcome and whether the reply buffer holds zeros, the reply, or
   // something else.
-  std::string Send(kalo::Client& client, unsigned int length = 32) {
-    Bytes request = Message(0x10, 32, 0, 7, 8), reply(32, '#');
-    last_ = client.Send(request.data(), length, reply.data(), 32);
+  std::string Send(kalo::Client& client, unsigned int length = 32, unsigned int room = 32) {
+    Bytes request = Message(0x10, 32, 0, 7, 8), reply(room, '#');
+    last_ = client.Send(request.data(), length, reply.data(), room);
     static constexpr const char* kNames[] = {"done", "refused", "not sent", "unknown"};
     const std::string name = kNames[static_cast<int>(last_.outcome)];
     EXPECT_EQ(last_.privateDataLength, last_.outcome == kalo::Outcome::kRefused ? 16u : 0u);
     request[8] = static_cast<unsigned char>(last_.firmwareStatus);
     if (last_.firmwareStatus < 0) request[11] = 0x80;
-    return name + (reply == Bytes(32) ? ", zeros" : reply == request ? ", reply" : ", other");
+    return name + (reply == Bytes(room) ? ", zeros" : reply == request ? ", reply" : ", other");
   }
 
   void Answer(uint32_t status, const std::optional<Bytes>& privateData = {}) {
@@ -69,7 +69,7 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
   Bytes message = Message(0x10);
   EXPECT_EQ(StartIo3(state.kaloSessionA, message.data(), 32, message.data(), 32), 1u);
-  EXPECT_EQ(Send(client), "not sent, zeros");
+  EXPECT_EQ(Send(client, 32, 16), "not sent, zeros");
   EXPECT_EQ(last_.text, "the connection was closed");
   EXPECT_EQ(Send(client), "done, reply");
 }

@@ -217,6 +217,11 @@ TEST_F(Messages, let_a_sink_end_the_process) {
             };
           }
           if (process != silent) Say("text");
+          if (process == logs) {
+            lockFails = true;
+            Say("text");
+            lockFails = false;
+          }
           exit(3);
         },
         testing::ExitedWithCode(process == ends ? 3 : 9), "");

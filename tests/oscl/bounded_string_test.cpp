@@ -42,6 +42,8 @@ TEST(BoundedStringTest, text_that_does_not_fit_is_refused_and_not_copied) {
   EXPECT_EQ(Do(3, [](char* dst) { return strncpy_s(dst, 3, "abc", 1); }), "1###");
   const auto append = [](char* dst) { return strcat_s(std::strcpy(dst, "ab"), 3, "c"); };
   EXPECT_EQ(Do(3, append), std::string("1ab\0", 4));
+  const auto fill = [](char* dst) { return strcat_s(std::strcpy(dst, "ab"), 4, "c"); };
+  EXPECT_EQ(Do(4, fill), std::string("0abc\0", 5));
   char text[4] = {};
   for (const int32_t result :
        {strcpy_s(nullptr, 3, "c"), strcpy_s(text, 3, nullptr), strncpy_s(nullptr, 3, "c", 1),

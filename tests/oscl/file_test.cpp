@@ -3,6 +3,7 @@
 #include <sys/stat.h>
 
 #include <cstring>
+#include <thread>
 
 #include "oscl/file.h"
 #include "oscl/version.h"
@@ -100,6 +101,15 @@ TEST_F(FileTest, the_version_is_scanned_from_the_system) {
   EXPECT_EQ(CodeIf(GetVersionEx(&info) == 0), OSCL_ERROR_UNKNOWN);
   const OSVERSIONINFO zero = {148, 0, 0, 0, 0, {}};
   EXPECT_EQ(std::memcmp(&info, &zero, 148), 0);
+}
+
+TEST_F(FileTest, blocks_of_several_threads_are_counted_exactly) {
+  const auto allocate = [] {
+    for (int i = 0; i < 1000000; ++i) FreeMem(AllocMem(1));
+  };
+  std::thread other(allocate);
+  allocate();
+  other.join();  // the fixture compares the counts
 }
 
 }  // namespace

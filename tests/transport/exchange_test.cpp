@@ -57,6 +57,10 @@ TEST_F(Exchange, carries_the_bytes_and_private_data_after_a_negative_status) {
       EXPECT_EQ(length, read == 0 ? 100 : read);
     }
   }
+  engine.AddFault({Operation::kRead, zulisim::ErrnoFault{EIO}, {2, 1}});
+  unsigned int length = 100;
+  EXPECT_EQ(StartIoEx(in_, 32, out_, 32, Bytes(16).data(), &length), 1u);
+  EXPECT_EQ(length, 100u) << "the read of private data failed";
 }
 
 TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
@@ -74,6 +78,9 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   errno = 0;
   EXPECT_EQ(session_->WriteToZuli(in_, 0), 0);
   EXPECT_EQ(errno, 0);
+  const int descriptor = session_->deviceFd;
+  session_->Disconnect();
+  EXPECT_EQ(session_->deviceFd, descriptor) << "the session keeps the number of a closed one";
 }
 
 TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect_and_a_record_of_the_error) {
