@@ -3,6 +3,9 @@
 
 #include <fcntl.h>
 
+#include <algorithm>
+#include <new>
+
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 #include "transport/zuli_device.h"
@@ -81,6 +84,15 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   const int descriptor = session_->deviceFd;
   session_->Disconnect();
   EXPECT_EQ(session_->deviceFd, descriptor) << "the session keeps the number of a closed one";
+  alignas(CpDremSession) unsigned char memory[sizeof(CpDremSession)];
+  (new (memory) CpDremSession(&ClientSession::KALO_CLIENT_GUID, nullptr))->~CpDremSession();
+  EXPECT_EQ(std::count(memory + 16, memory + 24, 0), 8) << "it has no connect record any more";
+}
+
+TEST_F(Exchange, uses_messages_at_any_address) {
+  Bytes odd(33);
+  std::copy(input_.begin(), input_.end(), odd.begin() + 1);
+  EXPECT_EQ(StartIo(odd.data() + 1, 32, odd.data() + 1, 32), 0u);
 }
 
 TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect_and_a_record_of_the_error) {
