@@ -10,7 +10,8 @@
 #include "transport/kalo_exception.h"
 
 test::InjectedFailure test::injected;
-std::map<ClientSession*, const _GUID*> test::connected;
+// Never destroyed: the leak sanitizer must find the sessions that a test leaves open.
+std::map<ClientSession*, const _GUID*>& test::connected = *new std::map<ClientSession*, const _GUID*>;
 
 namespace {
 

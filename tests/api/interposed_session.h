@@ -18,6 +18,6 @@ struct InjectedFailure {
 extern InjectedFailure injected;
 
 // The sessions that the library has connected and not closed, with their clients.
-extern std::map<ClientSession*, const _GUID*> connected;
+extern std::map<ClientSession*, const _GUID*>& connected;
 
 }  // namespace test
