@@ -11,7 +11,8 @@
 
 test::InjectedFailure test::injected;
 // Never destroyed: the leak sanitizer must find the sessions that a test leaves open.
-std::map<ClientSession*, const _GUID*>& test::connected = *new std::map<ClientSession*, const _GUID*>;
+std::map<ClientSession*, const _GUID*>& test::connected =
+    *new std::map<ClientSession*, const _GUID*>;
 
 namespace {
 
