@@ -36,6 +36,7 @@ eventually() {  # FILE PATTERN
   contains $1 "$2"
 }
 begin() {  # NAME PATTERN COMMAND...: runs COMMAND in the background and waits for a message
+  : >$1  # may hold the message of an earlier command
   "${@:3}" >$1.out 2>$1 &
   eventually $1 "$2"
 }
@@ -180,7 +181,7 @@ nothing_left || fail "files are left after 'zulisim tell'"
 begin served serving "$zulisim" serve -q --fuse mount/zuli
 expect 1 'not connected' dd if=mount/zuli bs=16 count=1
 end KILL $!
-expect 125 "umount .*mount/zuli'" "$zulisim" serve --fuse mount/zuli
+expect 125 "umount .*mount/zuli'" timeout 20 "$zulisim" serve --fuse mount/zuli
 umount mount/zuli
 
 # Instructions at the limits of the kernel. commands.txt goes beyond them.
