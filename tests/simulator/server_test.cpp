@@ -106,6 +106,8 @@ void ServeThreads(const char* device, const Arguments&... arguments) {
 
 TEST(PreloadServerTest, serves_threads_until_the_service_ends) {
   ServeThreads<DeviceServer>("/dev/zuli", Path());
+  EXPECT_EQ(open("/dev/zuli", O_RDWR), -1);
+  EXPECT_EQ(errno, ENODEV);
 }
 
 TEST(KernelServerTest, serves_threads_until_the_service_ends) {
