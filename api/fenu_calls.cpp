@@ -1,6 +1,5 @@
 #include <cstring>
 #include <exception>
-#include <memory>
 
 #include "api/error_record.h"
 #include "api/kalo_dll.h"
@@ -23,9 +22,7 @@ constexpr uint32_t kVersion3 = 3;
 void AcquireSession() {
   constexpr char kFunction[] = "FenuInit3";
   if (gKaloDllState.fenuInterfaceVersion == 0) {
-    auto session = std::make_unique<ClientSession>();
-    session->ConnectClient(&ClientSession::FENU_CLIENT_GUID);
-    fenuField.Set(session.release());
+    fenuField.Set(OpenSession(&ClientSession::FENU_CLIENT_GUID));
     ++gKaloDllState.fenuRefCount;
     gKaloDllState.fenuInterfaceVersion = kVersion3;
     KALO_LOG_FULL(kTraceLevel, kFunction, 676)
@@ -72,8 +69,8 @@ KALO_DLL_STATUS FenuCleanup3(void* handle) {
   if (gKaloDllState.fenuRefCount != 0 && --gKaloDllState.fenuRefCount == 0) {
     // Contract: closes the session of the handle as passed, and keeps the address in the field.
     auto* session = static_cast<ClientSession*>(handle);
-    // The driver may pass a KALO handle.
-    status = CloseSession(session, session == fenuField.Get() ? kFenuSide : kBothSides);
+    // The driver may pass a KALO handle. It may have the address of a destroyed FENU session.
+    status = CloseSession(session, session == fenuField.Live() ? kFenuSide : kBothSides);
     gKaloDllState.fenuInterfaceVersion = 0;
   }
   KALO_LOG_TAGGED(kTraceLevel, 734) << "FeNu KALO DREM Ref Cnt " << Hex(gKaloDllState.fenuRefCount);

@@ -1,6 +1,7 @@
 #include "api/session_field.h"
 
 #include <exception>
+#include <memory>
 
 #include "api/kalo_dll.h"
 #include "log/log_line.h"
@@ -13,6 +14,28 @@ using transport::lastDestroyedKalo;
 SessionField kaloFieldA(&KaloDllState::kaloSessionA);
 SessionField kaloFieldB(&KaloDllState::kaloSessionB);
 SessionField fenuField(&KaloDllState::fenuSession);
+
+namespace {
+
+// Deletes a session that did not connect. No driver has its address, except as the address of the
+// session that the library destroyed last. The constructor has cleared that address.
+struct Discard {
+  void operator()(ClientSession* session) const {
+    for (transport::LastDestroyed* last : {&lastDestroyedKalo, &lastDestroyedFenu}) {
+      const ClientSession* cleared = nullptr;
+      last->compare_exchange_strong(cleared, session);
+    }
+    delete session;
+  }
+};
+
+}  // namespace
+
+ClientSession* OpenSession(const _GUID* client) {
+  std::unique_ptr<ClientSession, Discard> session(new ClientSession);
+  session->ConnectClient(client);
+  return session.release();
+}
 
 void DestroySession(ClientSession* session, Sides sides) {
   if ((sides & kKaloSide) != 0) {

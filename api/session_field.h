@@ -1,6 +1,7 @@
 #pragma once
 
 #include "api/kalo_dll_state.h"
+#include "oscl/guid.h"
 #include "transport/kalo_status.h"
 
 // One session pointer of the exported state. The state keeps the address of a session after the
@@ -46,6 +47,9 @@ extern SessionField fenuField;
 // The two sides of the library. An entry point of one side never touches a session of the other,
 // unless the driver passes it to FenuCleanup3.
 enum Sides { kKaloSide = 1, kFenuSide = 2, kBothSides = kKaloSide | kFenuSide };
+
+// Returns a new session with a connection to a client. Throws if it cannot connect.
+ClientSession* OpenSession(const _GUID* client);
 
 // Deletes a session and marks the fields of `sides` that hold its address.
 void DestroySession(ClientSession* session, Sides sides);

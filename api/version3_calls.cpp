@@ -41,15 +41,14 @@ const void* ReadHandle(void* const* handle) {
   return value;
 }
 
-void OpenSession(PendingSession& pending, SessionField& field, uint32_t& count) {
-  pending.reset(new ClientSession);
-  pending->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
+void OpenSessionOf(SessionField& field, PendingSession& pending, uint32_t& count) {
+  pending.reset(OpenSession(&ClientSession::KALO_CLIENT_GUID));
   field.Set(pending.get());
   ++count;
 }
 
 void OpenSessionA(PendingSession& pending, void** handle) {
-  OpenSession(pending, kaloFieldA, gKaloDllState.kaloRefCountA);
+  OpenSessionOf(kaloFieldA, pending, gKaloDllState.kaloRefCountA);
   KALO_LOG_AS(kOrdinaryLevel, kInit) << "KALO DREM Handle A " << Address{kaloFieldA.Get()};
   KALO_LOG_AS(kOrdinaryLevel, kInit) << "KALO DREM Ref Cnt A " << Hex(gKaloDllState.kaloRefCountA);
   gKaloDllState.sessionBShared = gKaloDllState.stateInitFlag;
@@ -65,7 +64,7 @@ void ShareSessionA(void** handle) {
 }
 
 void OpenSessionB(PendingSession& pending, void** handle) {
-  OpenSession(pending, kaloFieldB, gKaloDllState.kaloRefCountB);
+  OpenSessionOf(kaloFieldB, pending, gKaloDllState.kaloRefCountB);
   KALO_LOG_AS(kOrdinaryLevel, kInit)
       << "KALO DREM Handle B with FW API_30 " << Address{kaloFieldB.Get()};
   KALO_LOG_AS(kOrdinaryLevel, kInit)

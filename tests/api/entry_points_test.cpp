@@ -109,6 +109,22 @@ TEST_F(EntryPoints, destroy_a_session_only_once) {
   EXPECT_EQ(SessionCleanup(second), 0u);
   EXPECT_EQ(KaloCleanup3(handle), 0u);
   EXPECT_EQ(FenuCleanup3(second), 0u) << "destroyed before the other firmware's session";
+  // A new session can have the address of the one that was destroyed last.
+  for (const auto& [open, close] :
+       {std::pair(KaloInit3, KaloCleanup3), std::pair(FenuInit3, FenuCleanup3)}) {
+    open(&handle);
+    close(handle);
+    engine.AddFault({zulisim::Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
+    EXPECT_EQ(open(&second), 1u);
+    EXPECT_EQ(SessionCleanup(handle), 0u) << "closed before the initialisation that failed";
+  }
+  for (int i = 0; i < 100; ++i) {
+    FenuInit3(&second);
+    SessionCleanup(second);
+    KaloInit3(&handle);
+    EXPECT_EQ(FenuCleanup3(second), 0u);
+    EXPECT_EQ(KaloCleanup3(handle), 0u) << "closed by FenuCleanup3 if it has the same address";
+  }
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_30, 0};
   KaloStateInit(&params);
   for (const bool inOrder : {true, false}) {
