@@ -86,17 +86,25 @@ class Client {
   Client& operator=(const Client&) = delete;
 
   // Sends a request and reads its reply. Lengths are in bytes, at least 16, the size of the header.
-  // Bytes of `reply` that were not received are 0. The first call opens the connection, and so does
-  // the next call after a device failure. Each opening keeps a descriptor of the log file open for
-  // the life of the process, so do not repeat a failing call in a tight loop. Throws only
-  // std::bad_alloc.
+  // Bytes of `reply` that were not received are 0. Both may be one buffer. The first call opens the
+  // connection, and so does the next call after a device failure. Each opening keeps a descriptor
+  // of the log file open for the life of the process, so do not repeat a failing call in a tight
+  // loop. Throws only std::bad_alloc.
   Result Send(const void* request, unsigned int requestLength, void* reply,
               unsigned int replyLength) {
     const std::lock_guard<std::mutex> lock(shared_.mutex);
+    std::string copy;
+    if (Overlap(request, requestLength, reply, replyLength)) {
+      copy.assign(static_cast<const char*>(request), requestLength);
+      request = copy.data();
+    }
     if (reply != nullptr) std::memset(reply, 0, replyLength);
     if (shared_.handle == nullptr) {
       const KALO_DLL_STATUS status = shared_.Take();
-      if (status != KALO_DLL_STATUS_SUCCESS) return Failed(Outcome::kNotSent, status);
+      if (status != KALO_DLL_STATUS_SUCCESS) {
+        shared_.GiveBack();  // a failed initialisation may leave the address of a destroyed session
+        return Failed(Outcome::kNotSent, status);
+      }
       if (shared_.handle == nullptr) {
         return {Outcome::kNotSent, 0, {}, 0, status, "other code has closed the session"};
       }
@@ -167,6 +175,14 @@ class Client {
 
   static unsigned char* StatusOf(void* message) {
     return static_cast<unsigned char*>(message) + offsetof(KaloMessageHeader, status);
+  }
+
+  static bool Overlap(const void* request, unsigned int requestLength, const void* reply,
+                      unsigned int replyLength) {
+    const auto requestStart = reinterpret_cast<uintptr_t>(request);
+    const auto replyStart = reinterpret_cast<uintptr_t>(reply);
+    return request != nullptr && reply != nullptr && requestStart < replyStart + replyLength &&
+           replyStart < requestStart + requestLength;
   }
 
   static Result Failed(Outcome outcome, KALO_DLL_STATUS status) {

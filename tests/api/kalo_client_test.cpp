@@ -74,6 +74,27 @@ TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   EXPECT_EQ(Send(client), "done, reply");
 }
 
+TEST_F(Clients, send_a_request_that_shares_a_buffer_with_its_reply) {
+  kalo::Client client;
+  for (const size_t shift : {0, 8}) {
+    Bytes buffer = Message(0x10, 40);
+    const Bytes request(buffer.begin() + shift, buffer.begin() + shift + 32);
+    client.Send(buffer.data() + shift, 32, buffer.data() + 8 - shift, 32);
+    EXPECT_EQ(engine.Requests("KALO").back(), request);
+  }
+}
+
+TEST_F(Clients, do_not_use_a_session_that_a_failed_initialisation_destroyed) {
+  kalo::Client client;
+  state.kaloInterfaceVersion = 1;
+  for (int i = 0; i < 2; ++i) {
+    EXPECT_EQ(Send(client), "not sent, zeros");
+    EXPECT_EQ(last_.status, KALO_DLL_STATUS_PROVISIONING_FAILED);
+  }
+  state.kaloInterfaceVersion = 0;
+  EXPECT_EQ(Send(client), "done, reply");
+}
+
 TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle) {
   { const kalo::Client display(kalo::Firmware::kFenu, 0x30001, 1); }
   EXPECT_EQ(state.firmwareApiVersion, 0u);
