@@ -49,10 +49,11 @@ int DispositionFlags(uint32_t disposition) {
   }
 }
 
-// Stores the code for a call that returns a negative result on failure. Returns true on success.
+// Stores the code for a call that returns -1 on failure. Returns true on success. Other negative
+// results are positions in files such as "/proc/self/mem".
 bool Succeeded(int64_t result) {
-  oscl::SetLastErrorFromErrno(result < 0 ? errno : 0);
-  return result >= 0;
+  oscl::SetLastErrorFromErrno(result == -1 ? errno : 0);
+  return result != -1;
 }
 
 BOOL Moved(ssize_t count, uint32_t* done) {

@@ -68,6 +68,10 @@ TEST_F(FileTest, positions_and_sizes_have_32_bits) {
     EXPECT_EQ(GetFileSize(file, &high), (1u << 30) + 3);
   }
   CloseHandle(file);
+  file = CreateFile("/proc/self/mem", GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+  EXPECT_EQ(SetFilePointer(file, -65536, nullptr, FILE_BEGIN), 0xFFFF0000) << "a valid position";
+  EXPECT_EQ(GetLastError(), OSCL_ERROR_SUCCESS);
+  CloseHandle(file);
   EXPECT_EQ(CodeIf(ReadFile(file, read, 1, &high, nullptr) == 0), OSCL_ERROR_UNKNOWN);
   EXPECT_EQ(high, 7u) << "never written";
 }
