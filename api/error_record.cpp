@@ -46,6 +46,7 @@ void StoreSessionError(ClientSession& session, KALO_DLL_STATUS status, const cha
   try {
     session.storeErrInfo(status, text);
   } catch (const std::exception&) {
+    session.lastErrorStatus = static_cast<int32_t>(status);  // without memory for the text
   }
 }
 
@@ -53,5 +54,6 @@ void StoreSessionError(ClientSession& session, const char* text) noexcept {
   try {
     session.storeErrInfo(text);
   } catch (const std::exception&) {
+    session.lastErrorStatus = -1;
   }
 }

@@ -14,7 +14,7 @@ inline void* const kNoErrorContext =
 // The code of a failure without a status.
 constexpr uint32_t kNoStatusCode = 0xFFFFFFFF;
 
-// Stores the error in the session's own record. Drops it if memory is exhausted.
+// Stores the error in the session's own record, without the text if memory is exhausted.
 void StoreSessionError(ClientSession& session, KALO_DLL_STATUS status, const char* text) noexcept;
 void StoreSessionError(ClientSession& session, const char* text) noexcept;
 

@@ -42,6 +42,10 @@ class NthFailure : public SequencesTest {
     const char* const texts[] = {"", state.apiErrorText, state.kaloErrorText, state.fenuErrorText};
     const std::string text = status_ == 1 ? "std::bad_alloc" : "KALO Exception";
     EXPECT_EQ(std::string(texts[state.lastErrorSource]).substr(0, text.size()), text);
+    auto* session = static_cast<ClientSession*>(state.lastErrorContext);
+    if (state.lastErrorSource == KALO_ERROR_SOURCE_API3 && connected.count(session) != 0) {
+      EXPECT_EQ(session->lastErrorStatus, status_ == 1 ? -1 : static_cast<int32_t>(status_));
+    }
     return false;
   }
 
