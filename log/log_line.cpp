@@ -1,5 +1,7 @@
 #include "log/log_line.h"
 
+#include <cstdio>
+
 namespace logging {
 
 LogLine::~LogLine() {
@@ -20,8 +22,14 @@ LogLine& LogLine::AppendLong(std::string_view text) {
 }
 
 LogLine& LogLine::operator<<(Address address) {
+#ifdef _LIBCPP_VERSION
+  char text[24];
+  std::snprintf(text, sizeof text, "%p", address.value);  // as its streams do
+  return *this << std::string_view(text);
+#else
   if (address.value == nullptr) return *this << '0';
   return (*this << "0x").AppendNumber(reinterpret_cast<uintptr_t>(address.value), 16);
+#endif
 }
 
 }  // namespace logging

@@ -34,7 +34,7 @@ struct Hex {
   const uint32_t value;
 };
 
-// Prints "0x" and digits with every standard library, or "0" for null.
+// Prints what the streams of the C++ standard library print. They differ only for null.
 struct Address {
   const void* value;
 };
