@@ -83,7 +83,10 @@ TEST_F(UserFeatureTest, every_kind_is_written_as_its_type) {
     if (kind == USER_FEATURE_BINARY || kind == USER_FEATURE_STRING) value.data.string = text;
     if (kind == USER_FEATURE_MULTI_STRING) value.data.strings = &string, value.size = 1;
     UserFeatureValue values[] = {value, value};
-    UserFeatureKey key = {1, "K", values, 1 + kind % 2};
+    UserFeatureKey key = {1, "none", values, 1};
+    EXPECT_EQ(OSCL_UserFeature_WriteValues(nullptr, &key), 15u);
+    EXPECT_EQ(GetLastError(), 15u);
+    key = {1, "K", values, 1 + kind % 2};
     // The first write leaves a file that does not load, so a second fails.
     EXPECT_EQ(OSCL_UserFeature_WriteValues(nullptr, &key), kind % 2 == 0 ? 0u : 13u);
     EXPECT_EQ(std::regex_replace(Stored(), std::regex(" \n\t*"), "|"),
@@ -182,17 +185,21 @@ TEST_F(UserFeatureTest, clearing_and_missing_data_keep_the_number) {
   EXPECT_EQ(key_.values->data.number64, 0x100000007u);
   EXPECT_EQ(Read("none", USER_FEATURE_MULTI_STRING), E_FAIL);
   EXPECT_EQ(key_.values->data.strings, nullptr) << "the number is not a pointer";
+  EXPECT_EQ(Read("text", USER_FEATURE_MULTI_STRING), S_OK);
+  EXPECT_EQ(OSCL_UserFeature_ClearValue(key_.values), S_OK);
+  EXPECT_EQ(key_.values->size + key_.values->totalLength, 0u);
   EXPECT_EQ(OSCL_UserFeature_DeleteValues(&key_), S_OK);
   EXPECT_EQ(OSCL_UserFeature_Cleanup(nullptr, &key_), S_OK);
 }
 
 TEST_F(UserFeatureTest, a_watch_restarts_and_closes_descriptor_1_when_it_ends) {
   UserFeatureNotifyKey watch = {1, "K", 0, nullptr};
-  OSCL_UserFeature_RegistryCallback(&watch, 0);
-  EXPECT_EQ(watch.changed, 1u);
-  EXPECT_EQ(OSCL_UserFeature_EnableNotification(nullptr, &watch), S_OK);
-  EXPECT_EQ(OSCL_UserFeature_EnableNotification(nullptr, &watch), S_OK);
-  EXPECT_EQ(watch.changed, 0u);
+  for (int i = 0; i < 2; ++i) {
+    OSCL_UserFeature_RegistryCallback(&watch, 0);
+    EXPECT_EQ(watch.changed, 1u);
+    EXPECT_EQ(OSCL_UserFeature_EnableNotification(nullptr, &watch), S_OK);
+    EXPECT_EQ(watch.changed, 0u);
+  }
   for (const bool watched : {true, false}) {
     const int output = dup(1);
     EXPECT_EQ(OSCL_UserFeature_DisableNotification(nullptr, &watch), S_OK);

@@ -6,6 +6,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <link.h>
 #include <pthread.h>
 #include <stdio.h>
@@ -77,6 +78,11 @@ Row Hook(const char* function, Result (*)(Arguments...) noexcept(kNoexcept)) {
 
 int Open(const char* path, int flags, unsigned mode) { return open(path, flags, mode); }
 
+void* Dlopen(const char* name, int flags) {
+  EXPECT_EQ(flags, RTLD_LAZY);
+  return dlopen(name, flags);
+}
+
 int Ioctl(int descriptor, unsigned long request, void* argument) {
   return ioctl(descriptor, request, argument);
 }
@@ -118,14 +124,23 @@ int Unlock(pthread_mutex_t* mutex) {
 #define RELEASES(function) Hook<function, true>(#function, function)
 #define OWN(function, own) \
   { #function, reinterpret_cast < void*>(own) }
-const Row kHooks[] = {FAILS(fopen),  FAILS(fwrite), FAILS(read),         FAILS(lseek),
-                      FAILS(fstat),  FAILS(malloc), FAILS(clock_getres), FAILS(clock_gettime),
-                      FAILS(dlopen), FAILS(dlsym),  FAILS(usleep),       FAILS(pthread_mutex_init)};
+const Row kHooks[] = {FAILS(fopen),
+                      FAILS(fwrite),
+                      FAILS(read),
+                      FAILS(lseek),
+                      FAILS(fstat),
+                      FAILS(malloc),
+                      FAILS(clock_getres),
+                      FAILS(clock_gettime),
+                      FAILS(dlsym),
+                      FAILS(usleep),
+                      FAILS(pthread_mutex_init)};
 const Row kOthers[] = {RELEASES(pthread_mutex_destroy),
                        RELEASES(close),
                        RELEASES(fclose),
                        RELEASES(dlclose),
                        Hook<Open, false>("open", Open),
+                       Hook<Dlopen, false>("dlopen", Dlopen),
                        Hook<Ioctl, false>("ioctl", Ioctl),
                        {"fopen64", FAILS(fopen).second},
                        {"__read_chk", FAILS(read).second},

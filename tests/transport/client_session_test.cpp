@@ -77,6 +77,7 @@ TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
 TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
   for (const _GUID* guid : {kKalo, kFenu, kSab, kFenu}) session.ConnectClient(guid);
   const std::vector<CpDremSession*> before = session.dremSessions;
+  EXPECT_EQ(session.GetDremSession(kFenu), before[1]) << "the first of two";
   session.DisconnectClient(kFenu);
   EXPECT_EQ(session.dremSessions, (std::vector<CpDremSession*>{before[0], before[2], before[3]}));
   EXPECT_EQ(engine.OpenDescriptors(), 3u);
