@@ -90,7 +90,10 @@ class SequencesTest : public CallsTest {
   // connections leave them open.
   size_t Finish() {
     engine.ClearFaults();
-    while (!connected.empty()) SessionCleanup(connected.begin()->first);
+    const auto open = connected;
+    for (const auto& session : open) SessionCleanup(session.first);
+    EXPECT_TRUE(connected.empty());
+    connected.clear();
     const std::set<int> left = descriptors;
     for (const int descriptor : left) close(descriptor);
     engine.LoseDevice();  // this also drops replies that wait for the next connection
