@@ -111,7 +111,7 @@ TEST_F(EntryPoints, destroy_a_session_only_once) {
   EXPECT_EQ(FenuCleanup3(second), 0u) << "destroyed before the other firmware's session";
   // A new session can have the address of the one that was destroyed last.
   for (const auto& [open, close] :
-       {std::pair(KaloInit3, KaloCleanup3), std::pair(FenuInit3, FenuCleanup3)}) {
+       {std::pair(&KaloInit3, &KaloCleanup3), std::pair(&FenuInit3, &FenuCleanup3)}) {
     open(&handle);
     close(handle);
     engine.AddFault({zulisim::Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
