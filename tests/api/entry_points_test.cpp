@@ -59,7 +59,8 @@ TEST_F(EntryPoints, use_sessions_that_other_code_stored) {
   own->ConnectClient(&ClientSession::KALO_CLIENT_GUID);
   state.kaloSessionA = state.fenuSession = state.provisioningSession = own;
   for (const uint32_t command : {0x10, 0x30000}) EXPECT_EQ(Send(command), 0u);
-  EXPECT_EQ(ProvisioningStartIo(nullptr, 0, nullptr, 0), 2u);
+  std::thread([] { EXPECT_EQ(ProvisioningStartIo(nullptr, 0, nullptr, 0), 2u); }).join();
+  EXPECT_EQ(state.lastErrorProcessId, static_cast<uint32_t>(getpid()));
   EXPECT_EQ(own->lastErrorStatus, 2);
   EXPECT_EQ(KaloInit(), 0u);
   { const KaloDllState drivers; }

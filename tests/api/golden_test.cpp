@@ -1,9 +1,9 @@
 // Compares what the library does with transcripts.txt. There, "# ..." begins a section with a fresh
 // state, "> ...; ... = ..." are steps of the device (as options of zulisim) and of a driver, and
-// the result of the last one if it is not 0, "| FUNCTION: ... | ..." are log lines, and "<...>" is
-// a device operation. "(name)" stands for the lines that follow "# (name)". The test performs the
-// steps and must produce the whole file. Tags that are fixed numbers are not replaced.
-// KALODLL_GOLDEN_WRITE=1 rewrites the file.
+// the result of the last one if it is not 0 with the recorded error, "| FUNCTION: ... | ..." are
+// log lines, and "<...>" is a device operation. "(name)" stands for the lines that follow "#
+// (name)". The test performs the steps and must produce the whole file. Tags that are fixed numbers
+// are not replaced. KALODLL_GOLDEN_WRITE=1 rewrites the file.
 
 #include <algorithm>
 #include <fstream>
@@ -103,9 +103,12 @@ class Golden : public CallsTest {
     const auto* call = std::find_if(std::begin(kCalls), std::end(kCalls),
                                     [this](const auto& each) { return each.name == words_[0]; });
     if (call == std::end(kCalls)) return "no such call";
-    const std::string status = std::to_string(call->make(arguments));
+    const KALO_DLL_STATUS status = call->make(arguments);
     if (arguments.handle != Arguments::kUnwritten) handle_ = arguments.handle;
-    return status;
+    if (status == KALO_DLL_STATUS_SUCCESS) return "0";
+    const uint32_t codes[] = {0, state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
+    return std::to_string(status) + ", source " + std::to_string(state.lastErrorSource) +
+           ", code " + Hex(codes[state.lastErrorSource]);
   }
 
   // Returns the lines since the last step, with names for addresses and descriptors.

@@ -36,6 +36,7 @@ TEST(Dump, prints_a_quarter_of_the_bytes_as_characters) {
   EXPECT_EQ(Dump(6), "\n" + kZeros + "A 00000000\n026");
   std::string eight;
   for (char c = 'A'; c <= 'H'; ++c) eight += kZeros + c + ' ';
+  EXPECT_EQ(Dump(32), "\n" + eight + "\n\n026");
   EXPECT_EQ(Dump(36), "\n" + eight + "\n" + kZeros + "I \n026");
 }
 

@@ -246,6 +246,11 @@ TEST_F(Compatibility, sets_the_code_of_a_wrong_call) {
   faults::Arm("open", 1, EROFS);
   ExpectCode(6, {CALL(OSCL_WriteFile(path, "", 0), E_FAIL)});
   EXPECT_TRUE(faults::Disarm());
+  faults::Arm("dlopen", 1, EACCES);
+  errno = EEXIST;
+  EXPECT_EQ(LoadLibrary("libkalodll.so"), nullptr);
+  EXPECT_EQ(errno, EACCES) << "of the loader";
+  EXPECT_TRUE(faults::Disarm());
   ExpectCode(16, {CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
   // Some loaders set an errno, others do not. LoadLibrary must not use an older errno, and must
   // keep it.
