@@ -163,13 +163,13 @@ void Command::AddChoice(const std::string& names, const std::vector<std::string>
 
 void Command::AddFlagOrChoice(const std::string& name, const std::vector<std::string>& words,
                               std::string* target, const std::string& help) {
-  const auto check = [=](std::string& text) {
-    if (text == "true") text = words.front();  // stored if the flag has no value
+  const auto check = [=](const std::string& text) {
     RequireOneOf(words, text, name);
     return std::string();
   };
-  CLI::Option* option = app_->add_flag(name, *target, help);
-  option->transform(CLI::Validator(check, ""))->group(group_);
+  // The word in braces is stored if the flag has no value.
+  CLI::Option* option = app_->add_flag(Format("{}{{{}}}", name, words.front()), *target, help);
+  option->check(check)->group(group_);
 }
 
 void Command::AddList(const std::string& names, std::vector<std::string>* target,

@@ -53,6 +53,13 @@ std::string Joined(const std::vector<std::string>& words, const std::string& sep
   return text;
 }
 
+std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text,
+                                                             const std::string& separators) {
+  const std::size_t position = text.find_first_of(separators);
+  if (position == std::string::npos) return {text, std::nullopt};
+  return {text.substr(0, position), text.substr(position + 1)};
+}
+
 std::string NearestHint(std::string_view text, const std::vector<std::string>& candidates) {
   if (text.empty() || text.size() > 40) return "";
   std::size_t least = std::max<std::size_t>(1, text.size() / 3) + 1;

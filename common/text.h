@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 namespace common {
@@ -18,6 +20,10 @@ std::string Counted(std::size_t count, const std::string& noun, const std::strin
 
 // "KALO, FENU, SAB"
 std::string Joined(const std::vector<std::string>& words, const std::string& separator = ", ");
+
+// Splits the text at the first of `separators`. Without a separator, there is no second part.
+std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text,
+                                                             const std::string& separators);
 
 // Returns "; did you mean 'EIO'?" with the candidate most similar to `text`, ignoring case, or an
 // empty text if none is similar.

@@ -50,15 +50,13 @@ void AddInstruction(common::Command* command, Scenario* scenario, const Instruct
 
 // "failures", "client=NAME" or "command=NUMBER"
 void AddFilter(const std::string& text, TranscriptFilter* filter) {
-  const std::size_t end = text.find('=');
-  const std::string name = text.substr(0, end);
-  const std::string value = end == std::string::npos ? "" : text.substr(end + 1);
+  const auto [name, value] = common::SplitOnce(text, "=");
   if (text == "failures") {
     filter->failures = true;
-  } else if (name == "client" && !value.empty()) {
-    filter->client = value;
-  } else if (name == "command") {
-    filter->command = static_cast<std::uint32_t>(common::RequireNumber("--only: a command", value));
+  } else if (name == "client" && value && !value->empty()) {
+    filter->clients.insert(*value);
+  } else if (name == "command" && value) {
+    filter->commands.insert(common::RequireNumber("--only: a command", *value));
   } else {
     throw common::UsageError("--only: expected failures, client=NAME or command=NUMBER, not " +
                              common::Quoted(text));

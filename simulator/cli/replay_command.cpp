@@ -15,10 +15,11 @@ constexpr int kDiverged = 124;
 constexpr int kReachedCut = 123;
 
 constexpr const char* kReplayFooter =
-    R"(Exit status: 124 when the program left the recording, 123 when it reached the place where the
-recording is cut; otherwise as with 'zulisim run'. See zulisim-replay(1).
+    R"(Examples:
+  zulisim replay field.zul ./driver
 
-Example: zulisim replay field.zul ./driver)";
+Exit status: 124 when the program left the recording, 123 when it reached the place where the
+recording is cut; otherwise as with 'zulisim run'. See zulisim-replay(1).)";
 
 struct ReplayOptions : ProgramOptions {
   std::string file;

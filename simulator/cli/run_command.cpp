@@ -28,7 +28,9 @@ Examples:
   zulisim run --lose read:2 --lose write:5,opens=3,errno=ENOENT ./driver
   zulisim run --reply kalo:0x10=at:1-2,status:0x80000001 --device fuse ./static_driver)";
 
-constexpr const char* kRecordFooter = R"(Examples, see also zulisim-record(1):
+constexpr const char* kRecordFooter = R"(zulisim-record(1) explains recordings and the exit status.
+
+Examples:
   zulisim record -o field.zul ./driver                      from the kernel's /dev/zuli
   zulisim record -o loss.zul --scenario loss.toml ./driver  from the software engine)";
 
@@ -38,8 +40,10 @@ struct RunOptions : ProgramOptions {
   std::string from;       // the kernel's device; empty for the engine
 };
 
+// Throws InputError if --only names an unknown client.
 std::unique_ptr<Device> MakeDevice(const RunOptions& options) {
-  const Scenario& scenario = options.scenario;
+  Scenario scenario = options.scenario;
+  for (const std::string& name : options.output.style.only.clients) ClientOf(&scenario, name);
   if (options.from.empty()) {
     auto engine = std::make_unique<Engine>(EngineOptions{scenario.clients, false});
     Apply(scenario, engine.get());

@@ -25,6 +25,7 @@ namespace zulisim {
 namespace {
 
 using common::Format;
+using Json = nlohmann::json;
 using std::chrono::nanoseconds;
 using std::chrono::seconds;
 
@@ -61,16 +62,15 @@ class Sweep {
     const SweepOutcome second = RunReference();
     compareOutput_ = reference_.output == second.output;
     if (!compareOutput_) {
-      std::cout << "The output differs from run to run, so only exit statuses are compared.\n";
+      text_ << "The output differs from run to run, so only exit statuses are compared.\n";
     }
     const bool isVaried = reference_.operations.size() != second.operations.size();
     if (isVaried) {
-      std::cout
-          << "The number of operations differs from run to run, so faults of reads and writes "
-             "are bound to client and command.\n";
+      text_ << "The number of operations differs from run to run, so faults of reads and writes "
+               "are bound to client and command.\n";
     }
     RunAll(PlanSweep(reference_.operations, options_.faults, options_.operations, isVaried));
-    std::cout << Table() << Findings() << std::flush;
+    text_ << Table() << Findings() << std::flush;
     const auto limit = options_.strict ? Verdict::kLeaked : Verdict::kHung;
     const bool failed = std::any_of(results_.begin(), results_.end(),
                                     [=](const auto& each) { return each.second.verdict <= limit; });
@@ -132,9 +132,8 @@ class Sweep {
     std::vector<std::string> instructions = options_.scenario.instructions;
     if (!fault.empty()) instructions.push_back(fault);
     for (const std::string& instruction : instructions) {
-      const std::size_t space = instruction.find(' ');  // between the option and its value
-      words.push_back(instruction.substr(0, space));
-      words.push_back(instruction.substr(space + 1));
+      const auto [option, value] = common::SplitOnce(instruction, " ");
+      words.insert(words.end(), {option, value.value_or("")});
     }
     words.emplace_back("--");
     words.insert(words.end(), options_.program.begin(), options_.program.end());
@@ -197,13 +196,13 @@ class Sweep {
 
   bool WriteJson() const {
     if (options_.json.empty()) return true;
-    nlohmann::json runs = nlohmann::json::array();
+    Json runs = Json::array();
     for (const auto& [index, result] : results_) {
       const OperationRecord& record = reference_.operations[result.fault.operation];
       runs.push_back({{"operation", result.fault.operation + 1},
                       {"kind", OperationName(record.operation)},
-                      {"client", record.client},
-                      {"command", record.commandId ? common::Hex(*record.commandId) : ""},
+                      {"client", record.client.empty() ? Json() : Json(record.client)},
+                      {"command", record.commandId ? Json(common::Hex(*record.commandId)) : Json()},
                       {"fault", result.fault.name},
                       {"repeated", result.fault.repeated},
                       {"verdict", kVerdictNames[static_cast<int>(result.verdict)]},
@@ -211,11 +210,12 @@ class Sweep {
                       {"run", CommandFor(result)}});
     }
     OutputFile file("JSON file", options_.json);
-    file.Write(runs.dump(1, ' ', false, nlohmann::json::error_handler_t::replace) + "\n");
+    file.Write(runs.dump(1, ' ', false, Json::error_handler_t::replace) + "\n");
     return file.Close();
   }
 
   const SweepOptions& options_;
+  std::ostream& text_ = options_.json == "-" ? std::cerr : std::cout;
   const TemporaryFolder folder_;
   SweepRunner runner_;
   SweepOutcome reference_;
@@ -240,7 +240,8 @@ void DefineSweep(common::Command* program) {
   command->AddNumber("--timeout", &options->timeout,
                      "End a run after N seconds (default: 2, or 10 times a run without a fault)");
   command->AddNumber("--jobs", &options->jobs, "Run N at a time (default: one per processor)");
-  command->AddFile("--json", &options->json, "Write the results to FILE as JSON");
+  command->AddFile("--json", &options->json,
+                   "Write the results to FILE as JSON; with -, the table goes to standard error");
   command->AddFlag("--strict", &options->strict, "Fail also for unnoticed faults and leaks");
   command->AddFlag("--allow-failure", &options->allowFailure,
                    "Continue if the program fails without a fault");
@@ -249,7 +250,8 @@ void DefineSweep(common::Command* program) {
   command->TakeProgram(&options->program);
   command->SetAction([=] {
     if (options->timeout == 0U || options->jobs == 0U) {
-      throw common::UsageError("--timeout and --jobs: 0 is too small; use 1 or more");
+      throw common::UsageError(Format("{}: 0 is too small; use 1 or more",
+                                      options->jobs == 0U ? "--jobs" : "--timeout"));
     }
     PlanSweep({}, options->faults, options->operations, false);  // refuses unknown words early
     CheckOutputs({{"--json", options->json}}, InputFiles(options->scenario));

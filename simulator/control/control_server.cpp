@@ -95,8 +95,9 @@ std::string ControlServer::Ask(const std::string& served, const std::string& req
                                             common::Quoted(served), common::Quoted(path),
                                             std::strerror(error)));
   }
-  if (answer[0] == kRefused) throw common::InputError(answer.substr(1));
-  return answer.substr(1);
+  const std::string text = answer.substr(1);
+  if (answer[0] == kRefused) throw common::InputError(common::Quoted(request) + ": " + text);
+  return text;
 }
 
 ControlServer::ControlServer(const std::string& served, Engine* engine, Check check)
@@ -163,9 +164,8 @@ void ControlServer::AddFaultFromNow(const FaultKind& kind, const std::string& va
 }
 
 std::string ControlServer::Answer(const std::string& request) {
-  const std::size_t end = request.find(' ');
-  const std::string word = request.substr(0, end);
-  const std::string text = end == std::string::npos ? "" : request.substr(end + 1);
+  const auto [word, argument] = common::SplitOnce(request, " ");
+  const std::string text = argument.value_or("");
   const bool losesNow = word == "lose" && text.find(':') == std::string::npos;
   std::vector<std::string> known = {"back", "release", "counts"};
   for (const FaultKind& kind : FaultKinds()) {
@@ -181,11 +181,9 @@ std::string ControlServer::Answer(const std::string& request) {
     engine_->Announce("tell " + request);
     engine_->LoseDevice(loss);
   } else if (std::find(known.begin(), known.end(), word) == known.end()) {
-    throw common::InputError(common::Format("unknown instruction {}; expected {}",
-                                            common::Quoted(word), common::Joined(known)));
+    throw common::InputError("unknown instruction; expected " + common::Joined(known));
   } else if (!text.empty()) {
-    throw common::InputError(common::Format("unexpected argument {} after {}", common::Quoted(text),
-                                            common::Quoted(word)));
+    throw common::InputError("unexpected argument after " + common::Quoted(word));
   } else if (word == "back") {
     engine_->Announce("tell back");
     engine_->RestoreDevice();

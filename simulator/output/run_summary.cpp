@@ -16,7 +16,7 @@ namespace {
 std::string MembersText(const nlohmann::ordered_json& object) {
   std::vector<std::string> words;
   for (const auto& [name, value] : object.items()) words.push_back(name + " " + value.dump());
-  return common::Joined(words);
+  return words.empty() ? "none" : common::Joined(words);
 }
 
 }  // namespace

@@ -111,10 +111,14 @@ bool Transcript::Shows(const OperationRecord& record) {
     commands_.erase(record.connection);
   }
   if (only.failures && !record.IsFailure()) return false;
-  if (only.client && strcasecmp(only.client->c_str(), record.client.c_str()) != 0) return false;
-  if (!only.command) return true;
+  const auto isClient = [&record](const std::string& name) {
+    return strcasecmp(name.c_str(), record.client.c_str()) == 0;
+  };
+  const auto& clients = only.clients;
+  if (!clients.empty() && std::none_of(clients.begin(), clients.end(), isClient)) return false;
+  if (only.commands.empty()) return true;
   const auto command = commands_.find(record.connection);
-  return command != commands_.end() && command->second == *only.command;
+  return command != commands_.end() && only.commands.count(command->second) != 0;
 }
 
 void Transcript::OnOperation(const OperationRecord& record) {
@@ -126,7 +130,7 @@ void Transcript::OnOperation(const OperationRecord& record) {
 
 void Transcript::OnLogLine(const std::string& line, bool isFailure, std::chrono::nanoseconds) {
   const TranscriptFilter& only = style_.only;
-  if (only.client || only.command || (only.failures && !isFailure)) return;
+  if (!only.clients.empty() || !only.commands.empty() || (only.failures && !isFailure)) return;
   WriteDim(" log  " + line);
 }
 

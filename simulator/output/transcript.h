@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <utility>
 
@@ -15,11 +16,11 @@
 
 namespace zulisim {
 
-// Selects the lines of a transcript. Each condition that is set must hold.
+// Selects the lines of a transcript. Each condition that is set must hold, for any of its values.
 struct TranscriptFilter {
-  bool failures = false;                 // failed operations, negative statuses
-  std::optional<std::string> client;     // name of the client; case does not matter
-  std::optional<std::uint32_t> command;  // only reads and writes of this command
+  bool failures = false;             // failed operations, negative statuses
+  std::set<std::string> clients;     // names of clients; case does not matter
+  std::set<std::uint64_t> commands;  // only reads and writes of these commands
 };
 
 struct TranscriptStyle {

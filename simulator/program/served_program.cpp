@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstring>
 #include <filesystem>
 #include <iostream>
 #include <stdexcept>
@@ -54,8 +55,9 @@ std::string PrepareRoot(const std::string& root) {
 
 TemporaryFolder::TemporaryFolder() : path_(TemporaryParent() + "/zulisim.XXXXXX") {
   if (mkdtemp(path_.data()) == nullptr) {
-    throw std::system_error(errno, std::generic_category(),
-                            "cannot create the temporary folder " + common::Quoted(path_));
+    throw std::runtime_error(
+        common::Format("cannot create the temporary folder {}: {}; set TMPDIR to another folder",
+                       common::Quoted(path_), std::strerror(errno)));
   }
   parent_ = open(fs::path(path_).parent_path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC);
 }

@@ -100,7 +100,7 @@ class LineReader {
     if (otherwise && !Has(name)) return *otherwise;
     const Json& json = Get(name);
     if (json.is_number_unsigned() && json.get<std::uint64_t>() <= highest) return json;
-    Fail(Format("\"{}\": expected a number from 0 to {}", name, highest));
+    Fail(Format("\"{}\": expected a number from 0 to {}, not {}", name, highest, json.dump()));
   }
 
   std::string Text(const char* name, const char* otherwise = nullptr) const {

@@ -250,10 +250,8 @@ std::vector<Setting> SettingsOf(const std::string& text, char separator) {
   std::vector<Setting> settings;
   for (std::size_t begin = 0; begin <= text.size();) {
     const std::size_t end = std::min(text.find(',', begin), text.size());
-    const std::string part = text.substr(begin, end - begin);
-    const std::size_t middle = part.find(separator);
-    settings.push_back({part.substr(0, middle), std::nullopt});
-    if (middle != std::string::npos) settings.back().value = part.substr(middle + 1);
+    const auto [name, value] = common::SplitOnce(text.substr(begin, end - begin), {separator});
+    settings.push_back({name, value});
     begin = end + 1;
   }
   return settings;

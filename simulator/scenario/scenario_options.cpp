@@ -16,18 +16,10 @@ constexpr const char* kReplyForm = "CLIENT:COMMAND=FIELD,...";
 
 void FailWith(const Setting*, const std::string& message) { Fail(message); }
 
-// Splits the text at the first of `separators`. Without a separator, there is no second part.
-std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text,
-                                                             const char* separators) {
-  const std::size_t position = text.find_first_of(separators);
-  if (position == std::string::npos) return {text, std::nullopt};
-  return {text.substr(0, position), text.substr(position + 1)};
-}
-
-// Like the function above, but throws InputError if there is no separator.
+// Like SplitOnce, but throws InputError if there is no separator.
 std::pair<std::string, std::string> Split(const std::string& text, char separator,
                                           const std::string& form) {
-  const auto [first, second] = SplitOnce(text, std::string(1, separator).c_str());
+  const auto [first, second] = common::SplitOnce(text, {separator});
   if (!second) Fail(common::Format("'{}' is missing; the form is {}", separator, form));
   return {first, *second};
 }
@@ -52,7 +44,7 @@ void AddReply(const std::string& text, Scenario* scenario) {
 // CLIENT, CLIENT:COMMAND, *:COMMAND or #CONNECTION
 void AddScope(const std::string& scope, std::vector<Setting>* settings) {
   if (scope[0] == '#') return settings->push_back({"connection", scope.substr(1)});
-  const auto [client, command] = SplitOnce(scope, ":");
+  const auto [client, command] = common::SplitOnce(scope, ":");
   if (client != "*") settings->push_back({"client", client});
   if (command) settings->push_back({"command", command});
 }
@@ -77,10 +69,11 @@ const std::vector<InstructionOption>& InstructionOptions() {
 }
 
 void AddFault(const FaultKind& kind, const std::string& value, Scenario* scenario) {
-  const auto [place, effect] = SplitOnce(value, "=,");
-  const auto [occurrences, scope] = SplitOnce(place, "@");
+  const auto [place, effect] = common::SplitOnce(value, "=,");
+  const auto [occurrences, scope] = common::SplitOnce(place, "@");
   const auto [operation, when] = Split(occurrences, ':', kind.Form());
-  if ((!effect && kind.value[0] == '=') || effect == "") Fail("the form is " + kind.Form());
+  if ((!effect && kind.value[0] == '=') || effect == "")
+    Fail("the value is missing; the form is " + kind.Form());
   Instruction instruction{{{"operation", operation}, {"at", when}, {kind.key, effect}},
                           common::Format("--{} {}", kind.option, value)};
   if (scope) AddScope(*scope, &instruction.settings);

@@ -62,11 +62,9 @@ std::uint64_t ParseSeed(const std::string& text) {
 }
 
 Occurrences ParseOccurrences(const std::string& text) {
-  const std::size_t dash = text.find('-');
-  const bool isRange = dash != std::string::npos;
-  const bool isOpen = isRange && dash + 1 == text.size();
-  const auto first = common::ParseNumber(text.substr(0, dash));
-  const auto last = isRange && !isOpen ? common::ParseNumber(text.substr(dash + 1)) : first;
+  const auto [from, to] = common::SplitOnce(text, "-");
+  const auto first = common::ParseNumber(from);
+  const auto last = to.value_or("") != "" ? common::ParseNumber(*to) : first;
   if (!first || !last) {
     throw common::InputError(common::Format(
         "{} is not a valid position; expected '3', '3-5' or '3-', with numbers up to {}",
@@ -77,7 +75,7 @@ Occurrences ParseOccurrences(const std::string& text) {
         common::Quoted(text) + " is not a valid position; " +
         (*first == 0 ? "positions count from 1" : "the range ends before it begins"));
   }
-  return {*first, isOpen ? kForever : *last - *first + 1};
+  return {*first, to == "" ? kForever : *last - *first + 1};
 }
 
 }  // namespace zulisim

@@ -168,7 +168,7 @@ begin held "write    9 bytes" "$zulisim" record -o recorded --from mount/zuli --
 expect 0 '^1 reply released$' "$zulisim" tell mount/zuli release
 wait $!
 contains held.out 'read:9=9'
-expect 125 'does not pass ENOSYS' "$zulisim" tell mount/zuli fault open:1=ENOSYS
+expect 125 "'fault open:1=ENOSYS': .*does not pass ENOSYS" "$zulisim" tell mount/zuli fault open:1=ENOSYS
 expect 125 "zuli' is already served" timeout 20 "$zulisim" serve --fuse mount/zuli
 end HUP $engine
 [ $? -eq 122 ] || fail "serve --strict: a fault that did not happen did not fail"

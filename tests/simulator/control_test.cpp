@@ -84,11 +84,12 @@ TEST_F(ControlTest, instructs_the_engine_from_many_clients_while_it_is_used) {
       "(tell fault close:1=EIO: .* in \\d+ closes?\n){60}"
       "tell fault open:2=EACCES: happened 1 time in 2 opens\n");
   EXPECT_TRUE(std::regex_match(Tell("counts"), counts)) << Tell("counts");
-  EXPECT_EQ(Tell("fault ioctl:1=EIO"), "refused");
-  EXPECT_EQ(Tell("fault read:1@fenu=EIO"), "unknown client 'fenu'; expected PROBE");
-  EXPECT_EQ(Tell("back now"), "unexpected argument 'now' after 'back'");
+  EXPECT_EQ(Tell("fault ioctl:1=EIO"), "'fault ioctl:1=EIO': refused");
+  EXPECT_EQ(Tell("fault read:1@fenu=EIO"),
+            "'fault read:1@fenu=EIO': unknown client 'fenu'; expected PROBE");
+  EXPECT_EQ(Tell("back now"), "'back now': unexpected argument after 'back'");
   EXPECT_EQ(Tell("lsoe"),
-            "unknown instruction 'lsoe'; expected back, release, counts, fault, "
+            "'lsoe': unknown instruction; expected back, release, counts, fault, "
             "short, lose, refuse, no-reply");
 
   engine_.AddObserver(this);
