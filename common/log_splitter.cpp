@@ -46,21 +46,14 @@ void LogSplitter::Finish() {
 
 void LogSplitter::Scan(bool final) {
   for (;;) {
-    const std::size_t colon = buffer_.find(':', scan_);
-    if (colon == std::string::npos) {
-      scan_ = buffer_.size();
-      return;
-    }
-    if (!final && colon + kLookAhead > buffer_.size()) {
-      scan_ = colon;
-      return;
-    }
-    if (std::optional<Lead> lead = LeadAt(colon)) {
+    scan_ = std::min(buffer_.find(':', scan_), buffer_.size());
+    if (scan_ + (final ? 1 : kLookAhead) > buffer_.size()) return;
+    if (std::optional<Lead> lead = LeadAt(scan_)) {
       Emit(lead->begin);
       current_ = std::move(lead->record);
       text_ = scan_ = lead->end;
     } else {
-      scan_ = colon + 1;
+      ++scan_;
     }
   }
 }

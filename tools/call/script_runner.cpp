@@ -96,9 +96,7 @@ void ScriptRunner::PrintResult(const ScriptStep& step, const CallResult& result)
   out_ << "      ->  " << (good ? colours_.good : colours_.bad) << StatusText(result.status)
        << colours_.reset << '\n';
   const std::vector<std::string> lines = log_->Take();
-  if (!good) {
-    PrintFailure(out_, colours_, kIndent, DescribeFailure(result.status, lines));
-  }
+  if (!good) PrintFailure(out_, colours_, kIndent, DescribeFailure(result.status, lines));
   if (step.entryPoint->arguments & kNewHandle) {
     out_ << kIndent << common::Format("handle  {}\n", handles_[step.handle]);
   }

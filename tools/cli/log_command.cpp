@@ -30,14 +30,11 @@ using common::LogRecord;
 
 constexpr int kPollMilliseconds = 200;
 
-bool Contains(std::string_view text, std::string_view part) {
-  return text.find(part) != std::string_view::npos;
-}
-
 bool ReportsFailure(const LogRecord& record) {
   constexpr const char* kMarks[] = {"failed", "Exception", "Error", "errno", "errorno"};
-  return std::any_of(std::begin(kMarks), std::end(kMarks),
-                     [&record](const char* mark) { return Contains(record.text, mark); });
+  return std::any_of(std::begin(kMarks), std::end(kMarks), [&record](const char* mark) {
+    return record.text.find(mark) != std::string::npos;
+  });
 }
 
 // Prints a record on one line: the number of copies, the prefix, the function, the tag and the
@@ -162,7 +159,7 @@ Examples:
   kaloctl log --follow --failures /data/Marvoleth.log
   zulisim run -- sh -c './driver; kaloctl log /data/Marvoleth.log'
 
-Exit status: 0 done, 2 wrong usage or a file that cannot be read. See kaloctl(1).)");
+Exit status: 0 done, 2 wrong usage or a file that cannot be read.)");
   command->AddFile("FILE", &options->path,
                    "The log, usually /data/Marvoleth.log (- for standard input)");
   command->Require({"FILE"});
