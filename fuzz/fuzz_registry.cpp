@@ -71,7 +71,8 @@ void CompareReaders(const kaloctl::RegistryText& registry, const std::string& te
     }
   }
   if (!complete) return;
-  FUZZ_CHECK(FormatRegistry(kaloctl::ParseRegistry(reader.keys)) == reader.keys);
+  const kaloctl::RegistryText again = kaloctl::ParseRegistry(reader.keys);
+  FUZZ_CHECK(FormatRegistry(again) == reader.keys && !again.stop && again.misread.empty());
   const std::string rewritten = oscl::RegistryImage(text).Rendered();
   const kaloctl::RegistryText repaired = kaloctl::RepairRegistry(rewritten);
   FUZZ_CHECK(FormatRegistry(repaired) == reader.keys && repaired.doubtful == texts);

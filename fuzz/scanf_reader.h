@@ -24,7 +24,7 @@ class ScanfReader {
 
   std::string keys;   // as kaloctl writes them
   uint32_t code = 0;  // the library's error
-  bool whole = true;  // whether the library reads the text to its end
+  bool whole = true;  // whether the library reads the text to its end, without a cut-off item
 
  private:
   bool ReadLine() { return fscanf(file_, "%255[^\n]\n", line_) == 1; }
@@ -45,14 +45,14 @@ class ScanfReader {
     while (code == 0 && ReadLine()) {
       if (std::strcmp(line_, "[KEY]") == 0) {
         unsigned id = 0;
-        const bool named = ReadId(&id) && ReadLine();
+        whole = ReadId(&id) && ReadLine();
         char key[sizeof line_ + 32];
-        std::snprintf(key, sizeof key, "[KEY]\n\t0x%08x\n\t%s\n", id, named ? line_ : "");
+        std::snprintf(key, sizeof key, "[KEY]\n\t0x%08x\n\t%s\n", id, whole ? line_ : "");
         keys += key;
-        if (!named) return;
+        if (!whole) return;
       } else if (std::strcmp(line_, "[VALUE]") == 0) {
-        whole = !keys.empty();  // the library ignores what follows a value without a key
-        if (!whole || !ReadValue()) return;
+        whole = !keys.empty() && ReadValue();  // a value without a key is not read
+        if (!whole) return;
       } else {
         code = 13;
       }

@@ -7,7 +7,6 @@
 #include "common/command_line.h"
 #include "common/format.h"
 #include "common/input.h"
-#include "common/number.h"
 #include "common/text.h"
 #include "oscl/last_error.h"
 #include "oscl/registry.h"
@@ -89,13 +88,13 @@ int List(const RegistryOptions& options) {
 }
 
 // Returns the key that the command line names. The library looks up the id of the name, then the
-// name of that id, and then the key with that name. Throws RegistryError if there is no such key,
-// and common::InputError if the library would find another key.
+// name of that id, and then the key with that name. Throws std::runtime_error if there is no such
+// key, and common::InputError if the library would find another key.
 RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
   const RegistryKey* key = registry.FindByName(options.key);
   if (key == nullptr) {
-    throw RegistryError(Format("{} has no key {}", Quoted(options.file), Quoted(options.key)),
-                        OSCL_ERROR_REG_ID_NOT_FOUND);
+    throw std::runtime_error(Format("{} has no key {} (code {})", Quoted(options.file),
+                                    Quoted(options.key), OSCL_ERROR_REG_ID_NOT_FOUND));
   }
   if (!registry.Reaches(*key)) {
     throw common::InputError("key " + Quoted(options.key) + kHidden +
@@ -106,8 +105,8 @@ RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
 
 RegistryValue& FindValue(RegistryKey& key, const std::string& name) {
   if (RegistryValue* value = key.Find(name)) return *value;
-  throw RegistryError(Format("key {} has no value {}", Quoted(key.name), Quoted(name)),
-                      OSCL_ERROR_REG_VALUE_NOT_FOUND);
+  throw std::runtime_error(Format("key {} has no value {} (code {})", Quoted(key.name),
+                                  Quoted(name), OSCL_ERROR_REG_VALUE_NOT_FOUND));
 }
 
 int Get(const RegistryOptions& options) {
@@ -117,20 +116,13 @@ int Get(const RegistryOptions& options) {
   return kDone;
 }
 
-// Returns the number in the form that the file uses: "5" or "-5".
-std::string NumberText(const std::string& data) {
-  const bool negative = !data.empty() && data[0] == '-';
-  const std::uint64_t number = common::RequireNumber("DATA", data.substr(negative ? 1 : 0),
-                                                     negative ? 0x80000000u : common::kMaxWord);
-  return std::to_string(static_cast<std::int32_t>(negative ? 0 - number : number));
-}
-
-// Loads a file. Throws if the library stops reading before the end of the file.
+// Loads a file. Throws if a change would lose lines or numbers of the file.
 RegistryText LoadToEdit(const RegistryOptions& options) {
   RegistryText registry = LoadRegistryFile(options.file);
+  if (!registry.misread.empty()) throw common::InputError(registry.misread.front());
   if (!registry.stop) return registry;
   throw common::InputError(registry.stop->Text(options.file) +
-                           "; correct the line first: a change would lose the lines after it");
+                           "; a change would lose lines of the file, so correct it first");
 }
 
 // Writes `registry`. Throws if the library would not read the same keys and values back.
@@ -183,18 +175,15 @@ int Set(const RegistryOptions& options) {
     if (options.type == TypeText(type)) value->type = type;
   }
   value->data = value->type == REG_SZ ? options.data : NumberText(options.data);
-  return Write(registry, options);
+  if (value->data) return Write(registry, options);
+  throw common::InputError("DATA: expected a number from -2147483648 to 4294967295, not " +
+                           Quoted(options.data));
 }
 
 int Check(const RegistryOptions& options) {
-  std::vector<std::string> problems;
-  RegistryText registry;
-  try {
-    registry = LoadRegistryFile(options.file);
-    if (registry.stop) problems.push_back(registry.stop->Text(options.file));
-  } catch (const RegistryError& error) {
-    problems.emplace_back(error.what());
-  }
+  const RegistryText registry = ParseRegistry(common::ReadInput(options.file));
+  std::vector<std::string> problems = registry.misread;
+  if (registry.stop) problems.push_back(registry.stop->Text(options.file));
   for (const RegistryKey& key : registry.keys) {
     if (!registry.Reaches(key)) problems.push_back("key " + Quoted(key.name) + kHidden);
   }
@@ -214,7 +203,7 @@ int Repair(const RegistryOptions& options) {
   if (!IsRewritten(content)) return Check(options);
   const RegistryText repaired = RepairRegistry(content);
   const auto& stop = repaired.stop;
-  if (stop) throw std::runtime_error(stop->Text(options.file) + "; correct the line first");
+  if (stop) throw std::runtime_error(stop->Text(options.file));
   ShowKeys(repaired, false);
   if (repaired.doubtful && !options.force) {
     throw common::InputError(
@@ -230,16 +219,15 @@ constexpr char kFooter[] =
     R"(KEY is the full path of a key, such as 'HKEY_LOCAL_MACHINE\Software\Video'. NAME is a value
 in it. Numbers have 32 bits, also in a qword.
 
-A change replaces the file as a whole or not at all. It keeps the file's owner, permissions and
-link, but no comments, access lists or security labels. 'check' names each error with its line. 'repair' fixes a
-file that the library has rewritten.
+A change replaces the file as a whole or not at all. It keeps the file's owner, its permissions and
+a symbolic link to it, but no comments, access lists or security labels. 'check' names the first
+wrong line, wrong numbers and hidden keys. 'repair' fixes a file that the library has rewritten.
 
 Examples:
   kaloctl registry get 'HKEY_LOCAL_MACHINE\Software\Video' Level
   kaloctl registry set 'HKEY_LOCAL_MACHINE\Software\Video' Level 3 --type dword --file r.txt
 
-Exit status: 0 done, 1 the library rejects the file or finds no such key or value, 2 wrong usage
-or input. See kaloctl(1).)";
+Exit status: 0 done, 1 a wrong file, or no such key or value, 2 wrong usage or input.)";
 
 }  // namespace
 

@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <memory>
+#include <stdexcept>
 
 #include "common/format.h"
 #include "common/input.h"
@@ -16,34 +17,21 @@
 #include "oscl/last_error.h"
 
 namespace kaloctl {
-namespace {
-
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-}  // namespace
-
-RegistryError::RegistryError(const std::string& what, std::uint32_t code)
-    : std::runtime_error(common::Format("{} (code {})", what, code)) {}
 
 RegistryText LoadRegistryFile(const std::string& path) {
-  const std::string content = common::ReadInput(path);
-  RegistryText registry = ParseRegistry(content);
+  RegistryText registry = ParseRegistry(common::ReadInput(path));
   if (!registry.stop || registry.stop->code == OSCL_ERROR_SUCCESS) return registry;
-  std::string text = registry.stop->Text(path);
-  if (IsRewritten(content)) {
-    text += "; the library has rewritten the file; run " +
-            common::Quoted("kaloctl registry repair --file " + path);
-  }
-  throw RegistryError(text, registry.stop->code);
+  throw std::runtime_error(registry.stop->Text(path));
 }
 
 void WriteRegistryFile(const std::string& path, const std::string& content) {
   const auto require = [&path](bool done, const char* what) {
     if (done) return;
-    throw RegistryError(
-        common::Format("cannot change {}: {}{}", common::Quoted(path), what, std::strerror(errno)),
-        OSCL_ERROR_REG_FILE_UNWRITABLE);
+    throw std::runtime_error(common::Format("cannot change {}: {}{} (code {})",
+                                            common::Quoted(path), what, std::strerror(errno),
+                                            OSCL_ERROR_REG_FILE_UNWRITABLE));
   };
+  using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
   const File old(std::fopen(path.c_str(), "ae"), &std::fclose);
   require(old != nullptr, "");
   // The path of the file after resolving all symbolic links.

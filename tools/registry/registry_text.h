@@ -24,7 +24,8 @@ struct RegistryKey {
   RegistryValue* Find(std::string_view valueName);
 };
 
-// The line at which the library stops reading a file.
+// The line at which the library stops reading a file: one that is wrong, or the one after the file
+// if its last key or value is incomplete.
 struct RegistryStop {
   std::size_t line = 1;
   std::uint32_t code = 0;  // the library's error; 0 if it silently ignores the rest
@@ -38,6 +39,7 @@ struct RegistryStop {
 struct RegistryText {
   std::vector<RegistryKey> keys;     // in the order of the file; none after an error
   std::optional<RegistryStop> stop;  // nullopt if the library reads the whole file
+  std::vector<std::string> misread;  // the numbers that the library reads otherwise than written
   // True if a repaired file may hold keys and values that no program has created. The library
   // writes line feeds in a text unchanged, so a line that looks like a key or value may be part of
   // a text.
@@ -51,6 +53,10 @@ struct RegistryText {
   // Returns false if another key with the same name or id hides this key.
   bool Reaches(const RegistryKey& key) const;
 };
+
+// Returns a decimal or hexadecimal number of 32 bits as the library writes it, "5" or "-5", or
+// nullopt for any other text.
+std::optional<std::string> NumberText(std::string_view text);
 
 // Parses `content` with the library's own parser.
 RegistryText ParseRegistry(const std::string& content);
