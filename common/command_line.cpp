@@ -46,25 +46,18 @@ std::string Usage(const CLI::App& app) {
 
 // Returns a row of the help: the name, and its description wrapped in the second column.
 std::string Row(const std::string& name, const std::string& text) {
-  std::string row = "  " + name;
-  std::size_t column = row.size();
-  if (column > kNameWidth - 2) {
-    row += '\n';
-    column = 0;
-  }
-  row.append(kNameWidth - column, ' ');
-  column = kNameWidth;
+  std::string rows, line = Format("  {:{}}  ", name, kNameWidth - 4);
+  const auto endLine = [&rows, &line] {
+    rows += line.substr(0, line.find_last_not_of(' ') + 1) + '\n';
+    line.assign(kNameWidth, ' ');
+  };
+  if (line.size() > kNameWidth) endLine();
   std::istringstream words(text);
-  for (std::string word, blank; words >> word; blank = " ") {
-    if (!blank.empty() && column + 1 + word.size() > kLineWidth) {
-      row += '\n' + std::string(kNameWidth, ' ');
-      column = kNameWidth;
-      blank.clear();
-    }
-    row += blank + word;
-    column += blank.size() + word.size();
+  for (std::string word; words >> word; line += word + ' ') {
+    if (line.size() + word.size() > kLineWidth) endLine();
   }
-  return row + '\n';
+  endLine();
+  return rows;
 }
 
 std::string OptionRow(const CLI::Option& option) {
@@ -242,6 +235,9 @@ void Command::Complain(const std::string& message) const {
   const std::vector<std::string> commands = CommandNames(*app_);
   const std::vector<std::string> words = app_->remaining();
   const std::string word = words.empty() ? "" : words.front();
+  if (const std::size_t end = message.find(": At Most"); end != std::string::npos) {
+    throw UsageError(message.substr(0, end) + ": given more than once; give it once");
+  }
   if (word[0] == '-') {
     std::vector<std::string> known;
     for (const CLI::Option* option : app_->get_options()) known.push_back(option->get_name());

@@ -61,8 +61,8 @@ std::vector<std::uint8_t> ReadRequest(const SendOptions& options) {
   if (!options.command) return bytes;
   if (bytes.size() < kHeaderSize) {
     throw common::InputError(
-        common::Format("{}: {} bytes are too short for --command; use --body to add a header of 16",
-                       name, bytes.size()));
+        common::Format("{}: {} cannot hold a header for --command; use --body to add one", name,
+                       common::Counted(bytes.size(), "byte")));
   }
   SetCommand(bytes, *options.command);
   return bytes;
@@ -100,7 +100,7 @@ void PrintOutcome(const Outcome& outcome, bool showLog) {
     PrintMessage(std::cout, outcome.reply);
     if (!outcome.privateData.empty()) {
       std::cout << colours.bold << "private data" << colours.reset << ", "
-                << outcome.privateData.size() << " bytes\n"
+                << common::Counted(outcome.privateData.size(), "byte") << '\n'
                 << common::HexDump(outcome.privateData, "  ");
     }
   }
@@ -126,7 +126,7 @@ Outcome Exchange(const SendOptions& options, const std::vector<std::uint8_t>& re
     if (!options.json) {
       const common::Colours colours = common::ColoursFor(stdout);
       std::cout << colours.bold << "request" << colours.reset << " to " << ClientName(client)
-                << ", " << request.size() << " bytes\n";
+                << ", " << common::Counted(request.size(), "byte") << '\n';
       PrintMessage(std::cout, request);
       std::cout << std::flush;
     }
@@ -139,8 +139,10 @@ Outcome Exchange(const SendOptions& options, const std::vector<std::uint8_t>& re
   return outcome;
 }
 
-void WriteReply(const std::string& path, const std::vector<std::uint8_t>& reply) {
-  std::ofstream file(path, std::ios::binary);
+// Writes to the open file at `path`. Throws common::InputError, also if the file could not be
+// opened.
+void WriteReply(std::ofstream& file, const std::string& path,
+                const std::vector<std::uint8_t>& reply) {
   file.write(reinterpret_cast<const char*>(reply.data()),
              static_cast<std::streamsize>(reply.size()));
   if (file.flush()) return;
@@ -149,15 +151,27 @@ void WriteReply(const std::string& path, const std::vector<std::uint8_t>& reply)
 }
 
 int Send(const SendOptions& options) {
-  std::error_code missing;
-  if (std::filesystem::equivalent(options.file, options.outputFile, missing)) {
+  const std::string& output = options.outputFile;
+  std::error_code ignored;
+  if (std::filesystem::equivalent(options.file, output, ignored)) {
     throw common::UsageError("--output is the same file as FILE; choose another");
   }
-  const Outcome outcome = Exchange(options, ReadRequest(options));
+  if (output == "-") throw common::UsageError("--output: name a file, not '-'");
+  const std::vector<std::uint8_t> request = ReadRequest(options);
+  // Open the file first: if it is not writable, no command may be executed.
+  std::ofstream file;
+  if (!output.empty()) {
+    file.open(output, std::ios::binary | std::ios::app);
+    WriteReply(file, output, {});
+  }
+  const Outcome outcome = Exchange(options, request);
   options.json ? PrintOutcomeJson(outcome, options.showLog)
                : PrintOutcome(outcome, options.showLog);
   if (outcome.Failed()) return kFailed;
-  if (!options.outputFile.empty()) WriteReply(options.outputFile, outcome.reply);
+  if (file.is_open()) {
+    std::filesystem::resize_file(output, 0, ignored);  // fails if it is a pipe or a device
+    WriteReply(file, output, outcome.reply);
+  }
   if (outcome.reply.empty()) return kFailed;
   return outcome.HasHeader() && outcome.FirmwareStatus() < 0 ? kRefused : kDone;
 }
@@ -177,7 +191,7 @@ Examples:
   kaloctl send request.bin --output reply.bin
 
 Exit status: 0 a reply, 3 a reply with a negative status, 1 the call failed or no reply came,
-2 wrong usage or input. See kaloctl(1).)";
+2 wrong usage or input.)";
 
 }  // namespace
 
@@ -191,7 +205,8 @@ void DefineSend(common::Command* program) {
   command->AddFlag("--body", &options->bodyOnly,
                    "Put a header before the input; requires --command");
   command->AddNumber("--command", &options->command, "Send this command identifier");
-  command->AddFile("--output", &options->outputFile, "Write the raw reply to FILE");
+  command->AddFile("--output", &options->outputFile,
+                   "Write the raw reply to FILE, which is opened before the request is sent");
   command->AddFlag("--log", &options->showLog,
                    "Show the library's log lines, including trace lines");
   AddJsonFlag(command, &options->json);
