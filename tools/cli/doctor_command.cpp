@@ -130,7 +130,10 @@ int Examine(bool asJson) {
   bool good = true;
   Json results = Json::array();
   for (const auto& [name, check] : checks) {
-    const Finding finding = check();
+    Finding finding = check();
+    if (finding.result == kBad && !results.empty() && results[0]["result"] == kBad) {
+      finding.remedy = "correct the failed check 'device' first";
+    }
     results.push_back({{"name", name},
                        {"result", finding.result},
                        {"text", finding.text},
@@ -159,7 +162,7 @@ Examples:
   kaloctl doctor
   zulisim run --client kalo:max=8 kaloctl doctor
 
-Exit status: 0 commands can be sent, 1 they cannot, 2 wrong usage. See kaloctl(1).)");
+Exit status: 0 commands can be sent, 1 they cannot, 2 wrong usage.)");
   const auto json = std::make_shared<bool>(false);
   AddJsonFlag(command, json.get());
   command->SetAction([=] { return Examine(*json); });

@@ -16,7 +16,7 @@ namespace {
 int Main(int argc, char** argv) {
   common::Command program(
       "kaloctl", "Call the security engine's firmware clients through libkalodll.so",
-      std::string("'kaloctl COMMAND --help' describes a command, and kaloctl(1) all of them.\n") +
+      std::string("'kaloctl COMMAND --help' and kaloctl-COMMAND(1) describe a command.\n") +
           "Without a device: zulisim run kaloctl COMMAND ...\n\n" + kaloctl::kExitStatusHelp +
           "\nOutput to a terminal has colours, unless NO_COLOR is set.",
       KALOCTL_VERSION);

@@ -67,7 +67,7 @@ Examples:
   kaloctl probe
   zulisim run --fault ioctl:2=ENOTTY kaloctl probe
 
-Exit status: 0 done, 1 a client cannot be opened, 2 wrong usage. See kaloctl(1).)");
+Exit status: 0 done, 1 a client cannot be opened, 2 wrong usage.)");
   const auto json = std::make_shared<bool>(false);
   AddJsonFlag(command, json.get());
   command->SetAction([=] { return Probe(*json); });

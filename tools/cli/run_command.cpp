@@ -73,13 +73,14 @@ void DefineRun(common::Command* program) {
       "run", "Make the calls of a script and show the result of each", ScriptHelp() + R"(
 Prints for each call its status, reply, number of open handles and log lines. --state then
 prints the state of kaloctl's own copy of the library. A session keeps its address there after
-it is closed. --json requires --state and moves everything else to standard error. Do not send on a session that another call has closed: this may crash, as in a driver.
+it is closed. --json requires --state and moves everything else to standard error. Do not send on
+a session that another call has closed: this may crash, as in a driver.
 
 Examples:
   zulisim run kaloctl run script.txt
   kaloctl run --state --json
 
-Exit status: 0 every call succeeded, 1 a call failed, 2 wrong usage or script. See kaloctl(1).)");
+Exit status: 0 every call succeeded, 1 a call failed, 2 wrong usage or script.)");
   command->AddFile("SCRIPT", &options->script, "Read the calls from SCRIPT (- for standard input)");
   command->AddFlag("--trace", &options->trace,
                    "Show the library's trace lines too, and write them to its log file");
