@@ -20,7 +20,10 @@ page() { # page NAME COMMAND...: help2man takes the name of a page from the prog
   about=$("$@" --help | sed -n 1p)
   local details=("$(dirname "$0")"/../*/manual/"$page.h2m")
   help2man --opt-include="${details[0]}" --no-info --section=1 --source="kalodll $version" --version-string="$version" \
-    --manual="User Commands" --name="${about%.}" "$scratch/$page" | gzip -9n >"$folder/$page.1.gz"
+    --manual="User Commands" --name="${about%.}" "$scratch/$page" |
+    # Indented text keeps its lines, and the exit status has a section of its own.
+    sed -e 's/^Exit status: /.SH "EXIT STATUS"\n/' \
+      -e '/^\.IP$/,/^\.[PST]/ { s/^\.IP$/&\n.nf/; s/^\.[PST]/.fi\n&/ }' | gzip -9n >"$folder/$page.1.gz"
 }
 
 page "$name" "$tool"
