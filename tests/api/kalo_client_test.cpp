@@ -95,6 +95,16 @@ TEST_F(Clients, do_not_use_a_session_that_a_failed_initialisation_destroyed) {
   EXPECT_EQ(Send(client), "done, reply");
 }
 
+TEST_F(Clients, send_nothing_after_other_code_has_closed_their_session) {
+  void* handle = nullptr;
+  FenuInit3(&handle);
+  FenuCleanup();
+  kalo::Client client(kalo::Firmware::kFenu);
+  EXPECT_EQ(Send(client), "not sent, zeros");
+  EXPECT_EQ(last_.text, "other code has closed the session");
+  EXPECT_EQ(last_.status + last_.firmwareStatus, 0);
+}
+
 TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle) {
   { const kalo::Client display(kalo::Firmware::kFenu, 0x30001, 1); }
   EXPECT_EQ(state.firmwareApiVersion, 0u);
