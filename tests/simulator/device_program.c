@@ -61,6 +61,8 @@ static long Bare(size_t count) {
 
 static long NonBlock(size_t none) { return fcntl(device, F_SETFL, O_NONBLOCK) + (long)none; }
 
+static long Block(size_t none) { return fcntl(device, F_SETFL, 0) + (long)none; }
+
 static long On(size_t descriptor) { return device = (int)descriptor; }
 static long Onto(size_t descriptor) { return dup2(device, (int)descriptor); }
 
@@ -105,7 +107,7 @@ static const struct {
              {"badread", BadRead}, {"badwrite", BadWrite}, {"bare", Bare},
              {"on", On},           {"child", InChild},     {"log", Log},
              {"exit", Exit},       {"nonblock", NonBlock}, {"vfork", InVfork},
-             {"onto", Onto}};
+             {"onto", Onto},       {"block", Block}};
 
 static void OnSignal(int number) { (void)number; }
 
