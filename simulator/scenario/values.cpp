@@ -64,7 +64,7 @@ std::uint64_t ParseSeed(const std::string& text) {
 Occurrences ParseOccurrences(const std::string& text) {
   const auto [from, to] = common::SplitOnce(text, "-");
   const auto first = common::ParseNumber(from);
-  const auto last = to.value_or("") != "" ? common::ParseNumber(*to) : first;
+  const auto last = to.value_or("").empty() ? first : common::ParseNumber(*to);
   if (!first || !last) {
     throw common::InputError(common::Format(
         "{} is not a valid position; expected '3', '3-5' or '3-', with numbers up to {}",
