@@ -164,6 +164,10 @@ TEST(PreloadServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   EXPECT_EQ(engine.ReleaseReplies(), 1u);
   reader.join();
   EXPECT_EQ(close(device), 0);
+  for (const OperationRecord& record : engine.Records()) {
+    EXPECT_EQ(record.process, getpid());
+    EXPECT_EQ(record.thread != getpid(), record.operation == Operation::kRead);
+  }
 }
 
 }  // namespace
