@@ -76,6 +76,7 @@ extern KaloDllState gKaloDllState;
 static_assert(sizeof(KaloDllState) == 3208);
 static_assert(offsetof(KaloDllState, stateLock) == 8);
 static_assert(offsetof(KaloDllState, provisioningSession) == 48);
+static_assert(offsetof(KaloDllState, kaloSessionA) == 56);
 static_assert(offsetof(KaloDllState, fenuSession) == 72);
 static_assert(offsetof(KaloDllState, apiErrorText) == 80);
 static_assert(offsetof(KaloDllState, kaloErrorText) == 1108);
@@ -85,5 +86,6 @@ static_assert(offsetof(KaloDllState, lastErrorContext) == 3168);
 static_assert(offsetof(KaloDllState, lastErrorProcessId) == 3176);
 static_assert(offsetof(KaloDllState, stateInitFlag) == 3184);
 static_assert(offsetof(KaloDllState, kaloRefCountA) == 3188);
+static_assert(offsetof(KaloDllState, kaloRefCountB) == 3192);
 static_assert(offsetof(KaloDllState, sessionBShared) == 3200);
 #endif

@@ -39,6 +39,8 @@ class Clients : public LibraryTest {
 
 TEST_F(Clients, report_each_outcome_and_clear_the_reply) {
   kalo::Client client;
+  EXPECT_EQ(state.firmwareApiVersion, KALO_FIRMWARE_API_32);
+  EXPECT_FALSE(state.stateInitFlag);
   engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
   EXPECT_EQ(Send(client), "not sent, zeros");
   EXPECT_EQ(last_.text, "Cannot open ZULI device.");
@@ -79,7 +81,7 @@ TEST_F(Clients, send_a_request_that_shares_a_buffer_with_its_reply) {
   for (const size_t shift : {0, 8}) {
     Bytes buffer = Message(0x10, 40);
     const Bytes request(buffer.begin() + shift, buffer.begin() + shift + 32);
-    client.Send(buffer.data() + shift, 32, buffer.data() + 8 - shift, 32);
+    client.Send(buffer.data() + shift, 32, buffer.data() + 8 - shift, 24);
     EXPECT_EQ(engine.Requests("KALO").back(), request);
   }
 }
