@@ -48,7 +48,8 @@ extern SessionField fenuField;
 // unless the driver passes it to FenuCleanup3.
 enum Sides { kKaloSide = 1, kFenuSide = 2, kBothSides = kKaloSide | kFenuSide };
 
-// Returns a new session with a connection to a client. Throws if it cannot connect.
+// Returns a new session with a connection to a client, owned by the caller. Throws std::bad_alloc
+// and whatever ClientSession::ConnectClient throws. Takes no lock.
 ClientSession* OpenSession(const _GUID* client);
 
 // Deletes a session and marks the fields of `sides` that hold its address.

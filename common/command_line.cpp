@@ -235,6 +235,7 @@ void Command::Complain(const std::string& message) const {
   const std::vector<std::string> commands = CommandNames(*app_);
   const std::vector<std::string> words = app_->remaining();
   const std::string word = words.empty() ? "" : words.front();
+  // CLI11's text for an option that has more values than it can take.
   if (const std::size_t end = message.find(": At Most"); end != std::string::npos) {
     throw UsageError(message.substr(0, end) + ": given more than once; give it once");
   }

@@ -21,7 +21,7 @@ std::string Counted(std::size_t count, const std::string& noun, const std::strin
 // "KALO, FENU, SAB"
 std::string Joined(const std::vector<std::string>& words, const std::string& separator = ", ");
 
-// Splits the text at the first of `separators`. Without a separator, there is no second part.
+// Splits the text at the first of `separators`. The second part is nullopt if none occurs.
 std::pair<std::string, std::optional<std::string>> SplitOnce(const std::string& text,
                                                              const std::string& separators);
 

@@ -16,7 +16,7 @@ constexpr const char* kReplyForm = "CLIENT:COMMAND=FIELD,...";
 
 void FailWith(const Setting*, const std::string& message) { Fail(message); }
 
-// Like SplitOnce, but throws InputError if there is no separator.
+// Like SplitOnce, but throws InputError if the separator is missing.
 std::pair<std::string, std::string> Split(const std::string& text, char separator,
                                           const std::string& form) {
   const auto [first, second] = common::SplitOnce(text, {separator});

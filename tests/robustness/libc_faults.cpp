@@ -124,19 +124,11 @@ int Unlock(pthread_mutex_t* mutex) {
 #define RELEASES(function) Hook<function, true>(#function, function)
 #define OWN(function, own) \
   { #function, reinterpret_cast < void*>(own) }
-const Row kHooks[] = {FAILS(fopen),
-                      FAILS(fwrite),
-                      FAILS(read),
-                      FAILS(lseek),
-                      FAILS(fstat),
-                      FAILS(malloc),
-                      FAILS(clock_getres),
-                      FAILS(clock_gettime),
-                      FAILS(dlsym),
-                      FAILS(usleep),
-                      FAILS(pthread_mutex_init)};
+const Row kHooks[] = {FAILS(fopen),        FAILS(fwrite),        FAILS(read),
+                      FAILS(lseek),        FAILS(fstat),         FAILS(malloc),
+                      FAILS(clock_getres), FAILS(clock_gettime), RELEASES(close),
+                      FAILS(dlsym),        FAILS(usleep),        FAILS(pthread_mutex_init)};
 const Row kOthers[] = {RELEASES(pthread_mutex_destroy),
-                       RELEASES(close),
                        RELEASES(fclose),
                        RELEASES(dlclose),
                        Hook<Open, false>("open", Open),

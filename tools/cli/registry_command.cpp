@@ -88,7 +88,7 @@ int List(const RegistryOptions& options) {
 }
 
 // Returns the key that the command line names. The library looks up the id of the name, then the
-// name of that id, and then the key with that name. Throws std::runtime_error if there is no such
+// name of that id, and then the key with that name. Throws std::runtime_error if the file lacks the
 // key, and common::InputError if the library would find another key.
 RegistryKey& FindKey(RegistryText& registry, const RegistryOptions& options) {
   const RegistryKey* key = registry.FindByName(options.key);

@@ -1,7 +1,7 @@
 #include "tools/registry/registry_text.h"
 
 #include <algorithm>
-#include <sstream>
+#include <cstring>
 
 #include "common/format.h"
 #include "common/number.h"
@@ -14,11 +14,12 @@ namespace {
 
 // Returns the data line of a value, which follows the lines of its name and type in the image.
 std::string DataLineOf(const oscl::RegistryValueRecord& value) {
-  std::istringstream lines(value.name.data() + value.name.size());
-  std::string line;
-  std::getline(lines >> std::ws, line);
-  std::getline(lines >> std::ws, line);
-  return line;
+  constexpr char kSpace[] = " \t\n\v\f\r";
+  const char* line = value.name.data() + value.name.size();
+  line += std::strspn(line, kSpace);  // to the type
+  line += std::strcspn(line, "\n");
+  line += std::strspn(line, kSpace);
+  return {line, std::strcspn(line, "\n")};
 }
 
 // Adds the keys that the library reads from `content`. Throws oscl::RegistryFailure.
