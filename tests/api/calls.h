@@ -21,11 +21,14 @@ inline constexpr struct Tag {
 
 // The arguments of a call. Every buffer has 32 bytes, except 16 for private data.
 struct Arguments {
-  explicit Arguments(uint32_t theCommand = 0x10, const Tag& tag = kTags[0])
-      : command(theCommand), privateLength(tag.length), wrapper(tag.wrapper) {
-    std::strcpy(reinterpret_cast<char*>(privateData.data()), tag.data);
-  }
+  explicit Arguments(uint32_t theCommand) : command(theCommand) {}
   Arguments(const Arguments&) = delete;
+
+  void Set(const Tag& tag) {
+    std::strcpy(reinterpret_cast<char*>(privateData.data()), tag.data);
+    privateLength = tag.length;
+    wrapper = tag.wrapper;
+  }
 
   bool AsksForWrapper() const { return wrapper && data != nullptr && length != nullptr; }
 
@@ -35,8 +38,8 @@ struct Arguments {
   Bytes output = Message(0xffffffff, 32, 0x7001, 0x1234abcd), privateData = Bytes(16);
   KALO_STATE_INIT_PARAMS values = {command, 0}, *params = &values;
   unsigned char *in = input.data(), *out = output.data(), *data = privateData.data();
-  unsigned inLength = 32, outLength = 32, privateLength, *length = &privateLength;
-  const bool wrapper;
+  unsigned inLength = 32, outLength = 32, privateLength = 16, *length = &privateLength;
+  bool wrapper = false;
   ClientSession* used = nullptr;  // the session that the call uses, if it uses one
   void* handle = kUnwritten;
 };
@@ -54,7 +57,12 @@ inline const struct Defect {
                 {"null-length", [](auto& a) { a.length = nullptr; }},
                 {"null-handle", [](auto& a) { a.used = nullptr; }},
                 {"long", [](auto& a) { a.inLength = a.outLength = 0xFFFFFFFF; }},
-                {"shared", [](auto& a) { a.values.stateInitOption = 1; }}};
+                {"shared", [](auto& a) { a.values.stateInitOption = 1; }},
+                {"tag-alloc", [](auto& a) { a.Set(kTags[1]); }},
+                {"tag-free", [](auto& a) { a.Set(kTags[2]); }},
+                {"bad-state", [](auto&) { gKaloDllState.kaloInterfaceVersion = 1; }},
+                {"bad-connect", [](auto&) { connectFailure = "refused"; }},
+                {"bad-close", [](auto&) { disconnectFails = true; }}};
 
 // What a call does: changes the announced version, opens a session, closes one, or sends on a
 // handle or on the session of the command.
@@ -130,6 +138,11 @@ class CallsTest : public LibraryTest, protected zulisim::OperationObserver {
                                                       : name[0];
     if (name == "open" && !failed) descriptors.insert(opened = record.descriptor);
     if (name == "close") descriptors.erase(record.descriptor);
+  }
+
+  uint32_t LastErrorCode() const {
+    const uint32_t codes[] = {0, state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
+    return codes[state.lastErrorSource];
   }
 
   bool traced = false;

@@ -9,7 +9,8 @@
 
 #include "transport/kalo_exception.h"
 
-test::InjectedFailure test::injected;
+const char* test::connectFailure = nullptr;
+bool test::disconnectFails = false;
 // Never destroyed: the leak sanitizer must find the sessions that a test leaves open.
 std::map<ClientSession*, const _GUID*>& test::connected =
     *new std::map<ClientSession*, const _GUID*>;
@@ -19,14 +20,6 @@ namespace {
 // Commands with this id are routed to a client without a session.
 constexpr unsigned kForeignCommand = 0xBADC;
 
-void ThrowIfDue(test::Point point) {
-  if (test::injected.point != point) return;
-  const char* const detail = std::exchange(test::injected, {}).detail;
-  if (detail != nullptr) throw KaloException(KALO_DLL_STATUS{0x4D}, detail);
-  // Makes the library throw its own std::runtime_error.
-  ClientSession().IoControl(nullptr, 0, nullptr, 0);
-}
-
 template <typename Function>
 Function* Original(const char* name) {
   return reinterpret_cast<Function*>(dlsym(RTLD_NEXT, name));
@@ -35,7 +28,8 @@ Function* Original(const char* name) {
 }  // namespace
 
 void ClientSession::ConnectClient(const _GUID* guid) {
-  ThrowIfDue(test::Point::kConnectClient);
+  const char* const detail = std::exchange(test::connectFailure, nullptr);
+  if (detail != nullptr) throw KaloException(KALO_DLL_STATUS{0x4D}, detail);
   Original<void(ClientSession*, const _GUID*)>("_ZN13ClientSession13ConnectClientEPK5_GUID")(this,
                                                                                              guid);
   test::connected[this] = guid;
@@ -43,7 +37,8 @@ void ClientSession::ConnectClient(const _GUID* guid) {
 
 void ClientSession::DisconnectAllClients() {
   test::connected.erase(this);
-  ThrowIfDue(test::Point::kDisconnectAllClients);
+  // The library throws its own std::runtime_error.
+  if (std::exchange(test::disconnectFails, false)) IoControl(nullptr, 0, nullptr, 0);
   Original<void(ClientSession*)>("_ZN13ClientSession20DisconnectAllClientsEv")(this);
 }
 

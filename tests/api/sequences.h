@@ -58,7 +58,8 @@ class SequencesTest : public CallsTest {
   std::string Run(const Step& step) {
     engine.ClearFaults();
     for (const zulisim::Fault& fault : step.faults) engine.AddFault(fault);
-    Arguments arguments(step.command, kTags[step.tag]);
+    Arguments arguments(step.command);
+    arguments.Set(kTags[step.tag]);
     for (unsigned i = 0; i < kDrawnDefects; ++i) {
       if ((step.defects >> i & 1) != 0) kDefects[i].apply(arguments);
     }
@@ -175,9 +176,8 @@ class SequencesTest : public CallsTest {
                    uint32_t status) {
     const bool earlier = call.kind == Kind::kRoute && operations.empty();
     const uint32_t source = !earlier ? 1 : before.kaloSessionA == nullptr ? 2 : 3;
-    const uint32_t codes[] = {state.apiErrorCode, state.kaloErrorCode, state.fenuErrorCode};
     Rule(state.lastErrorSource == source, "source");
-    Rule(codes[source - 1] == (status == 1 ? 0xFFFFFFFF : status), "code");
+    Rule(LastErrorCode() == (status == 1 ? 0xFFFFFFFF : status), "code");
     if (earlier) return;
     const bool opens = call.kind == Kind::kOpen;
     Rule(state.lastErrorContext == (opens ? reinterpret_cast<void*>(0xDEADBEEFull) : a.used),

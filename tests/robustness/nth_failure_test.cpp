@@ -88,7 +88,7 @@ TEST_F(NthFailure, of_memory_cuts_only_the_log_line_that_needs_it) {
   bool failed = true;
   for (uint32_t length = 200; length <= 251 || failed; ++length) {
     const std::string text(length, 'x');
-    injected = {Point::kConnectClient, text.c_str()};
+    connectFailure = text.c_str();
     faults::Arm("malloc", length > 250 ? length - 250 : 0);
     KaloInit3(&handle);
     failed = faults::Disarm();
