@@ -88,52 +88,41 @@ TEST_F(EntryPoints, ignore_a_session_of_a_driver_at_the_address_of_a_closed_one)
 }
 
 TEST_F(EntryPoints, destroy_a_session_only_once) {
-  void *handle = nullptr, *second = nullptr;
-  FenuInit3(&handle);
-  FenuInit();
-  FenuCleanup();
-  FenuInit3(&second);
-  EXPECT_EQ(FenuCleanup3(handle), 0u) << "closed by FenuCleanup";
-  EXPECT_EQ(SessionCleanup(handle), 0u);
-  KaloInit3(&handle);
-  EXPECT_EQ(SessionCleanup(handle), 0u);
-  EXPECT_EQ(SessionCleanup(handle), 0u);
-  EXPECT_EQ(KaloCleanup3(handle), 0u);
-  KaloInit3(&handle);
-  FenuInit3(&second);
-  EXPECT_EQ(FenuCleanup3(handle), 0u) << "a handle of the other firmware";
-  EXPECT_EQ(KaloCleanup3(handle), 0u);
-  EXPECT_EQ(SessionCleanup(second), 0u);
-  EXPECT_EQ(engine.OpenDescriptors(), 0u);
-  FenuInit3(&second);
-  KaloInit3(&handle);
-  EXPECT_EQ(SessionCleanup(second), 0u);
-  EXPECT_EQ(KaloCleanup3(handle), 0u);
-  EXPECT_EQ(FenuCleanup3(second), 0u) << "destroyed before the other firmware's session";
-  // A new session can have the address of the one that was destroyed last.
-  for (const auto& [open, close] :
-       {std::pair(&KaloInit3, &KaloCleanup3), std::pair(&FenuInit3, &FenuCleanup3)}) {
-    open(&handle);
-    close(handle);
-    engine.AddFault({zulisim::Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
-    EXPECT_EQ(open(&second), 1u);
-    EXPECT_EQ(SessionCleanup(handle), 0u) << "closed before the initialisation that failed";
-  }
-  for (int i = 0; i < 100; ++i) {
-    FenuInit3(&second);
-    SessionCleanup(second);
-    KaloInit3(&handle);
-    EXPECT_EQ(FenuCleanup3(second), 0u);
-    EXPECT_EQ(KaloCleanup3(handle), 0u) << "closed by FenuCleanup3 if it has the same address";
-  }
+  using Call = std::function<uint32_t(void*&)>;
+  const Call kaloInit3 = [](void*& handle) { return KaloInit3(&handle); };
+  const Call fenuInit3 = [](void*& handle) { return FenuInit3(&handle); };
+  const Call kaloCleanup = [](void*) { return KaloCleanup(); };
+  const Call fenuCleanup = [](void*) { return FenuCleanup(); };
+  const std::vector<std::pair<Call, int>> orders[] = {
+      // FenuCleanup has closed the first session, and the second handle is null.
+      {{fenuInit3, 0}, {fenuCleanup, 0}, {fenuInit3, 1}, {FenuCleanup3, 0}, {SessionCleanup, 0}},
+      {{kaloInit3, 0}, {SessionCleanup, 0}, {SessionCleanup, 0}, {KaloCleanup3, 0}},
+      // FenuCleanup3 gets a handle of the other firmware.
+      {{kaloInit3, 0}, {fenuInit3, 1}, {FenuCleanup3, 0}, {KaloCleanup3, 0}, {SessionCleanup, 1}},
+      {{fenuInit3, 0}, {kaloInit3, 1}, {SessionCleanup, 0}, {KaloCleanup3, 1}, {FenuCleanup3, 0}},
+      // The second session can have the address of the first, and FenuCleanup3 then closes it.
+      {{fenuInit3, 0}, {SessionCleanup, 0}, {kaloInit3, 1}, {FenuCleanup3, 0}, {KaloCleanup3, 1}},
+      {{kaloInit3, 0}, {kaloInit3, 1}, {SessionCleanup, 0}, {SessionCleanup, 1}, {kaloCleanup, 0}},
+      {{kaloInit3, 0}, {kaloInit3, 1}, {SessionCleanup, 1}, {SessionCleanup, 0}, {kaloCleanup, 0}}};
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_30, 0};
   KaloStateInit(&params);
-  for (const bool inOrder : {true, false}) {
-    KaloInit3(&handle);
-    KaloInit3(&second);
-    EXPECT_EQ(SessionCleanup(inOrder ? handle : second), 0u);
-    EXPECT_EQ(SessionCleanup(inOrder ? second : handle), 0u);
-    EXPECT_EQ(KaloCleanup(), 0u) << "both sessions are destroyed";
+  void* handles[2] = {};
+  for (int i = 0; i < 20; ++i) {
+    for (const auto& order : orders) {
+      for (const auto& [call, handle] : order) {
+        EXPECT_EQ(call(handles[handle]), 0u) << "order " << &order - orders;
+      }
+      EXPECT_EQ(engine.OpenDescriptors(), 0u) << "order " << &order - orders;
+    }
+  }
+  // A session that does not connect can have the address of the one that was destroyed last.
+  for (const auto& [open, close] :
+       {std::pair(kaloInit3, KaloCleanup3), {fenuInit3, FenuCleanup3}}) {
+    open(handles[0]);
+    close(handles[0]);
+    engine.AddFault({zulisim::Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
+    EXPECT_EQ(open(handles[1]), 1u);
+    EXPECT_EQ(SessionCleanup(handles[0]), 0u);
   }
 }
 
