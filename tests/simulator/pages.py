@@ -6,7 +6,6 @@
 """
 
 import html
-import html.parser
 import json
 import pathlib
 import re
@@ -17,17 +16,9 @@ import tempfile
 
 HOSTILE = b"</script><b>\"&'\\\x01\xff\xed\xa0\x80".replace(b"/", b"%")
 SCENARIO = r'''
-[[client]]
-name = "KALO"
-guid = "{00000000-0000-0000-0000-000000000001}"
-[[client]]
-name = "<i>\"&'\u0001\\]]>"
-guid = "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}"
-[[reply]]
-client = "<i>\"&'\u0001\\]]>"
-status = 0x80000001
-private = "3c623e26 ff00"
-unusual = true
+client = [{ name = "KALO", guid = "{00000000-0000-0000-0000-000000000001}" },
+  { name = "<i>\"&'\u0001\\]]>", guid = "{FBF6FCF1-96CF-4E2E-A6A6-1BAB8CBE36B1}" }]
+reply = [{ client = "<i>\"&'\u0001\\]]>", status = 0x80000001, private = "3c623e26 ff00", unusual = true }]
 '''
 CALL = "StartIoEx3:200  General Exception : </script><b>"
 COMMAND = ["write:1500", "read:4096", "read:16"]
@@ -50,19 +41,9 @@ def split(page):
     return re.fullmatch('(.*?json">)(.*?)(</script>.*)', page, re.DOTALL).groups()
 
 
-class Outline(html.parser.HTMLParser):
-    """Collects the names of the elements of a page. None may load or run anything from outside."""
-    tags = []
-
-    def handle_starttag(self, tag, attributes):
-        self.tags.append(tag)
-        assert not dict(attributes).keys() & {"src", "href", "style", "onload"}, attributes
-
-
 def check_report(text):
-    Outline().feed(text)
-    assert Outline.tags.count("script") == 2 and not {"b", "i"} & set(Outline.tags), Outline.tags
-    assert "default-src 'none'" in text and not re.search(r"url\(|@import|https?:", text)
+    assert text.count("<script") == 2 and "default-src 'none'" in text
+    assert not re.search(r"<[bi]>|url\(|@import|https?:|\b(src|href|style|onload)=", text)
     *rows, last = [json.loads(line) for line in split(text)[1].strip().split("\n")]
     head = last["head"]
     assert head["exit status"] == "0" and "--fault write:7-8=EIO" in head["instructions"], head
@@ -122,7 +103,7 @@ def check_browser(page):
                           capture_output=True, check=True, text=True, timeout=90).stdout
     shown = json.loads(html.unescape(re.search("<title>(.*)</title>", dump)[1]))
     for width in ("wide", "narrow"):
-        last, first, second, third, opened, count, listed = shown[width][:7]
+        last, first, second, third, opened, count, listed = shown[width]
         assert "EMSGSIZE" in first and first == third and first[0] == " ", shown
         assert second == CALL and "0000  00000000 10000000" in opened and count > 100, shown
         assert last > first and re.match("100and 21 moreprogram.*exit status0summary", listed, re.S), shown
