@@ -117,7 +117,7 @@ TEST_F(EntryPoints, destroy_a_session_only_once) {
   }
   // A session that does not connect can have the address of the one that was destroyed last.
   for (const auto& [open, close] :
-       {std::pair(kaloInit3, KaloCleanup3), {fenuInit3, FenuCleanup3}}) {
+       {std::pair(kaloInit3, &KaloCleanup3), {fenuInit3, &FenuCleanup3}}) {
     open(handles[0]);
     close(handles[0]);
     engine.AddFault({zulisim::Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
