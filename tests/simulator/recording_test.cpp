@@ -43,7 +43,6 @@ struct RandomDriver {
   int steps = 0;
   std::uint64_t connection = 0;
   bool connected = false;
-  bool good = true;
   std::string got = "";  // the results of all calls
 
   // Makes one call.
@@ -57,7 +56,7 @@ struct RandomDriver {
       connection = static_cast<std::uint64_t>(std::max<std::int64_t>(result.value, 0));
       result.value = 0;  // depends on the other drivers
       connected = false;
-    } else if ((!good && Draw(2) == 0) || Draw(12) == 0) {
+    } else if (Draw(8) == 0) {
       result = device->Close(connection, CloseReason::kProgramClosed);
       connection = 0;
     } else if (!connected) {
@@ -73,7 +72,6 @@ struct RandomDriver {
       bytes.resize(Draw(6) == 0 ? Draw(32) : 64);
       result = device->Read(connection, bytes.data(), bytes.size(), false);
     }
-    good = result.error == 0;
     got += common::Format("{}/{} {}\n", result.value, result.error, common::HexDigits(bytes));
   }
   unsigned Draw(unsigned count) { return static_cast<unsigned>(random() % count); }
@@ -127,32 +125,34 @@ TEST(RecordingTest, replays_threads_in_any_order) {
   }
 }
 
+Scenario ParseScenario(const std::string& text) {
+  Scenario scenario;
+  EXPECT_TRUE(ReadScenario(text, "scenario", &scenario).empty()) << text;
+  return scenario;
+}
+
 // Returns a scenario with each kind of fault for each operation. The seed determines which happen.
-std::string RandomScenario(unsigned seed) {
-  std::string text = common::Format("seed = {}", seed) + R"(
-reply = [
-  {client = "KALO", command = 0x10, at = "2-4", silent = true},
-  {client = "KALO", command = 0x11, at = "1-2", status = 3, body = "0102030405"},
-  {client = "KALO", command = 0x11, status = -5, private = "00112233445566778899aabbccddeeff"},
-  {client = "KALO", command = 0x12, at = "2-5", status = 5, private = "0011", unusual = true}]
-)";
-  for (const char* operation : {"read", "write", "ioctl", "open", "close"}) {
-    for (const char* effect :
-         {"short = 3", "short = 20", "errno = 'EIO'", "errno = 'EAGAIN'", "errno = 'ENODEV'",
-          "errno = 'EBADF'", "lose = true", "lose = {opens = 2}", "lose = {drop-replies = true}",
-          "lose = {opens = 1, errno = 'EIO'}"}) {
-      if (*effect == 's' && *operation != 'r' && *operation != 'w') continue;
-      text += common::Format("[[fault]]\noperation = '{}'\nprobability = 0.01\n{}\n", operation,
-                             effect);
+Scenario RandomScenario(unsigned seed) {
+  Scenario scenario = ParseScenario(R"(reply = [
+    {client = "KALO", command = 0x10, at = "2-4", silent = true},
+    {client = "KALO", command = 0x11, at = "1-2", status = 3, body = "0102030405"},
+    {client = "KALO", command = 0x11, status = -5, private = "00112233445566778899aabbccddeeff"},
+    {client = "KALO", command = 0x12, at = "2-5", status = 5, private = "00", unusual = true}])");
+  for (std::size_t operation = 0; operation < kOperationCount; ++operation) {
+    for (const FaultEffect& effect : std::initializer_list<FaultEffect>{
+             ShortCount{3}, ShortCount{20}, ErrnoFault{EIO}, ErrnoFault{EAGAIN}, ErrnoFault{ENODEV},
+             ErrnoFault{EBADF}, DeviceLoss{}, DeviceLoss{2}, DeviceLoss{0, ENODEV, true},
+             DeviceLoss{1, EIO}}) {
+      Fault fault{static_cast<Operation>(operation), effect, {1, kForever}, 0.01};
+      fault.seed = 1000 * seed + scenario.faults.size();
+      if (!FaultError(fault)) scenario.faults.push_back(fault);
     }
   }
-  return text;
+  return scenario;
 }
 
 // Returns the results of two drivers on an engine with the scenario. Stores the recording.
-std::string RunScenario(const std::string& text, unsigned seed, Recording* recording) {
-  Scenario scenario;
-  EXPECT_TRUE(ReadScenario(text, "scenario", &scenario).empty()) << text;
+std::string RunScenario(const Scenario& scenario, unsigned seed, Recording* recording) {
   Engine engine({scenario.clients, true});
   Apply(scenario, &engine);
   const std::string got = RunDrivers(&engine, 2, seed, seed);
@@ -164,12 +164,11 @@ std::string RunScenario(const std::string& text, unsigned seed, Recording* recor
 TEST(RecordingScenarioTest, reproduces_what_random_faults_did_or_refuses) {
   int refused = 0;
   for (unsigned seed = 1; seed <= 500; ++seed) {
-    const std::string faults = RandomScenario(seed);
     Recording recording;
-    const std::string before = RunScenario(faults, seed, &recording);
+    const std::string before = RunScenario(RandomScenario(seed), seed, &recording);
     try {
-      const std::string scenario = ScenarioOf(recording, "recording");
-      ASSERT_EQ(RunScenario(scenario, seed, &recording), before) << faults << scenario;
+      const std::string made = ScenarioOf(recording, "recording");
+      ASSERT_EQ(RunScenario(ParseScenario(made), seed, &recording), before) << seed << made;
     } catch (const common::InputError&) {
       ++refused;
     }
