@@ -28,7 +28,7 @@ TREE = WORK / "tree"
 EQUIVALENT = ROOT / "tests" / "equivalent_mutants.txt"
 FOLDERS = ["api", "transport", "log", "oscl"]
 BENCH = ["common", "simulator", "tools"]
-TESTS = ["api", "transport", "log", "oscl", "policy", "robustness", "simulator"]
+TESTS = ["api", "transport", "log", "oscl", "robustness", "simulator"]
 TESTS_OF_BENCH = ["simulator", "tools"]
 # A slow test of half a million paths, most of which other tests cover, and tests of other folders.
 LEFT_OUT = "negative_with_private_data|pages_|machine|_device$"

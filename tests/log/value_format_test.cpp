@@ -6,22 +6,11 @@
 #include <gtest/gtest.h>
 
 #include <iomanip>
-#include <memory>
+#include <numeric>
 #include <sstream>
+#include <vector>
 
 namespace {
-
-const std::string kZeros(7, '0');
-
-std::string Dump(unsigned int length) {
-  // Allocates only the part that the printer reads: the first quarter of the buffer.
-  const std::unique_ptr<unsigned char[]> bytes(new unsigned char[length / 4]);
-  for (unsigned int i = 0; i < length / 4; ++i) bytes[i] = static_cast<unsigned char>('A' + i);
-  std::ostringstream stream;
-  logBytesAsDwords(stream, bytes.get(), length);
-  stream << std::setw(3) << 26;
-  return stream.str();
-}
 
 TEST(Guid, prints_in_fixed_width_and_leaves_decimal_and_zero_fill) {
   const _GUID guid{0x0FB1C2D3, 0xAB, 0xCDE, {1, 2, 3, 4, 5, 6, 7, 8}};
@@ -31,13 +20,20 @@ TEST(Guid, prints_in_fixed_width_and_leaves_decimal_and_zero_fill) {
 }
 
 TEST(Dump, prints_a_quarter_of_the_bytes_as_characters) {
-  EXPECT_EQ(Dump(0), "\n\n 26");  // the fill character is not changed
-  EXPECT_EQ(Dump(3), "\n00000000\n026");
-  EXPECT_EQ(Dump(6), "\n" + kZeros + "A 00000000\n026");
-  std::string eight;
-  for (char c = 'A'; c <= 'H'; ++c) eight += kZeros + c + ' ';
-  EXPECT_EQ(Dump(32), "\n" + eight + "\n\n026");
-  EXPECT_EQ(Dump(36), "\n" + eight + "\n" + kZeros + "I \n026");
+  std::ostringstream stream;
+  for (const unsigned int length : {0, 3, 6, 32, 36}) {
+    // Holds only the part that the printer reads: the first quarter of the buffer.
+    std::vector<unsigned char> bytes(length / 4);
+    std::iota(bytes.begin(), bytes.end(), 'A');
+    logBytesAsDwords(stream << std::setfill(' '), bytes.data(), length);
+    stream << std::setw(3) << 26;
+  }
+  const std::string eight =
+      "0000000A 0000000B 0000000C 0000000D 0000000E 0000000F 0000000G 0000000H ";
+  EXPECT_EQ(stream.str(),
+            "\n\n 26"  // the fill character is not changed
+            "\n00000000\n026\n0000000A 00000000\n026\n" +
+                eight + "\n\n026\n" + eight + "\n0000000I \n026");
 }
 
 }  // namespace

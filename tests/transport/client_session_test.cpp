@@ -20,32 +20,38 @@ const _GUID* const kSab = &ClientSession::SAB_CLIENT_GUID;
 
 class Multiplexer : public LibraryTest {
  protected:
-  // Returns the name of the client that received the command.
+  // Returns the name of the client that received the command, or what was thrown.
   std::string Send(uint32_t command, unsigned int length = 32) {
     Bytes buffer = Message(command);
-    session.IoMessage(buffer.data(), length, buffer.data(), 32, nullptr, nullptr);
-    return engine.Records().back().client;
+    const std::string thrown = Thrown(
+        [&] { session.IoMessage(buffer.data(), length, buffer.data(), 32, nullptr, nullptr); });
+    return thrown == "nothing" ? engine.Records().back().client : thrown;
+  }
+
+  // These functions return what was thrown.
+  std::string Wrap() {
+    const std::string thrown = Thrown([&] { session.IoctlAllocWrapper(nullptr, 9, nullptr); });
+    EXPECT_EQ(Thrown([&] { session.IoctlFreeWrapper(nullptr, 9); }), thrown);
+    return thrown;
+  }
+  template <typename... Guids>
+  std::string Connect(Guids... guids) {
+    return Thrown([&] { session.ConnectClient(guids...); });
   }
 
   ClientSession session;
 };
 
 TEST_F(Multiplexer, routes_each_family_of_commands_and_wrappers_of_one_client) {
-  const auto allocate = [this] { session.IoctlAllocWrapper(nullptr, 9, nullptr); };
-  const auto release = [this] { session.IoctlFreeWrapper(nullptr, 9); };
-  for (const std::string& thrown :
-       {Thrown([this] { Send(0, 15); }), Thrown(allocate), Thrown(release)}) {
-    EXPECT_EQ(thrown, LogicError("No active DREM sessions"));
-  }
-  session.ConnectClient(kFenu);
+  EXPECT_EQ(Send(0, 15), LogicError("No active DREM sessions"));
+  EXPECT_EQ(Wrap(), LogicError("No active DREM sessions"));
+  Connect(kFenu);
   EXPECT_EQ(Send(0x10), "FENU");  // the only client serves every command
-  EXPECT_EQ(Thrown(allocate) + Thrown(release), "nothingnothing");
-  session.ConnectClient(kSab);
-  for (const std::string& thrown : {Thrown(allocate), Thrown(release)}) {
-    EXPECT_EQ(thrown, LogicError("IOCTL call without active DREM sessions"));
-  }
-  EXPECT_EQ(Thrown([this] { Send(0x10); }), LogicError("Not connected to client of this command"));
-  session.ConnectClient(kKalo);
+  EXPECT_EQ(Wrap(), "nothing");
+  Connect(kSab);
+  EXPECT_EQ(Wrap(), LogicError("IOCTL call without active DREM sessions"));
+  EXPECT_EQ(Send(0x10), LogicError("Not connected to client of this command"));
+  Connect(kKalo);
   for (const uint32_t command : {0u, 0xFFFFu, 0x10000u, 0x2FFFFu, 0x40000u, 0x4FFFFu, 0x50000u,
                                  0x7FFFFu, 0xFFFFFFFFu, 0x80030000u}) {
     EXPECT_EQ(Send(command), "KALO") << command;
@@ -57,34 +63,26 @@ TEST_F(Multiplexer, routes_each_family_of_commands_and_wrappers_of_one_client) {
   EXPECT_EQ(Count(Operation::kWrite), writes) << "a null request has no command";
 }
 
-TEST_F(Multiplexer, connects_a_child_only_beside_its_parent) {
-  EXPECT_EQ(Thrown([this] { session.ConnectClient(kFenu, kKalo); }),
-            RuntimeError("ParentSession not connected"));
-  session.ConnectClient(kKalo);
-  session.ConnectClient(kKalo);  // without a parent there is no check
-  EXPECT_EQ(Thrown([this] { session.ConnectClient(kKalo, kSab); }),
-            RuntimeError("Already connected to this client"));
-  session.ConnectClient(kFenu, kKalo);
-  session.DisconnectClient(kKalo);
-  session.DisconnectClient(kKalo);
-  EXPECT_EQ(Send(0x30000), "FENU");
-  engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
-  EXPECT_EQ(Thrown([this] { session.ConnectClient(kSab); }),
-            RuntimeError("Cannot open ZULI device."));
-  EXPECT_EQ(session.dremSessions.size(), 1u);
-}
-
-TEST_F(Multiplexer, disconnects_by_address_and_keeps_the_order) {
-  for (const _GUID* guid : {kKalo, kFenu, kSab, kFenu}) session.ConnectClient(guid);
+TEST_F(Multiplexer, connects_a_child_beside_its_parent_and_disconnects_by_address_in_order) {
+  EXPECT_EQ(Connect(kFenu, kKalo), RuntimeError("ParentSession not connected"));
+  EXPECT_EQ(Connect(kKalo), "nothing");
+  EXPECT_EQ(Connect(kKalo, kSab), RuntimeError("Already connected to this client"));
+  EXPECT_EQ(Connect(kFenu, kKalo), "nothing");
+  EXPECT_EQ(Connect(kSab), "nothing");
+  EXPECT_EQ(Connect(kFenu), "nothing") << "without a parent there is no check";
   const std::vector<CpDremSession*> before = session.dremSessions;
-  EXPECT_EQ(session.GetDremSession(kFenu), before[1]) << "the first of two";
+  EXPECT_EQ(session.GetDremSession(kFenu), before.at(1)) << "the first of two";
+  engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
+  EXPECT_EQ(Connect(kSab), RuntimeError("Cannot open ZULI device."));
   session.DisconnectClient(kFenu);
-  EXPECT_EQ(session.dremSessions, (std::vector<CpDremSession*>{before[0], before[2], before[3]}));
+  EXPECT_THAT(session.dremSessions, testing::ElementsAre(before[0], before[2], before[3]));
   EXPECT_EQ(engine.OpenDescriptors(), 3u);
   const _GUID copy = *kKalo;
   EXPECT_EQ(session.GetDremSession(&copy), nullptr);
   EXPECT_EQ(Thrown([&] { session.DisconnectClient(&copy); }),
             LogicError("Not connected to this client"));
+  session.DisconnectClient(kKalo);
+  EXPECT_EQ(Send(0x30000), "FENU") << "without the connection of its parent";
   session.DisconnectAllClients();
   session.DisconnectAllClients();
   std::string closed;
@@ -109,7 +107,6 @@ TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
   EXPECT_EQ(text(), std::string(1024, 'l'));
   session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, std::string(1024, 'm') + "beyond");
   EXPECT_EQ(text(), std::string(1024, 'm'));
-  session->~ClientSession();
 }
 
 TEST(Exception, builds_its_text_once) {
