@@ -43,7 +43,7 @@ WORDS = [(r" < ", " <= "), (r" <= ", " < "), (r" > ", " >= "), (r" >= ", " > "),
          (r"\bbreak;", "continue;"), (r"\bcontinue;", "break;"), (r"KALO_DLL_STATUS_SUCCESS\b", "KALO_DLL_STATUS_FAILURE"),
          (r"return (?!KALO_DLL_STATUS_SUCCESS|S_OK|nullptr|0;|true|false|\{\}|\*this)(.+);", "return {};"),
          (r'"([^"\\%]+)"', r'"\1?"')]
-STATEMENT = re.compile(r"^ +(?!return\b|else\b|case\b|using\b|default\b|friend\b|static_assert)"
+STATEMENT = re.compile(r"^ +(?!return\b|else\b|case\b|using\b|default\b|friend\b|void |static_assert)"
                        r"[\w*(+:~!-][^{}]*(?<!= delete)(?<!= default);$")
 
 
