@@ -5,12 +5,10 @@
 
 // Throws std::logic_error if the condition is false. No target catches it, so libFuzzer reports a
 // finding and GoogleTest a failure.
-#define FUZZ_CHECK(condition)                                                                   \
-  do {                                                                                          \
-    if (!(condition)) {                                                                         \
-      throw std::logic_error(__FILE__ ":" + std::to_string(__LINE__) + ": false: " #condition); \
-    }                                                                                           \
-  } while (false)
+#define FUZZ_CHECK(condition) \
+  ((condition)                \
+       ? void()               \
+       : throw std::logic_error(__FILE__ ":" + std::to_string(__LINE__) + ": false: " #condition))
 
 // Returns false if `call` throws an Error, which must have a message.
 template <typename Error, typename Call>

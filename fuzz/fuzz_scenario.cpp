@@ -24,8 +24,8 @@ void ReadOptions(const std::string& text) {
   std::istringstream lines(text);
   for (std::string name, value; lines >> name && std::getline(lines >> std::ws, value);) {
     for (const zulisim::InstructionOption& option : zulisim::InstructionOptions()) {
-      if (name != "--" + option.name) continue;
-      Accepts<std::invalid_argument>([&] { option.add(value, &scenario); });
+      const auto add = [&] { option.add(value, &scenario); };
+      if (name == "--" + option.name) Accepts<std::invalid_argument>(add);
     }
   }
   CanApply(scenario);
@@ -41,11 +41,8 @@ void ReadFile(const std::string& text) {
     FUZZ_CHECK(diagnostic.line >= last && diagnostic.line <= lines);
     last = diagnostic.line;
   }
-  if (wrong.empty()) {
-    FUZZ_CHECK(CanApply(scenario));
-  } else {
-    FUZZ_CHECK(scenario.replies.empty() && scenario.faults.empty());
-  }
+  FUZZ_CHECK(wrong.empty() ? CanApply(scenario)
+                           : scenario.replies.empty() && scenario.faults.empty());
 }
 
 }  // namespace

@@ -27,7 +27,6 @@ struct AndroidMutex {
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int pthread_mutex_destroy(pthread_mutex_t* mutex);
 int pthread_mutex_lock(pthread_mutex_t* mutex);
-int pthread_mutex_timedlock(pthread_mutex_t* mutex, const timespec* end);
 int pthread_mutex_unlock(pthread_mutex_t* mutex);
 
 int open(const char* path, int flags, mode_t mode)

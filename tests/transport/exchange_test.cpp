@@ -33,26 +33,21 @@ TEST_F(Exchange, carries_the_bytes_and_private_data_after_a_negative_status) {
       {0, 16, 0},           {1, 16, 0},           {0x7fffffff, 16, 0},
       {0x80000000, 16, 16}, {0xffffffff, 11, 11}, {0x80000001, 40, 16}};
   for (const auto& [status, size, read] : kCases) {
-    for (const bool earlier : {false, true}) {
-      SCOPED_TRACE(status);
-      engine.SetResponder("KALO", [status = status, size = size](const Bytes& request) {
-        return zulisim::EchoReply(request, status, Bytes(size, 'p'));
-      });
-      session_->Reconnect();  // drops unread replies
-      Bytes privateData(16);
-      unsigned int length = 100;  // the library ignores the size that the caller passes
-      void* const handle = state.kaloSessionA;
-      EXPECT_EQ(earlier ? StartIoEx(in_, 32, out_, 31, privateData.data(), &length)
-                        : StartIoEx3(handle, in_, 32, out_, 31, privateData.data(), &length),
-                0u);
-      Bytes echo = Message(0x10, 32, status, 0xfedc1, 0xabc), data(read, 'p');
-      echo.back() = 0;
-      data.resize(16);
-      EXPECT_EQ(output_, echo);
-      EXPECT_EQ(engine.Requests("KALO").back(), input_);
-      EXPECT_EQ(privateData, data);
-      EXPECT_EQ(length, read == 0 ? 100 : read);
-    }
+    SCOPED_TRACE(status);
+    engine.SetResponder("KALO", [status = status, size = size](const Bytes& request) {
+      return zulisim::EchoReply(request, status, Bytes(size, 'p'));
+    });
+    session_->Reconnect();  // drops unread replies
+    Bytes privateData(16);
+    unsigned int length = 100;  // the library ignores the size that the caller passes
+    EXPECT_EQ(StartIoEx(in_, 32, out_, 31, privateData.data(), &length), 0u);
+    Bytes echo = Message(0x10, 32, status, 0xfedc1, 0xabc), data(read, 'p');
+    echo.back() = 0;
+    data.resize(16);
+    EXPECT_EQ(output_, echo);
+    EXPECT_EQ(engine.Requests("KALO").back(), input_);
+    EXPECT_EQ(privateData, data);
+    EXPECT_EQ(length, read == 0 ? 100 : read);
   }
   engine.AddFault({Operation::kRead, zulisim::ErrnoFault{EIO}, {2, 1}});
   unsigned int length = 100;
@@ -71,6 +66,11 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   engine.AddFault({Operation::kWrite, zulisim::ShortCount{20}});
   EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
   EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
+  constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
+  engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
+  int argument[4] = {};  // the size that the request encodes
+  session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);
+  EXPECT_EQ(argument[0], 1);
   // Callers can rely on errno, including zero, whatever the sinks do.
   Logger::logBase.level = 100;
   sink->onLine = [] { errno = 7777; };
@@ -99,14 +99,6 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect_and_a_record_of_the_erro
   const std::string text = "Error writing message to ZULI.";
   EXPECT_EQ(state.apiErrorText, text);
   EXPECT_EQ(std::string(session->lastErrorText, text.size()), text);
-}
-
-TEST_F(Exchange, passes_ioctls_through) {
-  constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
-  engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
-  int argument[4] = {};  // the size that the request encodes
-  session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);
-  EXPECT_EQ(argument[0], 1);
 }
 
 }  // namespace
