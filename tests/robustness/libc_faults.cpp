@@ -19,7 +19,6 @@
 #include <unistd.h>
 
 #include <cerrno>
-#include <map>
 #include <new>
 #include <utility>
 
@@ -27,73 +26,54 @@ namespace faults {
 
 namespace {
 
-bool counting = false;
-bool injected = false;
-std::string armedCall;
-uint32_t callsLeft = 0;
+std::string_view armedCall;
+uint32_t callsLeft = 0;  // 0 after the failure, and while nothing is counted
 int armedError = 0;
-pthread_mutex_t* mutexNotLocked = nullptr;
 
-// Stops counting during a call, because what runs inside the call belongs to the simulator or the
-// test.
-class CountingPause {
- public:
-  CountingPause() { counting = false; }
-  ~CountingPause() { counting = saved_; }
-
- private:
-  const bool saved_ = counting;
-};
-
-bool Fails(const char* call) {
-  if (!counting || armedCall != call || injected) return false;
-  injected = --callsLeft == 0;
-  if (injected) errno = armedError;
-  return injected;
+bool Fails(std::string_view call) {
+  return callsLeft != 0 && call == armedCall && --callsLeft == 0;
 }
 
-using Row = std::pair<const std::string, void*>;
+bool OnDevice(...) { return false; }
+bool OnDevice(int descriptor, const void*, size_t) {
+  struct stat status = {};
+  return fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode);
+}
 
-// Replaces a libc function for the library. If it must fail, it has no effect; a function that
-// releases something releases it first.
-template <auto kReal, bool kReleases, typename Result, typename... Arguments, bool kNoexcept>
+using Row = std::pair<const char*, void*>;
+
+// Replaces a libc function for the library. If it must fail and kActs is false, it has no effect.
+template <auto kReal, bool kActs, typename Result, typename... Arguments, bool kNoexcept>
 Row Hook(const char* function, Result (*)(Arguments...) noexcept(kNoexcept)) {
   static const char* name;
   name = function;
-  Result (*const replacement)(Arguments...) = [](Arguments... arguments) -> Result {
-    auto failure = static_cast<Result>(0);
+  Result (*const replacement)(Arguments...) = [](Arguments... arguments) {
+    Result result{};  // of a failure
     if constexpr (std::is_signed_v<Result>) {
-      failure = strncmp(name, "pthread", 7) == 0 ? EINVAL : -1;
+      result = strncmp(name, "pthread", 7) == 0 ? EINVAL : -1;
     }
-    const bool fails = Fails(name);
-    if (fails && !kReleases) return failure;
-    const CountingPause pause;
-    const Result result = kReal(arguments...);
-    if (!fails) return result;
-    errno = armedError;
-    return failure;
+    const bool fails = !OnDevice(arguments...) && Fails(name);
+    if (!fails || kActs) {
+      // What runs inside the call belongs to the simulator or the test.
+      const uint32_t left = std::exchange(callsLeft, 0);
+      const Result real = kReal(arguments...);
+      callsLeft = left;
+      if (!fails) return real;
+    }
+    if (armedError != 0) errno = armedError;
+    return result;
   };
   return {name, reinterpret_cast<void*>(replacement)};
 }
 
-int Open(const char* path, int flags, unsigned mode) { return open(path, flags, mode); }
-
-void* Dlopen(const char* name, int flags) {
+// Replace the libc functions of these names in the table below.
+int open(const char* path, int flags, unsigned mode) { return ::open(path, flags, mode); }
+int ioctl(int descriptor, unsigned long request, void* argument) {
+  return ::ioctl(descriptor, request, argument);
+}
+void* dlopen(const char* name, int flags) {
   EXPECT_EQ(flags, RTLD_LAZY);
-  return dlopen(name, flags);
-}
-
-int Ioctl(int descriptor, unsigned long request, void* argument) {
-  return ioctl(descriptor, request, argument);
-}
-
-// Does not count writes to the device, because the simulator makes those fail.
-ssize_t Write(int descriptor, const void* data, size_t size) {
-  struct stat status = {};
-  const bool onDevice = fstat(descriptor, &status) == 0 && S_ISCHR(status.st_mode);
-  if (!onDevice && Fails("write")) return -1;
-  const CountingPause pause;
-  return write(descriptor, data, size);
+  return ::dlopen(name, flags);
 }
 
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
@@ -103,104 +83,58 @@ size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
   return 0;
 }
 
-template <auto kReal>
+template <void* (*kReal)(size_t)>
 void* New(size_t size) {
   if (Fails("malloc")) throw std::bad_alloc();
   return kReal(size);
 }
 
-int Lock(pthread_mutex_t* mutex) {
-  const bool fails = Fails("lock");
-  if (fails || mutexNotLocked == mutex) mutexNotLocked = fails ? mutex : nullptr;
-  return fails ? EINVAL : pthread_mutex_lock(mutex);
-}
-int Unlock(pthread_mutex_t* mutex) {
-  if (mutexNotLocked == mutex) return EPERM;
-  pthread_mutex_unlock(mutex);
-  return Fails("unlock") ? EPERM : 0;
-}
-
 #define FAILS(function) Hook<function, false>(#function, function)
-#define RELEASES(function) Hook<function, true>(#function, function)
-#define OWN(function, own) \
-  { #function, reinterpret_cast < void*>(own) }
-const Row kHooks[] = {FAILS(fopen),        FAILS(fwrite),        FAILS(read),
-                      FAILS(lseek),        FAILS(fstat),         FAILS(malloc),
-                      FAILS(clock_getres), FAILS(clock_gettime), RELEASES(close),
-                      FAILS(dlsym),        FAILS(usleep),        FAILS(pthread_mutex_init)};
-const Row kOthers[] = {RELEASES(pthread_mutex_destroy),
-                       RELEASES(fclose),
-                       RELEASES(dlclose),
-                       Hook<Open, false>("open", Open),
-                       Hook<Dlopen, false>("dlopen", Dlopen),
-                       Hook<Ioctl, false>("ioctl", Ioctl),
-                       {"fopen64", FAILS(fopen).second},
-                       {"__read_chk", FAILS(read).second},
-                       OWN(fread, Fread),
-                       OWN(write, Write),
-                       OWN(__write_chk, Write),
-                       OWN(_Znwm, New<static_cast<void* (*)(size_t)>(operator new)>),
-                       OWN(_Znam, New<static_cast<void* (*)(size_t)>(operator new[])>),
-                       OWN(pthread_mutex_lock, Lock),
-                       OWN(pthread_mutex_unlock, Unlock)};
-#undef OWN
-#undef RELEASES
-#undef FAILS
+#define ACTS(function) Hook<function, true>(#function, function)
+#define OWN(function, own) Row(#function, reinterpret_cast<void*>(own))
+// clang-format off
+const Row kHooks[] = {
+    FAILS(open), FAILS(ioctl), FAILS(read), FAILS(write), FAILS(lseek), FAILS(fstat), FAILS(fopen),
+    FAILS(fwrite), FAILS(malloc), FAILS(usleep), FAILS(clock_getres), FAILS(clock_gettime),
+    FAILS(dlopen), FAILS(dlsym), FAILS(pthread_mutex_init),
+    ACTS(close), ACTS(fclose), ACTS(dlclose),
+    ACTS(pthread_mutex_lock), ACTS(pthread_mutex_unlock), ACTS(pthread_mutex_destroy),
+    OWN(fread, Fread), OWN(_Znwm, New<operator new>), OWN(_Znam, New<operator new[]>),
+    OWN(fopen64, FAILS(fopen).second), OWN(__read_chk, FAILS(read).second)};
+// clang-format on
 
-void ReplaceEntries(const link_map& module) {
-  std::map<std::string, void*> replacements(std::begin(kHooks), std::end(kHooks));
-  replacements.insert(std::begin(kOthers), std::end(kOthers));
-  const ElfW(Addr) base = module.l_addr;
-  std::map<ElfW(Sxword), ElfW(Addr)> tags;
-  for (const auto* tag = module.l_ld; tag->d_tag != DT_NULL; ++tag) {
-    tags[tag->d_tag] = tag->d_un.d_ptr;
-  }
-  // The table's entries are addresses with some loaders, and offsets with others.
-  const auto at = [&](ElfW(Sxword) tag) { return tags[tag] < base ? base + tags[tag] : tags[tag]; };
-  const auto* symbols = reinterpret_cast<const ElfW(Sym)*>(at(DT_SYMTAB));
-  const auto* names = reinterpret_cast<const char*>(at(DT_STRTAB));
-  for (const auto& [table, size] :
-       {std::pair(DT_JMPREL, DT_PLTRELSZ), std::pair(DT_RELA, DT_RELASZ)}) {
-    const auto* entry = reinterpret_cast<const ElfW(Rela)*>(at(table));
-    for (const auto* end = entry + tags[size] / sizeof *entry; entry != end; ++entry) {
-      const auto type = ELF64_R_TYPE(entry->r_info);
-      if (type != R_X86_64_JUMP_SLOT && type != R_X86_64_GLOB_DAT) continue;
-      const auto row = replacements.find(names + symbols[ELF64_R_SYM(entry->r_info)].st_name);
-      if (row == replacements.end()) continue;
-      // The loader makes the table read-only.
-      const auto address = base + entry->r_offset;
-      void* const page = reinterpret_cast<void*>(address & ~ElfW(Addr){4095});
-      mprotect(page, 4096, PROT_READ | PROT_WRITE);
-      *reinterpret_cast<void**>(address) = row->second;
+// Replaces the functions' addresses in the writable segments of a module. They also hold data,
+// which may have parts that the address sanitizer does not let other code read.
+__attribute__((no_sanitize("address"))) int ReplaceAddresses(dl_phdr_info* module, size_t, void*) {
+  const char* const path = module->dlpi_name;
+  if (!strstr(path, "/libkalodll.so") && !strstr(path, "/libstdc++.so")) return 0;
+  for (int i = 0; i < module->dlpi_phnum; ++i) {
+    const auto& segment = module->dlpi_phdr[i];
+    if (segment.p_type != PT_LOAD || (segment.p_flags & PF_W) == 0) continue;
+    const ElfW(Addr) address = module->dlpi_addr + segment.p_vaddr, offset = address % 4096;
+    auto** const words = reinterpret_cast<void**>(address - offset);
+    const size_t size = offset + segment.p_filesz;
+    // The loader has made the linkage table read-only.
+    mprotect(words, size, PROT_READ | PROT_WRITE);
+    for (const auto& [function, replacement] : kHooks) {
+      void* const real = dlsym(RTLD_DEFAULT, function);
+      for (size_t word = 0; word < size / sizeof real; ++word) {
+        if (words[word] == real) words[word] = replacement;
+      }
     }
   }
+  return 0;
 }
 
 }  // namespace
 
-bool Install() {
-  link_map* module = nullptr;
-  for (const char* name : {"libstdc++.so.6", "libkalodll.so"}) {
-    void* const handle = dlopen(name, RTLD_LAZY | RTLD_NOLOAD);
-    module = nullptr;
-    if (handle == nullptr || dlinfo(handle, RTLD_DI_LINKMAP, &module) != 0) continue;
-    ReplaceEntries(*module);
-    dlclose(handle);
-  }
-  return module != nullptr;
-}
-
-void Arm(const std::string& call, uint32_t number, int error) {
-  armedError = error;
+void Arm(std::string_view call, uint32_t number, int error) {
+  [[maybe_unused]] static const int once = dl_iterate_phdr(ReplaceAddresses, nullptr);
   armedCall = call;
   callsLeft = number;
-  injected = false;
-  counting = true;
+  armedError = error;
 }
 
-bool Disarm() {
-  counting = false;
-  return injected;
-}
+bool Disarm() { return std::exchange(callsLeft, 0) == 0; }
 
 }  // namespace faults

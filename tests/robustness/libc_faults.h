@@ -2,21 +2,18 @@
 
 #include <cerrno>
 #include <cstdint>
-#include <string>
+#include <string_view>
 
-// Makes one libc call of the library under test fail, by replacing entries in the linkage tables of
-// the library and of a shared C++ runtime. Counts only calls that the library makes for a test.
-// Does not count calls inside the simulated device or a test's sink, nor calls on the device: the
+// Makes one libc call of the library under test fail, by replacing addresses in the linkage tables
+// of the library and of a shared C++ runtime. The dynamic linker must have bound the functions: set
+// LD_BIND_NOW. Does not count calls inside the simulated device, nor calls on the device: the
 // simulator makes those fail.
 namespace faults {
 
-// Replaces the entries once. Returns false if the library's table was not found.
-bool Install();
-
-// Starts counting. The call of `call` with this number, counted from 1, fails with `error`. A
-// function that releases something still releases it, as in libc. operator new counts as malloc;
-// mutex calls are "lock" and "unlock".
-void Arm(const std::string& call, uint32_t number, int error = EIO);
+// Starts counting. The call of `call` with this number, counted from 1, fails with `error`, or
+// without setting errno if that is 0. A function that releases or locks something does so
+// nevertheless. operator new counts as malloc. `call` must live until Disarm.
+void Arm(std::string_view call, uint32_t number, int error = EIO);
 // Stops counting. Returns true if the call failed.
 bool Disarm();
 
