@@ -1,15 +1,12 @@
 // Tests what the primitives of the compatibility layer return and which code they leave in
 // gLastError: after success, after a failure of a libc call inside them, and after wrong arguments.
 
-#include <dlfcn.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <functional>
 #include <limits>
 #include <set>
-#include <sstream>
 #include <utility>
 
 #include "oscl/bounded_string.h"
@@ -47,6 +44,7 @@ struct Call {
   {                                                 \
 #call, [&] { return (uint64_t)(call); }, result \
   }
+#define RUN(call) CALL((call, 0), 0)
 
 class Compatibility : public RegistryFixture {
  protected:
@@ -65,48 +63,65 @@ class Compatibility : public RegistryFixture {
     std::ofstream(file_) << "content";
   }
 
+  static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
+    for (const Call& call : calls) {
+      gLastError = kKept;
+      EXPECT_EQ(call.make(), call.result) << call.text;
+      EXPECT_EQ(gLastError, code) << call.text;
+    }
+  }
+
   // Makes the calls while the n-th call of `failing` fails. Returns "" if there is no n-th call,
   // else "ok", or the result of the first call that fails and its code in gLastError. If the calls
-  // changed the registry, its new content follows: empty, written as without the failure, or
-  // damaged.
+  // changed the registry, its new content follows, or "written" if there is no difference to a
+  // success.
   std::string Outcome(const std::vector<Call>& calls, const std::string& failing, uint32_t number) {
     Reset();
-    size_t made = 0;
-    uint64_t result = 0;
-    faults::Arm(failing, number, ENOENT);
-    do {
-      gLastError = kKept;
-      result = calls[made].make();
-    } while (result == calls[made].result && gLastError == 0 && ++made != calls.size());
-    const uint32_t code = gLastError;
-    const bool failed = faults::Disarm();
-    const std::string registry = Stored();
-    if (!failed) {
-      EXPECT_EQ(made, calls.size()) << calls[made].text;
-      written_ = registry;
-      return "";
-    }
     std::string outcome = "ok";
-    if (made != calls.size()) {
-      const bool hresult = static_cast<uint32_t>(result) == E_FAIL;
-      outcome = hresult ? "E_FAIL" : std::to_string(static_cast<int32_t>(result));
-      outcome += "/" + std::to_string(code);
+    faults::Arm(failing, number, ENOENT);
+    for (const Call& call : calls) {
+      gLastError = kKept;
+      const auto result = static_cast<uint32_t>(call.make());
+      if (result == call.result && gLastError == 0) continue;
+      outcome = result == E_FAIL ? "E_FAIL" : std::to_string(static_cast<int32_t>(result));
+      outcome += "/" + std::to_string(gLastError);
+      break;
     }
+    if (!faults::Disarm()) return "";
+    const std::string registry = Stored();
     if (registry == kRegistry) return outcome;
-    return outcome + (registry.empty() ? ",empty" : registry == written_ ? ",written" : ",damaged");
+    return outcome + "," + (registry == written_ ? "written" : registry);
   }
 
   // Compares the outcomes with a table. It has a line for each libc function that the calls use,
   // with the outcomes of its first failure, its second, and so on. For memory, the number of calls
   // depends on the standard library, so the line lists only the different outcomes.
   void ExpectFailures(const std::string& expected, const std::vector<Call>& calls) {
-    Outcome(calls, "none", 1);
-    std::istringstream names(
-        "malloc open read write close lseek fstat fopen fread fwrite fclose pthread_mutex_lock "
-        "pthread_mutex_unlock dlopen "
-        "dlsym dlclose usleep clock_getres clock_gettime pthread_mutex_init pthread_mutex_destroy");
+    Reset();
+    ExpectCode(0, calls);
+    written_ = Stored();
     std::string table;
-    for (std::string failing; names >> failing;) {
+    for (const std::string failing : {"malloc",
+                                      "open",
+                                      "read",
+                                      "write",
+                                      "close",
+                                      "lseek",
+                                      "fstat",
+                                      "fopen",
+                                      "fread",
+                                      "fwrite",
+                                      "fclose",
+                                      "dlopen",
+                                      "dlsym",
+                                      "dlclose",
+                                      "usleep",
+                                      "clock_getres",
+                                      "clock_gettime",
+                                      "pthread_mutex_init",
+                                      "pthread_mutex_lock",
+                                      "pthread_mutex_unlock",
+                                      "pthread_mutex_destroy"}) {
       std::string line, outcome;
       std::set<std::string> kinds;
       for (uint32_t number = 1; !(outcome = Outcome(calls, failing, number)).empty(); ++number) {
@@ -115,14 +130,6 @@ class Compatibility : public RegistryFixture {
       if (!line.empty()) table += failing + ":" + line + "\n";
     }
     EXPECT_EQ(table, expected) << calls[0].text;
-  }
-
-  static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
-    for (const Call& call : calls) {
-      gLastError = kKept;
-      EXPECT_EQ(call.make(), call.result) << call.text;
-      EXPECT_EQ(gLastError, code) << call.text;
-    }
   }
 
   HRESULT ReadSetting(uint32_t kind) {
@@ -136,7 +143,7 @@ class Compatibility : public RegistryFixture {
   void* block_ = nullptr;
   HANDLE handle_ = INVALID_HANDLE_VALUE;
   HANDLE module_ = nullptr;
-  HANDLE wait_ = nullptr;
+  HANDLE wait_ = &wait_;
   CRITICAL_SECTION section_ = PTHREAD_MUTEX_INITIALIZER;
   LARGE_INTEGER ticks_ = 0;
   OSVERSIONINFO info_ = {};
@@ -150,13 +157,11 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
   ExpectFailures(
       "malloc: 0/1\nopen: 0/5 0/5 E_FAIL/5 ok\nread: 0/5 0/5\nwrite: 0/5 E_FAIL/5 E_FAIL/5\n"
       "close: ok ok ok ok ok\nlseek: -1/5 ok\nfstat: -1/5 0/5\n",
-      {CALL((block_ = AllocMem(8)) != nullptr, 1),
-       CALL((FreeMem(std::exchange(block_, nullptr)), 0), 0),
-       CALL((block_ = AllocAndZeroMem(8)) != nullptr, 1),
-       CALL((FillMemory(block_, 2, 0x1FE), 0), 0),
+      {CALL((block_ = AllocMem(8)) != nullptr, 1), RUN(FreeMem(std::exchange(block_, nullptr))),
+       CALL((block_ = AllocAndZeroMem(8)) != nullptr, 1), RUN(FillMemory(block_, 2, 0x1FE)),
        CALL(CopyMemory(data_, block_, 3) + (data_[1] != 0xFE) + data_[2], 0),
-       CALL((ZeroMemory(nullptr, 8), 0), 0), CALL((FillMemory(nullptr, 8, 1), 0), 0),
-       CALL((FreeMem(std::exchange(block_, nullptr)), 0), 0),
+       RUN(ZeroMemory(nullptr, 8)), RUN(FillMemory(nullptr, 8, 1)),
+       RUN(FreeMem(std::exchange(block_, nullptr))),
        CALL((handle_ = CreateFile(file, GENERIC_READ | GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0,
                                   nullptr)) != INVALID_HANDLE_VALUE,
             1),
@@ -170,8 +175,7 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
        CALL(OSCL_WriteFile(file, "x", 1), S_OK), CALL(OSCL_AppendFile(file, "x", 1), S_OK)});
   ExpectFailures(
       "fopen: 0/5\nfclose: ok\ndlopen: 0/5 0/5\ndlsym: 0/0 ok 0/0\ndlclose: 0/16 E_FAIL/16\n",
-      {CALL((errno = EEXIST, module_ = LoadLibrary("libkalodll.so")) != nullptr && errno == EEXIST,
-            1),
+      {CALL((errno = 7, module_ = LoadLibrary("libkalodll.so")) && errno == 7, 1),
        CALL(GetProcAddress(module_, "KaloInit3") != nullptr, 1),
        CALL(GetProcAddress(module_, "no such function"), 0), CALL(FreeLibrary(module_), 1),
        CALL((module_ = OSCL_LoadLibrary(nullptr)) != nullptr, 1),
@@ -181,21 +185,19 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
        CALL(GetSystemWow64Directory(nullptr, 8), 0), CALL(GetVersionEx(&info_), 1),
        CALL(CreateEventEx(nullptr, nullptr, 0, 0), 1),
        CALL(RegisterWaitForSingleObjectEx(nullptr, nullptr, nullptr, 0, 0), 1),
-       CALL((wait_ = &wait_, RegisterWaitForSingleObject(&wait_, 0, nullptr, nullptr, 0, 0)) == 1 &&
-                wait_ == nullptr,
-            1),
+       CALL(RegisterWaitForSingleObject(&wait_, 0, nullptr, nullptr, 0, 0), 1),
        CALL(UnregisterWaitEx(nullptr, nullptr), 1),
        CALL(RegNotifyChangeKeyValue(0, 0, 0, nullptr, 0), 0), CALL(RegCloseKey_Linux(1), 0)});
+  EXPECT_EQ(wait_, nullptr);
   ExpectFailures(
-      "pthread_mutex_lock: 0/77\npthread_mutex_unlock: 0/77\nusleep: 0/77 0/77\nclock_getres: 0/77 "
-      "0/77 0/77 0/77\n"
-      "clock_gettime: 0/77 0/77\npthread_mutex_init: 0/77\npthread_mutex_destroy: 0/77\n",
-      {CALL((InitializeCriticalSection(&section_), 0), 0),
-       CALL((EnterCriticalSection(&section_), 0), 0), CALL((LeaveCriticalSection(&section_), 0), 0),
-       CALL((DeleteCriticalSection(&section_), 0), 0), CALL(QueryPerformanceFrequency(&ticks_), 1),
-       CALL(QueryPerformanceCounter(&ticks_), 1), CALL(OSCL_QueryPerformanceFrequency(&ticks_), 1),
-       CALL(OSCL_QueryPerformanceCounter(&ticks_), 1), CALL((Sleep(1), 0), 0),
-       CALL((OSCL_SleepMs(1), 0), 0)});
+      "usleep: 0/77 0/77\nclock_getres: 0/77 0/77 0/77 0/77\nclock_gettime: 0/77 0/77\n"
+      "pthread_mutex_init: 0/77\npthread_mutex_lock: 0/77\npthread_mutex_unlock: 0/77\n"
+      "pthread_mutex_destroy: 0/77\n",
+      {RUN(InitializeCriticalSection(&section_)), RUN(EnterCriticalSection(&section_)),
+       RUN(LeaveCriticalSection(&section_)), RUN(DeleteCriticalSection(&section_)),
+       CALL(QueryPerformanceFrequency(&ticks_), 1), CALL(QueryPerformanceCounter(&ticks_), 1),
+       CALL(OSCL_QueryPerformanceFrequency(&ticks_), 1),
+       CALL(OSCL_QueryPerformanceCounter(&ticks_), 1), RUN(Sleep(1)), RUN(OSCL_SleepMs(1))});
   ExpectFailures(
       "malloc: 1/1 E_FAIL/1 E_FAIL/0 ok\nfstat: ok ok ok ok ok ok ok ok ok\n"
       "fopen: 9/9 9/9 9/9 9/9 ok ok 9/9 ok ok\nfread: 7/7 7/7 15/15 15/15 ok ok 15/15 ok ok\n"
@@ -212,54 +214,42 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
   OSCL_UserFeature_SetMultiStringValue(toWrite_.values, strings, 4);
   ExpectFailures(
       "malloc: 1/1 E_FAIL/0 1/0\nfstat: ok,written ok,written ok,written\n"
-      "fopen: 9/9 9/0 9/0 10/0\nfread: 15/15 7/0 7/0\nfwrite: 10/0,empty\n"
+      "fopen: 9/9 9/0 9/0 10/0\nfread: 15/15 7/0 7/0\nfwrite: 10/0,\n"
       "fclose: ok,written ok,written ok,written 10/0,written\n",
       {CALL(OSCL_UserFeature_WriteValues(nullptr, &toWrite_), 0)});
 }
 
-TEST_F(Compatibility, keeps_the_code_when_it_does_nothing_or_is_no_primitive) {
+TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_else_keeps_it) {
+  const char* path = path_.c_str();
   char text[8] = {};
   FILE* file = stdout;
   struct tm local;
   const time_t moment = 0, never = std::numeric_limits<time_t>::max();
-  ExpectCode(kKept, {CALL(GetLastError(), kKept), CALL(OSCL_GetLastError(), kKept),
-                     CALL((ShowErrorInfo(17), 0), 0), CALL((NotifyRegistryChange(), 0), 0),
-                     CALL((DoxDebugBreak("", 1), 0), 0), CALL((DoxPrintMessage(0, ""), 0), 0),
-                     CALL(ExpandEnvironmentStrings("$HOME", text, 8), 0), CALL(text[0], 0),
-                     CALL((FreeMem(nullptr), 0), 0), CALL(strcpy_s(text, 8, "a"), 0),
-                     CALL(strncpy_s(text, 8, "a", 1), 0), CALL(strcat_s(text, 8, "a"), 0),
-                     CALL(memcpy_s(text, 8, "a", 2), 0), CALL(_snprintf_s(text, 8, 8, "%d", 77), 2),
-                     CALL(fopen_s(&file, "/nonexistent/file", "r") == ENOENT && file == nullptr, 1),
-                     CALL(localtime_s(&local, &moment), 0), CALL(localtime_s(&local, &never), 1)});
-}
-
-TEST_F(Compatibility, sets_the_code_of_a_wrong_call) {
-  const char* path = path_.c_str();
   Store("");
+  ExpectCode(kKept,
+             {CALL(GetLastError(), kKept), CALL(OSCL_GetLastError(), kKept), RUN(ShowErrorInfo(17)),
+              RUN(NotifyRegistryChange()), RUN(DoxDebugBreak("", 1)), RUN(DoxPrintMessage(0, "")),
+              RUN(FreeMem(nullptr)), CALL(ExpandEnvironmentStrings("$HOME", text, 8), 0),
+              CALL(text[0], 0), CALL(strcpy_s(text, 8, "a"), 0),
+              CALL(strncpy_s(text, 8, "a", 1), 0), CALL(strcat_s(text, 8, "a"), 0),
+              CALL(memcpy_s(text, 8, "a", 2), 0), CALL(_snprintf_s(text, 8, 8, "%d", 77), 2),
+              CALL(fopen_s(&file, "/nonexistent/file", "r") == ENOENT && file == nullptr, 1),
+              CALL(localtime_s(&local, &moment), 0), CALL(localtime_s(&local, &never), 1)});
   ExpectCode(2, {CALL(SetFilePointer(nullptr, 0, nullptr, 3), 0xFFFFFFFF),
                  CALL(CopyMemory(nullptr, "", 1), 1), CALL(GetVersionEx(nullptr), 0),
                  CALL(OSCL_ReadFile(path, nullptr, nullptr), 0),
                  CALL(OSCL_WriteFile(nullptr, "", 0), E_FAIL)});
-  ExpectCode(4, {CALL(CreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr) ==
-                          INVALID_HANDLE_VALUE,
-                      1)});
+  ExpectCode(
+      4, {CALL(CreateFile(path, GENERIC_WRITE, 0, nullptr, CREATE_NEW, 0, nullptr), UINT64_MAX)});
+  ExpectCode(16, {CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
   faults::Arm("open", 1, EROFS);
   ExpectCode(6, {CALL(OSCL_WriteFile(path, "", 0), E_FAIL)});
-  EXPECT_TRUE(faults::Disarm());
-  faults::Arm("dlopen", 1, EACCES);
-  errno = EEXIST;
-  EXPECT_EQ(LoadLibrary("libkalodll.so"), nullptr);
-  EXPECT_EQ(errno, EACCES) << "of the loader";
-  EXPECT_TRUE(faults::Disarm());
-  ExpectCode(16, {CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
-  // Some loaders set an errno, others do not. LoadLibrary must not use an older errno, and must
-  // keep it.
-  errno = 0;
-  ASSERT_EQ(dlopen("libnonexistent_module.so", RTLD_LAZY), nullptr);
-  const int ofLoader = errno;
-  ExpectCode(ofLoader == ENOENT ? 5 : 0,
-             {CALL((errno = EEXIST, LoadLibrary("libnonexistent_module.so")), 0)});
-  EXPECT_EQ(errno, ofLoader != 0 ? ofLoader : EEXIST);
+  // LoadLibrary must use and keep the errno of a loader that sets one, and else keep an older one.
+  for (const auto& [ofLoader, code, left] : {std::tuple(EACCES, 16, EACCES), {0, 0, EEXIST}}) {
+    faults::Arm("dlopen", 1, ofLoader);
+    ExpectCode(code, {CALL((errno = EEXIST, LoadLibrary("libkalodll.so")), 0)});
+    EXPECT_EQ(errno, left);
+  }
 }
 
 }  // namespace
