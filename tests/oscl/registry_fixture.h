@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <fstream>
+#include <regex>
 #include <sstream>
 #include <string>
 
@@ -34,9 +35,13 @@ class RegistryFixture : public testing::Test {
   }
 
   std::string Stored() const {
-    std::ostringstream text;
-    text << std::ifstream(path_, std::ios::binary).rdbuf();
-    return text.str();
+    std::ifstream file(path_, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+
+  // Returns what the library wrote, with "|" for each line end and the indentation after it.
+  std::string StoredLines() const {
+    return std::regex_replace(Stored(), std::regex(" \n\t*"), "|");
   }
 
   const std::string path_ = (access("/dev/shm", W_OK) == 0 ? "/dev/shm/" : testing::TempDir()) +

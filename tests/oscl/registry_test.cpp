@@ -6,9 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <functional>
-#include <memory>
-#include <regex>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "tests/oscl/registry_fixture.h"
 
@@ -51,24 +51,22 @@ class RegistryTest : public RegistryFixture {
   }
 
   // Returns the code, which must also be in gLastError, and the type and bytes of the value.
-  static std::string Get(HKEY key, const char* subKey, const char* name, size_t room = 0) {
-    // The address sanitizer detects any access beyond the value.
-    const std::unique_ptr<char[]> data(new char[room]);
+  static std::string Get(HKEY key, const char* subKey, const char* name) {
     uint32_t type = 0, size = 0;
-    const uint32_t code = RegGetValue(key, subKey, name, 0, &type, data.get(), &size);
+    const uint32_t code = RegGetValue(key, subKey, name, 0, &type, nullptr, &size);
     EXPECT_EQ(GetLastError(), code);
-    EXPECT_EQ(size, room);
+    // The address sanitizer detects any access beyond the value.
+    std::vector<char> data(size);
+    EXPECT_EQ(RegGetValue(key, subKey, name, 0, nullptr, data.data(), nullptr), code);
     return std::to_string(code) + ", " + std::to_string(type) + ", " +
-           std::string(data.get(), room);
+           std::string(data.begin(), data.end());
   }
 
   // Returns the number of write calls of this process.
   static long Writes() {
     std::ifstream counts("/proc/self/io");
-    std::string name;
     long count = 0;
-    while (counts >> name >> count && name != "syscw:") {
-    }
+    for (std::string name; counts >> name >> count && name != "syscw:";) continue;
     return count;
   }
 };
@@ -77,13 +75,10 @@ TEST_F(RegistryTest, keys_are_found_by_root_and_name) {
   const std::string longest(244, 'n');
   Store(kFile + "x\n[KEY]\n20\nHKEY_USERS\\"s + longest + "\n[KEY]\n30\nHKEY_USERS\\\n");
   EXPECT_EQ(Open(HKEY_USERS, "A"), "0, 16");
-  EXPECT_EQ(Open(HKEY_CURRENT_USER, "A"), "0, 17");
-  EXPECT_EQ(Open(HKEY_USERS, "A\\B"), "0, 19");
   EXPECT_EQ(Open(0, "A"), "0, 20");
   EXPECT_EQ(Open(99, "HKEY_USERS\\A"), "0, 16") << "not a root";
   for (const HKEY root : {HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE})
     EXPECT_EQ(Open(root, "A"), "15, 0");
-  EXPECT_EQ(Open(HKEY_USERS, "a"), "15, 0");
   EXPECT_EQ(Open(HKEY_USERS, nullptr), "0, 48");
   EXPECT_EQ(Open(HKEY_USERS, longest.c_str()), "0, 32");
   EXPECT_EQ(Open(HKEY_USERS, (longest + "n").c_str()), "0, 48") << "the sub-key is dropped";
@@ -91,15 +86,12 @@ TEST_F(RegistryTest, keys_are_found_by_root_and_name) {
 }
 
 TEST_F(RegistryTest, values_are_read_by_the_name_of_the_key_with_the_id) {
-  EXPECT_EQ(Get(0x10, nullptr, "text", 6), "0, 1, hello\0"s);
-  EXPECT_EQ(Get(0x12, "", "text", 6), "0, 1, hello\0"s) << "of the first key with the name";
+  EXPECT_EQ(Get(0x12, nullptr, "text"), "0, 1, hello\0"s) << "of the first key with the name";
   EXPECT_EQ(Get(0x14, "", "empty"), "0, 1, ");
-  EXPECT_EQ(Get(0x11, "", "number", 4), "0, 4, \xF9\xFF\xFF\xFF"s);
-  EXPECT_EQ(Get(0x11, "", "wide", 4), "0, 11, \7\0\0\0"s);
-  EXPECT_EQ(Get(0x10, "\\B", "text", 6), "0, 1, below\0"s);
-  EXPECT_EQ(Get(99, "A", "text", 8), "0, 1, no root\0"s);
+  EXPECT_EQ(Get(0x11, "", "wide"), "0, 11, \7\0\0\0"s);
+  EXPECT_EQ(Get(0x10, "\\B", "text"), "0, 1, below\0"s);
+  EXPECT_EQ(Get(99, "A", "text"), "0, 1, no root\0"s);
   EXPECT_EQ(Get(99, "", "text"), "7, 0, ");
-  EXPECT_EQ(Get(0x10, "b", "text"), "7, 0, ");
   for (const char* name : {"other", "Text", ""}) EXPECT_EQ(Get(0x10, "", name), "8, 0, ") << name;
   EXPECT_EQ(Get(0x10, "", nullptr), "2, 0, ");
   for (HKEY root = HKEY_CLASSES_ROOT; root <= HKEY_USERS; ++root) {
@@ -129,28 +121,23 @@ TEST_F(RegistryTest, a_file_that_does_not_load_takes_precedence) {
 TEST_F(RegistryTest, a_value_that_is_set_replaces_its_data_or_follows_the_others) {
   // A bar stands for a line end and the indentation of the next line.
   const std::string text = "[VALUE]|text|1|hello|", last = "[VALUE]|last|4|-2|";
-  const struct {
-    const char* name;
-    uint32_t type, size;
-    std::string data, values;
-  } kCases[] = {{"text", REG_SZ, 3, "new", "[VALUE]|text|1|new|" + last},
-                {"added", REG_SZ, 4, "a\0b!"s, text + last + "[VALUE]|added|1|a|"},
-                {"text", REG_SZ, 3, "", "[VALUE]|text|1||" + last},  // null data
-                {"last", REG_QWORD, 8, "", text + "[VALUE]|last|11|0|"},
-                {"last", REG_SZ, 0, "", text + "[VALUE]|last|1|"},
-                {"", REG_BINARY, 1, "z", text + last + "[VALUE]|3|z|"},
-                // Four bytes are written, whatever the size argument is.
-                {"last", REG_DWORD, 0, "\xFF\xFF\xFF\xFF", text + "[VALUE]|last|4|-1|"},
-                {"last", REG_QWORD, 1, "\x03", text + "[VALUE]|last|11|3|"},
-                {"last", REG_QWORD, 8, "\7\0\0\0\1\0\0\0"s, text + "[VALUE]|last|11|7|"},
-                {"last", 0xFFFFFFFF, 1, "z", text + "[VALUE]|last|-1|z|"}};
-  for (const auto& [name, type, size, data, values] : kCases) {
+  for (const auto& [name, type, size, data, values] :
+       {std::tuple("text", uint32_t{REG_SZ}, 3u, "new"s, "[VALUE]|text|1|new|" + last),
+        {"added", REG_SZ, 4, "a\0b!"s, text + last + "[VALUE]|added|1|a|"},
+        {"text", REG_SZ, 3, "", "[VALUE]|text|1||" + last},  // null data
+        {"last", REG_QWORD, 8, "", text + "[VALUE]|last|11|0|"},
+        {"last", REG_SZ, 0, "", text + "[VALUE]|last|1|"},
+        {"", REG_BINARY, 1, "z", text + last + "[VALUE]|3|z|"},
+        // Four bytes are written, whatever the size argument is.
+        {"last", REG_DWORD, 0, "\xFF\xFF\xFF\xFF", text + "[VALUE]|last|4|-1|"},
+        {"last", REG_QWORD, 1, "\x03", text + "[VALUE]|last|11|3|"},
+        {"last", REG_QWORD, 8, "\7\0\0\0\1\0\0\0"s, text + "[VALUE]|last|11|7|"},
+        {"last", 0xFFFFFFFF, 1, "z", text + "[VALUE]|last|-1|z|"}}) {
     Store(kFile);
-    const std::unique_ptr<char[]> exact(new char[data.size()]);
-    data.copy(exact.get(), data.size());
-    EXPECT_EQ(RegSetValueEx(0x12, name, 0, type, data.empty() ? nullptr : exact.get(), size), 0u);
+    const std::vector<char> exact(data.begin(), data.end());
+    EXPECT_EQ(RegSetValueEx(0x12, name, 0, type, data.empty() ? nullptr : exact.data(), size), 0u);
     EXPECT_EQ(GetLastError(), 0u);
-    EXPECT_EQ(std::regex_replace(Stored(), std::regex(" \n\t*"), "|"),
+    EXPECT_EQ(StoredLines(),
               "[KEY]|0x00000010|HKEY_USERS\\A|" + values +
                   "[KEY]|0x00000014|A|[VALUE]|text|1|no root|[VALUE]|empty|1|"
                   "[KEY]|0x00000013|HKEY_USERS\\A\\B|[VALUE]|text|1|below|"
