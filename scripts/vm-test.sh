@@ -54,7 +54,7 @@ done | sort -u | while read -r library; do cp -L --parents "$library" "$root/tre
 cp /bin/busybox "$root/tree/bin/"
 cp "$cache"/*.ko tests/simulator/exchange_suite.* "$root/tree/suite/"
 # Runs the suite here with the preload library. The machine compares its own results with these.
-mapfile -t options <tests/simulator/exchange_suite.options
+options=($(<tests/simulator/exchange_suite.options))
 "$build/bin/zulisim" run -q --connection-numbers --transcript "$root/tree/suite/transcript.preload" \
   "${options[@]}" -- tests/simulator/exchange_suite.sh "${programs[2]}" "${programs[1]}" \
   >"$root/tree/suite/out.preload" 2>&1

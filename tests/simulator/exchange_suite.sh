@@ -3,8 +3,7 @@
 # attachment when the engine runs with the options in exchange_suite.options.
 #
 #   exchange_suite.sh DEVICE_PROGRAM KALOCTL
-steps=$1
-kaloctl=$2
+steps=$1 kaloctl=$2
 
 "$steps" open connect write:64 read:4096 read:16 read:16 write:5000 write:24 close
 "$steps" open write:20 read:20 close
