@@ -1,5 +1,5 @@
 /* A driver that knows nothing of the simulator. Each argument is one step. Prints the result of
- * each step on standard output, eight on a line. */
+ * each step on standard output. */
 
 #define _GNU_SOURCE
 #include <errno.h>
@@ -124,7 +124,7 @@ int main(int argc, char** argv) {
     }
     const long result = steps[known].run(step[length] ? strtoul(step + length + 1, NULL, 0) : 0);
     printf(result < 0 ? "%s=errno %ld" : "%s=%ld", step, result < 0 ? errno : result);
-    fputs(i == argc - 1 || i % 8 == 0 ? "\n" : ", ", stdout);
+    fputs(i == argc - 1 ? "\n" : ", ", stdout);
     fflush(stdout);
   }
   return 0;
