@@ -1,9 +1,10 @@
 #!/usr/bin/env bash
 # Installs a build, then builds and runs a C and a C++ driver with the installed files: with the CMake
 # package, and, after moving the files, with pkg-config.
-#   installed_package.sh BUILD_DIR CONSUMER_DIR CC CXX CXX_FLAGS
+#   installed_package.sh BUILD_DIR CC CXX CXX_FLAGS
 set -euo pipefail
-build=$1 consumer=$2 cc=$3 cxx=$4 cxx_flags=${5-}
+build=$1 cc=$2 cxx=$3 cxx_flags=${4-}
+consumer=$(dirname "$0")/consumer
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 quietly() { "$@" >"$folder/output" 2>&1 || { cat "$folder/output"; exit 1; }; }
@@ -12,9 +13,7 @@ quietly cmake --install "$build" --prefix "$folder/first"
 quietly cmake -S "$consumer" -B "$folder/build" -G Ninja -DCMAKE_PREFIX_PATH="$folder/first" \
   -DCMAKE_C_COMPILER="$cc" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_CXX_FLAGS="$cxx_flags"
 quietly cmake --build "$folder/build"
-"$folder/build/c_driver"
-"$folder/build/cpp_driver"
-"$folder/build/engine_test"
+for driver in c_driver cpp_driver engine_test; do "$folder/build/$driver"; done
 
 mv "$folder/first" "$folder/moved"
 config=$(find "$folder/moved" -name kalodll.pc)
@@ -26,18 +25,16 @@ LD_LIBRARY_PATH=$(pkg-config --variable=libdir kalodll) "$folder/pc_driver"
 
 # Each header compiles alone in C++, and also in C unless its first line excludes that.
 include=$(pkg-config --variable=includedir kalodll)
-headers=0
-while read -r header; do
-  headers=$((headers + 1))
-  quietly "$cxx" $cxx_flags -std=c++17 -fsyntax-only -Wall -Wextra -Werror -I"$include" -x c++ - \
-    <<<"#include \"$header\""
+mapfile -t headers < <(cd "$include" && find api transport log oscl -name '*.h')
+[ ${#headers[@]} -gt 25 ] || { echo "found only ${#headers[@]} headers in $include"; exit 1; }
+for header in "${headers[@]}"; do
+  compile=(-fsyntax-only -pedantic -Wall -Wextra -Werror "-I$include" -include "$header" /dev/null)
+  quietly "$cxx" $cxx_flags -std=c++17 -x c++ "${compile[@]}"
   case "$header" in api/kalo_dll.h) standard=c89 ;; *) standard=c99 ;; esac
   if grep -q '^/\* For C++ only. \*/$' "$include/$header"; then
-    errors=$("$cc" -std=$standard -fsyntax-only -I"$include" -x c - <<<"#include \"$header\"" 2>&1 || true)
+    errors=$("$cc" -std=$standard -x c "${compile[@]}" 2>&1 || true)
     grep -q "error: .*$header is for C++ only" <<<"$errors" || { echo "$header: $errors"; exit 1; }
   else
-    quietly "$cc" -std=$standard -pedantic -Wall -Wextra -Werror -fsyntax-only -I"$include" -x c - \
-      <<<"#include \"$header\""
+    quietly "$cc" -std=$standard -x c "${compile[@]}"
   fi
-done < <(cd "$include" && find api transport log oscl -name '*.h')
-[ "$headers" -gt 25 ] || { echo "found only $headers headers in $include"; exit 1; }
+done

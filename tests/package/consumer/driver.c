@@ -2,9 +2,7 @@
  * Checks that the headers compile as C, that the entry points link, that the static objects are
  * constructed in the right order, and that the lock of the state is destroyed at the end. */
 #undef NDEBUG
-#define _GNU_SOURCE
 #include <assert.h>
-#include <dlfcn.h>
 #include <pthread.h>
 #include <stddef.h>
 #include <string.h>
@@ -12,9 +10,6 @@
 
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
-#include "oscl/bounded_string.h"
-#include "oscl/last_error.h"
-#include "oscl/registry.h"
 
 extern char logBase[80] __asm__("_ZN6Logger7logBaseE");
 
@@ -23,12 +18,12 @@ static size_t built = 0;
 
 /* The constructors of the library's objects initialise their locks. */
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes) {
+  const pthread_mutex_t initialised = PTHREAD_MUTEX_INITIALIZER;
   const char* const address = (const char*)mutex;
-  int (*real)(pthread_mutex_t*, const pthread_mutexattr_t*) = NULL;
   if (mutex == &gKaloDllState.stateLock) order[built++] = 'S';
   if (address >= logBase && address < logBase + sizeof logBase) order[built++] = 'L';
-  *(void**)&real = dlsym(RTLD_NEXT, "pthread_mutex_init");
-  return real(mutex, attributes);
+  *mutex = initialised;
+  return attributes != NULL;
 }
 
 int pthread_mutex_destroy(pthread_mutex_t* mutex) {
@@ -41,7 +36,6 @@ int main(void) {
   KALO_STATE_INIT_PARAMS params = {KALO_FIRMWARE_API_32, 0};
   void* handle = NULL;
   unsigned char message[16] = {0};
-  char text[4];
   assert(strcmp(order, "SL") == 0);
   /* A new state holds zeros, except for the lock and two marks that mean "no error recorded". */
   fresh.stateLock = gKaloDllState.stateLock;
@@ -56,7 +50,5 @@ int main(void) {
   assert(StartIo3(NULL, message, 16, message, 16) == KALO_DLL_STATUS_INVALID_PARAMETER);
   assert(KaloCleanup() == 0 && KaloCleanup3(NULL) == 0);
   assert(FenuCleanup() == 0 && FenuCleanup3(NULL) == 0);
-  assert(strcpy_s(text, 3, "abc") == 1);
-  assert(RegCloseKey_Linux(1) == OSCL_ERROR_SUCCESS);
   return 99; /* pthread_mutex_destroy ends the process with another status */
 }

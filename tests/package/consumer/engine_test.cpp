@@ -37,9 +37,7 @@ int main(int count, char** arguments) {
   assert(zulisim::TranscriptLine(engine.Records().front()).find("open") != std::string::npos);
   if (count == 1) return 0;
   void* const driver = dlopen(arguments[1], RTLD_NOW | RTLD_LOCAL);
-  int (*drive)() = nullptr;
-  *reinterpret_cast<void**>(&drive) = dlsym(driver, "Drive");
-  assert(drive() == 0);
+  assert(reinterpret_cast<int (*)()>(dlsym(driver, "Drive"))() == 0);
   assert(engine.OpenDescriptors() == 2);
   dlclose(driver);
 #ifdef __clang__
