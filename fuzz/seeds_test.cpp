@@ -29,11 +29,9 @@ class Seeds : public testing::Test {
 
   static void Check(const Lines& lines) {
     const std::string input = std::accumulate(lines.begin(), lines.end(), std::string());
-    try {
-      LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size());
-    } catch (const std::exception& finding) {
-      FAIL() << finding.what() << "\n" << testing::PrintToString(input);
-    }
+    EXPECT_NO_THROW(
+        LLVMFuzzerTestOneInput(reinterpret_cast<const uint8_t*>(input.data()), input.size()))
+        << testing::PrintToString(input);
   }
 
   // Omits, adds and replaces a few lines of a seed, and changes a byte or cuts the end. The first

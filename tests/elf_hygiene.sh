@@ -9,7 +9,6 @@ status=0
 check() { # check DESCRIPTION COMMAND...
   if "${@:2}"; then echo "ok: $1"; else echo "FAILED: $1"; status=1; fi
 }
-read_file() { tables=$(readelf -hdlW "$1" && nm -D --undefined-only "$1"); }
 has() { grep -qE "$1" <<<"$tables"; }
 lacks() { ! has "$@"; }
 
@@ -30,18 +29,9 @@ reaches_own_functions() {
     ! grep -qxF "$functions" <(readelf -rW "$library" | awk '{print $5}')
 }
 
-read_file "$library"
-check "the SONAME is libkalodll.so" has 'SONAME.*\[libkalodll\.so\]'
-check "the relocated data end at a multiple of 16 KiB" relro_ends_on_16k
-check "segments are aligned for 16 KiB pages" aligned_for_16k
-check "the library does not need another C++ runtime" lacks 'NEEDED.*(libstdc\+\+|libc\+\+)'
-check "dependencies are searched only in the system's folders" only_folders '^/usr/lib/'
-check "the library uses the program's copies of its data" lacks 'SYMBOLIC'
-check "a program's functions do not replace the compatibility layer's" reaches_own_functions
-
-for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
+for file in "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl} "$library"; do
   name=${file##*/}
-  read_file "$file"
+  tables=$(readelf -hdlW "$file" && nm -D --undefined-only "$file")
   check "$name: loads at any address" has 'Type: +DYN'
   check "$name: symbols are bound at load" has 'BIND_NOW|FLAGS_1.*NOW'
   check "$name: the relocated data are read-only after load" has 'GNU_RELRO'
@@ -52,6 +42,16 @@ for file in "$library" "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl}; do
   [ "$file" = "$library" ] ||
     check "$name: dependencies are searched only beside it" only_folders '^\$ORIGIN(/|$)'
 done
+
+# The last tables are those of the library.
+check "the SONAME is libkalodll.so" has 'SONAME.*\[libkalodll\.so\]'
+check "the relocated data end at a multiple of 16 KiB" relro_ends_on_16k
+check "segments are aligned for 16 KiB pages" aligned_for_16k
+check "the library does not need another C++ runtime" lacks 'NEEDED.*(libstdc\+\+|libc\+\+)'
+check "dependencies are searched only in the system's folders" only_folders '^/usr/lib/'
+check "the library uses the program's copies of its data" lacks 'SYMBOLIC'
+check "a program's functions do not replace the compatibility layer's" reaches_own_functions
+
 # A linked file does not show these: libc's start-up objects may lack the mark that all objects need,
 # and a program may have no frame that needs a probe.
 shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'

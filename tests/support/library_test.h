@@ -3,7 +3,7 @@
 #include <cxxabi.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -12,7 +12,6 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <utility>
@@ -123,37 +122,23 @@ class LibraryTest : public ::testing::Test {
     auto& sinks = Logger::logBase.sinks;
     sinks.erase(std::remove(sinks.begin(), sinks.end(), sink), sinks.end());
     delete sink;
-    std::filesystem::remove_all(folder_);
+    std::filesystem::remove_all(logFile);
   }
 
-  void Add(std::string line) {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    lines_.push_back(std::move(line));
-  }
+  void Add(std::string line) { lines_.push_back(std::move(line)); }
   // Returns the lines since the last call, as "function:12: text".
-  Lines TakeRaw() {
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return std::exchange(lines_, {});
-  }
-
-  std::string LogFile() const { return folder_ + "/Marvoleth.log"; }
+  Lines TakeRaw() { return std::exchange(lines_, {}); }
 
   uint64_t Count(zulisim::Operation operation) const { return engine.Count(operation); }
 
+  const std::string logFile = testing::TempDir() + "kalodll_log." + std::to_string(getpid());
   KaloDllState& state = gKaloDllState;
   zulisim::Engine engine;
   Sink* const sink = new Sink(this);  // owned by the log
 
  private:
-  static std::string MakeFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "kalodll.XXXXXX").string();
-    return mkdtemp(pattern.data());
-  }
-
-  const std::string folder_ = MakeFolder();
-  zulisim::InProcessDevice attachment_{engine, {{"/data/Marvoleth.log", LogFile()}}};
-  std::mutex mutex_;
-  Lines lines_;
+  zulisim::InProcessDevice attachment_{engine, {{"/data/Marvoleth.log", logFile}}};
+  Lines lines_;  // guarded by the log's lock
 };
 
 }  // namespace test
