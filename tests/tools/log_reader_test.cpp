@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "common/file_follower.h"
@@ -18,72 +19,55 @@
 namespace common {
 namespace {
 
-// Returns each record as "prefix|function|tag|text". "function" is "?" for text that has none.
-std::vector<std::string> Split(const std::string& log) {
+// Returns each record as it is logged, with "?" before text without a function, and with the number
+// of its copies if there are several.
+std::vector<std::string> Read(const std::string& log) {
   std::vector<std::string> records;
-  LogSplitter splitter([&](LogRecord&& record) {
-    records.push_back(record.function.empty()
-                          ? "?|" + record.text
-                          : (record.prefix.empty() ? "" : record.prefix + "|") + record.function +
-                                "|" + record.tag + "|" + record.text);
-  });
-  splitter.Feed(log);
-  splitter.Finish();
-  return records;
-}
-
-TEST(LogSplitter, splits_difficult_logs) {
-  using namespace std::string_literals;
-  const struct {
-    std::string log;
-    std::vector<std::string> records;
-  } cases[] = {
-      {"", {}},
-      {"KaloInit3:1: aKaloInit:2: bStartIoEx3:3: c\nStartIoEx:4: d",
-       {"KaloInit3|1|a", "KaloInit|2|b", "StartIoEx3|3|c", "StartIoEx|4|d"}},
-      {"CpDremSession:1: up~CpDremSession:2: downConnect:3: cDisconnect:4: ",
-       {"CpDremSession|1|up", "~CpDremSession|2|down", "Connect|3|c", "Disconnect|4|"}},
-      {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: "
-       "KaloInit:1234567890: x",
-       {"KaloInit3|1|what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: ",
-        "KaloInit|1234567890|x"}},
-      {"[00001234] 77 IoMessage:9: a[12345678] -5 IoMessage:9: b[1] 5 IoMessage:9: c",
-       {"[00001234] 77|IoMessage|9|a", "[12345678] -5|IoMessage|9|b[1] 5 ", "IoMessage|9|c"}},
-      {"Driver:5: mine Driver:6: not\nDriver:6: mine too\n",
-       {"?|Driver:5: mine Driver:6: not", "?|Driver:6: mine too"}},
-      {"\x01\0:\xff KaloInit:1: a\0b\nrest\n\n"s,
-       {"?|\x01\0:\xff "s, "KaloInit|1|a\0b"s, "?|rest"}},
-      {"KaloInit:1: ", {"KaloInit|1|"}},
-      {"KaloInit:1:", {"?|KaloInit:1:"}},
-  };
-  for (const auto& [log, records] : cases) EXPECT_EQ(Split(log), records) << log;
-}
-
-// Returns " TAGxCOPIES" for each record.
-std::string Fold(const std::string& log) {
-  std::string folded;
   LogFolder folder([&](const LogRecord& record, std::size_t copies) {
-    folded += " " + record.tag + "x" + std::to_string(copies);
+    std::string& text = records.emplace_back();
+    if (!record.prefix.empty()) text = record.prefix + " ";
+    text += record.function.empty() ? "?" : record.function + ":" + record.tag + ": ";
+    text += record.text;
+    if (copies != 1) text += " x" + std::to_string(copies);
   });
   LogSplitter splitter([&](LogRecord&& record) { folder.Add(std::move(record)); });
   splitter.Feed(log);
   splitter.Finish();
   folder.Finish();
-  return folded;
+  return records;
 }
 
-TEST(LogFolder, folds_copies_as_sinks_are_added_and_keeps_real_repeats) {
-  const std::string init = "KaloInit3:1: Executing call to KaloInit3() API ...";
-  const std::string count = "KaloCleanup3:2: KALO DREM Ref Cnt A 0";
-  const std::string line = "StartIoEx3:3: CpSession: 0x1\n";
-  EXPECT_EQ(Fold(""), "");
-  EXPECT_EQ(Fold(init + line + init + init + count + count + line + line + line + line),
-            " 1x1 3x1 1x2 2x2 3x2 3x2");
-  // A new process starts with one sink again. If the log's beginning is missing, the number of
-  // sinks is unknown.
-  EXPECT_EQ(Fold(line + line + init + init + line + line + init + line), " 3x2 1x2 3x2 1x1 3x1");
-  // Copies are not folded if their number is not a multiple of the number of sinks.
-  EXPECT_EQ(Fold(init + init + line + line + line), " 1x2 3x3");
+TEST(LogReader, splits_difficult_logs_and_folds_copies) {
+  using namespace std::string_literals;
+  const std::string init = "KaloInit3:1: Executing call to it", line = "StartIoEx3:3: line";
+  const std::string end = "KaloCleanup3:2: end";
+  const std::pair<std::string, std::vector<std::string>> cases[] = {
+      {"", {}},
+      {"KaloInit3:1: aKaloInit:2: bStartIoEx3:3: c\nStartIoEx:4: d",
+       {"KaloInit3:1: a", "KaloInit:2: b", "StartIoEx3:3: c", "StartIoEx:4: d"}},
+      {"CpDremSession:1: up~CpDremSession:2: downConnect:3: cDisconnect:4: ",
+       {"CpDremSession:1: up", "~CpDremSession:2: down", "Connect:3: c", "Disconnect:4: "}},
+      {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: "
+       "KaloInit:1234567890: x",
+       {"KaloInit3:1: what: 12: KaloInit: x KaloInit:7 and :8: KaloInit3:: KaloInit:12345678901: ",
+        "KaloInit:1234567890: x"}},
+      {"[00001234] 77 IoMessage:9: a[12345678] -5 IoMessage:9: b[1] 5 IoMessage:9: c",
+       {"[00001234] 77 IoMessage:9: a", "[12345678] -5 IoMessage:9: b[1] 5 ", "IoMessage:9: c"}},
+      {"Driver:5: mine Driver:6: not\nDriver:6: mine too\n",
+       {"?Driver:5: mine Driver:6: not", "?Driver:6: mine too"}},
+      {"\x01\0:\xff KaloInit:1: a\0b\nrest\n\n"s, {"?\x01\0:\xff "s, "KaloInit:1: a\0b"s, "?rest"}},
+      {"KaloInit:1:", {"?KaloInit:1:"}},
+      // Copies are folded as sinks are added, and real repeats are kept.
+      {init + line + init + init + end + end + line + line + line + line,
+       {init, line, init + " x2", end + " x2", line + " x2", line + " x2"}},
+      // A new process starts with one sink again. If the log's beginning is missing, the number of
+      // sinks is unknown.
+      {line + line + init + init + line + line + init + line,
+       {line + " x2", init + " x2", line + " x2", init, line}},
+      // Copies are not folded if their number is not a multiple of the number of sinks.
+      {init + init + line + line + line, {init + " x2", line + " x3"}},
+  };
+  for (const auto& [log, records] : cases) EXPECT_EQ(Read(log), records) << log;
 }
 
 TEST(FileFollower, reads_what_is_appended_and_starts_again_in_a_new_file) {
