@@ -3,8 +3,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <pthread.h>
-#include <signal.h>
 #include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
@@ -123,7 +121,7 @@ TEST(KernelServerTest, serves_threads_until_the_service_ends) {
   EXPECT_EQ(unlink(Path()), 0);
 }
 
-TEST(PreloadServerTest, continues_after_signals_and_a_limit_of_descriptors) {
+TEST(PreloadServerTest, continues_after_a_limit_of_descriptors) {
   Engine engine;
   const DeviceServer server(engine, Path());
   const int device = Connected("/dev/zuli");
@@ -148,13 +146,6 @@ TEST(PreloadServerTest, continues_after_signals_and_a_limit_of_descriptors) {
   EXPECT_EQ(close(opened), 0);
   EXPECT_EQ(engine.OpenDescriptors(), 1u);
 
-  struct sigaction action {};
-  action.sa_handler = [](int) {};
-  sigaction(SIGUSR1, &action, nullptr);
-  for (int i = 0; i < 20; ++i) {
-    pthread_kill(reader.native_handle(), SIGUSR1);
-    std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  }
   EXPECT_EQ(engine.ReleaseReplies(), 1u);
   reader.join();
   EXPECT_EQ(close(device), 0);
