@@ -12,15 +12,10 @@
 
 namespace {
 
-TEST(Guid, prints_in_fixed_width_and_leaves_decimal_and_zero_fill) {
+TEST(Printers, have_a_fixed_output_and_leave_decimal_numbers_and_zero_fill) {
+  std::ostringstream stream;
   const _GUID guid{0x0FB1C2D3, 0xAB, 0xCDE, {1, 2, 3, 4, 5, 6, 7, 8}};
-  std::ostringstream stream;
   stream << std::oct << std::setfill('*') << guid << std::setw(4) << 26;
-  EXPECT_EQ(stream.str(), "{0fb1c2d3,00ab,0cde,01,02,03,04,05,06,07,08}0026");
-}
-
-TEST(Dump, prints_a_quarter_of_the_bytes_as_characters) {
-  std::ostringstream stream;
   for (const unsigned int length : {0, 3, 6, 32, 36}) {
     // Holds only the part that the printer reads: the first quarter of the buffer.
     std::vector<unsigned char> bytes(length / 4);
@@ -31,6 +26,7 @@ TEST(Dump, prints_a_quarter_of_the_bytes_as_characters) {
   const std::string eight =
       "0000000A 0000000B 0000000C 0000000D 0000000E 0000000F 0000000G 0000000H ";
   EXPECT_EQ(stream.str(),
+            "{0fb1c2d3,00ab,0cde,01,02,03,04,05,06,07,08}0026"
             "\n\n 26"  // the fill character is not changed
             "\n00000000\n026\n0000000A 00000000\n026\n" +
                 eight + "\n\n026\n" + eight + "\n0000000I \n026");

@@ -11,29 +11,27 @@
 
 namespace {
 
-std::string Row(const transport::ErrnoPolicy& policy) {
-  static constexpr const char* kCalls[] = {"open",
-                                           "ioctl, connecting to a client",
-                                           "close",
-                                           "write of a request",
-                                           "read of a reply",
-                                           "read of private data",
-                                           "ioctl, passed through"};
-  const bool only = &transport::PolicyFor(policy.call, ENODEV) == &policy;
-  const std::string any = only ? "any" : "any other";
+TEST(ErrnoPolicyDocument, shows_the_table_as_it_is) {
+  const std::string calls[] = {"open",
+                               "ioctl, connecting to a client",
+                               "close",
+                               "write of a request",
+                               "read of a reply",
+                               "read of private data",
+                               "ioctl, passed through"};
   const std::string remedies[] = {"reconnect up to " + std::to_string(transport::kMaxRecoveries) +
                                       " times and retry after each but the last; then throw",
                                   "throw", "log it and continue"};
-  const std::string thrown = policy.thrown == nullptr ? "" : policy.thrown;
-  return "| " + std::string(kCalls[static_cast<int>(policy.call)]) + " | " +
-         (policy.error == transport::kAnyErrno ? any : zulisim::ErrnoName(policy.error)) + " | " +
-         remedies[static_cast<int>(policy.remedy)] + " | " +
-         (thrown.empty() ? "" : '"' + thrown + '"') + " |\n";
-}
-
-TEST(ErrnoPolicyDocument, shows_the_table_as_it_is) {
   std::string table;
-  for (const transport::ErrnoPolicy& policy : transport::kErrnoPolicies) table += Row(policy);
+  for (const transport::ErrnoPolicy& policy : transport::kErrnoPolicies) {
+    const bool only = &transport::PolicyFor(policy.call, ENODEV) == &policy;
+    const std::string any = only ? "any" : "any other";
+    const std::string thrown = policy.thrown == nullptr ? "" : policy.thrown;
+    table += "| " + calls[static_cast<int>(policy.call)] + " | " +
+             (policy.error == transport::kAnyErrno ? any : zulisim::ErrnoName(policy.error)) +
+             " | " + remedies[static_cast<int>(policy.remedy)] + " | " +
+             (thrown.empty() ? "" : '"' + thrown + '"') + " |\n";
+  }
   std::stringstream document;
   document << std::ifstream(ERRORS_DOCUMENT).rdbuf();
   EXPECT_NE(document.str().find("|---|---|---|---|\n" + table + "\n"), std::string::npos)
