@@ -7,6 +7,8 @@
 #include <functional>
 #include <limits>
 #include <set>
+#include <sstream>
+#include <tuple>
 #include <utility>
 
 #include "oscl/bounded_string.h"
@@ -34,16 +36,11 @@ constexpr char kValue[] = "name of some length";
 
 constexpr uint32_t kKept = 77;  // the value of gLastError before each call
 
-// A call and its result on success.
-struct Call {
-  std::string text;
-  std::function<uint64_t()> make;
-  uint64_t result;
-};
-#define CALL(call, result)                          \
-  {                                                 \
-#call, [&] { return (uint64_t)(call); }, result \
-  }
+// The text of a call, the call, and its result on success.
+using Call = std::tuple<std::string, std::function<uint64_t()>, uint64_t>;
+#define CALL(call, result) \
+  Call(                    \
+      #call, [&] { return (uint64_t)(call); }, result)
 #define RUN(call) CALL((call, 0), 0)
 
 class Compatibility : public RegistryFixture {
@@ -64,10 +61,10 @@ class Compatibility : public RegistryFixture {
   }
 
   static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
-    for (const Call& call : calls) {
+    for (const auto& [text, call, result] : calls) {
       gLastError = kKept;
-      EXPECT_EQ(call.make(), call.result) << call.text;
-      EXPECT_EQ(gLastError, code) << call.text;
+      EXPECT_EQ(call(), result) << text;
+      EXPECT_EQ(gLastError, code) << text;
     }
   }
 
@@ -79,10 +76,10 @@ class Compatibility : public RegistryFixture {
     Reset();
     std::string outcome = "ok";
     faults::Arm(failing, number, ENOENT);
-    for (const Call& call : calls) {
+    for (const auto& [text, call, expected] : calls) {
       gLastError = kKept;
-      const auto result = static_cast<uint32_t>(call.make());
-      if (result == call.result && gLastError == 0) continue;
+      const auto result = static_cast<uint32_t>(call());
+      if (result == expected && gLastError == 0) continue;
       outcome = result == E_FAIL ? "E_FAIL" : std::to_string(static_cast<int32_t>(result));
       outcome += "/" + std::to_string(gLastError);
       break;
@@ -101,27 +98,11 @@ class Compatibility : public RegistryFixture {
     ExpectCode(0, calls);
     written_ = Stored();
     std::string table;
-    for (const std::string failing : {"malloc",
-                                      "open",
-                                      "read",
-                                      "write",
-                                      "close",
-                                      "lseek",
-                                      "fstat",
-                                      "fopen",
-                                      "fread",
-                                      "fwrite",
-                                      "fclose",
-                                      "dlopen",
-                                      "dlsym",
-                                      "dlclose",
-                                      "usleep",
-                                      "clock_getres",
-                                      "clock_gettime",
-                                      "pthread_mutex_init",
-                                      "pthread_mutex_lock",
-                                      "pthread_mutex_unlock",
-                                      "pthread_mutex_destroy"}) {
+    std::istringstream names(
+        "malloc open read write close lseek fstat fopen fread fwrite fclose dlopen dlsym dlclose "
+        "usleep clock_getres clock_gettime pthread_mutex_init pthread_mutex_lock "
+        "pthread_mutex_unlock pthread_mutex_destroy");
+    for (std::string failing; names >> failing;) {
       std::string line, outcome;
       std::set<std::string> kinds;
       for (uint32_t number = 1; !(outcome = Outcome(calls, failing, number)).empty(); ++number) {
@@ -129,7 +110,7 @@ class Compatibility : public RegistryFixture {
       }
       if (!line.empty()) table += failing + ":" + line + "\n";
     }
-    EXPECT_EQ(table, expected) << calls[0].text;
+    EXPECT_EQ(table, expected) << std::get<0>(calls[0]);
   }
 
   HRESULT ReadSetting(uint32_t kind) {

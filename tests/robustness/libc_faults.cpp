@@ -45,23 +45,18 @@ using Row = std::pair<const char*, void*>;
 // Replaces a libc function for the library. If it must fail and kActs is false, it has no effect.
 template <auto kReal, bool kActs, typename Result, typename... Arguments, bool kNoexcept>
 Row Hook(const char* function, Result (*)(Arguments...) noexcept(kNoexcept)) {
-  static const char* name;
-  name = function;
+  static const char* const name = function;
   Result (*const replacement)(Arguments...) = [](Arguments... arguments) {
-    Result result{};  // of a failure
-    if constexpr (std::is_signed_v<Result>) {
-      result = strncmp(name, "pthread", 7) == 0 ? EINVAL : -1;
-    }
     const bool fails = !OnDevice(arguments...) && Fails(name);
     if (!fails || kActs) {
       // What runs inside the call belongs to the simulator or the test.
       const uint32_t left = std::exchange(callsLeft, 0);
-      const Result real = kReal(arguments...);
+      const Result result = kReal(arguments...);
       callsLeft = left;
-      if (!fails) return real;
+      if (!fails) return result;
     }
     if (armedError != 0) errno = armedError;
-    return result;
+    return (Result)(std::is_signed_v<Result> ? -1L : 0L);
   };
   return {name, reinterpret_cast<void*>(replacement)};
 }
