@@ -14,15 +14,12 @@
 #include <fstream>
 #include <locale>
 #include <memory>
-#include <unordered_map>
 
 struct AndroidMutex {
   int words[10];
 };
 
 #define pthread_mutex_t AndroidMutex
-#undef PTHREAD_MUTEX_INITIALIZER
-#define PTHREAD_MUTEX_INITIALIZER AndroidMutex()
 
 int pthread_mutex_init(pthread_mutex_t* mutex, const pthread_mutexattr_t* attributes);
 int pthread_mutex_destroy(pthread_mutex_t* mutex);
