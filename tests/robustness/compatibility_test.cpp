@@ -36,11 +36,9 @@ constexpr char kValue[] = "name of some length";
 
 constexpr uint32_t kKept = 77;  // the value of gLastError before each call
 
-// The text of a call, the call, and its result on success.
-using Call = std::tuple<std::string, std::function<uint64_t()>, uint64_t>;
-#define CALL(call, result) \
-  Call(                    \
-      #call, [&] { return (uint64_t)(call); }, result)
+// A call, its result on success, and its text.
+using Call = std::tuple<std::function<uint64_t()>, uint64_t, const char*>;
+#define CALL(call, result) Call([&] { return (uint64_t)(call); }, result, #call)
 #define RUN(call) CALL((call, 0), 0)
 
 class Compatibility : public RegistryFixture {
@@ -61,7 +59,7 @@ class Compatibility : public RegistryFixture {
   }
 
   static void ExpectCode(uint32_t code, const std::vector<Call>& calls) {
-    for (const auto& [text, call, result] : calls) {
+    for (const auto& [call, result, text] : calls) {
       gLastError = kKept;
       EXPECT_EQ(call(), result) << text;
       EXPECT_EQ(gLastError, code) << text;
@@ -76,7 +74,7 @@ class Compatibility : public RegistryFixture {
     Reset();
     std::string outcome = "ok";
     faults::Arm(failing, number, ENOENT);
-    for (const auto& [text, call, expected] : calls) {
+    for (const auto& [call, expected, text] : calls) {
       gLastError = kKept;
       const auto result = static_cast<uint32_t>(call());
       if (result == expected && gLastError == 0) continue;
@@ -110,11 +108,7 @@ class Compatibility : public RegistryFixture {
       }
       if (!line.empty()) table += failing + ":" + line + "\n";
     }
-    EXPECT_EQ(table, expected) << std::get<0>(calls[0]);
-  }
-
-  HRESULT ReadSetting(uint32_t kind) {
-    return OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, kind);
+    EXPECT_EQ(table, expected) << std::get<2>(calls[0]);
   }
 
   const std::string file_ = path_ + ".file";
@@ -185,11 +179,12 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
       "fclose: ok ok ok ok ok ok ok ok ok\n",
       {CALL(RegQueryValueExA(1, kValue, nullptr, nullptr, data_, &length_), 0),
        CALL(OSCL_UserFeature_EnableNotification(nullptr, &watch_), 0),
-       CALL(ReadSetting(USER_FEATURE_STRING), 0), CALL(ReadSetting(USER_FEATURE_NUMBER32_A), 0)});
+       CALL(OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, USER_FEATURE_STRING), 0),
+       CALL(OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, USER_FEATURE_NUMBER32_A), 0)});
   ExpectFailures(
       "malloc: 1/1 E_FAIL/0\nfstat: ok ok ok\nfopen: 9/9 E_FAIL/0 E_FAIL/0\n"
       "fread: 15/15 E_FAIL/0 E_FAIL/0\nfclose: ok ok ok\n",
-      {CALL(ReadSetting(USER_FEATURE_MULTI_STRING), 0)});
+      {CALL(OSCL_UserFeature_ReadValue(nullptr, &read_, kValue, USER_FEATURE_MULTI_STRING), 0)});
   OSCL_UserFeature_ReadValueInit(&toWrite_, "name", USER_FEATURE_MULTI_STRING);
   char* strings = static_cast<char*>(std::memcpy(AllocMem(4), "a\0b", 4));
   OSCL_UserFeature_SetMultiStringValue(toWrite_.values, strings, 4);
