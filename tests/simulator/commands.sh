@@ -14,17 +14,6 @@ trap 'rm -rf "$folder"' EXIT
 cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
 
 # Joins lines. "..3" stands for 3 words with which the line before begins or ends as well.
-brief() {
-  awk '{
-    first = 1; end = count = split($0, words)
-    while (first < count && words[first] == before[first]) ++first
-    while (end > first && words[end] == before[last - count + end]) --end
-    text = (NR > 1 ? " |" : "") (first > 1 ? " .." first - 1 : "")
-    for (i = first; i <= end; ++i) text = text " " words[i]
-    printf "%s", text (end < count ? " .." count - end : "")
-    last = split($0, before)
-  } END { print "" }' | sed 's/^ //'
-}
 # Runs COMMAND once for each argument, which replaces '%' or becomes the standard input of a COMMAND
 # that ends in " -". Prints stdout, the first line of stderr, and an exit status other than STATUS.
 refused() {  # STATUS COMMAND ARGUMENTS...
@@ -34,13 +23,13 @@ refused() {  # STATUS COMMAND ARGUMENTS...
     status=$?
     head -n 1 reason
     [ $status -eq "$1" ] || echo "exit status $status for $argument"
-  done | brief
+  done
 }
 sim() { zulisim run -q --root sim "$@"; }
 json() { python3 -c 'import json, sys; print(json.dumps(json.load(sys.stdin)))'; }
 # Runs a command on a terminal; '^' replaces the beginning of an escape sequence.
 tty() { SHELL=/bin/sh TERM=xterm NO_COLOR='' script -qec "$*" /dev/null </dev/null | sed 's/\x1b\[/^/g; s/\r//'; }
-export -f brief refused sim json tty
+export -f refused sim json tty
 
 # Runs a command and prints what the file has to contain. Replaces folders, addresses and the numbers of
 # lines of the library's source, which differ between machines, runs and versions.
