@@ -15,16 +15,16 @@ masked send --command 0x10
 masked send --command 0x30 --body --data '01 02 03'
 masked run - <<'END'
 KaloInit3 a
-StartIoEx3 a 4 64 private     # the read loses the device
+StartIoEx3 a 4 64 private
 FenuInit3 f
-StartIo3 f 0x30001 100        # the write loses it, and the next open fails
+StartIo3 f 0x30001 100        # the write loses the device, and the next open fails
 FenuCleanup3 f
 FenuInit3 f
 StartIo3 f 0x30001 600        # longer than the client's maximum
 StartIo3 f 0x30001 100
 StartIoEx3 a 0x10 64 private
 StartIoEx3 a 0x40 32          # no reply
-StartIoEx3 a 6 32
+StartIoEx3 a 6 32             # the read fails
 StartIoEx3 a 4 48             # lost five times
 StartIoEx3 a 5 48
 FenuCleanup3 f
