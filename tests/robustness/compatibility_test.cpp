@@ -77,10 +77,9 @@ class Compatibility : public RegistryFixture {
     for (const auto& [call, expected, text] : calls) {
       gLastError = kKept;
       const auto result = static_cast<uint32_t>(call());
-      if (result == expected && gLastError == 0) continue;
+      if (outcome != "ok" || (result == expected && gLastError == 0)) continue;
       outcome = result == E_FAIL ? "E_FAIL" : std::to_string(static_cast<int32_t>(result));
       outcome += "/" + std::to_string(gLastError);
-      break;
     }
     if (!faults::Disarm()) return "";
     const std::string registry = Stored();

@@ -91,8 +91,7 @@ void* New(size_t size) {
 const Row kHooks[] = {
     FAILS(open), FAILS(ioctl), FAILS(read), FAILS(write), FAILS(lseek), FAILS(fstat), FAILS(fopen),
     FAILS(fwrite), FAILS(malloc), FAILS(usleep), FAILS(clock_getres), FAILS(clock_gettime),
-    FAILS(dlopen), FAILS(dlsym), FAILS(pthread_mutex_init),
-    ACTS(close), ACTS(fclose), ACTS(dlclose),
+    FAILS(dlopen), FAILS(dlsym), ACTS(close), ACTS(fclose), ACTS(dlclose), ACTS(pthread_mutex_init),
     ACTS(pthread_mutex_lock), ACTS(pthread_mutex_unlock), ACTS(pthread_mutex_destroy),
     OWN(fread, Fread), OWN(_Znwm, New<operator new>), OWN(_Znam, New<operator new[]>),
     OWN(fopen64, FAILS(fopen).second), OWN(__read_chk, FAILS(read).second)};

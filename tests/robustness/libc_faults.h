@@ -11,8 +11,9 @@
 namespace faults {
 
 // Starts counting. The call of `call` with this number, counted from 1, fails with `error`, or
-// without setting errno if that is 0. A function that releases or locks something does so
-// nevertheless. operator new counts as malloc. `call` must live until Disarm.
+// without setting errno if that is 0. A function that releases something, or that works on
+// a mutex, does its work nevertheless. operator new counts as malloc. `call` must live until
+// Disarm.
 void Arm(std::string_view call, uint32_t number, int error = EIO);
 // Stops counting. Returns true if the call failed.
 bool Disarm();
