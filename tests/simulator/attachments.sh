@@ -100,7 +100,7 @@ expect 124 'read:9=errno 19' timeout 20 "$zulisim" replay -q --device $device le
 # This test also runs in-process. Here it uses the device of this attachment. The kernel splits a write
 # with too many pieces, and the rest must not become a message.
 declare -A pieces=([preload]=300 [fuse]=256)
-expect 0 '1 test.*PASSED|PASSED.*1 test' run -q -- env PIECES_SERVED=${pieces[$device]} \
+expect 0 '1 test.*PASSED|PASSED.*1 test' run -q "${slow[@]}" -- env PIECES_SERVED=${pieces[$device]} \
   "$attachment_test" --gtest_filter='*is_a_character_device'
 [ $device = preload ] || contains out 'split a write; refused all but its first 256 bytes'
 # zulisim waits for the closes at the end of the program.
