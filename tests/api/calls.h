@@ -1,9 +1,5 @@
 #pragma once
 
-#include <cstring>
-#include <set>
-#include <string>
-
 #include "tests/api/interposed_session.h"
 #include "tests/support/library_test.h"
 

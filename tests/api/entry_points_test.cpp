@@ -1,13 +1,6 @@
 // Tests what the random sequences cannot: the lock, the error record of each source, and sessions
 // that other code wrote into the state.
 
-#include <sys/wait.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <memory>
-#include <thread>
-
 #include "oscl/last_error.h"
 #include "tests/support/library_test.h"
 

@@ -5,12 +5,6 @@
 // stands for the lines that follow "# (name)". The test performs the steps and must produce the
 // whole file. Tags that are fixed numbers are kept. KALODLL_GOLDEN_WRITE=1 rewrites the file.
 
-#include <algorithm>
-#include <fstream>
-#include <iterator>
-#include <regex>
-#include <sstream>
-
 #include "simulator/scenario/scenario_options.h"
 #include "tests/api/calls.h"
 #include "transport/cp_drem_session.h"

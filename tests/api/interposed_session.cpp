@@ -3,10 +3,7 @@
 // This program defines members of the library's classes. The dynamic linker prefers them, so they
 // can throw, keep a list of the open sessions, or choose another client.
 
-#include <dlfcn.h>
-
-#include <utility>
-
+#include "tests/support/standard_headers.h"
 #include "transport/kalo_exception.h"
 
 const char* test::connectFailure = nullptr;

@@ -2,9 +2,6 @@
 
 #include "api/kalo_client.h"
 
-#include <memory>
-#include <thread>
-
 #include "tests/support/library_test.h"
 
 namespace test {

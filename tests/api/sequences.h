@@ -1,11 +1,5 @@
 #pragma once
 
-#include <unistd.h>
-
-#include <map>
-#include <random>
-#include <regex>
-
 #include "tests/api/calls.h"
 
 namespace test {

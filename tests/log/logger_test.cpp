@@ -3,17 +3,7 @@
 
 #include "log/logger.h"
 
-#include <pthread.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <atomic>
-#include <cerrno>
-#include <chrono>
 #include <cstdarg>
-#include <filesystem>
-#include <fstream>
-#include <thread>
 
 #include "log/log_file.h"
 #include "oscl/critical_section.h"

@@ -2,13 +2,10 @@
 // afterwards.
 
 #include "log/value_format.h"
-
-#include <gtest/gtest.h>
+#include "tests/support/standard_headers.h"
 
 #include <iomanip>
 #include <numeric>
-#include <sstream>
-#include <vector>
 
 namespace {
 

@@ -1,10 +1,8 @@
-#include <gtest/gtest.h>
 
-#include <memory>
-#include <string>
 
 #include "oscl/bounded_string.h"
 #include "oscl/timing.h"
+#include "tests/support/standard_headers.h"
 
 namespace {
 

@@ -1,9 +1,4 @@
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/stat.h>
 
-#include <cstring>
-#include <thread>
 
 #include "oscl/file.h"
 #include "oscl/version.h"

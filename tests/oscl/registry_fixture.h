@@ -1,19 +1,10 @@
 #pragma once
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdint>
-#include <cstdio>
-#include <fstream>
-#include <regex>
-#include <sstream>
-#include <string>
-
 #include "oscl/last_error.h"
 #include "oscl/memory.h"
 #include "simulator/in_process/in_process_device.h"
 #include "tests/support/descriptors.h"
+#include "tests/support/standard_headers.h"
 
 // Replaces the registry file, or another one, by a file of the test that does not exist yet, in
 // memory if possible. The test must close all descriptors and free all memory.

@@ -2,14 +2,6 @@
 
 #include "oscl/registry.h"
 
-#include <dlfcn.h>
-#include <gtest/gtest.h>
-
-#include <functional>
-#include <tuple>
-#include <utility>
-#include <vector>
-
 #include "tests/oscl/registry_fixture.h"
 
 namespace {

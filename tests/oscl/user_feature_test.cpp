@@ -1,6 +1,4 @@
-#include <fcntl.h>
 
-#include <cstring>
 
 #include "oscl/registry.h"
 #include "oscl/user_feature.h"

@@ -1,15 +1,7 @@
 // Tests what the primitives of the compatibility layer return and which code they leave in
 // gLastError: after success, after a failure of a libc call inside them, and after wrong arguments.
 
-#include <algorithm>
-#include <cerrno>
-#include <cstring>
-#include <functional>
 #include <limits>
-#include <set>
-#include <sstream>
-#include <tuple>
-#include <utility>
 
 #include "oscl/bounded_string.h"
 #include "oscl/critical_section.h"

@@ -2,12 +2,7 @@
 // again. They create and destroy sessions, exchange messages, log, and initialise the library.
 // KALODLL_FLAP_REQUESTS sets the number of requests of each driver.
 
-#include <sys/resource.h>
-
 #include <array>
-#include <atomic>
-#include <random>
-#include <thread>
 
 #include "tests/support/descriptors.h"
 #include "tests/support/library_test.h"

@@ -3,24 +3,13 @@
 #undef _FORTIFY_SOURCE
 
 #include "tests/robustness/libc_faults.h"
+#include "tests/support/standard_headers.h"
 
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <link.h>
-#include <pthread.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <sys/ioctl.h>
 #include <sys/mman.h>
-#include <sys/stat.h>
-#include <time.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <new>
-#include <utility>
 
 namespace faults {
 

@@ -1,7 +1,6 @@
 #pragma once
 
-#include <cerrno>
-#include <cstdint>
+#include "tests/support/standard_headers.h"
 #include <string_view>
 
 // Makes one libc call of the library under test fail, by replacing addresses in the linkage tables

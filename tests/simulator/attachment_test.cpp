@@ -1,24 +1,10 @@
 #include "simulator/in_process/in_process_device.h"
+#include "tests/support/standard_headers.h"
 
-#include <dlfcn.h>
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <limits.h>
 #include <poll.h>
-#include <sys/ioctl.h>
-#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/uio.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <optional>
-#include <stdexcept>
-#include <vector>
 
 namespace zulisim {
 namespace {

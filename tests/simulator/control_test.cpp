@@ -1,20 +1,11 @@
 // Tests 'zulisim tell' in one process: clients instruct the engine while a program uses it.
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
 #include <sys/un.h>
-#include <unistd.h>
-
-#include <cerrno>
-#include <fstream>
-#include <optional>
-#include <regex>
-#include <thread>
 
 #include "simulator/control/control_server.h"
 #include "tests/support/descriptors.h"
+#include "tests/support/standard_headers.h"
 
 namespace zulisim {
 namespace {

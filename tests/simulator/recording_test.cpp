@@ -1,11 +1,5 @@
 #include "simulator/record/recording.h"
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <random>
-
 #include "common/format.h"
 #include "common/hex.h"
 #include "simulator/engine/engine.h"
@@ -13,6 +7,7 @@
 #include "simulator/record/recording_scenario.h"
 #include "simulator/record/replay_device.h"
 #include "simulator/scenario/scenario_file.h"
+#include "tests/support/standard_headers.h"
 
 namespace zulisim {
 namespace {

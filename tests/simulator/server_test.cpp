@@ -1,27 +1,12 @@
 // Tests the servers of the preload library and of the kernel in the process that uses them. The
 // test's calls are hooked like those of a preloaded program.
 
-#include <fcntl.h>
-#include <gtest/gtest.h>
-#include <sys/ioctl.h>
 #include <sys/mount.h>
-#include <sys/resource.h>
-#include <unistd.h>
-
-#include <algorithm>
-#include <cerrno>
-#include <chrono>
-#include <cstdlib>
-#include <cstring>
-#include <fstream>
-#include <memory>
-#include <thread>
-#include <utility>
-#include <vector>
 
 #include "simulator/engine/engine.h"
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/preload/device_server.h"
+#include "tests/support/standard_headers.h"
 
 namespace zulisim {
 namespace {

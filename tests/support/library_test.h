@@ -2,20 +2,9 @@
 
 #include <cxxabi.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <algorithm>
 #include <cstddef>
-#include <cstdint>
-#include <cstring>
 #include <exception>
-#include <filesystem>
-#include <functional>
-#include <optional>
-#include <string>
-#include <utility>
-#include <vector>
 
 #include "api/kalo_dll.h"
 #include "api/kalo_dll_state.h"
@@ -23,6 +12,7 @@
 #include "log/logger.h"
 #include "simulator/in_process/in_process_device.h"
 #include "simulator/engine/engine.h"
+#include "tests/support/standard_headers.h"
 #include "transport/client_session.h"
 
 namespace test {

@@ -1,20 +1,11 @@
 // Splits logs in one piece. fuzz_kaloctl_test splits them in pieces of any size.
 
-#include <gtest/gtest.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
-#include <fstream>
-#include <string>
-#include <utility>
-#include <vector>
-
 #include "common/file_follower.h"
 #include "common/hex.h"
 #include "common/log_folder.h"
 #include "common/log_splitter.h"
 #include "tests/support/descriptors.h"
+#include "tests/support/standard_headers.h"
 
 namespace common {
 namespace {

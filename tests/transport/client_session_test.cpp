@@ -2,9 +2,6 @@
 
 #include "transport/client_session.h"
 
-#include <cstring>
-#include <new>
-
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 #include "transport/kalo_exception.h"

@@ -2,12 +2,8 @@
 
 #include "transport/errno_policy.h"
 
-#include <gtest/gtest.h>
-
-#include <fstream>
-#include <sstream>
-
 #include "simulator/device/operation.h"
+#include "tests/support/standard_headers.h"
 
 namespace {
 

@@ -1,11 +1,6 @@
 // Tests what the random sequences cannot: the transferred bytes, arguments that no entry point
 // passes on, and ioctls passed through.
 
-#include <fcntl.h>
-
-#include <algorithm>
-#include <new>
-
 #include "tests/support/library_test.h"
 #include "transport/cp_drem_session.h"
 #include "transport/zuli_device.h"
