@@ -93,7 +93,8 @@ TEST_F(RegistryTest, values_are_read_by_the_name_of_the_key_with_the_id) {
   EXPECT_EQ(RegSetValueEx(99, "text", 0, 1, "x", 2), 7u);
   EXPECT_EQ(RegSetValueEx(0x10, std::string(256, 'n').c_str(), 0, 1, "x", 2), 2u);
   EXPECT_EQ(Stored(), kFile);
-  EXPECT_EQ(RegSetValueEx(0x10, std::string(255, 'n').c_str(), 0, 1, "x", 2), 0u);
+  const std::string longest(255, 'n');
+  EXPECT_EQ(RegSetValueEx(0x10, longest.c_str(), 0, 1, longest.data(), 255), 0u);
 }
 
 TEST_F(RegistryTest, a_file_that_does_not_load_takes_precedence) {
