@@ -87,19 +87,19 @@ TEST_F(Multiplexer, connects_a_child_beside_its_parent_and_disconnects_by_addres
 
 TEST(ErrorOfSession, keeps_the_tail_of_an_older_text_and_never_a_terminator) {
   // Constructs the session in memory with a known pattern, because the constructor must not change
-  // the text.
-  alignas(ClientSession) unsigned char memory[sizeof(ClientSession)];
+  // the text, and nothing may change the four bytes behind it.
+  alignas(ClientSession) char memory[sizeof(ClientSession)];
   std::memset(memory, '#', sizeof memory);
   auto* session = new (memory) ClientSession;
-  const auto text = [&] { return std::string(session->lastErrorText, 1024); };
+  const auto text = [&] { return std::string(memory + 28, sizeof memory - 28); };
   EXPECT_EQ(session->lastErrorStatus, -1);
   session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, "abcdef");
   session->storeErrInfo("XY");
-  EXPECT_EQ(text(), "XYcdef" + std::string(1018, '#'));
+  EXPECT_EQ(text(), "XYcdef" + std::string(1022, '#'));
   session->storeErrInfo(std::string(1024, 'l') + "beyond");
-  EXPECT_EQ(text(), std::string(1024, 'l'));
+  EXPECT_EQ(text(), std::string(1024, 'l') + "####");
   session->storeErrInfo(KALO_DLL_STATUS_INVALID_PARAMETER, std::string(1024, 'm') + "beyond");
-  EXPECT_EQ(text(), std::string(1024, 'm'));
+  EXPECT_EQ(text(), std::string(1024, 'm') + "####");
 }
 
 TEST(Exception, builds_its_text_once) {
