@@ -124,7 +124,7 @@ TEST(PreloadServerTest, continues_after_a_limit_of_descriptors) {
   while (opened < 0 && limit.rlim_cur++ < usual) {
     setrlimit(RLIMIT_NOFILE, &limit);
     opened = open("/dev/zuli", O_RDWR);
-    ASSERT_TRUE(opened >= 0 || errno == EMFILE) << limit.rlim_cur << strerror(errno);
+    ASSERT_TRUE(opened >= 0 || (opened == -1 && errno == EMFILE)) << opened << strerror(errno);
   }
   limit.rlim_cur = usual;
   setrlimit(RLIMIT_NOFILE, &limit);
