@@ -14,7 +14,9 @@ lacks() { ! has "$@"; }
 
 aligned_for_16k() { [ "$(awk '$1 == "LOAD" {print $NF}' <<<"$tables" | sort -u)" = 0x4000 ]; }
 relro_ends_on_16k() {
-  (($(awk '$1 == "GNU_RELRO" {print "(" $3 "+" $6 ") % 0x4000 == 0"}' <<<"$tables")))
+  local address size
+  read -r address size < <(awk '$1 == "GNU_RELRO" {print $3, $6}' <<<"$tables")
+  [ -n "$address" ] && [ $(((address + size) % 0x4000)) -eq 0 ]
 }
 only_folders() { # only_folders PATTERN: every folder in the search path matches
   ! sed -nE 's/.*R(UN)?PATH.*\[(.*)\]/\2/p' <<<"$tables" | tr : '\n' | grep -vE "$1"
@@ -38,12 +40,12 @@ for file in "$build"/bin/{libzulisim_preload.so,zulisim,kaloctl} "$library"; do
   check "$name: the stack is not executable" has 'GNU_STACK .* RW +0'
   check "$name: it has no text relocations" lacks 'TEXTREL'
   check "$name: stack protection is used" has ' __stack_chk_fail'
-  [ "$configuration" = Debug ] || check "$name: calls are fortified" has ' __[a-z]+_chk(@|$)'
   [ "$file" = "$library" ] ||
     check "$name: dependencies are searched only beside it" only_folders '^\$ORIGIN(/|$)'
 done
 
 # The last tables are those of the library.
+[ "$configuration" = Debug ] || check "calls are fortified" has ' __[a-z]+_chk(@|$)'
 check "the SONAME is libkalodll.so" has 'SONAME.*\[libkalodll\.so\]'
 check "the relocated data end at a multiple of 16 KiB" relro_ends_on_16k
 check "segments are aligned for 16 KiB pages" aligned_for_16k
@@ -57,9 +59,10 @@ check "a program's functions do not replace the compatibility layer's" reaches_o
 shipped='CMakeFiles/(kalodll|kalodll_common|zulisim(_[a-z]+)?|kaloctl(_core)?)\.dir/'
 mapfile -t objects < <(grep -oE -- "-o [^ ]*$shipped[^ ]*" "$build/compile_commands.json" | cut -c4-)
 marked=$(cd "$build" && readelf -nW "${objects[@]}" | grep -c 'x86 feature: IBT, SHSTK') || true
-protected=$(grep -cE -- "-fstack-protector-strong -fstack-clash-protection .*-o [^ ]*$shipped" \
+[ "$configuration" = Debug ] || fortify='-D_FORTIFY_SOURCE=2 '
+protected=$(grep -cE -- "-fstack-protector-strong -fstack-clash-protection .*${fortify-}.*-o [^ ]*$shipped" \
   "$build/compile_commands.json") || true
 check "the objects are found" [ "${#objects[@]}" -gt 70 ]
 check "every object is marked for control-flow protection" [ "$marked" -eq "${#objects[@]}" ]
-check "every object protects and probes the stack" [ "$protected" -eq "${#objects[@]}" ]
+check "every object protects and probes the stack, and fortifies its calls" [ "$protected" -eq "${#objects[@]}" ]
 exit "$status"

@@ -1,9 +1,10 @@
 // Compares what the library does with transcripts.txt. There, "# ..." begins a section with a fresh
-// state. "> ...; ... = ..." are steps of the device (as options of zulisim) and of a driver, and
-// the result of the last one if it is not 0 with the recorded error. Then follow the log lines of
-// the library, as "| FUNCTION: ... | ...", and the operations of the device, as "<...>". "(name)"
-// stands for the lines that follow "# (name)". The test performs the steps and must produce the
-// whole file. Tags that are fixed numbers are kept. KALODLL_GOLDEN_WRITE=1 rewrites the file.
+// state. A line with ">" lists steps of the device (as options of zulisim) and of a driver. After
+// " = " it shows the result and the recorded error of the last step, if that failed. Then follow
+// the log lines of the library, as "| FUNCTION: ... | ...", and the operations of the device, as
+// "<...>". "(name)" stands for the lines that follow "# (name)". The test performs the steps and
+// must produce the whole file. Tags that are fixed numbers are kept. KALODLL_GOLDEN_WRITE=1
+// rewrites the file.
 
 #include "simulator/scenario/scenario_options.h"
 #include "tests/api/calls.h"
@@ -25,7 +26,7 @@ void Replace(std::string& text, const std::string& from, const std::string& to) 
   }
 }
 
-// Folds a line before log lines.
+// Breaks a long line in front of " |".
 std::string Folded(std::string line) {
   constexpr size_t kWidth = 159;
   for (size_t start = 0, end = 0; line.size() - start > kWidth; start = end + 1) {
@@ -82,7 +83,8 @@ class Golden : public CallsTest {
       return "";
     }
     // The other words name the command and the defects of the call.
-    Arguments arguments(words.size() > 1 ? std::strtoul(words[1].c_str(), nullptr, 16) : 0x10);
+    const bool numbered = words.size() > 1 && words[1].rfind("0x", 0) == 0;
+    Arguments arguments(numbered ? std::stoul(words[1], nullptr, 16) : 0x10);
     arguments.used = static_cast<ClientSession*>(handle_);
     for (const Defect& defect : kDefects) {
       if (std::count(words.begin(), words.end(), defect.name) != 0) defect.apply(arguments);

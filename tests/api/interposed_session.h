@@ -6,8 +6,8 @@
 
 namespace test {
 
-// The library throws these exceptions once, although no device fails: its own exception with this
-// detail when a session connects, and a std::runtime_error when one disconnects.
+// If `connectFailure` is set, the next connect throws the library's own exception with this detail.
+// If `disconnectFails` is set, the next disconnect throws a std::runtime_error. Each happens once.
 extern const char* connectFailure;
 extern bool disconnectFails;
 

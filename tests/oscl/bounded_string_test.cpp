@@ -1,5 +1,3 @@
-
-
 #include "oscl/bounded_string.h"
 #include "oscl/timing.h"
 #include "tests/support/standard_headers.h"

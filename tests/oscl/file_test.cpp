@@ -1,5 +1,3 @@
-
-
 #include "oscl/file.h"
 #include "oscl/version.h"
 #include "oscl/whole_file.h"

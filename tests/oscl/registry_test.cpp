@@ -71,6 +71,7 @@ TEST_F(RegistryTest, keys_are_found_by_root_and_name) {
   EXPECT_EQ(Open(99, "HKEY_USERS\\A"), "0, 16") << "not a root";
   for (const HKEY root : {HKEY_CLASSES_ROOT, HKEY_LOCAL_MACHINE})
     EXPECT_EQ(Open(root, "A"), "15, 0");
+  EXPECT_EQ(Open(HKEY_USERS, "a"), "15, 0");
   EXPECT_EQ(Open(HKEY_USERS, nullptr), "0, 48");
   EXPECT_EQ(Open(HKEY_USERS, longest.c_str()), "0, 32");
   EXPECT_EQ(Open(HKEY_USERS, (longest + "n").c_str()), "0, 48") << "the sub-key is dropped";

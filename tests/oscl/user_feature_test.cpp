@@ -1,5 +1,3 @@
-
-
 #include "oscl/registry.h"
 #include "oscl/user_feature.h"
 #include "tests/oscl/registry_fixture.h"
@@ -27,7 +25,8 @@ class UserFeatureTest : public RegistryFixture {
   UserFeatureKey key_ = {1, "K", nullptr, 0};
 };
 
-// Reads each kind of no value, a number, the longest text and a text, and writes half of the last.
+// Has a line for each kind. It shows what is read of no value, a number, the longest text and a
+// text (result, size, total length, data), and what is written with half of the text's size.
 TEST_F(UserFeatureTest, every_kind_is_read_and_written_as_its_type) {
   std::ostringstream lines;
   lines << std::hex;

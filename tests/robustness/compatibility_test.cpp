@@ -186,7 +186,7 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
       {CALL(OSCL_UserFeature_WriteValues(nullptr, &toWrite_), 0)});
 }
 
-TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_else_keeps_it) {
+TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_otherwise_keeps_it) {
   const char* path = path_.c_str();
   char text[8] = {};
   FILE* file = stdout;
@@ -211,7 +211,8 @@ TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_else_keeps_it) {
   ExpectCode(16, {CALL(FreeLibrary(nullptr), 0), CALL(OSCL_FreeLibrary(nullptr), E_FAIL)});
   faults::Arm("open", 1, EROFS);
   ExpectCode(6, {CALL(OSCL_WriteFile(path, "", 0), E_FAIL)});
-  // LoadLibrary must use and keep the errno of a loader that sets one, and else keep an older one.
+  // LoadLibrary must use and keep the errno of a loader that sets one, and otherwise keep an older
+  // one.
   for (const auto& [ofLoader, code, left] : {std::tuple(EACCES, 16, EACCES), {0, 0, EEXIST}}) {
     faults::Arm("dlopen", 1, ofLoader);
     ExpectCode(code, {CALL((errno = EEXIST, LoadLibrary("libkalodll.so")), 0)});

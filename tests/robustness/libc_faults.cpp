@@ -101,6 +101,7 @@ __attribute__((no_sanitize("address"))) int ReplaceAddresses(dl_phdr_info* modul
     mprotect(words, size, PROT_READ | PROT_WRITE);
     for (const auto& [function, replacement] : kHooks) {
       void* const real = dlsym(RTLD_DEFAULT, function);
+      if (real == nullptr) continue;  // another libc or runtime lacks some
       for (size_t word = 0; word < size / sizeof real; ++word) {
         if (words[word] == real) words[word] = replacement;
       }

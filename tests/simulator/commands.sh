@@ -13,7 +13,6 @@ folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 cd "$folder" && mkdir tmp && export TMPDIR=$folder/tmp
 
-# Joins lines. "..3" stands for 3 words with which the line before begins or ends as well.
 # Runs COMMAND once for each argument, which replaces '%' or becomes the standard input of a COMMAND
 # that ends in " -". Prints stdout, the first line of stderr, and an exit status other than STATUS.
 refused() {  # STATUS COMMAND ARGUMENTS...

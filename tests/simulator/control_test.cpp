@@ -37,7 +37,10 @@ class ControlTest : public testing::Test, public OperationObserver {
 };
 
 TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
-  std::optional<ControlServer> server(std::in_place, path_, &engine_, [](const Scenario&) {});
+  const auto refuse_ioctl = [](const Scenario& added) {
+    if (added.faults.at(0).operation == Operation::kIoctl) throw std::invalid_argument("refused");
+  };
+  std::optional<ControlServer> server(std::in_place, path_, &engine_, refuse_ioctl);
   const int silent = socket(AF_UNIX, SOCK_STREAM, 0);  // delays the others by 2 seconds
   struct sockaddr_un address = {AF_UNIX, {}};
   ControlServer::PathFor(path_).copy(address.sun_path, sizeof(address.sun_path) - 1);
@@ -68,6 +71,7 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
       "(tell fault close:1=EIO: .* in \\d+ closes?\n){60}"
       "tell fault open:2=EACCES: happened 1 time in 2 opens\n");
   EXPECT_TRUE(std::regex_match(Tell("counts"), counts)) << Tell("counts");
+  EXPECT_EQ(Tell("fault ioctl:1=EIO"), "'fault ioctl:1=EIO': refused");
   EXPECT_EQ(Tell("fault read:1@fenu=EIO"),
             "'fault read:1@fenu=EIO': unknown client 'fenu'; expected PROBE");
   EXPECT_EQ(Tell("back now"), "'back now': unexpected argument after 'back'");

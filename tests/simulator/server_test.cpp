@@ -3,6 +3,8 @@
 
 #include <sys/mount.h>
 
+#include <future>
+
 #include "simulator/engine/engine.h"
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/preload/device_server.h"
@@ -97,12 +99,15 @@ TEST(KernelServerTest, serves_threads_until_the_service_ends) {
   }
   std::ofstream{Path()};
   // Even SIGKILL does not end a thread that waits for a server in its own process.
-  std::thread([] {
-    sleep(40);
+  std::promise<void> ended;
+  std::thread watchdog([future = ended.get_future()] {
+    if (future.wait_for(std::chrono::seconds(40)) == std::future_status::ready) return;
     umount2(Path(), MNT_FORCE);
     _exit(1);
-  }).detach();
+  });
   ServeThreads<KernelServer>(Path(), KernelServer::Kind::kFile, Path(), false);
+  ended.set_value();
+  watchdog.join();
   EXPECT_EQ(unlink(Path()), 0);
 }
 

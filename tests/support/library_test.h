@@ -106,6 +106,8 @@ class LibraryTest : public ::testing::Test {
   };
 
   explicit LibraryTest(zulisim::EngineOptions options = {}) : engine(std::move(options)) {
+    // An earlier process with the same number may have left the file.
+    std::filesystem::remove_all(logFile);
     Logger::logBase.sinks.push_back(sink);
   }
   ~LibraryTest() override {
@@ -128,7 +130,9 @@ class LibraryTest : public ::testing::Test {
 
  private:
   zulisim::InProcessDevice attachment_{engine, {{"/data/Marvoleth.log", logFile}}};
-  Lines lines_;  // guarded by the log's lock
+  // Not locked: outside the log's lock, only one thread at a time may log, use the device or take
+  // the lines.
+  Lines lines_;
 };
 
 }  // namespace test
