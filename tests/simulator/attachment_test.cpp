@@ -209,9 +209,11 @@ TEST(EngineTest, refuses_wrong_options_and_survives_calls_from_a_responder) {
   const int descriptor = Connected();
   EXPECT_EQ((Results{Write(descriptor), Read(descriptor)}), (Results{16, -ENODEV}));
   EXPECT_EQ(engine.Records().at(2).why, "the client stays silent: stuck");
+  SetCaller(7, 7);
   engine.Close(1, CloseReason::kProgramEnded);
   engine.Close(1, CloseReason::kProgramEnded);
   EXPECT_EQ(engine.Count(Operation::kClose), 1u);
+  EXPECT_EQ(engine.Records().back().process, 0) << "the program did not close it";
 }
 
 }  // namespace

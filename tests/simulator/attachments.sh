@@ -152,7 +152,7 @@ expect 1 'refused a write with O_APPEND' run -- sh -c 'echo >>/dev/zuli'
 begin served serving "$zulisim" serve --only failures --fuse mount/zuli --strict --reply 'kalo:*=hold' \
   --lose read:40 --trace trace --report report
 engine=$!
-begin held "write    9 bytes" "$zulisim" record --device fuse -o recorded --from mount/zuli -- \
+begin held "write    9 bytes" env -C mount "$zulisim" record --device fuse -o ../recorded --from zuli -- \
   "$program" open connect write:9 read:9
 expect 0 '^1 reply released$' "$zulisim" tell mount/zuli release
 wait $!

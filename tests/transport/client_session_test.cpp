@@ -53,7 +53,11 @@ TEST_F(Multiplexer, routes_each_family_of_commands_and_wrappers_of_one_client) {
     const std::string client = family == 3 ? "FENU" : "KALO";
     for (const uint32_t low : {0, 0xFFFF}) EXPECT_EQ(Send(family << 16 | low), client) << family;
   }
-  session.IoMessage(nullptr, 32, nullptr, 32, nullptr, nullptr);  // has no command
+  Bytes request = Message(0x10);
+  Logger::logBase.level = 100;
+  session.IoMessage(nullptr, 32, request.data(), 32, nullptr, nullptr);  // has no command
+  session.IoMessage(request.data(), 32, nullptr, 32, nullptr, nullptr);
+  EXPECT_THAT(TakeRaw(), testing::Contains(testing::EndsWith("in IOMessage output parameters")));
 }
 
 TEST_F(Multiplexer, connects_a_child_beside_its_parent_and_disconnects_by_address_in_order) {
