@@ -138,6 +138,8 @@ TEST_F(Messages, take_the_lock_once_each_with_or_without_a_sink_unless_above_the
     EXPECT_EQ(TakeRaw().size(), lines);
     if (lines == 0) sinks.swap(Logger::logBase.sinks);
   }
+  Logger::logBase.level = -1;
+  Say("above a negative threshold");
   // An initialisation also takes the lock to append its sink, and sets the threshold to 0.
   lockCalls = 0;
   KaloInit();

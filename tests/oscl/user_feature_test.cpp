@@ -114,6 +114,8 @@ TEST_F(UserFeatureTest, full_paths_are_split_and_wrong_arguments_are_refused) {
   EXPECT_EQ(text, kLongest) << "a value of another type is copied";
   EXPECT_EQ(OSCL_ReadRegistryValue("K", "text", REG_SZ, 1, text), S_OK);
   EXPECT_STREQ(text, "hello");
+  EXPECT_EQ(OSCL_ReadRegistryValue("K", "number", REG_DWORD, 1, text), S_OK);
+  EXPECT_EQ(std::string(text, 4), "\xF9\xFF\xFF\xFF");
 }
 
 TEST_F(UserFeatureTest, a_description_is_used_again_and_keeps_its_number) {

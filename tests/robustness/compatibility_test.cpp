@@ -60,8 +60,8 @@ class Compatibility : public RegistryFixture {
 
   // Makes the calls while the n-th call of `failing` fails. Returns "" if there is no n-th call,
   // else "ok", or the result of the first call that fails and its code in gLastError. If the calls
-  // changed the registry, its new content follows, or "written" if there is no difference to a
-  // success.
+  // changed the registry, its new content follows, or "written" if it is the same as
+  // after success.
   std::string Outcome(const std::vector<Call>& calls, const std::string& failing, uint32_t number) {
     Reset();
     std::string outcome = "ok";

@@ -1,4 +1,4 @@
-// Tests 'zulisim tell' in one process: clients instruct the engine while a program uses it.
+// Tests 'zulisim tell' in one process: several clients instruct the engine while a program uses it.
 
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -53,14 +53,15 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
   ASSERT_EQ(stat(ControlServer::PathFor(path_).c_str(), &status), 0);
   EXPECT_EQ(status.st_mode & 0777, 0600u);
 
-  std::thread client([this] {
-    for (int i = 0; i < 60; ++i) EXPECT_EQ(Tell("fault close:1=EIO"), "");
-  });
+  const auto instruct = [this] {
+    for (int i = 0; i < 20; ++i) EXPECT_EQ(Tell("fault close:1=EIO"), "");
+  };
+  std::thread clients[] = {std::thread(instruct), std::thread(instruct), std::thread(instruct)};
   for (int i = 0; i < 200; ++i) {
     const Result opened = engine_.Open(O_RDWR, 0, -1);
     engine_.Close(static_cast<std::uint64_t>(opened.value), CloseReason::kProgramClosed);
   }
-  client.join();
+  for (std::thread& client : clients) client.join();
   close(silent);
 
   EXPECT_EQ(Tell("fault open:2=EACCES"), "");

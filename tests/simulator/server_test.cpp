@@ -80,9 +80,10 @@ void ServeThreads(const char* device, const Arguments&... arguments) {
   for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
   EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds + 1);
 
-  // A waiting read ends when the service ends.
+  // A waiting read ends when the service ends. The close happens first and ends the read.
   server.reset();
   reader.join();
+  EXPECT_EQ(engine.Records().end()[-2].why, CloseReasonText(CloseReason::kServiceEnded));
   EXPECT_EQ(close(left), 0);
 }
 

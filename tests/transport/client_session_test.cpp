@@ -66,7 +66,7 @@ TEST_F(Multiplexer, connects_a_child_beside_its_parent_and_disconnects_by_addres
   EXPECT_EQ(Connect(kKalo, kSab), RuntimeError("Already connected to this client"));
   EXPECT_EQ(Connect(kFenu, kKalo), "nothing");
   EXPECT_EQ(Connect(kSab), "nothing");
-  EXPECT_EQ(Connect(kFenu), "nothing") << "without a parent there is no check";
+  EXPECT_EQ(Connect(kFenu), "nothing") << "not checked without a parent";
   const std::vector<CpDremSession*> before = session.dremSessions;
   EXPECT_EQ(session.GetDremSession(kFenu), before.at(1)) << "the first of two";
   engine.AddFault({Operation::kOpen, zulisim::ErrnoFault{ENOENT}});
