@@ -1,14 +1,8 @@
 // Runs the checks of a fuzz target on its seeds and on random changes of them.
 
-#include <gtest/gtest.h>
+#include "tests/support/standard_headers.h"
 
-#include <filesystem>
-#include <fstream>
 #include <numeric>
-#include <random>
-#include <set>
-#include <string>
-#include <vector>
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 

@@ -65,21 +65,19 @@ TEST(FileFollower, reads_what_is_appended_and_starts_again_in_a_new_file) {
   char folder[] = "/tmp/follower.XXXXXX";
   const std::string path = mkdtemp(folder) + std::string("/log"), next = path + ".next";
   const long descriptors = test::OpenDescriptors();
-  {
-    FileFollower follower(path);
-    EXPECT_EQ(follower.Take(), "");
-    for (const char* text : {"one", "two"}) {
-      std::ofstream(path, std::ios::app) << text;
-      EXPECT_EQ(follower.Take(), text);
-    }
-    std::ofstream(path) << "three";
-    EXPECT_EQ(follower.Take(), "three");
-    std::ofstream(next) << "longer";
-    EXPECT_EQ(rename(next.c_str(), path.c_str()), 0);
-    EXPECT_EQ(follower.Take(), "longer");
-    EXPECT_EQ(unlink(path.c_str()) + rmdir(folder), 0);
-    EXPECT_EQ(follower.Take(), "");
+  auto follower = std::make_unique<FileFollower>(path);
+  EXPECT_EQ(follower->Take(), "");
+  for (const auto& [file, mode, text] : {std::tuple(path, std::ios::app, "one"),
+                                         {path, std::ios::app, "two"},
+                                         {path, std::ios::trunc, "three"},
+                                         {next, std::ios::trunc, "longer"}}) {
+    std::ofstream(file, mode) << text;
+    std::filesystem::rename(file, path);
+    EXPECT_EQ(follower->Take(), text);
   }
+  std::filesystem::remove_all(folder);
+  EXPECT_EQ(follower->Take(), "");
+  follower.reset();
   EXPECT_EQ(test::OpenDescriptors(), descriptors);
 }
 
