@@ -5,9 +5,7 @@
 namespace test {
 namespace {
 
-class Sequences : public SequencesTest {};
-
-TEST_F(Sequences, drawn_at_random_keep_the_rules) {
+TEST_F(SequencesTest, drawn_at_random_keep_the_rules) {
   for (unsigned seed = 0; seed < 5000; ++seed) {
     traced = seed % 2 == 1;
     unsigned number = 0;

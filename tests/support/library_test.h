@@ -121,7 +121,12 @@ class LibraryTest : public ::testing::Test {
   // Returns the lines since the last call, as "function:12: text".
   Lines TakeRaw() { return std::exchange(lines_, {}); }
 
-  uint64_t Count(zulisim::Operation operation) const { return engine.Count(operation); }
+  // Lets KALO answer with this status and private data from now on.
+  void Answer(uint32_t status, const std::optional<Bytes>& privateData = {}) {
+    engine.SetResponder("KALO", [=](const Bytes& request) {
+      return zulisim::EchoReply(request, status, privateData);
+    });
+  }
 
   const std::string logFile = testing::TempDir() + "kalodll_log." + std::to_string(getpid());
   KaloDllState& state = gKaloDllState;

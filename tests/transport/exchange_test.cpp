@@ -29,9 +29,7 @@ TEST_F(Exchange, carries_the_bytes_and_private_data_after_a_negative_status) {
       {0x80000000, 16, 16}, {0xffffffff, 11, 11}, {0x80000001, 40, 16}};
   for (const auto& [status, size, read] : kCases) {
     SCOPED_TRACE(status);
-    engine.SetResponder("KALO", [status = status, size = size](const Bytes& request) {
-      return zulisim::EchoReply(request, status, Bytes(size, 'p'));
-    });
+    Answer(status, Bytes(size, 'p'));
     session_->Reconnect();  // drops unread replies
     Bytes privateData(16);
     unsigned int length = 100;  // the library ignores the size that the caller passes
@@ -86,7 +84,7 @@ TEST_F(Exchange, leaves_the_errno_of_its_last_reconnect_and_a_record_of_the_erro
   errno = 0;
   EXPECT_EQ(session_->ReadFromZuli(out_, 32), -1);
   EXPECT_EQ(errno, EXDEV);
-  EXPECT_EQ(Count(Operation::kClose), 5u);
+  EXPECT_EQ(engine.Count(Operation::kClose), 5u);
   delete std::exchange(session_->connectRecord, nullptr);  // only the log uses it
   engine.AddFault({Operation::kWrite, zulisim::ErrnoFault{EIO}});
   ClientSession* const session = state.kaloSessionA;
