@@ -110,11 +110,10 @@ TEST_F(Clients, announce_the_version_of_the_first_and_share_one_handle_unless_it
 // The thread sanitizer also checks that clients of one firmware do not touch data of the other.
 TEST_F(Clients, in_threads_of_their_own_do_not_interleave_their_commands) {
   // While one thread waits for its reply, the other could send.
-  engine.SetResponder("KALO", [](const Bytes& request) {
-    zulisim::Reply reply = zulisim::EchoReply(request);
-    reply.latency = std::chrono::milliseconds(1);
-    return reply;
-  });
+  zulisim::ReplyRule late;
+  late.client = "KALO";
+  late.latency = std::chrono::milliseconds(1);
+  engine.AddReply(late);
   const auto drive = [](kalo::Firmware firmware, uint32_t command) {
     for (int i = 0; i < 100; ++i) {
       kalo::Client client(firmware);

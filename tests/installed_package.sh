@@ -1,10 +1,10 @@
 #!/usr/bin/env bash
 # Installs a build, then builds and runs a C and a C++ driver with the installed files: with the CMake
 # package, and, after moving the files, with pkg-config.
-#   installed_package.sh BUILD_DIR CC CXX CXX_FLAGS
+#   installed_package.sh BUILD_DIR CONFIGURATION CXX_FLAGS CC CXX
 set -euo pipefail
-build=$1 cc=$2 cxx=$3 cxx_flags=${4-}
-consumer=$(dirname "$0")/consumer
+build=$1 cxx_flags=$3 cc=$4 cxx=$5
+consumer=$(dirname "$0")/package/consumer
 folder=$(mktemp -d)
 trap 'rm -rf "$folder"' EXIT
 quietly() { "$@" >"$folder/output" 2>&1 || { cat "$folder/output"; exit 1; }; }
