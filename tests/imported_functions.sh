@@ -36,5 +36,3 @@ reject "called by the library's own code" "$own"$'\n'"$defined" <<<"$called"
 
 imported=$(nm -D --undefined-only "$build/libkalodll.so" | awk '{print $2}' | plain)
 reject "imported by the library" "$own"$'\n'"$(section "runtime $runtime")" <<<"$imported"
-
-echo "$(wc -l <<<"$imported") imports, all as listed"

@@ -2,11 +2,7 @@
 #include "oscl/timing.h"
 #include "tests/support/standard_headers.h"
 
-namespace {
-
-unsigned slept = 0;  // microseconds
-
-}  // namespace
+static unsigned slept = 0;  // microseconds
 
 // This program replaces the function that sleeps.
 extern "C" int usleep(unsigned duration) {

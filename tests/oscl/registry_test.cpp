@@ -4,13 +4,7 @@
 
 #include "tests/oscl/registry_fixture.h"
 
-namespace {
-
-using namespace std::string_literals;
-
-std::function<void()> beforeRead;  // called once
-
-}  // namespace
+static std::function<void()> beforeRead;  // called once
 
 // This program replaces the function that reads the registry file.
 extern "C" size_t fread(void* data, size_t size, size_t count, FILE* file) {
@@ -20,6 +14,8 @@ extern "C" size_t fread(void* data, size_t size, size_t count, FILE* file) {
 }
 
 namespace {
+
+using namespace std::string_literals;
 
 // The second key "HKEY_USERS\A" and its values are never found, because the first hides them.
 const char kFile[] =
