@@ -1,14 +1,5 @@
 #include "oscl/bounded_string.h"
-#include "oscl/timing.h"
 #include "tests/support/standard_headers.h"
-
-static unsigned slept = 0;  // microseconds
-
-// This program replaces the function that sleeps.
-extern "C" int usleep(unsigned duration) {
-  slept += duration;
-  return 0;
-}
 
 namespace {
 
@@ -43,17 +34,6 @@ TEST(BoundedStringTest, text_that_does_not_fit_is_refused_and_not_copied) {
         Do(3, strncpy_s, nullptr, 1), Do(3, _snprintf_s, 3, nullptr)}) {
     EXPECT_EQ(result, "1ab\0"s);
   }
-}
-
-TEST(BoundedStringTest, times_and_pauses_come_from_libc) {
-  const time_t moment = 86400;
-  struct tm local = {};
-  EXPECT_EQ(localtime_s(&local, &moment), 0);
-  EXPECT_EQ(mktime(&local), moment);
-  EXPECT_EQ(localtime_s(nullptr, &moment), 1);
-  Sleep(1);
-  OSCL_SleepMs(2);
-  EXPECT_EQ(slept, 3u);
 }
 
 }  // namespace

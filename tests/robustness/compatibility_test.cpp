@@ -163,7 +163,7 @@ TEST_F(Compatibility, leaves_0_on_success_and_reports_every_failure_of_libc) {
        RUN(LeaveCriticalSection(&section_)), RUN(DeleteCriticalSection(&section_)),
        CALL(QueryPerformanceFrequency(&ticks_), 1), CALL(QueryPerformanceCounter(&ticks_), 1),
        CALL(OSCL_QueryPerformanceFrequency(&ticks_), 1),
-       CALL(OSCL_QueryPerformanceCounter(&ticks_), 1), RUN(Sleep(1)), RUN(OSCL_SleepMs(1))});
+       CALL(OSCL_QueryPerformanceCounter(&ticks_), 1), RUN(Sleep(7)), RUN(OSCL_SleepMs(7))});
   ExpectFailures(
       "malloc: 1/1 E_FAIL/1 E_FAIL/0 ok\nfstat: ok ok ok ok ok ok ok ok ok\n"
       "fopen: 9/9 9/9 9/9 9/9 ok ok 9/9 ok ok\nfread: 7/7 7/7 15/15 15/15 ok ok 15/15 ok ok\n"
@@ -191,7 +191,7 @@ TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_otherwise_keeps_it) {
   char text[8] = {};
   FILE* file = stdout;
   struct tm local;
-  const time_t moment = 0, never = std::numeric_limits<time_t>::max();
+  const time_t moment = 86400, never = std::numeric_limits<time_t>::max();
   Store("");
   ExpectCode(kKept,
              {CALL(GetLastError(), kKept), CALL(OSCL_GetLastError(), kKept), RUN(ShowErrorInfo(17)),
@@ -201,7 +201,8 @@ TEST_F(Compatibility, sets_the_code_of_a_wrong_call_and_otherwise_keeps_it) {
               CALL(strncpy_s(text, 8, "a", 1), 0), CALL(strcat_s(text, 8, "a"), 0),
               CALL(memcpy_s(text, 8, "a", 2), 0), CALL(_snprintf_s(text, 8, 8, "%d", 77), 2),
               CALL(fopen_s(&file, "/nonexistent/file", "r") == ENOENT && file == nullptr, 1),
-              CALL(localtime_s(&local, &moment), 0), CALL(localtime_s(&local, &never), 1)});
+              CALL(localtime_s(&local, &moment) == 0 && mktime(&local) == moment, 1),
+              CALL(localtime_s(nullptr, &moment), 1), CALL(localtime_s(&local, &never), 1)});
   ExpectCode(2, {CALL(SetFilePointer(nullptr, 0, nullptr, 3), 0xFFFFFFFF),
                  CALL(CopyMemory(nullptr, "", 1), 1), CALL(GetVersionEx(nullptr), 0),
                  CALL(OSCL_ReadFile(path, nullptr, nullptr), 0),

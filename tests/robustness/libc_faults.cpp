@@ -59,6 +59,10 @@ void* dlopen(const char* name, int flags) {
   EXPECT_EQ(flags, RTLD_LAZY);
   return ::dlopen(name, flags);
 }
+int usleep(unsigned microseconds) {
+  EXPECT_EQ(microseconds, 7u);
+  return ::usleep(microseconds);
+}
 
 size_t Fread(void* buffer, size_t size, size_t count, FILE* file) {
   if (!Fails("fread")) return fread(buffer, size, count, file);
