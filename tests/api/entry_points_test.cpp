@@ -12,13 +12,12 @@ namespace {
 
 using testing::ElementsAre;
 
-class EntryPoints : public LibraryTest {
- protected:
-  uint32_t Send(uint32_t command) {
-    Bytes message = Message(command, 16);
-    return StartIo(message.data(), 16, message.data(), 16);
-  }
-};
+class EntryPoints : public LibraryTest {};
+
+uint32_t Send(uint32_t command) {
+  Bytes message = Message(command, 16);
+  return StartIo(message.data(), 16, message.data(), 16);
+}
 
 TEST_F(EntryPoints, take_the_lock_only_in_initialisation) {
   void* handle = nullptr;
