@@ -130,16 +130,14 @@ TEST_F(EntryPoints, find_both_locks_free_in_the_child_of_a_fork) {
   });
   while (!held) std::this_thread::yield();
   gLastError = 7;
-  const pid_t child = fork();
-  if (child == 0) {
-    alarm(20);
-    const bool kept = GetLastError() == 7;
-    void* handle = nullptr;
-    _exit(kept && KaloInit3(&handle) == 0 && Send(0x10) == 0 && KaloCleanup3(handle) == 0 ? 0 : 1);
-  }
-  int status = -1;
-  EXPECT_EQ(waitpid(child, &status, 0), child);
-  EXPECT_EQ(status, 0);
+  EXPECT_EXIT(
+      {
+        alarm(20);
+        void* handle = nullptr;
+        const bool works = GetLastError() == 7 && KaloInit3(&handle) == 0 && Send(0x10) == 0;
+        _exit(works && KaloCleanup3(handle) == 0 ? 0 : 1);
+      },
+      testing::ExitedWithCode(0), "");
   for (CRITICAL_SECTION* lock : {&state.stateLock, &Logger::logBase.lock}) {
     EXPECT_EQ(pthread_mutex_trylock(lock), EBUSY) << "in the parent they stay held";
   }

@@ -6,6 +6,7 @@
 // must produce the whole file. Tags that are fixed numbers are kept. KALODLL_GOLDEN_WRITE=1
 // rewrites the file.
 
+#include "common/format.h"
 #include "simulator/scenario/scenario_options.h"
 #include "tests/api/calls.h"
 #include "transport/cp_drem_session.h"
@@ -13,12 +14,7 @@
 namespace test {
 namespace {
 
-template <typename Value>
-std::string Hex(Value value) {
-  std::ostringstream text;
-  text << std::hex << value;
-  return text.str();
-}
+using common::Format;
 
 void Replace(std::string& text, const std::string& from, const std::string& to) {
   for (size_t at = 0; (at = text.find(from, at)) != text.npos; at += to.size()) {
@@ -95,11 +91,10 @@ class Golden : public CallsTest {
     const auto* call = std::find_if(std::begin(kCalls), std::end(kCalls),
                                     [&words](const auto& each) { return each.name == words[0]; });
     if (call == std::end(kCalls)) return " = no such call";
-    const KALO_DLL_STATUS status = call->make(arguments);
+    const uint32_t status = call->make(arguments);
     if (arguments.handle != Arguments::kUnwritten) handle_ = arguments.handle;
     if (status == KALO_DLL_STATUS_SUCCESS) return "";
-    return " = " + std::to_string(status) + ", source " + std::to_string(state.lastErrorSource) +
-           ", code " + Hex(LastErrorCode());
+    return Format(" = {}, source {}, code {:x}", status, state.lastErrorSource, LastErrorCode());
   }
 
   // Returns what happened since the last step, with names for addresses, descriptors and lines that
@@ -118,13 +113,16 @@ class Golden : public CallsTest {
       function = name;
     }
     Replace(transcript, "\n", "\\n");
-    Replace(transcript, "FD: " + std::to_string(opened), "FD: (descriptor)");
-    Replace(transcript, "fd = " + Hex(opened) + ",", "fd = (descriptor),");
-    Replace(transcript, ": " + Hex<void*>(nullptr), ": 0");  // differs between standard libraries
-    for (const auto& [session, name] : {std::pair(state.kaloSessionA, "(session A)"),
-                                        std::pair(state.kaloSessionB, "(session B)"),
-                                        std::pair(state.fenuSession, "(display)")}) {
-      if (session != nullptr) Replace(transcript, Hex(session), name);
+    Replace(transcript, Format("FD: {}", opened), "FD: (descriptor)");
+    Replace(transcript, Format("fd = {:x},", opened), "fd = (descriptor),");
+    std::ostringstream null;  // differs between standard libraries
+    null << static_cast<void*>(nullptr);
+    Replace(transcript, ": " + null.str(), ": 0");
+    for (const auto& [session, name] :
+         {std::pair<void*, const char*>(state.kaloSessionA, "(session A)"),
+          {state.kaloSessionB, "(session B)"},
+          {state.fenuSession, "(display)"}}) {
+      if (session != nullptr) Replace(transcript, Format("{}", session), name);
     }
     for (const auto& [name, lines] : common_) Replace(transcript, lines, name);
     return transcript;

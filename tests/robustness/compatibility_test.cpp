@@ -107,14 +107,11 @@ class Compatibility : public RegistryFixture {
   unsigned char data_[32] = {};
   uint32_t length_ = 0;
   void* block_ = nullptr;
-  HANDLE handle_ = INVALID_HANDLE_VALUE;
-  HANDLE module_ = nullptr;
-  HANDLE wait_ = &wait_;
+  HANDLE handle_ = INVALID_HANDLE_VALUE, module_ = nullptr, wait_ = &wait_;
   CRITICAL_SECTION section_ = PTHREAD_MUTEX_INITIALIZER;
   LARGE_INTEGER ticks_ = 0;
   OSVERSIONINFO info_ = {};
-  UserFeatureKey read_ = {1, kKey, nullptr, 0};
-  UserFeatureKey toWrite_ = {1, kKey, nullptr, 0};
+  UserFeatureKey read_ = {1, kKey, nullptr, 0}, toWrite_ = read_;
   UserFeatureNotifyKey watch_ = {1, kKey, 0, nullptr};
 };
 
