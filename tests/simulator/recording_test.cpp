@@ -72,8 +72,10 @@ struct RandomDriver {
   unsigned Draw(unsigned count) { return static_cast<unsigned>(random() % count); }
 };
 
-// Runs `count` drivers, which take their steps in an order that `order` determines. Returns the
-// results of one after the other.
+constexpr unsigned kThreads = 0;
+
+// Runs `count` drivers, which take their steps in an order that `order` determines, or in a thread
+// each. Returns the results of one after the other.
 std::string RunDrivers(Device* device, int count, unsigned seed, unsigned order) {
   std::vector<RandomDriver> drivers;
   std::vector<std::size_t> turns;
@@ -82,18 +84,33 @@ std::string RunDrivers(Device* device, int count, unsigned seed, unsigned order)
     drivers.push_back({device, seed, number});
   }
   std::shuffle(turns.begin(), turns.end(), std::mt19937(order));
-  for (const std::size_t turn : turns) drivers[turn].Step();
+  const auto step = [&drivers](std::size_t turn) { drivers[turn].Step(); };
+  if (order != kThreads) {
+    std::for_each(turns.begin(), turns.end(), step);
+  } else {
+    std::vector<std::future<void>> threads;
+    for (std::size_t turn = 0; turn < drivers.size(); ++turn) {
+      threads.push_back(std::async(std::launch::async, [=] {
+        for (int i = 0; i < 24; ++i) step(turn);
+      }));
+    }
+    for (const std::future<void>& thread : threads) thread.wait();
+  }
   std::string got;
   for (const RandomDriver& driver : drivers) got += driver.got + "\n";
   return got;
 }
 
+std::string Written(const Recording& recording) {
+  std::string text = HeaderLine(recording.header);
+  for (const OperationRecord& each : recording.operations) text += OperationLine(each);
+  return text + kCompleteLine;
+}
+
 TEST(RecordingTest, reads_what_it_writes_up_to_a_cut) {
   const std::string whole = kText;
   const Recording recording = ParseRecording(whole);
-  std::string text = HeaderLine(recording.header);
-  for (const OperationRecord& each : recording.operations) text += OperationLine(each);
-  EXPECT_EQ(text + kCompleteLine, whole);
+  EXPECT_EQ(Written(recording), whole);
   std::size_t most = 0;
   for (std::size_t length = whole.find('\n') + 1; length < whole.size() - 1; length += 3) {
     const Recording cut = ParseRecording(whole.substr(0, length));
@@ -113,10 +130,21 @@ TEST(RecordingTest, replays_threads_in_any_order) {
       const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
       recorded = RunDrivers(&engine, count, seed, seed);
     }
-    ReplayDevice device(ParseRecording(text));
-    EXPECT_EQ(RunDrivers(&device, count, seed, 1000 + seed), recorded);
-    device.End();
-    ASSERT_EQ(device.Divergence(), "") << text;
+    for (const unsigned order : {1000 + seed, kThreads}) {
+      std::string replayed;
+      ReplayDevice device(ParseRecording(text));
+      {
+        const auto slowly = [&replayed](const std::string& line) {
+          replayed += line;
+          std::this_thread::sleep_for(std::chrono::microseconds(1));
+        };
+        const Recorder recorder(&device, slowly, {});
+        EXPECT_EQ(RunDrivers(&device, count, seed, order), recorded);
+      }
+      device.End();
+      ASSERT_EQ(device.Divergence(), "") << text;
+      EXPECT_EQ(Written(ParseRecording(replayed)), replayed);
+    }
   }
 }
 

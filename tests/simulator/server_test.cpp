@@ -3,8 +3,6 @@
 
 #include <sys/mount.h>
 
-#include <future>
-
 #include "simulator/engine/engine.h"
 #include "simulator/kernel/kernel_server.h"
 #include "simulator/preload/device_server.h"
