@@ -121,24 +121,24 @@ TEST(RecordingTest, reads_what_it_writes_up_to_a_cut) {
   EXPECT_EQ(most, 10u);
 }
 
+RecordingSink AppendTo(std::string* text) {
+  return [text](const std::string& line) { *text += line; };
+}
+
 TEST(RecordingTest, replays_threads_in_any_order) {
   for (unsigned seed = 1; seed <= 40; ++seed) {
     const int count = 2 + static_cast<int>(seed % 3) * 3;
     std::string text, recorded;
     Engine engine;
     {
-      const Recorder recorder(&engine, [&text](const std::string& line) { text += line; }, {});
+      const Recorder recorder(&engine, AppendTo(&text), {});
       recorded = RunDrivers(&engine, count, seed, seed);
     }
     for (const unsigned order : {1000 + seed, kThreads}) {
       std::string replayed;
       ReplayDevice device(ParseRecording(text));
       {
-        const auto slowly = [&replayed](const std::string& line) {
-          replayed += line;
-          std::this_thread::sleep_for(std::chrono::microseconds(1));
-        };
-        const Recorder recorder(&device, slowly, {});
+        const Recorder recorder(&device, AppendTo(&replayed), {});
         EXPECT_EQ(RunDrivers(&device, count, seed, order), recorded);
       }
       device.End();
