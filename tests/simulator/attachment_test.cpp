@@ -6,6 +6,8 @@
 #include <sys/syscall.h>
 #include <sys/uio.h>
 
+extern "C" ssize_t __read_chk(int, void*, std::size_t, std::size_t);  // a fortified read
+
 namespace zulisim {
 namespace {
 
@@ -43,6 +45,20 @@ TEST(AttachmentTest, serves_the_device_only_while_it_exists) {
   EXPECT_EQ(other.Count(Operation::kClose), 0u);
 }
 
+TEST(AttachmentTest, ends_after_the_calls_of_other_threads) {
+  std::atomic<bool> ended{false};
+  std::thread caller([&ended] {
+    while (!ended) close(open(kDevice, O_RDWR));
+  });
+  for (int i = 0; i < 200; ++i) {
+    Engine engine;
+    const InProcessDevice attachment(engine);
+    std::this_thread::yield();
+  }
+  ended = true;
+  caller.join();
+}
+
 TEST(AttachmentTest, redirects_files) {
   const std::string file = "/tmp/attachment_test." + std::to_string(getpid());
   const char *const from = "/etc//vrel_registry.txt", *const to = "/data/./Marvoleth.log";
@@ -52,7 +68,9 @@ TEST(AttachmentTest, redirects_files) {
   struct stat status {};
   for (const bool first : {true, false}) {
     close(first ? creat(from, 0600) : openat(AT_FDCWD, from, O_CREAT, 0600));
-    std::ofstream(from, std::ios::app) << "line";
+    std::ofstream(from, std::ios::app) << "li";
+    FILE* const reopened = freopen(from, "a", fopen("/dev/null", "r"));
+    EXPECT_EQ(fputs("ne", reopened) + fclose(reopened), 1);
     EXPECT_EQ(first ? rename(from, to) : renameat(AT_FDCWD, from, AT_FDCWD, to), 0);
     EXPECT_EQ(first ? stat(to, &status) : lstat(to, &status), 0);
     EXPECT_EQ(status.st_size, 4);
@@ -68,6 +86,9 @@ TEST(AttachmentTest, handles_libc_calls_and_system_calls) {
   constexpr int kKept = O_RDWR | O_APPEND | O_NONBLOCK;
   constexpr int kFlags = kKept | O_CLOEXEC | O_CREAT | O_TRUNC | O_NOCTTY;
   const char* const path = "/../dev/..//none/../dev/./zuli";
+  const auto checkedRead = [](int device, void* to, long length) {
+    return __read_chk(device, to, static_cast<std::size_t>(length), sizeof(buffer));
+  };
   struct iovec pieces[3] = {{buffer, 20}, {buffer, 24}, {buffer, 20}};
   for (const bool direct : {false, true}) {
     const auto call = [direct](auto function, long number, auto... arguments) {
@@ -84,12 +105,14 @@ TEST(AttachmentTest, handles_libc_calls_and_system_calls) {
     // A driver may keep the request in an int. The transfer of pieces ends at one that is short.
     const int request = static_cast<int>(kConnectRequest);
     Guid guid = DefaultClients()[0].guid;
-    const Results exchanges = {
-        call(ioctl, SYS_ioctl, device, request, guid.data()),
-        call(write, SYS_write, device, buffer, 16L), call(read, SYS_read, device, buffer, 64L),
-        call(writev, SYS_writev, device, pieces, 2), call(readv, SYS_readv, device, pieces + 1, 2)};
+    const Results exchanges = {call(ioctl, SYS_ioctl, device, request, guid.data()),
+                               call(write, SYS_write, device, buffer, 16L),
+                               call(checkedRead, SYS_read, device, buffer, 64L),
+                               call(writev, SYS_writev, device, pieces, 2),
+                               call(readv, SYS_readv, device, pieces + 1, 2)};
     EXPECT_EQ(exchanges, (Results{0, 16, 16, 44, 20}));
     EXPECT_EQ(engine.Requests("KALO").back().size(), 24u);
+    EXPECT_TRUE(engine.Requests("FENU").empty());
     EXPECT_EQ(errno, 77) << "a call that succeeds does not change errno";
     // The second piece of one call fails, and the first of another.
     engine.AddFault({Operation::kWrite, ErrnoFault{EIO}, {2, 2}});
@@ -161,7 +184,8 @@ TEST(AttachmentTest, is_a_character_device) {
   std::optional<InProcessDevice> attachment;
   const char* const piecesServed = getenv("PIECES_SERVED");
   if (piecesServed == nullptr) attachment.emplace(engine);
-  const int path = Open(O_PATH), reader = Open(O_RDONLY | O_CREAT), writer = creat(kDevice, 0600);
+  const int path = Open(O_PATH), reader = Open(O_RDONLY | O_CREAT | O_CLOEXEC),
+            writer = creat(kDevice, 0600);
   EXPECT_EQ((Results{Open(O_RDWR | O_CREAT | O_EXCL), Open(O_RDONLY | O_DIRECTORY)}),
             (Results{-EEXIST, -ENOTDIR}));
   const Results errors = {Read(path), Write(reader), Read(reader), Read(writer), Write(writer)};
@@ -172,8 +196,9 @@ TEST(AttachmentTest, is_a_character_device) {
   EXPECT_EQ((Results{poll(&events, 1, 0), events.revents}), (Results{1, POLLIN | POLLOUT}));
   int on = 1, off = 0;
   const Results closedOnExec = {ioctl(device, FIOCLEX), fcntl(device, F_GETFD),
-                                ioctl(device, FIONCLEX), fcntl(device, F_GETFD)};
-  EXPECT_EQ(closedOnExec, (Results{0, FD_CLOEXEC, 0, 0}));
+                                ioctl(device, FIONCLEX), fcntl(device, F_GETFD),
+                                fcntl(reader, F_GETFD)};
+  EXPECT_EQ(closedOnExec, (Results{0, FD_CLOEXEC, 0, 0, FD_CLOEXEC}));
   const auto control = [device](auto request, int* argument) {
     return ResultOf(ioctl(device, request, argument));
   };
@@ -194,6 +219,11 @@ TEST(EngineTest, refuses_wrong_options_and_survives_calls_from_a_responder) {
   EXPECT_THROW(Engine({{tooLong}}), std::invalid_argument);
   Engine engine;
   EXPECT_THROW(engine.SetResponder("KAL0", nullptr), std::invalid_argument);
+  EXPECT_THROW(engine.AddReply({}), std::invalid_argument);
+  for (int error = 1; error <= EHWPOISON; ++error) {
+    const char* const name = strerrorname_np(error);
+    EXPECT_EQ(ErrnoName(error), name != nullptr ? name : std::to_string(error));
+  }
   for (const Fault& impossible :
        {Fault{Operation::kRead, ErrnoFault{0}}, Fault{Operation::kOpen, DeviceLoss{0, 0}},
         Fault{Operation::kRead, ShortCount{}, {0, 1}},

@@ -73,7 +73,7 @@ begin killed "write    20" "$zulisim" run --device $device "${slow[@]}" -- \
   env --block-signal=USR2 "$program" open connect write:20 read:20 write:20 close open
 sleep 0.2
 # The program handles the first signal, blocks the second, and continues after the third.
-for signal in USR1 USR2 STOP; do pkill -$signal -P $!; done
+for signal in USR1 USR2 TSTP STOP; do pkill -$signal -P $!; done
 sleep 0.2
 pkill -CONT -P $!
 end KILL $!
@@ -108,9 +108,13 @@ expect 0 'read:20=20' run -q --transcript seen -- bash -c \
   '"$0" open connect write:20 read:20; for i in {1..20}; do exec {fd}<>/dev/zuli; done' "$program"
 grep 'service of the device' seen && fail "a close at the end of the program was lost"
 for signal in 2 3 15; do  # a read that waits for a minute does not delay the end
-  expect $((128 + signal)) '' env --default-signal timeout --preserve-status -k 3 -s $signal 1 \
-    "$zulisim" run -q --device $device "${slow[@]}" -- "$program" open connect write:9 read:9
+  [ $signal = 2 ] || interrupt='(sleep 0.4; kill -USR1 $$) &'  # the kernel reports only the first signal
+  expect $((128 + signal)) '' env --default-signal timeout --preserve-status -k 3 -s $signal 1 "$zulisim" run -q \
+    --device $device "${slow[@]}" -- sh -c "${interrupt-}"' exec "$0" open connect write:9 read:9' "$program"
 done
+expect 5 '' timeout 20 "$zulisim" run -q --device $device "${slow[@]}" -- bash -c 'exec 9<>/dev/zuli
+  "$0" on:9 connect write:9; exec python3 -c "import os, threading, time
+threading.Thread(target=os.read, args=(9, 9)).start(); time.sleep(0.3); os._exit(5)"' "$program"
 nothing_left "a signal or a crash of the program"
 if [ $device = preload ]; then
   expect 0 '' run -q -- sh -c 'echo >/data/Marvoleth.log && mv /data/Marvoleth.log /etc/vrel_registry.txt && rm /etc/vrel_registry.txt'
@@ -140,11 +144,14 @@ same tree.outside tree.inside
 if setpriv --reuid 65534 --clear-groups unshare -Urm test -x "$zulisim" -a -w /dev/fuse; then
   chmod -R a+rwX root
   run_static setpriv --reuid 65534 --regid 65533 --clear-groups
+  expect 0 65534 setpriv --reuid 65534 --regid 65533 --clear-groups "$zulisim" run -q --device fuse -- id -u
   expect 0 open=0 run -q -- setpriv --reuid 65534 --regid 65533 --clear-groups "$static" open
 else
   echo "SKIPPED: the run as another user, who needs a user namespace and access to the build and /dev/fuse"
 fi
 
+# A device of the tree in which the recorder runs.
+expect 0 'read:20=20' run -q "$zulisim" record -q --device fuse -o inner "$static" open connect write:20 read:20
 # The end of the message of a write with O_APPEND would be unknown.
 expect 1 'refused a write with O_APPEND' run -- sh -c 'echo >>/dev/zuli'
 
@@ -154,9 +161,10 @@ begin served serving "$zulisim" serve --only failures --fuse mount/zuli --strict
 engine=$!
 begin held "write    9 bytes" env -C mount "$zulisim" record --device fuse -o ../recorded --from zuli -- \
   "$program" open connect write:9 read:9
-expect 0 '^1 reply released$' "$zulisim" tell mount/zuli release
+expect 0 '^1 reply released$' sh -c '"$0" tell mount/zuli release 2>/dev/null' "$zulisim"
 wait $!
 contains held.out 'read:9=9'
+[ $UID -ne 0 ] || expect 0 '' setpriv --reuid 65534 --clear-groups sh -c ': <mount/zuli'
 expect 125 "'fault open:1=ENOSYS': .*does not pass ENOSYS" "$zulisim" tell mount/zuli fault open:1=ENOSYS
 expect 125 "zuli' is already served" timeout 20 "$zulisim" serve --fuse mount/zuli
 end HUP $engine

@@ -83,6 +83,8 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
   engine_.AddObserver(this);
   Tell("lose errno=EIO");
   for (int i = 0; i < 2; ++i) EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EIO);
+  engine_.ClearFaults();
+  EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, 0);
   Tell("lose");
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, ENODEV);
   Tell("back");
@@ -98,7 +100,9 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
     Guid guid = engine_.clients()[0].guid;
     EXPECT_EQ(engine_.Ioctl(number, kConnectRequest, guid.data()).error, 0);
     if (first) engine_.Write(number, bytes, 20);
-    EXPECT_EQ(engine_.Read(number, bytes, 20, true).error, first ? EAGAIN : 0);
+    for (int i = 0; i < 2; ++i) {  // the reply and its private data
+      EXPECT_EQ(engine_.Read(number, bytes, 20, true).error, first ? EAGAIN : 0);
+    }
     Tell("lose opens=0");
     EXPECT_EQ(Tell("release"), first ? "1 reply released\n" : "0 replies released\n");
   }

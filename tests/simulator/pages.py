@@ -58,9 +58,10 @@ def check_report(text):
 
 # Sends the results of a page to the page around it. A row that is marked must be in the window.
 PROBE = r"""<script>addEventListener('load', async () => {
-  const results = [];
-  for (const key of 'pnnp') {
-    dispatchEvent(new KeyboardEvent('keydown', {key}));
+  const results = [], links = document.querySelectorAll('li a');
+  for (const key of 'pnlp') {
+    if (key === 'l') (links[1] || links[0]).click();
+    else dispatchEvent(new KeyboardEvent('keydown', {key}));
     const here = document.querySelector('.here'), {top, bottom} = here.getBoundingClientRect();
     results.push((top > 40 && bottom < innerHeight ? '' : 'out of sight: ') +
       (here.querySelector('summary') || here).textContent);

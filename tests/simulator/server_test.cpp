@@ -32,13 +32,14 @@ std::thread HeldRead(Engine* engine, int descriptor, int error) {
   rule.command = 0x19;
   rule.held = true;
   engine->AddReply(rule);
+  const std::size_t reads = engine->Count(Operation::kRead);
   char message[16] = {0, 0, 0, 0, 0x19};
   EXPECT_EQ(write(descriptor, message, 16), 16);
   std::thread reader([=] {
     char reply[16];
     EXPECT_EQ(read(descriptor, reply, 16) == 16 ? 0 : errno, error);
   });
-  while (engine->Count(Operation::kRead) == 0) std::this_thread::yield();
+  while (engine->Count(Operation::kRead) == reads) std::this_thread::yield();
   return reader;
 }
 
@@ -75,7 +76,10 @@ void ServeThreads(const char* device, const Arguments&... arguments) {
   while (engine.OpenDescriptors() != 2) std::this_thread::yield();
   EXPECT_EQ(close(shared), 0);
   while (engine.OpenDescriptors() != 1) std::this_thread::yield();
-  for (const OperationRecord& record : engine.Records()) EXPECT_FALSE(record.abandoned);
+  for (const OperationRecord& record : engine.Records()) {
+    EXPECT_FALSE(record.abandoned);
+    EXPECT_TRUE(record.process == getpid() || record.operation == Operation::kClose);
+  }
   EXPECT_EQ(engine.Count(Operation::kClose), kThreads * kRounds + 1);
 
   // A waiting read ends when the service ends. The close happens first and ends the read.
@@ -137,6 +141,12 @@ TEST(PreloadServerTest, continues_after_a_limit_of_descriptors) {
 
   EXPECT_EQ(engine.ReleaseReplies(), 1u);
   reader.join();
+  for (const int error : {0, ENODEV}) {
+    std::thread readers[] = {HeldRead(&engine, device, error), HeldRead(&engine, device, error)};
+    if (error == ENODEV) engine.LoseDevice();
+    EXPECT_EQ(engine.ReleaseReplies(), 2u);
+    for (std::thread& each : readers) each.join();
+  }
   EXPECT_EQ(close(device), 0);
   for (const OperationRecord& record : engine.Records()) {
     EXPECT_EQ(record.process, getpid());

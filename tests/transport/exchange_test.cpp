@@ -60,10 +60,13 @@ TEST_F(Exchange, is_one_call_each_on_a_plain_descriptor) {
   EXPECT_EQ(session_->WriteToZuli(in_, 32), 20);
   EXPECT_EQ(session_->ReadFromZuli(out_, 18), 4);
   constexpr uint32_t kRequest = 0xC0104802;  // this request number is negative as an int
-  engine.SetIoctl(kRequest, [](void* argument) { return ++*static_cast<int*>(argument), 0; });
+  engine.SetIoctl(kRequest,
+                  [](void* argument) { return ++*static_cast<int*>(argument) == 2 ? EPERM : 0; });
   int argument[4] = {};  // the size that the request encodes
   session_->SendIoctlToZuli(static_cast<int>(kRequest), argument);
   EXPECT_EQ(argument[0], 1);
+  EXPECT_ANY_THROW(session_->SendIoctlToZuli(static_cast<int>(kRequest), argument));
+  EXPECT_EQ(errno, EPERM);
   // Callers can rely on errno, including zero, whatever the sinks do.
   Logger::logBase.level = 100;
   sink->onLine = [] { errno = 7777; };
