@@ -17,13 +17,12 @@ class Clients : public LibraryTest {
   std::string Send(kalo::Client& client, unsigned int length = 32, unsigned int room = 32) {
     Bytes request = Message(0x10, 32, 0, 7, 8), reply(room, '#');
     last_ = client.Send(request.data(), length, reply.data(), room);
-    static constexpr const char* kNames[] = {"done", "refused", "not sent", "unknown"};
-    const std::string name = kNames[static_cast<int>(last_.outcome)];
+    static const std::string kNames[] = {"done", "refused", "not sent", "unknown"};
     EXPECT_EQ(last_.privateDataLength, last_.outcome == Outcome::kRefused ? 16u : 0u);
     request[8] = static_cast<unsigned char>(last_.firmwareStatus);
     if (last_.firmwareStatus < 0) request[11] = 0x80;
     const bool error = last_.status != KALO_DLL_STATUS_SUCCESS || !last_.text.empty();
-    return name +
+    return kNames[static_cast<int>(last_.outcome)] +
            (reply == Bytes(room) ? ", zeros"
             : reply == request   ? ", reply"
                                  : ", other") +
