@@ -164,7 +164,8 @@ Scenario RandomScenario(unsigned seed) {
     {client = "KALO", command = 0x10, at = "2-4", silent = true},
     {client = "KALO", command = 0x11, at = "1-2", status = 3, body = "0102030405"},
     {client = "KALO", command = 0x11, status = -5, private = "00112233445566778899aabbccddeeff"},
-    {client = "KALO", command = 0x12, at = "2-5", status = 5, private = "00", unusual = true}])");
+    {client = "KALO", command = 0x12, at = "2-3", status = -5, private = "00", unusual = true},
+    {client = "KALO", command = 0x12, status = 5, private = "000102030405060708090a0b0c0d0e0f", unusual = true}])");
   for (std::size_t operation = 0; operation < kOperationCount; ++operation) {
     for (const FaultEffect& effect : std::initializer_list<FaultEffect>{
              ShortCount{3}, ShortCount{20}, ErrnoFault{EIO}, ErrnoFault{EAGAIN}, ErrnoFault{ENODEV},
