@@ -117,7 +117,7 @@ expect 5 '' timeout 20 "$zulisim" run -q --device $device "${slow[@]}" -- bash -
 threading.Thread(target=os.read, args=(9, 9)).start(); time.sleep(0.3); os._exit(5)"' "$program"
 nothing_left "a signal or a crash of the program"
 if [ $device = preload ]; then
-  expect 0 '' run -q -- sh -c 'echo >/data/Marvoleth.log && mv /data/Marvoleth.log /etc/vrel_registry.txt && rm /etc/vrel_registry.txt'
+  expect 0 '' run -q -- sh -c 'echo >/data/Marvoleth.log && mv /data/Marvoleth.log /etc/vrel_registry.txt && env test -r /etc/vrel_registry.txt && rm /etc/vrel_registry.txt'
   # A call that the hooks do not see is reported and does not affect other exchanges.
   expect 0 'bare:20=84, write:21=21, read:30=21' run -q -- "$program" open connect bare:20 write:21 read:30
   contains out 'system calls that the preload library cannot see'
@@ -134,7 +134,7 @@ run_static() {
 }
 run_static env
 [ "$(cat root/data/Marvoleth.log)" = "a line" ] || fail "the log is not in the root"
-expect 0 here run -q --root root -- cat /etc/vrel_registry.txt
+expect 0 'here 666' run -q --root root -- sh -c 'echo $(cat /etc/vrel_registry.txt; stat -c %a /dev/zuli)'
 # That tree shows the machine's files, and itself only once. The program inherits no descriptor of zulisim.
 tree="find / /dev /etc -mindepth 1 -maxdepth 1 ! -name .zulisim ! -name data ! -name zuli \
   ! -name vrel_registry.txt -printf '%y %m %p %l\n' | sort; ls /proc/self/fd"

@@ -54,7 +54,7 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
   EXPECT_EQ(status.st_mode & 0777, 0600u);
 
   const auto instruct = [this] {
-    for (int i = 0; i < 20; ++i) EXPECT_EQ(Tell("fault close:1=EIO"), "");
+    for (int i = 0; i < 40; ++i) EXPECT_EQ(Tell("fault close:1=EIO"), "");
   };
   std::thread clients[] = {std::thread(instruct), std::thread(instruct), std::thread(instruct)};
   for (int i = 0; i < 200; ++i) {
@@ -69,7 +69,7 @@ TEST_F(ControlTest, instructs_the_engine_while_it_is_used) {
   EXPECT_EQ(engine_.Open(O_RDWR, 0, -1).error, EACCES);
   const std::regex counts(
       "202 opens, 0 ioctls, 0 reads, 0 writes, 200 closes; 1 open descriptor\n"
-      "(tell fault close:1=EIO: .* in \\d+ closes?\n){60}"
+      "(tell fault close:1=EIO: .* in \\d+ closes?\n){120}"
       "tell fault open:2=EACCES: happened 1 time in 2 opens\n");
   EXPECT_TRUE(std::regex_match(Tell("counts"), counts)) << Tell("counts");
   EXPECT_EQ(Tell("fault ioctl:1=EIO"), "'fault ioctl:1=EIO': refused");

@@ -23,7 +23,7 @@ reply = [{ client = "<i>\"&'\u0001\\]]>", status = 0x80000001, private = "3c623e
 CALL = "StartIoEx3:200  General Exception : </script><b>"
 COMMAND = ["write:1500", "read:4096", "read:16"]
 LOST = ["write:20", "read:20", "close", "open", "connect", "read:20", "read:16"]
-STEPS = ["open", "connect", "write:5000", "log:1", "child:20"] + COMMAND * 4 + LOST + COMMAND * 110
+STEPS = ["open", "connect", "write:5000", "log:1", "child:20"] + COMMAND * 4 + LOST + COMMAND * 110 + ["write:20"]
 
 
 def check_trace(text):
@@ -106,7 +106,7 @@ def check_browser(page):
     for width in ("wide", "narrow"):
         last, first, second, third, opened, count, listed = shown[width]
         assert "EMSGSIZE" in first and first == third and first[0] == " ", shown
-        assert second == CALL and "0000  00000000 10000000" in opened and count > 100, shown
+        assert second == CALL and " \u00b5s\n0000  00000000 10000000" in opened and count > 100, shown
         assert last > first and re.match("100and 21 moreprogram.*exit status0summary", listed, re.S), shown
     # For a long run, the page contains only some rows at a time, and still finds the failures.
     assert shown["long"][:4] == ["in the middle"] * 4 and 0 < shown["long"][5] < 3000, shown["long"]
@@ -118,8 +118,8 @@ def main():
         folder = pathlib.Path(name)
         hostile = shutil.copy(program, name.encode() + b"/" + HOSTILE)
         (folder / "scenario").write_text(SCENARIO, encoding="utf-8")
-        subprocess.run([zulisim, "run", "-q", "--scenario", "scenario", "--lose", "read:9",
-                        "--fault", "write:7-8=EIO", "--trace", "trace", "--report", "report.html",
+        subprocess.run([zulisim, "run", "-q", "--lose", "read:9", "--fault", "write:7-8=EIO",
+                        "--scenario", "scenario", "--trace", "trace", "--report", "report.html",
                         "--", hostile, *STEPS],
                        cwd=name, check=True, stdout=subprocess.DEVNULL, timeout=60)
         if mode == "browser":
