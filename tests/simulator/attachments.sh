@@ -72,7 +72,7 @@ slow=(--reply 'kalo:*=latency:60s')
 begin killed "write    20" "$zulisim" run --device $device "${slow[@]}" -- \
   env --block-signal=USR2 "$program" open connect write:20 read:20 write:20 close open
 sleep 0.2
-# The program handles the first signal, blocks the second, and continues after the third.
+# The program handles the first signal, blocks the second, and continues after the others.
 for signal in USR1 USR2 TSTP STOP; do pkill -$signal -P $!; done
 sleep 0.2
 pkill -CONT -P $!
@@ -117,7 +117,8 @@ expect 5 '' timeout 20 "$zulisim" run -q --device $device "${slow[@]}" -- bash -
 threading.Thread(target=os.read, args=(9, 9)).start(); time.sleep(0.3); os._exit(5)"' "$program"
 nothing_left "a signal or a crash of the program"
 if [ $device = preload ]; then
-  expect 0 '' run -q -- sh -c 'echo >/data/Marvoleth.log && mv /data/Marvoleth.log /etc/vrel_registry.txt && env test -r /etc/vrel_registry.txt && rm /etc/vrel_registry.txt'
+  expect 0 '' run -q -- sh -c 'log=/data/Marvoleth.log registry=/etc/vrel_registry.txt
+    echo >$log && mv $log $registry && env test -r $registry && rm $registry'
   # A call that the hooks do not see is reported and does not affect other exchanges.
   expect 0 'bare:20=84, write:21=21, read:30=21' run -q -- "$program" open connect bare:20 write:21 read:30
   contains out 'system calls that the preload library cannot see'

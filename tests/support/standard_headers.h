@@ -22,8 +22,8 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <future>
 #include <functional>
+#include <future>
 #include <iterator>
 #include <map>
 #include <memory>
